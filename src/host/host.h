@@ -1,0 +1,33 @@
+// Everything the module requires of its host, in one include.
+//
+// Every interface here is a table of operations: pure virtual, in a fixed order, without data and without overloads. A
+// host and the module share C++ types across the library boundary, so both are built with one compiler and one runtime.
+//
+// Words used beside the operations, here and in kdi/, for the threads that call them:
+//   host thread         a thread of the host that calls init or an operation of CFenlux or CKDIBase
+//   connection worker   the module's thread that makes driver interfaces and runs their connections, one at a time
+//   policy worker       the module's thread that applies the monitoring policy
+//   refresh thread      the module's thread that keeps the process cache current, one per driver interface
+//   delivery thread     a thread of the host's port client inside the NotificationHandler, several at once
+//   any thread          any of these, several at once
+//
+// No lock of the module is held while it calls a service, with three exceptions: the driver interface's list lock is
+// held while monitor objects are registered or cleared, its base lock while a system process is registered, and the
+// module's interface lock while StartWork and StopWork clear and shut down the current driver interface. A service must
+// therefore never call back into the operation that it is being called from.
+#pragma once
+
+#include "host/ao_arp.h"
+#include "host/arp_mgmt.h"
+#include "host/arp_record.h"
+#include "host/buf.h"
+#include "host/cfg.h"
+#include "host/cfg_ex.h"
+#include "host/global_context.h"
+#include "host/locale.h"
+#include "host/log.h"
+#include "host/net.h"
+#include "host/port_client.h"
+#include "host/record_service.h"
+#include "host/utility.h"
+#include "host/win_work.h"

@@ -1,0 +1,223 @@
+// Every record that passes between the module and the driver, as a layout: little-endian fields without padding.
+// Nothing of the host is needed to read or write them.
+#pragma once
+
+#include <boost/endian/buffers.hpp>
+#include <cstddef>
+#include <cstdint>
+
+namespace fenlux::records {
+
+using U8 = std::uint8_t;
+using U16 = boost::endian::little_uint16_buf_t;
+using U32 = boost::endian::little_uint32_buf_t;
+using U64 = boost::endian::little_uint64_buf_t;
+
+inline constexpr std::uint64_t kRequestMagic = 0x8f79ffe729a34ae3;
+inline constexpr std::uint64_t kReplyMagic = 0x5365c3b2b13342e4;
+inline constexpr std::uint64_t kConnectMagic = 0x2518d52534ac4c62;
+
+inline constexpr std::uint32_t kRequestSize = 65561;             // of every request, whatever its payload
+inline constexpr std::uint32_t kReplyFixedSize = 156;            // of a reply without context data
+inline constexpr std::uint32_t kNotificationFixedSize = 156;     // of a notification without items
+inline constexpr std::uint32_t kConnectVersion = 200;
+inline constexpr std::uint32_t kMaxMessageSize = 196764;         // the largest message that a port client must receive
+inline constexpr wchar_t kPortName[] = L"\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
+static_assert(sizeof(kPortName) / sizeof(wchar_t) - 1 == 50);
+
+// Commands of the module to the driver.
+enum class Command : std::uint32_t {
+  kAddMonitorObject = 1,
+  kCommitMonitorObjects = 3,
+  kGrpmSwitch = 4,
+  kGrspSwitch = 6,
+  kGrdtoValue = 8,
+  kGrharaSwitch = 9,
+  kDumpDebugInfo = 11,
+  kSpspState = 12,
+  kDriverVersion = 13,
+  kNetControlMode = 19,
+  kSystemProcess = 20,
+  kNetItemListBegin = 21,
+  kNetItem = 22,
+  kNetItemListEnd = 23,
+  kDriverConfig = 24,
+};
+
+// The verdicts of a reply. What each does to the operation is the driver's; the module only carries them.
+enum class Verdict : std::uint32_t {
+  k2 = 2,
+  kPass = 3,           // also of an operation that is not judged
+  k4 = 4,
+  k5 = 5,
+  kContext = 6,        // context data follows the fixed part
+  kPassClient2 = 7,    // what kPass is for client type 2
+  kUnjudged = 8,       // of a reply that no decision reached
+};
+
+// Client type 2 when the host's client-type flag is set.
+constexpr std::uint32_t ClientType(bool clientTypeFlag) { return clientTypeFlag ? 2 : 1; }
+
+struct RequestHeader {
+  U64 magic;
+  U32 command;
+};
+static_assert(sizeof(RequestHeader) == 12 && offsetof(RequestHeader, magic) == 0 &&
+              offsetof(RequestHeader, command) == 8);
+
+inline constexpr std::uint32_t kMaxPayloadSize = kRequestSize - sizeof(RequestHeader);
+static_assert(kMaxPayloadSize == 65549);
+
+// Command 1.
+struct MonitorObjectRequest {
+  RequestHeader header;
+  U32 objectType;
+  U8 pathFlag;
+  U8 rootName[8];
+  U8 path[65536];
+};
+static_assert(sizeof(MonitorObjectRequest) == kRequestSize && offsetof(MonitorObjectRequest, objectType) == 12 &&
+              offsetof(MonitorObjectRequest, pathFlag) == 16 && offsetof(MonitorObjectRequest, rootName) == 17 &&
+              offsetof(MonitorObjectRequest, path) == 25);
+
+// Commands 3 (object type), 8 (value), 19 (mode), 21 and 23 (list type).
+struct ValueRequest {
+  RequestHeader header;
+  U32 value;
+};
+static_assert(sizeof(ValueRequest) == 16 && offsetof(ValueRequest, value) == 12);
+
+// Commands 4 and 6.
+struct ClientSwitchRequest {
+  RequestHeader header;
+  U32 clientType;
+  U8 on;
+};
+static_assert(sizeof(ClientSwitchRequest) == 17 && offsetof(ClientSwitchRequest, clientType) == 12 &&
+              offsetof(ClientSwitchRequest, on) == 16);
+
+// Command 9.
+struct SwitchRequest {
+  RequestHeader header;
+  U8 off;
+};
+static_assert(sizeof(SwitchRequest) == 13 && offsetof(SwitchRequest, off) == 12);
+
+// Command 12.
+struct SpspStateRequest {
+  RequestHeader header;
+  U8 switch1;
+  U8 switch2;
+  U8 switch3;
+  U8 switch4;
+};
+static_assert(sizeof(SpspStateRequest) == 16 && offsetof(SpspStateRequest, switch1) == 12 &&
+              offsetof(SpspStateRequest, switch2) == 13 && offsetof(SpspStateRequest, switch3) == 14 &&
+              offsetof(SpspStateRequest, switch4) == 15);
+
+// What the driver answers to command 13, in a buffer of at least kRequestSize bytes.
+struct VersionReply {
+  RequestHeader header;
+  U32 version;
+};
+static_assert(sizeof(VersionReply) == 16 && offsetof(VersionReply, version) == 12);
+
+// Command 20.
+struct SystemProcessRequest {
+  RequestHeader header;
+  U32 kind;
+  U64 processId;
+};
+static_assert(sizeof(SystemProcessRequest) == 24 && offsetof(SystemProcessRequest, kind) == 12 &&
+              offsetof(SystemProcessRequest, processId) == 16);
+
+// Command 22.
+struct NetItemRequest {
+  RequestHeader header;
+  U32 listType;
+  U8 opaque[48];
+  U32 value;
+};
+static_assert(sizeof(NetItemRequest) == 68 && offsetof(NetItemRequest, listType) == 12 &&
+              offsetof(NetItemRequest, opaque) == 16 && offsetof(NetItemRequest, value) == 64);
+
+// Command 24: the host's configuration block stands directly behind the header.
+struct DriverConfigRequest {
+  RequestHeader header;
+  U8 block[kMaxPayloadSize];
+};
+static_assert(sizeof(DriverConfigRequest) == kRequestSize && offsetof(DriverConfigRequest, block) == 12);
+
+// What the driver is handed when the connection is opened.
+struct ConnectContext {
+  U64 magic;
+  U32 version;
+  U32 clientType;
+};
+static_assert(sizeof(ConnectContext) == 16 && offsetof(ConnectContext, magic) == 0 &&
+              offsetof(ConnectContext, version) == 8 && offsetof(ConnectContext, clientType) == 12);
+
+// The answer to a notification; `contextSize` bytes follow for Verdict::kContext.
+struct Reply {
+  U64 magic;
+  U32 fixedSize;
+  U32 verdict;
+  U32 contextSize;
+  U8 unused[136];
+};
+static_assert(sizeof(Reply) == kReplyFixedSize && offsetof(Reply, magic) == 0 && offsetof(Reply, fixedSize) == 8 &&
+              offsetof(Reply, verdict) == 12 && offsetof(Reply, contextSize) == 16);
+
+// A notification of the driver. Behind the fixed part stand item 1 (a path), item 2 (a second path), item 3 (bytes)
+// and item 4 (a further path); texts are UTF-16 and NUL-terminated.
+struct Notification {
+  U8 unused0[12];
+  U64 processId;
+  U32 code;
+  U8 variant;
+  U8 conditionA;
+  U8 unused26;
+  U8 conditionB;
+  U8 conditionC;
+  U8 oplock;
+  U32 item1Size;
+  U32 item2Size;
+  U32 item3Size;
+  U32 item4Present;
+  U32 identityPresent;
+  U8 identity[64];
+  U8 detail[33];  // EndpointDetail or RemoteDetail, by the code
+  U8 accessKind;
+  U32 accessValueA;
+  U32 accessValueB;
+};
+static_assert(sizeof(Notification) == kNotificationFixedSize && offsetof(Notification, processId) == 12 &&
+              offsetof(Notification, code) == 20 && offsetof(Notification, variant) == 24 &&
+              offsetof(Notification, conditionA) == 25 && offsetof(Notification, conditionB) == 27 &&
+              offsetof(Notification, conditionC) == 28 && offsetof(Notification, oplock) == 29 &&
+              offsetof(Notification, item1Size) == 30 && offsetof(Notification, item2Size) == 34 &&
+              offsetof(Notification, item3Size) == 38 && offsetof(Notification, item4Present) == 42 &&
+              offsetof(Notification, identityPresent) == 46 && offsetof(Notification, identity) == 50 &&
+              offsetof(Notification, detail) == 114 && offsetof(Notification, accessKind) == 147 &&
+              offsetof(Notification, accessValueA) == 148 && offsetof(Notification, accessValueB) == 152);
+
+// Notification::detail of code 4114.
+struct EndpointDetail {
+  U8 ipv6;
+  U16 port;
+  union {
+    U32 ipv4Address;
+    U8 ipv6Address[16];
+  };
+};
+static_assert(sizeof(EndpointDetail) == 19 && offsetof(EndpointDetail, port) == 1 &&
+              offsetof(EndpointDetail, ipv4Address) == 3 && offsetof(EndpointDetail, ipv6Address) == 3);
+
+// Notification::detail of codes 4116 and 8205.
+struct RemoteDetail {
+  U8 remote;
+  U64 words[4];
+};
+static_assert(sizeof(RemoteDetail) == sizeof(Notification::detail) && offsetof(RemoteDetail, words) == 1);
+
+}  // namespace fenlux::records
