@@ -1,0 +1,68 @@
+// A scenario: the ordered events and faults that the scripted source plays.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "refhost/emulator/emulator_faults.h"
+
+namespace fenlux::refhost {
+
+class ConfigErrors;
+class ConfigTable;
+
+// The same notification, delivered `count` times.
+struct NotifyStep {
+  std::vector<std::uint8_t> message;
+  std::uint32_t code = 0;        // 0 where the message is too short to hold one
+  std::uint64_t count = 1;
+  double ratePerSecond = 0;      // 0: as fast as the threads can
+  std::uint32_t threads = 1;     // that deliver side by side
+  std::optional<std::uint32_t> expectedVerdict;  // another one is a protocol violation; 0: no reply is expected
+  std::chrono::milliseconds holdReply{0};        // how long the reply waits before it is taken
+  bool holdUntilEnd = false;                     // the reply waits until the connection ends
+  bool inBackground = false;                     // the next step does not wait for the answers
+};
+
+struct PauseStep {
+  std::chrono::milliseconds duration{0};
+};
+
+struct DropStep {};
+
+struct FaultStep {
+  EmulatorFaults faults;
+};
+
+// Waits until the present connection has received a command that often; in vain is a protocol violation.
+struct AwaitRequestStep {
+  std::uint32_t command = 0;
+  std::uint64_t times = 1;
+  std::chrono::milliseconds limit{10000};
+};
+
+struct ScenarioStep {
+  std::variant<NotifyStep, PauseStep, DropStep, FaultStep, AwaitRequestStep> action;
+  std::uint32_t line = 0;  // in the scenario's file, counted from 1 by step
+};
+
+struct Scenario {
+  std::string name;
+  std::uint32_t threads = 2;   // delivery threads
+  std::uint64_t repeat = 1;    // how often the steps are played; 0: until the end
+  EmulatorFaults faults;       // in force from the start
+  std::vector<ScenarioStep> steps;
+};
+
+// Reads a scenario from the root table of its file, reports what is wrong with it, and calls Finish.
+Scenario ReadScenario(const ConfigTable& root);
+// The same from a file; a file that cannot be parsed gives an empty scenario and its errors.
+Scenario LoadScenario(const boost::filesystem::path& file, ConfigErrors& errors);
+
+}  // namespace fenlux::refhost
