@@ -1,4 +1,12 @@
 # How every file of the project is compiled: warnings are errors, and the sanitizers of the preset apply to all of it.
+
+# The ending of the bodies that differ between the platforms.
+if(WIN32)
+  set(FENLUX_PLATFORM win)
+else()
+  set(FENLUX_PLATFORM posix)
+endif()
+
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})

@@ -35,8 +35,7 @@ class CWinWork {
   virtual std::string& GetProcessNarrowText(std::string& out, std::uint32_t processId, std::uint32_t reserved) = 0;
   // Makes, and does not connect, a client of the driver's port. `connectContext` goes to the driver unchanged;
   // messages of up to `maxMessageSize` bytes must be received whole. Connection worker, once per connection.
-  virtual std::shared_ptr<CPortClient>& CreatePortClient(std::shared_ptr<CPortClient>& out,
-                                                         const std::string& portName,
+  virtual std::shared_ptr<CPortClient>& CreatePortClient(std::shared_ptr<CPortClient>& out, const std::string& portName,
                                                          const std::shared_ptr<CBuf>& connectContext,
                                                          std::uint32_t maxMessageSize,
                                                          const NotificationHandler& handler,

@@ -17,11 +17,11 @@ inline constexpr std::uint64_t kRequestMagic = 0x8f79ffe729a34ae3;
 inline constexpr std::uint64_t kReplyMagic = 0x5365c3b2b13342e4;
 inline constexpr std::uint64_t kConnectMagic = 0x2518d52534ac4c62;
 
-inline constexpr std::uint32_t kRequestSize = 65561;             // of every request, whatever its payload
-inline constexpr std::uint32_t kReplyFixedSize = 156;            // of a reply without context data
-inline constexpr std::uint32_t kNotificationFixedSize = 156;     // of a notification without items
+inline constexpr std::uint32_t kRequestSize = 65561;          // of every request, whatever its payload
+inline constexpr std::uint32_t kReplyFixedSize = 156;         // of a reply without context data
+inline constexpr std::uint32_t kNotificationFixedSize = 156;  // of a notification without items
 inline constexpr std::uint32_t kConnectVersion = 200;
-inline constexpr std::uint32_t kMaxMessageSize = 196764;         // the largest message that a port client must receive
+inline constexpr std::uint32_t kMaxMessageSize = 196764;  // the largest message that a port client must receive
 inline constexpr wchar_t kPortName[] = L"\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
 static_assert(sizeof(kPortName) / sizeof(wchar_t) - 1 == 50);
 
@@ -47,12 +47,12 @@ enum class Command : std::uint32_t {
 // The verdicts of a reply. What each does to the operation is the driver's; the module only carries them.
 enum class Verdict : std::uint32_t {
   k2 = 2,
-  kPass = 3,           // also of an operation that is not judged
+  kPass = 3,  // also of an operation that is not judged
   k4 = 4,
   k5 = 5,
-  kContext = 6,        // context data follows the fixed part
-  kPassClient2 = 7,    // what kPass is for client type 2
-  kUnjudged = 8,       // of a reply that no decision reached
+  kContext = 6,      // context data follows the fixed part
+  kPassClient2 = 7,  // what kPass is for client type 2
+  kUnjudged = 8,     // of a reply that no decision reached
 };
 
 // Client type 2 when the host's client-type flag is set.

@@ -78,14 +78,14 @@ class CKDIBase : public CDrvXControl, public std::enable_shared_from_this<CKDIBa
   std::shared_ptr<CAoArp> aoArp;
   std::shared_ptr<CArpMgmt> arpMgmt;
   std::shared_ptr<CCfgEx> cfgEx;
-  std::shared_ptr<CNetObject> netObject;      // held for the object's life, released once at shutdown
-  bool clientTypeFlag = false;                // client type 2 when true, 1 when false
-  bool cfgExOption = false;                   // kept for the host's register; no operation reads it
-  Mutex baseMutex;                            // held by RegisterSystemProcess for its whole run
+  std::shared_ptr<CNetObject> netObject;  // held for the object's life, released once at shutdown
+  bool clientTypeFlag = false;            // client type 2 when true, 1 when false
+  bool cfgExOption = false;               // kept for the host's register; no operation reads it
+  Mutex baseMutex;                        // held by RegisterSystemProcess for its whole run
   std::shared_ptr<CLocale> locale;
   std::shared_ptr<CRecordRegistration> recordHandle;  // withdrawn once at shutdown
   std::uint32_t portValue = 0;
-  std::atomic<bool> shutDown{false};          // set by the first shutdown: the gate of withdrawal and release
+  std::atomic<bool> shutDown{false};  // set by the first shutdown: the gate of withdrawal and release
 };
 
 }  // namespace fenlux

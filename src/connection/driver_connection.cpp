@@ -1,0 +1,54 @@
+// One whole connection with the driver: opened, announced, served until it ends. Runs on the connection worker, which
+// is blocked in Wait for most of it; notifications come in beside it, from Start on, through the handler made here.
+#include "common/log_codes.h"
+#include "kdi/win_driver_interact.h"
+
+namespace fenlux {
+
+void CWinDriverInteract::RunDriverConnection() {
+  if (stopped) {
+    log->LogProblem(kLogCode, LocalizedText("Need stop."));
+    return;
+  }
+  autoRefresh->Start();
+  const auto client = OpenPortClient();
+  client->Connect();
+  client->Start();
+  ready = true;
+  log->LogEvent(kLogCode, LocalizedText("Driver Interact Ready."));
+  SetSpspState(0);
+  CheckDriverVersion();
+  RegisterSystemImage(2, "system32\\csrss.exe");
+  RegisterSystemImage(3, "system32\\services.exe");
+  client->Wait();
+  log->LogEvent(kLogCode, LocalizedText("Driver interact exit."));
+}
+
+std::shared_ptr<CPortClient> CWinDriverInteract::OpenPortClient() {
+  std::shared_ptr<CBuf> connectContext;
+  utility->CreateBuffer(connectContext, true, sizeof(records::ConnectContext), false);
+  if (!connectContext) throw std::runtime_error("[wdi] no connect context buffer!");
+  auto& fields = FieldsOf<records::ConnectContext>(*connectContext);
+  fields.magic = records::kConnectMagic;
+  fields.version = records::kConnectVersion;
+  fields.clientType = records::ClientType(clientTypeFlag);
+
+  // Weak, because the port client that keeps the handler is owned by this object.
+  const NotificationHandler handler = [weakSelf = weak_from_this()](const void* message,
+                                                                    std::uint32_t size) -> std::shared_ptr<CBuf> {
+    const auto self = std::static_pointer_cast<CWinDriverInteract>(weakSelf.lock());
+    return self ? self->DispatchNotification(message, size) : nullptr;
+  };
+
+  std::string portName;
+  utility->ToNarrowString(portName, records::kPortName);
+  std::shared_ptr<CPortClient> client;
+  winWork->CreatePortClient(client, portName, connectContext, records::kMaxMessageSize, handler, portValue);
+  portClient.Store(client);
+  if (!client) throw std::runtime_error("[wdi] no port client!");
+  // A stop that came while the port client was being made found none to close.
+  if (stopped) client->Close();
+  return client;
+}
+
+}  // namespace fenlux

@@ -1,0 +1,172 @@
+// The way of a notification: decoded into an event record, judged by the host, answered with a verdict.
+//
+// Runs on the port client's delivery threads, several at once, without a lock and without state of its own: each call
+// has its own record and reply. An operation stands still in somebody's kernel until the reply is sent, so one is made
+// first of all, and whatever fails afterwards becomes a log line beside it.
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+#include "common/exception_report.h"
+#include "common/guarded.h"
+#include "common/log_codes.h"
+#include "connection/notification_items.h"
+#include "connection/notification_table.h"
+#include "kdi/perf_scope.h"
+#include "kdi/win_driver_interact.h"
+
+namespace fenlux {
+namespace {
+
+using records::Verdict;
+
+constexpr std::uint32_t kFirstCode = 4096;
+constexpr std::uint32_t kFirstCodeOfCategory2 = 8192;
+constexpr std::uint32_t kPrefixedPathCode = 4118;  // its path carries a prefix that is not part of it
+constexpr std::size_t kPathPrefixLength = 12;
+constexpr std::uint32_t kFurtherPathCode = 8204;  // its path may stand in item 4
+constexpr std::uint32_t kSource = 1;
+constexpr std::uint32_t kContextDecision = 5;
+constexpr std::uint32_t kContextTerminator = 2;  // bytes behind the context data, as the buffer delivers them
+
+// What passes, judged so or not judged at all.
+Verdict PassVerdict(bool clientTypeFlag) { return clientTypeFlag ? Verdict::kPassClient2 : Verdict::kPass; }
+
+Verdict VerdictOf(std::uint32_t decision, bool clientTypeFlag) {
+  static constexpr Verdict kVerdicts[] = {Verdict::kUnjudged, Verdict::k2,       Verdict::kPass,       Verdict::k4,
+                                          Verdict::k5,        Verdict::kContext, Verdict::kPassClient2};
+  if (decision == 2) return PassVerdict(clientTypeFlag);
+  return decision < std::size(kVerdicts) ? kVerdicts[decision] : Verdict::kUnjudged;
+}
+
+std::uint32_t CategoryOf(std::uint32_t code) {
+  if (code < kFirstCode) throw std::runtime_error("[wdi,wdaokd-2] bad pos value!");
+  return code < kFirstCodeOfCategory2 ? 1 : 2;
+}
+
+// Item 1 of the prefixed code, without its prefix; as it came where it is shorter than one.
+std::wstring WithoutPrefix(CUtility& utility, std::wstring path) {
+  std::string narrow;
+  utility.ToNarrowString(narrow, path);
+  if (narrow.size() < kPathPrefixLength) return path;
+  std::wstring rest;
+  utility.ToWideString(rest, narrow.substr(kPathPrefixLength));
+  return rest;
+}
+
+void StorePaths(CUtility& utility, const NotificationItems& items, CArpRecord& record) {
+  const auto& fixed = items.Fixed();
+  const std::uint32_t code = fixed.code.value();
+  std::wstring recordPath;
+  if (code == kFurtherPathCode && fixed.item4Present.value() != 0) {
+    record.SetPath(utility.ToRecordString(recordPath, items.FurtherPath()));
+  } else if (fixed.item1Size.value() != 0) {
+    std::wstring path = items.Path();
+    if (code == kPrefixedPathCode) {
+      path = WithoutPrefix(utility, std::move(path));
+      record.SetPath(path);
+    } else {
+      record.SetPath(utility.ToRecordString(recordPath, path));
+    }
+    record.SetPath(utility.ToRecordString(recordPath, path));
+  }
+  if (fixed.item2Size.value() != 0) record.SetSecondPath(utility.ToRecordString(recordPath, items.SecondPath()));
+  if (fixed.item3Size.value() != 0) {
+    const auto bytes = items.ExtraData();
+    std::shared_ptr<CBuf> data;
+    record.SetExtraData(utility.BufferFromBytes(data, bytes.data(), static_cast<std::uint32_t>(bytes.size())));
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<CBuf> CWinDriverInteract::CreateReply(std::uint32_t contextSize) {
+  if (contextSize > std::numeric_limits<std::uint32_t>::max() - records::kReplyFixedSize) {
+    throw std::runtime_error("[wdi] context data too large!");
+  }
+  std::shared_ptr<CBuf> reply;
+  utility->CreateBuffer(reply, true, records::kReplyFixedSize + contextSize, false);
+  if (!reply) throw std::runtime_error("[wdi] no reply buffer!");
+  auto& fields = FieldsOf<records::Reply>(*reply);
+  fields.magic = records::kReplyMagic;
+  fields.fixedSize = records::kReplyFixedSize;
+  fields.verdict = static_cast<std::uint32_t>(Verdict::kUnjudged);
+  return reply;
+}
+
+std::shared_ptr<CBuf> CWinDriverInteract::DispatchNotification(const void* message, std::uint32_t size) {
+  const CPerfScope measured(context);
+  auto reply = CreateReply(0);
+  bool replyWanted = true;
+  try {
+    const NotificationItems items(message, size);
+    const auto& fixed = items.Fixed();
+
+    std::shared_ptr<CArpRecord> record;
+    arpMgmt->CreateRecord(record, 0);
+    if (!record) throw std::runtime_error("[wdi,wdaokd] no event record!");
+    record->SetSource(kSource);
+    const std::uint32_t code = fixed.code.value();
+    record->SetCategory(CategoryOf(code));
+    const auto& process = record->ProcessPart();
+    if (!process) throw std::runtime_error("[wdi,wdaokd] no process part!");
+    process->SetProcessId(fixed.processId.value());
+    autoRefresh->FillEventProcessInfo(*record, *process, items.Identity());
+    StorePaths(*utility, items, *record);
+
+    const NotificationRow* const row = FindNotificationRow(code);
+    if (row == nullptr) throw std::runtime_error("[wdi,wdaokd] Unknown pos value!");
+    EventTypes types = row->types;
+    if (row->work != nullptr) {
+      NotificationContext notification{fixed, *record, *winWork, replyWanted};
+      types = row->work(notification, types);
+    }
+
+    const Verdict verdict = fixed.oplock != 0 ? PassUnjudged(*record)
+                                              : Judge(record, fixed.variant != 0 ? types.variant : types.plain, reply);
+    FieldsOf<records::Reply>(*reply).verdict = static_cast<std::uint32_t>(verdict);
+  } catch (...) {
+    Quietly([this] {
+      const auto convert = [this](const std::string& text) {
+        std::string converted;
+        return utility->ConvertText(converted, text);
+      };
+      log->LogProblem(kLogCode, ReportCurrentExceptionByKind("wdi,wdaokd", convert));
+    });
+  }
+  return replyWanted ? reply : nullptr;
+}
+
+// An oplock break must not wait for a judgement.
+Verdict CWinDriverInteract::PassUnjudged(CArpRecord& record) {
+  std::string description;
+  record.Describe(description);
+  Quietly([&] { log->LogDetail(kLogCode, LocalizedText("[Ignore OPLock]") + description); });
+  return PassVerdict(clientTypeFlag);
+}
+
+Verdict CWinDriverInteract::Judge(const std::shared_ptr<CArpRecord>& record, std::uint32_t eventType,
+                                  std::shared_ptr<CBuf>& reply) {
+  record->SetEventType(eventType);
+  const std::uint32_t decision = aoArp->Evaluate(record);
+  if (decision == kContextDecision) reply = ContextReply(*record);
+  return VerdictOf(decision, clientTypeFlag);
+}
+
+// A reply that carries the record's context data.
+std::shared_ptr<CBuf> CWinDriverInteract::ContextReply(CArpRecord& record) {
+  const auto data = record.GetContextData();
+  const std::size_t size = data ? data->GetSize() : 0;
+  if (size == 0) throw std::runtime_error("[wdi,wdaokd] lost context data!");
+  if (size > std::numeric_limits<std::uint32_t>::max() - kContextTerminator) {
+    throw std::runtime_error("[wdi] context data too large!");
+  }
+  const std::uint32_t contextSize = static_cast<std::uint32_t>(size) + kContextTerminator;
+  auto reply = CreateReply(contextSize);
+  auto& fields = FieldsOf<records::Reply>(*reply);
+  fields.contextSize = contextSize;
+  std::memcpy(&fields + 1, &FieldsOf<records::U8>(*data), size);
+  return reply;
+}
+
+}  // namespace fenlux

@@ -1,0 +1,104 @@
+// The notification table, one row a line, and the record work that its rows name.
+#include "connection/notification_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iterator>
+
+namespace fenlux {
+namespace {
+
+constexpr EventTypes One(std::uint32_t type) { return {type, type}; }
+
+template <class Detail>
+const Detail& DetailOf(const records::Notification& message) {
+  static_assert(sizeof(Detail) <= sizeof(message.detail) && alignof(Detail) == 1);
+  return *reinterpret_cast<const Detail*>(message.detail);
+}
+
+// An access: two values, and a pair of types that depends on what is asked for and under which conditions.
+EventTypes Access(NotificationContext& context, EventTypes rowTypes) {
+  constexpr EventTypes kSpecialAccess{0x401C, 0x401D};
+  constexpr EventTypes kPlainAccess{0x4002, 0x4003};
+  const auto& message = context.message;
+  context.record.SetValueA(message.accessValueA.value());
+  context.record.SetValueB(message.accessValueB.value());
+  if (message.accessKind != 0) return kSpecialAccess;
+  const bool conditional = message.conditionA != 0 || message.conditionB != 0 || message.conditionC != 0;
+  return conditional ? rowTypes : kPlainAccess;
+}
+
+// Counted with the second category, and a pair of its own under condition B.
+EventTypes SecondCategory(NotificationContext& context, EventTypes rowTypes) {
+  constexpr EventTypes kUnderConditionB{0x4008, 0x4009};
+  context.record.SetCategory(2);
+  return context.message.conditionB != 0 ? kUnderConditionB : rowTypes;
+}
+
+EventTypes NoReply(NotificationContext& context, EventTypes rowTypes) {
+  context.replyWanted = false;
+  return rowTypes;
+}
+
+EventTypes Endpoint(NotificationContext& context, EventTypes rowTypes) {
+  const auto& detail = DetailOf<records::EndpointDetail>(context.message);
+  const bool ipv6 = detail.ipv6 != 0;
+  context.record.SetPort(detail.port.value());
+  context.record.SetIpv6(ipv6);
+  if (ipv6) {
+    std::array<std::uint8_t, 16> address;
+    std::copy(std::begin(detail.ipv6Address), std::end(detail.ipv6Address), address.begin());
+    context.record.SetIpv6Address(address);
+  } else {
+    context.record.SetIpv4Address(detail.ipv4Address.value());
+  }
+  return rowTypes;
+}
+
+// The driver may leave the path to the host, which knows it by the record's path source.
+EventTypes Remote(NotificationContext& context, EventTypes rowTypes) {
+  const auto& detail = DetailOf<records::RemoteDetail>(context.message);
+  context.record.SetRemoteFlag(detail.remote != 0);
+  context.record.SetWord0(detail.words[0].value());
+  context.record.SetWord1(detail.words[1].value());
+  context.record.SetWord2(detail.words[2].value());
+  context.record.SetWord3(detail.words[3].value());
+  std::wstring path;
+  if (context.record.GetPath(path).empty()) {
+    context.winWork.GetProcessWideText(path, context.record.GetPathSource(), 0);
+    context.record.SetPath(path);
+  }
+  return rowTypes;
+}
+
+EventTypes Marked(NotificationContext& context, EventTypes rowTypes) {
+  context.record.Mark();
+  return rowTypes;
+}
+
+// Sorted by code. 4115 is no code of the driver's.
+constexpr NotificationRow kRows[] = {
+    {4097, {0x4000, 0x4001}, Access},    {4098, One(0x4005), nullptr},      {4099, One(0x4006), nullptr},
+    {4100, One(0x4007), nullptr},        {4101, {0x4008, 0x4009}, nullptr}, {4102, One(0x400A), nullptr},
+    {4103, One(0x400B), nullptr},        {4104, One(0x400C), nullptr},      {4105, One(0x400D), nullptr},
+    {4106, One(0x400E), nullptr},        {4107, One(0x400F), nullptr},      {4108, One(0x4010), nullptr},
+    {4109, One(0x4011), SecondCategory}, {4110, One(0x4012), nullptr},      {4111, One(0x4013), nullptr},
+    {4112, One(0x4014), nullptr},        {4113, One(0x4015), NoReply},      {4114, One(0x1002), Endpoint},
+    {4116, One(0x4018), Remote},         {4117, One(0x401B), nullptr},      {4118, One(0x401E), nullptr},
+    {8193, {0x4000, 0x4001}, Access},    {8194, One(0x4004), Marked},       {8195, One(0x4007), nullptr},
+    {8196, {0x4008, 0x4009}, nullptr},   {8197, One(0x400A), nullptr},      {8198, One(0x400B), nullptr},
+    {8199, One(0x400C), nullptr},        {8200, One(0x400D), nullptr},      {8201, One(0x400E), nullptr},
+    {8202, One(0x400F), nullptr},        {8203, One(0x4010), nullptr},      {8204, One(0x4017), nullptr},
+    {8205, One(0x4019), Remote},         {8206, One(0x401A), nullptr},
+};
+static_assert(std::ranges::is_sorted(kRows, {}, &NotificationRow::code));
+
+}  // namespace
+
+const NotificationRow* FindNotificationRow(std::uint32_t code) {
+  const auto* const row = std::ranges::lower_bound(kRows, code, {}, &NotificationRow::code);
+  return row != std::end(kRows) && row->code == code ? row : nullptr;
+}
+
+}  // namespace fenlux

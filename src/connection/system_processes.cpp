@@ -1,0 +1,40 @@
+// The system processes that the driver is told of, so that it can recognise them.
+#include "kdi/reported.h"
+#include "kdi/win_driver_interact.h"
+
+namespace fenlux {
+namespace {
+
+constexpr std::uint64_t kNoProcess = 0xFFFFFFFFFFFFFFFF;
+
+}  // namespace
+
+void CWinDriverInteract::RegisterSystemImage(std::uint32_t kind, const char* image) {
+  RegisterSystemProcess(kind, FindSystemProcessId(image));
+}
+
+std::uint64_t CWinDriverInteract::FindSystemProcessId(const std::string& image) {
+  boost::filesystem::path path;
+  winWork->SystemPath(path, image);
+  std::shared_ptr<ProcessIdList> processIds;
+  winWork->FindProcessesByImage(processIds, path, 0);
+  if (!processIds) return kNoProcess;
+  for (const std::uint32_t processId : *processIds) {
+    if (winWork->QueryProcessValue(processId, 0) == 0) return processId;
+  }
+  return kNoProcess;
+}
+
+void CWinDriverInteract::RegisterSystemProcess(std::uint32_t kind, std::uint64_t processId) {
+  const MutexLock lock(baseMutex);
+  if (processId == kNoProcess || !ready) return;
+  Reported("wdi,uxp", [&] {
+    SendRequest<records::SystemProcessRequest>(records::Command::kSystemProcess,
+                                               [&](records::SystemProcessRequest& request) {
+                                                 request.kind = kind;
+                                                 request.processId = processId;
+                                               });
+  });
+}
+
+}  // namespace fenlux

@@ -1,0 +1,45 @@
+// The driver's version: asked for, compared with the module's, reported and logged.
+#include "common/log_codes.h"
+#include "common/text.h"
+#include "kdi/reported.h"
+#include "kdi/win_driver_interact.h"
+
+namespace fenlux {
+namespace {
+
+constexpr std::uint32_t kModuleVersion = 19072701;  // one more where the host's version flag is set
+
+}  // namespace
+
+std::uint32_t CWinDriverInteract::GetDriverVersion() {
+  std::uint32_t version = 0;
+  Reported("wdi,gdv", [&] {
+    const auto request = CreateRequest(records::Command::kDriverVersion);
+    auto reply = CreateRequest(records::Command::kDriverVersion);
+    RequirePortClient()->Send(request, reply, true);
+    // A short answer is no answer, and no failure either.
+    if (reply && reply->GetSize() >= records::kRequestSize) {
+      version = FieldsOf<records::VersionReply>(*reply).version.value();
+    }
+  });
+  return version;
+}
+
+void CWinDriverInteract::CheckDriverVersion() {
+  const std::uint32_t driverVersion = GetDriverVersion();
+  cfg->ReportDriverVersion(1, true, driverVersion);
+  const std::uint32_t moduleVersion = kModuleVersion + (utility->QueryVersionFlag() ? 1 : 0);
+
+  const auto logVersion = [this](const char* text, std::uint32_t version) {
+    std::string line = LocalizedText(text);
+    AppendDecimal(line, version);
+    log->LogEvent(kLogCode, line);
+  };
+  logVersion("Current driver version=", driverVersion);
+  logVersion("Current fenlux version=", moduleVersion);
+  if (driverVersion != moduleVersion) {
+    log->LogWarning(kLogCode, LocalizedText("Driver version and fenlux version is NOT the same!"));
+  }
+}
+
+}  // namespace fenlux

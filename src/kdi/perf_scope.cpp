@@ -1,0 +1,36 @@
+#include "kdi/perf_scope.h"
+
+#include <string>
+
+#include "common/guarded.h"
+#include "common/log_codes.h"
+#include "host/cfg.h"
+#include "host/global_context.h"
+#include "host/log.h"
+#include "host/utility.h"
+
+namespace fenlux {
+
+CPerfScope::CPerfScope(const std::shared_ptr<CGlobalContext>& context) noexcept {
+  Quietly([&] {
+    const auto cfg = context->GetCfg();
+    if (!cfg || !cfg->IsMeasuringEnabled(0, 0)) return;
+    const auto utility = context->GetUtility();
+    if (!utility) return;
+    std::shared_ptr<CMeasurement> measurement;
+    utility->CreateMeasurement(measurement);
+    log_ = context->GetLog();
+    measurement_ = std::move(measurement);
+  });
+}
+
+CPerfScope::~CPerfScope() {
+  if (!measurement_ || !log_) return;
+  Quietly([this] {
+    std::string result;
+    measurement_->GetResultText(result);
+    log_->LogEvent(kMeasurementLogCode, "[PFM final]=" + result);
+  });
+}
+
+}  // namespace fenlux

@@ -1,0 +1,55 @@
+// The refresh thread: a pass, a pause, a pass, until it is asked to end.
+#include "procinfo/auto_refresh_process_info.h"
+
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "common/clock.h"
+#include "common/guarded.h"
+#include "common/log_codes.h"
+#include "common/required.h"
+#include "host/cfg_ex.h"
+#include "host/global_context.h"
+#include "host/utility.h"
+#include "host/win_work.h"
+
+namespace fenlux {
+
+CAutoRefreshProcessInfo::CAutoRefreshProcessInfo(const std::shared_ptr<CGlobalContext>& globalContext)
+    : context(globalContext),
+      utility(context->GetUtility()),
+      work(context->GetWinWork()),
+      cfgex(Required(context->GetCfgEx(), "[arpi] Bad cfgex init!")) {}
+
+void CAutoRefreshProcessInfo::Start() {
+  RefreshAll();  // publishes the first map, so that look-ups have one to search
+  std::thread([self = shared_from_this()] { self->RefreshThreadMain(); }).detach();
+  started = true;  // a stop request is not taken back: the thread of a Start after StopRefresh ends at once
+}
+
+void CAutoRefreshProcessInfo::StopRefresh() {
+  stopRequested = true;
+  started = false;
+}
+
+void CAutoRefreshProcessInfo::RefreshThreadMain() {
+  const std::unique_lock<std::mutex> only(threadMutex.Native(), std::try_to_lock);
+  if (!only) return;
+  WriteLog("Auto refresh process info thread start...");
+  std::chrono::milliseconds interval = std::chrono::seconds(1);  // until the host has given one
+  while (!stopRequested) {
+    Quietly([&] { interval = std::chrono::milliseconds(cfgex->GetRefreshInterval()); });
+    clock::PauseUntilWallClock(interval);
+    Quietly([this] { RefreshAll(); });
+  }
+  WriteLog("Auto refresh process info thread exit.");
+}
+
+void CAutoRefreshProcessInfo::WriteLog(const char* line) noexcept {
+  Quietly([&] {
+    if (utility) utility->WriteLog(kLogCode, line, kProcessInfoLogCategory);
+  });
+}
+
+}  // namespace fenlux

@@ -1,0 +1,94 @@
+// Look-ups, and the refresh pass. Host queries are always made outside the map's lock.
+#include <boost/thread/lock_types.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "host/arp_record.h"
+#include "host/cfg_ex.h"
+#include "host/win_work.h"
+#include "procinfo/auto_refresh_process_info.h"
+
+namespace fenlux {
+namespace {
+
+constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
+
+}  // namespace
+
+CWinWork& CAutoRefreshProcessInfo::Work() const {
+  if (!work) throw std::runtime_error("[arpi] Bad win_work!");
+  return *work;
+}
+
+std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::BuildRecord(std::uint32_t processId) {
+  const std::uint32_t sessionId = Work().QueryProcessValue(processId, 0);
+  if (sessionId == kUnknownProcess) return {};
+  auto info = std::make_shared<CSingleProcessInfo>();
+  info->sessionId = sessionId;
+  work->GetProcessNarrowText(info->narrowInfo, processId, 0);
+  work->GetProcessWideText(info->wideInfo, processId, 0);
+  return info;
+}
+
+std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::GetProcessInfo(std::uint32_t processId) {
+  if (cfgex->IsCacheBypassed()) return BuildRecord(processId);
+  {
+    const boost::shared_lock<boost::shared_mutex> lock(mapLock);
+    if (processes) {
+      const auto found = processes->find(processId);
+      if (found != processes->end()) return found->second;
+    }
+  }
+  return FetchAndCache(processId);
+}
+
+std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::FetchAndCache(std::uint32_t processId) {
+  auto info = BuildRecord(processId);
+  if (!info) return info;
+  const boost::unique_lock<boost::shared_mutex> lock(mapLock);
+  if (processes) processes->try_emplace(processId, info);
+  return info;
+}
+
+void CAutoRefreshProcessInfo::FillEventProcessInfo(CArpRecord& record, CArpProcess& process,
+                                                   const std::uint8_t* identity) {
+  if (!started) return;
+  const auto info = GetProcessInfo(static_cast<std::uint32_t>(process.GetProcessId()));
+  if (info) {
+    process.SetSessionId(info->sessionId);
+    process.SetNarrowInfo(info->narrowInfo);
+    record.SetWideInfo(info->wideInfo);
+  }
+  if (cfgex->IsIdentityTextAdded() && identity != nullptr) {
+    std::string text;
+    Work().GetIdentityText(text, identity);
+    process.SetIdentityText(text);
+  }
+}
+
+void CAutoRefreshProcessInfo::RefreshAll() {
+  auto fresh = std::make_shared<ProcessInfoMap>();
+  {
+    const boost::shared_lock<boost::shared_mutex> lock(mapLock);
+    if (processes) *fresh = *processes;
+  }
+  if (!fresh->empty()) {
+    std::shared_ptr<ProcessIdSet> running;
+    Work().GetRunningProcessIds(running, 0);
+    for (auto entry = fresh->begin(); entry != fresh->end();) {
+      const bool isRunning = running && running->contains(entry->first);
+      auto info = isRunning ? BuildRecord(entry->first) : nullptr;
+      if (info) {
+        entry->second = std::move(info);
+        ++entry;
+      } else {
+        entry = fresh->erase(entry);
+      }
+    }
+  }
+  // What a look-up inserted since the copy was taken is lost here; its next miss fetches it again.
+  const boost::unique_lock<boost::shared_mutex> lock(mapLock);
+  processes.swap(fresh);
+}
+
+}  // namespace fenlux
