@@ -7,6 +7,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -167,7 +168,8 @@ struct ConfigTable::Node {
     const std::optional<std::string> expanded = Expand(*text, node, keyName);
     if (!expanded) return {};
     const boost::filesystem::path path = *expanded;
-    return path.is_absolute() ? path : source->file.parent_path() / path;
+    if (path.is_absolute()) return path;
+    return boost::filesystem::absolute(source->file.parent_path() / path).lexically_normal();
   }
 
   // Calls `each` for every element of the array under the key, with the element's own name.

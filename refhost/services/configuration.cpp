@@ -1,0 +1,158 @@
+// The module's settings, from their tables to the answers of CCfg and CCfgEx.
+#include "refhost/services/configuration.h"
+
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "kdi/driver_records.h"
+#include "refhost/services/config_reader.h"
+#include "refhost/services/heap_buffer.h"
+
+namespace fenlux::refhost {
+namespace {
+
+class PolicyObject final : public CPolicyObject {
+ public:
+  explicit PolicyObject(boost::filesystem::path path) : path_(std::move(path)) {}
+  boost::filesystem::path GetMonitorPath() override { return path_; }
+
+ private:
+  boost::filesystem::path path_;
+};
+
+std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
+  std::vector<std::uint8_t> block;
+  std::string_view key = "config_block";
+  if (module.Has("config_block_file")) {
+    if (module.Has(key)) module.Report("config_block_file", "cannot stand beside config_block");
+    key = "config_block_file";
+    const boost::filesystem::path path = module.Path(key);
+    std::ifstream file(path.string(), std::ios::binary);
+    block.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    if (!path.empty() && !file) module.Report(key, "names " + path.string() + ", which cannot be read");
+  } else {
+    const std::string text = module.Text(key, "");
+    block.assign(text.begin(), text.end());
+  }
+  if (block.size() > records::kMaxPayloadSize) {
+    module.Report(key, "gives " + std::to_string(block.size()) + " bytes; the driver takes at most " +
+                           std::to_string(records::kMaxPayloadSize));
+    block.clear();
+  }
+  return block;
+}
+
+std::shared_ptr<MonitorPolicy> MakePolicy(const LiveSettings& live) {
+  if (!live.monitoredObjects) return nullptr;
+  auto policy = std::make_shared<MonitorPolicy>();
+  policy->reserve(live.monitoredObjects->size());
+  for (const auto& path : *live.monitoredObjects) policy->push_back(std::make_shared<PolicyObject>(path));
+  return policy;
+}
+
+}  // namespace
+
+FixedSettings ReadFixedSettings(const ConfigTable& root) {
+  const ConfigTable module = root.Table("module");
+  FixedSettings settings;
+  settings.enabled = module.Boolean("enabled", settings.enabled);
+  settings.portValue = module.Unsigned("port_value", settings.portValue);
+  settings.recordValue1 = module.Unsigned("record_value1", settings.recordValue1);
+  settings.recordValue2 = module.Unsigned("record_value2", settings.recordValue2);
+  settings.driverInterfaceFlag = module.Boolean("driver_interface_flag", settings.driverInterfaceFlag);
+  settings.clientTypeFlag = module.Unsigned("client_type", 1, 1, 2) == 2;
+  settings.monitorObjectFlag = module.Unsigned("monitor_object_type", 2, 1, 2) == 1;
+  settings.versionFlag = module.Boolean("version_flag", settings.versionFlag);
+  return settings;
+}
+
+LiveSettings ReadLiveSettings(const ConfigTable& root) {
+  const ConfigTable module = root.Table("module");
+  LiveSettings settings;
+  settings.cacheBypassed = module.Boolean("bypass_process_cache", settings.cacheBypassed);
+  settings.identityTextAdded = module.Boolean("identity_text", settings.identityTextAdded);
+  settings.measuring = module.Boolean("measure", settings.measuring);
+  settings.refreshMilliseconds = module.Unsigned("refresh_interval_ms", settings.refreshMilliseconds);
+  settings.configBlock = ReadConfigBlock(module);
+
+  const ConfigTable spsp = root.Table("spsp");
+  constexpr std::array<std::string_view, 4> kFlags{"flag1", "flag2", "flag3", "flag4"};
+  for (std::size_t index = 0; index < kFlags.size(); ++index) {
+    settings.spspFlags[index] = static_cast<std::uint8_t>(spsp.Unsigned(kFlags[index], 0, 0, 255));
+  }
+
+  const ConfigTable policy = root.Table("policy");
+  if (policy.Present()) settings.monitoredObjects = policy.Paths("directories");
+  return settings;
+}
+
+class Configuration::Spsp final : public CSpspSettings {
+ public:
+  std::uint8_t GetSpspFlag1() override { return flags_[0].load(); }
+  std::uint8_t GetReservedFlag() override { return 0; }
+  std::uint8_t GetSpspFlag2() override { return flags_[1].load(); }
+  std::uint8_t GetSpspFlag3() override { return flags_[2].load(); }
+  std::uint8_t GetSpspFlag4() override { return flags_[3].load(); }
+
+  void Replace(const std::array<std::uint8_t, 4>& flags) {
+    for (std::size_t index = 0; index < flags.size(); ++index) flags_[index].store(flags[index]);
+  }
+
+ private:
+  std::array<std::atomic<std::uint8_t>, 4> flags_{};
+};
+
+Configuration::Configuration(const FixedSettings& fixed, LiveSettings live,
+                             std::shared_ptr<CRecordFactory> recordFactory)
+    : fixed_(fixed), recordFactory_(std::move(recordFactory)), spspFlags_(std::make_shared<Spsp>()), spsp_(spspFlags_) {
+  Replace(std::move(live));
+}
+
+void Configuration::Replace(LiveSettings live) {
+  std::shared_ptr<MonitorPolicy> policy = MakePolicy(live);
+  std::unique_ptr<Block> block = std::make_unique<Block>();
+  if (!live.configBlock.empty()) block->handle = std::make_shared<HeapBuffer>(live.configBlock);
+  block->bytes = std::move(live.configBlock);
+
+  spspFlags_->Replace(live.spspFlags);
+  cacheBypassed_.store(live.cacheBypassed);
+  identityTextAdded_.store(live.identityTextAdded);
+  measuring_.store(live.measuring);
+  refreshMilliseconds_.store(live.refreshMilliseconds);
+  const std::lock_guard lock(mutex_);
+  policy_.swap(policy);
+  if (block_ == nullptr || block_->bytes != block->bytes) {
+    block->older = std::move(block_);
+    block_ = std::move(block);
+  }
+}
+
+DriverVersionReport Configuration::LastDriverVersion() const {
+  const std::lock_guard lock(mutex_);
+  return driverVersion_;
+}
+
+void Configuration::ReportDriverVersion(std::uint32_t /*kind*/, bool /*current*/, std::uint32_t version) {
+  const std::lock_guard lock(mutex_);
+  ++driverVersion_.reports;
+  driverVersion_.version = version;
+}
+
+bool Configuration::IsMeasuringEnabled(std::uint32_t /*first*/, std::uint32_t /*second*/) {
+  return measuring_.load(std::memory_order_relaxed);
+}
+
+std::shared_ptr<MonitorPolicy>& Configuration::GetMonitorPolicy(std::shared_ptr<MonitorPolicy>& out) {
+  lastPolicyRead_.store(Clock::now().time_since_epoch().count());
+  policyReads_.fetch_add(1);
+  const std::lock_guard lock(mutex_);
+  return out = policy_;
+}
+
+const std::shared_ptr<CBuf>& Configuration::GetDriverConfigBlock() {
+  const std::lock_guard lock(mutex_);
+  return block_->handle;
+}
+
+}  // namespace fenlux::refhost

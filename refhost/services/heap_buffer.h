@@ -1,0 +1,24 @@
+// The host's byte buffer: zero-filled when made, so that no old memory reaches the driver.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "host/buf.h"
+
+namespace fenlux::refhost {
+
+class HeapBuffer final : public CBuf {
+ public:
+  explicit HeapBuffer(std::size_t size) : bytes_(size) {}
+  explicit HeapBuffer(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
+  HeapBuffer(const std::uint8_t* bytes, std::size_t size) : bytes_(bytes, bytes + size) {}
+
+  std::uint8_t* GetData() override { return bytes_.data(); }
+  std::size_t GetSize() override { return bytes_.size(); }
+
+ private:
+  std::vector<std::uint8_t> bytes_;
+};
+
+}  // namespace fenlux::refhost

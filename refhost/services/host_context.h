@@ -1,0 +1,56 @@
+// The service locator that the reference host hands to the module.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "host/host.h"
+
+namespace fenlux::refhost {
+
+// Every service of the host. They are made once and stay for the host's life.
+struct HostServices {
+  std::shared_ptr<CCfg> cfg;
+  std::shared_ptr<CLog> log;
+  std::shared_ptr<CLocale> locale;
+  std::shared_ptr<CUtility> utility;
+  std::shared_ptr<CNet> net;
+  std::shared_ptr<CRecordService> recordService;
+  std::shared_ptr<CWinWork> winWork;
+  std::shared_ptr<CArpMgmt> arpMgmt;
+  std::shared_ptr<CCfgEx> cfgEx;
+  std::shared_ptr<CAoArp> aoArp;
+};
+
+class HostContext final : public CGlobalContext {
+ public:
+  explicit HostContext(HostServices services) : services_(std::move(services)) {}
+
+  std::shared_ptr<CCfg> GetCfg() override { return services_.cfg; }
+  std::shared_ptr<CLog> GetLog() override { return services_.log; }
+  std::shared_ptr<CLocale> GetLocale() override { return services_.locale; }
+  std::shared_ptr<CUtility> GetUtility() override { return services_.utility; }
+  std::shared_ptr<CNet> GetNet() override { return services_.net; }
+  const std::shared_ptr<CRecordService>& GetRecordService() override { return services_.recordService; }
+  const std::shared_ptr<CWinWork>& GetWinWork() override { return services_.winWork; }
+  std::shared_ptr<CArpMgmt> GetArpMgmt() override { return services_.arpMgmt; }
+  std::shared_ptr<CCfgEx> GetCfgEx() override { return services_.cfgEx; }
+  std::shared_ptr<CAoArp> GetAoArp() override { return services_.aoArp; }
+  void RegisterModule(const std::shared_ptr<CFenlux>& module) override {
+    const std::lock_guard lock(mutex_);
+    module_ = module;
+  }
+
+  // What the module registered; empty before. Any thread.
+  std::shared_ptr<CFenlux> Module() const {
+    const std::lock_guard lock(mutex_);
+    return module_;
+  }
+
+ private:
+  const HostServices services_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<CFenlux> module_;
+};
+
+}  // namespace fenlux::refhost

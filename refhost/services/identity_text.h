@@ -1,0 +1,16 @@
+// The text of an account's identity block.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace fenlux::refhost {
+
+inline constexpr std::size_t kIdentityBlockSize = 64;
+
+// "S-1-5-21-..." of a security identifier in its binary form; of bytes that are none, their hexadecimal digits up to
+// the last byte that is not zero.
+std::string IdentityText(std::span<const std::uint8_t, kIdentityBlockSize> block);
+
+}  // namespace fenlux::refhost

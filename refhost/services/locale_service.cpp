@@ -1,0 +1,23 @@
+// Translation and the reading of its table.
+#include "refhost/services/locale_service.h"
+
+#include <string_view>
+
+#include "refhost/services/config_reader.h"
+
+namespace fenlux::refhost {
+
+Translations ReadTranslations(const ConfigTable& table) {
+  Translations translations;
+  for (const std::string& text : table.Keys()) translations.emplace(text, table.RequiredText(text));
+  return translations;
+}
+
+std::string& LocaleService::TranslateText(std::string& out, const char* text, const char* /*second*/,
+                                          std::uint32_t /*flags*/) {
+  const auto translations = translations_.Get();
+  const auto found = translations->find(std::string_view(text));
+  return out = found == translations->end() ? text : found->second.c_str();
+}
+
+}  // namespace fenlux::refhost

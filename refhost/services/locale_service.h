@@ -1,0 +1,32 @@
+// Translation by a table from the configuration; a text without an entry stays as it is.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "host/locale.h"
+#include "refhost/services/live_value.h"
+
+namespace fenlux::refhost {
+
+class ConfigTable;
+
+using Translations = std::map<std::string, std::string, std::less<>>;
+
+// Reads [translations]: the module's text is the key.
+Translations ReadTranslations(const ConfigTable& table);
+
+class LocaleService final : public CLocale {
+ public:
+  explicit LocaleService(Translations translations) : translations_(std::move(translations)) {}
+
+  std::string& TranslateText(std::string& out, const char* text, const char* second, std::uint32_t flags) override;
+
+  // Any thread, at any time.
+  void Replace(Translations translations) { translations_.Set(std::move(translations)); }
+
+ private:
+  LiveValue<Translations> translations_;
+};
+
+}  // namespace fenlux::refhost

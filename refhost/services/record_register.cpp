@@ -1,0 +1,103 @@
+// Registrations and net objects may outlive the services that made them, so each shares what it reports to.
+#include "refhost/services/record_register.h"
+
+#include <stdexcept>
+
+namespace fenlux::refhost {
+
+struct RecordRegister::Entries {
+  mutable std::mutex mutex;
+  std::list<RegisteredInterface> now;
+  std::uint64_t total = 0;
+};
+
+class RecordRegister::Record final : public CKdiRecord {
+ public:
+  void SetName(const std::string& name) override { data.name = name; }
+  void SetPortValue(std::uint32_t value) override { data.portValue = value; }
+  void SetValue1(std::uint32_t value) override { data.value1 = value; }
+  void SetValue2(std::uint32_t value) override { data.value2 = value; }
+
+  RegisteredInterface data;
+};
+
+class RecordRegister::Registration final : public CRecordRegistration {
+ public:
+  Registration(std::shared_ptr<Entries> entries, const RegisteredInterface& data) : entries_(std::move(entries)) {
+    const std::lock_guard lock(entries_->mutex);
+    place_ = entries_->now.insert(entries_->now.end(), data);
+    ++entries_->total;
+  }
+  ~Registration() { Withdraw(); }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+
+  void Withdraw() override {
+    const std::lock_guard lock(entries_->mutex);
+    if (withdrawn_) return;
+    entries_->now.erase(place_);
+    withdrawn_ = true;
+  }
+
+ private:
+  std::shared_ptr<Entries> entries_;
+  std::list<RegisteredInterface>::iterator place_;
+  bool withdrawn_ = false;
+};
+
+RecordRegister::RecordRegister() : entries_(std::make_shared<Entries>()) {}
+
+std::shared_ptr<CKdiRecord>& RecordRegister::CreateRecord(std::shared_ptr<CKdiRecord>& out) {
+  return out = std::make_shared<Record>();
+}
+
+std::shared_ptr<CRecordRegistration> RecordRegister::Register(const std::shared_ptr<CKdiRecord>& record) {
+  const auto own = std::dynamic_pointer_cast<Record>(record);
+  if (own == nullptr) throw std::runtime_error("the record was not made by this host");
+  return std::make_shared<Registration>(entries_, own->data);
+}
+
+std::vector<RegisteredInterface> RecordRegister::Registered() const {
+  const std::lock_guard lock(entries_->mutex);
+  return {entries_->now.begin(), entries_->now.end()};
+}
+
+std::uint64_t RecordRegister::TotalRegistered() const {
+  const std::lock_guard lock(entries_->mutex);
+  return entries_->total;
+}
+
+class NetService::Object final : public CNetObject {
+ public:
+  explicit Object(std::shared_ptr<Counts> counts) : counts_(std::move(counts)) { ++counts_->made; }
+  ~Object() {
+    if (!released_) ++counts_->dropped;
+  }
+  Object(const Object&) = delete;
+  Object& operator=(const Object&) = delete;
+
+  std::shared_ptr<CNetObject>& Release(std::shared_ptr<CNetObject>& out, std::uint32_t /*reserved*/) override {
+    if (!released_.exchange(true)) ++counts_->released;
+    out.reset();
+    return out;
+  }
+
+ private:
+  std::shared_ptr<Counts> counts_;
+  std::atomic<bool> released_{false};
+};
+
+std::shared_ptr<CNetObject>& NetService::CreateObject(std::shared_ptr<CNetObject>& out, std::uint32_t /*value1*/,
+                                                      std::uint32_t /*value2*/) {
+  return out = std::make_shared<Object>(counts_);
+}
+
+NetTotals NetService::Totals() const {
+  NetTotals totals;
+  totals.released = counts_->released + counts_->dropped;
+  totals.made = counts_->made;
+  totals.held = totals.made - totals.released;
+  return totals;
+}
+
+}  // namespace fenlux::refhost

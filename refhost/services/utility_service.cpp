@@ -1,0 +1,121 @@
+// The conversions in full; see the header for what each means.
+#include "refhost/services/utility_service.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <chrono>
+#include <string_view>
+
+#include "refhost/services/heap_buffer.h"
+#include "refhost/services/log_service.h"
+#include "refhost/services/utf_text.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Measurement final : public CMeasurement {
+ public:
+  std::string& GetResultText(std::string& out) override {
+    const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start_);
+    return out = std::to_string(elapsed.count()) + " us";
+  }
+
+ private:
+  Clock::time_point start_ = Clock::now();
+};
+
+bool IsSeparator(wchar_t character) { return character == L'/' || character == L'\\'; }
+
+bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
+
+// Whether the component that begins at `at` is a lone ".".
+bool IsDotComponent(std::wstring_view path, std::size_t at) {
+  return path[at] == L'.' && (at + 1 == path.size() || IsSeparator(path[at + 1]));
+}
+
+}  // namespace
+
+UtilityService::UtilityService(std::shared_ptr<LogService> log, bool versionFlag)
+    : log_(std::move(log)), versionFlag_(versionFlag) {}
+
+bool UtilityService::QueryVersionFlag() { return versionFlag_; }
+
+std::string& UtilityService::ToNarrowString(std::string& out, const std::wstring& text) {
+  return out = NarrowFromWide(text);
+}
+
+std::string& UtilityService::TransformPath(std::string& out, const std::string& path) { return out = path; }
+
+std::string& UtilityService::ConvertText(std::string& out, const std::string& message) {
+  return out = Printable(message);
+}
+
+std::shared_ptr<CMeasurement>& UtilityService::CreateMeasurement(std::shared_ptr<CMeasurement>& out) {
+  return out = std::make_shared<Measurement>();
+}
+
+void UtilityService::CopyToField(void* destination, std::uint32_t limit, const std::wstring& text) {
+  const std::u16string units = Utf16FromWide(text);
+  const std::size_t room = limit / 2;
+  std::size_t count = units.size() < room ? units.size() : room;
+  // A character of two units is copied whole or not at all.
+  if (count < units.size() && count > 0 && IsHighSurrogate(units[count - 1])) --count;
+  auto* field = static_cast<std::uint8_t*>(destination);
+  for (std::size_t index = 0; index < count; ++index) {
+    field[2 * index] = static_cast<std::uint8_t>(units[index] & 0xFF);
+    field[2 * index + 1] = static_cast<std::uint8_t>(units[index] >> 8);
+  }
+  if (count < room) field[2 * count] = field[2 * count + 1] = 0;
+}
+
+std::wstring& UtilityService::ToWideString(std::wstring& out, const std::string& text) {
+  return out = WideFromNarrow(text);
+}
+
+std::wstring& UtilityService::ToRecordString(std::wstring& out, const std::wstring& path) {
+  std::wstring_view rest = path;
+  for (const std::wstring_view prefix : {std::wstring_view(L"\\??\\"), std::wstring_view(L"\\\\?\\")}) {
+    if (rest.substr(0, prefix.size()) == prefix) rest.remove_prefix(prefix.size());
+  }
+  std::wstring normal;
+  normal.reserve(rest.size());
+  std::size_t at = 0;
+  // Two backslashes at the beginning name a machine of the network and stay.
+  if (rest.substr(0, 2) == L"\\\\") {
+    normal = L"\\\\";
+    at = 2;
+  }
+  while (at < rest.size()) {
+    const bool componentBegins = !normal.empty() && IsSeparator(normal.back());
+    if (componentBegins && IsSeparator(rest[at])) {
+      ++at;
+    } else if (componentBegins && IsDotComponent(rest, at)) {
+      at += at + 1 == rest.size() ? 1 : 2;
+    } else {
+      normal += rest[at++];
+    }
+  }
+  return out = std::move(normal);
+}
+
+std::shared_ptr<CBuf>& UtilityService::CreateBuffer(std::shared_ptr<CBuf>& out, bool /*first*/, std::uint32_t size,
+                                                    bool /*last*/) {
+  return out = std::make_shared<HeapBuffer>(static_cast<std::size_t>(size));
+}
+
+bool UtilityService::TestPath(const boost::filesystem::path& path) {
+  boost::system::error_code error;
+  return boost::filesystem::is_directory(path, error);
+}
+
+std::shared_ptr<CBuf>& UtilityService::BufferFromBytes(std::shared_ptr<CBuf>& out, const void* bytes,
+                                                       std::uint32_t length) {
+  return out = std::make_shared<HeapBuffer>(static_cast<const std::uint8_t*>(bytes), static_cast<std::size_t>(length));
+}
+
+void UtilityService::WriteLog(std::uint32_t code, const std::string& line, std::uint32_t category) {
+  log_->Write(Severity::kEvent, code, line, category);
+}
+
+}  // namespace fenlux::refhost

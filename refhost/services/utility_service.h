@@ -1,0 +1,42 @@
+// Text conversion, buffers, measurements and the plain log of the host.
+#pragma once
+
+#include <memory>
+
+#include "host/utility.h"
+
+namespace fenlux::refhost {
+
+class LogService;
+
+class UtilityService final : public CUtility {
+ public:
+  // `versionFlag` is what QueryVersionFlag answers.
+  UtilityService(std::shared_ptr<LogService> log, bool versionFlag);
+
+  bool QueryVersionFlag() override;
+  // Wide text as UTF-8.
+  std::string& ToNarrowString(std::string& out, const std::wstring& text) override;
+  // The path as it came.
+  std::string& TransformPath(std::string& out, const std::string& path) override;
+  // The message on one line of valid UTF-8.
+  std::string& ConvertText(std::string& out, const std::string& message) override;
+  // Counts microseconds from here on.
+  std::shared_ptr<CMeasurement>& CreateMeasurement(std::shared_ptr<CMeasurement>& out) override;
+  // UTF-16 little-endian, cut between characters, ended by a zero unit where one fits.
+  void CopyToField(void* destination, std::uint32_t limit, const std::wstring& text) override;
+  std::wstring& ToWideString(std::wstring& out, const std::string& text) override;
+  // Without the prefix of the system's object names ("\??\", "\\?\"), without doubled separators and "." components.
+  std::wstring& ToRecordString(std::wstring& out, const std::wstring& path) override;
+  // Always zero-filled.
+  std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size, bool last) override;
+  bool TestPath(const boost::filesystem::path& path) override;
+  std::shared_ptr<CBuf>& BufferFromBytes(std::shared_ptr<CBuf>& out, const void* bytes, std::uint32_t length) override;
+  void WriteLog(std::uint32_t code, const std::string& line, std::uint32_t category) override;
+
+ private:
+  std::shared_ptr<LogService> log_;
+  bool versionFlag_;
+};
+
+}  // namespace fenlux::refhost
