@@ -1,0 +1,314 @@
+#include "tests/support/call_gate.h"
+
+#include <Poco/Exception.h>
+
+#include <algorithm>
+#include <boost/system/error_code.hpp>
+#include <boost/system/system_error.hpp>
+#include <charconv>
+#include <chrono>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+namespace fenlux::testing {
+namespace {
+
+constexpr std::chrono::seconds kPatience{60};
+constexpr std::size_t kAlwaysEmpty = std::numeric_limits<std::size_t>::max();
+
+bool BeginsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool BeginsWithAny(const std::string& text, const std::vector<std::string>& prefixes) {
+  return std::any_of(prefixes.begin(), prefixes.end(),
+                     [&text](const std::string& prefix) { return BeginsWith(text, prefix); });
+}
+
+std::string HexText(std::uint64_t value) {
+  char digits[16];
+  const auto end = std::to_chars(std::begin(digits), std::end(digits), value, 16);
+  return "0x" + std::string(std::begin(digits), end.ptr);
+}
+
+void AppendCodePoint(std::string& out, std::uint32_t code) {
+  const auto byte = [&out](std::uint32_t value) { out += static_cast<char>(static_cast<unsigned char>(value)); };
+  if (code >= 0xD800 && code <= 0xDFFF) {
+    char digits[8];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), code, 16);
+    out += "\\u";
+    std::transform(std::begin(digits), end.ptr, std::back_inserter(out),
+                   [](char digit) { return digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit; });
+  } else if (code < 0x80) {
+    byte(code);
+  } else if (code < 0x800) {
+    byte(0xC0 | (code >> 6));
+    byte(0x80 | (code & 0x3F));
+  } else if (code < 0x10000) {
+    byte(0xE0 | (code >> 12));
+    byte(0x80 | ((code >> 6) & 0x3F));
+    byte(0x80 | (code & 0x3F));
+  } else {
+    byte(0xF0 | (code >> 18));
+    byte(0x80 | ((code >> 12) & 0x3F));
+    byte(0x80 | ((code >> 6) & 0x3F));
+    byte(0x80 | (code & 0x3F));
+  }
+}
+
+}  // namespace
+
+const char* NameOf(Failure failure) {
+  switch (failure) {
+    case Failure::kStandard:
+      return "standard exception";
+    case Failure::kPoco:
+      return "Poco exception";
+    case Failure::kBoostSystem:
+      return "Boost system error";
+    case Failure::kInt:
+      return "int";
+  }
+  return "";
+}
+
+void Throw(Failure failure) {
+  switch (failure) {
+    case Failure::kStandard:
+      throw std::runtime_error("standard failure");
+    case Failure::kPoco:
+      throw Poco::IOException("poco failure", 42);
+    case Failure::kBoostSystem:
+      throw boost::system::system_error(boost::system::errc::make_error_code(boost::system::errc::permission_denied));
+    case Failure::kInt:
+      throw 7;
+  }
+  throw std::logic_error("no such failure");
+}
+
+std::string MessageOf(Failure failure) {
+  try {
+    Throw(failure);
+  } catch (const std::exception& caught) {
+    return caught.what();
+  } catch (...) {
+    return {};
+  }
+}
+
+std::string Display(const std::wstring& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    auto code = static_cast<std::uint32_t>(text[i]);
+    if constexpr (sizeof(wchar_t) == 2) {
+      const bool high = code >= 0xD800 && code <= 0xDBFF;
+      if (high && i + 1 < text.size()) {
+        const auto low = static_cast<std::uint32_t>(text[i + 1]);
+        if (low >= 0xDC00 && low <= 0xDFFF) {
+          code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+          ++i;
+        }
+      }
+    }
+    AppendCodePoint(out, code);
+  }
+  return out;
+}
+
+CallGate::CallGate() : mode_(kJournal) {}
+
+void CallGate::Append(std::string& out, bool value) { out += value ? "true" : "false"; }
+void CallGate::Append(std::string& out, int value) { out += std::to_string(value); }
+void CallGate::Append(std::string& out, std::uint32_t value) { out += std::to_string(value); }
+void CallGate::Append(std::string& out, std::uint64_t value) { out += std::to_string(value); }
+void CallGate::Append(std::string& out, Hex value) { out += HexText(value.value); }
+void CallGate::Append(std::string& out, const char* value) { out += value; }
+void CallGate::Append(std::string& out, const std::string& value) { out += value; }
+void CallGate::Append(std::string& out, const std::wstring& value) { out += Display(value); }
+void CallGate::Append(std::string& out, const boost::filesystem::path& value) { out += value.string(); }
+
+bool CallGate::PassWatched(const char* operation, const std::string& entry) {
+  std::function<void()> hook;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!entry.empty()) {
+      entries_.push_back(entry);
+      grown_.notify_all();
+    }
+    if (!hooks_.empty()) {
+      const auto found = hooks_.find(operation);
+      if (found != hooks_.end()) hook = found->second;
+    }
+  }
+  if (hook) hook();
+
+  bool fails = false;
+  bool gives = true;
+  Failure failure{};
+  {
+    const std::lock_guard lock(mutex_);
+    for (auto planned = failures_.begin(); planned != failures_.end(); ++planned) {
+      if (planned->operation.empty() ? left_out_.count(operation) != 0 : planned->operation != operation) continue;
+      if (!planned->always && planned->remaining-- > 0) continue;
+      failure = planned->failure;
+      fails = true;
+      failed_operation_ = operation;
+      if (!planned->always) failures_.erase(planned);
+      break;
+    }
+    if (!fails && !empties_.empty()) {
+      const auto found = empties_.find(operation);
+      if (found != empties_.end()) {
+        if (found->second == kAlwaysEmpty) {
+          gives = false;
+        } else if (found->second-- == 0) {
+          gives = false;
+          empties_.erase(found);
+        }
+      }
+    }
+  }
+  if (fails) Throw(failure);
+  return gives;
+}
+
+void CallGate::SetWatch() {
+  const bool watch = !failures_.empty() || !empties_.empty() || !hooks_.empty();
+  if (watch) {
+    mode_.fetch_or(kWatch, std::memory_order_release);
+  } else {
+    mode_.fetch_and(~kWatch, std::memory_order_release);
+  }
+}
+
+void CallGate::SetJournal(bool on) {
+  if (on) {
+    mode_.fetch_or(kJournal, std::memory_order_release);
+  } else {
+    mode_.fetch_and(~kJournal, std::memory_order_release);
+  }
+}
+
+void CallGate::ClearJournal() {
+  const std::lock_guard lock(mutex_);
+  entries_.clear();
+}
+
+std::vector<std::string> CallGate::Entries() const {
+  const std::lock_guard lock(mutex_);
+  return entries_;
+}
+
+std::vector<std::string> CallGate::EntriesOf(const std::vector<std::string>& prefixes) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> kept;
+  std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(kept),
+               [&prefixes](const std::string& entry) { return BeginsWithAny(entry, prefixes); });
+  return kept;
+}
+
+std::vector<std::string> CallGate::EntriesWithout(const std::vector<std::string>& prefixes) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> kept;
+  std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(kept),
+               [&prefixes](const std::string& entry) { return !BeginsWithAny(entry, prefixes); });
+  return kept;
+}
+
+std::size_t CallGate::Count(const std::string& prefix) const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<std::size_t>(std::count_if(
+      entries_.begin(), entries_.end(), [&prefix](const std::string& entry) { return BeginsWith(entry, prefix); }));
+}
+
+bool CallGate::AwaitCount(const std::string& prefix, std::size_t count) const {
+  std::unique_lock lock(mutex_);
+  return grown_.wait_for(lock, kPatience, [&] {
+    return static_cast<std::size_t>(std::count_if(entries_.begin(), entries_.end(), [&](const std::string& entry) {
+             return BeginsWith(entry, prefix);
+           })) >= count;
+  });
+}
+
+void CallGate::FailAt(std::size_t n, Failure failure) { FailAt({}, n, failure); }
+
+void CallGate::FailAt(const std::string& operation, std::size_t n, Failure failure) {
+  const std::lock_guard lock(mutex_);
+  failed_operation_.clear();
+  failures_.push_back({operation, n - 1, false, failure});
+  SetWatch();
+}
+
+void CallGate::FailAlways(const std::string& operation, Failure failure) {
+  const std::lock_guard lock(mutex_);
+  failed_operation_.clear();
+  failures_.push_back({operation, 0, true, failure});
+  SetWatch();
+}
+
+void CallGate::StopFailing() {
+  const std::lock_guard lock(mutex_);
+  failures_.clear();
+  SetWatch();
+}
+
+void CallGate::LeaveOutOfCount(const std::string& operation) {
+  const std::lock_guard lock(mutex_);
+  left_out_.insert(operation);
+}
+
+std::string CallGate::FailedOperation() const {
+  const std::lock_guard lock(mutex_);
+  return failed_operation_;
+}
+
+void CallGate::GiveEmpty(const std::string& operation) {
+  const std::lock_guard lock(mutex_);
+  empties_[operation] = kAlwaysEmpty;
+  SetWatch();
+}
+
+void CallGate::GiveEmptyAt(const std::string& operation, std::size_t n) {
+  const std::lock_guard lock(mutex_);
+  empties_[operation] = n - 1;
+  SetWatch();
+}
+
+void CallGate::GiveAgain(const std::string& operation) {
+  const std::lock_guard lock(mutex_);
+  empties_.erase(operation);
+  SetWatch();
+}
+
+void CallGate::OnCall(const std::string& operation, std::function<void()> hook) {
+  const std::lock_guard lock(mutex_);
+  hooks_[operation] = std::move(hook);
+  SetWatch();
+}
+
+void CallGate::NoHook(const std::string& operation) {
+  const std::lock_guard lock(mutex_);
+  hooks_.erase(operation);
+  SetWatch();
+}
+
+void Turnstile::Pass() {
+  std::unique_lock lock(mutex_);
+  ++arrivals_;
+  changed_.notify_all();
+  changed_.wait(lock, [this] { return open_; });
+}
+
+bool Turnstile::AwaitArrivals(std::size_t count) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, kPatience, [&] { return arrivals_ >= count; });
+}
+
+void Turnstile::Open() {
+  const std::lock_guard lock(mutex_);
+  open_ = true;
+  changed_.notify_all();
+}
+
+}  // namespace fenlux::testing

@@ -1,0 +1,260 @@
+// A complete fake of the host: every interface the module requires, behaving as a test sets it. Every operation first
+// passes the gate (tests/support/call_gate.h).
+//
+// The services hold the core (gate, settings, what was recorded); the FakeHost of a test holds the services. Nothing of
+// it holds an object of the module, save port clients (a handler, which is weak itself), so letting go of both ends
+// everything.
+#pragma once
+
+#include <atomic>
+#include <boost/filesystem/path.hpp>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/fenlux.h"
+#include "host/host.h"
+#include "tests/support/call_gate.h"
+
+namespace fenlux::testing {
+
+using Bytes = std::vector<std::uint8_t>;
+
+class FakePortClient;
+class FakeArpRecord;
+
+// What the host answers. Set before the threads of a test start; atomics also later.
+struct HostSettings {
+  // CLocale
+  std::function<std::string(const std::string&)> translate;  // empty: the text itself
+  // CUtility
+  std::atomic<bool> version_flag{false};
+  std::atomic<bool> fill_buffers{true};                           // with 0xCD, so that a byte written too much shows
+  std::function<bool(const boost::filesystem::path&)> test_path;  // empty: whether it is a directory
+  std::function<std::wstring(const std::wstring&)> to_record;     // empty: the path itself
+  std::string measured = "12 us";
+  // CCfg
+  std::atomic<bool> measuring{false};
+  std::atomic<std::uint8_t> spsp1{0x11}, spsp2{0x12}, spsp3{0x13}, spsp4{0x14};
+  // CCfgEx
+  std::atomic<std::uint32_t> record_value1{101}, record_value2{102}, port_value{77};
+  std::atomic<bool> enabled{true};
+  std::atomic<bool> driver_interface_flag{false};
+  std::atomic<bool> cache_bypassed{false};
+  std::atomic<bool> identity_text_added{false};
+  std::atomic<std::uint32_t> refresh_interval{3'600'000};
+  std::atomic<bool> client_type_flag{false};
+  std::atomic<bool> monitor_object_flag{true};
+  // CWinWork
+  std::function<std::uint32_t(std::uint32_t)> process_value;                         // empty: 0
+  std::function<std::string(std::uint32_t)> narrow_text;                             // empty: "narrow-<id>"
+  std::function<std::wstring(std::uint32_t)> wide_text;                              // empty: L"wide-<id>"
+  std::function<std::vector<std::uint32_t>(const std::string&)> processes_of_image;  // image name; empty: {400}, {500}
+  std::function<std::set<std::uint64_t>()> running;                                  // empty: none
+  std::string identity_text = "S-1-5-18";
+  // CArpRecord, read when a record is made
+  std::function<std::optional<Bytes>()> context_data;  // empty: no context data
+  std::atomic<std::uint32_t> path_source{4711};
+  std::string description = "the record";
+  // CAoArp
+  std::atomic<std::uint32_t> decision{1};
+  std::function<std::uint32_t(FakeArpRecord&)> judge;  // empty: the decision above
+  // CPortClient
+  std::atomic<bool> wait_blocks{false};  // until Close
+  std::atomic<std::uint32_t> driver_version{19072701};
+  // Answers a request; may fill or replace the reply. Empty: request 13 gets driver_version, the others nothing.
+  std::function<void(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply)> answer;
+  // How much of every request is recorded; 0: nothing, not even that there was one.
+  std::atomic<std::size_t> recorded_request_bytes{~std::size_t{0}};
+  std::atomic<bool> records_kept{true};  // whether FakeHost::Records remembers the event records
+};
+
+struct SentRequest {
+  std::uint32_t command;
+  Bytes bytes;
+  bool wants_reply;
+};
+
+// What every fake service holds.
+struct HostCore {
+  CallGate gate;
+  HostSettings settings;
+
+  std::mutex mutex;
+  std::vector<std::optional<boost::filesystem::path>> policy;  // guarded by mutex
+  std::vector<SentRequest> requests;                           // guarded by mutex
+  std::vector<Bytes> connect_contexts;                         // guarded by mutex
+  std::vector<const void*> identities;                         // what GetIdentityText was given; guarded by mutex
+  std::weak_ptr<CFenlux> module;                               // what RegisterModule was given last; guarded by mutex
+};
+
+// What services make, and tests look at afterwards.
+struct HostProducts {
+  std::mutex mutex;
+  std::vector<std::shared_ptr<FakePortClient>> port_clients;  // guarded by mutex
+  std::vector<std::shared_ptr<FakeArpRecord>> records;        // guarded by mutex
+};
+
+class FakeBuf final : public CBuf {
+ public:
+  FakeBuf(std::shared_ptr<HostCore> core, std::size_t size);
+  FakeBuf(std::shared_ptr<HostCore> core, Bytes bytes);
+  std::uint8_t* GetData() override;
+  std::size_t GetSize() override;
+
+  // The same without a host call.
+  std::uint8_t* data() { return data_.get(); }
+  const std::uint8_t* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+  Bytes Copy() const { return {data(), data() + size()}; }
+
+ private:
+  std::shared_ptr<HostCore> core_;
+  std::size_t size_;
+  std::unique_ptr<std::uint8_t[]> data_;
+};
+
+// The bytes of a buffer that the fake host made, without a host call.
+Bytes BytesOf(const std::shared_ptr<CBuf>& buffer);
+
+class FakePortClient final : public CPortClient {
+ public:
+  FakePortClient(std::shared_ptr<HostCore> core, NotificationHandler handler);
+  void Connect() override;
+  void Start() override;
+  void Wait() override;
+  void Close() override;
+  void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) override;
+
+  // The driver's side: a message for the module, on the calling thread.
+  std::shared_ptr<CBuf> Deliver(const Bytes& message) const;
+  const NotificationHandler& Handler() const { return handler_; }
+  bool IsClosed() const;
+
+ private:
+  std::shared_ptr<HostCore> core_;
+  NotificationHandler handler_;
+  mutable std::mutex mutex_;
+  std::condition_variable closing_;
+  bool closed_ = false;
+};
+
+class FakeArpProcess final : public CArpProcess {
+ public:
+  explicit FakeArpProcess(std::shared_ptr<HostCore> core) : core_(std::move(core)) {}
+  std::uint64_t GetProcessId() override;
+  void SetProcessId(std::uint64_t processId) override;
+  void SetSessionId(std::uint32_t sessionId) override;
+  void SetNarrowInfo(const std::string& text) override;
+  void SetIdentityText(const std::string& text) override;
+
+ private:
+  std::shared_ptr<HostCore> core_;
+  std::uint64_t process_id_ = 0;
+};
+
+class FakeArpRecord final : public CArpRecord {
+ public:
+  explicit FakeArpRecord(std::shared_ptr<HostCore> core);
+  const std::shared_ptr<CArpProcess>& ProcessPart() override;
+  void Mark() override;
+  std::wstring& GetPath(std::wstring& out) override;
+  std::shared_ptr<CBuf> GetContextData() override;
+  std::uint32_t GetPathSource() override;
+  std::string& Describe(std::string& out) override;
+  void SetPath(const std::wstring& path) override;
+  void SetSecondPath(const std::wstring& path) override;
+  void SetEventType(std::uint32_t type) override;
+  void SetCategory(std::uint32_t category) override;
+  void SetSource(std::uint32_t source) override;
+  void SetExtraData(const std::shared_ptr<CBuf>& data) override;
+  void SetPort(std::uint16_t port) override;
+  void SetIpv6(bool ipv6) override;
+  void SetIpv4Address(std::uint32_t address) override;
+  void SetIpv6Address(const std::array<std::uint8_t, 16>& address) override;
+  void SetRemoteFlag(bool remote) override;
+  void SetWord0(std::uint64_t word) override;
+  void SetWord1(std::uint64_t word) override;
+  void SetWord2(std::uint64_t word) override;
+  void SetWord3(std::uint64_t word) override;
+  void SetValueA(std::uint32_t value) override;
+  void SetValueB(std::uint32_t value) override;
+  void SetWideInfo(const std::wstring& text) override;
+
+  // What the record holds, without a host call.
+  std::wstring path;
+  std::wstring second_path;
+  std::uint32_t event_type = 0;
+  std::uint32_t category = 0;
+
+ private:
+  std::shared_ptr<HostCore> core_;
+  std::shared_ptr<CArpProcess> process_;
+  std::shared_ptr<CArpProcess> no_process_;
+  std::shared_ptr<CBuf> context_data_;
+};
+
+// One monitored object of a policy.
+class FakePolicyObject final : public CPolicyObject {
+ public:
+  FakePolicyObject(std::shared_ptr<HostCore> core, boost::filesystem::path path)
+      : core_(std::move(core)), path_(std::move(path)) {}
+  boost::filesystem::path GetMonitorPath() override;
+
+ private:
+  std::shared_ptr<HostCore> core_;
+  boost::filesystem::path path_;
+};
+
+// The host of one test. The handles of the services are for tests that call one directly; to withhold a service, make
+// its getter give an empty handle: gate().GiveEmpty("CGlobalContext::GetLocale").
+class FakeHost {
+ public:
+  FakeHost();
+
+  const std::shared_ptr<CGlobalContext>& context() const { return context_; }
+  const std::shared_ptr<CUtility>& utility() const { return utility_; }
+  const std::shared_ptr<CArpMgmt>& arp_mgmt() const { return arp_mgmt_; }
+  const std::shared_ptr<CAoArp>& ao_arp() const { return ao_arp_; }
+  const std::shared_ptr<CWinWork>& win_work() const { return win_work_; }
+  const std::shared_ptr<CCfgEx>& cfg_ex() const { return cfg_ex_; }
+  CallGate& gate() const { return core_->gate; }
+  HostSettings& settings() const { return core_->settings; }
+  const std::shared_ptr<HostCore>& core() const { return core_; }
+
+  std::shared_ptr<FakeBuf> MakeBuffer(Bytes bytes) const;
+  // The block that CCfgEx gives from now on; none until then.
+  void SetDriverConfigBlock(std::shared_ptr<CBuf> block);
+  // The policy that CCfgEx gives from now on, also while the module runs; nothing in place of a path is a null object.
+  void SetPolicy(const std::vector<std::optional<boost::filesystem::path>>& paths);
+
+  // What the module did so far.
+  std::shared_ptr<FakePortClient> PortClient() const;  // the newest; empty where none was made
+  std::size_t PortClientCount() const;
+  std::vector<SentRequest> Requests() const;
+  std::vector<SentRequest> RequestsOf(std::uint32_t command) const;
+  void ClearRequests() const;
+  std::vector<Bytes> ConnectContexts() const;
+  std::vector<const void*> Identities() const;
+  std::shared_ptr<FakeArpRecord> Record() const;  // the newest; empty where none was made
+  std::shared_ptr<CFenlux> Module() const;
+
+ private:
+  std::shared_ptr<HostCore> core_;
+  std::shared_ptr<HostProducts> products_;
+  std::shared_ptr<CUtility> utility_;
+  std::shared_ptr<CArpMgmt> arp_mgmt_;
+  std::shared_ptr<CAoArp> ao_arp_;
+  std::shared_ptr<CWinWork> win_work_;
+  std::shared_ptr<CCfgEx> cfg_ex_;
+  std::shared_ptr<CGlobalContext> context_;
+};
+
+}  // namespace fenlux::testing

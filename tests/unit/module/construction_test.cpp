@@ -1,0 +1,133 @@
+// Construction of a driver interface: which services are taken in which order, and what a missing one does.
+#include "tests/unit/module/module_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+class InteractConstruction : public ModuleTest {};
+
+const Lines kWholeConstruction{
+    "CGlobalContext::GetUtility()",     "CGlobalContext::GetLocale()",  "CGlobalContext::GetLog()",
+    "CGlobalContext::GetCfg()",         "CGlobalContext::GetNet()",     "CGlobalContext::GetCfgEx()",
+    "CGlobalContext::GetArpMgmt()",     "CGlobalContext::GetAoArp()",   "CCfgEx::GetDriverInterfaceFlag()",
+    "CCfgEx::GetRecordValue1()",        "CCfgEx::GetRecordValue2()",    "CNet::CreateObject(101, 102)",
+    "CCfgEx::GetClientTypeFlag()",      "CCfgEx::GetPortValue()",       "CCfg::GetRecordFactory()",
+    "CRecordFactory::CreateRecord()",   "CKdiRecord::SetName(KDIB)",    "CKdiRecord::SetPortValue(77)",
+    "CKdiRecord::SetValue1(101)",       "CKdiRecord::SetValue2(102)",   "CGlobalContext::GetRecordService()",
+    "CRecordService::Register(record)", "CGlobalContext::GetWinWork()", "CGlobalContext::GetUtility()",
+    "CGlobalContext::GetWinWork()",     "CGlobalContext::GetCfgEx()"};
+
+struct MissingService {
+  const char* getter;
+  const char* message;
+  std::size_t calls;  // host calls up to and with the getter
+};
+
+class MissingServiceTest : public ModuleTest, public ::testing::WithParamInterface<MissingService> {};
+
+}  // namespace
+
+TEST_F(InteractConstruction, TakesTheServicesInOrderAndRegistersItself) {
+  const auto interact = std::make_shared<CWinDriverInteract>(host.context());
+  EXPECT_EQ(gate().Entries(), kWholeConstruction);
+}
+
+TEST_F(InteractConstruction, IsNeitherReadyNorStopped) {
+  const auto interact = NewInteract();
+  EXPECT_FALSE(interact->IsDriverReady());
+  EXPECT_FALSE(interact->IsStopRequested());
+  EXPECT_EQ(interact->PortValue(), 77u);
+  EXPECT_TRUE(gate().Entries().empty());
+}
+
+TEST_F(InteractConstruction, HandsOutWeakReferencesToItself) {
+  const auto interact = NewInteract();
+  EXPECT_EQ(interact->shared_from_this(), interact);
+}
+
+TEST_P(MissingServiceTest, EndsConstructionWithItsOwnMessageAndAsksForNothingElse) {
+  gate().GiveEmpty(GetParam().getter);
+  EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.context()); }), GetParam().message);
+  const Lines upToTheGetter(kWholeConstruction.begin(),
+                            kWholeConstruction.begin() + static_cast<std::ptrdiff_t>(GetParam().calls));
+  EXPECT_EQ(gate().Entries(), upToTheGetter);
+  EXPECT_EQ(upToTheGetter.back(), std::string(GetParam().getter) + "()");
+}
+
+INSTANTIATE_TEST_SUITE_P(Services, MissingServiceTest,
+                         ::testing::Values(MissingService{"CGlobalContext::GetUtility", "bad utility init!", 1},
+                                           MissingService{"CGlobalContext::GetLocale", "bad locale init!", 2},
+                                           MissingService{"CGlobalContext::GetLog", "bad log init!", 3},
+                                           MissingService{"CGlobalContext::GetCfg", "bad cfg init!", 4},
+                                           MissingService{"CGlobalContext::GetNet", "bad net init!", 5},
+                                           MissingService{"CGlobalContext::GetCfgEx", "bad cfgex init!", 6},
+                                           MissingService{"CGlobalContext::GetArpMgmt", "bad arpmgmt init!", 7},
+                                           MissingService{"CGlobalContext::GetAoArp", "bad ao_arp init!", 8},
+                                           MissingService{"CGlobalContext::GetWinWork", "Bad win_work init!", 23}),
+                         [](const auto& instance) { return std::string(instance.param.getter).substr(16); });
+
+TEST_F(InteractConstruction, ACfgExThatVanishesBeforeTheProcessCacheIsMadeEndsItToo) {
+  gate().GiveEmptyAt("CGlobalContext::GetCfgEx", 2);
+  EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.context()); }), "[arpi] Bad cfgex init!");
+}
+
+TEST_F(InteractConstruction, NothingIsLoggedWhenItFails) {
+  gate().GiveEmpty("CGlobalContext::GetWinWork");
+  EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.context()), std::runtime_error);
+  EXPECT_TRUE(Logged().empty());
+}
+
+TEST_F(InteractConstruction, AnAbsentNetObjectIsPassedOver) {
+  gate().GiveEmpty("CNet::CreateObject");
+  const auto interact = NewInteract();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), Lines{"CRecordRegistration::Withdraw()"});
+}
+
+TEST_F(InteractConstruction, WithoutARecordFactoryNothingIsRegistered) {
+  gate().GiveEmpty("CCfg::GetRecordFactory");
+  auto interact = std::make_shared<CWinDriverInteract>(host.context());
+  EXPECT_EQ(gate().Count("CKdiRecord::"), 0u);
+  EXPECT_EQ(gate().Count("CRecordService::Register"), 0u);
+  Forget();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), Lines{"CNetObject::Release(0)"});
+}
+
+TEST_F(InteractConstruction, WithoutARecordNothingIsRegistered) {
+  gate().GiveEmpty("CRecordFactory::CreateRecord");
+  auto interact = std::make_shared<CWinDriverInteract>(host.context());
+  EXPECT_EQ(gate().Count("CKdiRecord::"), 0u);
+  EXPECT_EQ(gate().Count("CRecordService::Register"), 0u);
+}
+
+TEST_F(InteractConstruction, WithoutARecordServiceNothingIsRegistered) {
+  gate().GiveEmpty("CGlobalContext::GetRecordService");
+  auto interact = std::make_shared<CWinDriverInteract>(host.context());
+  EXPECT_EQ(gate().Count("CRecordService::Register"), 0u);
+  Forget();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), Lines{"CNetObject::Release(0)"});
+}
+
+TEST_F(InteractConstruction, AnEmptyRegistrationIsNotWithdrawn) {
+  gate().GiveEmpty("CRecordService::Register");
+  const auto interact = NewInteract();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), Lines{"CNetObject::Release(0)"});
+}
+
+TEST_F(InteractConstruction, AnEmptyContextIsRefused) {
+  EXPECT_THROW(std::make_shared<CWinDriverInteract>(nullptr), std::runtime_error);
+}
+
+TEST_F(InteractConstruction, AFailedConstructionLetsGoOfEveryService) {
+  gate().GiveEmpty("CGlobalContext::GetWinWork");
+  const auto holders = host.core().use_count();
+  const auto contexts = host.context().use_count();
+  EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.context()), std::runtime_error);
+  EXPECT_EQ(host.context().use_count(), contexts);
+  EXPECT_EQ(host.core().use_count(), holders) << "a net object or a registration is still held";
+}
+
+}  // namespace fenlux::testing

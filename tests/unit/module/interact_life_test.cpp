@@ -1,0 +1,146 @@
+// Stopping, shutting down and destroying a driver interface, and the operations that only tell of it.
+#include "tests/unit/module/module_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+class InteractLife : public ModuleTest, public ::testing::WithParamInterface<Failure> {
+ protected:
+  const Lines kShutdownWithoutConnection{"CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
+  const Lines kShutdown{"CPortClient::Close()", "CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
+};
+
+}  // namespace
+
+TEST_F(InteractLife, StopWithoutAPortClientOnlySetsTheFlags) {
+  const auto interact = NewInteract();
+  interact->StopInteract();
+  EXPECT_FALSE(interact->IsDriverReady());
+  EXPECT_TRUE(interact->IsStopRequested());
+  EXPECT_TRUE(gate().Entries().empty());
+}
+
+TEST_F(InteractLife, StopClosesThePortClientEveryTime) {
+  const auto interact = ReadyInteract();
+  EXPECT_TRUE(interact->IsDriverReady());
+  EXPECT_FALSE(interact->IsStopRequested());
+  interact->StopInteract();
+  EXPECT_FALSE(interact->IsDriverReady());
+  EXPECT_TRUE(interact->IsStopRequested());
+  interact->StopInteract();
+  EXPECT_EQ(gate().Entries(), (Lines{"CPortClient::Close()", "CPortClient::Close()"}));
+}
+
+TEST_F(InteractLife, FixedAnswersHoldInEveryState) {
+  const auto expectAnswers = [](CKDIBase& interact) {
+    EXPECT_FALSE(interact.QueryOptionalFeature());
+    EXPECT_TRUE(interact.QuerySupportedFeature());
+    EXPECT_EQ(interact.GetImplementationCode(), 7u);
+    interact.OnKernelData(0);
+    interact.OnKernelData(~std::uint64_t{0});
+    EXPECT_EQ(RuntimeErrorOf([&] { interact.TriggerLtrkd(); }), "[wdi,ltrkd]Windows MUST NOT trigger here!");
+  };
+  const auto fresh = NewInteract();
+  expectAnswers(*fresh);
+  const auto ready = ReadyInteract();
+  expectAnswers(*ready);
+  EXPECT_TRUE(gate().Entries().empty());
+  ready->StopInteract();
+  expectAnswers(*ready);
+  ready->Shutdown();
+  expectAnswers(*ready);
+}
+
+TEST_F(InteractLife, ShutdownStopsWithdrawsAndReleases) {
+  const auto interact = ReadyInteract();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), kShutdown);
+  EXPECT_FALSE(interact->IsDriverReady());
+  EXPECT_TRUE(interact->IsStopRequested());
+}
+
+TEST_F(InteractLife, ASecondShutdownOnlyStopsAgain) {
+  const auto interact = ReadyInteract();
+  interact->Shutdown();
+  Forget();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), Lines{"CPortClient::Close()"});
+}
+
+TEST_F(InteractLife, TheDestructorShutsDown) {
+  auto interact = NewInteract();
+  interact.reset();
+  EXPECT_EQ(gate().Entries(), kShutdownWithoutConnection);
+}
+
+TEST_F(InteractLife, TheDestructorOfAShutDownInterfaceReleasesNothingTwice) {
+  auto interact = NewInteract();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), kShutdownWithoutConnection);
+  interact.reset();
+  EXPECT_EQ(gate().Entries(), kShutdownWithoutConnection);
+}
+
+TEST_P(InteractLife, AFailingCloseStillWithdrawsAndReleasesAndThenGoesOn) {
+  const auto interact = ReadyInteract();
+  gate().FailAt("CPortClient::Close", 1, GetParam());
+  EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
+  EXPECT_EQ(gate().Entries(), kShutdown);
+  EXPECT_TRUE(interact->IsStopRequested());
+}
+
+TEST_P(InteractLife, AFailingWithdrawalStillReleasesAndThenGoesOn) {
+  const auto interact = ReadyInteract();
+  gate().FailAt("CRecordRegistration::Withdraw", 1, GetParam());
+  EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
+  EXPECT_EQ(gate().Entries(), kShutdown);
+  Forget();
+  interact->Shutdown();
+  EXPECT_EQ(gate().Entries(), Lines{"CPortClient::Close()"}) << "what failed once is not tried again";
+}
+
+TEST_P(InteractLife, AFailingReleaseGoesOn) {
+  const auto interact = ReadyInteract();
+  gate().FailAt("CNetObject::Release", 1, GetParam());
+  EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
+}
+
+TEST_P(InteractLife, TheFirstOfTwoFailuresGoesOn) {
+  const auto interact = ReadyInteract();
+  gate().FailAt("CPortClient::Close", 1, GetParam());
+  gate().FailAt("CNetObject::Release", 1, GetParam() == Failure::kInt ? Failure::kStandard : Failure::kInt);
+  EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
+}
+
+TEST_P(InteractLife, StopLetsAFailingCloseThrough) {
+  const auto interact = ReadyInteract();
+  gate().FailAt("CPortClient::Close", 1, GetParam());
+  EXPECT_TRUE(Propagates(GetParam(), [&] { interact->StopInteract(); }));
+  EXPECT_TRUE(interact->IsStopRequested());
+  EXPECT_FALSE(interact->IsDriverReady());
+}
+
+TEST_P(InteractLife, TheDestructorSwallowsEveryFailure) {
+  auto interact = ReadyInteract();
+  gate().FailAlways("CPortClient::Close", GetParam());
+  gate().FailAlways("CRecordRegistration::Withdraw", GetParam());
+  gate().FailAlways("CNetObject::Release", GetParam());
+  interact.reset();
+  EXPECT_EQ(gate().Entries(), kShutdown);
+}
+
+INSTANTIATE_TEST_SUITE_P(Failures, InteractLife, ::testing::ValuesIn(kAllFailures),
+                         [](const auto& instance) { return "F" + std::to_string(static_cast<int>(instance.param)); });
+
+TEST_F(InteractLife, EverythingIsLetGoAtTheEnd) {
+  const auto contexts = host.context().use_count();
+  const auto holders = host.core().use_count();
+  {
+    const auto interact = NewInteract();
+    EXPECT_GT(host.context().use_count(), contexts);
+  }
+  EXPECT_EQ(host.context().use_count(), contexts);
+  EXPECT_EQ(host.core().use_count(), holders);
+}
+
+}  // namespace fenlux::testing

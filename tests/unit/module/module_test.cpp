@@ -1,0 +1,19 @@
+#include "tests/unit/module/module_test.h"
+
+#include <fstream>
+
+namespace fenlux::testing {
+
+boost::filesystem::path TemporaryDirectory::MakeDirectory(const std::string& name) const {
+  const auto made = path_ / name;
+  boost::filesystem::create_directories(made);
+  return made;
+}
+
+boost::filesystem::path TemporaryDirectory::MakeFile(const std::string& name) const {
+  const auto made = path_ / name;
+  std::ofstream(made.string()) << "content\n";
+  return made;
+}
+
+}  // namespace fenlux::testing

@@ -1,0 +1,151 @@
+// What the module's tests begin with: a fake host, a manual clock, and driver interfaces in the state that a test
+// needs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <boost/filesystem.hpp>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "core/fenlux_impl.h"
+#include "kdi/win_driver_interact.h"
+#include "tests/support/fake_host.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/record_builders.h"
+
+namespace fenlux::testing {
+
+using Lines = std::vector<std::string>;
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""s;
+using std::chrono_literals::operator""h;
+
+// Keeps what detached workers still use, to the end of the process and beyond.
+template <class T>
+std::shared_ptr<T> Keep(std::shared_ptr<T> object) {
+  static std::mutex& mutex = *new std::mutex;
+  static auto& kept = *new std::vector<std::shared_ptr<void>>;
+  const std::lock_guard lock(mutex);
+  kept.push_back(object);
+  return object;
+}
+
+// The message of the std::runtime_error that the call throws; a failed expectation where it throws none.
+template <class Call>
+std::string RuntimeErrorOf(Call&& call) {
+  try {
+    std::forward<Call>(call)();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  } catch (...) {
+    ADD_FAILURE() << "threw something else than a std::runtime_error";
+    return {};
+  }
+  ADD_FAILURE() << "threw nothing";
+  return {};
+}
+
+// Whether the call throws just what the fake host throws for this failure.
+template <class Call>
+::testing::AssertionResult Propagates(Failure failure, Call&& call);
+
+// A directory of its own that goes with the object.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory()
+      : path_(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("fenlux-%%%%-%%%%-%%%%")) {
+    boost::filesystem::create_directories(path_);
+  }
+  ~TemporaryDirectory() {
+    boost::system::error_code ignored;
+    boost::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const boost::filesystem::path& path() const { return path_; }
+  boost::filesystem::path MakeDirectory(const std::string& name) const;
+  boost::filesystem::path MakeFile(const std::string& name) const;
+
+ private:
+  boost::filesystem::path path_;
+};
+
+class ModuleTest : public ::testing::Test {
+ protected:
+  ModuleTest() { clock().Reset(); }
+  // Lets the refresh threads of ended driver interfaces end too.
+  ~ModuleTest() override { clock().Advance(24h); }
+
+  static ManualClock& clock() { return ManualClock::Instance(); }
+  CallGate& gate() const { return host.gate(); }
+  HostSettings& settings() const { return host.settings(); }
+
+  // A driver interface as it is after construction, and a journal that is empty again.
+  std::shared_ptr<CWinDriverInteract> NewInteract() const {
+    auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    Forget();
+    return interact;
+  }
+
+  // A driver interface whose connection is open and ready, and a journal that is empty again. Its Wait has returned
+  // already, which changes nothing about it.
+  std::shared_ptr<CWinDriverInteract> ReadyInteract() const {
+    auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    const bool blocks = settings().wait_blocks.exchange(false);
+    interact->RunDriverConnection();
+    settings().wait_blocks = blocks;
+    Settle();
+    return interact;
+  }
+
+  // Waits until the refresh thread that was just started has come to its pause, and forgets what happened so far.
+  void Settle() const {
+    EXPECT_TRUE(clock().AwaitParked(std::chrono::milliseconds(settings().refresh_interval)));
+    Forget();
+  }
+
+  void Forget() const {
+    gate().ClearJournal();
+    host.ClearRequests();
+  }
+
+  // The journal without the calls that only look into buffers.
+  Lines Calls() const { return gate().EntriesWithout({"CBuf::"}); }
+  // The log lines.
+  Lines Logged() const { return gate().EntriesOf({"CLog::", "CUtility::WriteLog"}); }
+
+  FakeHost host;
+};
+
+// Every line that the module writes at "problem" level carries this code.
+inline std::string Problem(const std::string& line) { return "CLog::LogProblem(0x10003, " + line + ")"; }
+inline std::string Event(const std::string& line) { return "CLog::LogEvent(0x10003, " + line + ")"; }
+
+// The journal entry of a fixed text's translation.
+inline std::string Translation(const std::string& text) {
+  return "CLocale::TranslateText(" + text + ", " + text + ", 0)";
+}
+
+template <class Call>
+::testing::AssertionResult Propagates(Failure failure, Call&& call) {
+  std::string thrown = "nothing";
+  try {
+    std::forward<Call>(call)();
+  } catch (const std::exception& error) {
+    thrown = error.what();
+    if (failure != Failure::kInt && thrown == MessageOf(failure)) return ::testing::AssertionSuccess();
+  } catch (int value) {
+    thrown = "int " + std::to_string(value);
+    if (failure == Failure::kInt && value == 7) return ::testing::AssertionSuccess();
+  } catch (...) {
+    thrown = "something unknown";
+  }
+  return ::testing::AssertionFailure() << "threw " << thrown << " instead of " << NameOf(failure);
+}
+
+}  // namespace fenlux::testing
