@@ -65,7 +65,7 @@ class DriverEmulator {
 
  private:
   class Impl;
-  std::shared_ptr<Impl> impl_;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace fenlux::refhost

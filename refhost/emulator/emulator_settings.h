@@ -17,23 +17,23 @@ enum class EventSourceKind { kScripted, kFanotify };
 
 // Where kernel events come from and what becomes of them.
 struct KernelEventSettings {
-  bool followPolicy = true;               // watch what the module commits (types 1 and 2) ...
-  std::vector<std::string> directories;   // ... and always these
-  bool recursive = false;                 // with the directories below, as they are when the watch is set
+  bool followPolicy = true;              // watch what the module commits (types 1 and 2) ...
+  std::vector<std::string> directories;  // ... and always these
+  bool recursive = false;                // with the directories below, as they are when the watch is set
   bool onOpen = true;
   bool onAccess = false;
   bool onExec = false;
-  std::uint32_t threads = 2;              // that read kernel events and answer them
+  std::uint32_t threads = 2;  // that read kernel events and answer them
   std::vector<std::uint32_t> refusingVerdicts{4, 5};
 };
 
 struct EmulatorSettings {
   EventSourceKind source = EventSourceKind::kScripted;
-  boost::filesystem::path scenarioFile;        // scripted source; empty: no events at all
-  std::uint32_t driverVersion = 19072701;      // the answer to the version request
-  std::chrono::milliseconds deadline{1000};    // from delivery until the reply must have been taken
-  std::chrono::milliseconds stopGrace{2000};   // how long Stop waits for handler calls before it leaves them behind
-  EmulatorFaults faults;                       // in force from the start
+  boost::filesystem::path scenarioFile;       // scripted source; empty: no events at all
+  std::uint32_t driverVersion = 19072701;     // the answer to the version request
+  std::chrono::milliseconds deadline{1000};   // from delivery until the reply must have been taken
+  std::chrono::milliseconds stopGrace{2000};  // how long Stop waits for handler calls before it leaves them behind
+  EmulatorFaults faults;                      // in force from the start
   KernelEventSettings kernel;
 };
 

@@ -35,14 +35,14 @@ struct EmulatorState {
   std::uint32_t clientType = 0;       // 0 before the first connection
   std::uint32_t portValue = 0;
 
-  std::map<std::uint32_t, std::uint64_t> requests;  // by command code, of this connection
-  std::array<MonitoredSet, 3> monitored;            // of object types 1, 2 and 3
-  std::uint32_t netControlMode = 0;                 // 0: never told
-  std::array<NetControlItems, 3> netControlItems;   // lists 1, 2 and 3, as last ended
-  std::optional<bool> grpmSwitch;                   // command 4
-  std::optional<bool> grspSwitch;                   // command 6
-  std::optional<std::uint32_t> grdtoValue;          // command 8
-  std::optional<bool> grharaOff;                    // command 9
+  std::map<std::uint32_t, std::uint64_t> requests;          // by command code, of this connection
+  std::array<MonitoredSet, 3> monitored;                    // of object types 1, 2 and 3
+  std::uint32_t netControlMode = 0;                         // 0: never told
+  std::array<NetControlItems, 3> netControlItems;           // lists 1, 2 and 3, as last ended
+  std::optional<bool> grpmSwitch;                           // command 4
+  std::optional<bool> grspSwitch;                           // command 6
+  std::optional<std::uint32_t> grdtoValue;                  // command 8
+  std::optional<bool> grharaOff;                            // command 9
   std::optional<std::array<std::uint8_t, 4>> spspSwitches;  // command 12
   std::map<std::uint32_t, std::uint64_t> systemProcesses;   // kind to process id
   std::optional<std::vector<std::uint8_t>> configBlock;     // command 24, without the zeros at its end

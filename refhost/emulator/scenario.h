@@ -20,10 +20,10 @@ class ConfigTable;
 // The same notification, delivered `count` times.
 struct NotifyStep {
   std::vector<std::uint8_t> message;
-  std::uint32_t code = 0;        // 0 where the message is too short to hold one
+  std::uint32_t code = 0;  // 0 where the message is too short to hold one
   std::uint64_t count = 1;
-  double ratePerSecond = 0;      // 0: as fast as the threads can
-  std::uint32_t threads = 1;     // that deliver side by side
+  double ratePerSecond = 0;                      // 0: as fast as the threads can
+  std::uint32_t threads = 1;                     // that deliver side by side
   std::optional<std::uint32_t> expectedVerdict;  // another one is a protocol violation; 0: no reply is expected
   std::chrono::milliseconds holdReply{0};        // how long the reply waits before it is taken
   bool holdUntilEnd = false;                     // the reply waits until the connection ends
@@ -49,14 +49,14 @@ struct AwaitRequestStep {
 
 struct ScenarioStep {
   std::variant<NotifyStep, PauseStep, DropStep, FaultStep, AwaitRequestStep> action;
-  std::uint32_t line = 0;  // in the scenario's file, counted from 1 by step
+  std::uint32_t number = 0;  // its place in the scenario's file, counted from 1
 };
 
 struct Scenario {
   std::string name;
-  std::uint32_t threads = 2;   // delivery threads
-  std::uint64_t repeat = 1;    // how often the steps are played; 0: until the end
-  EmulatorFaults faults;       // in force from the start
+  std::uint32_t threads = 2;  // delivery threads
+  std::uint64_t repeat = 1;   // how often the steps are played; 0: until the end
+  EmulatorFaults faults;      // in force from the start
   std::vector<ScenarioStep> steps;
 };
 

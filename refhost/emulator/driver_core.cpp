@@ -1,0 +1,470 @@
+#include "refhost/emulator/driver_core.h"
+
+#include <algorithm>
+#include <boost/system/error_code.hpp>
+#include <boost/system/system_error.hpp>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include "kdi/driver_records.h"
+#include "refhost/emulator/emulator_buf.h"
+#include "refhost/emulator/notification_builder.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using records::Command;
+
+std::string DriverPortName() {
+  std::string name;
+  for (const wchar_t* unit = records::kPortName; *unit != 0; ++unit) name.push_back(static_cast<char>(*unit));
+  return name;
+}
+
+const char kClosed[] = "the driver's port is closed";
+
+[[noreturn]] void ThrowSendFailure(SendFailure failure) {
+  if (failure == SendFailure::kSystemError) {
+    throw boost::system::system_error(boost::system::errc::make_error_code(boost::system::errc::io_error),
+                                      "the driver fails on request");
+  }
+  if (failure == SendFailure::kNotAnException) throw 5;  // what no handler of standard exceptions catches
+  throw std::runtime_error("the driver fails on request");
+}
+
+}  // namespace
+
+DriverCore::DriverCore(const EmulatorSettings& settings, const EmulatorFaults& scenarioFaults, EmulatorHooks hooks)
+    : deadline_(settings.deadline), hooks_(std::move(hooks)) {
+  faults_.driverVersion = settings.driverVersion;
+  SetFaults(settings.faults);
+  SetFaults(scenarioFaults);
+}
+
+// --- Connections ---------------------------------------------------------------------------------------------------
+
+void DriverCore::Connect(const std::shared_ptr<DriverPort>& port) {
+  std::uint32_t clientType = 0;
+  std::uint64_t connects = 0;
+  {
+    const std::lock_guard lock(modelMutex_);
+    if (stopping_ || port->Ended()) throw std::runtime_error(kClosed);
+    if (port->Connected()) RefuseConnect("a port was opened twice", true);
+    CheckConnect(*port, clientType);
+    if (Present() != nullptr) RefuseConnect("a second port was opened beside an open one", true);
+    if (faults_.refuseConnects > 0) {
+      --faults_.refuseConnects;
+      RefuseConnect("the driver refuses the connection", false);
+    }
+    if (faults_.dropAfter != 0) port->LimitDeliveries(faults_.dropAfter);
+    port->SetConnected(clientType);
+    model_.Open(clientType, port->Request().portValue);
+    connects = model_.State().connects;
+    const std::lock_guard presentLock(presentMutex_);
+    present_ = port;
+  }
+  // Stop marks itself before it ends the present port: one of the two sees the other.
+  if (stopping_) End(port, UnjudgedCause::kStopped, "the emulator stops");
+  Log(EmulatorLogLevel::kEvent, "Connection " + std::to_string(connects) + " opened, client type " +
+                                    std::to_string(clientType) + ", port value " +
+                                    std::to_string(port->Request().portValue) + ".");
+}
+
+// Throws where the module did not open the port as the driver demands; gives the client type otherwise.
+void DriverCore::CheckConnect(const DriverPort& port, std::uint32_t& clientType) {
+  const auto refuse = [this](const std::string& reason) { RefuseConnect(reason, true); };
+  const PortRequest& request = port.Request();
+  if (request.portName != DriverPortName()) refuse("unknown port name " + request.portName);
+  if (request.maxMessageSize != records::kMaxMessageSize) {
+    refuse("a largest message of " + std::to_string(request.maxMessageSize) + " bytes");
+  }
+  if (!port.Handler()) refuse("a port without a notification handler");
+  const std::size_t size = request.connectContext == nullptr ? 0 : request.connectContext->GetSize();
+  if (size != sizeof(records::ConnectContext)) refuse("a connect context of " + std::to_string(size) + " bytes");
+  records::ConnectContext context{};
+  std::memcpy(&context, request.connectContext->GetData(), sizeof(context));
+  if (context.magic.value() != records::kConnectMagic) refuse("a connect context without its magic");
+  if (context.version.value() != records::kConnectVersion) {
+    refuse("a connect context of version " + std::to_string(context.version.value()));
+  }
+  clientType = context.clientType.value();
+  if (clientType != records::ClientType(false) && clientType != records::ClientType(true)) {
+    refuse("client type " + std::to_string(clientType));
+  }
+}
+
+void DriverCore::RefuseConnect(const std::string& reason, bool violation) {
+  model_.CountRefusedConnect();
+  if (violation) model_.AddViolation("connect: " + reason);
+  Log(violation ? EmulatorLogLevel::kProblem : EmulatorLogLevel::kEvent, "Connection refused: " + reason + ".");
+  throw std::runtime_error(reason);
+}
+
+void DriverCore::StartDelivery(const std::shared_ptr<DriverPort>& port) {
+  if (port->Ended()) throw std::runtime_error(kClosed);
+  if (!port->Connected()) {
+    AddViolation("start: the port was not connected");
+    throw std::runtime_error("the port was not connected");
+  }
+  if (!port->SetStarted()) {
+    AddViolation("start: the port was started twice");
+    throw std::runtime_error("the port was started twice");
+  }
+  Wake();
+}
+
+void DriverCore::End(const std::shared_ptr<DriverPort>& port, UnjudgedCause cause, const std::string& reason) {
+  if (!port->MarkEnded()) return;
+  bool wasPresent = false;
+  {
+    const std::lock_guard lock(modelMutex_);
+    const std::lock_guard presentLock(presentMutex_);
+    wasPresent = present_ == port;
+    if (wasPresent) {
+      present_.reset();
+      model_.Close();
+    }
+  }
+  answers_.TakeForEnd(port.get(), cause);
+  if (wasPresent) {
+    UpdateWatch();
+    Log(EmulatorLogLevel::kEvent, "Connection ended: " + reason + ".");
+  }
+  Wake();
+}
+
+void DriverCore::DropConnection(const std::string& reason) {
+  if (const auto port = Present()) End(port, UnjudgedCause::kConnectionEnded, reason);
+}
+
+std::shared_ptr<DriverPort> DriverCore::Present() const {
+  const std::lock_guard lock(presentMutex_);
+  return present_;
+}
+
+// --- Requests ------------------------------------------------------------------------------------------------------
+
+void DriverCore::Send(const std::shared_ptr<DriverPort>& port, const std::shared_ptr<CBuf>& request,
+                      std::shared_ptr<CBuf>& reply, bool flag) {
+  if (port->Ended()) throw std::runtime_error(kClosed);
+  if (!port->Connected()) {
+    AddViolation("a request before the port was connected");
+    throw std::runtime_error("the port was not connected");
+  }
+  if (!flag) AddViolation("a request sent with a flag of false");
+
+  std::chrono::milliseconds delay{0};
+  {
+    const std::lock_guard lock(modelMutex_);
+    delay = faults_.delayRequests;
+  }
+  if (delay.count() != 0 && port->WaitEndedFor(delay)) throw std::runtime_error(kClosed);
+  FailSendIfDue(request);
+
+  DriverModel::Effect effect;
+  {
+    const std::lock_guard lock(modelMutex_);
+    if (port->Ended()) throw std::runtime_error(kClosed);
+    effect = request == nullptr ? model_.Take(nullptr, 0) : model_.Take(request->GetData(), request->GetSize());
+  }
+  Wake();
+  if (!effect.violation.empty()) {
+    Log(EmulatorLogLevel::kProblem, "Protocol violation: " + effect.violation + ".");
+    throw std::runtime_error("the driver refuses " + effect.violation);
+  }
+  if (effect.monitoredSetChanged) UpdateWatch();
+  if (effect.command == static_cast<std::uint32_t>(Command::kDriverVersion)) {
+    AnswerVersion(reply);
+  } else {
+    reply.reset();
+  }
+}
+
+void DriverCore::FailSendIfDue(const std::shared_ptr<CBuf>& request) {
+  SendFailure failure = SendFailure::kRuntimeError;
+  {
+    const std::lock_guard lock(modelMutex_);
+    if (!faults_.failSend) return;
+    FailingSend& fault = *faults_.failSend;
+    records::RequestHeader header{};
+    if (request != nullptr && request->GetSize() >= sizeof(header)) {
+      std::memcpy(&header, request->GetData(), sizeof(header));
+    }
+    if (fault.command != 0 && fault.command != header.command.value()) return;
+    if (--fault.nth != 0) return;
+    failure = fault.failure;
+    faults_.failSend.reset();
+  }
+  ThrowSendFailure(failure);
+}
+
+void DriverCore::AnswerVersion(std::shared_ptr<CBuf>& reply) {
+  if (reply == nullptr) return;  // no answer is wanted
+  std::uint32_t version = 0;
+  VersionReply manner = VersionReply::kFill;
+  {
+    const std::lock_guard lock(modelMutex_);
+    version = faults_.driverVersion;
+    manner = faults_.versionReply;
+  }
+  if (reply->GetSize() != records::kRequestSize) {
+    AddViolation("a version request with a reply buffer of " + std::to_string(reply->GetSize()) + " bytes");
+  }
+  const auto write = [version](CBuf& buffer) {
+    records::VersionReply record{};
+    record.header.magic = records::kRequestMagic;
+    record.header.command = static_cast<std::uint32_t>(Command::kDriverVersion);
+    record.version = version;
+    std::memcpy(buffer.GetData(), &record, std::min(sizeof(record), buffer.GetSize()));
+  };
+  switch (manner) {
+    case VersionReply::kFill:
+      write(*reply);
+      return;
+    case VersionReply::kReplace:
+      reply = std::make_shared<EmulatorBuf>(records::kRequestSize);
+      write(*reply);
+      return;
+    case VersionReply::kShort:
+      reply = std::make_shared<EmulatorBuf>(records::kRequestSize - 1);
+      write(*reply);
+      return;
+    case VersionReply::kEmpty:
+      reply.reset();
+      return;
+  }
+}
+
+// --- Notifications -------------------------------------------------------------------------------------------------
+
+Delivery DriverCore::Deliver(AnswerSlot& slot, const std::uint8_t* message, std::uint32_t size,
+                             const DeliveryOptions& options) {
+  Delivery delivery;
+  const std::shared_ptr<DriverPort> port = Present();
+  if (port == nullptr || !port->Deliverable()) return delivery;
+  const DriverPort::Ticket ticket = port->TakeTicket();
+  if (ticket == DriverPort::Ticket::kNone) return delivery;
+  const auto start = std::chrono::steady_clock::now();
+  if (!slot.Open(port, NotificationCode(message, size), start + deadline_, options.release)) return delivery;
+
+  // From here on the module has the duty to answer, until it returns or the slot is taken.
+  Answer answer = CallHandler(*port, message, size);
+  if (options.expectedVerdict && !answer.lostFor && answer.verdict != *options.expectedVerdict) {
+    answer.violation = "verdict " + std::to_string(answer.verdict) + " where " +
+                       std::to_string(*options.expectedVerdict) + " was expected";
+  }
+  if (!answer.violation.empty()) {
+    AddViolation("notification " + std::to_string(NotificationCode(message, size)) + ": " + answer.violation);
+  }
+  const auto end = [this, &port] {
+    End(port, UnjudgedCause::kConnectionEnded, "the driver has delivered as many notifications as it was to");
+  };
+  const bool last = ticket == DriverPort::Ticket::kLast;
+  if (last && options.holdUntilEnd) end();
+  HoldReply(*port, options);
+
+  const auto taken = slot.TakeBack();
+  if (taken) {
+    delivery = {Delivery::Outcome::kTaken, 0, *taken};
+  } else {
+    CountAnswer(answer, std::chrono::steady_clock::now() - start);
+    if (answer.lostFor) {
+      delivery = {Delivery::Outcome::kLost, 0, *answer.lostFor};
+    } else {
+      delivery.outcome = answer.verdict == 0 ? Delivery::Outcome::kUnansweredByDesign : Delivery::Outcome::kAnswered;
+      delivery.verdict = answer.verdict;
+    }
+  }
+  if (last) end();
+  return delivery;
+}
+
+DriverCore::Answer DriverCore::CallHandler(const DriverPort& port, const std::uint8_t* message, std::uint32_t size) {
+  const ReplyDue due = DueReply(message, size, port.ClientType());
+  Answer answer;
+  try {
+    const std::shared_ptr<CBuf> reply = port.Handler()(message, size);
+    if (reply == nullptr) {
+      if (!due.none) answer.lostFor = UnjudgedCause::kEmptyReply;
+      return answer;
+    }
+    ReplyFinding finding = CheckReply(reply->GetData(), reply->GetSize(), due);
+    answer.verdict = finding.verdict;
+    answer.violation = std::move(finding.violation);
+    if (!answer.violation.empty()) answer.lostFor = UnjudgedCause::kMalformedReply;
+  } catch (...) {
+    answer = {};
+    answer.lostFor = UnjudgedCause::kHandlerThrew;
+  }
+  return answer;
+}
+
+void DriverCore::HoldReply(DriverPort& port, const DeliveryOptions& options) {
+  if (options.holdUntilEnd) return port.WaitEnded();
+  const auto hold = options.holdReply + delayReplies_.load();
+  if (hold.count() > 0) port.WaitEndedFor(hold);
+}
+
+void DriverCore::CountAnswer(const Answer& answer, std::chrono::nanoseconds latency) {
+  if (answer.lostFor) return totals_.Lost(*answer.lostFor);
+  if (answer.verdict == 0) return totals_.UnansweredByDesign(latency);
+  totals_.Answered(answer.verdict, latency);
+}
+
+// --- What event sources wait for and set ---------------------------------------------------------------------------
+
+bool DriverCore::WaitDeliverable() {
+  std::unique_lock lock(wakeMutex_);
+  wake_.wait(lock, [this] {
+    if (stopping_) return true;
+    const auto port = Present();
+    return port != nullptr && port->Deliverable();
+  });
+  return !stopping_;
+}
+
+bool DriverCore::Sleep(std::chrono::nanoseconds duration) {
+  std::unique_lock lock(wakeMutex_);
+  return !wake_.wait_for(lock, duration, [this] { return Stopping(); });
+}
+
+bool DriverCore::WaitForRequest(std::uint32_t command, std::uint64_t times, std::chrono::milliseconds limit) {
+  std::unique_lock lock(wakeMutex_);
+  bool received = false;
+  wake_.wait_for(lock, limit, [&] {
+    const std::lock_guard modelLock(modelMutex_);
+    const auto& requests = model_.State().requests;
+    const auto entry = requests.find(command);
+    received = model_.State().connected && entry != requests.end() && entry->second >= times;
+    return received || stopping_;
+  });
+  return received;
+}
+
+void DriverCore::SetFaults(const EmulatorFaults& faults) {
+  {
+    const std::lock_guard lock(modelMutex_);
+    const auto set = [](auto& target, const auto& value) {
+      if (value) target = *value;
+    };
+    set(faults_.refuseConnects, faults.refuseConnects);
+    set(faults_.dropAfter, faults.dropAfter);
+    set(faults_.driverVersion, faults.driverVersion);
+    set(faults_.versionReply, faults.versionReply);
+    if (faults.failSend) faults_.failSend = faults.failSend;
+    set(faults_.delayRequests, faults.delayRequests);
+    set(delayReplies_, faults.delayReplies);
+    if (const auto port = Present(); port != nullptr && faults.dropAfter) {
+      if (*faults.dropAfter == 0) {
+        port->UnlimitDeliveries();
+      } else {
+        port->LimitDeliveries(*faults.dropAfter);
+      }
+    }
+  }
+  Wake();
+}
+
+void DriverCore::AddViolation(const std::string& text) {
+  {
+    const std::lock_guard lock(modelMutex_);
+    model_.AddViolation(text);
+  }
+  Log(EmulatorLogLevel::kProblem, "Protocol violation: " + text + ".");
+}
+
+void DriverCore::Log(EmulatorLogLevel level, const std::string& line) {
+  const std::lock_guard lock(hooksMutex_);
+  if (hooks_.log) hooks_.log(level, line);
+}
+
+void DriverCore::ReportScenarioFinished() {
+  const std::lock_guard lock(hooksMutex_);
+  if (hooks_.scenarioFinished) hooks_.scenarioFinished();
+}
+
+void DriverCore::UpdateWatch() {
+  std::shared_ptr<EventSource> source;
+  {
+    const std::lock_guard lock(sourceMutex_);
+    source = source_;
+  }
+  if (source == nullptr) return;
+  std::vector<std::string> paths;
+  std::uint64_t revision = 0;
+  {
+    const std::lock_guard lock(modelMutex_);
+    paths = model_.MonitoredPaths();
+    revision = ++watchRevision_;
+  }
+  source->Watch(revision, paths);
+}
+
+void DriverCore::Wake() {
+  // Whoever is between testing and waiting holds the lock; after it, the notification reaches them.
+  { const std::lock_guard lock(wakeMutex_); }
+  wake_.notify_all();
+}
+
+// --- Life ----------------------------------------------------------------------------------------------------------
+
+void DriverCore::Attach(std::shared_ptr<EventSource> source) {
+  {
+    const std::lock_guard lock(sourceMutex_);
+    source_ = std::move(source);
+  }
+  UpdateWatch();
+  watchdog_ = std::thread([this] { RunWatchdog(); });
+}
+
+void DriverCore::BeginStop() {
+  stopping_ = true;
+  if (const auto port = Present()) End(port, UnjudgedCause::kStopped, "the emulator stops");
+  answers_.TakeForEnd(nullptr, UnjudgedCause::kStopped);
+  Wake();
+}
+
+void DriverCore::FinishStop() {
+  {
+    const std::lock_guard lock(watchdogMutex_);
+    watchdogStop_ = true;
+  }
+  watchdogWake_.notify_all();
+  if (watchdog_.joinable()) watchdog_.join();
+  {
+    const std::lock_guard lock(sourceMutex_);
+    source_.reset();
+  }
+  const std::lock_guard lock(hooksMutex_);
+  hooks_ = {};
+}
+
+EmulatorState DriverCore::State() const {
+  const std::lock_guard lock(modelMutex_);
+  return model_.State();
+}
+
+void DriverCore::RunWatchdog() {
+  // A notification delivered right after a round falls due a whole deadline later: two rounds in that time miss none.
+  const auto round = std::max<std::chrono::nanoseconds>(deadline_ / 2, std::chrono::milliseconds(1));
+  std::unique_lock lock(watchdogMutex_);
+  while (!watchdogStop_) {
+    lock.unlock();
+    const auto now = std::chrono::steady_clock::now();
+    const auto next = answers_.TakeOverdue(now);
+    std::shared_ptr<EventSource> source;
+    {
+      const std::lock_guard sourceLock(sourceMutex_);
+      source = source_;
+    }
+    if (source != nullptr) source->OnWatchdog();
+    source.reset();
+    auto until = now + round;
+    if (next && *next < until) until = *next;
+    lock.lock();
+    watchdogWake_.wait_until(lock, until, [this] { return watchdogStop_; });
+  }
+}
+
+}  // namespace fenlux::refhost

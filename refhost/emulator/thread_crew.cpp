@@ -1,0 +1,51 @@
+#include "refhost/emulator/thread_crew.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+
+namespace fenlux::refhost {
+
+struct ThreadCrew::Shared {
+  std::mutex mutex;
+  std::condition_variable ended;
+  std::vector<std::thread::id> endedIds;
+};
+
+ThreadCrew::ThreadCrew() : shared_(std::make_shared<Shared>()) {}
+
+ThreadCrew::~ThreadCrew() { Join(std::chrono::milliseconds(0)); }
+
+void ThreadCrew::Add(std::function<void()> body) {
+  threads_.emplace_back([shared = shared_, body = std::move(body)]() mutable {
+    body();
+    body = nullptr;
+    const std::lock_guard lock(shared->mutex);
+    shared->endedIds.push_back(std::this_thread::get_id());
+    shared->ended.notify_all();
+  });
+}
+
+bool ThreadCrew::Join(std::chrono::milliseconds limit) {
+  std::vector<std::thread::id> ended;
+  {
+    std::unique_lock lock(shared_->mutex);
+    shared_->ended.wait_for(lock, limit, [this] { return shared_->endedIds.size() == threads_.size(); });
+    ended.swap(shared_->endedIds);
+  }
+  bool all = true;
+  for (std::thread& thread : threads_) {
+    if (std::find(ended.begin(), ended.end(), thread.get_id()) != ended.end()) {
+      thread.join();
+    } else {
+      thread.detach();
+      all = false;
+    }
+  }
+  threads_.clear();
+  shared_ = std::make_shared<Shared>();
+  return all;
+}
+
+}  // namespace fenlux::refhost

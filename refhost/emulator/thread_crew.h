@@ -1,0 +1,33 @@
+// Threads that are waited for, but not for ever.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace fenlux::refhost {
+
+// Owned by one thread at a time. A body shares ownership of all it touches, because it may be left behind.
+class ThreadCrew {
+ public:
+  ThreadCrew();
+  // Leaves behind whatever Join did not end.
+  ~ThreadCrew();
+  ThreadCrew(const ThreadCrew&) = delete;
+  ThreadCrew& operator=(const ThreadCrew&) = delete;
+
+  // Starts a thread; the body must not throw. Throws std::system_error where no thread can be made.
+  void Add(std::function<void()> body);
+  // Waits for all threads to end; true where they did. The others are left behind.
+  bool Join(std::chrono::milliseconds limit);
+
+ private:
+  struct Shared;
+
+  std::shared_ptr<Shared> shared_;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,147 @@
+#include "refhost/emulator/totals_counter.h"
+
+#include <algorithm>
+#include <bit>
+#include <numeric>
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr std::string_view kCauseNames[kUnjudgedCauses] = {
+    "late",          "empty reply", "handler threw", "malformed reply", "connection ended", "stopped",
+    "no connection", "own process", "readers busy",  "not built",       "queue overflow",
+};
+
+std::uint64_t& Cause(EmulatorTotals& totals, UnjudgedCause cause) {
+  return totals.unjudged[static_cast<std::size_t>(cause)];
+}
+
+std::uint64_t Sum(const std::map<std::uint32_t, std::uint64_t>& counts) {
+  return std::accumulate(counts.begin(), counts.end(), std::uint64_t{0},
+                         [](std::uint64_t sum, const auto& entry) { return sum + entry.second; });
+}
+
+}  // namespace
+
+std::string_view UnjudgedCauseName(UnjudgedCause cause) { return kCauseNames[static_cast<std::size_t>(cause)]; }
+
+bool EmulatorTotals::AddsUp() const {
+  const std::uint64_t lostByCause =
+      std::accumulate(kLostCauses.begin(), kLostCauses.end(), std::uint64_t{0},
+                      [this](std::uint64_t sum, UnjudgedCause cause) { return sum + Unjudged(cause); });
+  return delivered == answered + unansweredByDesign + late + lost + inFlight && delivered == Sum(byCode) &&
+         answered == Sum(byVerdict) && late == Unjudged(UnjudgedCause::kLate) && lost == lostByCause &&
+         latency.count == answered + unansweredByDesign &&
+         kernelEvents == kernelRefused + kernelAllowed + kernelInFlight;
+}
+
+std::size_t LatencyHistogram::Bucket(std::uint64_t value) {
+  if (value < (1u << kSubBits)) return static_cast<std::size_t>(value);
+  const auto exponent = static_cast<unsigned>(std::bit_width(value)) - 1;
+  const unsigned shift = exponent - kSubBits;
+  const std::uint64_t sub = (value >> shift) - (1u << kSubBits);
+  return (static_cast<std::size_t>(shift + 1) << kSubBits) + static_cast<std::size_t>(sub);
+}
+
+std::uint64_t LatencyHistogram::UpperEdge(std::size_t bucket) {
+  const std::size_t group = bucket >> kSubBits;
+  const std::uint64_t sub = bucket & ((1u << kSubBits) - 1);
+  if (group == 0) return sub;
+  const std::size_t shift = group - 1;
+  return (((sub + (1u << kSubBits)) + 1) << shift) - 1;
+}
+
+void LatencyHistogram::Add(std::chrono::nanoseconds latency) {
+  const auto value = static_cast<std::uint64_t>(std::max<std::chrono::nanoseconds::rep>(latency.count(), 0));
+  ++counts_[Bucket(value)];
+  ++total_;
+  max_ = std::max(max_, value);
+}
+
+LatencySummary LatencyHistogram::Summary() const {
+  LatencySummary summary;
+  summary.count = total_;
+  if (total_ == 0) return summary;
+  const auto quantile = [this](std::uint64_t percent) {
+    const std::uint64_t rank = std::max<std::uint64_t>(1, (total_ * percent + 99) / 100);
+    std::uint64_t seen = 0;
+    std::size_t bucket = 0;
+    for (; bucket < kBuckets; ++bucket) {
+      seen += counts_[bucket];
+      if (seen >= rank) break;
+    }
+    return std::chrono::nanoseconds(std::min(UpperEdge(bucket), max_));
+  };
+  summary.p50 = quantile(50);
+  summary.p95 = quantile(95);
+  summary.p99 = quantile(99);
+  summary.max = std::chrono::nanoseconds(max_);
+  return summary;
+}
+
+void TotalsCounter::Delivered(std::uint32_t code) {
+  const std::lock_guard lock(mutex_);
+  ++totals_.delivered;
+  ++totals_.inFlight;
+  ++totals_.byCode[code];
+}
+
+void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) {
+  const std::lock_guard lock(mutex_);
+  --totals_.inFlight;
+  ++totals_.answered;
+  ++totals_.byVerdict[verdict];
+  latencies_.Add(latency);
+}
+
+void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) {
+  const std::lock_guard lock(mutex_);
+  --totals_.inFlight;
+  ++totals_.unansweredByDesign;
+  latencies_.Add(latency);
+}
+
+void TotalsCounter::Late() {
+  const std::lock_guard lock(mutex_);
+  --totals_.inFlight;
+  ++totals_.late;
+  ++Cause(totals_, UnjudgedCause::kLate);
+}
+
+void TotalsCounter::Lost(UnjudgedCause cause) {
+  const std::lock_guard lock(mutex_);
+  --totals_.inFlight;
+  ++totals_.lost;
+  ++Cause(totals_, cause);
+}
+
+void TotalsCounter::KernelRead() {
+  const std::lock_guard lock(mutex_);
+  ++totals_.kernelEvents;
+  ++totals_.kernelInFlight;
+}
+
+void TotalsCounter::KernelAnswered(bool refused) {
+  const std::lock_guard lock(mutex_);
+  --totals_.kernelInFlight;
+  ++(refused ? totals_.kernelRefused : totals_.kernelAllowed);
+}
+
+void TotalsCounter::NotDelivered(UnjudgedCause cause) {
+  const std::lock_guard lock(mutex_);
+  ++Cause(totals_, cause);
+}
+
+EmulatorTotals TotalsCounter::Snapshot() const {
+  EmulatorTotals totals;
+  LatencyHistogram latencies;
+  {
+    const std::lock_guard lock(mutex_);
+    totals = totals_;
+    latencies = latencies_;
+  }
+  totals.latency = latencies.Summary();
+  return totals;
+}
+
+}  // namespace fenlux::refhost
