@@ -18,7 +18,7 @@ std::string Opening(std::string_view tag, std::string_view rest) {
 }
 
 std::string ConvertedMessage(const boost::system::error_code& code, const MessageConverter& convert) {
-  const std::string message = code.message();
+  std::string message = code.message();
   try {
     return convert(message);
   } catch (...) {

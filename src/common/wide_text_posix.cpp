@@ -7,8 +7,25 @@
 namespace fenlux {
 namespace {
 
+constexpr bool IsSurrogate(std::uint32_t unit) { return (unit & 0xF800) == 0xD800; }
 constexpr bool IsHighSurrogate(std::uint32_t unit) { return (unit & 0xFC00) == 0xD800; }
 constexpr bool IsLowSurrogate(std::uint32_t unit) { return (unit & 0xFC00) == 0xDC00; }
+
+void JoinSurrogates(std::wstring& text) {
+  std::size_t written = 0;
+  for (std::size_t read = 0; read < text.size(); ++read) {
+    auto character = static_cast<std::uint32_t>(text[read]);
+    if (IsHighSurrogate(character) && read + 1 < text.size()) {
+      const auto next = static_cast<std::uint32_t>(text[read + 1]);
+      if (IsLowSurrogate(next)) {
+        character = 0x10000 + ((character - 0xD800) << 10) + (next - 0xDC00);
+        ++read;
+      }
+    }
+    text[written++] = static_cast<wchar_t>(character);
+  }
+  text.resize(written);
+}
 
 // Never destroyed: detached workers may still convert while the process exits.
 const boost::filesystem::path::codecvt_type& Utf8() {
@@ -19,21 +36,14 @@ const boost::filesystem::path::codecvt_type& Utf8() {
 }  // namespace
 
 std::wstring WideFromUtf16(const std::uint8_t* bytes, std::size_t units) {
-  const std::size_t length = Utf16Length(bytes, units);
-  std::wstring text(length, L'\0');
-  std::size_t written = 0;
-  for (std::size_t read = 0; read < length; ++read) {
-    std::uint32_t character = Utf16Unit(bytes, read);
-    if (IsHighSurrogate(character) && read + 1 < length) {
-      const std::uint32_t next = Utf16Unit(bytes, read + 1);
-      if (IsLowSurrogate(next)) {
-        character = 0x10000 + ((character - 0xD800) << 10) + (next - 0xDC00);
-        ++read;
-      }
-    }
-    text[written++] = static_cast<wchar_t>(character);
+  std::wstring text(Utf16Length(bytes, units), L'\0');
+  bool anySurrogate = false;
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    const std::uint16_t unit = Utf16Unit(bytes, index);
+    anySurrogate |= IsSurrogate(unit);
+    text[index] = static_cast<wchar_t>(unit);
   }
-  text.resize(written);
+  if (anySurrogate) JoinSurrogates(text);
   return text;
 }
 

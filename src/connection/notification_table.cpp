@@ -13,7 +13,7 @@ constexpr EventTypes One(std::uint32_t type) { return {type, type}; }
 
 template <class Detail>
 const Detail& DetailOf(const records::Notification& message) {
-  static_assert(sizeof(Detail) <= sizeof(message.detail) && alignof(Detail) == 1);
+  static_assert(sizeof(Detail) <= sizeof(records::Notification::detail));
   return *reinterpret_cast<const Detail*>(message.detail);
 }
 

@@ -219,5 +219,6 @@ struct RemoteDetail {
   U64 words[4];
 };
 static_assert(sizeof(RemoteDetail) == sizeof(Notification::detail) && offsetof(RemoteDetail, words) == 1);
+static_assert(alignof(Notification) == 1 && alignof(EndpointDetail) == 1 && alignof(RemoteDetail) == 1);
 
 }  // namespace fenlux::records

@@ -1,0 +1,109 @@
+// Dispatch of one notification on one delivery thread, beside the bare host calls that it forces.
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include "bench/allocation_counter.h"
+#include "bench/connected_interact.h"
+#include "tests/support/record_builders.h"
+
+namespace fenlux::bench {
+namespace {
+
+constexpr std::uint32_t kProcess = 4242;
+constexpr std::uint32_t kCode = 4098;
+
+testing::Bytes PathLess() { return testing::NotificationBuilder(kCode).ProcessId(kProcess).Build(); }
+
+testing::Bytes TwoPaths() {
+  return testing::NotificationBuilder(kCode)
+      .ProcessId(kProcess)
+      .Item1(u"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report.docx")
+      .Item2(u"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report (2).docx")
+      .Build();
+}
+
+// What the contract makes the module call for such a notification, in the same order, with nothing of the module.
+class Floor {
+ public:
+  explicit Floor(testing::FakeHost& host) : host_(host) {
+    host.win_work()->GetProcessNarrowText(narrow_, kProcess, 0);
+    host.win_work()->GetProcessWideText(wide_, kProcess, 0);
+  }
+
+  void UseTwoPaths() {
+    path_ = L"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report.docx";
+    secondPath_ = L"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report (2).docx";
+  }
+
+  std::shared_ptr<CBuf> Run() {
+    const auto cfg = host_.context()->GetCfg();
+    benchmark::DoNotOptimize(cfg->IsMeasuringEnabled(0, 0));
+    std::shared_ptr<CBuf> reply;
+    host_.utility()->CreateBuffer(reply, true, 156, false);
+    benchmark::DoNotOptimize(reply->GetData());
+    std::shared_ptr<CArpRecord> record;
+    host_.arp_mgmt()->CreateRecord(record, 0);
+    record->SetSource(1);
+    record->SetCategory(1);
+    const auto& process = record->ProcessPart();
+    process->SetProcessId(kProcess);
+    benchmark::DoNotOptimize(process->GetProcessId());
+    benchmark::DoNotOptimize(host_.cfg_ex()->IsCacheBypassed());
+    process->SetSessionId(0);
+    process->SetNarrowInfo(narrow_);
+    record->SetWideInfo(wide_);
+    benchmark::DoNotOptimize(host_.cfg_ex()->IsIdentityTextAdded());
+    if (!path_.empty()) {
+      // ToRecordString takes a wide string, and a message holds none: making one is forced as well.
+      const std::wstring path(path_.begin(), path_.end());
+      std::wstring recordPath;
+      record->SetPath(host_.utility()->ToRecordString(recordPath, path));
+      record->SetPath(host_.utility()->ToRecordString(recordPath, path));
+      const std::wstring secondPath(secondPath_.begin(), secondPath_.end());
+      record->SetSecondPath(host_.utility()->ToRecordString(recordPath, secondPath));
+    }
+    record->SetEventType(0x4005);
+    benchmark::DoNotOptimize(host_.ao_arp()->Evaluate(record));
+    benchmark::DoNotOptimize(reply->GetData());
+    return reply;
+  }
+
+ private:
+  testing::FakeHost& host_;
+  std::string narrow_;
+  std::wstring wide_;
+  std::wstring path_;
+  std::wstring secondPath_;
+};
+
+template <class Body>
+void Measure(benchmark::State& state, Body&& body) {
+  benchmark::DoNotOptimize(body());  // the process cache is filled
+  const std::uint64_t before = AllocationsOfThisThread();
+  for (auto _ : state) benchmark::DoNotOptimize(body());
+  state.counters["allocations"] = benchmark::Counter(static_cast<double>(AllocationsOfThisThread() - before) /
+                                                     static_cast<double>(state.iterations()));
+}
+
+void MeasureModule(benchmark::State& state, const testing::Bytes& message) {
+  ConnectedInteract connected;
+  Measure(state, [&] {
+    return connected.interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+  });
+}
+
+void MeasureFloor(benchmark::State& state, bool twoPaths) {
+  ConnectedInteract connected;
+  Floor floor(connected.host);
+  if (twoPaths) floor.UseTwoPaths();
+  Measure(state, [&] { return floor.Run(); });
+}
+
+BENCHMARK_CAPTURE(MeasureFloor, dispatch_path_less, false)->Name("dispatch path-less/floor");
+BENCHMARK_CAPTURE(MeasureModule, dispatch_path_less, PathLess())->Name("dispatch path-less/module");
+BENCHMARK_CAPTURE(MeasureFloor, dispatch_two_paths, true)->Name("dispatch two paths/floor");
+BENCHMARK_CAPTURE(MeasureModule, dispatch_two_paths, TwoPaths())->Name("dispatch two paths/module");
+
+}  // namespace
+}  // namespace fenlux::bench
