@@ -1,0 +1,64 @@
+// The tables of the file, each given to the service that knows it.
+#include "refhost/app/host_config.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "refhost/services/config_reader.h"
+
+namespace fenlux::refhost {
+namespace {
+
+ControlSettings ReadControlSettings(const ConfigTable& table) {
+  ControlSettings settings;
+  settings.enabled = table.Boolean("enabled", settings.enabled);
+  settings.socket = table.Path("socket");
+  return settings;
+}
+
+HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
+  HostConfig config;
+  config.start.stopAtEnd = root.Boolean("stop_at_end", false);
+  config.start.moduleLibrary = root.Table("module").Path("library");
+  config.start.log = ReadLogSettings(root.Table("log"));
+  config.start.module = ReadFixedSettings(root);
+  config.start.control = ReadControlSettings(root.Table("control"));
+  config.start.systemImages = ReadSystemImages(root.Table("system_images"));
+  config.reloadable.module = ReadLiveSettings(root);
+  config.reloadable.rules = ReadRules(root.Table("judging"));
+  config.reloadable.translations = ReadTranslations(root.Table("translations"));
+  config.emulator = ReadEmulatorSettings(root.Table("emulator"));
+  root.Finish();
+  if (!config.emulator.scenarioFile.empty()) config.scenario = LoadScenario(config.emulator.scenarioFile, errors);
+  return config;
+}
+
+// Whether the file is a scenario; what has a table of a host's configuration is none.
+bool IsScenario(const ConfigTable& root) {
+  constexpr std::string_view kTables[] = {"control", "emulator", "judging",       "log",         "module",
+                                          "policy",  "spsp",     "system_images", "translations"};
+  const std::vector<std::string> keys = root.Keys();
+  return !keys.empty() && std::ranges::none_of(keys, [&](const std::string& key) {
+    return key == "stop_at_end" || std::ranges::find(kTables, key) != std::end(kTables);
+  });
+}
+
+}  // namespace
+
+HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors) {
+  const ConfigDocument document(file, errors);
+  return ReadHostConfig(document.Root(), errors);
+}
+
+void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors) {
+  const ConfigDocument document(file, errors);
+  if (!document.Parsed()) return;
+  if (IsScenario(document.Root())) {
+    ReadScenario(document.Root());
+  } else {
+    ReadHostConfig(document.Root(), errors);
+  }
+}
+
+}  // namespace fenlux::refhost

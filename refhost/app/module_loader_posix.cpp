@@ -1,0 +1,23 @@
+// dlopen and dlsym; the handle is let go of on purpose and never closed.
+#include <dlfcn.h>
+
+#include <boost/filesystem/operations.hpp>
+
+#include "refhost/app/module_loader.h"
+#include "refhost/services/process_queries.h"
+
+namespace fenlux::refhost {
+
+ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
+  // An absolute path: a bare name would be searched in the system's library directories.
+  const boost::filesystem::path path = boost::filesystem::absolute(file);
+  void* const library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) throw ModuleLoadError("the module cannot be loaded: " + std::string(::dlerror()));
+  void* const symbol = ::dlsym(library, "init");
+  if (symbol == nullptr) throw ModuleLoadError("the module " + path.string() + " has no init");
+  init_ = reinterpret_cast<InitFunction>(symbol);
+}
+
+boost::filesystem::path DefaultModuleLibrary() { return OwnProgramPath().parent_path() / "libfenlux.so"; }
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,203 @@
+// How the pieces of a host are put together, started, changed and stopped.
+#include "refhost/app/reference_host.h"
+
+#include <sstream>
+#include <utility>
+
+#include "core/fenlux.h"
+#include "kdi/kdi_base.h"
+#include "refhost/app/exception_text.h"
+#include "refhost/app/module_loader.h"
+#include "refhost/emulator/driver_emulator.h"
+#include "refhost/services/config_reader.h"
+#include "refhost/services/event_record.h"
+#include "refhost/services/host_context.h"
+#include "refhost/services/utility_service.h"
+
+namespace fenlux::refhost {
+namespace {
+
+Severity SeverityOf(EmulatorLogLevel level) {
+  switch (level) {
+    case EmulatorLogLevel::kDetail:
+      return Severity::kDetail;
+    case EmulatorLogLevel::kEvent:
+      return Severity::kEvent;
+    case EmulatorLogLevel::kWarning:
+      return Severity::kWarning;
+    case EmulatorLogLevel::kProblem:
+      break;
+  }
+  return Severity::kProblem;
+}
+
+std::shared_ptr<DriverEmulator> MakeEmulator(HostConfig& config, const std::shared_ptr<LogService>& log) {
+  EmulatorHooks hooks;
+  hooks.log = [log](EmulatorLogLevel level, const std::string& line) {
+    log->Write(SeverityOf(level), "[emulator] " + line);
+  };
+  hooks.scenarioFinished = [log] { log->Write(Severity::kEvent, "[emulator] The scenario has ended."); };
+  return std::make_shared<DriverEmulator>(std::move(config.emulator), std::move(config.scenario), std::move(hooks));
+}
+
+}  // namespace
+
+ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig config)
+    : configFile_(std::move(configFile)),
+      start_(config.start),
+      log_(std::make_shared<LogService>(config.start.log)),
+      locale_(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
+      records_(std::make_shared<RecordRegister>()),
+      net_(std::make_shared<NetService>()),
+      configuration_(
+          std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records_)),
+      judge_(std::make_shared<Judge>(std::move(config.reloadable.rules))),
+      emulator_(MakeEmulator(config, log_)),
+      work_(std::make_shared<WorkService>(
+          config.start.systemImages,
+          [emulator = emulator_](const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
+                                 std::uint32_t maxMessageSize, const NotificationHandler& handler,
+                                 std::uint32_t portValue) {
+            return emulator->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
+          })),
+      context_(std::make_shared<HostContext>(HostServices{
+          .cfg = configuration_,
+          .log = log_,
+          .locale = locale_,
+          .utility = std::make_shared<UtilityService>(log_, config.start.module.versionFlag),
+          .net = net_,
+          .recordService = records_,
+          .winWork = work_,
+          .arpMgmt = std::make_shared<EventRecordMaker>(),
+          .cfgEx = configuration_,
+          .aoArp = judge_,
+      })),
+      policyWatch_({
+          .isReady = [this] { return Module() != nullptr && Module()->GetDriverInteract() != nullptr; },
+          .connectionBegun = [this] { return work_->LastConnectionBegun(); },
+          .policyRead = [this] { return configuration_->LastPolicyRead(); },
+          .notify =
+              [this] {
+                log_->Write(Severity::kNotice, "[host] The connection has no policy yet: the module is told again.");
+                Module()->NotifyPolicyChanged();
+              },
+      }) {}
+
+ReferenceHost::~ReferenceHost() = default;
+
+void ReferenceHost::Start(const boost::filesystem::path& moduleLibrary) {
+  moduleLibrary_ = moduleLibrary;
+  if (moduleLibrary_.empty()) moduleLibrary_ = start_.moduleLibrary;
+  if (moduleLibrary_.empty()) moduleLibrary_ = DefaultModuleLibrary();
+  try {
+    const ModuleLibrary library(moduleLibrary_);
+    library.Init(context_);
+  } catch (const ModuleLoadError& error) {
+    throw ModuleError(error.what());
+  } catch (...) {
+    throw ModuleError("the module's init failed: " + CurrentExceptionText());
+  }
+  if (Module() == nullptr) throw ModuleError("the module's init registered no module");
+  try {
+    Module()->StartWork();
+  } catch (...) {
+    throw ModuleError("the module could not start its work: " + CurrentExceptionText());
+  }
+}
+
+void ReferenceHost::Stop() {
+  if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) {
+    try {
+      module->StopWork(true);
+    } catch (...) {
+      log_->Write(Severity::kProblem, "[host] Stopping the module's work failed: " + CurrentExceptionText());
+    }
+  }
+  // The module makes a new connection five seconds after each; from here on it is refused.
+  emulator_->Stop();
+  log_->Drain(std::chrono::seconds(3));
+}
+
+void ReferenceHost::Tend() {
+  policyWatch_.Look(PolicyWatch::Clock::now());
+  policyReminders_.store(policyWatch_.Reminders());
+}
+
+std::string ReferenceHost::Reload() {
+  const std::lock_guard lock(reloadMutex_);
+  ConfigErrors errors;
+  HostConfig config = LoadHostConfig(configFile_, errors);
+  if (!errors.Empty()) {
+    ++refusedReloads_;
+    LogLines(Severity::kProblem,
+             "[host] The changed configuration is refused, the old one stays in force: ", errors.Text());
+    return errors.Text();
+  }
+  config.start.log.json = start_.log.json;  // a matter of the command line
+  if (config.start != start_) {
+    log_->Write(Severity::kWarning,
+                "[host] The changed configuration differs in settings that take effect at the next start.");
+  }
+  configuration_->Replace(std::move(config.reloadable.module));
+  judge_->Replace(std::move(config.reloadable.rules));
+  locale_->Replace(std::move(config.reloadable.translations));
+  ++reloads_;
+  log_->Write(Severity::kEvent, "[host] The changed configuration is in force.");
+  if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) module->NotifyPolicyChanged();
+  return {};
+}
+
+std::shared_ptr<CFenlux> ReferenceHost::Module() const { return context_->Module(); }
+
+bool ReferenceHost::ScenarioFinished() const { return emulator_->ScenarioFinished(); }
+
+EmulatorState ReferenceHost::DriverState() const { return emulator_->State(); }
+
+SummaryFacts ReferenceHost::Facts() const {
+  SummaryFacts facts;
+  facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begun_);
+  facts.totals = emulator_->Totals();
+  facts.driver = emulator_->State();
+  facts.believed = facts.driver;
+  facts.decisions = judge_->Decisions();
+  facts.log = log_->Totals();
+  facts.version = configuration_->LastDriverVersion();
+  facts.policyReads = configuration_->PolicyReads();
+  facts.policyReminders = policyReminders_.load();
+  facts.registered = records_->Registered();
+  return facts;
+}
+
+Report ReferenceHost::StatusReport() const {
+  const SummaryFacts facts = Facts();
+  Report report;
+  report.Add("running_seconds", std::chrono::duration<double>(facts.running).count());
+  report.Add("configuration", configFile_.string());
+  report.Add("reloads", reloads_.load());
+  report.Add("refused_reloads", refusedReloads_.load());
+  report.Add("module", moduleLibrary_.string());
+  report.Add("ready", Module() != nullptr && Module()->GetDriverInteract() != nullptr);
+  report.Add("connections", facts.driver.connects);
+  report.Add("driver_version", facts.version.version);
+  report.Add("policy_reads", facts.policyReads);
+  report.Add("policy_reminders", facts.policyReminders);
+  std::vector<std::string> interfaces;
+  for (const RegisteredInterface& entry : facts.registered) {
+    interfaces.push_back(entry.name + ", port value " + std::to_string(entry.portValue) + ", values " +
+                         std::to_string(entry.value1) + " and " + std::to_string(entry.value2));
+  }
+  report.Add("registered_interfaces", std::move(interfaces));
+  const NetTotals net = net_->Totals();
+  report.Add("net_objects_held", net.held);
+  report.Add("delivered", facts.totals.delivered);
+  report.Add("alerts", facts.log.Of(Severity::kAlert));
+  report.Add("protocol_violations", facts.driver.protocolViolations);
+  return report;
+}
+
+void ReferenceHost::LogLines(Severity severity, const std::string& title, const std::string& lines) {
+  std::istringstream stream(lines);
+  for (std::string line; std::getline(stream, line);) log_->Write(severity, title + line);
+}
+
+}  // namespace fenlux::refhost

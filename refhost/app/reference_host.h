@@ -1,0 +1,91 @@
+// One running host: its services, its emulated driver and the module that it drives.
+#pragma once
+
+#include <atomic>
+#include <boost/filesystem/path.hpp>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "refhost/app/host_config.h"
+#include "refhost/app/policy_watch.h"
+#include "refhost/app/summary.h"
+
+namespace fenlux {
+class CFenlux;
+class CKDIBase;
+}  // namespace fenlux
+
+namespace fenlux::refhost {
+
+class DriverEmulator;
+class HostContext;
+class LocaleService;
+class UtilityService;
+class WorkService;
+
+// A module that cannot be used, with the reason to show.
+class ModuleError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Made once in the life of a process. The module's threads are never joined, so the object stays until the process
+// ends. Operations: any thread, unless said otherwise.
+class ReferenceHost {
+ public:
+  // Makes the services and the emulator. `configFile` is what Reload reads again. Throws std::runtime_error where the
+  // log or the emulator's event source cannot be opened.
+  ReferenceHost(boost::filesystem::path configFile, HostConfig config);
+  ~ReferenceHost();
+  ReferenceHost(const ReferenceHost&) = delete;
+  ReferenceHost& operator=(const ReferenceHost&) = delete;
+
+  // Loads the module, hands it the services and has it start its work. Throws ModuleError. Once.
+  void Start(const boost::filesystem::path& moduleLibrary);
+  // Stops the module's work, the emulator and the log, each for a limited time at most. Once.
+  void Stop();
+
+  // Looks after the connection's policy; to be called several times a second, on one thread.
+  void Tend();
+  // Reads the configuration file again; a bad one is logged and changes nothing, a good one replaces the policy and
+  // the other live settings and is announced to the module. Returns the errors, empty where it was taken.
+  std::string Reload();
+
+  // The module; empty before Start.
+  std::shared_ptr<CFenlux> Module() const;
+  bool ScenarioFinished() const;
+  LogService& Log() { return *log_; }
+  EmulatorState DriverState() const;
+
+  SummaryFacts Facts() const;
+  // What an operator asks first.
+  Report StatusReport() const;
+
+ private:
+  void LogLines(Severity severity, const std::string& title, const std::string& lines);
+
+  const boost::filesystem::path configFile_;
+  const StartSettings start_;
+  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+
+  std::shared_ptr<LogService> log_;
+  std::shared_ptr<LocaleService> locale_;
+  std::shared_ptr<RecordRegister> records_;
+  std::shared_ptr<NetService> net_;
+  std::shared_ptr<Configuration> configuration_;
+  std::shared_ptr<Judge> judge_;
+  std::shared_ptr<DriverEmulator> emulator_;
+  std::shared_ptr<WorkService> work_;
+  std::shared_ptr<HostContext> context_;
+
+  PolicyWatch policyWatch_;
+  std::atomic<std::uint64_t> policyReminders_{0};
+  std::mutex reloadMutex_;  // one reload at a time
+  std::atomic<std::uint64_t> reloads_{0};
+  std::atomic<std::uint64_t> refusedReloads_{0};
+  boost::filesystem::path moduleLibrary_;
+};
+
+}  // namespace fenlux::refhost
