@@ -17,19 +17,22 @@ class FloorReporter final : public benchmark::ConsoleReporter {
       if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
       const std::string& name = run.run_name.function_name;
       const auto slash = name.rfind('/');
-      Figures& figures = figures_[name.substr(0, slash)];
       const auto allocations = run.counters.find("allocations");
-      (name.substr(slash + 1) == "floor" ? figures.floor : figures.module) = {
+      figures_[name.substr(0, slash)][name.substr(slash + 1)] = {
           run.GetAdjustedCPUTime(), allocations == run.counters.end() ? 0.0 : allocations->second.value};
     }
   }
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    for (const auto& [name, figures] : figures_) {
-      if (figures.floor.time == 0 || figures.module.time == 0) continue;
-      std::printf("%s: %.2f times its floor; heap allocations of the module itself: %.2f\n", name.c_str(),
-                  figures.module.time / figures.floor.time, figures.module.allocations - figures.floor.allocations);
+    for (const auto& [operation, figures] : figures_) {
+      const auto floor = figures.find("floor");
+      if (floor == figures.end()) continue;
+      for (const auto& [name, figure] : figures) {
+        if (name == "floor") continue;
+        std::printf("%s, %s: %.2f times the floor; heap allocations beyond the floor's: %.2f\n", operation.c_str(),
+                    name.c_str(), figure.time / floor->second.time, figure.allocations - floor->second.allocations);
+      }
     }
   }
 
@@ -38,11 +41,7 @@ class FloorReporter final : public benchmark::ConsoleReporter {
     double time = 0;
     double allocations = 0;
   };
-  struct Figures {
-    Figure floor;
-    Figure module;
-  };
-  std::map<std::string, Figures> figures_;
+  std::map<std::string, std::map<std::string, Figure>> figures_;  // by operation, by who performs it
 };
 
 }  // namespace

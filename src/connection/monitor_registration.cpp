@@ -48,13 +48,22 @@ bool CWinDriverInteract::RegisterMonitors(const std::vector<std::wstring>& paths
     log->LogProblem(kLogCode, LocalizedText("[wdi,wdpm]Add Monitor All Failed!"));
     return true;
   }
-  if (!failed.empty()) {
-    const std::string opening = LocalizedText("[Add Monitor Failed!][obj path]=");
-    for (const std::string& text : failed) log->LogProblem(kLogCode, opening + text);
-  }
-  const std::string opening = LocalizedText("[Add Monitor OK!][obj path]=");
-  for (const std::string& text : added) log->LogEvent(kLogCode, opening + text);
+  LogEach(&CLog::LogProblem, "[Add Monitor Failed!][obj path]=", failed);
+  LogEach(&CLog::LogEvent, "[Add Monitor OK!][obj path]=", added);
   return true;
+}
+
+// One line for each text; the opening is translated once.
+void CWinDriverInteract::LogEach(void (CLog::*operation)(std::uint32_t, const std::string&), const char* opening,
+                                 const std::vector<std::string>& texts) {
+  if (texts.empty()) return;
+  std::string line = LocalizedText(opening);
+  const std::size_t openingSize = line.size();
+  for (const std::string& text : texts) {
+    line.resize(openingSize);
+    line += text;
+    ((*log).*operation)(kLogCode, line);
+  }
 }
 
 void CWinDriverInteract::AddMonitor(const std::wstring& text, int objectType) {

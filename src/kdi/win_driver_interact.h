@@ -101,6 +101,8 @@ class CWinDriverInteract final : public CKDIBase {
 
   std::vector<std::wstring>& PendingList(int objectType) FENLUX_REQUIRES(interactMutex);
   void AddMonitor(const std::wstring& text, int objectType);
+  void LogEach(void (CLog::*operation)(std::uint32_t, const std::string&), const char* opening,
+               const std::vector<std::string>& texts);
   void SendModeSwitch(const ModeSwitch& modeSwitch, bool implemented, std::uint32_t mode);
   void SetNetControlMode(std::uint32_t mode);
 
