@@ -169,7 +169,9 @@ struct ConfigTable::Node {
     if (!expanded) return {};
     const boost::filesystem::path path = *expanded;
     if (path.is_absolute()) return path;
-    return boost::filesystem::absolute(source->file.parent_path() / path).lexically_normal();
+    const boost::filesystem::path normal =
+        boost::filesystem::absolute(source->file.parent_path() / path).lexically_normal();
+    return normal.filename() == "." ? normal.parent_path() : normal;
   }
 
   // Calls `each` for every element of the array under the key, with the element's own name.
