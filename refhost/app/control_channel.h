@@ -25,7 +25,7 @@ class ControlListener {
   // Opens the channel. Throws ControlChannelError, also where another host listens there already or where others than
   // the user could reach the place.
   explicit ControlListener(const boost::filesystem::path& place);
-  // Stops, and removes the place.
+  // Stops.
   ~ControlListener();
   ControlListener(const ControlListener&) = delete;
   ControlListener& operator=(const ControlListener&) = delete;
@@ -33,7 +33,7 @@ class ControlListener {
   // Answers requests one after the other until Stop. `answer` gets a request of one line and gives an answer of one
   // line, both without the line end; it must not throw.
   void Serve(const std::function<std::string(const std::string& request)>& answer);
-  // Makes Serve return. Any thread.
+  // Makes Serve return, and removes the place. Any thread.
   void Stop();
 
  private:

@@ -148,7 +148,6 @@ class ControlListener::Body {
     if (::bind(socket_.Get(), Generic(address), sizeof(address)) != 0) {
       throw ControlChannelError("the control socket " + place_.string() + " cannot be opened: " + ErrorText());
     }
-    bound_ = true;
     if (::chmod(place_.c_str(), S_IRUSR | S_IWUSR) != 0 || ::listen(socket_.Get(), 8) != 0) {
       const std::string reason = ErrorText();
       ::unlink(place_.c_str());
@@ -156,9 +155,7 @@ class ControlListener::Body {
     }
   }
 
-  ~Body() {
-    if (bound_) ::unlink(place_.c_str());
-  }
+  ~Body() { Stop(); }
 
   void Serve(const std::function<std::string(const std::string&)>& answer) {
     while (!stopped_.load()) {
@@ -174,14 +171,14 @@ class ControlListener::Body {
   }
 
   void Stop() {
-    stopped_.store(true);
+    if (stopped_.exchange(true)) return;
     ::shutdown(socket_.Get(), SHUT_RDWR);
+    ::unlink(place_.c_str());
   }
 
  private:
   const fs::path place_;
   const Descriptor socket_;
-  bool bound_ = false;
   std::atomic<bool> stopped_{false};
 };
 

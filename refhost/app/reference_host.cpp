@@ -1,6 +1,7 @@
 // How the pieces of a host are put together, started, changed and stopped.
 #include "refhost/app/reference_host.h"
 
+#include <boost/filesystem/operations.hpp>
 #include <sstream>
 #include <utility>
 
@@ -172,7 +173,7 @@ Report ReferenceHost::StatusReport() const {
   const SummaryFacts facts = Facts();
   Report report;
   report.Add("running_seconds", std::chrono::duration<double>(facts.running).count());
-  report.Add("configuration", configFile_.string());
+  report.Add("configuration", boost::filesystem::absolute(configFile_).string());
   report.Add("reloads", reloads_.load());
   report.Add("refused_reloads", refusedReloads_.load());
   report.Add("module", moduleLibrary_.string());
