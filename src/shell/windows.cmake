@@ -1,0 +1,21 @@
+# What the DLL has beyond the shared library of other systems: the attach hook, a .def file that exports init
+# undecorated, a version resource, and the linker flags of a library that is loaded into a security agent.
+enable_language(RC)
+
+# The module's version is written once, in the code that reports it; the resource shows it by its digits (19072701 is
+# 19.7.27.1).
+file(STRINGS ${PROJECT_SOURCE_DIR}/src/kdi/driver_version.cpp FENLUX_MODULE_VERSION REGEX "kModuleVersion = [0-9]+;")
+string(REGEX MATCH "[0-9]+" FENLUX_MODULE_VERSION "${FENLUX_MODULE_VERSION}")
+math(EXPR FENLUX_VERSION_1 "${FENLUX_MODULE_VERSION} / 1000000")
+math(EXPR FENLUX_VERSION_2 "${FENLUX_MODULE_VERSION} / 10000 % 100")
+math(EXPR FENLUX_VERSION_3 "${FENLUX_MODULE_VERSION} / 100 % 100")
+math(EXPR FENLUX_VERSION_4 "${FENLUX_MODULE_VERSION} % 100")
+configure_file(version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/version.rc @ONLY)
+
+target_sources(fenlux PRIVATE attach_win.cpp fenlux.def ${CMAKE_CURRENT_BINARY_DIR}/version.rc)
+set_target_properties(fenlux PROPERTIES PREFIX "")
+
+# POCO's Net is linked for what it does when it loads: its network initialiser runs. Nothing of it is called, so the
+# linker has to be told to take the object file that holds it.
+target_link_libraries(fenlux PRIVATE Poco::Net)
+target_link_options(fenlux PRIVATE -Wl,-u,_ZN4Poco3Net17initializeNetworkEv)
