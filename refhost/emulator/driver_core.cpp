@@ -248,6 +248,8 @@ Delivery DriverCore::Deliver(AnswerSlot& slot, const std::uint8_t* message, std:
   const auto start = std::chrono::steady_clock::now();
   if (!slot.Open(port, NotificationCode(message, size), start + deadline_, options.release)) return delivery;
 
+  if (options.release != nullptr) options.release->Delivered();
+
   // From here on the module has the duty to answer, until it returns or the slot is taken.
   Answer answer = CallHandler(*port, message, size);
   if (options.expectedVerdict && !answer.lostFor && answer.verdict != *options.expectedVerdict) {

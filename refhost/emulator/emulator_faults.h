@@ -24,17 +24,21 @@ struct FailingSend {
   std::uint32_t command = 0;  // 0: any
   std::uint32_t nth = 1;      // counted from when the fault was set
   SendFailure failure = SendFailure::kRuntimeError;
+
+  bool operator==(const FailingSend&) const = default;
 };
 
 // A set of faults. Where a scenario sets faults between its events, only those that it names change.
 struct EmulatorFaults {
-  std::optional<std::uint32_t> refuseConnects;  // so many attempts from now on are refused
-  std::optional<std::uint64_t> dropAfter;       // end the connection after so many notifications on it; 0: never
-  std::optional<std::uint32_t> driverVersion;
-  std::optional<VersionReply> versionReply;
-  std::optional<FailingSend> failSend;
-  std::optional<std::chrono::milliseconds> delayRequests;  // before a request is carried out
-  std::optional<std::chrono::milliseconds> delayReplies;   // before a reply is taken
+  std::optional<std::uint32_t> refuseConnects = {};  // so many attempts from now on are refused
+  std::optional<std::uint64_t> dropAfter = {};       // end the connection after so many notifications on it; 0: never
+  std::optional<std::uint32_t> driverVersion = {};
+  std::optional<VersionReply> versionReply = {};
+  std::optional<FailingSend> failSend = {};
+  std::optional<std::chrono::milliseconds> delayRequests = {};  // before a request is carried out
+  std::optional<std::chrono::milliseconds> delayReplies = {};   // before a reply is taken
+
+  bool operator==(const EmulatorFaults&) const = default;
 };
 
 // Reads the table's faults and reports what is wrong with them; the caller calls Finish.

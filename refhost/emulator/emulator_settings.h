@@ -25,6 +25,8 @@ struct KernelEventSettings {
   bool onExec = false;
   std::uint32_t threads = 2;  // that read kernel events and answer them
   std::vector<std::uint32_t> refusingVerdicts{4, 5};
+
+  bool operator==(const KernelEventSettings&) const = default;
 };
 
 struct EmulatorSettings {
@@ -35,6 +37,8 @@ struct EmulatorSettings {
   std::chrono::milliseconds stopGrace{2000};  // how long Stop waits for handler calls before it leaves them behind
   EmulatorFaults faults;                      // in force from the start
   KernelEventSettings kernel;
+
+  bool operator==(const EmulatorSettings&) const = default;
 };
 
 // Reads the table and reports what is wrong with it; the caller calls Finish. Does not read the scenario file.

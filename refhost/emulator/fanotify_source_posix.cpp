@@ -278,17 +278,18 @@ bool FanotifySource::ReadEvent(fanotify_event_metadata& event) {
 }
 
 void FanotifySource::Respond(int event, bool refuse) noexcept {
+  // Counted first: whoever saw the operation go on finds it in the totals.
+  core_->Totals().KernelAnswered(refuse);
   const fanotify_response response{event, refuse ? std::uint32_t{FAN_DENY} : std::uint32_t{FAN_ALLOW}};
   ssize_t written = 0;
   do {
     written = ::write(group_.Number(), &response, sizeof(response));
   } while (written < 0 && errno == EINTR);
-  core_->Totals().KernelAnswered(refuse);
 }
 
 void FanotifySource::LetThrough(int event, UnjudgedCause cause) noexcept {
-  Respond(event, false);
   core_->Totals().NotDelivered(cause);
+  Respond(event, false);
 }
 
 void FanotifySource::Drain() {

@@ -20,9 +20,11 @@ namespace fenlux::refhost {
 
 class DriverPort;
 
-// Lets an operation go for which the module's answer will not be waited for any longer.
+// What a delivery thread wants to know of a notification, and how its operation is let go.
 class AnswerRelease {
  public:
+  // The notification was counted as delivered and now goes to the module. Owner of the slot.
+  virtual void Delivered() noexcept {}
   // Called at most once per delivery, under the slot's lock: must neither block nor deliver. The notification has been
   // counted under `cause` already.
   virtual void Release(UnjudgedCause cause) noexcept = 0;

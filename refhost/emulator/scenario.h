@@ -27,7 +27,7 @@ struct NotifyStep {
   std::optional<std::uint32_t> expectedVerdict;  // another one is a protocol violation; 0: no reply is expected
   std::chrono::milliseconds holdReply{0};        // how long the reply waits before it is taken
   bool holdUntilEnd = false;                     // the reply waits until the connection ends
-  bool inBackground = false;                     // the next step does not wait for the answers
+  bool inBackground = false;                     // the next step waits for the first deliveries, not for the answers
 };
 
 struct PauseStep {

@@ -1,6 +1,7 @@
 #include "refhost/emulator/scripted_source.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -13,10 +14,13 @@ struct ScriptedSource::Batch {
   const NotifyStep& step;
   const std::chrono::steady_clock::time_point start;
   std::uint64_t begun = 0;
+  std::uint64_t delivered = 0;
   std::uint64_t settled = 0;  // their outcome is known, though their thread may still be inside the module
   std::uint32_t threads = 0;  // that work for this step
 
   bool CanTakeThread() const { return begun < step.count && threads < step.threads; }
+  // How many of them go to the module side by side.
+  std::uint64_t Width() const { return std::min<std::uint64_t>(step.count, step.threads); }
   // When the notification of that index is due.
   std::chrono::steady_clock::time_point Due(std::uint64_t index) const {
     if (step.ratePerSecond <= 0) return start;
@@ -25,10 +29,15 @@ struct ScriptedSource::Batch {
   }
 };
 
-// Settles a notification whose answer somebody else has taken.
-class ScriptedSource::SettleOnRelease final : public AnswerRelease {
+// Keeps a batch's counts, also where somebody else takes an answer.
+class ScriptedSource::Progress final : public AnswerRelease {
  public:
-  SettleOnRelease(ScriptedSource& source, Batch& batch) : source_(source), batch_(batch) {}
+  Progress(ScriptedSource& source, Batch& batch) : source_(source), batch_(batch) {}
+  void Delivered() noexcept override {
+    const std::lock_guard lock(source_.mutex_);
+    ++batch_.delivered;
+    if (batch_.delivered == batch_.Width()) source_.changed_.notify_all();
+  }
   void Release(UnjudgedCause) noexcept override { source_.Settle(batch_); }
 
  private:
@@ -46,8 +55,10 @@ class ScriptedSource::StepPlayer {
     std::unique_lock lock(source_.mutex_);
     source_.batches_.push_back(batch);
     source_.changed_.notify_all();
-    if (step.inBackground) return;
-    source_.changed_.wait(lock, [&] { return batch->settled == step.count || source_.stopping_; });
+    source_.changed_.wait(lock, [&] {
+      const bool done = step.inBackground ? batch->delivered >= batch->Width() : batch->settled == step.count;
+      return done || source_.stopping_;
+    });
   }
   void operator()(const PauseStep& step) const { core_.Sleep(step.duration); }
   void operator()(const DropStep&) const {
@@ -87,7 +98,7 @@ void ScriptedSource::Play() {
   {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return batches_.empty() || stopping_; });
-    if (stopping_) return;
+    if (stopping_ || core_->Stopping()) return;
     finished_ = true;
   }
   changed_.notify_all();
@@ -121,7 +132,7 @@ void ScriptedSource::Deliver() {
     const auto due = batch->Due(index) - std::chrono::steady_clock::now();
     if (due.count() > 0 && !core_->Sleep(due)) return;
 
-    SettleOnRelease release(*this, *batch);
+    Progress release(*this, *batch);
     DeliveryOptions options;
     options.expectedVerdict = batch->step.expectedVerdict;
     options.holdReply = batch->step.holdReply;

@@ -31,7 +31,7 @@ class ScriptedSource final : public EventSource, public std::enable_shared_from_
 
  private:
   struct Batch;
-  class SettleOnRelease;
+  class Progress;
   class StepPlayer;
 
   void Play();

@@ -1,0 +1,105 @@
+// The module's side of the port as a test plays it, and the emulator that it talks to.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "host/host.h"
+#include "kdi/driver_records.h"
+#include "refhost/emulator/driver_emulator.h"
+#include "refhost/emulator/notification_builder.h"
+#include "tests/support/record_builders.h"
+
+namespace fenlux::testing {
+
+using refhost::DriverEmulator;
+using refhost::EmulatorState;
+using refhost::EmulatorTotals;
+using refhost::UnjudgedCause;
+
+inline constexpr char kPortNameText[] = "\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
+// Long enough that only a hang gets there.
+inline constexpr std::chrono::milliseconds kPatience{60'000};
+
+std::shared_ptr<CBuf> Buffer(Bytes bytes);
+Bytes BytesOf(const std::shared_ptr<CBuf>& buffer);
+// The 16 bytes that a module opens its port with.
+Bytes ConnectContext(std::uint32_t clientType = 1);
+// A request of full size: header and payload, and 0xCD behind them.
+Bytes Request(std::uint32_t command, std::string_view payloadDigits = {});
+// The add request for a path.
+Bytes AddRequest(std::uint32_t type, std::u16string_view path, std::u16string_view rootName = {},
+                 std::uint8_t pathFlag = 1);
+// A reply as the module makes it; context data only with verdict 6.
+Bytes Reply(std::uint32_t verdict, const Bytes& context = {});
+
+// A gate that a handler can be stopped at.
+class Gate {
+ public:
+  void Open();
+  // Until Open; also counts the arrival.
+  void Pass();
+  // Until so many have arrived.
+  void AwaitArrivals(int count);
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int arrivals_ = 0;
+  bool open_ = false;
+};
+
+class EmulatorTest : public ::testing::Test {
+ protected:
+  using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
+
+  ~EmulatorTest() override;
+
+  // Makes the emulator from `settings` and `scenario`.
+  DriverEmulator& Emulator();
+  // A port client with everything as it should be, connected and started on demand.
+  std::shared_ptr<CPortClient> Made(std::uint32_t clientType = 1);
+  std::shared_ptr<CPortClient> Opened(std::uint32_t clientType = 1);
+  // Sends a request and gives back the reply handle.
+  std::shared_ptr<CBuf> Send(CPortClient& port, Bytes request, std::shared_ptr<CBuf> reply = nullptr, bool flag = true);
+  // The text of the exception that the action throws; empty where it throws none.
+  static std::string FailureOf(const std::function<void()>& action);
+
+  EmulatorState State() { return Emulator().State(); }
+  EmulatorTotals Totals() { return Emulator().Totals(); }
+  std::vector<std::string> LogLines();
+
+  // Adds a step of this many notifications to the scenario.
+  refhost::NotifyStep& AddNotifications(Bytes message, std::uint64_t count = 1);
+  template <typename Step>
+  void AddStep(Step step) {
+    scenario.steps.push_back({std::move(step), static_cast<std::uint32_t>(scenario.steps.size() + 1)});
+  }
+
+  refhost::EmulatorSettings settings;
+  refhost::Scenario scenario;
+  Handler handler = [](const Bytes&) { return Buffer(Reply(2)); };
+
+ private:
+  std::mutex logMutex_;
+  std::vector<std::string> logLines_;
+  std::vector<std::shared_ptr<CPortClient>> ports_;
+  std::unique_ptr<DriverEmulator> emulator_;
+};
+
+// A notification without items.
+inline Bytes Notification(std::uint32_t code) { return refhost::BuildNotification({.code = code}); }
+
+}  // namespace fenlux::testing

@@ -1,0 +1,460 @@
+// Real permission events of the kernel, on directories of the test's own. Where the machine does not allow them, every
+// test that needs them says so and is skipped.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+#include "refhost/emulator/utf16.h"
+#include "tests/unit/emulator/emulator_test.h"
+#include "tests/unit/emulator/kernel_fixture.h"
+
+namespace fenlux::testing {
+namespace {
+
+using refhost::EventSourceKind;
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using Operation = OtherProcess::Operation;
+
+class KernelEvents : public EmulatorTest {
+ protected:
+  KernelEvents() {
+    settings.source = EventSourceKind::kFanotify;
+    settings.deadline = std::chrono::hours(1);
+    settings.kernel.directories = {directory.Path()};
+  }
+
+  void SetUp() override {
+    try {
+      const DriverEmulator probe(settings);
+    } catch (const std::exception& error) {
+      GTEST_SKIP() << error.what();
+    }
+  }
+
+  // Opens the port with a handler that gives this verdict to everything.
+  std::shared_ptr<CPortClient> OpenedWithVerdict(std::uint32_t verdict) {
+    handler = [verdict](const Bytes&) { return Buffer(Reply(verdict, {1})); };
+    return Opened();
+  }
+
+  // Commits these directories for a type, as the module does.
+  void Commit(CPortClient& port, const std::vector<std::string>& directories, std::uint32_t type = 1) {
+    for (const std::string& path : directories) Send(port, AddRequest(type, refhost::Utf16FromUtf8(path)));
+    Send(port, Request(3, "0" + std::to_string(type) + " 00 00 00"));
+  }
+
+  bool OwnOpenSucceeds(const std::string& path) { return std::ifstream(path).good(); }
+
+  OtherProcess other;  // made before any thread
+  OtherProcess another;
+  TemporaryDirectory directory;
+  const std::string file = directory.File("ordinary.txt");
+};
+
+TEST_F(KernelEvents, OrdinaryOpensSucceed) {
+  OpenedWithVerdict(2);
+  EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  const EmulatorTotals totals = Totals();
+  EXPECT_EQ(totals.kernelEvents, 1u);
+  EXPECT_EQ(totals.kernelAllowed, 1u);
+  EXPECT_EQ(totals.answered, 1u);
+  EXPECT_EQ(totals.byCode, (std::map<std::uint32_t, std::uint64_t>{{4097, 1}}));
+}
+
+TEST_F(KernelEvents, RefusedOpensGetOperationNotPermitted) {
+  for (const std::uint32_t verdict : {4u, 5u}) {
+    const auto port = OpenedWithVerdict(verdict);
+    EXPECT_EQ(other.Perform(file), EPERM) << verdict;
+    port->Close();
+  }
+  for (const std::uint32_t verdict : {2u, 3u, 6u, 7u, 8u}) {
+    const auto port = OpenedWithVerdict(verdict);
+    EXPECT_EQ(other.Perform(file), 0) << verdict;
+    port->Close();
+  }
+  Emulator().Stop();
+  EXPECT_EQ(Totals().kernelRefused, 2u);
+  EXPECT_EQ(Totals().kernelAllowed, 5u);
+}
+
+TEST_F(KernelEvents, WhichVerdictsRefuseIsASetting) {
+  settings.kernel.refusingVerdicts = {8};
+  OpenedWithVerdict(8);
+  EXPECT_EQ(other.Perform(file), EPERM);
+}
+
+TEST_F(KernelEvents, TellsTheModuleWhoOpensWhat) {
+  const std::string strange = directory.File("\xc3\xa9\xf0\x9f\x90\xa7.txt");
+  Bytes seen;
+  handler = [&seen](const Bytes& message) {
+    seen = message;
+    return Buffer(Reply(2));
+  };
+  Opened();
+  EXPECT_EQ(other.Perform(strange), 0);
+  Emulator().Stop();
+  EXPECT_TRUE(SameBytes(refhost::BuildNotification({.code = 4097,
+                                                    .processId = static_cast<std::uint64_t>(other.Id()),
+                                                    .path = refhost::Utf16FromUtf8(strange),
+                                                    .accessValueA = 0x10000}),
+                        seen));
+}
+
+TEST_F(KernelEvents, TellsReadsAndExecutionsApartWhereAsked) {
+  settings.kernel.onAccess = settings.kernel.onExec = true;
+  const std::string program = directory.Path() + "/program";
+  {
+    std::ifstream from("/bin/true", std::ios::binary);
+    std::ofstream(program, std::ios::binary) << from.rdbuf();
+  }
+  ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+  std::mutex mutex;
+  std::vector<std::pair<std::uint32_t, int>> seen;  // code, condition flag A
+  handler = [&](const Bytes& message) {
+    const std::lock_guard lock(mutex);
+    seen.emplace_back(refhost::NotificationCode(message.data(), message.size()), message[25]);
+    return Buffer(Reply(2));
+  };
+  Opened();
+  EXPECT_EQ(other.Perform(file, Operation::kOpenAndRead), 0);
+  EXPECT_EQ(other.Perform(program, Operation::kExecute), 0);
+  Emulator().Stop();
+  EXPECT_THAT(seen, AllOf(Contains(std::pair(4097u, 0)), Contains(std::pair(4098u, 0)), Contains(std::pair(4097u, 1))));
+}
+
+TEST_F(KernelEvents, RefusesExecutionAlone) {
+  settings.kernel.onOpen = false;
+  settings.kernel.onExec = true;
+  const std::string program = directory.File("program");
+  ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+  OpenedWithVerdict(4);
+  EXPECT_EQ(other.Perform(program, Operation::kExecute), EPERM);
+  EXPECT_EQ(other.Perform(program), 0);
+}
+
+TEST_F(KernelEvents, OwnProcessIsNeverJudged) {
+  OpenedWithVerdict(4);
+  EXPECT_TRUE(OwnOpenSucceeds(file));
+  Emulator().Stop();
+  EXPECT_EQ(Totals().delivered, 0u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
+}
+
+TEST_F(KernelEvents, PassWhileNobodyIsConnected) {
+  Emulator();
+  EXPECT_EQ(other.Perform(file), 0);
+  const auto port = OpenedWithVerdict(4);
+  EXPECT_EQ(other.Perform(file), EPERM);
+  port->Close();
+  EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 2u);
+}
+
+TEST_F(KernelEvents, PassWhereTheModuleGivesNoAnswer) {
+  std::atomic<int> calls{0};
+  handler = [&calls](const Bytes&) -> std::shared_ptr<CBuf> {
+    switch (calls++) {
+      case 0:
+        return nullptr;
+      case 1:
+        throw std::runtime_error("no buffer");
+      default:
+        return Buffer(Bytes(3));
+    }
+  };
+  Opened();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kEmptyReply), 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kHandlerThrew), 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kMalformedReply), 1u);
+}
+
+// A handler that stands still until the test opens its gate, and would then refuse.
+class HeldKernelEvents : public KernelEvents {
+ protected:
+  HeldKernelEvents() {
+    handler = [this](const Bytes&) {
+      gate.Pass();
+      return Buffer(Reply(4));
+    };
+  }
+
+  Gate gate;
+};
+
+TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
+  settings.deadline = std::chrono::milliseconds(50);
+  Opened();
+  EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_EQ(Totals().late, 1u);
+  gate.Open();
+  EXPECT_EQ(other.Perform(file), EPERM);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().late, 1u);
+  EXPECT_EQ(Totals().answered, 1u);
+  EXPECT_EQ(Totals().kernelAllowed, 1u);
+  EXPECT_EQ(Totals().kernelRefused, 1u);
+}
+
+TEST_F(HeldKernelEvents, PassWhenTheConnectionEnds) {
+  const auto port = Opened();
+  other.Begin(file);
+  gate.AwaitArrivals(1);
+  port->Close();
+  EXPECT_EQ(other.Result(), 0);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
+  gate.Open();
+}
+
+TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
+  settings.stopGrace = std::chrono::milliseconds(1);
+  settings.kernel.threads = 1;
+  Opened();
+  other.Begin(file);
+  gate.AwaitArrivals(1);
+  another.Begin(file);  // read by nobody, as the only reader is inside the module
+  Emulator().Stop();
+  EXPECT_EQ(other.Result(), 0);
+  EXPECT_EQ(another.Result(), 0);
+  EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
+  gate.Open();
+}
+
+TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
+  settings.kernel.threads = 2;
+  Opened();
+  other.Begin(file);
+  another.Begin(file);
+  gate.AwaitArrivals(2);
+  gate.Open();
+  EXPECT_EQ(other.Result(), EPERM);
+  EXPECT_EQ(another.Result(), EPERM);
+}
+
+TEST_F(HeldKernelEvents, DoNotWaitForReadersThatAreHeldUp) {
+  settings.deadline = std::chrono::milliseconds(50);
+  settings.kernel.threads = 1;
+  Opened();
+  EXPECT_EQ(other.Perform(file), 0);  // late; the only reader stays inside the module
+  EXPECT_EQ(another.Perform(file), 0);
+  EXPECT_GE(Totals().Unjudged(UnjudgedCause::kReadersBusy), 1u);
+  gate.Open();
+}
+
+TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
+  settings.deadline = std::chrono::milliseconds(50);
+  settings.kernel.threads = 1;
+  std::atomic<bool> opened{false};
+  handler = [&](const Bytes&) {
+    opened = OwnOpenSucceeds(file);
+    return Buffer(Reply(4));
+  };
+  Opened();
+  EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_TRUE(opened);
+  EXPECT_EQ(Totals().late, 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
+}
+
+TEST_F(KernelEvents, ANamedPipeDoesNotHoldUpItsReader) {
+  const std::string pipe = directory.Path() + "/pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  settings.kernel.threads = 1;
+  OpenedWithVerdict(4);
+  other.Perform(pipe);  // not every kernel asks about named pipes
+  EXPECT_EQ(other.Perform(file), EPERM);
+}
+
+TEST_F(KernelEvents, StopLeavesNothingWatched) {
+  OpenedWithVerdict(4);
+  EXPECT_EQ(other.Perform(file), EPERM);
+  Emulator().Stop();
+  EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_EQ(Totals().kernelEvents, 1u);
+}
+
+// The directories that the module commits.
+class PolicyEvents : public KernelEvents {
+ protected:
+  PolicyEvents() { settings.kernel.directories.clear(); }
+
+  const std::string first = directory.Directory("first");
+  const std::string second = directory.Directory("second");
+  const std::string inFirst = directory.File("first/file");
+  const std::string inSecond = directory.File("second/file");
+};
+
+TEST_F(PolicyEvents, FollowWhatIsCommittedWithoutARestart) {
+  const auto port = OpenedWithVerdict(4);
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  Send(*port, AddRequest(1, refhost::Utf16FromUtf8(first)));
+  EXPECT_EQ(other.Perform(inFirst), 0);  // added, not committed
+  Send(*port, Request(3, "01 00 00 00"));
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  EXPECT_EQ(other.Perform(inSecond), 0);
+  Commit(*port, {first, second});
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+  Commit(*port, {second});
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+  Commit(*port, {});
+  EXPECT_EQ(other.Perform(inSecond), 0);
+  EXPECT_THAT(LogLines(), AllOf(Contains("Watched: " + first), Contains("Watched no longer: " + first)));
+}
+
+TEST_F(PolicyEvents, CoverTypesOneAndTwoButNotThree) {
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first}, 1);
+  Commit(*port, {second}, 2);
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+  Commit(*port, {}, 2);
+  Commit(*port, {second}, 3);
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  EXPECT_EQ(other.Perform(inSecond), 0);
+}
+
+TEST_F(PolicyEvents, EndWithTheConnection) {
+  auto port = OpenedWithVerdict(4);
+  Commit(*port, {first});
+  port->Close();
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  port = OpenedWithVerdict(4);
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  Commit(*port, {first});
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 0u);
+}
+
+TEST_F(PolicyEvents, AreIgnoredWhereTheSettingsSaySo) {
+  settings.kernel.followPolicy = false;
+  settings.kernel.directories = {second};
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first});
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+}
+
+TEST_F(PolicyEvents, PassOverWhatCannotBeWatched) {
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {"/", "/tmp", "relative", directory.Path() + "/missing", inFirst, second});
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  const std::vector<std::string> lines = LogLines();
+  for (const std::string reason : {"Not watched: /: is / itself, which is never watched.",
+                                   "Not watched: /tmp: is /tmp itself, which is never watched.",
+                                   "Not watched: relative: is not an absolute path."}) {
+    EXPECT_THAT(lines, Contains(reason));
+  }
+  EXPECT_THAT(lines, Contains("Not watched: " + directory.Path() + "/missing: No such file or directory."));
+  EXPECT_THAT(lines, Contains("Not watched: " + inFirst + ": is not a directory."));
+  EXPECT_EQ(State().protocolViolations, 0u);
+}
+
+TEST_F(PolicyEvents, KnowADirectoryByWhatItIs) {
+  const std::string link = directory.Path() + "/link";
+  ASSERT_EQ(::symlink(first.c_str(), link.c_str()), 0);
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first, link});
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  Commit(*port, {link});
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  Commit(*port, {});
+  EXPECT_EQ(other.Perform(inFirst), 0);
+}
+
+TEST_F(PolicyEvents, FollowADirectoryThatIsMadeAgain) {
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first});
+  ASSERT_EQ(::unlink(inFirst.c_str()), 0);
+  ASSERT_EQ(::rmdir(first.c_str()), 0);
+  directory.Directory("first");
+  directory.File("first/file");
+  Commit(*port, {first});
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+}
+
+TEST_F(PolicyEvents, LetGoOfADirectoryThatWasRenamed) {
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first, second});
+  const std::string renamed = directory.Path() + "/renamed";
+  ASSERT_EQ(std::rename(first.c_str(), renamed.c_str()), 0);
+  EXPECT_EQ(other.Perform(renamed + "/file"), EPERM);
+  Commit(*port, {second});
+  EXPECT_EQ(other.Perform(renamed + "/file"), 0);
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+}
+
+TEST_F(PolicyEvents, ReachTheDirectoriesBelowWhereAsked) {
+  const std::string deep = directory.Directory("first/a/b");
+  const std::string inDeep = directory.File("first/a/b/file");
+  {
+    const auto port = OpenedWithVerdict(4);
+    Commit(*port, {first});
+    EXPECT_EQ(other.Perform(inDeep), 0);
+    Emulator().Stop();
+  }
+  settings.kernel.recursive = true;
+  DriverEmulator emulator(settings);
+  const auto port = emulator.MakePortClient(
+      kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(4)); }, 1);
+  port->Connect();
+  port->Start();
+  Commit(*port, {first});
+  EXPECT_EQ(other.Perform(inDeep), EPERM);
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  EXPECT_EQ(other.Perform(inSecond), 0);
+}
+
+TEST_F(PolicyEvents, FollowThousandsOfDirectories) {
+  constexpr int kCount = 2000;
+  std::vector<std::string> many;
+  for (int i = 0; i < kCount; ++i) many.push_back(directory.Directory("many/" + std::to_string(i)));
+  const std::string inLast = directory.File("many/" + std::to_string(kCount - 1) + "/file");
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, many);
+  EXPECT_EQ(other.Perform(inLast), EPERM);
+  Commit(*port, {});
+  EXPECT_EQ(other.Perform(inLast), 0);
+}
+
+TEST_F(KernelEvents, CannotBeOpenedOnDirectoriesThatAreNotTheirs) {
+  const std::string link = directory.Path() + "/link";
+  ASSERT_EQ(::symlink("/tmp", link.c_str()), 0);
+  const auto failure = [this](const std::string& path) {
+    settings.kernel.directories = {path};
+    return FailureOf([this] { const DriverEmulator emulator(settings); });
+  };
+  EXPECT_EQ(failure("/"), "directory / is / itself, which is never watched");
+  EXPECT_EQ(failure("/tmp"), "directory /tmp is /tmp itself, which is never watched");
+  EXPECT_EQ(failure("/tmp/../tmp/"), "directory /tmp/../tmp/ is /tmp itself, which is never watched");
+  EXPECT_EQ(failure(link), "directory " + link + " is /tmp itself, which is never watched");
+  EXPECT_EQ(failure("here"), "directory here is not an absolute path");
+  EXPECT_EQ(failure(file), "directory " + file + " is not a directory");
+  EXPECT_EQ(failure(directory.Path() + "/no"), "directory " + directory.Path() + "/no No such file or directory");
+  settings.kernel.directories = {};
+  settings.kernel.onOpen = false;
+  EXPECT_EQ(FailureOf([this] { const DriverEmulator emulator(settings); }), "no kind of kernel event is asked for");
+}
+
+}  // namespace
+}  // namespace fenlux::testing

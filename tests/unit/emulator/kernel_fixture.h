@@ -1,0 +1,55 @@
+// What kernel-event tests need of the system: a directory of their own, and other processes that open files in it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace fenlux::testing {
+
+// A fresh directory below the system's temporary one, removed with everything in it.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const std::string& Path() const { return path_; }
+  // Makes a file of a few bytes, or a directory, below it and gives its path.
+  std::string File(const std::string& name) const;
+  std::string Directory(const std::string& name) const;
+
+ private:
+  std::string path_;
+};
+
+// Another process that opens files when told to. Make it before any thread is started.
+class OtherProcess {
+ public:
+  enum class Operation : char { kOpen = 'o', kOpenAndRead = 'r', kExecute = 'x' };
+
+  OtherProcess();
+  ~OtherProcess();
+  OtherProcess(const OtherProcess&) = delete;
+  OtherProcess& operator=(const OtherProcess&) = delete;
+
+  pid_t Id() const { return process_; }
+  // Begins the operation; Result blocks until it is over and gives its errno, 0 where it succeeded.
+  void Begin(const std::string& path, Operation operation = Operation::kOpen);
+  int Result();
+  int Perform(const std::string& path, Operation operation = Operation::kOpen) {
+    Begin(path, operation);
+    return Result();
+  }
+
+ private:
+  [[noreturn]] static void Serve(int input, int output);
+
+  pid_t process_ = -1;
+  int input_ = -1;   // where results come from
+  int output_ = -1;  // where orders go
+};
+
+}  // namespace fenlux::testing

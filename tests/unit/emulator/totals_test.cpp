@@ -1,0 +1,137 @@
+// The sums, and the quantiles of known times.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "refhost/emulator/totals_counter.h"
+
+namespace fenlux::testing {
+namespace {
+
+using refhost::EmulatorTotals;
+using refhost::kUnjudgedCauses;
+using refhost::LatencyHistogram;
+using refhost::TotalsCounter;
+using refhost::UnjudgedCause;
+using std::chrono::nanoseconds;
+
+TEST(Totals, AddUpWithEveryOutcome) {
+  TotalsCounter counter;
+  for (int i = 0; i < 10; ++i) counter.Delivered(4097);
+  counter.Answered(2, nanoseconds(10));
+  counter.Answered(4, nanoseconds(20));
+  counter.UnansweredByDesign(nanoseconds(5));
+  counter.Late();
+  for (const UnjudgedCause cause : refhost::kLostCauses) counter.Lost(cause);
+  counter.KernelRead();
+  counter.KernelAnswered(true);
+  counter.KernelRead();
+  counter.KernelAnswered(false);
+  counter.KernelRead();
+  counter.NotDelivered(UnjudgedCause::kOwnProcess);
+
+  const EmulatorTotals totals = counter.Snapshot();
+  EXPECT_EQ(totals.delivered, 10u);
+  EXPECT_EQ(totals.answered, 2u);
+  EXPECT_EQ(totals.unansweredByDesign, 1u);
+  EXPECT_EQ(totals.late, 1u);
+  EXPECT_EQ(totals.lost, 5u);
+  EXPECT_EQ(totals.inFlight, 1u);
+  EXPECT_EQ(totals.byCode, (std::map<std::uint32_t, std::uint64_t>{{4097, 10}}));
+  EXPECT_EQ(totals.byVerdict, (std::map<std::uint32_t, std::uint64_t>{{2, 1}, {4, 1}}));
+  EXPECT_EQ(totals.kernelEvents, 3u);
+  EXPECT_EQ(totals.kernelRefused, 1u);
+  EXPECT_EQ(totals.kernelAllowed, 1u);
+  EXPECT_EQ(totals.kernelInFlight, 1u);
+  EXPECT_EQ(totals.Unjudged(UnjudgedCause::kOwnProcess), 1u);
+  EXPECT_EQ(totals.latency.count, 3u);
+  EXPECT_TRUE(totals.AddsUp());
+}
+
+TEST(Totals, EverySumIsChecked) {
+  TotalsCounter counter;
+  counter.Delivered(4097);
+  counter.Answered(2, nanoseconds(10));
+  const EmulatorTotals right = counter.Snapshot();
+  ASSERT_TRUE(right.AddsUp());
+  const auto wrong = [&right](auto change) {
+    EmulatorTotals totals = right;
+    change(totals);
+    return !totals.AddsUp();
+  };
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.delivered; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.answered; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.unansweredByDesign; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.late; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.lost; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.inFlight; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.byCode[1]; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.byVerdict[1]; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.unjudged[static_cast<std::size_t>(UnjudgedCause::kLate)]; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.unjudged[static_cast<std::size_t>(UnjudgedCause::kEmptyReply)]; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.latency.count; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.kernelEvents; }));
+}
+
+TEST(Totals, StayConsistentUnderConcurrentCounting) {
+  TotalsCounter counter;
+  std::vector<std::thread> threads;
+  for (std::uint32_t t = 0; t < 4; ++t) {
+    threads.emplace_back([&counter, t] {
+      for (int i = 0; i < 2000; ++i) {
+        counter.Delivered(4097 + t);
+        counter.Answered(2 + t, nanoseconds(i));
+      }
+    });
+  }
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(counter.Snapshot().AddsUp());
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(counter.Snapshot().answered, 8000u);
+  EXPECT_TRUE(counter.Snapshot().AddsUp());
+}
+
+TEST(Totals, EveryCauseHasItsOwnName) {
+  std::set<std::string> names;
+  for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {
+    names.emplace(refhost::UnjudgedCauseName(static_cast<UnjudgedCause>(i)));
+  }
+  EXPECT_EQ(names.size(), kUnjudgedCauses);
+  EXPECT_FALSE(names.contains(""));
+}
+
+TEST(Latency, IsZeroWhileNothingWasCounted) {
+  const auto summary = LatencyHistogram().Summary();
+  EXPECT_EQ(summary.count, 0u);
+  EXPECT_EQ(summary.p99, nanoseconds(0));
+  EXPECT_EQ(summary.max, nanoseconds(0));
+}
+
+TEST(Latency, GivesTheQuantilesOfKnownTimes) {
+  LatencyHistogram histogram;
+  for (int i = 1; i <= 1000; ++i) histogram.Add(nanoseconds(i * 1000));
+  const auto summary = histogram.Summary();
+  const auto within = [](nanoseconds value, double expected) {
+    return static_cast<double>(value.count()) >= expected && static_cast<double>(value.count()) <= expected * 1.04;
+  };
+  EXPECT_EQ(summary.count, 1000u);
+  EXPECT_TRUE(within(summary.p50, 500'000)) << summary.p50.count();
+  EXPECT_TRUE(within(summary.p95, 950'000)) << summary.p95.count();
+  EXPECT_TRUE(within(summary.p99, 990'000)) << summary.p99.count();
+  EXPECT_EQ(summary.max, nanoseconds(1'000'000));
+}
+
+TEST(Latency, TakesEveryTimeFromNothingToCenturies) {
+  for (const std::int64_t value :
+       {std::int64_t{0}, std::int64_t{1}, std::int64_t{31}, std::int64_t{32}, std::int64_t{33}, std::int64_t{1} << 40,
+        std::numeric_limits<std::int64_t>::max(), std::int64_t{-5}}) {
+    LatencyHistogram histogram;
+    histogram.Add(nanoseconds(value));
+    EXPECT_EQ(histogram.Summary().p50, nanoseconds(std::max<std::int64_t>(value, 0)));
+  }
+}
+
+}  // namespace
+}  // namespace fenlux::testing
