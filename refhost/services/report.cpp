@@ -105,7 +105,7 @@ void Report::AppendText(std::string& out, std::size_t indent) const {
     if (!std::holds_alternative<std::vector<Report>>(value)) width = std::max(width, name.size());
   }
   for (const auto& [name, value] : entries_) {
-    const auto line = [&](const std::string& text) { AppendTextLine(out, indent, name, width, text); };
+    const auto line = [&, &name = name](const std::string& text) { AppendTextLine(out, indent, name, width, text); };
     std::visit(Overloaded{
                    [&](const std::string& text) { line(text.empty() ? "-" : Printable(text)); },
                    [&](bool flag) { line(flag ? "yes" : "no"); },
