@@ -293,6 +293,12 @@ void CallGate::NoHook(const std::string& operation) {
   SetWatch();
 }
 
+void CallGate::NoHooks() {
+  const std::lock_guard lock(mutex_);
+  hooks_.clear();
+  SetWatch();
+}
+
 void Turnstile::Pass() {
   std::unique_lock lock(mutex_);
   ++arrivals_;
@@ -303,6 +309,11 @@ void Turnstile::Pass() {
 bool Turnstile::AwaitArrivals(std::size_t count) {
   std::unique_lock lock(mutex_);
   return changed_.wait_for(lock, kPatience, [&] { return arrivals_ >= count; });
+}
+
+std::size_t Turnstile::Arrivals() {
+  const std::lock_guard lock(mutex_);
+  return arrivals_;
 }
 
 void Turnstile::Open() {

@@ -89,6 +89,7 @@ class CallGate {
   // --- hooks, run inside the call, before it can fail, on the calling thread and without a lock of the gate
   void OnCall(const std::string& operation, std::function<void()> hook);
   void NoHook(const std::string& operation);
+  void NoHooks();
 
  private:
   static constexpr std::uint32_t kJournal = 1;
@@ -137,6 +138,7 @@ class Turnstile {
   void Pass();
   // Blocks until `count` threads have come; false when that does not come about in a minute.
   bool AwaitArrivals(std::size_t count);
+  std::size_t Arrivals();
   // Lets everyone through, now and later.
   void Open();
 

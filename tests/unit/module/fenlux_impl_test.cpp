@@ -1,0 +1,364 @@
+// The module's object: init, construction, translation, and the host's five operations.
+#include "tests/unit/module/worker_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+class FenluxImpl : public ModuleTest {
+ protected:
+  std::shared_ptr<CFenluxImpl> New() {
+    auto impl = std::make_shared<CFenluxImpl>(host.context());
+    Forget();
+    return impl;
+  }
+};
+
+// Tests of init let go of the process-wide instance when they are done.
+class Init : public FenluxImpl {
+ protected:
+  Init() { CFenluxImpl::Release(); }
+  ~Init() override { CFenluxImpl::Release(); }
+};
+
+struct MissingService {
+  const char* getter;
+  const char* message;
+};
+class MissingModuleService : public FenluxImpl, public ::testing::WithParamInterface<MissingService> {};
+
+const Lines kConstruction{"CGlobalContext::GetUtility()", "CGlobalContext::GetCfg()", "CGlobalContext::GetLog()",
+                          "CGlobalContext::GetCfgEx()", "CCfgEx::GetMonitorObjectFlag()"};
+
+}  // namespace
+
+// ---------------------------------------------------------------- construction
+
+TEST_F(FenluxImpl, TakesItsServicesInOrder) {
+  const CFenluxImpl impl(host.context());
+  EXPECT_EQ(gate().Entries(), kConstruction);
+}
+
+TEST_F(FenluxImpl, AnEmptyContextIsABadGlobalClass) {
+  EXPECT_EQ(RuntimeErrorOf([] { CFenluxImpl impl(nullptr); }), "[cl]Bad global class!");
+}
+
+TEST_P(MissingModuleService, EndsConstructionWithItsOwnMessage) {
+  gate().GiveEmpty(GetParam().getter);
+  EXPECT_EQ(RuntimeErrorOf([&] { CFenluxImpl impl(host.context()); }), GetParam().message);
+  EXPECT_EQ(gate().Entries().back(), std::string(GetParam().getter) + "()") << "nothing is asked for afterwards";
+}
+
+INSTANTIATE_TEST_SUITE_P(Services, MissingModuleService,
+                         ::testing::Values(MissingService{"CGlobalContext::GetUtility", "bad utility init!"},
+                                           MissingService{"CGlobalContext::GetCfg", "bad cfg init!"},
+                                           MissingService{"CGlobalContext::GetLog", "bad log init!"},
+                                           MissingService{"CGlobalContext::GetCfgEx", "bad cfgex init!"}),
+                         [](const auto& instance) { return std::string(instance.param.getter).substr(16); });
+
+// ---------------------------------------------------------------- init
+
+TEST_F(Init, MakesTheModuleAndRegistersIt) {
+  init(&host.context());
+  Lines expected = kConstruction;
+  expected.push_back("CGlobalContext::RegisterModule(module)");
+  EXPECT_EQ(gate().Entries(), expected);
+  EXPECT_EQ(host.Module(), CFenluxImpl::Instance());
+}
+
+TEST_F(Init, ASecondCallDoesNothing) {
+  init(&host.context());
+  const auto first = CFenluxImpl::Instance();
+  Forget();
+  init(&host.context());
+  FakeHost other;
+  init(&other.context());
+  init(nullptr);
+  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(other.gate().Entries().empty());
+  EXPECT_EQ(CFenluxImpl::Instance(), first);
+}
+
+TEST_F(Init, AnEmptyHandleFails) {
+  const std::shared_ptr<CGlobalContext> empty;
+  EXPECT_EQ(RuntimeErrorOf([&] { init(&empty); }), "[cl]Bad global class!");
+  EXPECT_FALSE(CFenluxImpl::Instance());
+}
+
+TEST_F(Init, ANullPointerIsAnEmptyHandle) {
+  EXPECT_EQ(RuntimeErrorOf([] { init(nullptr); }), "[cl]Bad global class!");
+}
+
+TEST_F(Init, AMissingServiceFailsAndALaterCallMaySucceed) {
+  gate().GiveEmptyAt("CGlobalContext::GetLog", 1);
+  EXPECT_EQ(RuntimeErrorOf([&] { init(&host.context()); }), "bad log init!");
+  EXPECT_FALSE(CFenluxImpl::Instance());
+  EXPECT_EQ(gate().Count("CGlobalContext::RegisterModule"), 0u);
+  init(&host.context());
+  EXPECT_TRUE(CFenluxImpl::Instance());
+}
+
+TEST_F(Init, HoldsNoLockAcrossTheRegistration) {
+  bool reached = false;
+  gate().OnCall("CGlobalContext::RegisterModule", [&] {
+    // From this thread and from another one: the instance is published, and nobody has to wait for it.
+    init(&host.context());
+    std::thread([&] { init(&host.context()); }).join();
+    reached = CFenluxImpl::Instance() != nullptr;
+    host.Module()->StopWork(true);
+    EXPECT_FALSE(host.Module()->GetDriverInteract());
+  });
+  init(&host.context());
+  EXPECT_TRUE(reached);
+  EXPECT_EQ(gate().Count("CGlobalContext::RegisterModule"), 1u);
+}
+
+TEST_F(Init, KeepsTheModuleAliveByItself) {
+  init(&host.context());
+  const std::weak_ptr<CFenluxImpl> weak = CFenluxImpl::Instance();
+  EXPECT_FALSE(weak.expired());
+  CFenluxImpl::Release();
+  EXPECT_TRUE(weak.expired()) << "released on purpose, the destructor runs";
+}
+
+TEST_F(Init, TwoThreadsAtOnceMakeOneModule) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([this] { init(&host.context()); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(gate().Count("CGlobalContext::RegisterModule"), 1u);
+}
+
+// ---------------------------------------------------------------- translation
+
+TEST_F(FenluxImpl, TranslatesWithTheSameTextTwice) {
+  const auto impl = New();
+  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  EXPECT_EQ(impl->Translate("one"), "<one>");
+  EXPECT_EQ(impl->Translate("two"), "<two>");
+  EXPECT_EQ(gate().Entries(), (Lines{"CGlobalContext::GetLocale()", Translation("one"), Translation("two")}));
+}
+
+TEST_F(FenluxImpl, WithoutALocaleServiceTextsStayAndItIsAskedForAgain) {
+  const auto impl = New();
+  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  gate().GiveEmpty("CGlobalContext::GetLocale");
+  EXPECT_EQ(impl->Translate("one"), "one");
+  EXPECT_EQ(impl->Translate("two"), "two");
+  gate().GiveAgain("CGlobalContext::GetLocale");
+  EXPECT_EQ(impl->Translate("three"), "<three>");
+  EXPECT_EQ(impl->Translate("four"), "<four>");
+  EXPECT_EQ(gate().Count("CGlobalContext::GetLocale"), 3u);
+}
+
+TEST_F(FenluxImpl, HoldsNoLockWhileTranslating) {
+  const auto impl = New();
+  bool nested = false;
+  gate().OnCall("CLocale::TranslateText", [&] {
+    if (std::exchange(nested, true)) return;
+    std::thread([&] { impl->Translate("inner"); }).join();
+  });
+  EXPECT_EQ(impl->Translate("outer"), "outer");
+  EXPECT_TRUE(nested);
+}
+
+TEST_F(FenluxImpl, AFailingLocaleServiceGoesOn) {
+  const auto impl = New();
+  for (const Failure failure : kAllFailures) {
+    gate().FailAt("CLocale::TranslateText", 1, failure);
+    EXPECT_TRUE(Propagates(failure, [&] { impl->Translate("one"); }));
+  }
+  gate().FailAt("CGlobalContext::GetLocale", 1, Failure::kInt);
+  const auto other = std::make_shared<CFenluxImpl>(host.context());
+  EXPECT_TRUE(Propagates(Failure::kInt, [&] { other->Translate("one"); }));
+  EXPECT_EQ(other->Translate("one"), "one");
+}
+
+// ---------------------------------------------------------------- the host's operations
+
+TEST_F(FenluxImpl, BeforeAnyConnectionThereIsNoInterfaceAndNoPortValue) {
+  const auto impl = New();
+  EXPECT_FALSE(impl->GetDriverInteract());
+  EXPECT_FALSE(impl->GetReadyDriverInteract());
+  EXPECT_EQ(RuntimeErrorOf([&] { impl->GetDriverPortValue(); }), "DCI,Driver Interact NOT ready.");
+  impl->StopWork(false);
+  impl->StopWork(true);
+  impl->NotifyPolicyChanged();
+  EXPECT_TRUE(gate().Entries().empty());
+}
+
+TEST_F(FenluxImpl, ADisabledModuleStartsNothing) {
+  const auto impl = New();
+  settings().enabled = false;
+  impl->StartWork();
+  EXPECT_EQ(gate().Entries(), Lines{"CCfgEx::IsEnabled()"});
+  EXPECT_TRUE(clock().Pauses().empty());
+}
+
+TEST_F(FenluxImpl, AFailingEnableQueryGoesOnAndStartsNothing) {
+  const auto impl = New();
+  for (const Failure failure : kAllFailures) {
+    gate().FailAt("CCfgEx::IsEnabled", 1, failure);
+    EXPECT_TRUE(Propagates(failure, [&] { impl->StartWork(); }));
+  }
+  EXPECT_EQ(gate().Count("CGlobalContext::"), 0u);
+}
+
+namespace {
+class ConnectedModule : public WorkerTest {
+ protected:
+  const Lines kShutdown{"CPortClient::Close()", "CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
+  // The calls of the thread that stops the interface: those of the connection worker, which goes on, are left out.
+  Lines StoppersCalls() const {
+    return gate().EntriesOf({"CPortClient::Close", "CPortClient::Send(3", "CRecordReg", "CNetObject"});
+  }
+};
+}  // namespace
+
+TEST_F(ConnectedModule, AReadyInterfaceIsHandedOut) {
+  settings().port_value = 4242;
+  Connect();
+  const auto interact = impl->GetDriverInteract();
+  ASSERT_TRUE(interact);
+  EXPECT_TRUE(interact->IsDriverReady());
+  EXPECT_EQ(interact, impl->GetReadyDriverInteract());
+  EXPECT_EQ(impl->GetDriverPortValue(), 4242u);
+}
+
+TEST_F(ConnectedModule, AnInterfaceThatWasToldToStopIsNotHandedOut) {
+  Connect();
+  impl->GetDriverInteract()->StopInteract();
+  EXPECT_FALSE(impl->GetDriverInteract());
+  EXPECT_EQ(RuntimeErrorOf([&] { impl->GetDriverPortValue(); }), "DCI,Driver Interact NOT ready.");
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, StopWorkShutsTheInterfaceDown) {
+  Connect();
+  // The worker that wakes up by it shuts down once more: kept waiting until the calls are compared.
+  Turnstile worker;
+  gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
+  impl->StopWork(false);
+  EXPECT_EQ(StoppersCalls(), kShutdown);
+  EXPECT_FALSE(impl->GetDriverInteract());
+  EXPECT_TRUE(worker.AwaitArrivals(1));
+  worker.Open();
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstWhereAskedTo) {
+  Connect();
+  Turnstile worker;
+  gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
+  impl->StopWork(true);
+  Lines expected = kShutdown;
+  expected.insert(expected.begin(), "CPortClient::Send(3, no reply, true)");
+  EXPECT_EQ(StoppersCalls(), expected);
+  ASSERT_EQ(host.RequestsOf(3).size(), 1u);
+  EXPECT_TRUE(
+      SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  03 00 00 00  01 00 00 00"), host.RequestsOf(3)[0].bytes));
+  EXPECT_TRUE(worker.AwaitArrivals(1));
+  worker.Open();
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, TheTypeOfItsMonitorObjectsIs2WhereTheFlagIsClear) {
+  settings().monitor_object_flag = false;
+  impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+  settings().monitor_object_flag = true;  // fixed at construction
+  Connect();
+  impl->StopWork(true);
+  ASSERT_EQ(host.RequestsOf(3).size(), 1u);
+  EXPECT_EQ(host.RequestsOf(3)[0].bytes.at(12), 2);
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenWhereItStartsNothing) {
+  Connect();
+  settings().enabled = false;
+  impl->StartWork();
+  EXPECT_EQ(gate().Count("CPortClient::Send(3, no reply, true)"), 1u);
+  EXPECT_GE(gate().Count("CPortClient::Close"), 1u);
+  EXPECT_FALSE(impl->GetDriverInteract());
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenGoesOn) {
+  for (const Failure failure : kAllFailures) {
+    impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+    clock().Reset();
+    Connect();
+    gate().FailAt("CPortClient::Send", 1, failure);
+    EXPECT_TRUE(Propagates(failure, [&] { impl->StopWork(true); }));
+    EXPECT_GE(gate().Count("CPortClient::Close"), 1u);
+    EXPECT_EQ(gate().Count("CRecordRegistration::Withdraw"), 1u);
+    EXPECT_EQ(gate().Count("CNetObject::Release"), 1u);
+    EXPECT_TRUE(clock().AwaitParked(5s)) << "the connection ended";
+  }
+}
+
+TEST_F(ConnectedModule, AStartOnADriverThatRefusesToBeClearedThrowsAndStartsNothing) {
+  Connect();
+  gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
+  EXPECT_TRUE(Propagates(Failure::kStandard, [&] { impl->StartWork(); }));
+  EXPECT_EQ(gate().Count("CCfgEx::IsEnabled"), 0u);
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, TheLockIsGivenUpWhereShuttingDownFails) {
+  Connect();
+  gate().FailAt("CPortClient::Close", 1, Failure::kStandard);
+  EXPECT_TRUE(Propagates(Failure::kStandard, [&] { impl->StopWork(false); }));
+  EXPECT_FALSE(impl->GetDriverInteract());
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
+TEST_F(ConnectedModule, AHandleKeptLongerStaysValidAndIsNoLongerReady) {
+  Connect();
+  const auto kept = impl->GetDriverInteract();
+  impl->StopWork(false);
+  ASSERT_TRUE(clock().AwaitParked(5s));
+  clock().Advance(5s);
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  EXPECT_FALSE(kept->IsDriverReady());
+  EXPECT_TRUE(kept->IsStopRequested());
+  EXPECT_EQ(kept->GetImplementationCode(), 7u);
+  EXPECT_NE(impl->GetDriverInteract(), kept);
+}
+
+TEST_F(ConnectedModule, StartWorkStartsBothWorkers) {
+  settings().wait_blocks = true;
+  impl->StartWork();
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  while (gate().Count("CPortClient::Send(24") == 0) clock().Advance(100ms);  // the policy worker polls
+  EXPECT_TRUE(impl->GetDriverInteract());
+}
+
+TEST_F(ConnectedModule, ASecondStartWorkEndsTheConnectionAndItsOwnConnectionWorker) {
+  settings().wait_blocks = true;
+  impl->StartWork();
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  impl->StartWork();
+  ASSERT_TRUE(gate().AwaitCount(Problem("[dci,tiwk] There is another thread doing work. We should exit."), 1));
+  ASSERT_TRUE(clock().AwaitParked(5s)) << "the first worker comes back later";
+  EXPECT_EQ(gate().Count("CGlobalContext::GetNet"), 1u);
+}
+
+// ---------------------------------------------------------------- destruction
+
+TEST_F(FenluxImpl, TheDestructorOfAnIdleModuleCallsNothing) {
+  auto impl = New();
+  impl.reset();
+  EXPECT_TRUE(gate().Entries().empty());
+}
+
+TEST_F(FenluxImpl, EverythingIsLetGoAtTheEnd) {
+  const auto contexts = host.context().use_count();
+  const auto holders = host.core().use_count();
+  {
+    const auto impl = New();
+    impl->Translate("fetches the locale service");
+  }
+  EXPECT_EQ(host.context().use_count(), contexts);
+  EXPECT_EQ(host.core().use_count(), holders);
+}
+
+}  // namespace fenlux::testing

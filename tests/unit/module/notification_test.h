@@ -1,0 +1,51 @@
+// What the tests of notification dispatch begin with.
+#pragma once
+
+#include "tests/unit/module/module_test.h"
+
+namespace fenlux::testing {
+
+class NotificationTest : public ModuleTest {
+ protected:
+  // The replies of 156 bytes, whose rest is as the buffer came.
+  static Bytes GoldenReply(std::uint8_t verdict) {
+    return Golden(156).Hex(0, "e4 42 33 b1 b2 c3 65 53  9c 00 00 00").Put(12, {verdict, 0, 0, 0}).Get();
+  }
+
+  // Dispatches on a driver interface without a connection, whose process information is not started.
+  std::shared_ptr<CBuf> Dispatch(const Bytes& message) {
+    if (!interact) interact = NewInteract();
+    Forget();
+    // Of exactly the message's size, so that a read beyond it is seen by the address sanitizer.
+    const std::unique_ptr<std::uint8_t[]> copy(new std::uint8_t[message.size()]);
+    std::copy(message.begin(), message.end(), copy.get());
+    return interact->DispatchNotification(copy.get(), static_cast<std::uint32_t>(message.size()));
+  }
+  std::shared_ptr<CBuf> Dispatch(const NotificationBuilder& message) { return Dispatch(message.Build()); }
+
+  std::uint32_t VerdictOf(const NotificationBuilder& message) {
+    const auto reply = Dispatch(message);
+    return reply ? BytesOf(reply).at(12) : 0;
+  }
+
+  // The calls on the record, its conversions and its judge.
+  Lines RecordCalls() const {
+    return gate().EntriesOf({"CArpRecord::", "CArpProcess::", "CAoArp::", "CUtility::ToRecordString",
+                             "CUtility::ToNarrowString", "CUtility::ToWideString", "CUtility::BufferFromBytes",
+                             "CWinWork::"});
+  }
+  // The same without what every notification begins with.
+  Lines RecordCallsAfterProcess() const {
+    Lines calls = RecordCalls();
+    EXPECT_GE(calls.size(), 4u);
+    if (calls.size() >= 4) calls.erase(calls.begin(), calls.begin() + 4);
+    return calls;
+  }
+
+  static std::string BadSize() { return Problem("[wdi,wdaokd,STDE] info=[wdi,wdaokd-1]bad size!"); }
+  static std::string UnknownCode() { return Problem("[wdi,wdaokd,STDE] info=[wdi,wdaokd] Unknown pos value!"); }
+
+  std::shared_ptr<CWinDriverInteract> interact;
+};
+
+}  // namespace fenlux::testing

@@ -1,0 +1,434 @@
+// The process cache: look-ups, what they put into records, and a refresh pass.
+#include "procinfo/auto_refresh_process_info.h"
+
+#include "tests/unit/module/module_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+class ProcessInfo : public ModuleTest {
+ protected:
+  std::shared_ptr<CAutoRefreshProcessInfo> Created() {
+    auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+    Forget();
+    return info;
+  }
+
+  // With an empty map published, and without a thread of its own.
+  std::shared_ptr<CAutoRefreshProcessInfo> WithMap() {
+    auto info = Created();
+    info->RefreshAll();
+    Forget();
+    return info;
+  }
+
+  std::shared_ptr<CAutoRefreshProcessInfo> Started() {
+    auto info = Created();
+    info->Start();
+    Settle();
+    return info;
+  }
+
+  static Lines Queries(std::uint32_t id) {
+    const std::string number = std::to_string(id);
+    return {"CWinWork::QueryProcessValue(" + number + ", 0)", "CWinWork::GetProcessNarrowText(" + number + ", 0)",
+            "CWinWork::GetProcessWideText(" + number + ", 0)"};
+  }
+  // A look-up that finds nothing in the cache, with the setting asked first.
+  static Lines Miss(std::uint32_t id) {
+    Lines calls = Queries(id);
+    calls.insert(calls.begin(), "CCfgEx::IsCacheBypassed()");
+    return calls;
+  }
+  static Lines Hit() { return {"CCfgEx::IsCacheBypassed()"}; }
+
+  void MakeUnknown(std::uint32_t unknown) {
+    settings().process_value = [unknown](std::uint32_t id) { return id == unknown ? 0xFFFFFFFF : 1; };
+  }
+
+  // The record and the process part that a filling works on.
+  struct Filled {
+    std::shared_ptr<CArpRecord> record;
+    std::shared_ptr<CArpProcess> process;
+  };
+  Filled NewRecord(std::uint64_t processId) {
+    Filled filled;
+    host.arp_mgmt()->CreateRecord(filled.record, 0);
+    filled.process = filled.record->ProcessPart();
+    filled.process->SetProcessId(processId);
+    Forget();
+    return filled;
+  }
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------- construction
+
+TEST_F(ProcessInfo, TakesItsServicesInOrder) {
+  const CAutoRefreshProcessInfo info(host.context());
+  EXPECT_EQ(gate().Entries(),
+            (Lines{"CGlobalContext::GetUtility()", "CGlobalContext::GetWinWork()", "CGlobalContext::GetCfgEx()"}));
+}
+
+TEST_F(ProcessInfo, ChecksTheExtendedConfigurationAlone) {
+  gate().GiveEmpty("CGlobalContext::GetUtility");
+  gate().GiveEmpty("CGlobalContext::GetWinWork");
+  EXPECT_NO_THROW(CAutoRefreshProcessInfo{host.context()});
+  gate().GiveEmpty("CGlobalContext::GetCfgEx");
+  EXPECT_EQ(RuntimeErrorOf([&] { CAutoRefreshProcessInfo{host.context()}; }), "[arpi] Bad cfgex init!");
+}
+
+// ---------------------------------------------------------------- building a record
+
+TEST_F(ProcessInfo, ARecordHoldsTheThreeAnswers) {
+  const auto info = Created();
+  settings().process_value = [](std::uint32_t) { return 3; };
+  const auto record = info->BuildRecord(42);
+  ASSERT_TRUE(record);
+  EXPECT_EQ(gate().Entries(), Queries(42));
+  EXPECT_EQ(record->sessionId, 3u);
+  EXPECT_EQ(record->narrowInfo, "narrow-42");
+  EXPECT_EQ(record->wideInfo, L"wide-42");
+}
+
+TEST_F(ProcessInfo, AnUnknownProcessIsAskedForNothingElse) {
+  const auto info = Created();
+  MakeUnknown(42);
+  EXPECT_FALSE(info->BuildRecord(42));
+  EXPECT_EQ(gate().Entries(), Lines{"CWinWork::QueryProcessValue(42, 0)"});
+}
+
+TEST_F(ProcessInfo, AFreshRecordSaysUnknown) {
+  const CSingleProcessInfo record;
+  EXPECT_EQ(record.sessionId, 0xFFFFFFFFu);
+  EXPECT_TRUE(record.narrowInfo.empty());
+  EXPECT_TRUE(record.wideInfo.empty());
+}
+
+TEST_F(ProcessInfo, WithoutAWorkServiceALookUpIsARuntimeError) {
+  gate().GiveEmpty("CGlobalContext::GetWinWork");
+  const auto info = Created();
+  EXPECT_FALSE(RuntimeErrorOf([&] { info->BuildRecord(1); }).empty());
+  EXPECT_NO_THROW(info->RefreshAll()) << "an empty cache asks the work service nothing";
+}
+
+// ---------------------------------------------------------------- look-ups
+
+TEST_F(ProcessInfo, ASecondLookUpIsServedFromTheCache) {
+  const auto info = WithMap();
+  const auto first = info->GetProcessInfo(42);
+  EXPECT_EQ(gate().Entries(), Miss(42));
+  Forget();
+  EXPECT_EQ(info->GetProcessInfo(42), first);
+  EXPECT_EQ(gate().Entries(), Hit());
+}
+
+TEST_F(ProcessInfo, AnUnknownProcessIsAskedForAgain) {
+  const auto info = WithMap();
+  MakeUnknown(42);
+  for (int i = 0; i < 2; ++i) {
+    Forget();
+    EXPECT_FALSE(info->GetProcessInfo(42));
+    EXPECT_EQ(gate().Entries(), (Lines{"CCfgEx::IsCacheBypassed()", "CWinWork::QueryProcessValue(42, 0)"}));
+  }
+}
+
+TEST_F(ProcessInfo, ABypassedCacheIsNeitherReadNorFilled) {
+  const auto info = WithMap();
+  const auto cached = info->GetProcessInfo(1);
+  settings().cache_bypassed = true;
+  for (int i = 0; i < 2; ++i) {
+    Forget();
+    EXPECT_NE(info->GetProcessInfo(1), cached);
+    EXPECT_TRUE(info->GetProcessInfo(2));
+    Lines expected = Miss(1);
+    const Lines second = Miss(2);
+    expected.insert(expected.end(), second.begin(), second.end());
+    EXPECT_EQ(gate().Entries(), expected);
+  }
+  settings().cache_bypassed = false;
+  Forget();
+  EXPECT_EQ(info->GetProcessInfo(1), cached);
+  EXPECT_EQ(gate().Entries(), Hit());
+  Forget();
+  info->GetProcessInfo(2);
+  EXPECT_EQ(gate().Entries(), Miss(2));
+}
+
+TEST_F(ProcessInfo, FetchingKeepsTheEntryThatIsThere) {
+  const auto info = WithMap();
+  const auto first = info->FetchAndCache(42);
+  const auto second = info->FetchAndCache(42);
+  EXPECT_NE(first, second) << "each caller gets the record that it had built";
+  EXPECT_EQ(info->GetProcessInfo(42), first);
+}
+
+TEST_F(ProcessInfo, TwoThreadsMissingTheSameIdEachGetTheirOwnAndTheMapKeepsTheFirst) {
+  const auto info = WithMap();
+  Turnstile both;
+  std::atomic<int> inside{0};
+  gate().OnCall("CWinWork::QueryProcessValue", [&] {
+    ++inside;
+    both.Pass();
+  });
+  std::shared_ptr<const CSingleProcessInfo> found[2];
+  std::thread threads[2];
+  for (int i = 0; i < 2; ++i) threads[i] = std::thread([&, i] { found[i] = info->GetProcessInfo(42); });
+  ASSERT_TRUE(both.AwaitArrivals(2));
+  both.Open();
+  for (std::thread& thread : threads) thread.join();
+  gate().NoHook("CWinWork::QueryProcessValue");
+  EXPECT_EQ(inside, 2);
+  ASSERT_TRUE(found[0] && found[1]);
+  EXPECT_NE(found[0], found[1]);
+  const auto kept = info->GetProcessInfo(42);
+  EXPECT_TRUE(kept == found[0] || kept == found[1]);
+}
+
+TEST_F(ProcessInfo, ALookUpBeforeTheFirstPassStoresNothing) {
+  const auto info = Created();
+  EXPECT_TRUE(info->GetProcessInfo(42));
+  Forget();
+  EXPECT_TRUE(info->GetProcessInfo(42));
+  EXPECT_EQ(gate().Entries(), Miss(42));
+}
+
+TEST_F(ProcessInfo, AFailedQueryGoesOnAndStoresNothing) {
+  const auto info = WithMap();
+  for (const Failure failure : kAllFailures) {
+    for (const char* operation : {"CWinWork::QueryProcessValue", "CWinWork::GetProcessNarrowText",
+                                  "CWinWork::GetProcessWideText", "CCfgEx::IsCacheBypassed"}) {
+      gate().FailAt(operation, 1, failure);
+      EXPECT_TRUE(Propagates(failure, [&] { info->GetProcessInfo(42); })) << operation;
+    }
+  }
+  Forget();
+  info->GetProcessInfo(42);
+  EXPECT_EQ(gate().Entries(), Miss(42));
+}
+
+// ---------------------------------------------------------------- a refresh pass
+
+TEST_F(ProcessInfo, APassOverAnEmptyCacheAsksTheHostNothing) {
+  const auto info = Created();
+  info->RefreshAll();
+  EXPECT_TRUE(gate().Entries().empty());
+  info->RefreshAll();
+  EXPECT_TRUE(gate().Entries().empty());
+  info->GetProcessInfo(42);
+  Forget();
+  info->GetProcessInfo(42);
+  EXPECT_EQ(gate().Entries(), Hit()) << "a map was published";
+}
+
+TEST_F(ProcessInfo, APassRebuildsLiveRecordsInAscendingOrderAndDropsTheOthers) {
+  const auto info = WithMap();
+  for (const std::uint32_t id : {30u, 10u, 20u, 40u}) info->GetProcessInfo(id);
+  const auto before = info->GetProcessInfo(10);
+  settings().running = [] { return std::set<std::uint64_t>{10, 20, 40, 50}; };
+  settings().process_value = [](std::uint32_t id) { return id == 20 ? 0xFFFFFFFF : id + 1; };
+  Forget();
+  info->RefreshAll();
+  EXPECT_EQ(gate().Entries(), (Lines{"CWinWork::GetRunningProcessIds(0)", "CWinWork::QueryProcessValue(10, 0)",
+                                     "CWinWork::GetProcessNarrowText(10, 0)", "CWinWork::GetProcessWideText(10, 0)",
+                                     "CWinWork::QueryProcessValue(20, 0)", "CWinWork::QueryProcessValue(40, 0)",
+                                     "CWinWork::GetProcessNarrowText(40, 0)", "CWinWork::GetProcessWideText(40, 0)"}));
+
+  Forget();
+  const auto after = info->GetProcessInfo(10);
+  EXPECT_EQ(gate().Entries(), Hit());
+  EXPECT_NE(after, before);
+  EXPECT_EQ(after->sessionId, 11u) << "queried anew";
+  EXPECT_EQ(before->sessionId, 0u) << "a published record never changes";
+  Forget();
+  info->GetProcessInfo(30);
+  EXPECT_EQ(gate().Entries(), Miss(30)) << "no longer running";
+  Forget();
+  EXPECT_FALSE(info->GetProcessInfo(20)) << "unknown to the host meanwhile";
+  Forget();
+  info->GetProcessInfo(50);
+  EXPECT_EQ(gate().Entries(), Miss(50)) << "a pass adds no records";
+}
+
+TEST_F(ProcessInfo, IdsAreWidenedForTheRunningList) {
+  const auto info = WithMap();
+  info->GetProcessInfo(0xFFFFFFF0);
+  settings().running = [] { return std::set<std::uint64_t>{0x00000001FFFFFFF0}; };
+  info->RefreshAll();
+  Forget();
+  info->GetProcessInfo(0xFFFFFFF0);
+  EXPECT_EQ(gate().Entries(), Miss(0xFFFFFFF0)) << "another process with the same low half";
+}
+
+TEST_F(ProcessInfo, AnEmptyRunningHandleIsAnEmptySet) {
+  const auto info = WithMap();
+  info->GetProcessInfo(42);
+  gate().GiveEmpty("CWinWork::GetRunningProcessIds");
+  info->RefreshAll();
+  Forget();
+  info->GetProcessInfo(42);
+  EXPECT_EQ(gate().Entries(), Miss(42));
+}
+
+TEST_F(ProcessInfo, AFailedPassLeavesTheCacheAsItWas) {
+  const auto info = WithMap();
+  const auto record = info->GetProcessInfo(42);
+  settings().running = [] { return std::set<std::uint64_t>{42}; };
+  for (const Failure failure : kAllFailures) {
+    for (const char* operation : {"CWinWork::GetRunningProcessIds", "CWinWork::QueryProcessValue"}) {
+      gate().FailAt(operation, 1, failure);
+      EXPECT_TRUE(Propagates(failure, [&] { info->RefreshAll(); })) << operation;
+      EXPECT_EQ(info->GetProcessInfo(42), record);
+    }
+  }
+}
+
+TEST_F(ProcessInfo, AnEntryInsertedDuringAPassIsLostAndFetchedAgain) {
+  const auto info = WithMap();
+  info->GetProcessInfo(1);
+  settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
+  bool once = true;
+  gate().OnCall("CWinWork::GetRunningProcessIds", [&] {
+    if (std::exchange(once, false)) info->GetProcessInfo(2);
+  });
+  info->RefreshAll();
+  gate().NoHook("CWinWork::GetRunningProcessIds");
+  Forget();
+  EXPECT_TRUE(info->GetProcessInfo(2));
+  EXPECT_EQ(gate().Entries(), Miss(2));
+}
+
+TEST_F(ProcessInfo, NoLockIsHeldWhileTheHostIsAsked) {
+  // A look-up from inside a host query would stand still for ever if it were.
+  const auto info = WithMap();
+  info->GetProcessInfo(1);
+  settings().running = [] { return std::set<std::uint64_t>{1}; };
+  for (const char* operation : {"CWinWork::GetRunningProcessIds", "CWinWork::GetProcessNarrowText"}) {
+    std::atomic<bool> nested{false};
+    gate().OnCall(operation, [&] {
+      if (nested.exchange(true)) return;
+      std::thread([&] { info->GetProcessInfo(7); }).join();
+      std::thread([&] { info->FetchAndCache(8); }).join();
+    });
+    info->RefreshAll();
+    EXPECT_TRUE(nested) << operation;
+    gate().NoHook(operation);
+  }
+}
+
+// ---------------------------------------------------------------- filling a record
+
+TEST_F(ProcessInfo, FillingBeforeTheStartChangesNothing) {
+  const auto info = WithMap();
+  settings().identity_text_added = true;
+  const auto to = NewRecord(42);
+  const std::uint8_t identity[64] = {};
+  info->FillEventProcessInfo(*to.record, *to.process, identity);
+  EXPECT_TRUE(gate().Entries().empty());
+}
+
+TEST_F(ProcessInfo, FillingAfterTheStopChangesNothing) {
+  const auto info = Started();
+  info->StopRefresh();
+  const auto to = NewRecord(42);
+  info->FillEventProcessInfo(*to.record, *to.process, nullptr);
+  EXPECT_TRUE(gate().Entries().empty());
+}
+
+TEST_F(ProcessInfo, FillingSetsSessionNarrowAndWideInThisOrder) {
+  const auto info = Started();
+  const auto to = NewRecord(42);
+  settings().process_value = [](std::uint32_t) { return 9; };
+  info->FillEventProcessInfo(*to.record, *to.process, nullptr);
+  EXPECT_EQ(gate().Entries(),
+            (Lines{"CArpProcess::GetProcessId()", "CCfgEx::IsCacheBypassed()", "CWinWork::QueryProcessValue(42, 0)",
+                   "CWinWork::GetProcessNarrowText(42, 0)", "CWinWork::GetProcessWideText(42, 0)",
+                   "CArpProcess::SetSessionId(9)", "CArpProcess::SetNarrowInfo(narrow-42)",
+                   "CArpRecord::SetWideInfo(wide-42)", "CCfgEx::IsIdentityTextAdded()"}));
+  info->StopRefresh();
+}
+
+TEST_F(ProcessInfo, TheIdIsUsedWith32Bits) {
+  const auto info = Started();
+  const auto to = NewRecord(0x000000010000002A);
+  info->FillEventProcessInfo(*to.record, *to.process, nullptr);
+  EXPECT_EQ(gate().Count("CWinWork::QueryProcessValue(42, 0)"), 1u);
+  info->StopRefresh();
+}
+
+TEST_F(ProcessInfo, AnUnknownProcessSetsNoFieldsButMayGetAnIdentityText) {
+  const auto info = Started();
+  MakeUnknown(42);
+  settings().identity_text_added = true;
+  const auto to = NewRecord(42);
+  const std::uint8_t identity[64] = {};
+  info->FillEventProcessInfo(*to.record, *to.process, identity);
+  EXPECT_EQ(gate().EntriesOf({"CArpProcess::Set", "CArpRecord::Set", "CWinWork::GetIdentityText"}),
+            (Lines{"CWinWork::GetIdentityText()", "CArpProcess::SetIdentityText(S-1-5-18)"}));
+  info->StopRefresh();
+}
+
+namespace {
+class IdentityText : public ProcessInfo {};
+}  // namespace
+
+TEST_F(IdentityText, IsMadeFromTheBytesAt50OfTheNotification) {
+  settings().identity_text_added = true;
+  const auto interact = ReadyInteract();
+  const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(1).Build();
+  ASSERT_TRUE(interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size())));
+  ASSERT_EQ(host.Identities().size(), 1u);
+  EXPECT_EQ(host.Identities()[0], message.data() + 50);
+  EXPECT_EQ(gate().Count("CArpProcess::SetIdentityText(S-1-5-18)"), 1u);
+}
+
+TEST_F(IdentityText, ComesWithAnyBitOfItsFieldSet) {
+  settings().identity_text_added = true;
+  const auto interact = ReadyInteract();
+  for (const std::uint32_t value : {1u, 0x100u, 0x10000u, 0x80000000u}) {
+    Forget();
+    const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(value).Build();
+    interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+    EXPECT_EQ(gate().Count("CArpProcess::SetIdentityText"), 1u) << value;
+  }
+}
+
+TEST_F(IdentityText, NeverComesWhereTheFieldIs0) {
+  settings().identity_text_added = true;
+  const auto interact = ReadyInteract();
+  const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(0).Build();
+  interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+  EXPECT_EQ(gate().Count("CWinWork::GetIdentityText"), 0u);
+}
+
+TEST_F(IdentityText, NeverComesWhereTheSettingIsOff) {
+  const auto interact = ReadyInteract();
+  const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(1).Build();
+  interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+  EXPECT_EQ(gate().Count("CWinWork::GetIdentityText"), 0u);
+}
+
+TEST_F(ProcessInfo, ADispatchFillsBetweenTheIdAndThePaths) {
+  const auto interact = ReadyInteract();
+  const Bytes message = NotificationBuilder(4098, 42).Item1(u"/p").Build();
+  interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+  const Lines calls = gate().EntriesOf({"CArpProcess::", "CArpRecord::"});
+  EXPECT_EQ(calls,
+            (Lines{"CArpRecord::SetSource(1)", "CArpRecord::SetCategory(1)", "CArpRecord::ProcessPart()",
+                   "CArpProcess::SetProcessId(42)", "CArpProcess::GetProcessId()", "CArpProcess::SetSessionId(0)",
+                   "CArpProcess::SetNarrowInfo(narrow-42)", "CArpRecord::SetWideInfo(wide-42)",
+                   "CArpRecord::SetPath(/p)", "CArpRecord::SetPath(/p)", "CArpRecord::SetEventType(0x4005)"}));
+}
+
+TEST_F(ProcessInfo, AFailureWhileFillingIsTheNotificationsFailure) {
+  const auto interact = ReadyInteract();
+  const Bytes message = NotificationBuilder(4098, 42).Build();
+  gate().FailAt("CWinWork::GetProcessNarrowText", 1, Failure::kStandard);
+  const auto reply = interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(BytesOf(reply).at(12), 8);
+  EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=standard failure")});
+}
+
+}  // namespace fenlux::testing

@@ -1,0 +1,219 @@
+// The refresh thread: its start, its pauses on the wall clock, its one-way end.
+#include "procinfo/auto_refresh_process_info.h"
+
+#include "tests/unit/module/module_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+const std::string kStartLine = "CUtility::WriteLog(0x10003, Auto refresh process info thread start..., 7)";
+const std::string kExitLine = "CUtility::WriteLog(0x10003, Auto refresh process info thread exit., 7)";
+
+class RefreshThread : public ModuleTest {
+ protected:
+  RefreshThread() { settings().refresh_interval = 250; }
+
+  std::shared_ptr<CAutoRefreshProcessInfo> Created() {
+    auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+    Forget();
+    return info;
+  }
+  std::shared_ptr<CAutoRefreshProcessInfo> Started() {
+    auto info = Created();
+    info->Start();
+    EXPECT_TRUE(clock().AwaitParked(250ms));
+    return info;
+  }
+  bool IsFilled(CAutoRefreshProcessInfo& info) {
+    std::shared_ptr<CArpRecord> record;
+    host.arp_mgmt()->CreateRecord(record, 0);
+    const auto process = record->ProcessPart();
+    const auto before = gate().Count("CArpProcess::GetProcessId");
+    info.FillEventProcessInfo(*record, *process, nullptr);
+    return gate().Count("CArpProcess::GetProcessId") > before;
+  }
+};
+
+}  // namespace
+
+TEST_F(RefreshThread, SaysThatItBeganReadsTheIntervalAndPauses) {
+  const auto info = Started();
+  EXPECT_EQ(gate().Entries(), (Lines{kStartLine, "CCfgEx::GetRefreshInterval()"}));
+  EXPECT_EQ(clock().Pauses(), (std::vector<ManualClock::PauseRecord>{{ManualClock::Kind::kWallClock, 250ms}}));
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, ReadsTheIntervalAnewBeforeEveryPause) {
+  const auto info = Started();
+  settings().refresh_interval = 700;
+  clock().Advance(250ms);
+  ASSERT_TRUE(clock().AwaitParked(700ms));
+  settings().refresh_interval = 0xFFFFFFFF;
+  clock().Advance(700ms);
+  ASSERT_TRUE(clock().AwaitParked(std::chrono::milliseconds(0xFFFFFFFF))) << "the whole range of the setting";
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, RefreshesAfterEveryPause) {
+  const auto info = Started();
+  settings().running = [] { return std::set<std::uint64_t>{42}; };
+  info->GetProcessInfo(42);
+  for (std::size_t pass = 1; pass <= 3; ++pass) {
+    clock().Advance(250ms);
+    ASSERT_TRUE(clock().AwaitPauses(250ms, pass + 1));
+    ASSERT_TRUE(clock().AwaitParked(250ms));
+    EXPECT_EQ(gate().Count("CWinWork::GetRunningProcessIds"), pass);
+  }
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AnIntervalOf0RefreshesBackToBack) {
+  settings().refresh_interval = 0;
+  clock().PassAtOnce(0ms, 5);
+  const auto info = Created();
+  info->RefreshAll();
+  info->GetProcessInfo(42);
+  settings().running = [] { return std::set<std::uint64_t>{42}; };
+  info->Start();
+  ASSERT_TRUE(clock().AwaitParked(0ms));
+  EXPECT_EQ(clock().Pauses().size(), 6u);
+  EXPECT_EQ(gate().Count("CWinWork::GetRunningProcessIds"), 6u) << "one at the start, and one after every yield";
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AStopTakesEffectAfterThePauseAndThePass) {
+  const auto info = Started();
+  info->GetProcessInfo(42);
+  Forget();
+  info->StopRefresh();
+  EXPECT_TRUE(gate().Entries().empty()) << "the stop waits for nothing";
+  EXPECT_FALSE(IsFilled(*info)) << "but filling ends at once";
+  Forget();
+  clock().Advance(250ms);
+  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  EXPECT_EQ(gate().Entries(), (Lines{"CWinWork::GetRunningProcessIds(0)", kExitLine}));
+  EXPECT_EQ(clock().Parked(250ms), 0u);
+}
+
+TEST_F(RefreshThread, TheThreadKeepsItsObjectAliveToItsEnd) {
+  auto info = Started();
+  const std::weak_ptr<CAutoRefreshProcessInfo> weak = info;
+  info->StopRefresh();
+  info.reset();
+  EXPECT_FALSE(weak.expired());
+  clock().Advance(250ms);
+  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  while (!weak.expired()) std::this_thread::yield();
+}
+
+TEST_F(RefreshThread, OfTwoStartsInARowTheSecondThreadEndsSilently) {
+  const auto info = Started();
+  Forget();
+  info->Start();
+  // The thread that finds its place taken, run here where its end is seen.
+  info->RefreshThreadMain();
+  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+  clock().Advance(250ms);
+  ASSERT_TRUE(clock().AwaitPauses(250ms, 2));
+  ASSERT_TRUE(clock().AwaitParked(250ms));
+  EXPECT_EQ(clock().Parked(250ms), 1u);
+  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AStopAndAStartServeLookUpsWithoutAThread) {
+  const auto info = Started();
+  info->StopRefresh();
+  clock().Advance(250ms);
+  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  Forget();
+  info->Start();
+  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  EXPECT_EQ(gate().EntriesOf({"CUtility::WriteLog"}), (Lines{kStartLine, kExitLine}));
+  EXPECT_TRUE(IsFilled(*info));
+  EXPECT_EQ(clock().Parked(250ms), 0u);
+}
+
+TEST_F(RefreshThread, AStopBeforeTheFirstLoopOnlyGreetsAndLeaves) {
+  const auto info = Created();
+  info->StopRefresh();
+  info->RefreshThreadMain();
+  EXPECT_EQ(gate().Entries(), (Lines{kStartLine, kExitLine}));
+  EXPECT_TRUE(clock().Pauses().empty());
+}
+
+TEST_F(RefreshThread, AFailingPassEndsNothing) {
+  const auto info = Started();
+  info->GetProcessInfo(42);
+  std::size_t passes = 1;
+  for (const Failure failure : kAllFailures) {
+    gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
+    clock().Advance(250ms);
+    ASSERT_TRUE(clock().AwaitPauses(250ms, ++passes));
+    ASSERT_TRUE(clock().AwaitParked(250ms));
+    EXPECT_EQ(gate().FailedOperation(), "CWinWork::GetRunningProcessIds");
+  }
+  EXPECT_EQ(gate().Count("CWinWork::GetRunningProcessIds"), 4u);
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AFailingIntervalQueryKeepsTheLastGoodInterval) {
+  const auto info = Started();
+  for (const Failure failure : kAllFailures) {
+    settings().refresh_interval = 900;
+    gate().FailAt("CCfgEx::GetRefreshInterval", 1, failure);
+    const std::size_t before = clock().Pauses().size();
+    clock().Advance(250ms);
+    ASSERT_TRUE(clock().AwaitPauses(250ms, before + 1)) << "not the interval that could not be read";
+    ASSERT_TRUE(clock().AwaitParked(250ms));
+  }
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AnIntervalThatWasNeverReadIsOneSecond) {
+  gate().FailAlways("CCfgEx::GetRefreshInterval", Failure::kInt);
+  const auto info = Created();
+  info->Start();
+  ASSERT_TRUE(clock().AwaitParked(1s));
+  gate().StopFailing();
+  clock().Advance(1s);
+  ASSERT_TRUE(clock().AwaitParked(250ms));
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AFailingLogLineEndsNothing) {
+  gate().FailAlways("CUtility::WriteLog", Failure::kStandard);
+  const auto info = Started();
+  info->StopRefresh();
+  clock().Advance(250ms);
+  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+}
+
+TEST_F(RefreshThread, WithoutAUtilityServiceItRunsInSilence) {
+  gate().GiveEmpty("CGlobalContext::GetUtility");
+  const auto info = Started();
+  EXPECT_EQ(gate().Count("CUtility::"), 0u);
+  info->StopRefresh();
+}
+
+TEST_F(RefreshThread, AFailedFirstPassGoesOnAndStartsNoThread) {
+  const auto info = Created();
+  info->RefreshAll();
+  info->GetProcessInfo(42);
+  Forget();
+  for (const Failure failure : kAllFailures) {
+    gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
+    EXPECT_TRUE(Propagates(failure, [&] { info->Start(); }));
+  }
+  EXPECT_FALSE(IsFilled(*info)) << "not started";
+  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+}
+
+TEST_F(RefreshThread, ADriverInterfaceStopsItsThread) {
+  const auto interact = ReadyInteract();
+  interact->StopInteract();
+  clock().Advance(250ms);
+  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+}
+
+}  // namespace fenlux::testing

@@ -1,0 +1,55 @@
+// What the tests of the module's two workers begin with. The workers never end: each test leaves them parked in the
+// manual clock or blocked in a port client, with the module object that they use kept for good.
+#pragma once
+
+#include "tests/unit/module/module_test.h"
+
+namespace fenlux::testing {
+
+class WorkerTest : public ModuleTest {
+ protected:
+  WorkerTest() : impl(Keep(std::make_shared<CFenluxImpl>(host.context()))) { Forget(); }
+  ~WorkerTest() override {
+    gate().StopFailing();
+    gate().NoHooks();
+    clock().Reset();  // whoever is parked stays so
+  }
+
+  void StartConnectionWorker() {
+    std::thread([module = impl.get()] { module->ConnectionWorker(); }).detach();
+  }
+  void StartPolicyWorker() {
+    std::thread([module = impl.get()] { module->PolicyWorker(); }).detach();
+  }
+  // A connection worker whose connection stands, and a journal that is empty again.
+  void Connect() {
+    settings().wait_blocks = true;
+    StartConnectionWorker();
+    ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+    Settle();
+  }
+  // The report of a failure at a host call, as the inner and the outer handler of the connection worker write it.
+  static std::string InnerReport(Failure failure) {
+    return failure == Failure::kInt ? "[dci,OTHE]" : "[dci,tiwk,STDE] info=" + MessageOf(failure);
+  }
+  static std::string OuterReport(Failure failure) {
+    switch (failure) {
+      case Failure::kStandard:
+        return "[dci,tiwk-2,STDE] info=standard failure";
+      case Failure::kPoco:
+        return "[dci,tiwk-2,PCE] code=42,info=I/O error: poco failure";
+      case Failure::kBoostSystem: {
+        const auto code = boost::system::errc::make_error_code(boost::system::errc::permission_denied);
+        return "[dci,tiwk-2,BSTE] code=" + std::string(code.category().name()) + ":" + std::to_string(code.value()) +
+               ",info=<" + code.message() + ">";
+      }
+      case Failure::kInt:
+        return "[dci,tiwk-2,OTHE]";
+    }
+    return {};
+  }
+
+  std::shared_ptr<CFenluxImpl> impl;
+};
+
+}  // namespace fenlux::testing
