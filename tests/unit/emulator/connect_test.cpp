@@ -132,36 +132,39 @@ TEST_F(PortClient, LettingGoOfItEndsTheConnection) {
 }
 
 TEST_F(PortClient, CloseDoesNotWaitForAHandler) {
-  Gate gate;
-  handler = [&gate](const Bytes&) {
-    gate.Pass();
+  handler = [gate = gate](const Bytes&) {
+    gate->Pass();
     return Buffer(Reply(2));
   };
   AddNotifications(Notification(4098));
   const auto port = Opened();
-  gate.AwaitArrivals(1);
+  gate->AwaitArrivals(1);
   port->Close();
   port->Wait();
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
   EXPECT_EQ(Totals().inFlight, 0u);
-  gate.Open();
+  gate->Open();
   EXPECT_TRUE(Emulator().WaitScenarioFinished(kPatience));
 }
 
 TEST_F(PortClient, MayBeClosedAndLetGoOfInsideAHandler) {
-  std::shared_ptr<CPortClient> port;
-  handler = [&port](const Bytes&) {
-    port->Close();
-    port.reset();
-    return Buffer(Reply(2));
-  };
+  const auto port = std::make_shared<std::shared_ptr<CPortClient>>();
   AddNotifications(Notification(4098));
-  port = Emulator().MakePortClient(
-      kPortNameText, Buffer(ConnectContext()), 196764, [this](const void*, std::uint32_t) { return handler({}); }, 1);
-  port->Connect();
-  auto* raw = port.get();
-  raw->Start();
+  *port = Emulator().MakePortClient(
+      kPortNameText, Buffer(ConnectContext()), 196764,
+      [port, gate = gate](const void*, std::uint32_t) {
+        gate->Pass();
+        (*port)->Close();
+        port->reset();
+        return Buffer(Reply(2));
+      },
+      1);
+  (*port)->Connect();
+  (*port)->Start();
+  gate->Open();
   EXPECT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  Emulator().Stop();
+  EXPECT_EQ(*port, nullptr);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
 }
 

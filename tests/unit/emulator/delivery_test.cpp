@@ -46,22 +46,21 @@ TEST_F(Delivery, GivesTheHandlerEveryMessageAsItIs) {
 TEST_F(Delivery, DeliversAllOnSeveralThreads) {
   std::mutex mutex;
   std::set<std::thread::id> threads;
-  Gate gate;
   scenario.threads = 3;
   handler = [&](const Bytes&) {
     {
       const std::lock_guard lock(mutex);
       threads.insert(std::this_thread::get_id());
     }
-    gate.Pass();
+    gate->Pass();
     return Buffer(Reply(2));
   };
   AddNotifications(Notification(4098), 300).threads = 3;
   Opened();
-  gate.AwaitArrivals(3);
+  gate->AwaitArrivals(3);
   EXPECT_EQ(Totals().inFlight, 3u);
   EXPECT_TRUE(Totals().AddsUp());
-  gate.Open();
+  gate->Open();
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
   EXPECT_EQ(threads.size(), 3u);
   EXPECT_EQ(Totals().answered, 300u);
@@ -134,10 +133,9 @@ TEST_F(Delivery, AnUnexpectedVerdictIsAViolationOfTheScenario) {
 }
 
 TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
-  Gate gate;
   settings.deadline = std::chrono::milliseconds(20);
-  handler = [&gate](const Bytes&) {
-    gate.Pass();
+  handler = [gate = gate](const Bytes&) {
+    gate->Pass();
     return Buffer(Reply(2));
   };
   AddNotifications(Notification(4098));
@@ -146,7 +144,7 @@ TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().inFlight, 0u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kLate), 1u);
-  gate.Open();
+  gate->Open();
   Emulator().Stop();
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().answered, 0u);
@@ -154,12 +152,11 @@ TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
 }
 
 TEST_F(Delivery, OneLateHandlerDoesNotHoldUpTheOthers) {
-  Gate gate;
   std::atomic<int> calls{0};
   settings.deadline = std::chrono::milliseconds(100);
   scenario.threads = 2;
   handler = [&](const Bytes&) {
-    if (calls++ == 0) gate.Pass();
+    if (calls++ == 0) gate->Pass();
     return Buffer(Reply(2));
   };
   AddNotifications(Notification(4098), 50).threads = 2;
@@ -167,30 +164,29 @@ TEST_F(Delivery, OneLateHandlerDoesNotHoldUpTheOthers) {
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().answered, 49u);
-  gate.Open();
+  gate->Open();
+  Emulator().Stop();
 }
 
 TEST_F(Delivery, AReplyAfterTheConnectionEndedIsLost) {
-  Gate gate;
-  handler = [&gate](const Bytes&) {
-    gate.Pass();
+  handler = [gate = gate](const Bytes&) {
+    gate->Pass();
     return Buffer(Reply(2));
   };
   AddNotifications(Notification(4098)).inBackground = true;
   AddStep(refhost::DropStep{});
   const auto port = Opened();
-  gate.AwaitArrivals(1);
+  gate->AwaitArrivals(1);
   port->Wait();
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
-  gate.Open();
+  gate->Open();
 }
 
 TEST_F(Delivery, StopTakesWhatIsStillOutAndLeavesAHungHandlerBehind) {
-  const auto gate = std::make_shared<Gate>();
   const auto done = std::make_shared<Gate>();
   settings.stopGrace = std::chrono::milliseconds(1);
-  handler = [gate, done](const Bytes&) {
+  handler = [gate = gate, done](const Bytes&) {
     gate->Pass();
     done->Open();
     return Buffer(Reply(2));
@@ -232,17 +228,17 @@ TEST_F(Delivery, PlaysAgainAsOftenAsItIsTold) {
 }
 
 TEST_F(Delivery, PlaysWithoutEndUntilStopped) {
-  Gate gate;
   scenario.repeat = 0;
   std::atomic<int> calls{0};
   handler = [&](const Bytes&) {
-    if (++calls == 10) gate.Open();
+    if (++calls == 10) gate->Open();
     return Buffer(Reply(2));
   };
   AddNotifications(Notification(4098));
   Opened();
-  gate.Pass();
+  gate->Pass();
   EXPECT_FALSE(Emulator().ScenarioFinished());
+  Emulator().Stop();
 }
 
 TEST_F(Delivery, KeepsToTheRate) {
@@ -261,9 +257,8 @@ TEST_F(Delivery, AnEmptyScenarioIsFinishedAtOnce) {
 }
 
 TEST_F(Delivery, TellsItsHostThatTheScenarioIsFinished) {
-  Gate gate;
-  const DriverEmulator emulator(settings, scenario, {.log = {}, .scenarioFinished = [&gate] { gate.Open(); }});
-  gate.Pass();
+  const DriverEmulator emulator(settings, scenario, {.log = {}, .scenarioFinished = [gate = gate] { gate->Open(); }});
+  gate->Pass();
   EXPECT_TRUE(emulator.ScenarioFinished());
 }
 

@@ -83,7 +83,7 @@ void Gate::AwaitArrivals(int count) {
   ASSERT_TRUE(changed_.wait_for(lock, kPatience, [&] { return arrivals_ >= count; }));
 }
 
-EmulatorTest::~EmulatorTest() {
+void EmulatorTest::TearDown() {
   if (emulator_ == nullptr) return;
   emulator_->Stop();
   EXPECT_TRUE(emulator_->Totals().AddsUp());

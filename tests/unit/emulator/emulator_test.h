@@ -65,7 +65,8 @@ class EmulatorTest : public ::testing::Test {
  protected:
   using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
 
-  ~EmulatorTest() override;
+  // Stops the emulator, and sees that it still adds up.
+  void TearDown() override;
 
   // Makes the emulator from `settings` and `scenario`.
   DriverEmulator& Emulator();
@@ -90,6 +91,8 @@ class EmulatorTest : public ::testing::Test {
 
   refhost::EmulatorSettings settings;
   refhost::Scenario scenario;
+  // For handlers that stand still; they share it, as one of them may be left behind.
+  const std::shared_ptr<Gate> gate = std::make_shared<Gate>();
   Handler handler = [](const Bytes&) { return Buffer(Reply(2)); };
 
  private:

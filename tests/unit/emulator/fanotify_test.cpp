@@ -188,13 +188,11 @@ TEST_F(KernelEvents, PassWhereTheModuleGivesNoAnswer) {
 class HeldKernelEvents : public KernelEvents {
  protected:
   HeldKernelEvents() {
-    handler = [this](const Bytes&) {
-      gate.Pass();
+    handler = [gate = gate](const Bytes&) {
+      gate->Pass();
       return Buffer(Reply(4));
     };
   }
-
-  Gate gate;
 };
 
 TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
@@ -202,7 +200,7 @@ TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
   Opened();
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().late, 1u);
-  gate.Open();
+  gate->Open();
   EXPECT_EQ(other.Perform(file), EPERM);
   Emulator().Stop();
   EXPECT_EQ(Totals().late, 1u);
@@ -214,11 +212,11 @@ TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
 TEST_F(HeldKernelEvents, PassWhenTheConnectionEnds) {
   const auto port = Opened();
   other.Begin(file);
-  gate.AwaitArrivals(1);
+  gate->AwaitArrivals(1);
   port->Close();
   EXPECT_EQ(other.Result(), 0);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
-  gate.Open();
+  gate->Open();
 }
 
 TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
@@ -226,14 +224,14 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
   settings.kernel.threads = 1;
   Opened();
   other.Begin(file);
-  gate.AwaitArrivals(1);
+  gate->AwaitArrivals(1);
   another.Begin(file);  // read by nobody, as the only reader is inside the module
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
   EXPECT_EQ(another.Result(), 0);
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
-  gate.Open();
+  gate->Open();
 }
 
 TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
@@ -241,8 +239,8 @@ TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
   Opened();
   other.Begin(file);
   another.Begin(file);
-  gate.AwaitArrivals(2);
-  gate.Open();
+  gate->AwaitArrivals(2);
+  gate->Open();
   EXPECT_EQ(other.Result(), EPERM);
   EXPECT_EQ(another.Result(), EPERM);
 }
@@ -254,7 +252,7 @@ TEST_F(HeldKernelEvents, DoNotWaitForReadersThatAreHeldUp) {
   EXPECT_EQ(other.Perform(file), 0);  // late; the only reader stays inside the module
   EXPECT_EQ(another.Perform(file), 0);
   EXPECT_GE(Totals().Unjudged(UnjudgedCause::kReadersBusy), 1u);
-  gate.Open();
+  gate->Open();
 }
 
 TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
