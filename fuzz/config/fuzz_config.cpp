@@ -1,0 +1,123 @@
+// Any text as a configuration and as a scenario: every reader comes to an end, tells every problem with its place, and
+// what it accepts lies in the ranges that the rest of the host relies on.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "kdi/driver_records.h"
+#include "refhost/emulator/emulator_settings.h"
+#include "refhost/emulator/scenario.h"
+#include "refhost/services/config_reader.h"
+#include "refhost/services/configuration.h"
+#include "refhost/services/judge.h"
+#include "refhost/services/locale_service.h"
+#include "refhost/services/log_service.h"
+#include "refhost/services/work_service.h"
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr char kFile[] = "/nowhere/fuzzed.toml";
+constexpr std::uint32_t kMostThreads = 64;
+
+void Require(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "fuzz_config: this does not hold: %s\n", what);
+  std::abort();
+}
+
+bool IsVerdict(std::uint32_t verdict) { return verdict >= 2 && verdict <= 8; }
+
+void CheckErrors(const ConfigErrors& errors, std::string_view text, bool parsed) {
+  const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
+  const auto sorted = errors.Sorted();
+  Require(parsed || sorted.size() == 1, "a file that is no TOML gives one error");
+  Require(sorted.empty() == errors.Empty(), "no error is lost");
+  for (const ConfigError& error : sorted) {
+    Require(error.file == kFile, "an error names its file");
+    Require(error.line >= 1 && error.line <= lines, "an error's line is in the file");
+    Require(error.column >= 1, "an error's column counts from 1");
+    Require(!error.key.empty() && !error.reason.empty(), "an error names its key and its reason");
+  }
+}
+
+// Holds whatever the file says: a refused value is replaced by a usable one.
+void CheckEmulator(const EmulatorSettings& settings) {
+  Require(settings.kernel.threads >= 1 && settings.kernel.threads <= kMostThreads, "1 to 64 threads read events");
+  Require(settings.deadline.count() >= 1, "the deadline is not over at once");
+  Require(std::all_of(settings.kernel.refusingVerdicts.begin(), settings.kernel.refusingVerdicts.end(), IsVerdict),
+          "refusing verdicts are verdicts");
+}
+
+void CheckRules(const Rules& rules, bool accepted) {
+  Require(rules.defaultDecision >= kLeastDecision && rules.defaultDecision <= kMostDecision, "decisions are 1 to 7");
+  for (const Rule& rule : rules.ordered) {
+    Require(rule.decision >= kLeastDecision && rule.decision <= kMostDecision, "decisions are 1 to 7");
+    if (accepted) Require((rule.context != nullptr) == (rule.decision == kContextDecision), "5 comes with a context");
+  }
+}
+
+void ReadAsConfiguration(std::string_view text) {
+  ConfigErrors errors;
+  const ConfigDocument document(text, kFile, errors);
+  const ConfigTable root = document.Root();
+  root.Boolean("stop_at_end", false);
+  const FixedSettings fixed = ReadFixedSettings(root);
+  const LiveSettings live = ReadLiveSettings(root);
+  const Rules rules = ReadRules(root.Table("judging"));
+  const LogSettings log = ReadLogSettings(root.Table("log"));
+  const SystemImages images = ReadSystemImages(root.Table("system_images"));
+  const Translations translations = ReadTranslations(root.Table("translations"));
+  const EmulatorSettings emulator = ReadEmulatorSettings(root.Table("emulator"));
+  root.Finish();
+  CheckErrors(errors, text, document.Parsed());
+
+  Require(ReadFixedSettings(root) == fixed, "reading twice gives the same");
+  Require(live.configBlock.size() <= records::kMaxPayloadSize, "the configuration block fits in its request");
+  Require(log.queueLines >= 1, "the log's queue takes a line");
+  CheckRules(rules, errors.Empty());
+  CheckEmulator(emulator);
+  if (!errors.Empty()) return;
+  for (const auto& [name, path] : images) Require(path.is_absolute(), "accepted paths are absolute");
+  for (const auto& [source, target] : translations) Require(!target.empty(), "accepted translations say something");
+  if (!live.monitoredObjects) return;
+  for (const auto& path : *live.monitoredObjects) Require(path.is_absolute(), "accepted paths are absolute");
+}
+
+void CheckNotify(const NotifyStep& step, const Scenario& scenario) {
+  Require(step.message.size() <= records::kMaxMessageSize, "a notification fits in the port client's buffer");
+  Require(step.count >= 1, "a step delivers something");
+  Require(step.threads >= 1 && step.threads <= scenario.threads, "a step delivers on threads that there are");
+  Require(step.ratePerSecond >= 0, "a rate is not negative");
+}
+
+void ReadAsScenario(std::string_view text) {
+  ConfigErrors errors;
+  const ConfigDocument document(text, kFile, errors);
+  const Scenario scenario = ReadScenario(document.Root());
+  CheckErrors(errors, text, document.Parsed());
+  Require(scenario.threads >= 1 && scenario.threads <= kMostThreads, "1 to 64 threads deliver");
+  if (!errors.Empty()) return;
+  std::uint32_t number = 0;
+  for (const ScenarioStep& step : scenario.steps) {
+    Require(step.number == number || step.number == number + 1, "steps keep their order");
+    number = step.number;
+    if (const auto* notify = std::get_if<NotifyStep>(&step.action)) CheckNotify(*notify, scenario);
+  }
+}
+
+}  // namespace
+}  // namespace fenlux::refhost
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace fenlux::refhost;
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  // This key opens the file that it names: not a thing to leave to chance.
+  if (text.find("config_block_file") != std::string_view::npos) return 0;
+  ReadAsConfiguration(text);
+  ReadAsScenario(text);
+  return 0;
+}

@@ -1,0 +1,262 @@
+// Any message, any host: dispatch must answer with a well-formed reply, or with none to the one code that wants none.
+//
+// An input is six control bytes, which choose how the fake host behaves (see the README), and the message. Nothing of a
+// run reaches the next one: processes that the cache may keep are in it before the first.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "kdi/driver_records.h"
+#include "kdi/win_driver_interact.h"
+#include "tests/support/fake_host.h"
+#include "tests/support/manual_clock.h"
+
+namespace fenlux::testing {
+namespace {
+
+constexpr std::size_t kControlBytes = 6;
+constexpr std::uint32_t kNoReplyCode = 4113;
+constexpr std::uint32_t kContextDecision = 5;
+constexpr std::uint32_t kUnjudged = 8;
+constexpr std::uint32_t kContextVerdict = 6;
+constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
+constexpr std::uint32_t kCachedProcesses = 64;  // the ids below this are in the cache from the start
+constexpr std::chrono::milliseconds kRefreshInterval(3'600'000);
+
+// What a control byte names by its number; number 0 stands for nothing.
+constexpr const char* kGivesEmpty[] = {nullptr,
+                                       "CUtility::CreateBuffer",
+                                       "CArpMgmt::CreateRecord",
+                                       "CArpRecord::ProcessPart",
+                                       "CArpRecord::GetContextData",
+                                       "CUtility::BufferFromBytes",
+                                       "CUtility::CreateMeasurement",
+                                       "CGlobalContext::GetCfg",
+                                       "CGlobalContext::GetUtility",
+                                       "CGlobalContext::GetLog"};
+constexpr const char* kAlwaysThrows[] = {nullptr,
+                                         "CLog::LogProblem",
+                                         "CLog::LogDetail",
+                                         "CUtility::ConvertText",
+                                         "CLocale::TranslateText",
+                                         "CMeasurement::GetResultText",
+                                         "CAoArp::Evaluate",
+                                         "CUtility::ToRecordString"};
+
+void Require(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "fuzz_dispatch: this does not hold: %s\n", what);
+  std::abort();
+}
+
+std::uint32_t U32At(const std::uint8_t* bytes, std::size_t offset) {
+  return static_cast<std::uint32_t>(bytes[offset]) | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
+         static_cast<std::uint32_t>(bytes[offset + 2]) << 16 | static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
+}
+
+// How the host behaves for one input.
+struct Behaviour {
+  std::uint32_t decision;
+  bool clientType2, stopped, cacheBypassed, identityTextAdded, measuring, convertsPaths, nullMessage;
+  std::optional<Bytes> contextData;
+  std::size_t throwingCall;  // the how-manieth call throws; 0: none
+  Failure throwing;
+  const char* givesEmpty;
+  std::size_t emptyCall;  // the how-manieth of its calls; 0: every one
+  const char* alwaysThrows;
+  Failure alwaysThrowing;
+};
+
+Behaviour Read(const std::uint8_t* control) {
+  Behaviour behaviour{};
+  behaviour.decision = control[0] == 0xFF ? 0xFFFFFFFF : control[0] % 10;
+  behaviour.clientType2 = (control[1] & 0x01) != 0;
+  behaviour.stopped = (control[1] & 0x02) != 0;
+  behaviour.cacheBypassed = (control[1] & 0x04) != 0;
+  behaviour.identityTextAdded = (control[1] & 0x08) != 0;
+  behaviour.measuring = (control[1] & 0x10) != 0;
+  behaviour.convertsPaths = (control[1] & 0x20) != 0;
+  behaviour.nullMessage = (control[1] & 0x40) != 0;
+  if (control[2] != 0) behaviour.contextData = Bytes(control[2] == 0xFF ? 70000U : control[2] - 1U, 0x5A);
+  behaviour.throwingCall = control[3] >> 2;
+  behaviour.throwing = kAllFailures[control[3] & 3];
+  behaviour.givesEmpty = kGivesEmpty[(control[4] & 0x0F) % std::size(kGivesEmpty)];
+  behaviour.emptyCall = control[4] >> 4;
+  behaviour.alwaysThrows = kAlwaysThrows[(control[5] & 0x0F) % std::size(kAlwaysThrows)];
+  behaviour.alwaysThrowing = kAllFailures[(control[5] >> 4) & 3];
+  return behaviour;
+}
+
+// What a judged notification is answered with.
+std::uint32_t VerdictOf(const Behaviour& behaviour) {
+  const std::uint32_t pass = behaviour.clientType2 ? 7 : 3;
+  const std::uint32_t verdicts[] = {kUnjudged, 2, pass, 4, 5, kContextVerdict, 7};
+  return behaviour.decision < std::size(verdicts) ? verdicts[behaviour.decision] : kUnjudged;
+}
+
+// The host, and a driver interface for each client type, running and stopped.
+class Setting {
+ public:
+  Setting() {
+    CallGate& gate = host_.gate();
+    gate.SetJournal(false);
+    HostSettings& settings = host_.settings();
+    settings.recorded_request_bytes = 0;
+    settings.records_kept = false;
+    settings.refresh_interval = static_cast<std::uint32_t>(kRefreshInterval.count());
+    settings.process_value = [this](std::uint32_t processId) {
+      return processId < kCachedProcesses || host_.settings().cache_bypassed ? processId % 4 : kUnknownProcess;
+    };
+    std::size_t parked = 0;
+    for (const bool clientType2 : {false, true}) {
+      for (const bool stopped : {false, true}) {
+        settings.client_type_flag = clientType2;
+        const auto interact = std::make_shared<CWinDriverInteract>(host_.context());
+        interact->RunDriverConnection();  // the fake port client's Wait returns at once
+        // Its refresh thread stands still from here on, so that only the fuzzed calls are counted.
+        Require(ManualClock::Instance().AwaitParked(kRefreshInterval, ++parked), "the refresh threads park");
+        FillCache(*interact);
+        if (stopped) interact->StopInteract();
+        interacts_[clientType2 ? 1 : 0][stopped ? 1 : 0] = interact;
+      }
+    }
+    gate.OnCall("CLog::LogProblem", [this] { ++problems_; });
+    gate.OnCall("CArpMgmt::CreateRecord", [this] { recordReached_ = true; });
+    // The measurement ends while an exception is on its way out, and may fail in its turn.
+    gate.OnCall("CMeasurement::GetResultText", [this] { failedBeforeResult_ = host_.gate().FailedOperation(); });
+  }
+
+  void Run(const Behaviour& behaviour, const std::uint8_t* message, std::size_t size) {
+    Prepare(behaviour);
+    const auto& interact = interacts_[behaviour.clientType2 ? 1 : 0][behaviour.stopped ? 1 : 0];
+    const bool null = behaviour.nullMessage && size == 0;
+    std::shared_ptr<CBuf> reply;
+    bool thrown = false;
+    try {
+      reply = interact->DispatchNotification(null ? nullptr : message, static_cast<std::uint32_t>(size));
+    } catch (...) {
+      thrown = true;
+    }
+    Relax(behaviour);
+    if (thrown) {
+      CheckThrown(behaviour);
+    } else {
+      CheckReply(behaviour, reply, message, size);
+    }
+  }
+
+ private:
+  static void FillCache(CWinDriverInteract& interact) {
+    Bytes message(records::kNotificationFixedSize, 0);
+    message[20] = 0x02;  // code 4098
+    message[21] = 0x10;
+    for (std::uint32_t id = 0; id < kCachedProcesses; ++id) {
+      message[12] = static_cast<std::uint8_t>(id);
+      interact.DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
+    }
+  }
+
+  void Prepare(const Behaviour& behaviour) {
+    HostSettings& settings = host_.settings();
+    settings.decision = behaviour.decision;
+    settings.cache_bypassed = behaviour.cacheBypassed;
+    settings.identity_text_added = behaviour.identityTextAdded;
+    settings.measuring = behaviour.measuring;
+    settings.context_data = [data = behaviour.contextData] { return data; };
+    settings.to_record = nullptr;
+    if (behaviour.convertsPaths) settings.to_record = [](const std::wstring& path) { return L"\\??\\" + path; };
+    {
+      const std::lock_guard lock(host_.core()->mutex);
+      host_.core()->identities.clear();
+    }
+    problems_ = 0;
+    recordReached_ = false;
+    failedBeforeResult_.reset();
+    CallGate& gate = host_.gate();
+    if (behaviour.alwaysThrows != nullptr) gate.FailAlways(behaviour.alwaysThrows, behaviour.alwaysThrowing);
+    if (behaviour.throwingCall != 0) gate.FailAt(behaviour.throwingCall, behaviour.throwing);
+    if (behaviour.givesEmpty == nullptr) return;
+    if (behaviour.emptyCall == 0) {
+      gate.GiveEmpty(behaviour.givesEmpty);
+    } else {
+      gate.GiveEmptyAt(behaviour.givesEmpty, behaviour.emptyCall);
+    }
+  }
+
+  void Relax(const Behaviour& behaviour) {
+    host_.gate().StopFailing();
+    if (behaviour.givesEmpty != nullptr) host_.gate().GiveAgain(behaviour.givesEmpty);
+  }
+
+  // Only the first reply's making may fail outwards: nothing of the message has been looked at by then.
+  void CheckThrown(const Behaviour& behaviour) const {
+    const std::string failed = failedBeforeResult_.value_or(host_.gate().FailedOperation());
+    const bool buffer = failed == "CUtility::CreateBuffer" || failed == "CBuf::GetData";
+    const bool noBuffer =
+        behaviour.givesEmpty != nullptr && std::strcmp(behaviour.givesEmpty, "CUtility::CreateBuffer") == 0;
+    Require(buffer || noBuffer, "what leaves dispatch comes from making the reply");
+    Require(!recordReached_ && problems_ == 0, "what leaves dispatch does so before anything else was done");
+  }
+
+  void CheckReply(const Behaviour& behaviour, const std::shared_ptr<CBuf>& reply, const std::uint8_t* message,
+                  std::size_t size) const {
+    const std::uint32_t code = size >= records::kNotificationFixedSize ? U32At(message, 20) : 0;
+    Require(problems_ <= 1, "a failure gives one line");
+    if (!reply) {
+      Require(code == kNoReplyCode, "only code 4113 is not answered");
+      return;
+    }
+    const Bytes bytes = BytesOf(reply);
+    static constexpr std::uint8_t kReplyMagic[] = {0xe4, 0x42, 0x33, 0xb1, 0xb2, 0xc3, 0x65, 0x53};
+    Require(bytes.size() >= 156, "a reply has its fixed part");
+    Require(std::memcmp(bytes.data(), kReplyMagic, sizeof(kReplyMagic)) == 0, "a reply begins with its magic");
+    Require(U32At(bytes.data(), 8) == 156, "a reply tells the size of its fixed part");
+    const std::uint32_t verdict = U32At(bytes.data(), 12);
+    Require(verdict >= 2 && verdict <= 8, "a verdict is one of 2 to 8");
+    Require(code != kNoReplyCode || problems_ == 1, "code 4113 is answered only where it failed");
+
+    const bool oplock = code != 0 && message[29] != 0;
+    const std::uint32_t judged = oplock ? (behaviour.clientType2 ? 7U : 3U) : VerdictOf(behaviour);
+    Require(verdict == judged || verdict == kUnjudged, "the verdict is what the decision stands for, or 8");
+    Require(verdict == kUnjudged || problems_ == 0, "a judged reply comes without a problem");
+    Require(verdict != kUnjudged || judged == kUnjudged || problems_ == 1, "verdict 8 is explained by a line");
+    Require(code >= 4097 && code <= 8206 ? true : verdict == kUnjudged, "an unknown code is not judged");
+    CheckContext(behaviour, bytes, verdict);
+  }
+
+  static void CheckContext(const Behaviour& behaviour, const Bytes& bytes, std::uint32_t verdict) {
+    if (bytes.size() == 156) {
+      Require(verdict != kContextVerdict, "verdict 6 carries context data");
+      return;
+    }
+    const auto& data = behaviour.contextData;
+    Require(behaviour.decision == kContextDecision && data && !data->empty(), "context data goes with decision 5");
+    Require(bytes.size() == 156 + data->size() + 2, "a reply is as long as its context data and two bytes");
+    Require(U32At(bytes.data(), 16) == data->size() + 2, "a reply tells the size of what follows");
+    Require(std::memcmp(bytes.data() + 156, data->data(), data->size()) == 0, "context data arrives unchanged");
+  }
+
+  FakeHost host_;
+  std::shared_ptr<CWinDriverInteract> interacts_[2][2];  // by client type, by stopped
+  int problems_ = 0;                                     // problem lines of the current run
+  bool recordReached_ = false;                           // whether the current run came as far as its record
+  std::optional<std::string> failedBeforeResult_;        // what had failed when the measurement ended
+};
+
+}  // namespace
+}  // namespace fenlux::testing
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace fenlux::testing;
+  if (size < kControlBytes) return 0;
+  // Never destroyed: the parked refresh threads use it to the end.
+  static auto& setting = *new Setting;
+  setting.Run(Read(data), data + kControlBytes, size - kControlBytes);
+  return 0;
+}
