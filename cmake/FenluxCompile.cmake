@@ -29,3 +29,23 @@ if(FENLUX_SANITIZE)
   add_compile_options(-fsanitize=${FENLUX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${FENLUX_SANITIZE})
 endif()
+
+if(MINGW)
+  # Address-space randomisation, no execution of data; and no time of day in the files, so that two builds of one commit
+  # are the same bytes.
+  add_link_options(-Wl,--dynamicbase,--nxcompat,--high-entropy-va -Wl,--no-insert-timestamp)
+
+  # The module and its host hand each other C++ objects and exceptions, so they have to share one C++ runtime: its DLLs
+  # lie beside the programs. Linked statically into both, the runtime would be there twice, and what it compares by
+  # address (error categories, the exception being handled) would differ across the library's boundary.
+  set(FENLUX_RUNTIME_DLLS)
+  foreach(dll libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll} OUTPUT_VARIABLE path
+                    OUTPUT_STRIP_TRAILING_WHITESPACE)
+    if(NOT IS_ABSOLUTE "${path}")
+      message(FATAL_ERROR "${CMAKE_CXX_COMPILER} has no ${dll}")
+    endif()
+    list(APPEND FENLUX_RUNTIME_DLLS ${path})
+  endforeach()
+  file(COPY ${FENLUX_RUNTIME_DLLS} DESTINATION ${CMAKE_BINARY_DIR})
+endif()

@@ -1,0 +1,31 @@
+# What runs Windows programs here, sourced by test.sh and demo.sh: the cross compiler's libraries, and a Wine of our own
+# that needs no display and leaves nothing behind.
+
+# Says why Windows programs cannot be built and run on this machine; says nothing where they can.
+windows_obstacle() {
+  local program
+  for program in x86_64-w64-mingw32-g++-posix:"the cross compiler" wine64:"Wine, which runs the programs,"; do
+    if ! PATH="$PATH:/usr/lib/wine" command -v "${program%%:*}" >/dev/null; then
+      echo "${program#*:} is not installed (${program%%:*}); scripts/setup.sh --windows installs it on Debian"
+      return
+    fi
+  done
+}
+
+# windows_begin DIRECTORY: builds the libraries where they are not cached, and starts Wine with its files in DIRECTORY.
+windows_begin() {
+  FENLUX_WINDOWS_PREFIX=$(scripts/windows-deps.sh | tail -n 1)
+  export FENLUX_WINDOWS_PREFIX WINEPREFIX=$1/wine WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+  unset DISPLAY WAYLAND_DISPLAY
+  PATH="$PATH:/usr/lib/wine"
+  mkdir -p "$WINEPREFIX"
+  wine64 wineboot --init >/dev/null 2>&1 </dev/null
+  "$(windows_server)" -p >/dev/null 2>&1
+}
+
+# Ends the Wine that windows_begin started, and no other.
+windows_end() {
+  if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then "$(windows_server)" -k >/dev/null 2>&1 || true; fi
+}
+
+windows_server() { PATH="$PATH:/usr/lib/wine" command -v wineserver64 || echo wineserver; }
