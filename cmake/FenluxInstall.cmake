@@ -1,0 +1,89 @@
+# What is installed, and what is packaged, in two components:
+#
+#   development   the module, its headers, the CMake package, the minimal host and the embedding documents: all that an
+#                 agent's engineers need, and little enough to carry along
+#   host          the reference host with its examples and its documents, for those who want to see the module work
+#
+# The layout is the same on every system; only the library lies where the system looks for it: lib/libfenlux.so, or
+# bin/fenlux.dll with its import library in lib.
+include(CMakePackageConfigHelpers)
+
+set(FENLUX_INSTALL_DOC share/doc/fenlux)
+set(FENLUX_INSTALL_CMAKE lib/cmake/fenlux)
+
+# ---- development
+
+# Everything that a host includes, laid out as the sources are: a host writes #include "host/host.h".
+target_include_directories(fenlux_api INTERFACE $<INSTALL_INTERFACE:include/fenlux>)
+target_compile_features(fenlux_api INTERFACE cxx_std_20)
+set_target_properties(fenlux_api PROPERTIES EXPORT_NAME api)
+target_link_libraries(fenlux INTERFACE fenlux_api)  # who links the module instead of loading it includes them as well
+
+install(TARGETS fenlux fenlux_api EXPORT fenluxTargets
+  RUNTIME DESTINATION bin COMPONENT development
+  LIBRARY DESTINATION lib COMPONENT development
+  ARCHIVE DESTINATION lib COMPONENT development)
+install(DIRECTORY src/host DESTINATION include/fenlux COMPONENT development FILES_MATCHING PATTERN "*.h")
+foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h common/mutex.h
+        common/thread_annotations.h)
+  cmake_path(GET header PARENT_PATH room)
+  install(FILES src/${header} DESTINATION include/fenlux/${room} COMPONENT development)
+endforeach()
+
+install(EXPORT fenluxTargets NAMESPACE fenlux:: DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
+configure_package_config_file(cmake/fenluxConfig.cmake.in fenluxConfig.cmake
+  INSTALL_DESTINATION ${FENLUX_INSTALL_CMAKE} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+# Before 1.0 every minor version may change the contract.
+write_basic_package_version_file(fenluxConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/fenluxConfig.cmake ${PROJECT_BINARY_DIR}/fenluxConfigVersion.cmake
+  DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
+
+install(DIRECTORY examples/minimal-host DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT development)
+install(FILES docs/architecture.md docs/embedding.md docs/protocol.md
+  DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development OPTIONAL)
+
+# ---- host
+
+if(FENLUX_BUILD_REFHOST)
+  install(TARGETS fenlux-host RUNTIME DESTINATION bin COMPONENT host)
+  install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
+    PATTERN "*.toml" PATTERN minimal-host EXCLUDE)
+  install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host OPTIONAL)
+endif()
+
+# ---- packages: one for each component
+
+set(CPACK_PACKAGE_NAME fenlux)
+set(CPACK_PACKAGE_VENDOR "The fenlux developers")
+set(CPACK_PACKAGE_CONTACT "The fenlux developers")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_COMPONENTS_ALL development)
+if(FENLUX_BUILD_REFHOST)
+  list(APPEND CPACK_COMPONENTS_ALL host)
+endif()
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+  set(CPACK_ARCHIVE_DEVELOPMENT_FILE_NAME fenlux-${PROJECT_VERSION}-win64)
+  set(CPACK_ARCHIVE_HOST_FILE_NAME fenlux-host-${PROJECT_VERSION}-win64)
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME fenlux)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libboost-filesystem-dev, cmake, g++")
+  set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+      "The module that a host agent loads, with the headers, the CMake package\n and a minimal host to start from.")
+  set(CPACK_DEBIAN_HOST_PACKAGE_NAME fenlux-host)
+  set(CPACK_DEBIAN_HOST_PACKAGE_SECTION admin)
+  set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "fenlux (= ${PROJECT_VERSION})")
+  set(CPACK_COMPONENT_HOST_DESCRIPTION
+      "The reference host of fenlux: a complete host with a driver emulator that\n answers kernel events with the module's verdicts.")
+endif()
+include(CPack)

@@ -1,0 +1,26 @@
+# Every installed header compiles alone, and a program that links the module, where others load it, starts.
+cmake_minimum_required(VERSION 3.25)
+include(${SETTINGS})
+
+set(folder ${FENLUX_WORK_DIR}/consumer)
+build_consumer(${CMAKE_CURRENT_LIST_DIR}/consumer ${folder})
+
+file(GLOB_RECURSE headers ${FENLUX_PREFIX}/include/*.h)
+file(GLOB_RECURSE objects ${folder}/*.h.cpp*.o ${folder}/*.h.cpp*.obj)
+list(LENGTH headers headerCount)
+list(LENGTH objects objectCount)
+if(headerCount EQUAL 0 OR NOT headerCount EQUAL objectCount)
+  message(FATAL_ERROR "${headerCount} headers are installed and ${objectCount} were compiled")
+endif()
+message(STATUS "${headerCount} headers compile alone")
+
+program_name(program linking)
+if(FENLUX_WINDOWS)  # a program's libraries are looked for beside it
+  file(GLOB libraries ${FENLUX_PREFIX}/bin/*.dll)
+  file(COPY ${libraries} DESTINATION ${folder})
+endif()
+run(output ${FENLUX_EMULATOR} ${folder}/${program})
+string(STRIP "${output}" output)
+if(NOT output STREQUAL "[cl]Bad global class!")
+  message(FATAL_ERROR "the linked module's init did not refuse a missing context:\n${output}")
+endif()

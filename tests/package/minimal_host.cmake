@@ -1,0 +1,29 @@
+# The installed copy of the minimal host is configured and built against the prefix, and runs to its end.
+cmake_minimum_required(VERSION 3.25)
+include(${SETTINGS})
+
+set(folder ${FENLUX_WORK_DIR}/minimal-host)
+build_consumer(${FENLUX_PREFIX}/share/doc/fenlux/examples/minimal-host ${folder})
+
+program_name(program minimal-host)
+run(output ${FENLUX_EMULATOR} ${folder}/${program})
+message(STATUS "${output}")
+# What the module said, what the driver got, and what the host made of it.
+foreach(line "event +Driver Interact Ready\\." "event +Current driver version=19072701"
+        "event +\\[Add Monitor OK!\\]\\[obj path\\]=." "detail +\\[Ignore OPLock\\]C:\\\\Work\\\\secret\\.txt"
+        "driver +code 4098 got verdict 2" "driver +code 4098 got verdict 4" "driver +code 4098 got verdict 3"
+        "driver +code 4113 got verdict 0" "host +4 of 4 verdicts as expected")
+  if(NOT output MATCHES "${line}")
+    message(SEND_ERROR "the host did not print: ${line}")
+  endif()
+endforeach()
+if(output MATCHES "(problem|alert|warning) ")
+  message(SEND_ERROR "the host printed a problem")
+endif()
+
+# It refuses a module that is not there.
+execute_process(COMMAND ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/no-such-module RESULT_VARIABLE result
+                OUTPUT_VARIABLE output ERROR_VARIABLE output)
+if(NOT result EQUAL 1 OR NOT output MATCHES "cannot be loaded")
+  message(SEND_ERROR "without its module the host ended with ${result}:\n${output}")
+endif()

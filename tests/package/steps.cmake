@@ -1,0 +1,47 @@
+# Steps that the package tests share. Each ends the test where it fails, with what the program had to say.
+
+# run(<variable for its output> <command>...)
+function(run output)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE text)
+  if(NOT result STREQUAL "0")
+    list(JOIN ARGN " " command)
+    message(FATAL_ERROR "${command}\nended with ${result}:\n${text}")
+  endif()
+  set(${output} "${text}" PARENT_SCOPE)
+endfunction()
+
+# An empty folder for a test.
+function(empty_folder folder)
+  file(REMOVE_RECURSE ${folder})
+  file(MAKE_DIRECTORY ${folder})
+endfunction()
+
+# Configures and builds a project against the installed package, from nothing.
+function(build_consumer source folder)
+  empty_folder(${folder})
+  run(output ${CMAKE_COMMAND} -G ${FENLUX_GENERATOR} -C ${FENLUX_WORK_DIR}/consumer_cache.cmake -S ${source} -B ${folder})
+  run(output ${CMAKE_COMMAND} --build ${folder})
+endfunction()
+
+# The name of a program of this build.
+function(program_name variable name)
+  if(FENLUX_WINDOWS)
+    string(APPEND name .exe)
+  endif()
+  set(${variable} ${name} PARENT_SCOPE)
+endfunction()
+
+# The module's library, relative to the prefix.
+if(FENLUX_WINDOWS)
+  set(FENLUX_LIBRARY bin/fenlux.dll)
+else()
+  set(FENLUX_LIBRARY lib/libfenlux.so)
+endif()
+
+# What the development package holds at least, relative to the prefix.
+file(GLOB FENLUX_DEVELOPMENT_FILES RELATIVE ${FENLUX_SOURCE_DIR}/src ${FENLUX_SOURCE_DIR}/src/host/*.h)
+list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h)
+list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
+list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/cmake/fenlux/fenluxConfig.cmake
+     lib/cmake/fenlux/fenluxConfigVersion.cmake lib/cmake/fenlux/fenluxTargets.cmake
+     share/doc/fenlux/examples/minimal-host/CMakeLists.txt share/doc/fenlux/examples/minimal-host/main.cpp)
