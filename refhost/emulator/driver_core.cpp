@@ -163,10 +163,12 @@ void DriverCore::Send(const std::shared_ptr<DriverPort>& port, const std::shared
   FailSendIfDue(request);
 
   DriverModel::Effect effect;
+  Faults faults;  // as they stand when the request is carried out: a waiting scenario may change them right after
   {
     const std::lock_guard lock(modelMutex_);
     if (port->Ended()) throw std::runtime_error(kClosed);
     effect = request == nullptr ? model_.Take(nullptr, 0) : model_.Take(request->GetData(), request->GetSize());
+    faults = faults_;
   }
   Wake();
   if (!effect.violation.empty()) {
@@ -175,7 +177,7 @@ void DriverCore::Send(const std::shared_ptr<DriverPort>& port, const std::shared
   }
   if (effect.monitoredSetChanged) UpdateWatch();
   if (effect.command == static_cast<std::uint32_t>(Command::kDriverVersion)) {
-    AnswerVersion(reply);
+    AnswerVersion(faults, reply);
   } else {
     reply.reset();
   }
@@ -199,26 +201,19 @@ void DriverCore::FailSendIfDue(const std::shared_ptr<CBuf>& request) {
   ThrowSendFailure(failure);
 }
 
-void DriverCore::AnswerVersion(std::shared_ptr<CBuf>& reply) {
+void DriverCore::AnswerVersion(const Faults& faults, std::shared_ptr<CBuf>& reply) {
   if (reply == nullptr) return;  // no answer is wanted
-  std::uint32_t version = 0;
-  VersionReply manner = VersionReply::kFill;
-  {
-    const std::lock_guard lock(modelMutex_);
-    version = faults_.driverVersion;
-    manner = faults_.versionReply;
-  }
   if (reply->GetSize() != records::kRequestSize) {
     AddViolation("a version request with a reply buffer of " + std::to_string(reply->GetSize()) + " bytes");
   }
-  const auto write = [version](CBuf& buffer) {
+  const auto write = [&faults](CBuf& buffer) {
     records::VersionReply record{};
     record.header.magic = records::kRequestMagic;
     record.header.command = static_cast<std::uint32_t>(Command::kDriverVersion);
-    record.version = version;
+    record.version = faults.driverVersion;
     std::memcpy(buffer.GetData(), &record, std::min(sizeof(record), buffer.GetSize()));
   };
-  switch (manner) {
+  switch (faults.versionReply) {
     case VersionReply::kFill:
       write(*reply);
       return;

@@ -107,7 +107,7 @@ class DriverCore {
   void CheckConnect(const DriverPort& port, std::uint32_t& clientType);
   [[noreturn]] void RefuseConnect(const std::string& reason, bool violation);
   void FailSendIfDue(const std::shared_ptr<CBuf>& request);
-  void AnswerVersion(std::shared_ptr<CBuf>& reply);
+  void AnswerVersion(const Faults& faults, std::shared_ptr<CBuf>& reply);
   Answer CallHandler(const DriverPort& port, const std::uint8_t* message, std::uint32_t size);
   void HoldReply(DriverPort& port, const DeliveryOptions& options);
   void CountAnswer(const Answer& answer, std::chrono::nanoseconds latency);
