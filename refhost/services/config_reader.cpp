@@ -11,13 +11,13 @@
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
 #include <sstream>
+
+#include "refhost/services/environment.h"
+#include "refhost/services/file_bytes.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -151,12 +151,12 @@ struct ConfigTable::Node {
         return std::nullopt;
       }
       const std::string variable = text.substr(open + 2, close - open - 2);
-      const char* value = std::getenv(variable.c_str());
-      if (value == nullptr) {
+      const std::optional<std::string> value = EnvironmentText(variable);
+      if (!value) {
         Report(node.source().begin, keyName, "names the environment variable " + variable + ", which is not set");
         return std::nullopt;
       }
-      expanded += value;
+      expanded += *value;
       at = close + 1;
     }
   }
@@ -223,13 +223,13 @@ ConfigDocument::ConfigDocument(const boost::filesystem::path& file, ConfigErrors
     : source_(std::make_shared<Source>()) {
   source_->file = file;
   source_->errors = &errors;
-  std::ifstream stream(file.string(), std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  if (!stream) {
+  const std::optional<std::string> text = ReadFileBytes(file);
+  if (!text) {
     errors.Add({file.string(), kNoPlace, kNoPlace, "(file)", "cannot be read"});
-    return;
+  } else {
+    Parse(*text);
   }
-  Parse(text);
+  MakeRoot();
 }
 
 ConfigDocument::ConfigDocument(std::string_view text, const boost::filesystem::path& file, ConfigErrors& errors)
@@ -237,6 +237,7 @@ ConfigDocument::ConfigDocument(std::string_view text, const boost::filesystem::p
   source_->file = file;
   source_->errors = &errors;
   Parse(text);
+  MakeRoot();
 }
 
 void ConfigDocument::Parse(std::string_view text) {
@@ -250,13 +251,13 @@ void ConfigDocument::Parse(std::string_view text) {
   }
 }
 
-ConfigTable ConfigDocument::Root() const {
+void ConfigDocument::MakeRoot() {
   auto node = std::make_shared<ConfigTable::Node>();
   node->source = source_;
   node->table = &source_->root;
   node->place = {kNoPlace, kNoPlace};
   node->quiet = !parsed_;
-  return ConfigTable(std::move(node));
+  root_ = std::make_shared<ConfigTable>(ConfigTable(std::move(node)));
 }
 
 bool ConfigTable::Present() const { return node_->table != nullptr; }

@@ -54,14 +54,17 @@ class ConfigDocument {
 
   // Whether the file could be parsed.
   bool Parsed() const { return parsed_; }
-  ConfigTable Root() const;
+  // Always the same view.
+  const ConfigTable& Root() const { return *root_; }
 
   struct Source;
 
  private:
   void Parse(std::string_view text);
+  void MakeRoot();
 
   std::shared_ptr<Source> source_;
+  std::shared_ptr<ConfigTable> root_;
   bool parsed_ = false;
 };
 

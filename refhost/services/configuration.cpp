@@ -1,12 +1,11 @@
 // The module's settings, from their tables to the answers of CCfg and CCfgEx.
 #include "refhost/services/configuration.h"
 
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include "kdi/driver_records.h"
 #include "refhost/services/config_reader.h"
+#include "refhost/services/file_bytes.h"
 #include "refhost/services/heap_buffer.h"
 
 namespace fenlux::refhost {
@@ -28,9 +27,9 @@ std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
     if (module.Has(key)) module.Report("config_block_file", "cannot stand beside config_block");
     key = "config_block_file";
     const boost::filesystem::path path = module.Path(key);
-    std::ifstream file(path.string(), std::ios::binary);
-    block.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    if (!path.empty() && !file) module.Report(key, "names " + path.string() + ", which cannot be read");
+    const std::optional<std::string> bytes = ReadFileBytes(path);
+    if (bytes) block.assign(bytes->begin(), bytes->end());
+    if (!path.empty() && !bytes) module.Report(key, "names " + path.string() + ", which cannot be read");
   } else {
     const std::string text = module.Text(key, "");
     block.assign(text.begin(), text.end());

@@ -96,10 +96,10 @@ class LogService::Queue {
  public:
   explicit Queue(const LogSettings& settings) : json_(settings.json), mostLines_(settings.queueLines) {
     const std::string pattern = json_ ? "%v" : "%Y-%m-%d %H:%M:%S.%e %^%-8l%$ %v";
-    AddOutput(std::make_shared<spdlog::sinks::ansicolor_stderr_sink_st>(), settings.consoleLeast, pattern);
+    AddOutput(std::make_shared<spdlog::sinks::stderr_color_sink_st>(), settings.consoleLeast, pattern);
     if (settings.file.empty()) return;
     try {
-      AddOutput(std::make_shared<spdlog::sinks::basic_file_sink_st>(settings.file.string()), settings.fileLeast,
+      AddOutput(std::make_shared<spdlog::sinks::basic_file_sink_st>(settings.file.native()), settings.fileLeast,
                 pattern);
     } catch (const spdlog::spdlog_ex&) {
       throw std::runtime_error("the log file " + settings.file.string() + " cannot be opened for writing");

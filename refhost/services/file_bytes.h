@@ -1,0 +1,13 @@
+// The whole of a file at once.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <optional>
+#include <string>
+
+namespace fenlux::refhost {
+
+// Nothing where it cannot be read to its end, or is a directory.
+std::optional<std::string> ReadFileBytes(const boost::filesystem::path& file);
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,198 @@
+// Every getter, every kind of error with its place, and that all of a file's errors are told.
+#include "refhost/services/config_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "tests/unit/refhost/temporary_directory.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using fenlux::testing::TemporaryDirectory;
+
+struct Parsed {
+  explicit Parsed(std::string_view text, const std::string& file = "dir/a.toml") : document(text, file, errors) {}
+
+  ConfigErrors errors;
+  ConfigDocument document;
+  ConfigTable root = document.Root();
+};
+
+TEST(ConfigReader, GivesTheValuesOfTheFile) {
+  Parsed parsed(
+      "flag = true\nnumber = -3\nreal = 2.5\ntext = 'a'\ntexts = ['x', 'y']\nnumbers = [1, 2]\n"
+      "[inner]\ndeep = 7\n[[many]]\nn = 1\n[[many]]\nn = 2\n");
+  EXPECT_TRUE(parsed.root.Boolean("flag", false));
+  EXPECT_EQ(parsed.root.Integer("number", 0), -3);
+  EXPECT_DOUBLE_EQ(parsed.root.Number("real", 0), 2.5);
+  EXPECT_DOUBLE_EQ(parsed.root.Number("number", 0), -3);
+  EXPECT_EQ(parsed.root.Text("text", "b"), "a");
+  EXPECT_EQ(parsed.root.Texts("texts"), (std::vector<std::string>{"x", "y"}));
+  EXPECT_EQ(parsed.root.Integers("numbers"), (std::vector<std::int64_t>{1, 2}));
+  EXPECT_EQ(parsed.root.Table("inner").Unsigned("deep", 0), 7U);
+  const std::vector<ConfigTable> many = parsed.root.Tables("many");
+  ASSERT_EQ(many.size(), 2U);
+  EXPECT_EQ(many[0].Integer("n", 0), 1);
+  EXPECT_EQ(many[1].Integer("n", 0), 2);
+  parsed.root.Finish();
+  EXPECT_EQ(parsed.errors.Text(), "");
+}
+
+TEST(ConfigReader, GivesTheDefaultsOfAbsentKeysWithoutAnError) {
+  Parsed parsed("");
+  EXPECT_TRUE(parsed.root.Boolean("flag", true));
+  EXPECT_EQ(parsed.root.Integer("number", 9), 9);
+  EXPECT_EQ(parsed.root.Unsigned("unsigned", 8), 8U);
+  EXPECT_DOUBLE_EQ(parsed.root.Number("real", 1.5), 1.5);
+  EXPECT_EQ(parsed.root.Text("text", "standard"), "standard");
+  EXPECT_TRUE(parsed.root.Texts("texts").empty());
+  EXPECT_TRUE(parsed.root.Path("path").empty());
+  EXPECT_FALSE(parsed.root.Table("inner").Present());
+  EXPECT_EQ(parsed.root.Table("inner").Integer("deep", 4), 4);
+  EXPECT_TRUE(parsed.root.Tables("many").empty());
+  parsed.root.Finish();
+  EXPECT_TRUE(parsed.errors.Empty());
+}
+
+TEST(ConfigReader, TellsEveryErrorWithItsPlaceInTheOrderOfTheFile) {
+  Parsed parsed(
+      "number = 'x'\n"
+      "range = 12\n"
+      "[inner]\n"
+      "  flag = 1\n"
+      "unknown = 1\n"
+      "[[many]]\n"
+      "choice = 'blue'\n");
+  parsed.root.Tables("many").at(0).Choice("choice", 0, ConfigChoices<int>{{"red", 1}, {"green", 2}});
+  parsed.root.Table("inner").Boolean("flag", true);
+  parsed.root.Integer("range", 3, 1, 10);
+  parsed.root.Integer("number", 0);
+  parsed.root.RequiredText("name");
+  parsed.root.Finish();
+  EXPECT_EQ(parsed.errors.Text(),
+            "dir/a.toml:1:1: name: is missing\n"
+            "dir/a.toml:1:10: number: must be an integer\n"
+            "dir/a.toml:2:9: range: must be from 1 to 10, not 12\n"
+            "dir/a.toml:4:10: inner.flag: must be true or false\n"
+            "dir/a.toml:5:1: inner.unknown: is not a known key\n"
+            "dir/a.toml:7:10: many[0].choice: must be one of red, green, not \"blue\"\n");
+}
+
+TEST(ConfigReader, GivesTheDefaultInPlaceOfABadValue) {
+  Parsed parsed("a = 'x'\nb = 99\nc = 1\nd = -1\n");
+  EXPECT_EQ(parsed.root.Integer("a", 5), 5);
+  EXPECT_EQ(parsed.root.Integer("b", 5, 1, 10), 5);
+  EXPECT_EQ(parsed.root.Text("c", "s"), "s");
+  EXPECT_EQ(parsed.root.Unsigned("d", 6), 6U);
+  EXPECT_EQ(parsed.errors.Sorted().size(), 4U);
+}
+
+TEST(ConfigReader, SaysWhichBoundANumberBreaks) {
+  Parsed parsed("a = 0\nb = 1.5\nc = nan\n");
+  parsed.root.Integer("a", 5, 1);
+  parsed.root.Number("b", 0, -1, 1);
+  parsed.root.Number("c", 0, 0);
+  EXPECT_EQ(parsed.errors.Text(),
+            "dir/a.toml:1:5: a: must be at least 1, not 0\n"
+            "dir/a.toml:2:5: b: must be from -1 to 1, not 1.5\n"
+            "dir/a.toml:3:5: c: must be at least 0, not nan\n");
+}
+
+TEST(ConfigReader, TellsBadElementsByTheirIndexAndKeepsTheOthers) {
+  Parsed parsed("texts = ['x', 3, 'z']\nnumbers = [1, 'two', 3]\nlist = 1\n");
+  EXPECT_EQ(parsed.root.Texts("texts"), (std::vector<std::string>{"x", "z"}));
+  EXPECT_EQ(parsed.root.Integers("numbers"), (std::vector<std::int64_t>{1, 3}));
+  EXPECT_TRUE(parsed.root.Texts("list").empty());
+  EXPECT_EQ(parsed.errors.Text(),
+            "dir/a.toml:1:15: texts[1]: must be a text\n"
+            "dir/a.toml:2:15: numbers[1]: must be an integer\n"
+            "dir/a.toml:3:8: list: must be a list of texts\n");
+}
+
+TEST(ConfigReader, TellsASyntaxErrorAndNothingElseOfTheFile) {
+  Parsed parsed("a = 1\nb = = 2\n");
+  EXPECT_FALSE(parsed.document.Parsed());
+  parsed.root.RequiredText("name");
+  parsed.root.Finish();
+  const std::vector<ConfigError> errors = parsed.errors.Sorted();
+  ASSERT_EQ(errors.size(), 1U);
+  EXPECT_EQ(errors[0].line, 2U);
+  EXPECT_EQ(errors[0].key, "(syntax)");
+  EXPECT_FALSE(errors[0].reason.empty());
+}
+
+TEST(ConfigReader, TellsAFileThatCannotBeRead) {
+  ConfigErrors errors;
+  const ConfigDocument document(boost::filesystem::path("no/such/file.toml"), errors);
+  document.Root().RequiredText("name");
+  EXPECT_FALSE(document.Parsed());
+  EXPECT_EQ(errors.Text(), "no/such/file.toml:1:1: (file): cannot be read\n");
+}
+
+TEST(ConfigReader, TellsADirectoryInPlaceOfAFile) {
+  const TemporaryDirectory directory;
+  ConfigErrors errors;
+  const ConfigDocument document(directory.Path(), errors);
+  EXPECT_FALSE(document.Parsed());
+  EXPECT_EQ(errors.Text(), directory.Path().string() + ":1:1: (file): cannot be read\n");
+}
+
+TEST(ConfigReader, TakesATableTwiceAsOneView) {
+  Parsed parsed("[t]\na = 1\nb = 2\nc = 3\n");
+  parsed.root.Table("t").Integer("a", 0);
+  parsed.root.Table("t").Integer("b", 0);
+  parsed.root.Finish();
+  EXPECT_EQ(parsed.errors.Text(), "dir/a.toml:4:1: t.c: is not a known key\n");
+}
+
+TEST(ConfigReader, ReportsWhatOnlyTheReaderSees) {
+  Parsed parsed("[t]\na = 1\n");
+  parsed.root.Table("t").Report("a", "is odd");
+  parsed.root.Table("t").Report("", "is not enough");
+  parsed.root.Report("gone", "should be there");
+  EXPECT_EQ(parsed.errors.Text(),
+            "dir/a.toml:1:1: t: is not enough\n"
+            "dir/a.toml:1:1: gone: should be there\n"
+            "dir/a.toml:2:5: t.a: is odd\n");
+}
+
+TEST(ConfigReader, StartsRelativePathsAtTheDirectoryOfTheFile) {
+  const TemporaryDirectory directory;
+  ConfigErrors errors;
+  const ConfigDocument document("a = 'x/../y'\nb = '/abs/./z'\nc = '.'\nd = ''\n", directory.Path() / "f.toml", errors);
+  const ConfigTable root = document.Root();
+  EXPECT_EQ(root.Path("a"), directory.Path() / "y");
+  EXPECT_EQ(root.Path("b"), "/abs/./z");
+  EXPECT_EQ(root.Path("c"), directory.Path());
+  EXPECT_TRUE(root.Path("d").empty());
+  EXPECT_EQ(errors.Text(), (directory.Path() / "f.toml").string() + ":4:5: d: must not be empty\n");
+}
+
+TEST(ConfigReader, ReplacesEnvironmentVariablesInPathsAndTellsUnsetOnes) {
+  ASSERT_EQ(setenv("FENLUX_TEST_DIRECTORY", "/some/where", 1), 0);
+  unsetenv("FENLUX_TEST_UNSET");
+  Parsed parsed(
+      "a = '${FENLUX_TEST_DIRECTORY}/x'\nb = '${FENLUX_TEST_UNSET}/x'\nc = '/${open'\n"
+      "paths = ['/p', '${FENLUX_TEST_UNSET}']\nt = 'see ${FENLUX_TEST_DIRECTORY}!'\n");
+  EXPECT_EQ(parsed.root.Path("a"), "/some/where/x");
+  EXPECT_TRUE(parsed.root.Path("b").empty());
+  EXPECT_TRUE(parsed.root.Path("c").empty());
+  EXPECT_EQ(parsed.root.Paths("paths"), std::vector<boost::filesystem::path>{"/p"});
+  EXPECT_EQ(parsed.root.ExpandedText("t", ""), "see /some/where!");
+  EXPECT_EQ(parsed.errors.Text(),
+            "dir/a.toml:2:5: b: names the environment variable FENLUX_TEST_UNSET, which is not set\n"
+            "dir/a.toml:3:5: c: has a \"${\" without its \"}\"\n"
+            "dir/a.toml:4:16: paths[1]: names the environment variable FENLUX_TEST_UNSET, which is not set\n");
+}
+
+TEST(ConfigReader, FinishesOnce) {
+  Parsed parsed("a = 1\n");
+  parsed.root.Finish();
+  parsed.root.Finish();
+  EXPECT_EQ(parsed.errors.Sorted().size(), 1U);
+}
+
+}  // namespace
+}  // namespace fenlux::refhost

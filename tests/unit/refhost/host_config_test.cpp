@@ -1,0 +1,78 @@
+// Whole files: what a configuration gives, and that a check finds everything that is wrong with one.
+#include "refhost/app/host_config.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/services/config_reader.h"
+#include "tests/unit/refhost/temporary_directory.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using fenlux::testing::TemporaryDirectory;
+
+TEST(HostConfig, TakesAnEmptyFileAsAHostWithoutEvents) {
+  const TemporaryDirectory directory;
+  ConfigErrors errors;
+  const HostConfig config = LoadHostConfig(directory.Write("h.toml", ""), errors);
+  EXPECT_EQ(errors.Text(), "");
+  EXPECT_FALSE(config.start.stopAtEnd);
+  EXPECT_TRUE(config.start.control.enabled);
+  EXPECT_TRUE(config.start.module.enabled);
+  EXPECT_TRUE(config.scenario.steps.empty());
+  EXPECT_FALSE(config.reloadable.module.monitoredObjects);
+}
+
+TEST(HostConfig, GivesEveryTableToItsService) {
+  const TemporaryDirectory directory;
+  directory.Write("s.toml", "[[steps]]\nnotify = 4098\n");
+  ConfigErrors errors;
+  const HostConfig config = LoadHostConfig(
+      directory.Write("h.toml",
+                      "stop_at_end = true\n[emulator]\nscenario = 's.toml'\n[log]\nfile = 'l.log'\nconsole = 'off'\n"
+                      "[module]\nlibrary = 'm.so'\nport_value = 3\n[control]\nsocket = 'c.sock'\n"
+                      "[system_images]\n'system32\\csrss.exe' = 'csrss'\n[translations]\n'a' = 'b'\n"
+                      "[policy]\ndirectories = ['d']\n[judging]\ndefault_decision = 3\n"),
+      errors);
+  EXPECT_EQ(errors.Text(), "");
+  EXPECT_TRUE(config.start.stopAtEnd);
+  EXPECT_EQ(config.scenario.steps.size(), 1U);
+  EXPECT_EQ(config.start.log.file, directory.Path() / "l.log");
+  EXPECT_EQ(config.start.moduleLibrary, directory.Path() / "m.so");
+  EXPECT_EQ(config.start.module.portValue, 3U);
+  EXPECT_EQ(config.start.control.socket, directory.Path() / "c.sock");
+  EXPECT_EQ(config.start.systemImages.at("system32\\csrss.exe"), directory.Path() / "csrss");
+  EXPECT_EQ(config.reloadable.translations.at("a"), "b");
+  EXPECT_EQ(config.reloadable.module.monitoredObjects->size(), 1U);
+  EXPECT_EQ(config.reloadable.rules.defaultDecision, 3U);
+}
+
+TEST(HostConfig, ACheckTellsTheErrorsOfTheConfigurationAndOfItsScenario) {
+  const TemporaryDirectory directory;
+  const std::string scenario = directory.Write("s.toml", "[[steps]]\nnotify = 'x'\n").string();
+  const std::string host =
+      directory
+          .Write("h.toml",
+                 "unknown = 1\n[emulator]\nscenario = 's.toml'\n[log]\nconsole = 'loud'\n[module]\nport = 1\n")
+          .string();
+  ConfigErrors errors;
+  CheckFile(host, errors);
+  EXPECT_EQ(errors.Text(), host + ":1:1: unknown: is not a known key\n" + host +
+                               ":5:11: log.console: must be one of detail, event, notice, warning, problem, alert, "
+                               "off, not \"loud\"\n" +
+                               host + ":7:1: module.port: is not a known key\n" + scenario +
+                               ":2:10: steps[0].notify: must be an integer\n");
+}
+
+TEST(HostConfig, ACheckKnowsAScenarioByItsKeys) {
+  const TemporaryDirectory directory;
+  ConfigErrors errors;
+  CheckFile(directory.Write("good.toml", "[[steps]]\npause_ms = 1\n"), errors);
+  EXPECT_EQ(errors.Text(), "");
+  const std::string bad = directory.Write("bad.toml", "[[steps]]\npause = 1\n").string();
+  CheckFile(bad, errors);
+  EXPECT_NE(errors.Text().find(bad + ":2:1: steps[0].pause: is not a known key\n"), std::string::npos) << errors.Text();
+}
+
+}  // namespace
+}  // namespace fenlux::refhost

@@ -1,0 +1,219 @@
+// Lines reach their outputs in order, nobody waits, and the totals are true.
+#include "refhost/services/log_service.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
+#include <vector>
+
+#include "refhost/services/config_reader.h"
+#include "tests/unit/refhost/temporary_directory.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using fenlux::testing::FileText;
+using fenlux::testing::TemporaryDirectory;
+
+constexpr std::size_t kOff = kSeverities;
+constexpr std::chrono::seconds kPatience{20};
+
+LogSettings ToFile(const boost::filesystem::path& file, Severity least = Severity::kDetail) {
+  LogSettings settings;
+  settings.consoleLeast = kOff;
+  settings.file = file;
+  settings.fileLeast = static_cast<std::size_t>(least);
+  return settings;
+}
+
+std::vector<std::string> LinesOf(const boost::filesystem::path& file) {
+  std::vector<std::string> lines;
+  std::istringstream stream(FileText(file));
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+// Behind the date and the time.
+std::string WithoutTime(const std::string& line) { return line.substr(line.find(' ', line.find(' ') + 1) + 1); }
+
+TEST(LogService, WritesEachOperationWithItsSeverity) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Path() / "l.log";
+  LogService log(ToFile(file));
+  log.LogAlert(0x10003, "alert");
+  log.LogProblem(0x10003, "problem");
+  log.LogWarning(0x10003, "warning");
+  log.LogNotice(0x10003, "notice");
+  log.LogEvent(0x10003, "event");
+  log.LogDetail(0x10003, "detail");
+  log.Write(Severity::kEvent, 0x10003, "thread line", 7);
+  ASSERT_TRUE(log.Drain(kPatience));
+  const std::vector<std::string> lines = LinesOf(file);
+  ASSERT_EQ(lines.size(), 7U);
+  EXPECT_EQ(WithoutTime(lines[0]), "critical alert");
+  EXPECT_EQ(WithoutTime(lines[1]), "error    problem");
+  EXPECT_EQ(WithoutTime(lines[2]), "warning  warning");
+  EXPECT_EQ(WithoutTime(lines[3]), "info     notice");
+  EXPECT_EQ(WithoutTime(lines[4]), "info     event");
+  EXPECT_EQ(WithoutTime(lines[5]), "debug    detail");
+  EXPECT_EQ(WithoutTime(lines[6]), "info     (category 7) thread line");
+  EXPECT_EQ(log.Totals().Of(Severity::kAlert), 1U);
+  EXPECT_EQ(log.Totals().Of(Severity::kEvent), 2U);
+}
+
+TEST(LogService, WritesOneJsonObjectALine) {
+  const TemporaryDirectory directory;
+  LogSettings settings = ToFile(directory.Path() / "l.log");
+  settings.json = true;
+  LogService log(settings);
+  log.LogProblem(0x10003, "a \"quoted\"\nline");
+  ASSERT_TRUE(log.Drain(kPatience));
+  const std::vector<std::string> lines = LinesOf(settings.file);
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0].find(R"({"time":")"), 0U);
+  const std::string rest = R"("severity":"problem","level":"error","code":65539,"text":"a \"quoted\"\u000aline"})";
+  ASSERT_GT(lines[0].size(), rest.size());
+  EXPECT_EQ(lines[0].substr(lines[0].size() - rest.size()), rest);
+}
+
+TEST(LogService, ALineThatHoldsLineEndsStaysOneLine) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Path() / "l.log";
+  LogService log(ToFile(file));
+  log.LogEvent(0, "a\nb\x1b[31m");
+  ASSERT_TRUE(log.Drain(kPatience));
+  const std::vector<std::string> lines = LinesOf(file);
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(WithoutTime(lines[0]), "info     a\\nb\\x1b[31m");
+}
+
+TEST(LogService, LeavesOutWhatIsNotSevereEnoughAndCountsIt) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Path() / "l.log";
+  LogService log(ToFile(file, Severity::kWarning));
+  log.LogNotice(0, "no");
+  log.LogWarning(0, "yes");
+  ASSERT_TRUE(log.Drain(kPatience));
+  EXPECT_EQ(LinesOf(file).size(), 1U);
+  const LogTotals totals = log.Totals();
+  EXPECT_EQ(totals.unwanted, 1U);
+  EXPECT_EQ(totals.written, 1U);
+  EXPECT_EQ(totals.dropped, 0U);
+  EXPECT_EQ(totals.Of(Severity::kNotice), 1U);
+}
+
+TEST(LogService, KeepsTheOrderAndTheCountOfConcurrentWriters) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Path() / "l.log";
+  LogService log(ToFile(file));
+  constexpr int kLines = 1000;
+  std::vector<std::thread> writers;
+  for (int writer = 0; writer < 3; ++writer) {
+    writers.emplace_back([&log, writer] {
+      for (int line = 0; line < kLines; ++line) {
+        log.LogEvent(0, std::to_string(writer) + ":" + std::to_string(line));
+      }
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  ASSERT_TRUE(log.Drain(kPatience));
+  const std::vector<std::string> lines = LinesOf(file);
+  const LogTotals totals = log.Totals();
+  EXPECT_EQ(totals.written + totals.dropped, 3U * kLines);
+  EXPECT_EQ(lines.size(), totals.written);
+  std::vector<int> last(3, -1);
+  for (const std::string& line : lines) {
+    const std::string text = line.substr(line.rfind(' ') + 1);
+    const auto writer = static_cast<std::size_t>(text[0] - '0');
+    const int number = std::stoi(text.substr(2));
+    EXPECT_GT(number, last[writer]);
+    last[writer] = number;
+  }
+}
+
+TEST(LogService, NobodyWaitsForAnOutputThatIsStuckAndTheDroppedLinesAreCounted) {
+  // A pipe with a name whose reader does not read: the writer sticks in it once it is full.
+  const TemporaryDirectory directory;
+  const auto pipe = directory.Path() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  LogSettings settings = ToFile(pipe);
+  settings.queueLines = 10;
+  LogService log(settings);
+  const std::string line(1000, 'x');
+  std::uint64_t lines = 0;
+  do {
+    log.LogEvent(0, line);
+    ++lines;
+  } while (log.Drain(std::chrono::milliseconds(100)) && lines < 10'000);
+  ASSERT_LT(lines, 10'000U) << "the pipe never filled";
+  const auto begun = std::chrono::steady_clock::now();
+  for (int count = 0; count < 2000; ++count, ++lines) log.LogEvent(0, line);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
+  const LogTotals stuck = log.Totals();
+  EXPECT_GT(stuck.dropped, 0U);
+  EXPECT_EQ(stuck.written + stuck.dropped + stuck.waiting, lines);
+
+  // Once it is read again, what waits is written.
+  std::uint64_t read = 0;
+  std::vector<char> chunk(65536);
+  while (!log.Drain(std::chrono::milliseconds(1))) {
+    const ssize_t count = ::read(reader, chunk.data(), chunk.size());
+    if (count > 0) read += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + count, '\n'));
+  }
+  for (ssize_t count = 0; (count = ::read(reader, chunk.data(), chunk.size())) > 0;) {
+    read += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + count, '\n'));
+  }
+  const LogTotals totals = log.Totals();
+  EXPECT_EQ(totals.waiting, 0U);
+  EXPECT_EQ(totals.written, read);
+  EXPECT_EQ(totals.written + totals.dropped, lines);
+  ::close(reader);
+}
+
+TEST(LogService, WritesWhatWaitsWhenItEnds) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Path() / "l.log";
+  {
+    LogService log(ToFile(file));
+    for (int line = 0; line < 500; ++line) log.LogEvent(0, "line");
+  }
+  EXPECT_EQ(LinesOf(file).size(), 500U);
+}
+
+TEST(LogService, AddsToAFileThatExists) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Write("l.log", "before\n");
+  { LogService(ToFile(file)).LogEvent(0, "after"); }
+  EXPECT_EQ(LinesOf(file).size(), 2U);
+}
+
+TEST(LogService, SaysThatItsFileCannotBeOpened) {
+  const TemporaryDirectory directory;
+  try {
+    LogService log(ToFile(directory.Path()));
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(error.what(), "the log file " + directory.Path().string() + " cannot be opened for writing");
+  }
+}
+
+TEST(LogService, ReadsItsSettings) {
+  ConfigErrors errors;
+  const ConfigDocument document("console = 'warning'\nfile = '/x.log'\nfile_level = 'off'\nqueue_lines = 5\n", "c.toml",
+                                errors);
+  const LogSettings settings = ReadLogSettings(document.Root());
+  document.Root().Finish();
+  EXPECT_EQ(errors.Text(), "");
+  EXPECT_EQ(settings.consoleLeast, static_cast<std::size_t>(Severity::kWarning));
+  EXPECT_EQ(settings.file, "/x.log");
+  EXPECT_EQ(settings.fileLeast, kOff);
+  EXPECT_EQ(settings.queueLines, 5U);
+}
+
+}  // namespace
+}  // namespace fenlux::refhost

@@ -1,0 +1,46 @@
+// A directory of a test's own, removed with everything in it.
+#pragma once
+
+#include <boost/filesystem/operations.hpp>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+namespace fenlux::testing {
+
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory()
+      : path_(boost::filesystem::canonical(boost::filesystem::temp_directory_path()) /
+              boost::filesystem::unique_path("fenlux-test-%%%%%%%%")) {
+    boost::filesystem::create_directory(path_);
+    boost::filesystem::permissions(path_, boost::filesystem::owner_all);
+  }
+  ~TemporaryDirectory() {
+    boost::system::error_code ignored;
+    boost::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const boost::filesystem::path& Path() const { return path_; }
+
+  // Writes a file and gives its path.
+  boost::filesystem::path Write(const std::string& name, std::string_view text) const {
+    const boost::filesystem::path file = path_ / name;
+    std::ofstream(file.string(), std::ios::binary) << text;
+    return file;
+  }
+
+ private:
+  boost::filesystem::path path_;
+};
+
+// The whole of a file; empty where it cannot be read.
+inline std::string FileText(const boost::filesystem::path& file) {
+  std::ifstream stream(file.string(), std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace fenlux::testing

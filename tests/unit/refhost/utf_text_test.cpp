@@ -1,0 +1,39 @@
+// Conversions, valid and not.
+#include "refhost/services/utf_text.h"
+
+#include <gtest/gtest.h>
+
+namespace fenlux::refhost {
+namespace {
+
+TEST(UtfText, ConvertsEveryLengthOfCharacter) {
+  const std::string narrow = "a\u00fc\u20ac\U0001F600";
+  const std::wstring wide = L"a\u00fc\u20ac\U0001F600";
+  EXPECT_EQ(WideFromNarrow(narrow), wide);
+  EXPECT_EQ(NarrowFromWide(wide), narrow);
+  EXPECT_EQ(Utf16FromWide(wide), u"a\u00fc\u20ac\U0001F600");
+  EXPECT_EQ(WideFromNarrow(""), L"");
+}
+
+TEST(UtfText, ReplacesOneInvalidUnitAndNoMore) {
+  EXPECT_EQ(WideFromNarrow("a\xFF"
+                           "b"),
+            L"a\uFFFDb");
+  EXPECT_EQ(WideFromNarrow("\xC3"
+                           "a"),
+            L"\uFFFDa");
+  EXPECT_EQ(WideFromNarrow("\xC3"), L"\uFFFD");
+  EXPECT_EQ(NarrowFromWide(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\uFFFDx");
+  EXPECT_NE(WideFromNarrow("/a\xFE"), WideFromNarrow("/a"));
+}
+
+TEST(UtfText, KeepsZeros) { EXPECT_EQ(WideFromNarrow(std::string_view("a\0b", 3)), std::wstring(L"a\0b", 3)); }
+
+TEST(UtfText, MakesTextsPrintableOnOneLine) {
+  EXPECT_EQ(Printable("a\nb\r\tc\x1b\x7f"), "a\\nb\\r\\tc\\x1b\\x7f");
+  EXPECT_EQ(Printable("\u0085\u00fc"), "\\x85\u00fc");
+  EXPECT_EQ(Printable("\xFF"), "\uFFFD");
+}
+
+}  // namespace
+}  // namespace fenlux::refhost

@@ -1,0 +1,141 @@
+// Buffers, fields, paths and measurements.
+#include "refhost/services/utility_service.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "host/buf.h"
+#include "refhost/services/log_service.h"
+#include "tests/unit/refhost/temporary_directory.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using fenlux::testing::FileText;
+using fenlux::testing::TemporaryDirectory;
+
+std::shared_ptr<LogService> SilentLog() {
+  LogSettings settings;
+  settings.consoleLeast = kSeverities;
+  return std::make_shared<LogService>(settings);
+}
+
+class UtilityServiceTest : public ::testing::Test {
+ protected:
+  UtilityService utility_{SilentLog(), true};
+};
+
+// The field after the copy, in a surrounding of 0xCD that must not change.
+std::vector<std::uint8_t> Copied(UtilityService& utility, std::uint32_t limit, const std::wstring& text) {
+  std::vector<std::uint8_t> bytes(limit + 8, 0xCD);
+  utility.CopyToField(bytes.data() + 1, limit, text);
+  EXPECT_EQ(bytes[0], 0xCD);
+  EXPECT_TRUE(std::all_of(bytes.begin() + 1 + limit, bytes.end(), [](std::uint8_t byte) { return byte == 0xCD; }));
+  return {bytes.begin() + 1, bytes.begin() + 1 + limit};
+}
+
+TEST_F(UtilityServiceTest, CopiesTextAsUtf16AndEndsItWhereItFits) {
+  EXPECT_EQ(Copied(utility_, 8, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0, 0, 0xCD, 0xCD}));
+  EXPECT_EQ(Copied(utility_, 4, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
+  EXPECT_EQ(Copied(utility_, 4, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
+  EXPECT_EQ(Copied(utility_, 5, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0xCD}));
+  EXPECT_EQ(Copied(utility_, 2, L""), (std::vector<std::uint8_t>{0, 0}));
+  EXPECT_EQ(Copied(utility_, 1, L"a"), (std::vector<std::uint8_t>{0xCD}));
+  EXPECT_EQ(Copied(utility_, 0, L"a"), (std::vector<std::uint8_t>{}));
+}
+
+TEST_F(UtilityServiceTest, NeverCopiesHalfACharacter) {
+  EXPECT_EQ(Copied(utility_, 4, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0, 0}));
+  EXPECT_EQ(Copied(utility_, 6, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0x3D, 0xD8, 0x00, 0xDE}));
+  EXPECT_EQ(Copied(utility_, 2, L"\U0001F600"), (std::vector<std::uint8_t>{0, 0}));
+}
+
+TEST_F(UtilityServiceTest, MakesBuffersOfExactlyTheSizeAllZero) {
+  for (const std::uint32_t size : {0U, 1U, 156U, 65561U}) {
+    std::shared_ptr<CBuf> buffer;
+    ASSERT_NE(utility_.CreateBuffer(buffer, true, size, false), nullptr);
+    EXPECT_EQ(buffer->GetSize(), size);
+    EXPECT_TRUE(std::all_of(buffer->GetData(), buffer->GetData() + size, [](std::uint8_t byte) { return byte == 0; }));
+  }
+}
+
+TEST_F(UtilityServiceTest, CopiesBytesIntoABufferOfTheirOwn) {
+  std::uint8_t bytes[] = {1, 2, 3};
+  std::shared_ptr<CBuf> buffer;
+  utility_.BufferFromBytes(buffer, bytes, 3);
+  bytes[0] = 9;
+  ASSERT_EQ(buffer->GetSize(), 3U);
+  EXPECT_EQ(buffer->GetData()[0], 1);
+}
+
+TEST_F(UtilityServiceTest, KnowsDirectories) {
+  const TemporaryDirectory directory;
+  EXPECT_TRUE(utility_.TestPath(directory.Path()));
+  EXPECT_FALSE(utility_.TestPath(directory.Write("f", "")));
+  EXPECT_FALSE(utility_.TestPath(directory.Path() / "none"));
+}
+
+TEST_F(UtilityServiceTest, BringsRecordPathsIntoOneForm) {
+  const std::pair<const wchar_t*, const wchar_t*> cases[] = {
+      {L"/a/b", L"/a/b"},
+      {L"/a//b///c", L"/a/b/c"},
+      {L"/a/./b/.", L"/a/b/"},
+      {L"/a/../b", L"/a/../b"},
+      {L"/a/.hidden", L"/a/.hidden"},
+      {L"\\??\\C:\\a\\\\b", L"C:\\a\\b"},
+      {L"\\\\?\\C:\\a", L"C:\\a"},
+      {L"\\\\server\\\\share", L"\\\\server\\share"},
+      {L"./a", L"./a"},
+      {L"", L""},
+  };
+  for (const auto& [path, expected] : cases) {
+    std::wstring out;
+    EXPECT_EQ(utility_.ToRecordString(out, path), expected);
+  }
+}
+
+TEST_F(UtilityServiceTest, MakesSystemMessagesReadable) {
+  std::string out;
+  EXPECT_EQ(utility_.ConvertText(out, "No such file\r\n"), "No such file\\r\\n");
+}
+
+TEST_F(UtilityServiceTest, ConvertsTexts) {
+  std::string narrow;
+  std::wstring wide;
+  EXPECT_EQ(utility_.ToNarrowString(narrow, L"/\u00fc"), "/\u00fc");
+  EXPECT_EQ(utility_.ToWideString(wide, "/\u00fc"), L"/\u00fc");
+  EXPECT_EQ(utility_.TransformPath(narrow, "/x"), "/x");
+}
+
+TEST_F(UtilityServiceTest, MeasuresFromTheMakingOn) {
+  std::shared_ptr<CMeasurement> measurement;
+  ASSERT_NE(utility_.CreateMeasurement(measurement), nullptr);
+  std::string text;
+  measurement->GetResultText(text);
+  ASSERT_GT(text.size(), 3U);
+  EXPECT_EQ(text.substr(text.size() - 3), " us");
+  EXPECT_LT(std::stoll(text), 60'000'000);
+  EXPECT_GE(std::stoll(text), 0);
+}
+
+TEST_F(UtilityServiceTest, AnswersItsVersionFlag) {
+  EXPECT_TRUE(utility_.QueryVersionFlag());
+  EXPECT_FALSE(UtilityService(SilentLog(), false).QueryVersionFlag());
+}
+
+TEST(UtilityServiceLog, WritesLinesWithTheirCategory) {
+  const TemporaryDirectory directory;
+  LogSettings settings;
+  settings.consoleLeast = kSeverities;
+  settings.file = directory.Path() / "l.log";
+  const auto log = std::make_shared<LogService>(settings);
+  UtilityService(log, false).WriteLog(0x10003, "thread start", 7);
+  ASSERT_TRUE(log->Drain(std::chrono::seconds(20)));
+  EXPECT_NE(FileText(settings.file).find("info     (category 7) thread start\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace fenlux::refhost
