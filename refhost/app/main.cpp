@@ -1,13 +1,17 @@
 // The command line of fenlux-host; the commands themselves are elsewhere.
 #include <CLI/CLI.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <algorithm>
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "refhost/app/commands.h"
 #include "refhost/app/exit_codes.h"
+#include "refhost/app/program_text.h"
+#include "refhost/app/signals.h"
 
 namespace {
 
@@ -29,7 +33,7 @@ void AddRun(CLI::App& app, int& code) {
       run->add_option("--duration", words->duration, "End after so many seconds")->check(CLI::PositiveNumber);
   run->add_flag("--json", words->json, "Log and summary as JSON, one object a line");
   run->footer(
-      "SIGINT and SIGTERM end the run, SIGHUP reads the configuration again, SIGUSR1 prints the summary so far.\n"
+      SignalHelp() +
       "The log goes to the standard error output, the summary to the standard output.\n"
       "Exit codes: 0 fine; 2 bad usage or configuration; 3 the module could not be loaded, or its init or start\n"
       "failed; 4 the driver counted a protocol violation, or the totals do not add up.");
@@ -130,6 +134,7 @@ void AddControl(CLI::App& app, int& code) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  PrepareProgramText();
   CLI::App app("A reference host for the fenlux module, with an emulated kernel driver.", "fenlux-host");
   app.require_subcommand(1);
   int code = kExitFine;
@@ -137,7 +142,9 @@ int main(int argc, char** argv) {
   AddCheck(app, code);
   AddControl(app, code);
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> arguments = ProgramArguments(argc, argv);
+    std::reverse(arguments.begin(), arguments.end());  // the library takes them from the end
+    app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitFine : kExitUsage;
   }

@@ -37,7 +37,9 @@ std::shared_ptr<DriverEmulator> MakeEmulator(HostConfig& config, const std::shar
   hooks.log = [log](EmulatorLogLevel level, const std::string& line) {
     log->Write(SeverityOf(level), "[emulator] " + line);
   };
-  hooks.scenarioFinished = [log] { log->Write(Severity::kEvent, "[emulator] The scenario has ended."); };
+  if (!config.emulator.scenarioFile.empty()) {
+    hooks.scenarioFinished = [log] { log->Write(Severity::kEvent, "[emulator] The scenario has ended."); };
+  }
   return std::make_shared<DriverEmulator>(std::move(config.emulator), std::move(config.scenario), std::move(hooks));
 }
 

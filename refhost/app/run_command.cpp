@@ -1,6 +1,5 @@
 // The life of a host: made, started, tended, stopped, summed up.
 #include <cstdio>
-#include <cstdlib>
 #include <future>
 #include <iostream>
 #include <memory>
@@ -9,6 +8,7 @@
 #include "refhost/app/commands.h"
 #include "refhost/app/control_channel.h"
 #include "refhost/app/exit_codes.h"
+#include "refhost/app/process_end.h"
 #include "refhost/app/reference_host.h"
 #include "refhost/app/signals.h"
 #include "refhost/services/config_reader.h"
@@ -82,7 +82,7 @@ int Fail(int code, const std::string& text) {
 [[noreturn]] void LeaveProcess(int code) {
   std::cout << std::flush;
   std::fflush(nullptr);
-  std::_Exit(code);
+  EndProcess(code);
 }
 
 }  // namespace

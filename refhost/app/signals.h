@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 namespace fenlux::refhost {
 
@@ -12,5 +13,8 @@ void HoldSignals();
 
 // The next signal; none where there was none within `limit`.
 HostSignal WaitForSignal(std::chrono::milliseconds limit);
+
+// What an operator can do while the host runs, for the command line's help; ended by a line end.
+std::string SignalHelp();
 
 }  // namespace fenlux::refhost

@@ -43,4 +43,8 @@ HostSignal WaitForSignal(std::chrono::milliseconds limit) {
   }
 }
 
+std::string SignalHelp() {
+  return "SIGINT and SIGTERM end the run, SIGHUP reads the configuration again, SIGUSR1 prints the summary so far.\n";
+}
+
 }  // namespace fenlux::refhost

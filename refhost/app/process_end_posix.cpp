@@ -1,0 +1,9 @@
+#include "refhost/app/process_end.h"
+
+#include <cstdlib>
+
+namespace fenlux::refhost {
+
+void EndProcess(int code) { std::_Exit(code); }
+
+}  // namespace fenlux::refhost

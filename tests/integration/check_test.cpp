@@ -1,0 +1,97 @@
+// `fenlux-host check`, and the command line itself.
+#include <gtest/gtest.h>
+
+#include "tests/integration/host_process.h"
+
+namespace fenlux::testing {
+namespace {
+
+TEST(Check, TakesTheExamples) {
+  Scene scene;
+  for (const char* file : {"/scripted.toml", "/scenario-all-codes.toml"}) {
+    const Outcome outcome = scene.Run({"check", FENLUX_EXAMPLES + std::string(file)});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, FENLUX_EXAMPLES + std::string(file) + ": no errors\n");
+    EXPECT_EQ(outcome.err, "");
+  }
+  scene.SetVariable("FENLUX_WATCHED", scene.Directory("watched"));
+  const Outcome kernel = scene.Run({"check", FENLUX_EXAMPLES "/kernel.toml"});
+  EXPECT_EQ(kernel.code, 0) << kernel.err;
+}
+
+TEST(Check, TellsEveryErrorWithFileLineColumnKeyAndReason) {
+  const Scene scene;
+  const std::string scenario = scene.Write("s.toml", "[[steps]]\nnotify = 4098\ncount = 0\n");
+  const std::string file = scene.Write("h.toml",
+                                       "stop_at_end = 'yes'\n"
+                                       "[emulator]\n"
+                                       "scenario = 's.toml'\n"
+                                       "[module]\n"
+                                       "client_type = 3\n"
+                                       "tpyo = 1\n"
+                                       "[[judging.rules]]\n"
+                                       "path = '*'\n");
+  const Outcome outcome = scene.Run({"check", file});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err, file + ":1:15: stop_at_end: must be true or false\n" + file +
+                             ":5:15: module.client_type: must be from 1 to 2, not 3\n" + file +
+                             ":6:1: module.tpyo: is not a known key\n" + file +
+                             ":7:1: judging.rules[0].decision: is missing\n" + scenario +
+                             ":3:9: steps[0].count: must be from 1 to 4294967295, not 0\n");
+}
+
+TEST(Check, TellsASyntaxErrorAndAMissingFile) {
+  const Scene scene;
+  const std::string file = scene.Write("h.toml", "[module\n");
+  const Outcome syntax = scene.Run({"check", file});
+  EXPECT_EQ(syntax.code, 2);
+  EXPECT_EQ(syntax.err.find(file + ":1:"), 0U) << syntax.err;
+  EXPECT_TRUE(Contains(syntax.err, ": (syntax): ")) << syntax.err;
+  const Outcome missing = scene.Run({"check", "no-such-file.toml"});
+  EXPECT_EQ(missing.code, 2);
+  EXPECT_EQ(missing.err, "no-such-file.toml:1:1: (file): cannot be read\n");
+}
+
+TEST(CommandLine, EveryCommandHasHelp) {
+  const Scene scene;
+  const std::vector<Arguments> commands = {{},
+                                           {"run"},
+                                           {"check"},
+                                           {"ctl"},
+                                           {"ctl", "status"},
+                                           {"ctl", "stop"},
+                                           {"ctl", "grsp"},
+                                           {"ctl", "monitor"},
+                                           {"ctl", "monitor", "add"},
+                                           {"ctl", "net-control", "apply"},
+                                           {"ctl", "interface", "ltrkd"}};
+  for (Arguments command : commands) {
+    command.push_back("--help");
+    const Outcome outcome = scene.Run(command);
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_TRUE(Contains(outcome.out, "Usage: fenlux-host")) << outcome.out;
+  }
+}
+
+TEST(CommandLine, BadUsageEndsWithTwo) {
+  const Scene scene;
+  const std::vector<Arguments> commands = {{},
+                                           {"walk"},
+                                           {"run"},
+                                           {"run", "--config", "x.toml", "--duration", "-1"},
+                                           {"run", "--config", "x.toml", "--what"},
+                                           {"check"},
+                                           {"ctl"},
+                                           {"ctl", "monitor"},
+                                           {"ctl", "grsp"},
+                                           {"ctl", "grhara", "perhaps"}};
+  for (const Arguments& command : commands) {
+    const Outcome outcome = scene.Run(command);
+    EXPECT_EQ(outcome.code, 2) << outcome.out;
+    EXPECT_NE(outcome.err, "");
+  }
+}
+
+}  // namespace
+}  // namespace fenlux::testing

@@ -1,0 +1,208 @@
+// Processes are polled, never waited for without a limit.
+#include "tests/integration/host_process.h"
+
+#include <Poco/JSON/Object.h>
+#include <Poco/JSON/Parser.h>
+#include <Poco/JSON/Stringifier.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <boost/filesystem/operations.hpp>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+extern char** environ;
+
+namespace fenlux::testing {
+namespace {
+
+namespace fs = boost::filesystem;
+
+const std::string kProgram = FENLUX_PROGRAM_DIRECTORY "/fenlux-host";
+
+std::string FileText(const fs::path& file) {
+  std::ifstream stream(file.string(), std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::vector<std::string> Environment(const std::map<std::string, std::string>& extra) {
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string text = *variable;
+    if (!extra.contains(text.substr(0, text.find('=')))) variables.push_back(text);
+  }
+  for (const auto& [name, value] : extra) variables.push_back(name + "=" + value);
+  return variables;
+}
+
+}  // namespace
+
+Scene::Scene() : path_(fs::canonical(fs::temp_directory_path()) / fs::unique_path("fenlux-scene-%%%%%%%%")) {
+  fs::create_directory(path_);
+  fs::permissions(path_, fs::owner_all);
+  SetVariable("XDG_RUNTIME_DIR", path_.string());
+}
+
+Scene::~Scene() {
+  boost::system::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+std::string Scene::Write(const std::string& name, const std::string& text) const {
+  const fs::path file = path_ / name;
+  std::ofstream(file.string(), std::ios::binary) << text;
+  return file.string();
+}
+
+std::string Scene::Directory(const std::string& name) const {
+  fs::create_directories(path_ / name);
+  return (path_ / name).string();
+}
+
+void Scene::WriteHost(const std::string& text) const {
+  Write("host.toml", text + "\n[control]\nsocket = 'control/host.sock'\n");
+}
+
+void Scene::WriteHost(const std::string& text, const std::string& scenario) const {
+  WriteHost(text + "\n[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 20000\n");
+  Write("scenario.toml", scenario);
+}
+
+Outcome Scene::Run(const Arguments& arguments) const { return HostProcess(*this, arguments).Wait(); }
+
+Outcome Scene::Control(const Arguments& arguments) const {
+  Arguments all{"ctl", "--socket", (path_ / "control/host.sock").string()};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return Run(all);
+}
+
+std::string Scene::ControlJson(const Arguments& arguments) const {
+  Arguments all{"--json"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  const Outcome outcome = Control(all);
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  return outcome.code == 0 ? outcome.out : std::string();
+}
+
+HostProcess::HostProcess(const Scene& scene, const Arguments& arguments) : HostProcess(scene, kProgram, arguments) {}
+
+HostProcess::HostProcess(const Scene& scene, const std::string& program, const Arguments& arguments) {
+  static std::atomic<int> count{0};
+  const std::string number = std::to_string(++count);
+  out_ = scene.Path() / ("process-" + number + ".out");
+  err_ = scene.Path() / ("process-" + number + ".err");
+  std::vector<std::string> words{program};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables = Environment(scene.Variables());
+  posix_spawn_file_actions_t files;
+  ::posix_spawn_file_actions_init(&files);
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+  ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out_.c_str(), flags, 0600);
+  ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err_.c_str(), flags, 0600);
+  const int result =
+      ::posix_spawnp(&process_, program.c_str(), &files, nullptr, Pointers(words).data(), Pointers(variables).data());
+  ::posix_spawn_file_actions_destroy(&files);
+  if (result != 0) {
+    process_ = -1;
+    ADD_FAILURE() << program << " could not be started";
+  }
+}
+
+HostProcess::~HostProcess() {
+  if (process_ < 0 || Ended()) return;
+  Signal(SIGKILL);
+  ::waitpid(process_, nullptr, 0);
+}
+
+void HostProcess::Signal(int signal) const { ::kill(process_, signal); }
+
+bool HostProcess::Ended() {
+  if (ended_ || process_ < 0) return true;
+  int status = 0;
+  if (::waitpid(process_, &status, WNOHANG) != process_) return false;
+  ended_ = true;
+  code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return true;
+}
+
+Outcome HostProcess::Wait() {
+  if (!Eventually([this] { return Ended(); })) {
+    ADD_FAILURE() << "the program did not end; its errors:\n" << Err();
+    Signal(SIGKILL);
+    ::waitpid(process_, nullptr, 0);
+    ended_ = true;
+  }
+  return {code_, Out(), Err()};
+}
+
+Outcome HostProcess::Stop() {
+  Signal(SIGTERM);
+  return Wait();
+}
+
+bool HostProcess::WaitForError(const std::string& text, std::size_t times) { return WaitFor(err_, text, times); }
+
+bool HostProcess::WaitForOutput(const std::string& text, std::size_t times) { return WaitFor(out_, text, times); }
+
+bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::size_t times) {
+  const bool found = Eventually([&] {
+    const bool ended = Ended();  // looked at first, so that its last words are read
+    return CountOf(FileText(file), text) >= times || ended;
+  });
+  return found && CountOf(FileText(file), text) >= times;
+}
+
+std::string HostProcess::Out() const { return FileText(out_); }
+std::string HostProcess::Err() const { return FileText(err_); }
+
+Arguments RunArguments(const Scene& scene, const Arguments& more) {
+  Arguments arguments{"run", "--config", (scene.Path() / "host.toml").string()};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
+}
+
+std::size_t CountOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
+  return count;
+}
+
+bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+std::string JsonValue(const std::string& json, const std::string& path) {
+  try {
+    Poco::JSON::Parser parser;
+    Poco::Dynamic::Var value = parser.parse(json);
+    std::size_t begin = 0;
+    while (begin <= path.size()) {
+      const std::size_t end = std::min(path.find('.', begin), path.size());
+      const auto object = value.extract<Poco::JSON::Object::Ptr>();
+      const std::string name = path.substr(begin, end - begin);
+      if (!object->has(name)) return "(none)";
+      value = object->get(name);
+      begin = end + 1;
+    }
+    if (value.isString()) return value.toString();
+    std::ostringstream text;
+    Poco::JSON::Stringifier::condense(value, text);
+    return text.str();
+  } catch (const Poco::Exception& error) {
+    return "(no JSON: " + error.displayText() + ")";
+  }
+}
+
+}  // namespace fenlux::testing

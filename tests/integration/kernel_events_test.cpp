@@ -1,0 +1,77 @@
+// The kernel's own permission events, where the machine lets a test have them: directories of the test's own only.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/fanotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tests/integration/host_process.h"
+
+namespace fenlux::testing {
+namespace {
+
+// Why the kernel gives no permission events here; empty where it does.
+std::string Missing() {
+  const int group = ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY);
+  if (group < 0) return std::string("no permission events of the kernel here: ") + std::strerror(errno);
+  ::close(group);
+  return {};
+}
+
+Outcome Read(const Scene& scene, const std::string& program, const std::string& file) {
+  return HostProcess(scene, program, {file}).Wait();
+}
+
+std::string Rules(const std::string& directories) {
+  return "[emulator]\nsource = 'fanotify'\n[module]\nbypass_process_cache = true\n"
+         "[policy]\ndirectories = [" +
+         directories + "]\n[[judging.rules]]\npath = '*.secret'\nprocess = 'cat'\ndecision = 3\n";
+}
+
+TEST(KernelEvents, RefuseOneNameToOneProgramInTheDirectoriesOfThePolicyAlsoInOneThatIsAddedLater) {
+  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  const Scene scene;
+  const std::string first = scene.Directory("first");
+  const std::string second = scene.Directory("second");
+  for (const char* name : {"first/diary.secret", "first/plain.txt", "second/diary.secret"})
+    scene.Write(name, "words\n");
+  scene.WriteHost(Rules("'" + first + "'"));
+  HostProcess host(scene, RunArguments(scene, {"--json"}));
+  ASSERT_TRUE(host.WaitForError("[Add Monitor OK!][obj path]=" + first)) << host.Err();
+
+  // The watch is set when the module has committed; from then on the first answer is a refusal.
+  EXPECT_TRUE(Eventually([&] { return Read(scene, "cat", first + "/diary.secret").code != 0; }));
+  const Outcome refused = Read(scene, "cat", first + "/diary.secret");
+  EXPECT_TRUE(Contains(refused.err, "Operation not permitted")) << refused.err;
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(Read(scene, "head", first + "/diary.secret").out, "words\n");
+  EXPECT_EQ(Read(scene, "cat", first + "/plain.txt").out, "words\n");
+
+  EXPECT_EQ(Read(scene, "cat", second + "/diary.secret").out, "words\n");
+  scene.WriteHost(Rules("'" + first + "', '" + second + "'"));
+  host.Signal(SIGHUP);
+  EXPECT_TRUE(Eventually([&] { return Read(scene, "cat", second + "/diary.secret").code != 0; }));
+  EXPECT_EQ(Read(scene, "head", second + "/diary.secret").out, "words\n");
+
+  const Outcome outcome = host.Stop();
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.adds_up"), "true");
+  EXPECT_GE(std::stoi(JsonValue(outcome.out, "summary.kernel.refused")), 3);
+  // It has let go: nothing stands in the way any more.
+  EXPECT_EQ(Read(scene, "cat", first + "/diary.secret").out, "words\n");
+}
+
+TEST(KernelEvents, NeedADirectoryThatIsNoMountAndNotTheWholeOfTmp) {
+  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  const Scene scene;
+  scene.WriteHost("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['/']\n");
+  const Outcome outcome = scene.Run(RunArguments(scene, {"--duration", "5"}));
+  EXPECT_EQ(outcome.code, 2) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: ")) << outcome.err;
+}
+
+}  // namespace
+}  // namespace fenlux::testing

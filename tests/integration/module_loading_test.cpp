@@ -1,0 +1,71 @@
+// Libraries that a host cannot use end its run with 3 and a word why.
+#include <gtest/gtest.h>
+
+#include "tests/integration/host_process.h"
+
+namespace fenlux::testing {
+namespace {
+
+std::string BadModule(const std::string& name) {
+  return FENLUX_PROGRAM_DIRECTORY "/libfenlux_bad_module_" + name + ".so";
+}
+
+Outcome RunWith(const std::string& module) {
+  const Scene scene;
+  scene.WriteHost("");
+  return scene.Run(RunArguments(scene, {"--module", module, "--duration", "5"}));
+}
+
+TEST(ModuleLoading, SaysThatTheLibraryIsMissing) {
+  const Outcome outcome = RunWith("/no/such/module.so");
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: the module cannot be loaded: /no/such/module.so: ")) << outcome.err;
+}
+
+TEST(ModuleLoading, SaysThatTheFileIsNoLibrary) {
+  const Scene scene;
+  scene.WriteHost("");
+  const std::string file = scene.Write("module.so", "this is text\n");
+  const Outcome outcome = scene.Run(RunArguments(scene, {"--module", file}));
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: the module cannot be loaded: " + file)) << outcome.err;
+}
+
+TEST(ModuleLoading, SaysThatTheLibraryHasNoInit) {
+  const Outcome outcome = RunWith(BadModule("no_init"));
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(outcome.err, "fenlux-host: the module " + BadModule("no_init") + " has no init\n");
+}
+
+TEST(ModuleLoading, RepeatsWhatAFailingInitSays) {
+  const Outcome outcome = RunWith(BadModule("init_throws"));
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(outcome.err, "fenlux-host: the module's init failed: bad log init!\n");
+}
+
+TEST(ModuleLoading, SurvivesAnInitThatThrowsNoException) {
+  const Outcome outcome = RunWith(BadModule("init_throws_an_int"));
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: the module's init failed: ")) << outcome.err;
+}
+
+TEST(ModuleLoading, SaysThatNoModuleWasRegistered) {
+  const Outcome outcome = RunWith(BadModule("init_registers_nothing"));
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(outcome.err, "fenlux-host: the module's init registered no module\n");
+}
+
+TEST(ModuleLoading, RepeatsWhatAFailingStartSays) {
+  const Outcome outcome = RunWith(BadModule("start_work_throws"));
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(outcome.err, "fenlux-host: the module could not start its work: no thread today\n");
+}
+
+TEST(ModuleLoading, TheConfigurationMayNameTheLibrary) {
+  const Scene scene;
+  scene.WriteHost("[module]\nlibrary = '" + BadModule("init_throws") + "'\n");
+  EXPECT_EQ(scene.Run(RunArguments(scene)).err, "fenlux-host: the module's init failed: bad log init!\n");
+}
+
+}  // namespace
+}  // namespace fenlux::testing

@@ -1,0 +1,160 @@
+// `fenlux-host run`: how runs begin and end, what they print, and how they exit.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <sstream>
+
+#include "tests/integration/host_process.h"
+
+namespace fenlux::testing {
+namespace {
+
+constexpr char kThreeEvents[] =
+    "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
+    "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
+    "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
+    "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
+constexpr char kRules[] = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
+
+TEST(Run, PlaysAScenarioToItsEndAndAddsUp) {
+  const Scene scene;
+  scene.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 0) << outcome.err << outcome.out;
+  EXPECT_TRUE(Contains(outcome.err, "Driver Interact Ready.\n"));
+  EXPECT_TRUE(Contains(outcome.err, "Current driver version=19072701\n"));
+  EXPECT_TRUE(Contains(outcome.err, "[Driver]Monitor policy is empty-2.\n"));
+  EXPECT_TRUE(Contains(outcome.err, "Driver interact exit.\n"));
+  EXPECT_TRUE(Contains(outcome.out, "  sum                   3 = 2 + 1 + 0 + 0\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n"));
+}
+
+TEST(Run, WritesItsLogAndItsSummaryAsJson) {
+  const Scene scene;
+  scene.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
+  const Outcome outcome = scene.Run(RunArguments(scene, {"--json"}));
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_EQ(CountOf(outcome.out, "\n"), 1U);
+  EXPECT_EQ(JsonValue(outcome.out, "summary.fine"), "true");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.delivered"), "3");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.unanswered_by_design"), "1");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.codes.4098"), "1");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.decisions.3"), "1");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.verdicts.4"), "1");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.latency.count"), "3");
+  std::istringstream lines(outcome.err);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    EXPECT_NE(JsonValue(line, "text").front(), '(') << line;
+    EXPECT_NE(JsonValue(line, "severity"), "(none)") << line;
+  }
+  EXPECT_GT(count, 3);
+}
+
+TEST(Run, EndsAfterItsDuration) {
+  const Scene scene;
+  scene.WriteHost("");
+  EXPECT_EQ(scene.Run(RunArguments(scene, {"--duration", "0.3"})).code, 0);
+}
+
+TEST(Run, EndsOnSigintAndOnSigtermWithItsSummary) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const Scene scene;
+    scene.WriteHost("");
+    HostProcess host(scene, RunArguments(scene));
+    ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
+    host.Signal(signal);
+    const Outcome outcome = host.Wait();
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(CountOf(outcome.out, "summary\n"), 1U);
+    EXPECT_FALSE(boost::filesystem::exists(scene.Path() / "control/host.sock"));
+  }
+}
+
+TEST(Run, PrintsItsSummaryOnSigusr1AndGoesOn) {
+  const Scene scene;
+  scene.WriteHost("");
+  HostProcess host(scene, RunArguments(scene));
+  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
+  host.Signal(SIGUSR1);
+  ASSERT_TRUE(host.WaitForOutput("protocol_violations"));
+  host.Signal(SIGUSR1);
+  ASSERT_TRUE(host.WaitForOutput("protocol_violations", 2));
+  EXPECT_EQ(host.Stop().code, 0);
+}
+
+TEST(Run, EndsWithFourWhereTheDriverCountedAViolation) {
+  const Scene scene;
+  scene.WriteHost("stop_at_end = true\n", "[[steps]]\nnotify = 4098\nexpect_verdict = 5\n");
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 4) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "protocol_violations  1\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "fine                 no\n")) << outcome.out;
+}
+
+TEST(Run, EndsWithTwoAndEveryErrorWhereItsConfigurationIsBad) {
+  const Scene scene;
+  const std::string file = scene.Write("host.toml", "one = 1\n[module]\ntwo = 2\n");
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.err, file + ":1:1: one: is not a known key\n" + file + ":3:1: module.two: is not a known key\n");
+  EXPECT_EQ(scene.Run({"run", "--config", "no-such-file.toml"}).code, 2);
+}
+
+TEST(Run, EndsWithTwoWhereItsLogFileCannotBeOpened) {
+  const Scene scene;
+  scene.WriteHost("[log]\nfile = '" + scene.Directory("d") + "'\n");
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.err, "fenlux-host: the log file " + scene.Directory("d") + " cannot be opened for writing\n");
+}
+
+TEST(Run, EndsWithTwoWhereItsControlSocketWouldBeOpenToOthers) {
+  const Scene scene;
+  const std::string directory = scene.Directory("control");
+  boost::filesystem::permissions(directory, boost::filesystem::perms(0755));
+  scene.WriteHost("");
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, directory + " must be a directory of your own that is closed to others"))
+      << outcome.err;
+}
+
+TEST(Run, TheLogFileTakesItsOwnLevel) {
+  const Scene scene;
+  scene.WriteHost("stop_at_end = true\n[log]\nconsole = 'off'\nfile = 'host.log'\nfile_level = 'detail'\n",
+                  "[[steps]]\nnotify = 4098\noplock = 1\npath = '/a'\n");
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 0) << outcome.out;
+  EXPECT_EQ(outcome.err, "");
+  HostProcess log(scene, "cat", {(scene.Path() / "host.log").string()});
+  EXPECT_TRUE(Contains(log.Wait().out, "debug    [Ignore OPLock]category=1 process=")) << log.Out();
+}
+
+TEST(Run, TranslatesTheModulesTexts) {
+  const Scene scene;
+  scene.WriteHost("[translations]\n'Driver Interact Ready.' = 'Der Treiber ist da.'\n");
+  HostProcess host(scene, RunArguments(scene));
+  EXPECT_TRUE(host.WaitForError("info     Der Treiber ist da.\n"));
+  EXPECT_EQ(host.Stop().code, 0);
+}
+
+TEST(Run, AModuleThatIsNotEnabledConnectsToNothing) {
+  const Scene scene;
+  scene.WriteHost("[module]\nenabled = false\n");
+  const Outcome outcome = scene.Run(RunArguments(scene, {"--duration", "0.5"}));
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "  opened                 0\n")) << outcome.out;
+}
+
+TEST(Run, SendsContextDataAlongWithItsVerdict) {
+  const Scene scene;
+  scene.WriteHost("stop_at_end = true\n[[judging.rules]]\ndecision = 5\ncontext = 'hello'\n",
+                  "[[steps]]\nnotify = 4098\nexpect_verdict = 6\n");
+  const Outcome outcome = scene.Run(RunArguments(scene));
+  EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
+}
+
+}  // namespace
+}  // namespace fenlux::testing
