@@ -1,0 +1,311 @@
+// The whole module on the emulated driver, in one process and on the manual clock: how it opens, how it comes back, and
+// what it makes of a driver that fails.
+#include <boost/filesystem/operations.hpp>
+#include <map>
+
+#include "core/fenlux_impl.h"
+#include "refhost/emulator/utf16.h"
+#include "refhost/services/configuration.h"
+#include "refhost/services/event_record.h"
+#include "refhost/services/heap_buffer.h"
+#include "refhost/services/host_context.h"
+#include "refhost/services/judge.h"
+#include "refhost/services/locale_service.h"
+#include "refhost/services/log_service.h"
+#include "refhost/services/record_register.h"
+#include "refhost/services/utility_service.h"
+#include "refhost/services/work_service.h"
+#include "tests/support/manual_clock.h"
+#include "tests/unit/emulator/emulator_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using namespace std::chrono_literals;
+using refhost::BuildNotification;
+
+constexpr auto kRestartDelay = 5s;
+constexpr char kAlert[] = "Connection with driver failed for a long time!";
+
+// Remembers every line with its operation, and lets a test wait for one.
+class RecordingLog final : public CLog {
+ public:
+  void LogAlert(std::uint32_t, const std::string& line) override { Add("alert", line); }
+  void LogProblem(std::uint32_t, const std::string& line) override { Add("problem", line); }
+  void LogWarning(std::uint32_t, const std::string& line) override { Add("warning", line); }
+  void LogNotice(std::uint32_t, const std::string& line) override { Add("notice", line); }
+  void LogEvent(std::uint32_t, const std::string& line) override { Add("event", line); }
+  void LogDetail(std::uint32_t, const std::string& line) override { Add("detail", line); }
+
+  std::size_t Count(const std::string& operation, const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    return counts_[operation + ": " + line];
+  }
+  // Until the line has been written so often; false where that does not come about.
+  bool Await(const std::string& operation, const std::string& line, std::size_t times = 1) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, kPatience, [&] { return counts_[operation + ": " + line] >= times; });
+  }
+
+ private:
+  void Add(const std::string& operation, const std::string& line) {
+    {
+      const std::lock_guard lock(mutex_);
+      ++counts_[operation + ": " + line];
+    }
+    changed_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::map<std::string, std::size_t> counts_;
+};
+
+// The module's workers never end, and neither does what they use: each test leaves its host behind.
+class ModuleOnEmulator : public EmulatorTest {
+ protected:
+  ModuleOnEmulator() {
+    clock.Reset();
+    settings.deadline = 1h;
+    live.refreshMilliseconds = 3'600'000;
+    live.spspFlags = {1, 2, 3, 4};
+    live.configBlock = {9, 8, 7};
+    live.monitoredObjects = std::vector<boost::filesystem::path>{};
+    rules.defaultDecision = refhost::kPassDecision;
+  }
+
+  void TearDown() override {
+    EmulatorTest::TearDown();
+    if (module != nullptr) static_cast<void>(new std::shared_ptr<CFenluxImpl>(module));
+  }
+
+  // Makes the host around the emulator, and the module in it, and lets it work.
+  void Start() {
+    refhost::LogSettings quiet;  // for the lines that go past the log operations
+    quiet.consoleLeast = refhost::kSeverities;
+    refhost::FixedSettings fixed;
+    fixed.portValue = 77;
+    fixed.clientTypeFlag = clientTypeFlag;
+    const auto records = std::make_shared<refhost::RecordRegister>();
+    const auto configuration = std::make_shared<refhost::Configuration>(fixed, live, records);
+    auto* emulator = &Emulator();
+    // No port client is made once the test has stopped the emulator: its attempts are parked on the clock for good.
+    const auto work = std::make_shared<refhost::WorkService>(
+        refhost::SystemImages{{"system32\\csrss.exe", "/proc/self/exe"}, {"system32\\services.exe", "/proc/self/exe"}},
+        [emulator](const std::string& name, const std::shared_ptr<CBuf>& context, std::uint32_t largest,
+                   const NotificationHandler& notificationHandler, std::uint32_t value) {
+          return emulator->MakePortClient(name, context, largest, notificationHandler, value);
+        });
+    module = std::make_shared<CFenluxImpl>(std::make_shared<refhost::HostContext>(refhost::HostServices{
+        .cfg = configuration,
+        .log = log,
+        .locale = std::make_shared<refhost::LocaleService>(refhost::Translations{}),
+        .utility = std::make_shared<refhost::UtilityService>(std::make_shared<refhost::LogService>(quiet), false),
+        .net = std::make_shared<refhost::NetService>(),
+        .recordService = records,
+        .winWork = work,
+        .arpMgmt = std::make_shared<refhost::EventRecordMaker>(),
+        .cfgEx = configuration,
+        .aoArp = std::make_shared<refhost::Judge>(rules),
+    }));
+    module->StartWork();
+  }
+
+  ManualClock& clock = ManualClock::Instance();
+  const std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+  refhost::LiveSettings live;
+  refhost::Rules rules;
+  bool clientTypeFlag = false;
+  std::shared_ptr<CFenluxImpl> module;
+};
+
+TEST_F(ModuleOnEmulator, ComesBackAfterFiveSecondsAndAlertsAtTheTenthFailure) {
+  settings.faults.refuseConnects = 12;
+  Start();
+  for (int failure = 1; failure <= 12; ++failure) {
+    ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
+    EXPECT_EQ(State().refusedConnects, static_cast<unsigned>(failure));
+    EXPECT_EQ(log->Count("alert", kAlert), failure < 10 ? 0u : 1u) << failure;
+    clock.Advance(4999ms);
+    EXPECT_EQ(State().refusedConnects, static_cast<unsigned>(failure));
+    clock.Advance(1ms);
+  }
+  ASSERT_TRUE(log->Await("event", "Driver Interact Ready."));
+  EXPECT_EQ(State().connects, 1u);
+  EXPECT_EQ(State().protocolViolations, 0u);
+  EXPECT_EQ(log->Count("problem", "[dci,tiwk,STDE] info=the driver refuses the connection"), 12u);
+}
+
+TEST_F(ModuleOnEmulator, FailuresFartherApartThanTheWindowRaiseNoAlert) {
+  settings.faults.refuseConnects = 11;
+  Start();
+  for (int failure = 1; failure <= 11; ++failure) {
+    ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
+    clock.Advance(67s);  // of ten failures, the first is 603 seconds old
+  }
+  ASSERT_TRUE(log->Await("event", "Driver Interact Ready."));
+  EXPECT_EQ(log->Count("alert", kAlert), 0u);
+}
+
+TEST_F(ModuleOnEmulator, DoesItsOpeningExchanges) {
+  clientTypeFlag = true;
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  const EmulatorState state = State();
+  EXPECT_EQ(state.clientType, 2u);
+  EXPECT_EQ(state.portValue, 77u);
+  EXPECT_EQ(state.spspSwitches, (std::array<std::uint8_t, 4>{1, 2, 3, 4}));
+  EXPECT_EQ(state.versionsAsked, 1u);
+  EXPECT_EQ(state.systemProcesses.size(), 2u);
+  EXPECT_THAT(state.violationTexts, IsEmpty());
+  EXPECT_EQ(log->Count("event", "Current driver version=19072701"), 1u);
+  EXPECT_EQ(log->Count("event", "Current fenlux version=19072701"), 1u);
+}
+
+TEST_F(ModuleOnEmulator, AppliesItsPolicyOnEveryConnection) {
+  const boost::filesystem::path directory = boost::filesystem::temp_directory_path() / boost::filesystem::unique_path();
+  boost::filesystem::create_directory(directory);
+  live.monitoredObjects = std::vector<boost::filesystem::path>{directory};
+  AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kPatience});
+  AddStep(refhost::DropStep{});
+  AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kPatience});
+  clock.PassAtOnce(100ms);  // the policy worker's polls
+  Start();
+  ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
+  EXPECT_EQ(State().monitored[1].committed.size(), 1u);
+  clock.Advance(kRestartDelay);
+  ASSERT_TRUE(log->Await("event", "Driver Interact Ready.", 2));
+  // Where the connection was dropped while the policy worker was not waiting yet, the module does not remember that it
+  // was told; a host tells it again.
+  for (auto tries = kPatience / 10ms; tries > 0 && !Emulator().WaitScenarioFinished(10ms); --tries) {
+    module->NotifyPolicyChanged();
+  }
+  ASSERT_TRUE(Emulator().ScenarioFinished());
+  const EmulatorState state = State();
+  EXPECT_EQ(state.connects, 2u);
+  ASSERT_EQ(state.monitored[1].committed.size(), 1u);
+  EXPECT_EQ(state.monitored[1].committed[0].path, directory.string());
+  EXPECT_TRUE(state.monitored[1].committed[0].pathFlag);
+  EXPECT_GE(state.dumps, 1u);
+  EXPECT_EQ(state.configBlock, (Bytes{9, 8, 7}));
+  EXPECT_THAT(state.violationTexts, IsEmpty());
+  boost::filesystem::remove(directory);
+}
+
+TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
+  scenario.threads = 4;
+  rules.ordered.push_back({.name = "context",
+                           .events = {},
+                           .path = refhost::Glob("*.context"),
+                           .process = {},
+                           .decision = refhost::kContextDecision,
+                           .context = std::make_shared<refhost::HeapBuffer>(std::size_t{10})});
+  const auto add = [this](std::uint32_t code, std::u16string path, std::uint32_t verdict) {
+    auto& step = AddNotifications(BuildNotification({.code = code, .processId = 1, .path = std::move(path)}), 500);
+    step.threads = 4;
+    step.expectedVerdict = verdict;
+  };
+  add(4097, u"C:\\plain", 3);
+  add(4098, u"C:\\some.context", 6);
+  AddStep(refhost::DropStep{});
+  add(4113, u"C:\\plain", 0);
+  add(4115, u"C:\\plain", 8);
+  add(8206, u"C:\\plain", 3);
+  clock.PassAtOnce(100ms);
+  clock.PassAtOnce(kRestartDelay, 1);
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  const EmulatorTotals totals = Totals();
+  EXPECT_EQ(totals.delivered, 2500u);
+  EXPECT_EQ(totals.answered, 2000u);
+  EXPECT_EQ(totals.unansweredByDesign, 500u);
+  EXPECT_EQ(totals.byVerdict, (std::map<std::uint32_t, std::uint64_t>{{3, 1000}, {6, 500}, {8, 500}}));
+  EXPECT_THAT(State().violationTexts, IsEmpty());
+  EXPECT_EQ(State().connects, 2u);
+}
+
+TEST_F(ModuleOnEmulator, TakesGarbageForWhatItIs) {
+  for (const std::size_t size : {0u, 1u, 23u, 24u, 155u, 156u, 157u, 5000u}) {
+    AddNotifications(Bytes(size, 0xEE)).expectedVerdict = 8;
+  }
+  // Lengths that reach beyond the message and around the end of 32 bits.
+  AddNotifications(BuildNotification({.code = 4098, .statedItem1Size = 0xffffffff})).expectedVerdict = 8;
+  AddNotifications(BuildNotification({.code = 4098, .statedItem2Size = 0xffffffff})).expectedVerdict = 8;
+  AddNotifications(BuildNotification({.code = 4098, .statedItem3Size = 0xffffff64})).expectedVerdict = 8;
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_THAT(State().violationTexts, IsEmpty());
+  EXPECT_EQ(Totals().answered, 11u);
+}
+
+TEST_F(ModuleOnEmulator, TakesAShortVersionReplyForNone) {
+  settings.faults.versionReply = refhost::VersionReply::kShort;
+  Start();
+  ASSERT_TRUE(log->Await("event", "Current driver version=0"));
+}
+
+TEST_F(ModuleOnEmulator, TakesAnEmptyVersionReplyForNone) {
+  settings.faults.versionReply = refhost::VersionReply::kEmpty;
+  Start();
+  ASSERT_TRUE(log->Await("event", "Current driver version=0"));
+}
+
+TEST_F(ModuleOnEmulator, TakesAVersionReplyOfTheDriversOwn) {
+  settings.faults.versionReply = refhost::VersionReply::kReplace;
+  settings.driverVersion = 42;
+  Start();
+  ASSERT_TRUE(log->Await("event", "Current driver version=42"));
+}
+
+TEST_F(ModuleOnEmulator, ReportsASendThatFails) {
+  settings.faults.failSend = refhost::FailingSend{.command = 12};
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_EQ(log->Count("problem", "[wdi,spsp,STDE] info=the driver fails on request"), 1u);
+  EXPECT_EQ(State().spspSwitches, std::nullopt);
+}
+
+TEST_F(ModuleOnEmulator, ReportsASendThatFailsWithNoException) {
+  settings.faults.failSend = refhost::FailingSend{.command = 13, .failure = refhost::SendFailure::kNotAnException};
+  Start();
+  ASSERT_TRUE(log->Await("problem", "[wdi,gdv,OTHE]"));
+  ASSERT_TRUE(log->Await("event", "Current driver version=0"));
+}
+
+TEST_F(ModuleOnEmulator, StopWorkEndsTheConnectionAndANewOneFollows) {
+  live.monitoredObjects.reset();  // no policy, no commits
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  module->StopWork(true);
+  ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
+  EXPECT_FALSE(State().connected);
+  EXPECT_EQ(State().monitored[1].commits, 1u);  // the clearing
+  clock.Advance(kRestartDelay);
+  ASSERT_TRUE(log->Await("event", "Driver Interact Ready.", 2));
+  EXPECT_EQ(State().connects, 2u);
+}
+
+TEST_F(ModuleOnEmulator, AHeldReplyHoldsUpNothingElse) {
+  scenario.threads = 2;
+  auto& held = AddNotifications(BuildNotification({.code = 4098, .processId = 1}));
+  held.holdUntilEnd = true;
+  held.inBackground = true;
+  AddNotifications(BuildNotification({.code = 4098, .processId = 1}), 20);
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  AddStep(refhost::DropStep{});
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_EQ(Totals().answered, 20u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
+  ASSERT_TRUE(log->Await("event", "Driver interact exit."));
+}
+
+}  // namespace
+}  // namespace fenlux::testing
