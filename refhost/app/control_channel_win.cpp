@@ -1,6 +1,6 @@
 // A named pipe whose access list has one entry, the host's own user, and that no other machine can open. The name is
-// taken by making its first instance, so a second host, or somebody who was there before, is noticed; the operator's end
-// in turn looks at who owns the pipe before it says a word.
+// taken by making its first instance, so a second host, or somebody who was there before, is noticed; the operator's
+// end in turn looks at who owns the pipe before it says a word.
 #include "refhost/app/control_channel.h"
 
 #include <windows.h>
@@ -205,10 +205,10 @@ class ControlListener::Body {
     const std::wstring name = PipeName(place);
     const Local<void> descriptor = OwnerOnly();
     SECURITY_ATTRIBUTES attributes{sizeof(attributes), descriptor.get(), FALSE};
-    pipe_ = Handle(::CreateNamedPipeW(
-        name.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE | FILE_FLAG_OVERLAPPED,
-        PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1, kPipeBuffer, kPipeBuffer, 0,
-        &attributes));
+    pipe_ = Handle(::CreateNamedPipeW(name.c_str(),
+                                      PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE | FILE_FLAG_OVERLAPPED,
+                                      PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,
+                                      kPipeBuffer, kPipeBuffer, 0, &attributes));
     if (pipe_.Valid() && stop_.Valid()) return;
     const DWORD error = ::GetLastError();
     if (error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY) {

@@ -1,7 +1,7 @@
 // The command line of fenlux-host; the commands themselves are elsewhere.
 #include <CLI/CLI.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 #include <map>
 #include <string>
 #include <string_view>

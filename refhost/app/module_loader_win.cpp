@@ -15,8 +15,8 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
   // A whole path: a bare name would be searched for in directories that others may write to. What the module needs
   // itself is found beside it, beside this program and in the system's directory.
   const boost::filesystem::path path = boost::filesystem::absolute(file).make_preferred();
-  const HMODULE library = ::LoadLibraryExW(path.c_str(), nullptr,
-                                           LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+  const HMODULE library =
+      ::LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
   const std::string name = NarrowFromWide(path.native());
   if (library == nullptr) throw ModuleLoadError("the module " + name + " cannot be loaded: " + LastErrorText());
   const FARPROC symbol = ::GetProcAddress(library, "init");

@@ -1,5 +1,5 @@
-// An ordinary exit, even the runtime's short one, ends all other threads wherever they are and then runs every library's
-// leave-taking, which waits for ever on a lock that one of them held.
+// An ordinary exit, even the runtime's short one, ends all other threads wherever they are and then runs every
+// library's leave-taking, which waits for ever on a lock that one of them held.
 #include "refhost/app/process_end.h"
 
 #include <windows.h>

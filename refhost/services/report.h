@@ -38,7 +38,11 @@ class Report {
   // An inner report is a vector of one, since it is not complete yet here.
   using Value = std::variant<std::string, bool, double, std::uint64_t, std::vector<std::string>, std::vector<Report>>;
 
-  void Put(std::string name, Value value) { entries_.emplace_back(std::move(name), std::move(value)); }
+  // Made in its place: moving a finished Value there sets off a false alarm of the compiler (maybe-uninitialized).
+  template <typename Held>
+  void Put(std::string name, Held value) {
+    entries_.emplace_back(std::move(name), std::move(value));
+  }
   void AppendJson(std::string& out) const;
   void AppendText(std::string& out, std::size_t indent) const;
 
