@@ -23,6 +23,9 @@ install(TARGETS fenlux fenlux_api EXPORT fenluxTargets
   RUNTIME DESTINATION bin COMPONENT development
   LIBRARY DESTINATION lib COMPONENT development
   ARCHIVE DESTINATION lib COMPONENT development)
+# The runtime that the module and its host share, where the build names one (MinGW).
+install(FILES ${FENLUX_RUNTIME_DLLS} DESTINATION bin COMPONENT development)
+list(TRANSFORM FENLUX_RUNTIME_DLLS REPLACE ".*/" "bin/" OUTPUT_VARIABLE FENLUX_INSTALLED_DLLS)
 install(DIRECTORY src/host DESTINATION include/fenlux COMPONENT development FILES_MATCHING PATTERN "*.h")
 foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h common/mutex.h
         common/thread_annotations.h)
@@ -62,11 +65,14 @@ if(FENLUX_BUILD_REFHOST)
   list(APPEND CPACK_COMPONENTS_ALL host)
 endif()
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/FenluxCPack.cmake)
 set(CPACK_VERBATIM_VARIABLES ON)
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
+  # Both archives unfold into one folder: the reference host beside the module.
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
   set(CPACK_ARCHIVE_DEVELOPMENT_FILE_NAME fenlux-${PROJECT_VERSION}-win64)
   set(CPACK_ARCHIVE_HOST_FILE_NAME fenlux-host-${PROJECT_VERSION}-win64)
 else()

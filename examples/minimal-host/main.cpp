@@ -16,19 +16,18 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <set>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "core/fenlux.h"
 #include "host/host.h"
 #include "kdi/driver_records.h"
 
 #ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN  // the whole of windows.h makes a macro of SetPort
 #include <windows.h>
 #else
 #include <dlfcn.h>
@@ -37,6 +36,7 @@
 namespace agent {
 
 using namespace fenlux;
+using namespace std::chrono_literals;
 namespace fs = boost::filesystem;
 using boost::locale::conv::utf_to_utf;
 using records::Command;
@@ -174,9 +174,7 @@ struct Locale final : CLocale {
   string& TranslateText(string& out, const char* text, const char*, U32) override { return out = text; }
 };
 struct Measurement final : CMeasurement {
-  string& GetResultText(string& out) override {
-    return out = std::to_string(std::chrono::nanoseconds(Clock::now() - start).count()) + " ns";
-  }
+  string& GetResultText(string& out) override { return out = std::to_string((Clock::now() - start) / 1us) + " us"; }
   const Clock::time_point start = Clock::now();
 };
 
@@ -217,7 +215,6 @@ struct KdiRegister final : CRecordFactory, CRecordService {
   Ptr<CKdiRecord>& CreateRecord(Ptr<CKdiRecord>& out) override { return out = make_shared<KdiRecord>(); }
   Ptr<CRecordRegistration> Register(const Ptr<CKdiRecord>&) override { return make_shared<RecordRegistration>(); }
 };
-
 struct NetObject final : CNetObject {
   Ptr<CNetObject>& Release(Ptr<CNetObject>& out, U32) override { return out; }
 };
@@ -313,7 +310,6 @@ struct Judge final : CAoArp {
 
 // Questions about processes, which an agent puts to the operating system; and the maker of port clients.
 struct WinWork final : CWinWork {
-  explicit WinWork(Ptr<StandInDriver> standIn) : driver(std::move(standIn)) {}
   fs::path& SystemPath(fs::path& out, const string& image) override { return out = fs::path("C:\\Windows") / image; }
   U32 QueryProcessValue(U32 processId, U32) override { return processId == kProcess ? 1 : 0xFFFFFFFF; }
   wstring& GetProcessWideText(wstring& out, U32 id, U32) override { return out = id == kProcess ? L"writer.exe" : L""; }
@@ -331,12 +327,11 @@ struct WinWork final : CWinWork {
   Ptr<ProcessIdSet>& GetRunningProcessIds(Ptr<ProcessIdSet>& out, U32) override {
     return out = make_shared<ProcessIdSet>(ProcessIdSet{kProcess});
   }
-  const Ptr<StandInDriver> driver;
+  const Ptr<StandInDriver> driver = make_shared<StandInDriver>();
 };
 
 // The service locator.
 struct Context final : CGlobalContext {
-  explicit Context(Ptr<StandInDriver> driver) : winWork(make_shared<WinWork>(std::move(driver))) {}
   Ptr<CCfg> GetCfg() override { return configuration; }
   Ptr<CLog> GetLog() override { return log; }
   Ptr<CLocale> GetLocale() override { return locale; }
@@ -355,7 +350,8 @@ struct Context final : CGlobalContext {
   const Ptr<Utility> utility = make_shared<Utility>();
   const Ptr<Net> net = make_shared<Net>();
   const Ptr<CRecordService> recordService = make_shared<KdiRegister>();
-  const Ptr<CWinWork> winWork;
+  const Ptr<WinWork> work = make_shared<WinWork>();
+  const Ptr<CWinWork> winWork = work;  // as the contract hands it out, by reference
   const Ptr<RecordMaker> recordMaker = make_shared<RecordMaker>();
   const Ptr<Judge> judge = make_shared<Judge>();
   Ptr<CFenlux> module;
@@ -375,12 +371,12 @@ decltype(&init) LoadModule(const fs::path& file) {
 }
 
 int Run(const fs::path& moduleFile) {
-  const auto driver = make_shared<StandInDriver>();
-  const auto host = make_shared<Context>(driver);
+  const auto host = make_shared<Context>();
+  const auto driver = host->work->driver;
   const Ptr<CGlobalContext> context = host;
   LoadModule(moduleFile)(&context);  // throws what is missing, across the library boundary
   host->module->StartWork();
-  const bool complete = driver->WaitForAll(std::chrono::seconds(10));
+  const bool complete = driver->WaitForAll(10s);
   host->module->StopWork(true);  // the module would connect again in five seconds; the process ends before
   if (!complete) throw std::runtime_error("a request or a verdict is missing after ten seconds");
   for (std::thread& thread : driver->delivery) thread.join();
@@ -390,10 +386,14 @@ int Run(const fs::path& moduleFile) {
 
 }  // namespace agent
 
-int main(int argc, char** argv) try {
-  const auto beside = agent::fs::absolute(argv[0]).parent_path() / MODULE_NAME;
-  return agent::Run(argc > 1 ? agent::fs::absolute(argv[1]) : beside);
-} catch (const std::exception& error) {
-  std::fprintf(stderr, "minimal-host: %s\n", error.what());
-  return 1;
+int main(int argc, char** argv) {
+  int code = 1;
+  try {
+    const auto beside = agent::fs::absolute(argv[0]).parent_path() / MODULE_NAME;
+    code = agent::Run(argc > 1 ? agent::fs::absolute(argv[1]) : beside);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "minimal-host: %s\n", error.what());
+  }
+  std::fflush(stdout);
+  std::_Exit(code);  // the module's threads still run, and nothing that they use may be destroyed before they are gone
 }

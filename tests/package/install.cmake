@@ -13,6 +13,7 @@ foreach(file ${FENLUX_DEVELOPMENT_FILES})
   endif()
 endforeach()
 
+# Where the files of this package may lie.
 set(places "^(include/fenlux/[a-z]+/[a-z_]+\\.h|lib/cmake/fenlux/[A-Za-z-]+\\.cmake|share/doc/fenlux/.*|")
 if(FENLUX_WINDOWS)
   string(APPEND places "bin/[^/]+\\.dll|lib/[^/]+\\.a)$")
@@ -33,3 +34,15 @@ foreach(file ${installed})
     endforeach()
   endif()
 endforeach()
+
+# A DLL whose name begins with "lib" is the compiler's and no system's: it has to come along.
+if(FENLUX_WINDOWS)
+  run(output ${FENLUX_OBJDUMP} -p ${FENLUX_PREFIX}/${FENLUX_LIBRARY})
+  string(REGEX MATCHALL "DLL Name: lib[^ \r\n]+" imports "${output}")
+  list(TRANSFORM imports REPLACE "DLL Name: " "bin/")
+  foreach(file ${imports})
+    if(NOT file IN_LIST installed)
+      message(SEND_ERROR "${file} is needed by the module and not installed")
+    endif()
+  endforeach()
+endif()
