@@ -34,7 +34,7 @@ class ModuleLibrary {
   InitFunction init_ = nullptr;
 };
 
-// The module's library beside this program.
+// The module's library beside this program, or where an installation puts it.
 boost::filesystem::path DefaultModuleLibrary();
 
 }  // namespace fenlux::refhost

@@ -18,6 +18,13 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
   init_ = reinterpret_cast<InitFunction>(symbol);
 }
 
-boost::filesystem::path DefaultModuleLibrary() { return OwnProgramPath().parent_path() / "libfenlux.so"; }
+boost::filesystem::path DefaultModuleLibrary() {
+  const boost::filesystem::path folder = OwnProgramPath().parent_path();
+  const boost::filesystem::path beside = folder / "libfenlux.so";
+  const boost::filesystem::path installed = folder.parent_path() / "lib" / "libfenlux.so";
+  boost::system::error_code error;
+  const bool isInstalled = !boost::filesystem::exists(beside, error) && boost::filesystem::exists(installed, error);
+  return isInstalled ? installed : beside;
+}
 
 }  // namespace fenlux::refhost

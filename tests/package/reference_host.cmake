@@ -1,0 +1,17 @@
+# The reference host, installed with the module, finds it and plays its scripted example from where both lie.
+cmake_minimum_required(VERSION 3.25)
+include(${SETTINGS})
+
+set(folder ${FENLUX_WORK_DIR}/reference-host)
+empty_folder(${folder})
+foreach(component development host)
+  run(output ${CMAKE_COMMAND} --install ${FENLUX_BINARY_DIR} --prefix ${folder} --component ${component})
+endforeach()
+
+program_name(program fenlux-host)
+run(output ${FENLUX_EMULATOR} ${folder}/bin/${program} run --config ${folder}/share/doc/fenlux/examples/scripted.toml)
+foreach(line "Driver Interact Ready\\." "unjudged +none" "protocol_violations +0")
+  if(NOT output MATCHES "${line}")
+    message(SEND_ERROR "the host did not print: ${line}")
+  endif()
+endforeach()
