@@ -262,6 +262,8 @@ Delivery DriverCore::Deliver(AnswerSlot& slot, const std::uint8_t* message, std:
   HoldReply(*port, options);
 
   const auto taken = slot.TakeBack();
+  // Whoever ended the port may not have come to this slot yet.
+  if (port->Ended()) answer.lostFor = stopping_ ? UnjudgedCause::kStopped : UnjudgedCause::kConnectionEnded;
   if (taken) {
     delivery = {Delivery::Outcome::kTaken, 0, *taken};
   } else {

@@ -98,7 +98,7 @@ DriverEmulator& EmulatorTest::Emulator() {
       const std::lock_guard lock(logMutex_);
       logLines_.push_back(line);
     };
-    emulator_ = std::make_unique<DriverEmulator>(settings, scenario, std::move(hooks));
+    emulator_ = std::make_shared<DriverEmulator>(settings, scenario, std::move(hooks));
   }
   return *emulator_;
 }

@@ -70,6 +70,8 @@ class EmulatorTest : public ::testing::Test {
 
   // Makes the emulator from `settings` and `scenario`.
   DriverEmulator& Emulator();
+  // For what outlives the test.
+  const std::shared_ptr<DriverEmulator>& Handle() const { return emulator_; }
   // A port client with everything as it should be, connected and started on demand.
   std::shared_ptr<CPortClient> Made(std::uint32_t clientType = 1);
   std::shared_ptr<CPortClient> Opened(std::uint32_t clientType = 1);
@@ -99,7 +101,7 @@ class EmulatorTest : public ::testing::Test {
   std::mutex logMutex_;
   std::vector<std::string> logLines_;
   std::vector<std::shared_ptr<CPortClient>> ports_;
-  std::unique_ptr<DriverEmulator> emulator_;
+  std::shared_ptr<DriverEmulator> emulator_;
 };
 
 // A notification without items.

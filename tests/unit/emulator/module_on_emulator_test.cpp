@@ -80,7 +80,9 @@ class ModuleOnEmulator : public EmulatorTest {
 
   void TearDown() override {
     EmulatorTest::TearDown();
-    if (module != nullptr) static_cast<void>(new std::shared_ptr<CFenluxImpl>(module));
+    if (module == nullptr) return;
+    static_cast<void>(new std::shared_ptr<CFenluxImpl>(module));
+    EXPECT_TRUE(clock.AwaitParked(kRestartDelay));  // so that the next test does not meet this one's worker
   }
 
   // Makes the host around the emulator, and the module in it, and lets it work.
@@ -92,12 +94,11 @@ class ModuleOnEmulator : public EmulatorTest {
     fixed.clientTypeFlag = clientTypeFlag;
     const auto records = std::make_shared<refhost::RecordRegister>();
     const auto configuration = std::make_shared<refhost::Configuration>(fixed, live, records);
-    auto* emulator = &Emulator();
-    // No port client is made once the test has stopped the emulator: its attempts are parked on the clock for good.
+    Emulator();
     const auto work = std::make_shared<refhost::WorkService>(
         refhost::SystemImages{{"system32\\csrss.exe", "/proc/self/exe"}, {"system32\\services.exe", "/proc/self/exe"}},
-        [emulator](const std::string& name, const std::shared_ptr<CBuf>& context, std::uint32_t largest,
-                   const NotificationHandler& notificationHandler, std::uint32_t value) {
+        [emulator = Handle()](const std::string& name, const std::shared_ptr<CBuf>& context, std::uint32_t largest,
+                              const NotificationHandler& notificationHandler, std::uint32_t value) {
           return emulator->MakePortClient(name, context, largest, notificationHandler, value);
         });
     module = std::make_shared<CFenluxImpl>(std::make_shared<refhost::HostContext>(refhost::HostServices{
@@ -174,7 +175,8 @@ TEST_F(ModuleOnEmulator, AppliesItsPolicyOnEveryConnection) {
   AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kPatience});
   AddStep(refhost::DropStep{});
   AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kPatience});
-  clock.PassAtOnce(100ms);  // the policy worker's polls
+  clock.PassAtOnce(100ms);  // the policy worker's polls,
+  clock.PassAtOnce(1s);     // and its pause where they were in vain
   Start();
   ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
   EXPECT_EQ(State().monitored[1].committed.size(), 1u);
@@ -216,7 +218,6 @@ TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
   add(4113, u"C:\\plain", 0);
   add(4115, u"C:\\plain", 8);
   add(8206, u"C:\\plain", 3);
-  clock.PassAtOnce(100ms);
   clock.PassAtOnce(kRestartDelay, 1);
   Start();
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
