@@ -194,9 +194,15 @@ class Setting {
     if (behaviour.givesEmpty != nullptr) host_.gate().GiveAgain(behaviour.givesEmpty);
   }
 
+  // The operation that threw last in this run; empty where none was to throw.
+  std::string FailedOperation(const Behaviour& behaviour) const {
+    const bool planned = behaviour.alwaysThrows != nullptr || behaviour.throwingCall != 0;
+    return planned ? host_.gate().FailedOperation() : std::string();
+  }
+
   // Only the first reply's making may fail outwards: nothing of the message has been looked at by then.
   void CheckThrown(const Behaviour& behaviour) const {
-    const std::string failed = failedBeforeResult_.value_or(host_.gate().FailedOperation());
+    const std::string failed = failedBeforeResult_.value_or(FailedOperation(behaviour));
     const bool buffer = failed == "CUtility::CreateBuffer" || failed == "CBuf::GetData";
     const bool noBuffer =
         behaviour.givesEmpty != nullptr && std::strcmp(behaviour.givesEmpty, "CUtility::CreateBuffer") == 0;
@@ -226,6 +232,9 @@ class Setting {
     Require(verdict == judged || verdict == kUnjudged, "the verdict is what the decision stands for, or 8");
     Require(verdict == kUnjudged || problems_ == 0, "a judged reply comes without a problem");
     Require(verdict != kUnjudged || judged == kUnjudged || problems_ == 1, "verdict 8 is explained by a line");
+    const std::string failed = FailedOperation(behaviour);
+    const bool lineLost = failed == "CLog::LogDetail" || failed == "CLocale::TranslateText";
+    Require(!lineLost || verdict == judged, "a line that is lost costs no verdict");
     Require(code >= 4097 && code <= 8206 ? true : verdict == kUnjudged, "an unknown code is not judged");
     CheckContext(behaviour, bytes, verdict);
   }

@@ -56,6 +56,7 @@ def main():
     write("huge-item", control(), notification(4098, fields=[(30, "I", 0xFFFFFFFF), (34, "I", 0xFFFFFFFF)], item1=b""))
     write("throwing-call", control(throwing=(9 << 2) | 1), notification(4098, item1=path))
     write("throwing-log", control(always=0x11), notification(4095))
+    write("throwing-detail", control(always=0x02), notification(4098, fields=[(29, "B", 1)]))
     write("empty-record", control(empty=2), notification(4098))
     write("empty-reply", control(empty=1), notification(4098))
     write("measured", control(flags=0x10), notification(8195))
