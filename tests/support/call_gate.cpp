@@ -150,7 +150,10 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
     const std::lock_guard lock(mutex_);
     for (auto planned = failures_.begin(); planned != failures_.end(); ++planned) {
       if (planned->operation.empty() ? left_out_.count(operation) != 0 : planned->operation != operation) continue;
-      if (!planned->always && planned->remaining-- > 0) continue;
+      if (planned->remaining > 0) {
+        --planned->remaining;
+        continue;
+      }
       failure = planned->failure;
       fails = true;
       failed_operation_ = operation;
@@ -237,6 +240,13 @@ void CallGate::FailAt(const std::string& operation, std::size_t n, Failure failu
   const std::lock_guard lock(mutex_);
   failed_operation_.clear();
   failures_.push_back({operation, n - 1, false, failure});
+  SetWatch();
+}
+
+void CallGate::FailFrom(std::size_t n, Failure failure) {
+  const std::lock_guard lock(mutex_);
+  failed_operation_.clear();
+  failures_.push_back({{}, n - 1, true, failure});
   SetWatch();
 }
 

@@ -72,6 +72,8 @@ class CallGate {
   // The n-th call from now on (of the operation, where one is named) throws, once.
   void FailAt(std::size_t n, Failure failure);
   void FailAt(const std::string& operation, std::size_t n, Failure failure);
+  // The n-th call from now on and every one after it throw.
+  void FailFrom(std::size_t n, Failure failure);
   // Every call of the operation throws.
   void FailAlways(const std::string& operation, Failure failure);
   void StopFailing();
@@ -97,8 +99,8 @@ class CallGate {
 
   struct PlannedFailure {
     std::string operation;    // empty: any
-    std::size_t remaining{};  // calls before the failing one; ignored when `always`
-    bool always{};
+    std::size_t remaining{};  // calls before the failing one
+    bool always{};            // the calls after it fail too
     Failure failure{};
   };
 

@@ -588,6 +588,11 @@ class FakeGlobalContext final : public CGlobalContext {
 
 }  // namespace
 
+std::uint32_t OwnRefreshInterval() {
+  static std::atomic<std::uint32_t> next{3'600'000};
+  return next++;
+}
+
 // ---------------------------------------------------------------- buffers
 
 FakeBuf::FakeBuf(std::shared_ptr<HostCore> core, std::size_t size)

@@ -30,6 +30,10 @@ using Bytes = std::vector<std::uint8_t>;
 class FakePortClient;
 class FakeArpRecord;
 
+// An interval that no other host of the process has by default, so that a refresh thread that an earlier test left
+// behind is never taken for one of this host's.
+std::uint32_t OwnRefreshInterval();
+
 // What the host answers. Set before the threads of a test start; atomics also later.
 struct HostSettings {
   // CLocale
@@ -49,7 +53,7 @@ struct HostSettings {
   std::atomic<bool> driver_interface_flag{false};
   std::atomic<bool> cache_bypassed{false};
   std::atomic<bool> identity_text_added{false};
-  std::atomic<std::uint32_t> refresh_interval{3'600'000};
+  std::atomic<std::uint32_t> refresh_interval{OwnRefreshInterval()};  // more than an hour
   std::atomic<bool> client_type_flag{false};
   std::atomic<bool> monitor_object_flag{true};
   // CWinWork

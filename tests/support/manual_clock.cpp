@@ -58,8 +58,11 @@ std::size_t ManualClock::Parked(std::chrono::milliseconds duration) {
 }
 
 std::vector<ManualClock::PauseRecord> ManualClock::Pauses() {
+  std::vector<PauseRecord> shown;
   const std::lock_guard lock(mutex_);
-  return pauses_;
+  std::copy_if(pauses_.begin(), pauses_.end(), std::back_inserter(shown),
+               [](const PauseRecord& pause) { return pause.duration < std::chrono::hours(1); });
+  return shown;
 }
 
 std::chrono::steady_clock::time_point ManualClock::Now() {

@@ -39,7 +39,7 @@ class ManualClock {
   // Blocks until `count` pauses of this duration have begun since Reset, parked or not; false as above.
   bool AwaitPauses(std::chrono::milliseconds duration, std::size_t count);
   std::size_t Parked(std::chrono::milliseconds duration);
-  // Every pause since Reset, in order.
+  // Every pause since Reset, in order, save those of an hour and more: refresh threads beside what is tested.
   std::vector<PauseRecord> Pauses();
 
   // What the module calls.

@@ -11,7 +11,7 @@ class ConnectionWorker : public WorkerTest {
  protected:
   // Attempts that end at once, until `count` of them are over since the start of the test.
   void RunAttempts(std::size_t count) {
-    if (clock().Pauses().empty()) StartConnectionWorker();
+    if (!std::exchange(started_, true)) StartConnectionWorker();
     for (;;) {
       ASSERT_TRUE(clock().AwaitParked(5s));
       if (Attempts() >= count) return;
@@ -25,6 +25,9 @@ class ConnectionWorker : public WorkerTest {
     for (const auto& pause : clock().Pauses()) attempts += pause.duration == 5s ? 1 : 0;
     return attempts;
   }
+
+ private:
+  bool started_ = false;
 };
 
 class ConnectionWorkerFailure : public ConnectionWorker, public ::testing::WithParamInterface<Failure> {};

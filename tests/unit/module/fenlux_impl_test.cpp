@@ -284,7 +284,7 @@ TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenWhereItStartsNothing)
 TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenGoesOn) {
   for (const Failure failure : kAllFailures) {
     impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
-    clock().Reset();
+    ResetClock();
     Connect();
     gate().FailAt("CPortClient::Send", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { impl->StopWork(true); }));

@@ -105,8 +105,14 @@ class ModuleTest : public ::testing::Test {
 
   // Waits until the refresh thread that was just started has come to its pause, and forgets what happened so far.
   void Settle() const {
-    EXPECT_TRUE(clock().AwaitParked(std::chrono::milliseconds(settings().refresh_interval)));
+    EXPECT_TRUE(clock().AwaitPauses(std::chrono::milliseconds(settings().refresh_interval), ++settled_));
     Forget();
+  }
+
+  // For a test that begins anew in a loop.
+  void ResetClock() const {
+    clock().Reset();
+    settled_ = 0;
   }
 
   void Forget() const {
@@ -120,6 +126,9 @@ class ModuleTest : public ::testing::Test {
   Lines Logged() const { return gate().EntriesOf({"CLog::", "CUtility::WriteLog"}); }
 
   FakeHost host;
+
+ private:
+  mutable std::size_t settled_ = 0;
 };
 
 // Every line that the module writes at "problem" level carries this code.

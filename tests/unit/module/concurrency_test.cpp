@@ -1,0 +1,245 @@
+// Several threads at once: what each of them is promised, and, under the thread sanitizer, that no data race is in it.
+#include <boost/thread/barrier.hpp>
+
+#include "tests/unit/module/notification_test.h"
+#include "tests/unit/module/worker_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+// Runs the bodies on threads of their own that begin together, and waits for all of them.
+void RunTogether(std::vector<std::function<void()>> bodies) {
+  boost::barrier start(static_cast<unsigned>(bodies.size()));
+  std::vector<std::thread> threads;
+  for (auto& body : bodies) {
+    threads.emplace_back([&start, body = std::move(body)] {
+      start.wait();
+      body();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+class Concurrency : public ModuleTest {
+ protected:
+  Concurrency() { settings().recorded_request_bytes = 64; }
+};
+
+}  // namespace
+
+TEST_F(Concurrency, MonitorBatchesNeverMixAndNothingIsLostOrSentTwice) {
+  constexpr int kPerThread = 100;
+  const auto interact = ReadyInteract();
+  std::vector<std::function<void()>> bodies;
+  for (int thread = 0; thread < 3; ++thread) {
+    bodies.emplace_back([&, thread] {
+      for (int i = 0; i < kPerThread; ++i) {
+        const std::string path = "/no/" + std::to_string(thread) + "-" + std::to_string(i);
+        interact->AddMonitorObject(false, path.c_str(), 1 + i % 3);
+        if (i % 7 == 0) interact->SendMonitorObjects(1 + i % 3);
+      }
+    });
+  }
+  RunTogether(std::move(bodies));
+  interact->SendMonitorObjects(1);
+  interact->SendMonitorObjects(3);
+
+  std::set<std::string> added;
+  std::uint8_t batch = 0;
+  for (const SentRequest& request : host.Requests()) {
+    const std::uint8_t type = request.bytes.at(12);
+    if (batch != 0) {
+      EXPECT_EQ(type, batch) << "a request of another batch in between";
+    }
+    batch = request.command == 3 ? std::uint8_t{0} : type;
+    if (request.command != 1) continue;
+    std::string path;
+    for (std::size_t i = 25; i < 63 && request.bytes[i] != 0; i += 2) path += static_cast<char>(request.bytes[i]);
+    EXPECT_TRUE(added.insert(path).second) << path << " was sent twice";
+  }
+  EXPECT_EQ(added.size(), 3u * kPerThread);
+}
+
+TEST_F(Concurrency, ListsAreClearedFilledAndSentFromManyThreads) {
+  const auto interact = ReadyInteract();
+  std::vector<std::function<void()>> bodies;
+  for (int type = 1; type <= 3; ++type) {
+    bodies.emplace_back([&, type] {
+      for (int i = 0; i < 100; ++i) interact->AddMonitorObject(false, "/a", type);
+    });
+    bodies.emplace_back([&, type] {
+      for (int i = 0; i < 30; ++i) interact->SendMonitorObjects(type);
+    });
+    bodies.emplace_back([&, type] {
+      for (int i = 0; i < 30; ++i) interact->ClearMonitorObjects(type);
+    });
+  }
+  bodies.emplace_back([&] { interact->StopInteract(); });
+  RunTogether(std::move(bodies));
+  EXPECT_TRUE(interact->ClearMonitorObjects(1));
+  EXPECT_TRUE(interact->ClearMonitorObjects(3));
+  Forget();
+  interact->SendMonitorObjects(1);
+  interact->SendMonitorObjects(3);
+  EXPECT_EQ(host.RequestsOf(1).size(), 0u);
+  EXPECT_EQ(host.RequestsOf(3).size(), 2u);
+}
+
+TEST_F(Concurrency, NotificationsAreAnsweredWhileTheCacheIsRefreshedAndTheInterfaceStopped) {
+  constexpr int kPerThread = 300;
+  settings().running = [] { return std::set<std::uint64_t>{1, 2, 3, 4}; };
+  settings().identity_text_added = true;
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+  const auto interact = ReadyInteract();
+  gate().SetJournal(false);
+  settings().records_kept = false;
+  std::atomic<int> answered{0};
+  const auto deliver = [&](int thread) {
+    const auto client = host.PortClient();
+    for (int i = 0; i < kPerThread; ++i) {
+      const auto reply = client->Deliver(NotificationBuilder(4097, static_cast<std::uint64_t>((i + thread) % 8))
+                                             .Item1(u"/p")
+                                             .Item2(u"/q")
+                                             .IdentityPresent(1)
+                                             .Build());
+      if (reply && BytesOf(reply).at(12) == 2) ++answered;
+    }
+  };
+  // A second start makes passes on threads of the test as well as on the refresh thread.
+  RunTogether({[&] { deliver(0); }, [&] { deliver(1); }, [&] { deliver(2); },
+               [&] {
+                 for (int i = 0; i < 50; ++i) clock().Advance(std::chrono::hours(1));
+               },
+               [&] {
+                 for (int i = 0; i < 50; ++i) interact->GetDriverVersion();
+               },
+               [&] { interact->StopInteract(); }});
+  EXPECT_EQ(answered, 3 * kPerThread);
+}
+
+TEST_F(Concurrency, LookUpsAndPassesShareTheCache) {
+  settings().running = [] { return std::set<std::uint64_t>{0, 1, 2, 3, 4, 5}; };
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+  info->RefreshAll();
+  gate().SetJournal(false);
+  std::atomic<bool> wrong{false};
+  const auto lookUp = [&] {
+    for (std::uint32_t i = 0; i < 500; ++i) {
+      const auto record = info->GetProcessInfo(i % 10);
+      if (!record || record->narrowInfo != "narrow-" + std::to_string(i % 10)) wrong = true;
+    }
+  };
+  const auto refresh = [&] {
+    for (int i = 0; i < 50; ++i) info->RefreshAll();
+  };
+  RunTogether({lookUp, lookUp, refresh, refresh, [&] {
+                 for (int i = 0; i < 50; ++i) {
+                   settings().cache_bypassed = i % 2 == 0;
+                   std::this_thread::yield();
+                 }
+               }});
+  EXPECT_FALSE(wrong);
+}
+
+TEST_F(Concurrency, AStopFromAnyThreadAtAnyTimeEndsTheRun) {
+  settings().wait_blocks = true;
+  for (int round = 0; round < 100; ++round) {
+    const auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    RunTogether({[&] { interact->RunDriverConnection(); },
+                 [&] {
+                   for (int i = 0; i < round % 10; ++i) std::this_thread::yield();
+                   interact->StopInteract();
+                 },
+                 [&] { interact->Shutdown(); }});
+    EXPECT_TRUE(interact->IsStopRequested());
+    EXPECT_EQ(gate().Count("CRecordRegistration::Withdraw"), 1u);
+    EXPECT_EQ(gate().Count("CNetObject::Release"), 1u);
+    Forget();
+  }
+}
+
+TEST_F(Concurrency, TheHandlerOutlivesTheInterfaceUnderLoad) {
+  for (int round = 0; round < 30; ++round) {
+    auto interact = ReadyInteract();
+    const auto client = host.PortClient();
+    RunTogether({[&] {
+                   for (int i = 0; i < 20; ++i) client->Deliver(NotificationBuilder(4098).Build());
+                 },
+                 [&] { interact.reset(); }});
+    EXPECT_FALSE(client->Deliver(NotificationBuilder(4098).Build()));
+  }
+}
+
+TEST_F(Concurrency, RequestsOfManyThreadsAreWhole) {
+  const auto interact = ReadyInteract();
+  RunTogether({[&] {
+                 for (int i = 0; i < 50; ++i) interact->SetGrspSwitch(true, 1);
+               },
+               [&] {
+                 for (int i = 0; i < 50; ++i) interact->SetGrdtoValue(true, 0x01010101);
+               },
+               [&] {
+                 for (int i = 0; i < 50; ++i) interact->RegisterSystemProcess(2, 7);
+               },
+               [&] {
+                 for (int i = 0; i < 50; ++i) interact->RegisterSystemProcess(3, 8);
+               },
+               [&] {
+                 for (int i = 0; i < 50; ++i) interact->SetSpspState(0);
+               }});
+  EXPECT_EQ(host.RequestsOf(6).size(), 50u);
+  EXPECT_EQ(host.RequestsOf(8).size(), 50u);
+  EXPECT_EQ(host.RequestsOf(12).size(), 50u);
+  for (const SentRequest& request : host.RequestsOf(20)) {
+    EXPECT_EQ(request.bytes.at(16), request.bytes.at(12) == 2 ? 7 : 8);
+  }
+}
+
+namespace {
+class ModuleConcurrency : public WorkerTest {};
+}  // namespace
+
+TEST_F(ModuleConcurrency, TheHostMayDriveTheModuleFromManyThreads) {
+  settings().recorded_request_bytes = 16;
+  settings().wait_blocks = true;
+  clock().PassAtOnce(100ms);
+  impl->StartWork();
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  std::atomic<int> ended{0};
+  RunTogether({[&] {
+                 for (int i = 0; i < 20; ++i) {
+                   // More than once where the stop was for the interface before.
+                   while (clock().Parked(5s) == 0) {
+                     impl->StopWork(i % 2 == 0);
+                     std::this_thread::yield();
+                   }
+                   clock().Advance(5s);
+                 }
+                 ++ended;
+               },
+               [&] {
+                 for (int i = 0; i < 200; ++i) impl->NotifyPolicyChanged();
+                 ++ended;
+               },
+               [&] {
+                 for (int i = 0; i < 200; ++i) {
+                   const auto interact = impl->GetDriverInteract();
+                   if (interact) interact->SetGrdtoValue(true, 1);
+                   try {
+                     EXPECT_EQ(impl->GetDriverPortValue(), 77u);
+                   } catch (const std::runtime_error& error) {
+                     EXPECT_STREQ(error.what(), "DCI,Driver Interact NOT ready.");
+                   }
+                 }
+                 ++ended;
+               },
+               [&] {
+                 for (int i = 0; i < 200; ++i) EXPECT_EQ(impl->Translate("text"), "text");
+                 ++ended;
+               }});
+  EXPECT_EQ(ended, 4);
+  // Left behind: a connection that stands.
+  while (!impl->GetDriverInteract()) std::this_thread::yield();
+}
+
+}  // namespace fenlux::testing

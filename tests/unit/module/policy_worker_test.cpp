@@ -1,0 +1,425 @@
+// The policy worker: its polls, the policy's way to the driver, its one wait and its pause after a failure.
+#include "tests/unit/module/worker_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+const std::string kNotReady = Problem("[DCI,rc,STDE] info=DCI,DI not ready.");
+constexpr char kLastCall[] = "CPortClient::Send(24, no reply, true)";
+
+class PolicyWorker : public WorkerTest {
+ protected:
+  // A module whose connection stands and whose policy worker has applied the policy once.
+  void ApplyOnce() {
+    Connect();
+    StartPolicyWorker();
+    ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  }
+
+  // Has the policy applied once more: notified until the worker has begun, and not any longer.
+  void ApplyAgain() {
+    const auto begun = std::make_shared<Turnstile>();
+    const std::size_t applied = gate().Count(kLastCall);
+    gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+    while (begun->Arrivals() == 0) {
+      impl->NotifyPolicyChanged();
+      std::this_thread::yield();
+    }
+    gate().NoHook("CCfgEx::GetMonitorPolicy");
+    begun->Open();
+    ASSERT_TRUE(gate().AwaitCount(kLastCall, applied + 1));
+  }
+
+  static std::string Report(Failure failure) {
+    return failure == Failure::kInt ? "[DCI,rc,OTHE]" : "[DCI,rc,STDE] info=" + MessageOf(failure);
+  }
+  static std::string Missing(const boost::filesystem::path& path) {
+    return Problem("[dci,trc][Skip]Monitor object NOT exist. [obj]=" + path.string());
+  }
+  static std::string NoDirectory(const boost::filesystem::path& path) {
+    return Problem("[dci,trc][Skip]Object is NOT directory(Only accept monitor dir).[Object]=" + path.string());
+  }
+
+  const Lines kDumpAndConfig{"CUtility::CreateBuffer(true, 65561, false)",
+                             "CPortClient::Send(11, no reply, true)",
+                             Translation("Please use Dbgview to get result."),
+                             "CUtility::CreateBuffer(true, 65561, false)",
+                             "CCfgEx::GetDriverConfigBlock()",
+                             kLastCall};
+  const Lines kCommit{"CUtility::CreateBuffer(true, 65561, false)", "CPortClient::Send(3, no reply, true)"};
+};
+
+class PolicyWorkerFailure : public PolicyWorker, public ::testing::WithParamInterface<Failure> {};
+
+Lines Joined(std::initializer_list<Lines> parts) {
+  Lines all;
+  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- polls
+
+TEST_F(PolicyWorker, WithoutADriverThereIsOneReportPer600Polls) {
+  clock().PassAtOnce(100ms);
+  StartPolicyWorker();
+  for (std::size_t round = 1; round <= 3; ++round) {
+    ASSERT_TRUE(clock().AwaitParked(1s));
+    EXPECT_EQ(gate().Entries(), Lines(round, kNotReady));
+    EXPECT_EQ(clock().Pauses().size(), round * 601);
+    EXPECT_EQ(clock().Pauses().back(), (ManualClock::PauseRecord{ManualClock::Kind::kPause, 1s}));
+    clock().Advance(1s);
+  }
+  ASSERT_TRUE(clock().AwaitParked(1s));
+}
+
+TEST_F(PolicyWorker, A600thPollThatFindsTheDriverIsInTime) {
+  clock().PassAtOnce(100ms, 599);
+  StartPolicyWorker();
+  ASSERT_TRUE(clock().AwaitParked(100ms));  // in the pause behind the 600th poll
+  EXPECT_TRUE(Logged().empty());
+  EXPECT_EQ(clock().Pauses().size(), 600u);
+  clock().Advance(100ms);
+  ASSERT_TRUE(clock().AwaitParked(1s)) << "no 601st poll";
+  EXPECT_EQ(Logged(), Lines{kNotReady});
+}
+
+TEST_F(PolicyWorker, AFoundDriverSetsTheCountBack) {
+  clock().PassAtOnce(100ms, 500);
+  StartPolicyWorker();
+  ASSERT_TRUE(clock().AwaitParked(100ms));
+  settings().wait_blocks = true;
+  StartConnectionWorker();
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  clock().Advance(100ms);
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  clock().PassAtOnce(100ms);
+  impl->StopWork(false);
+  ASSERT_TRUE(clock().AwaitParked(5s));
+  while (clock().Parked(1s) == 0) {
+    impl->NotifyPolicyChanged();  // the worker may not have come to its wait before the connection ended
+    std::this_thread::yield();
+  }
+  std::size_t polls = 0;
+  for (const auto& pause : clock().Pauses()) polls += pause.duration == 100ms ? 1 : 0;
+  EXPECT_EQ(polls, 501u + 600u);
+  EXPECT_EQ(gate().Count(kNotReady), 1u);
+}
+
+TEST_F(PolicyWorker, ADriverThatIsStoppedIsNotReady) {
+  Connect();
+  impl->GetDriverInteract()->StopInteract();
+  StartPolicyWorker();
+  ASSERT_TRUE(clock().AwaitParked(100ms));
+  EXPECT_EQ(gate().Count("CCfgEx::GetMonitorPolicy"), 0u);
+}
+
+// ---------------------------------------------------------------- the policy
+
+TEST_F(PolicyWorker, EveryDirectoryIsAddedAndAllAreSentTogether) {
+  const TemporaryDirectory directory;
+  const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
+  host.SetPolicy({one, two});
+  ApplyOnce();
+  const std::string a = one.string(), b = two.string();
+  const std::string rootA = one.root_name().string(), rootB = two.root_name().string();
+  EXPECT_EQ(Calls(),
+            Joined({{"CCfgEx::GetMonitorPolicy()", "CPolicyObject::GetMonitorPath()", "CUtility::TestPath(" + a + ")",
+                     "CUtility::ToNarrowString(" + a + ")", "CUtility::ToWideString(" + a + ")",
+                     "CPolicyObject::GetMonitorPath()", "CUtility::TestPath(" + b + ")",
+                     "CUtility::ToNarrowString(" + b + ")", "CUtility::ToWideString(" + b + ")"},
+                    {"CUtility::CreateBuffer(true, 65561, false)", "CUtility::TestPath(" + a + ")",
+                     "CUtility::CopyToField(8, " + rootA + ")", "CUtility::CopyToField(65536, " + a + ")",
+                     "CPortClient::Send(1, no reply, true)", "CUtility::ToNarrowString(" + a + ")",
+                     "CUtility::CreateBuffer(true, 65561, false)", "CUtility::TestPath(" + b + ")",
+                     "CUtility::CopyToField(8, " + rootB + ")", "CUtility::CopyToField(65536, " + b + ")",
+                     "CPortClient::Send(1, no reply, true)", "CUtility::ToNarrowString(" + b + ")"},
+                    kCommit,
+                    {Translation("[Add Monitor OK!][obj path]="), Event("[Add Monitor OK!][obj path]=" + a),
+                     Event("[Add Monitor OK!][obj path]=" + b)},
+                    kDumpAndConfig}));
+}
+
+TEST_F(PolicyWorker, ObjectsCarryTheModulesObjectType) {
+  for (const bool flag : {true, false}) {
+    settings().monitor_object_flag = flag;
+    impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+    const TemporaryDirectory directory;
+    host.SetPolicy({directory.path()});
+    ResetClock();
+    ApplyOnce();
+    const auto added = host.RequestsOf(1), committed = host.RequestsOf(3);
+    ASSERT_EQ(added.size(), 1u);
+    ASSERT_EQ(committed.size(), 1u);
+    EXPECT_EQ(added[0].bytes.at(12), flag ? 1 : 2);
+    EXPECT_EQ(committed[0].bytes.at(12), flag ? 1 : 2);
+  }
+}
+
+TEST_F(PolicyWorker, AnEmptyListIsSaidAndStillCommittedDumpedAndConfigured) {
+  ApplyOnce();
+  EXPECT_EQ(Calls(), Joined({{"CCfgEx::GetMonitorPolicy()", "CGlobalContext::GetLocale()",
+                              Translation("[dci,trc]Monitor policy is empty-1."),
+                              "CLog::LogNotice(0x10003, [dci,trc]Monitor policy is empty-1.)"},
+                             kCommit,
+                             kDumpAndConfig}));
+}
+
+TEST_F(PolicyWorker, AnEmptyHandleIsSaidAndOnlyConfigured) {
+  gate().GiveEmpty("CCfgEx::GetMonitorPolicy");
+  ApplyOnce();
+  EXPECT_EQ(Calls(),
+            (Lines{"CCfgEx::GetMonitorPolicy()", "CGlobalContext::GetLocale()",
+                   Translation("[Driver]Monitor policy is empty-2."),
+                   "CLog::LogNotice(0x10003, [Driver]Monitor policy is empty-2.)",
+                   "CUtility::CreateBuffer(true, 65561, false)", "CCfgEx::GetDriverConfigBlock()", kLastCall}));
+}
+
+TEST_F(PolicyWorker, MissingPathsAndFilesAreSkippedAndTheOthersAreNot) {
+  const TemporaryDirectory directory;
+  const auto missing = directory.path() / "missing", file = directory.MakeFile("file"),
+             last = directory.MakeDirectory("last"), below = file / "below";
+  host.SetPolicy({missing, file, below, last});
+  ApplyOnce();
+  EXPECT_EQ(Logged(), (Lines{Missing(missing), NoDirectory(file), Missing(below),
+                             Event("[Add Monitor OK!][obj path]=" + last.string())}));
+  EXPECT_EQ(host.RequestsOf(1).size(), 1u);
+  EXPECT_EQ(gate().Count("CUtility::TestPath(" + missing.string() + ")"), 0u) << "what is missing is not tested";
+}
+
+TEST_F(PolicyWorker, TheDirectoryTestIsTheHosts) {
+  const TemporaryDirectory directory;
+  const auto refused = directory.MakeDirectory("refused"), accepted = directory.MakeFile("accepted");
+  settings().test_path = [accepted](const boost::filesystem::path& path) { return path == accepted; };
+  host.SetPolicy({refused, accepted});
+  ApplyOnce();
+  EXPECT_EQ(Logged(), (Lines{NoDirectory(refused), Event("[Add Monitor OK!][obj path]=" + accepted.string())}));
+}
+
+TEST_F(PolicyWorker, TheSkipLinesAreTranslatedBeforeThePathIsAppended) {
+  const TemporaryDirectory directory;
+  const auto missing = directory.path() / "missing", file = directory.MakeFile("file");
+  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  host.SetPolicy({missing, file});
+  ApplyOnce();
+  EXPECT_EQ(
+      gate().EntriesOf({"CLog::LogProblem"}),
+      (Lines{Problem("<[dci,trc][Skip]Monitor object NOT exist. [obj]=>" + missing.string()),
+             Problem("<[dci,trc][Skip]Object is NOT directory(Only accept monitor dir).[Object]=>" + file.string())}));
+}
+
+TEST_F(PolicyWorker, WithoutALocaleServiceTheLinesAreUntranslated) {
+  Connect();
+  gate().GiveEmpty("CGlobalContext::GetLocale");
+  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  StartPolicyWorker();
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  EXPECT_EQ(Logged(), Lines{"CLog::LogNotice(0x10003, [dci,trc]Monitor policy is empty-1.)"});
+}
+
+TEST_F(PolicyWorker, ANullPolicyObjectIsPassedOver) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({std::nullopt, directory.path(), std::nullopt});
+  ApplyOnce();
+  EXPECT_EQ(Logged(), Lines{Event("[Add Monitor OK!][obj path]=" + directory.path().string())});
+}
+
+TEST_F(PolicyWorker, NonAsciiDirectoriesArriveUnchanged) {
+  const TemporaryDirectory directory;
+#if defined(_WIN32)
+  const boost::filesystem::path named = directory.path() / L"\u00E9\u20AC";
+#else
+  const boost::filesystem::path named = directory.path() / "\xC3\xA9\xE2\x82\xAC";
+#endif
+  boost::filesystem::create_directories(named);
+  host.SetPolicy({named});
+  ApplyOnce();
+  const auto added = host.RequestsOf(1);
+  ASSERT_EQ(added.size(), 1u);
+  const Bytes tail = Utf16(u"\u00E9\u20AC");
+  const Bytes& bytes = added[0].bytes;
+  EXPECT_NE(std::search(bytes.begin() + 25, bytes.end(), tail.begin(), tail.end()), bytes.end());
+}
+
+TEST_F(PolicyWorker, AFailedSendingOfAnObjectEndsNothing) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({directory.path()});
+  Connect();
+  gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
+  StartPolicyWorker();
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdpm]Add Monitor All Failed!")});
+}
+
+// ---------------------------------------------------------------- waking up
+
+TEST_F(PolicyWorker, AChangedPolicyIsAppliedWhenTheHostSaysSo) {
+  const TemporaryDirectory directory;
+  const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
+  host.SetPolicy({one});
+  ApplyOnce();
+  host.SetPolicy({two});
+  Forget();
+  ApplyAgain();
+  EXPECT_EQ(Logged(), Lines{Event("[Add Monitor OK!][obj path]=" + two.string())});
+  Forget();
+  ApplyAgain();
+  EXPECT_EQ(gate().Count("CCfgEx::GetMonitorPolicy"), 1u);
+}
+
+TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({directory.path()});
+  ApplyOnce();
+  impl->StopWork(false);
+  ASSERT_TRUE(clock().AwaitParked(5s));
+  // The end of the attempt wakes the policy worker; where it was not waiting yet, the host has to.
+  while (clock().Parked(100ms) == 0) {
+    impl->NotifyPolicyChanged();
+    std::this_thread::yield();
+  }
+  Forget();
+  clock().Advance(5s);
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  while (gate().Count(kLastCall) == 0) clock().Advance(100ms);
+  EXPECT_EQ(host.RequestsOf(1).size(), 1u);
+}
+
+TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({directory.path()});
+  Connect();
+  bool reached = false;
+  gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] {
+    std::thread([&] {
+      impl->NotifyPolicyChanged();
+      impl->GetDriverInteract();
+    }).join();
+    reached = true;
+  });
+  StartPolicyWorker();
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  EXPECT_TRUE(reached);
+}
+
+TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
+  Connect();
+  const auto applying = std::make_shared<Turnstile>();
+  gate().OnCall("CCfgEx::GetMonitorPolicy", [applying] { applying->Pass(); });
+  StartPolicyWorker();
+  ASSERT_TRUE(applying->AwaitArrivals(1));
+  std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
+  gate().NoHook("CCfgEx::GetMonitorPolicy");
+  impl->StopWork(false);
+  ASSERT_TRUE(clock().AwaitParked(5s));
+  clock().Advance(5s);
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  EXPECT_FALSE(first.expired()) << "replaced, but still being used";
+  applying->Open();
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+}
+
+// ---------------------------------------------------------------- failures
+
+TEST_P(PolicyWorkerFailure, OfAPassIsReportedAndThePolicyAppliedAgainASecondLater) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({directory.path()});
+  struct Case {
+    const char* operation;
+    std::size_t n;
+  };
+  // Calls of a pass that nothing inside the pass guards. The first ToNarrowString is the policy worker's own.
+  const Case cases[] = {{"CCfgEx::GetMonitorPolicy", 1},
+                        {"CPolicyObject::GetMonitorPath", 1},
+                        {"CUtility::TestPath", 1},
+                        {"CUtility::ToNarrowString", 1},
+                        {"CUtility::ToWideString", 1},
+                        {"CCfgEx::GetDriverConfigBlock", 1},
+                        {"CPortClient::Send", 3 /*11*/},
+                        {"CPortClient::Send", 4 /*24*/},
+                        {"CLocale::TranslateText", 2 /*the dump's advice*/}};
+  for (const Case& one : cases) {
+    impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+    ResetClock();
+    Connect();
+    gate().FailAt(one.operation, one.n, GetParam());
+    StartPolicyWorker();
+    ASSERT_TRUE(clock().AwaitParked(1s)) << one.operation;
+    EXPECT_EQ(gate().FailedOperation(), one.operation);
+    EXPECT_EQ(gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(Report(GetParam()))}) << one.operation;
+    Forget();
+    clock().Advance(1s);
+    ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+    EXPECT_EQ(host.RequestsOf(1).size(), 1u) << one.operation;
+  }
+}
+
+TEST_P(PolicyWorkerFailure, OfAnObjectLeavesTheOthersOutOfThePass) {
+  const TemporaryDirectory directory;
+  const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
+  host.SetPolicy({one, two});
+  Connect();
+  gate().FailAt("CUtility::TestPath", 2, GetParam());
+  StartPolicyWorker();
+  ASSERT_TRUE(clock().AwaitParked(1s));
+  EXPECT_TRUE(host.Requests().empty()) << "nothing is sent in such a pass";
+  clock().Advance(1s);
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  EXPECT_EQ(host.RequestsOf(1).size(), 3u) << "the object that was queued in the failed pass, and both of the next";
+}
+
+TEST_P(PolicyWorkerFailure, OfTheReportIsSurvived) {
+  clock().PassAtOnce(100ms);
+  gate().FailAlways("CLog::LogProblem", GetParam());
+  StartPolicyWorker();
+  for (std::size_t round = 1; round <= 3; ++round) {
+    ASSERT_TRUE(clock().AwaitParked(1s));
+    EXPECT_EQ(gate().Count("CLog::LogProblem"), round);
+    clock().Advance(1s);
+  }
+  ASSERT_TRUE(clock().AwaitParked(1s));
+}
+
+TEST_P(PolicyWorkerFailure, OfASkipLineEndsThePass) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({directory.path() / "missing"});
+  Connect();
+  gate().FailAt("CLog::LogProblem", 1, GetParam());
+  StartPolicyWorker();
+  ASSERT_TRUE(clock().AwaitParked(1s));
+  EXPECT_EQ(gate().EntriesOf({"CLog::LogProblem"}),
+            (Lines{Missing(directory.path() / "missing"), Problem(Report(GetParam()))}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Failures, PolicyWorkerFailure, ::testing::ValuesIn(kAllFailures));
+
+TEST_F(PolicyWorker, APathWhoseStatusCannotBeReadEndsThePassAndIsTriedAgainEverySecond) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "a link that leads to itself cannot be made without privileges here";
+#endif
+  const TemporaryDirectory directory;
+  const auto loop = directory.path() / "loop", good = directory.MakeDirectory("good");
+  boost::filesystem::create_symlink(loop, loop);
+  std::string message;
+  try {
+    boost::filesystem::status(loop);
+  } catch (const boost::filesystem::filesystem_error& error) {
+    message = error.what();
+  }
+  ASSERT_FALSE(message.empty()) << "the path library has to throw for such a path";
+  host.SetPolicy({loop, good});
+  Connect();
+  StartPolicyWorker();
+  for (std::size_t round = 1; round <= 3; ++round) {
+    if (round > 1) clock().Advance(1s);
+    ASSERT_TRUE(clock().AwaitParked(1s));
+    EXPECT_EQ(Logged(), Lines(round, Problem("[DCI,rc,STDE] info=" + message)));
+    EXPECT_TRUE(host.Requests().empty());
+  }
+  boost::filesystem::remove(loop);
+  clock().Advance(1s);
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1)) << "readable again";
+}
+
+}  // namespace fenlux::testing
