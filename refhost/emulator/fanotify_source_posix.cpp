@@ -33,6 +33,8 @@
 namespace fenlux::refhost {
 namespace {
 
+constexpr std::size_t kMostLines = 20;  // of the log, for one change of the watched directories
+
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
 class Descriptor {
@@ -117,6 +119,7 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   void LetThrough(int event, UnjudgedCause cause) noexcept;
   // Empties the kernel's queue, letting everything through.
   void Drain();
+  void LogEach(EmulatorLogLevel level, const std::string& text, const std::vector<std::string>& lines);
 
   const std::shared_ptr<DriverCore> core_;
   const KernelEventSettings settings_;
@@ -140,7 +143,9 @@ class FanotifySource::Reader final : public AnswerRelease {
   void Run() {
     pollfd polled[] = {{source_.group_.Number(), POLLIN, 0}, {source_.wake_.Number(), POLLIN, 0}};
     while (!source_.stopping_) {
-      if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR) return;
+      // Without memory for waiting, it looks again in a moment: whoever stands still in the kernel needs its reader.
+      if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR)
+        source_.core_->Sleep(std::chrono::milliseconds(1));
       fanotify_event_metadata event{};
       if (!source_.stopping_ && source_.ReadEvent(event)) Handle(event);
     }
@@ -234,9 +239,16 @@ void FanotifySource::Watch(std::uint64_t revision, const std::vector<std::string
     if (settings_.followPolicy) wanted.insert(wanted.end(), directories.begin(), directories.end());
     change = marks_.Set(wanted);
   }
-  for (const std::string& line : change.refused) core_->Log(EmulatorLogLevel::kWarning, "Not watched: " + line + ".");
-  for (const std::string& line : change.removed) core_->Log(EmulatorLogLevel::kDetail, "Watched no longer: " + line);
-  for (const std::string& line : change.added) core_->Log(EmulatorLogLevel::kDetail, "Watched: " + line);
+  LogEach(EmulatorLogLevel::kWarning, "Not watched: ", change.refused);
+  LogEach(EmulatorLogLevel::kDetail, "Watched no longer: ", change.removed);
+  LogEach(EmulatorLogLevel::kDetail, "Watched: ", change.added);
+}
+
+// A policy of thousands of directories must not fill the log.
+void FanotifySource::LogEach(EmulatorLogLevel level, const std::string& text, const std::vector<std::string>& lines) {
+  const std::size_t shown = std::min(lines.size(), kMostLines);
+  for (std::size_t i = 0; i < shown; ++i) core_->Log(level, text + lines[i]);
+  if (shown < lines.size()) core_->Log(level, text + std::to_string(lines.size() - shown) + " more");
 }
 
 void FanotifySource::OnWatchdog() {
