@@ -81,7 +81,8 @@ class ModuleOnEmulator : public EmulatorTest {
   void TearDown() override {
     EmulatorTest::TearDown();
     if (module == nullptr) return;
-    static_cast<void>(new std::shared_ptr<CFenluxImpl>(module));
+    static auto& leftBehind = *new std::vector<std::shared_ptr<CFenluxImpl>>();
+    leftBehind.push_back(module);
     EXPECT_TRUE(clock.AwaitParked(kRestartDelay));  // so that the next test does not meet this one's worker
   }
 
