@@ -24,11 +24,16 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   config.start.log = ReadLogSettings(root.Table("log"));
   config.start.module = ReadFixedSettings(root);
   config.start.control = ReadControlSettings(root.Table("control"));
+  config.start.driver = ReadDriverSettings(root.Table("driver"));
   config.start.systemImages = ReadSystemImages(root.Table("system_images"));
   config.reloadable.module = ReadLiveSettings(root);
   config.reloadable.rules = ReadRules(root.Table("judging"));
   config.reloadable.translations = ReadTranslations(root.Table("translations"));
-  config.emulator = ReadEmulatorSettings(root.Table("emulator"));
+  const ConfigTable emulator = root.Table("emulator");
+  config.emulator = ReadEmulatorSettings(emulator);
+  if (config.start.driver.port != DriverPortKind::kEmulator && emulator.Present()) {
+    emulator.Report("", "belongs to [driver] port = \"emulator\"");
+  }
   root.Finish();
   if (!config.emulator.scenarioFile.empty()) config.scenario = LoadScenario(config.emulator.scenarioFile, errors);
   return config;
@@ -36,8 +41,8 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
 
 // Whether the file is a scenario; what has a table of a host's configuration is none.
 bool IsScenario(const ConfigTable& root) {
-  constexpr std::string_view kTables[] = {"control", "emulator", "judging",       "log",         "module",
-                                          "policy",  "spsp",     "system_images", "translations"};
+  constexpr std::string_view kTables[] = {"control", "driver", "emulator", "judging",       "log",
+                                          "module",  "policy", "spsp",     "system_images", "translations"};
   const std::vector<std::string> keys = root.Keys();
   return !keys.empty() && std::ranges::none_of(keys, [&](const std::string& key) {
     return key == "stop_at_end" || std::ranges::find(kTables, key) != std::end(kTables);

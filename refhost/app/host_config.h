@@ -6,6 +6,7 @@
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/scenario.h"
 #include "refhost/services/configuration.h"
+#include "refhost/services/driver_settings.h"
 #include "refhost/services/judge.h"
 #include "refhost/services/locale_service.h"
 #include "refhost/services/log_service.h"
@@ -29,6 +30,7 @@ struct StartSettings {
   LogSettings log;
   FixedSettings module;
   ControlSettings control;
+  DriverSettings driver;
   SystemImages systemImages;
 
   bool operator==(const StartSettings&) const = default;

@@ -43,6 +43,13 @@ std::shared_ptr<DriverEmulator> MakeEmulator(HostConfig& config, const std::shar
   return std::make_shared<DriverEmulator>(std::move(config.emulator), std::move(config.scenario), std::move(hooks));
 }
 
+// Empty where the emulated driver is used.
+std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const std::shared_ptr<LogService>& log) {
+  if (settings.port != DriverPortKind::kFilterManager) return nullptr;
+  return std::make_shared<FilterPort>(
+      settings.filter, [log](Severity severity, const std::string& line) { log->Write(severity, line); });
+}
+
 }  // namespace
 
 ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig config)
@@ -56,11 +63,15 @@ ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig conf
           std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records_)),
       judge_(std::make_shared<Judge>(std::move(config.reloadable.rules))),
       emulator_(MakeEmulator(config, log_)),
+      filterPort_(MakeFilterPort(config.start.driver, log_)),
       work_(std::make_shared<WorkService>(
           config.start.systemImages,
-          [emulator = emulator_](const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
-                                 std::uint32_t maxMessageSize, const NotificationHandler& handler,
-                                 std::uint32_t portValue) {
+          [emulator = emulator_, filterPort = filterPort_](
+              const std::string& portName, const std::shared_ptr<CBuf>& connectContext, std::uint32_t maxMessageSize,
+              const NotificationHandler& handler, std::uint32_t portValue) {
+            if (filterPort != nullptr) {
+              return filterPort->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
+            }
             return emulator->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
           })),
       context_(std::make_shared<HostContext>(HostServices{
@@ -118,6 +129,7 @@ void ReferenceHost::Stop() {
   }
   // The module makes a new connection five seconds after each; from here on it is refused.
   emulator_->Stop();
+  if (filterPort_ != nullptr) filterPort_->Stop();
   log_->Drain(std::chrono::seconds(3));
 }
 
@@ -161,6 +173,7 @@ SummaryFacts ReferenceHost::Facts() const {
   facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begun_);
   facts.totals = emulator_->Totals();
   facts.driver = emulator_->State();
+  if (filterPort_ != nullptr) facts.filterPort = filterPort_->Totals();
   facts.believed = facts.driver;
   facts.decisions = judge_->Decisions();
   facts.log = log_->Totals();
@@ -180,7 +193,7 @@ Report ReferenceHost::StatusReport() const {
   report.Add("refused_reloads", refusedReloads_.load());
   report.Add("module", moduleLibrary_.string());
   report.Add("ready", Module() != nullptr && Module()->GetDriverInteract() != nullptr);
-  report.Add("connections", facts.driver.connects);
+  report.Add("connections", facts.filterPort ? facts.filterPort->connects : facts.driver.connects);
   report.Add("driver_version", facts.version.version);
   report.Add("policy_reads", facts.policyReads);
   report.Add("policy_reminders", facts.policyReminders);
@@ -192,7 +205,7 @@ Report ReferenceHost::StatusReport() const {
   report.Add("registered_interfaces", std::move(interfaces));
   const NetTotals net = net_->Totals();
   report.Add("net_objects_held", net.held);
-  report.Add("delivered", facts.totals.delivered);
+  report.Add("delivered", facts.filterPort ? facts.filterPort->received : facts.totals.delivered);
   report.Add("alerts", facts.log.Of(Severity::kAlert));
   report.Add("protocol_violations", facts.driver.protocolViolations);
   return report;

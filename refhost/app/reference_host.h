@@ -20,6 +20,7 @@ class CKDIBase;
 namespace fenlux::refhost {
 
 class DriverEmulator;
+class FilterPort;
 class HostContext;
 class LocaleService;
 class UtilityService;
@@ -77,6 +78,7 @@ class ReferenceHost {
   std::shared_ptr<Configuration> configuration_;
   std::shared_ptr<Judge> judge_;
   std::shared_ptr<DriverEmulator> emulator_;
+  std::shared_ptr<FilterPort> filterPort_;  // the real driver's, in place of the emulated one; empty otherwise
   std::shared_ptr<WorkService> work_;
   std::shared_ptr<HostContext> context_;
 

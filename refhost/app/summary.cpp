@@ -36,6 +36,22 @@ Report NotificationsReport(const EmulatorTotals& totals) {
   return report;
 }
 
+// A real driver keeps what else there is to count to itself.
+Report DriverPortReport(const FilterPortTotals& totals) {
+  Report report;
+  report.Add("requests", totals.requests);
+  report.Add("failed_requests", totals.failedRequests);
+  report.Add("received", totals.received);
+  report.Add("answered", totals.answered);
+  report.Add("no_answer_due", totals.noAnswerDue);
+  report.Add("answered_instead", totals.answeredInstead);
+  report.Add("late", totals.late);
+  report.Add("lost", totals.lost);
+  report.Add("in_flight", totals.inFlight);
+  report.Add("adds_up", totals.AddsUp());
+  return report;
+}
+
 Report DecisionsReport(const std::array<std::uint64_t, kMostDecision + 1>& decisions) {
   Report report;
   for (std::size_t decision = kLeastDecision; decision < decisions.size(); ++decision) {
@@ -131,7 +147,10 @@ Report BelievedReport(const EmulatorState& driver) {
 
 }  // namespace
 
-bool IsFine(const SummaryFacts& facts) { return facts.totals.AddsUp() && facts.driver.protocolViolations == 0; }
+bool IsFine(const SummaryFacts& facts) {
+  return facts.totals.AddsUp() && facts.driver.protocolViolations == 0 &&
+         (!facts.filterPort || facts.filterPort->AddsUp());
+}
 
 Report SummaryReport(const SummaryFacts& facts) {
   Report report;
@@ -139,9 +158,14 @@ Report SummaryReport(const SummaryFacts& facts) {
   report.Add("running_seconds", std::chrono::duration<double>(facts.running).count());
 
   Report connections;
-  connections.Add("opened", facts.driver.connects);
-  connections.Add("refused", facts.driver.refusedConnects);
-  connections.Add("connected", facts.driver.connected);
+  if (facts.filterPort) {
+    connections.Add("opened", facts.filterPort->connects);
+    connections.Add("refused", facts.filterPort->refusedConnects);
+  } else {
+    connections.Add("opened", facts.driver.connects);
+    connections.Add("refused", facts.driver.refusedConnects);
+    connections.Add("connected", facts.driver.connected);
+  }
   connections.Add("version_reports", facts.version.reports);
   connections.Add("driver_version", facts.version.version);
   connections.Add("policy_reads", facts.policyReads);
@@ -149,13 +173,18 @@ Report SummaryReport(const SummaryFacts& facts) {
   connections.Add("registered_interfaces", facts.registered.size());
   report.Add("connections", std::move(connections));
 
-  report.Add("driver_was_told", BelievedReport(facts.believed));
-  report.Add("notifications", NotificationsReport(facts.totals));
-  report.Add("codes", CountsReport(facts.totals.byCode));
-  report.Add("decisions", DecisionsReport(facts.decisions));
-  report.Add("verdicts", CountsReport(facts.totals.byVerdict));
-  report.Add("unjudged", UnjudgedReport(facts.totals));
-  report.Add("latency", LatencyReport(facts.totals.latency));
+  if (facts.filterPort) {
+    report.Add("driver_port", DriverPortReport(*facts.filterPort));
+    report.Add("decisions", DecisionsReport(facts.decisions));
+  } else {
+    report.Add("driver_was_told", BelievedReport(facts.believed));
+    report.Add("notifications", NotificationsReport(facts.totals));
+    report.Add("codes", CountsReport(facts.totals.byCode));
+    report.Add("decisions", DecisionsReport(facts.decisions));
+    report.Add("verdicts", CountsReport(facts.totals.byVerdict));
+    report.Add("unjudged", UnjudgedReport(facts.totals));
+    report.Add("latency", LatencyReport(facts.totals.latency));
+  }
   if (facts.totals.kernelEvents > 0) {
     Report kernel;
     kernel.Add("events", facts.totals.kernelEvents);

@@ -4,11 +4,13 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "refhost/emulator/emulator_state.h"
 #include "refhost/emulator/emulator_totals.h"
 #include "refhost/services/configuration.h"
+#include "refhost/services/filter_port_client.h"
 #include "refhost/services/judge.h"
 #include "refhost/services/log_service.h"
 #include "refhost/services/record_register.h"
@@ -21,7 +23,8 @@ struct SummaryFacts {
   std::chrono::milliseconds running{0};
   EmulatorTotals totals;
   EmulatorState driver;
-  EmulatorState believed;  // what the driver was told, as it stood before the host began to stop
+  std::optional<FilterPortTotals> filterPort;  // of a real driver; then the emulated one stood idle
+  EmulatorState believed;                      // what the driver was told, as it stood before the host began to stop
   std::array<std::uint64_t, kMostDecision + 1> decisions{};
   LogTotals log;
   DriverVersionReport version;

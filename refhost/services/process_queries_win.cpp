@@ -22,10 +22,17 @@ namespace {
 constexpr std::size_t kMostCommandLine = 4096;
 constexpr std::size_t kLongestPath = 32768;
 
-// A process by its exact id: the system would also take the three ids that follow one for the same process.
+// A process by its exact id: the system would also take the three ids that follow one for the same process. One that
+// has ended is still there as long as anybody holds a handle to it, and is none here.
 Handle OpenRunning(std::uint32_t processId, DWORD access) {
-  Handle process(::OpenProcess(access, FALSE, processId));
-  if (process.Valid() && ::GetProcessId(process.Get()) != processId) process.Reset();
+  Handle process(::OpenProcess(access | SYNCHRONIZE, FALSE, processId));
+  if (!process.Valid()) return process;
+  const bool runs =
+      ::GetProcessId(process.Get()) == processId && ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+  if (!runs) {
+    process.Reset();
+    ::SetLastError(ERROR_INVALID_PARAMETER);  // as for an id that never was
+  }
   return process;
 }
 
@@ -104,9 +111,7 @@ std::wstring DirectoryOf(UINT(WINAPI* ask)(LPWSTR, UINT)) {
 
 bool ProcessRuns(std::uint32_t processId) {
   if (processId == 0) return true;  // the system's idle process, which cannot be opened
-  const Handle process = OpenRunning(processId, PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE);
-  // An ended process stays as long as anybody holds a handle to it.
-  if (process.Valid()) return ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+  if (OpenRunning(processId, PROCESS_QUERY_LIMITED_INFORMATION).Valid()) return true;
   if (::GetLastError() != ERROR_ACCESS_DENIED) return false;
   // There is one that may not be looked at, or the id is one beside it.
   return RunningProcesses().contains(processId);

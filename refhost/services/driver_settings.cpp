@@ -1,0 +1,34 @@
+#include "refhost/services/driver_settings.h"
+
+#include "refhost/services/config_reader.h"
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr std::uint32_t kMostThreads = 64;
+constexpr std::uint32_t kMostBuffers = 256;
+
+}  // namespace
+
+DriverSettings ReadDriverSettings(const ConfigTable& table) {
+  DriverSettings settings;
+  settings.port = table.Choice("port", settings.port,
+                               ConfigChoices<DriverPortKind>{{"emulator", DriverPortKind::kEmulator},
+                                                             {"filter-manager", DriverPortKind::kFilterManager}});
+  settings.filter.library = table.Path("library");
+  settings.filter.threads = table.Unsigned("threads", settings.filter.threads, 1, kMostThreads);
+  settings.filter.buffers = table.Unsigned("buffers", 2 * settings.filter.threads, 1, kMostBuffers);
+  if (settings.port == DriverPortKind::kEmulator) {
+    for (const char* key : {"library", "threads", "buffers"}) {
+      if (table.Has(key)) table.Report(key, "belongs to port = \"filter-manager\"");
+    }
+  } else if (!FilterPortExists()) {
+    table.Report("port", "the Filter Manager exists on Windows only; set port = \"emulator\"");
+  }
+  if (settings.filter.buffers < settings.filter.threads) {
+    table.Report("buffers", "must not be less than threads, which is " + std::to_string(settings.filter.threads));
+  }
+  return settings;
+}
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,382 @@
+// The driver's memory and its ends of the pipes. One thread a port watches for the other end to be closed.
+#include "tests/support/filter_stand_in/filter_stand_in.h"
+
+#include <fltuser.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "kdi/driver_records.h"
+
+namespace fenlux::testing {
+namespace {
+
+constexpr HRESULT kNoWaiter = static_cast<HRESULT>(0x801F0020);
+constexpr DWORD kPipeBuffer = 1 << 20;
+
+// One open port.
+struct Port {
+  ~Port() {
+    if (server != INVALID_HANDLE_VALUE) ::CloseHandle(server);
+  }
+
+  HANDLE client = nullptr;               // the caller's; ours only to know it again
+  HANDLE server = INVALID_HANDLE_VALUE;  // the driver's end
+  std::mutex writing;                    // one message after the other
+  std::atomic<bool> ended{false};
+};
+
+// A message that waits for its answer.
+struct Waiter {
+  bool replied = false;
+  StandInAnswer answer;
+};
+
+bool IsModulesContext(const std::vector<std::uint8_t>& bytes) {
+  records::ConnectContext context{};
+  if (bytes.size() != sizeof(context)) return false;
+  std::memcpy(&context, bytes.data(), sizeof(context));
+  const std::uint32_t type = context.clientType.value();
+  return context.magic.value() == records::kConnectMagic && context.version.value() == records::kConnectVersion &&
+         (type == 1 || type == 2);
+}
+
+}  // namespace
+
+class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
+ public:
+  void Reset() {
+    const std::lock_guard lock(mutex_);
+    connectResult_ = replyResult_ = sendResult_ = S_OK;
+    failingReplies_ = 0;
+    holdConnects_ = holdSends_ = false;
+    version_ = 19072701;
+    answerSize_ = records::kRequestSize;
+    connects_ = badConnects_ = replies_ = strayReplies_ = 0;
+    name_.clear();
+    context_.clear();
+    requests_.clear();
+    changed_.notify_all();
+  }
+
+  template <typename Change>
+  void Set(Change change) {
+    const std::lock_guard lock(mutex_);
+    change(*this);
+    changed_.notify_all();
+  }
+  template <typename Look>
+  auto Get(Look look) {
+    const std::lock_guard lock(mutex_);
+    return look(*this);
+  }
+  template <typename Condition>
+  bool Await(Condition condition, std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [&] { return condition(*this); });
+  }
+
+  HRESULT Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* handle);
+  HRESULT Reply(HANDLE handle, const void* reply, std::uint32_t size);
+  HRESULT Send(HANDLE handle, const void* request, std::uint32_t size, void* answer, std::uint32_t room,
+               std::uint32_t* returned);
+  StandInAnswer Deliver(const std::vector<std::uint8_t>& message, std::uint32_t replyRoom,
+                        std::chrono::milliseconds limit);
+  bool Write(const std::shared_ptr<Port>& port, const std::vector<std::uint8_t>& bytes);
+  void EndPort(const std::shared_ptr<Port>& port);
+
+  // The port that messages go to; empty where none is open. With the lock held.
+  std::shared_ptr<Port> Newest() const { return port_ != nullptr && !port_->ended ? port_ : nullptr; }
+
+  // All guarded by the lock.
+  HRESULT connectResult_ = S_OK, replyResult_ = S_OK, sendResult_ = S_OK;
+  std::uint64_t failingReplies_ = 0;
+  bool holdConnects_ = false, holdSends_ = false;
+  std::uint64_t held_ = 0;
+  std::uint32_t version_ = 19072701, answerSize_ = records::kRequestSize;
+  std::uint64_t connects_ = 0, badConnects_ = 0, replies_ = 0, strayReplies_ = 0;
+  std::wstring name_;
+  std::vector<std::uint8_t> context_;
+  std::vector<std::vector<std::uint8_t>> requests_;
+  std::shared_ptr<Port> port_;
+  std::uint64_t pipes_ = 0, messages_ = 0;
+  std::map<std::uint64_t, std::pair<std::shared_ptr<Port>, Waiter>> waiters_;
+
+ private:
+  void Watch(const std::shared_ptr<Port>& port);
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+};
+
+HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, std::uint16_t contextSize,
+                                     HANDLE* handle) {
+  auto port = std::make_shared<Port>();
+  std::wstring pipeName;
+  {
+    std::unique_lock lock(mutex_);
+    name_ = name;
+    const auto* bytes = static_cast<const std::uint8_t*>(context);
+    context_.assign(bytes, bytes + contextSize);
+    ++held_;
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return !holdConnects_; });
+    --held_;
+    if (FAILED(connectResult_)) return connectResult_;
+    if (name_ != records::kPortName) {
+      ++badConnects_;
+      return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+    }
+    if (!IsModulesContext(context_)) {
+      ++badConnects_;
+      return E_ACCESSDENIED;
+    }
+    pipeName = L"\\\\.\\pipe\\fenlux-filter-stand-in-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+               std::to_wstring(++pipes_);
+  }
+  port->server = ::CreateNamedPipeW(
+      pipeName.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+      PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS, 1, kPipeBuffer, kPipeBuffer, 0, nullptr);
+  if (port->server == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
+  const HANDLE client = ::CreateFileW(pipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                      FILE_FLAG_OVERLAPPED, nullptr);
+  if (client == INVALID_HANDLE_VALUE) return HRESULT_FROM_WIN32(::GetLastError());
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!::SetNamedPipeHandleState(client, &mode, nullptr, nullptr)) {
+    const HRESULT result = HRESULT_FROM_WIN32(::GetLastError());
+    ::CloseHandle(client);
+    return result;
+  }
+  port->client = client;
+  std::thread([self = shared_from_this(), port] { self->Watch(port); }).detach();
+  const std::lock_guard lock(mutex_);
+  ++connects_;
+  port_ = port;
+  changed_.notify_all();
+  *handle = client;
+  return S_OK;
+}
+
+// The other end never writes, so this reading ends when it is closed, or when the driver closes its own.
+void FilterStandIn::Body::Watch(const std::shared_ptr<Port>& port) {
+  const HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  OVERLAPPED operation{};
+  operation.hEvent = done;
+  std::uint8_t byte = 0;
+  DWORD count = 0;
+  if (::ReadFile(port->server, &byte, 1, nullptr, &operation) || ::GetLastError() == ERROR_IO_PENDING) {
+    ::GetOverlappedResult(port->server, &operation, &count, TRUE);
+  }
+  ::CloseHandle(done);
+  EndPort(port);
+}
+
+void FilterStandIn::Body::EndPort(const std::shared_ptr<Port>& port) {
+  port->ended = true;
+  ::CancelIoEx(port->server, nullptr);
+  ::DisconnectNamedPipe(port->server);
+  const std::lock_guard lock(mutex_);
+  if (port_ == port) port_.reset();
+  changed_.notify_all();
+}
+
+bool FilterStandIn::Body::Write(const std::shared_ptr<Port>& port, const std::vector<std::uint8_t>& bytes) {
+  const std::lock_guard writing(port->writing);
+  const HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  OVERLAPPED operation{};
+  operation.hEvent = done;
+  DWORD count = 0;
+  const BOOL now = ::WriteFile(port->server, bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, &operation);
+  const bool written = (now || ::GetLastError() == ERROR_IO_PENDING) &&
+                       ::GetOverlappedResult(port->server, &operation, &count, TRUE) && count == bytes.size();
+  ::CloseHandle(done);
+  return written;
+}
+
+StandInAnswer FilterStandIn::Body::Deliver(const std::vector<std::uint8_t>& message, std::uint32_t replyRoom,
+                                           std::chrono::milliseconds limit) {
+  FILTER_MESSAGE_HEADER header{};
+  std::shared_ptr<Port> port;
+  {
+    const std::lock_guard lock(mutex_);
+    port = Newest();
+    if (port == nullptr) return {};
+    header.MessageId = ++messages_;
+    if (replyRoom > 0) {
+      header.ReplyLength = static_cast<ULONG>(sizeof(FILTER_REPLY_HEADER)) + replyRoom;
+      waiters_[header.MessageId] = {port, {}};
+    }
+  }
+  std::vector<std::uint8_t> bytes(sizeof(header) + message.size());
+  std::memcpy(bytes.data(), &header, sizeof(header));
+  if (!message.empty()) std::memcpy(bytes.data() + sizeof(header), message.data(), message.size());
+  const bool written = Write(port, bytes);
+  StandInAnswer answer;
+  if (replyRoom == 0) {
+    answer.outcome = written ? StandInAnswer::Outcome::kNotDue : StandInAnswer::Outcome::kDisconnected;
+    return answer;
+  }
+  std::unique_lock lock(mutex_);
+  Waiter& waiter = waiters_.at(header.MessageId).second;
+  const bool ended = changed_.wait_for(lock, limit, [&] { return waiter.replied || port->ended.load() || !written; });
+  if (waiter.replied) {
+    answer = std::move(waiter.answer);
+  } else {
+    answer.outcome = ended ? StandInAnswer::Outcome::kDisconnected : StandInAnswer::Outcome::kTimedOut;
+  }
+  waiters_.erase(header.MessageId);
+  return answer;
+}
+
+HRESULT FilterStandIn::Body::Reply(HANDLE handle, const void* reply, std::uint32_t size) {
+  FILTER_REPLY_HEADER header{};
+  if (size < sizeof(header)) return E_INVALIDARG;
+  std::memcpy(&header, reply, sizeof(header));
+  const std::lock_guard lock(mutex_);
+  if (failingReplies_ > 0) {
+    --failingReplies_;
+    return replyResult_;
+  }
+  const auto found = waiters_.find(header.MessageId);
+  if (found == waiters_.end() || found->second.first->client != handle || found->second.second.replied) {
+    ++strayReplies_;
+    return kNoWaiter;
+  }
+  Waiter& waiter = found->second.second;
+  waiter.replied = true;
+  waiter.answer.outcome = StandInAnswer::Outcome::kReplied;
+  waiter.answer.status = header.Status;
+  const auto* bytes = static_cast<const std::uint8_t*>(reply);
+  waiter.answer.bytes.assign(bytes + sizeof(header), bytes + size);
+  ++replies_;
+  changed_.notify_all();
+  return S_OK;
+}
+
+HRESULT FilterStandIn::Body::Send(HANDLE handle, const void* request, std::uint32_t size, void* answer,
+                                  std::uint32_t room, std::uint32_t* returned) {
+  std::unique_lock lock(mutex_);
+  *returned = 0;
+  const std::shared_ptr<Port> port = Newest();
+  if (port == nullptr || port->client != handle) return HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
+  ++held_;
+  changed_.notify_all();
+  changed_.wait(lock, [this] { return !holdSends_; });
+  --held_;
+  if (FAILED(sendResult_)) return sendResult_;
+  const auto* bytes = static_cast<const std::uint8_t*>(request);
+  requests_.emplace_back(bytes, bytes + size);
+  changed_.notify_all();
+  records::VersionReply reply{};
+  if (size < sizeof(reply.header)) return E_INVALIDARG;
+  std::memcpy(&reply.header, request, sizeof(reply.header));
+  if (reply.header.command.value() != static_cast<std::uint32_t>(records::Command::kDriverVersion) || room == 0) {
+    return S_OK;
+  }
+  reply.version = version_;
+  std::vector<std::uint8_t> whole(answerSize_);
+  std::memcpy(whole.data(), &reply, std::min<std::size_t>(sizeof(reply), whole.size()));
+  if (whole.size() > room) return HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
+  std::memcpy(answer, whole.data(), whole.size());
+  *returned = static_cast<std::uint32_t>(whole.size());
+  return S_OK;
+}
+
+FilterStandIn& FilterStandIn::Instance() {
+  // Never destroyed: watching threads may outlive everything else.
+  static FilterStandIn* const instance = new FilterStandIn;
+  return *instance;
+}
+
+FilterStandIn::FilterStandIn() : body_(std::make_shared<Body>()) {}
+FilterStandIn::~FilterStandIn() = default;
+
+void FilterStandIn::Reset() { body_->Reset(); }
+void FilterStandIn::FailConnects(HRESULT result) {
+  body_->Set([&](Body& body) { body.connectResult_ = result; });
+}
+void FilterStandIn::FailReplies(HRESULT result, std::uint64_t count) {
+  body_->Set([&](Body& body) {
+    body.replyResult_ = result;
+    body.failingReplies_ = count;
+  });
+}
+void FilterStandIn::FailSends(HRESULT result) {
+  body_->Set([&](Body& body) { body.sendResult_ = result; });
+}
+void FilterStandIn::HoldConnects() {
+  body_->Set([](Body& body) { body.holdConnects_ = true; });
+}
+void FilterStandIn::HoldSends() {
+  body_->Set([](Body& body) { body.holdSends_ = true; });
+}
+void FilterStandIn::Release() {
+  body_->Set([](Body& body) { body.holdConnects_ = body.holdSends_ = false; });
+}
+bool FilterStandIn::AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit) {
+  return body_->Await([&](Body& body) { return body.held_ >= count; }, limit);
+}
+void FilterStandIn::SetVersion(std::uint32_t version, std::uint32_t answerSize) {
+  body_->Set([&](Body& body) {
+    body.version_ = version;
+    body.answerSize_ = answerSize;
+  });
+}
+bool FilterStandIn::AwaitPort(std::chrono::milliseconds limit) {
+  return body_->Await([](Body& body) { return body.Newest() != nullptr; }, limit);
+}
+bool FilterStandIn::PortOpen() {
+  return body_->Get([](Body& body) { return body.Newest() != nullptr; });
+}
+StandInAnswer FilterStandIn::Deliver(const std::vector<std::uint8_t>& message, std::uint32_t replyRoom,
+                                     std::chrono::milliseconds limit) {
+  return body_->Deliver(message, replyRoom, limit);
+}
+bool FilterStandIn::DeliverRaw(const std::vector<std::uint8_t>& bytes) {
+  const auto port = body_->Get([](Body& body) { return body.Newest(); });
+  return port != nullptr && body_->Write(port, bytes);
+}
+void FilterStandIn::Drop() {
+  const auto port = body_->Get([](Body& body) { return body.Newest(); });
+  if (port != nullptr) body_->EndPort(port);
+}
+std::uint64_t FilterStandIn::Connects() {
+  return body_->Get([](Body& body) { return body.connects_; });
+}
+std::uint64_t FilterStandIn::BadConnects() {
+  return body_->Get([](Body& body) { return body.badConnects_; });
+}
+std::wstring FilterStandIn::PortName() {
+  return body_->Get([](Body& body) { return body.name_; });
+}
+std::vector<std::uint8_t> FilterStandIn::ConnectContext() {
+  return body_->Get([](Body& body) { return body.context_; });
+}
+std::vector<std::vector<std::uint8_t>> FilterStandIn::Requests() {
+  return body_->Get([](Body& body) { return body.requests_; });
+}
+std::uint64_t FilterStandIn::Replies() {
+  return body_->Get([](Body& body) { return body.replies_; });
+}
+std::uint64_t FilterStandIn::RepliesWithoutWaiter() {
+  return body_->Get([](Body& body) { return body.strayReplies_; });
+}
+HRESULT FilterStandIn::Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* port) {
+  return body_->Connect(name, context, contextSize, port);
+}
+HRESULT FilterStandIn::Reply(HANDLE port, const void* reply, std::uint32_t size) {
+  return body_->Reply(port, reply, size);
+}
+HRESULT FilterStandIn::Send(HANDLE port, const void* request, std::uint32_t size, void* answer, std::uint32_t room,
+                            std::uint32_t* returned) {
+  return body_->Send(port, request, size, answer, room, returned);
+}
+
+}  // namespace fenlux::testing
