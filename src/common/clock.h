@@ -12,8 +12,8 @@ std::chrono::steady_clock::time_point Now();
 // Blocks the calling worker for a fixed pause.
 void Pause(std::chrono::milliseconds duration);
 
-// Blocks the calling worker until the wall clock reads now plus `interval`: setting the clock moves the deadline's
-// meaning with it. An interval of 0 only yields.
+// Blocks the calling worker until the wall clock reads now plus `interval`; a clock that is set back meanwhile
+// lengthens the pause. An interval of 0 only yields.
 void PauseUntilWallClock(std::chrono::milliseconds interval);
 
 }  // namespace fenlux::clock

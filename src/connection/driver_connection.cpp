@@ -15,6 +15,7 @@ void CWinDriverInteract::RunDriverConnection() {
   client->Connect();
   client->Start();
   ready = true;
+  if (stopped) ready = false;  // a stop that came before found nothing to clear
   log->LogEvent(kLogCode, LocalizedText("Driver Interact Ready."));
   SetSpspState(0);
   CheckDriverVersion();

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "common/guarded.h"
 #include "common/log_codes.h"
 #include "common/text.h"
 #include "kdi/win_driver_interact.h"
@@ -25,12 +26,15 @@ void CWinDriverInteract::LoadNetControlItems(std::uint32_t listType, const std::
       }
     }
   }
-  if (failed != 0) {
+  AllSteps steps;  // the driver's list is closed whether or not its failures could be logged
+  steps.Try([&] {
+    if (failed == 0) return;
     std::string line = LocalizedText("[Add Net Control Item Failed!][Failed Counter]=");
     AppendDecimal(line, failed);
     log->LogProblem(kLogCode, line);
-  }
-  SendValue(records::Command::kNetItemListEnd, listType);
+  });
+  steps.Try([&] { SendValue(records::Command::kNetItemListEnd, listType); });
+  steps.Finish();
 }
 
 void CWinDriverInteract::ClearNetControlItems(std::uint32_t listType) {
@@ -42,8 +46,7 @@ void CWinDriverInteract::SendDriverConfig() {
   const auto request = CreateRequest(records::Command::kDriverConfig);
   if (const std::shared_ptr<CBuf> block = cfgEx->GetDriverConfigBlock()) {
     const std::size_t size = block->GetSize();
-    if (request->GetSize() < sizeof(records::RequestHeader) ||
-        size > std::min<std::size_t>(records::kRequestSize, request->GetSize()) - sizeof(records::RequestHeader)) {
+    if (size > records::kMaxPayloadSize || sizeof(records::RequestHeader) + size > request->GetSize()) {
       throw std::runtime_error("[wdi] configuration block too large!");
     }
     if (size != 0) {

@@ -10,6 +10,7 @@
 #include "common/exception_report.h"
 #include "common/guarded.h"
 #include "common/log_codes.h"
+#include "common/required.h"
 #include "connection/notification_items.h"
 #include "connection/notification_table.h"
 #include "kdi/perf_scope.h"
@@ -74,7 +75,8 @@ void StorePaths(CUtility& utility, const NotificationItems& items, CArpRecord& r
   if (fixed.item3Size.value() != 0) {
     const auto bytes = items.ExtraData();
     std::shared_ptr<CBuf> data;
-    record.SetExtraData(utility.BufferFromBytes(data, bytes.data(), static_cast<std::uint32_t>(bytes.size())));
+    utility.BufferFromBytes(data, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+    record.SetExtraData(Required(data, "[wdi,wdaokd] no buffer for extra data!"));
   }
 }
 
@@ -108,8 +110,7 @@ std::shared_ptr<CBuf> CWinDriverInteract::DispatchNotification(const void* messa
     record->SetSource(kSource);
     const std::uint32_t code = fixed.code.value();
     record->SetCategory(CategoryOf(code));
-    const auto& process = record->ProcessPart();
-    if (!process) throw std::runtime_error("[wdi,wdaokd] no process part!");
+    const auto process = Required(record->ProcessPart(), "[wdi,wdaokd] no process part!");
     process->SetProcessId(fixed.processId.value());
     autoRefresh->FillEventProcessInfo(*record, *process, items.Identity());
     StorePaths(*utility, items, *record);

@@ -36,7 +36,9 @@ void CFenluxImpl::ConnectionWorker() {
         });
       });
     }
-    Quietly([&] { log->LogProblem(kLogCode, report); });
+    Quietly([&] {
+      if (!report.empty()) log->LogProblem(kLogCode, report);
+    });
     Quietly([&] { RecordConnectionFailure(failureTimes); });
     clock::Pause(kRestartDelay);
   }

@@ -8,7 +8,7 @@ namespace fenlux {
 
 class CRecordFactory;
 
-// The switches that the module hands to the driver once per connection. Connection worker.
+// The switches that the module hands to the driver once per connection. Connection worker, host threads.
 class CSpspSettings {
  public:
   virtual std::uint8_t GetSpspFlag1() = 0;

@@ -11,10 +11,11 @@
 //   delivery thread     a thread of the host's port client inside the NotificationHandler, several at once
 //   any thread          any of these, several at once
 //
-// No lock of the module is held while it calls a service, with three exceptions: the driver interface's list lock is
-// held while monitor objects are registered or cleared, its base lock while a system process is registered, and the
-// module's interface lock while StartWork and StopWork clear and shut down the current driver interface. A service must
-// therefore never call back into the operation that it is being called from.
+// Most calls are made without a lock of the module. These hold one: the registration and clearing of monitor objects
+// (the driver interface's list lock), RegisterSystemProcess (its base lock), the clearing and shutdown of the current
+// driver interface (the module's interface lock), the first GetLocale (a lock of its own), and everything that a worker
+// calls (a lock that only says that the worker is there). A service must therefore never call back into the operation
+// that it is being called from.
 #pragma once
 
 #include "host/ao_arp.h"

@@ -43,8 +43,9 @@ class CUtility {
   // The form of a path that event records keep. Delivery threads.
   virtual std::wstring& ToRecordString(std::wstring& out, const std::wstring& path) = 0;
   // Makes a buffer of exactly `size` bytes. The module passes true and false; whether the bytes are zero is the host's
-  // choice, and a host that zeroes them never shows old memory to the driver. Any thread; on delivery threads it is the
-  // first call of every notification, and a failure there is the one that reaches the port client.
+  // choice, and a host that zeroes them never shows old memory to the driver. Any thread; on delivery threads it makes
+  // the reply of every notification, and a failure there is the one that reaches the port client. The module writes
+  // records of `size` bytes without asking the buffer again.
   virtual std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size,
                                               bool last) = 0;
   // Whether the path may be monitored: a directory. Policy worker, host threads.
