@@ -43,7 +43,7 @@ install(FILES ${PROJECT_BINARY_DIR}/fenluxConfig.cmake ${PROJECT_BINARY_DIR}/fen
 
 install(DIRECTORY examples/minimal-host DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT development)
 install(FILES docs/architecture.md docs/embedding.md docs/protocol.md
-  DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development OPTIONAL)
+  DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development)
 
 # ---- host
 
@@ -51,7 +51,7 @@ if(FENLUX_BUILD_REFHOST)
   install(TARGETS fenlux-host RUNTIME DESTINATION bin COMPONENT host)
   install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
     PATTERN "*.toml" PATTERN minimal-host EXCLUDE)
-  install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host OPTIONAL)
+  install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
 endif()
 
 # ---- packages: one for each component

@@ -44,4 +44,5 @@ list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_ba
 list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
 list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/cmake/fenlux/fenluxConfig.cmake
      lib/cmake/fenlux/fenluxConfigVersion.cmake lib/cmake/fenlux/fenluxTargets.cmake
-     share/doc/fenlux/examples/minimal-host/CMakeLists.txt share/doc/fenlux/examples/minimal-host/main.cpp)
+     share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
+     share/doc/fenlux/examples/minimal-host/main.cpp)
