@@ -79,8 +79,10 @@ struct StandInDriver final : CPortClient {
   void Start() override {
     for (const Report& report : reports) delivery.emplace_back([this, &report] { Deliver(report); });
   }
-  void Wait() override {
+  void Wait() override {  // the module's opening requests are through
     std::unique_lock lock(mutex);
+    waiting = true;
+    changed.notify_all();
     changed.wait(lock, [this] { return closed; });
   }
   // Final, and it waits for nobody: it may come from a thread that a delivery is waiting for.
@@ -126,10 +128,10 @@ struct StandInDriver final : CPortClient {
     changed.notify_all();
   }
 
-  // Whether every report was delivered and every awaited request came.
+  // Whether the connection is served, every report delivered, and every awaited request there.
   bool WaitForAll(std::chrono::seconds limit) {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, limit, [this] { return delivered == reports.size() && awaited.empty(); });
+    return changed.wait_for(lock, limit, [this] { return waiting && delivered == reports.size() && awaited.empty(); });
   }
 
   const std::vector<Report> reports = {
@@ -144,9 +146,8 @@ struct StandInDriver final : CPortClient {
   std::mutex mutex;  // guards what follows
   std::condition_variable changed;
   std::set<Command> awaited = {Command::kDriverVersion, Command::kCommitMonitorObjects, Command::kDriverConfig};
-  std::size_t delivered = 0;
-  std::size_t correct = 0;
-  bool closed = false;
+  std::size_t delivered = 0, correct = 0;
+  bool waiting = false, closed = false;
 };
 
 // Now the services. Buffers are zero-filled: the module writes the fields that a record has and leaves the other bytes
@@ -221,7 +222,6 @@ struct NetObject final : CNetObject {
 struct Net final : CNet {
   Ptr<CNetObject>& CreateObject(Ptr<CNetObject>& out, U32, U32) override { return out = make_shared<NetObject>(); }
 };
-
 struct SpspSettings final : CSpspSettings {
   U8 GetSpspFlag1() override { return 1; }
   U8 GetReservedFlag() override { return 0; }
