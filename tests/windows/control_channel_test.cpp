@@ -1,0 +1,170 @@
+// The control pipe: who may reach it, and that a request gets its answer.
+#include "refhost/app/control_channel.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+// After windows.h, which they need.
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <functional>
+#include <thread>
+
+#include "refhost/services/handle_win.h"
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr std::chrono::seconds kPatience{20};
+
+boost::filesystem::path Place() {
+  static int count = 0;
+  return L"\\\\.\\pipe\\fenlux-test-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
+}
+
+class Serving {
+ public:
+  explicit Serving(const boost::filesystem::path& place)
+      : listener(place),
+        thread([this] { listener.Serve([](const std::string& request) { return "re: " + request; }); }) {}
+  ~Serving() {
+    listener.Stop();
+    thread.join();
+  }
+
+  ControlListener listener;
+  std::thread thread;
+};
+
+Handle Open(const boost::filesystem::path& place) {
+  return Handle(
+      ::CreateFileW(place.c_str(), GENERIC_READ | GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+std::string MessageOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const ControlChannelError& error) {
+    return error.what();
+  }
+  return {};
+}
+
+std::wstring OwnUserText() {
+  HANDLE token = nullptr;
+  ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token);
+  const Handle held(token);
+  std::array<std::uint8_t, 512> block{};
+  DWORD size = 0;
+  ::GetTokenInformation(token, TokenUser, block.data(), static_cast<DWORD>(block.size()), &size);
+  wchar_t* text = nullptr;
+  ::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(block.data())->User.Sid, &text);
+  const std::wstring user = text;
+  ::LocalFree(text);
+  return user;
+}
+
+TEST(ControlChannel, AnswersEachRequestAndRemovesItsPipeAtTheEnd) {
+  const auto place = Place();
+  {
+    const Serving serving(place);
+    EXPECT_EQ(ControlExchange(place, "one", kPatience), "re: one");
+    EXPECT_EQ(ControlExchange(place, "two", kPatience), "re: two");
+    const std::string large(300'000, 'x');
+    EXPECT_EQ(ControlExchange(place, large, kPatience), "re: " + large);
+  }
+  EXPECT_FALSE(Open(place).Valid());
+}
+
+TEST(ControlChannel, OperatorsThatComeAtOnceAreServedInTurn) {
+  const auto place = Place();
+  const Serving serving(place);
+  std::vector<std::thread> operators;
+  std::atomic<int> answered{0};
+  for (int index = 0; index < 6; ++index) {
+    operators.emplace_back([&, index] {
+      const std::string request = std::to_string(index);
+      if (ControlExchange(place, request, kPatience) == "re: " + request) ++answered;
+    });
+  }
+  for (std::thread& each : operators) each.join();
+  EXPECT_EQ(answered, 6);
+}
+
+TEST(ControlChannel, OnlyItsUserCanOpenThePipe) {
+  const auto place = Place();
+  const Serving serving(place);
+  const Handle pipe = Open(place);
+  ASSERT_TRUE(pipe.Valid());
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  ASSERT_EQ(::GetSecurityInfo(pipe.Get(), SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+                              nullptr, nullptr, nullptr, nullptr, &descriptor),
+            static_cast<DWORD>(ERROR_SUCCESS));
+  wchar_t* words = nullptr;
+  ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+      descriptor, SDDL_REVISION_1, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &words, nullptr));
+  const std::wstring text = words;
+  ::LocalFree(words);
+  ::LocalFree(descriptor);
+  const std::wstring user = OwnUserText();
+  EXPECT_EQ(text.find(L"O:" + user + L"D:"), 0U);
+  // One entry, which grants, and which is the user's.
+  EXPECT_EQ(std::count(text.begin(), text.end(), L'('), 1);
+  EXPECT_NE(text.find(L"(A;;"), std::wstring::npos);
+  EXPECT_NE(text.find(L";;;" + user + L")"), std::wstring::npos);
+}
+
+TEST(ControlChannel, RefusesAPlaceWhereAnotherHostListens) {
+  const auto place = Place();
+  const Serving serving(place);
+  EXPECT_EQ(MessageOf([&] { ControlListener{place}; }), "another host listens on the control pipe " + place.string() +
+                                                            "; end it, or name another pipe under [control]");
+  EXPECT_EQ(ControlExchange(place, "still there", kPatience), "re: still there");
+}
+
+TEST(ControlChannel, RefusesAPlaceThatIsNoPipe) {
+  for (const char* place :
+       {"C:\\temp\\socket", "\\\\.\\pipe\\", "\\\\server\\pipe\\name", "\\\\.\\pipe\\a\\b", "name"}) {
+    EXPECT_EQ(MessageOf([&] { ControlListener{place}; }), std::string("the control channel is a named pipe here; ") +
+                                                              place + " must be of the form \\\\.\\pipe\\NAME");
+  }
+}
+
+TEST(ControlChannel, SaysThatNoHostIsThere) {
+  const auto place = Place();
+  EXPECT_EQ(MessageOf([&] {
+              ControlExchange(place, "", std::chrono::seconds(1));
+            }).find("no host can be reached on the control pipe " + place.string() + ": "),
+            0U);
+}
+
+TEST(ControlChannel, AClientThatGoesAwayInTheMiddleOfALineDoesNotEndTheService) {
+  const auto place = Place();
+  const Serving serving(place);
+  {
+    const Handle client = Open(place);
+    ASSERT_TRUE(client.Valid());
+    DWORD written = 0;
+    ASSERT_TRUE(::WriteFile(client.Get(), "half", 4, &written, nullptr));
+  }
+  EXPECT_EQ(ControlExchange(place, "next", kPatience), "re: next");
+}
+
+TEST(ControlChannel, StopEndsTheServiceWhileAClientSaysNothing) {
+  const auto place = Place();
+  const auto begun = std::chrono::steady_clock::now();
+  Handle client;
+  {
+    const Serving serving(place);
+    client = Open(place);
+    ASSERT_TRUE(client.Valid());
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(4));
+}
+
+TEST(ControlChannel, TheDefaultPlaceIsThePipeOfTheUser) {
+  EXPECT_EQ(DefaultControlPlace().native(), L"\\\\.\\pipe\\fenlux-host-" + OwnUserText());
+}
+
+}  // namespace
+}  // namespace fenlux::refhost

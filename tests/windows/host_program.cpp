@@ -1,0 +1,167 @@
+#include "tests/windows/host_program.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+namespace fenlux::testing {
+namespace {
+
+namespace fs = boost::filesystem;
+
+std::wstring Wide(const std::string& text) {
+  std::wstring wide(text.size(), L'\0');
+  wide.resize(static_cast<std::size_t>(::MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                                             wide.data(), static_cast<int>(wide.size()))));
+  return wide;
+}
+
+// Arguments of tests hold neither quotes nor backslashes before one.
+std::wstring Quoted(const std::wstring& word) { return L"\"" + word + L"\""; }
+
+HANDLE OutputFile(const fs::path& path) {
+  SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+  return ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, &inherited, CREATE_ALWAYS,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+std::string FileText(const fs::path& path) {
+  std::ifstream stream(std::filesystem::path(path.native()), std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  std::erase(text, '\r');
+  return text;
+}
+
+// This process's environment and what is added to it.
+std::wstring EnvironmentWith(const std::vector<std::wstring>& more) {
+  std::wstring block;
+  wchar_t* const own = ::GetEnvironmentStringsW();
+  for (const wchar_t* at = own; *at != L'\0'; at += std::wcslen(at) + 1) block.append(at).push_back(L'\0');
+  ::FreeEnvironmentStringsW(own);
+  for (const std::wstring& each : more) block.append(each).push_back(L'\0');
+  block.push_back(L'\0');
+  return block;
+}
+
+}  // namespace
+
+fs::path ProgramDirectory() {
+  std::wstring path(MAX_PATH, L'\0');
+  path.resize(::GetModuleFileNameW(nullptr, path.data(), MAX_PATH));
+  return fs::path(path).parent_path();
+}
+
+Room::Room()
+    : path_(fs::temp_directory_path() / (L"fenlux-room-\u00E4\u00DF-" + fs::unique_path("%%%%%%%%").native())) {
+  fs::create_directory(path_);
+}
+
+Room::~Room() {
+  boost::system::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+fs::path Room::Write(const std::string& name, const std::string& text) const {
+  const fs::path file = path_ / name;
+  std::ofstream(std::filesystem::path(file.native()), std::ios::binary) << text;
+  return file;
+}
+
+std::string Room::Pipe() const {
+  const std::wstring name = path_.filename().native();
+  return "\\\\.\\pipe\\fenlux-room-" + std::string(name.end() - 8, name.end());
+}
+
+HiddenConsole::HiddenConsole() {
+  if (!::CreatePipe(&pipes_[0], &pipes_[1], nullptr, 0) || !::CreatePipe(&pipes_[2], &pipes_[3], nullptr, 0) ||
+      FAILED(::CreatePseudoConsole(COORD{80, 25}, pipes_[0], pipes_[3], 0, &console_))) {
+    throw std::runtime_error("a console cannot be made");
+  }
+}
+
+HiddenConsole::~HiddenConsole() {
+  ::CloseHandle(pipes_[2]);  // nobody reads what the console would show
+  ::ClosePseudoConsole(console_);
+  for (const HANDLE pipe : {pipes_[0], pipes_[1], pipes_[3]}) ::CloseHandle(pipe);
+}
+
+HostProgram::HostProgram(const Room& room, const std::vector<std::string>& arguments,
+                         const std::vector<std::wstring>& environment)
+    : out_(room.Path() / fs::unique_path("out-%%%%%%")), err_(room.Path() / fs::unique_path("err-%%%%%%")) {
+  std::wstring line = Quoted((ProgramDirectory() / "fenlux-host.exe").native());
+  for (const std::string& argument : arguments) line += L" " + Quoted(Wide(argument));
+  std::wstring block = EnvironmentWith(environment);
+  SIZE_T size = 0;
+  ::InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+  std::vector<std::uint8_t> attributes(size);
+  STARTUPINFOEXW startup{};
+  startup.StartupInfo.cb = sizeof(startup);
+  startup.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attributes.data());
+  ::InitializeProcThreadAttributeList(startup.lpAttributeList, 1, 0, &size);
+  ::UpdateProcThreadAttribute(startup.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_PSEUDOCONSOLE, console_.Get(),
+                              sizeof(HPCON), nullptr, nullptr);
+  startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+  startup.StartupInfo.hStdOutput = OutputFile(out_);
+  startup.StartupInfo.hStdError = OutputFile(err_);
+  PROCESS_INFORMATION information{};
+  const BOOL made = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
+                                     EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT, block.data(),
+                                     room.Path().c_str(), &startup.StartupInfo, &information);
+  ::DeleteProcThreadAttributeList(startup.lpAttributeList);
+  ::CloseHandle(startup.StartupInfo.hStdOutput);
+  ::CloseHandle(startup.StartupInfo.hStdError);
+  if (!made) throw std::runtime_error("fenlux-host.exe cannot be run");
+  ::CloseHandle(information.hThread);
+  process_ = information.hProcess;
+  id_ = information.dwProcessId;
+}
+
+HostProgram::~HostProgram() {
+  if (Running()) {
+    ::TerminateProcess(process_, 99);
+    ::WaitForSingleObject(process_, INFINITE);
+  }
+  ::CloseHandle(process_);
+}
+
+bool HostProgram::Running() const { return ::WaitForSingleObject(process_, 0) == WAIT_TIMEOUT; }
+
+bool HostProgram::AwaitLog(const std::string& text) const {
+  const auto until = std::chrono::steady_clock::now() + kPatience;
+  for (;;) {
+    const bool running = Running();  // asked before reading, so that the last words are read
+    if (FileText(err_).find(text) != std::string::npos) return true;
+    if (!running || std::chrono::steady_clock::now() > until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+bool HostProgram::PressCtrlC() const {
+  // The event is for all programs of the caller's console, so this one joins for a moment and turns a deaf ear.
+  ::FreeConsole();
+  if (!::AttachConsole(id_)) return false;
+  ::SetConsoleCtrlHandler(nullptr, TRUE);
+  const BOOL pressed = ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+  ::WaitForSingleObject(process_, 60000);  // only then has it been heard for certain
+  ::FreeConsole();
+  ::SetConsoleCtrlHandler(nullptr, FALSE);
+  return pressed != FALSE;
+}
+
+ProgramOutcome HostProgram::End() {
+  ProgramOutcome outcome;
+  const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(kPatience).count();
+  if (::WaitForSingleObject(process_, static_cast<DWORD>(limit)) == WAIT_OBJECT_0) {
+    DWORD code = 0;
+    ::GetExitCodeProcess(process_, &code);
+    outcome.code = static_cast<int>(code);
+  }
+  outcome.out = FileText(out_);
+  outcome.err = FileText(err_);
+  return outcome;
+}
+
+}  // namespace fenlux::testing

@@ -1,0 +1,217 @@
+// The program fenlux-host.exe as an operator runs it: it loads the module by name, serves it, is controlled and
+// stopped. Its files lie in a directory whose name is not ASCII.
+#include "tests/windows/host_program.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/operations.hpp>
+
+namespace fenlux::testing {
+namespace {
+
+std::string Utf8(const boost::filesystem::path& path) {
+  const std::wstring& wide = path.native();
+  std::string text(wide.size() * 3, '\0');
+  text.resize(
+      static_cast<std::size_t>(::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()),
+                                                     text.data(), static_cast<int>(text.size()), nullptr, nullptr)));
+  return text;
+}
+
+bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+std::string ConfigText(const Room& room, const std::string& more) {
+  return more + "\n[control]\nsocket = '" + room.Pipe() + "'\n";
+}
+
+ProgramOutcome Control(const Room& room, std::vector<std::string> words) {
+  std::vector<std::string> arguments{"ctl", "--socket", room.Pipe()};
+  arguments.insert(arguments.end(), words.begin(), words.end());
+  return RunHostProgram(room, arguments);
+}
+
+TEST(HostProgram, RunsTheScriptedExampleToASummaryThatAddsUp) {
+  const Room room;
+  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", FENLUX_EXAMPLES "/scripted.toml"});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "protocol_violations  0\n")) << outcome.out;
+  EXPECT_FALSE(Contains(outcome.out, "  delivered             0\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.err, "[Add Monitor OK!][obj path]=")) << outcome.err;
+}
+
+TEST(HostProgram, RegistersTheSystemsOwnProcessesWhereTheyRun) {
+  const Room room;
+  const auto config = room.Write("host.toml", ConfigText(room, "[log]\nconsole = 'detail'\n"));
+  HostProgram host(room, {"run", "--config", Utf8(config)});
+  ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
+  // The module looks for both images by their names below the system's directory.
+  const ProgramOutcome driver = Control(room, {"driver"});
+  EXPECT_EQ(driver.code, 0) << driver.err;
+  EXPECT_TRUE(Contains(driver.out, "connected            yes\n")) << driver.out;
+  EXPECT_TRUE(Contains(driver.out, "  13  1\n")) << driver.out;
+}
+
+TEST(HostProgram, IsControlledThroughItsPipe) {
+  const Room room;
+  const auto config = room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = ['.']\n"));
+  HostProgram host(room, {"run", "--config", Utf8(config)});
+  ASSERT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]="));
+  const ProgramOutcome status = Control(room, {"status"});
+  EXPECT_EQ(status.code, 0) << status.err;
+  EXPECT_TRUE(Contains(status.out, "ready                  yes\n")) << status.out;
+  EXPECT_TRUE(Contains(status.out, Utf8(config))) << status.out;
+  EXPECT_TRUE(Contains(status.out, Utf8(ProgramDirectory() / "fenlux.dll"))) << status.out;
+
+  const ProgramOutcome version = Control(room, {"--json", "version"});
+  EXPECT_EQ(version.out, "{\"driver_version\":19072701}\n") << version.err;
+  const ProgramOutcome refused = Control(room, {"grsp", "2"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_NE(refused.err, "");
+
+  // A directory that the policy gets while the host runs, by its whole name with a drive letter.
+  boost::filesystem::create_directory(room.Path() / "further");
+  room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = ['.', '" + Utf8(room.Path() / "further") + "']\n"));
+  EXPECT_EQ(Control(room, {"reload"}).code, 0);
+  EXPECT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]=" + Utf8(room.Path() / "further")));
+  room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = 5\n"));
+  const ProgramOutcome bad = Control(room, {"reload"});
+  EXPECT_EQ(bad.code, 1);
+  EXPECT_TRUE(Contains(bad.err, "host.toml:2:15: policy.directories: ")) << bad.err;
+  EXPECT_TRUE(Contains(Control(room, {"summary"}).out, "adds_up"));
+
+  ASSERT_TRUE(host.PressCtrlC());
+  const ProgramOutcome outcome = host.End();
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
+  const ProgramOutcome gone = Control(room, {"status"});
+  EXPECT_EQ(gone.code, 3);
+  EXPECT_TRUE(Contains(gone.err, "fenlux-host: no host can be reached on the control pipe ")) << gone.err;
+}
+
+TEST(HostProgram, RefusesAPipeWhereAnotherHostListens) {
+  const Room room;
+  const auto config = room.Write("host.toml", ConfigText(room, ""));
+  HostProgram host(room, {"run", "--config", Utf8(config)});
+  ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
+  const ProgramOutcome second = RunHostProgram(room, {"run", "--config", Utf8(config), "--duration", "5"});
+  EXPECT_EQ(second.code, 2);
+  EXPECT_TRUE(Contains(second.err, "another host listens on the control pipe " + room.Pipe())) << second.err;
+  EXPECT_TRUE(host.Running());
+}
+
+TEST(HostProgram, ChecksFilesAndTellsEveryError) {
+  const Room room;
+  const auto good = room.Write("good-\u00E4.toml", "[log]\nconsole = 'off'\n");
+  const ProgramOutcome fine = RunHostProgram(room, {"check", Utf8(good)});
+  EXPECT_EQ(fine.code, 0) << fine.err;
+  EXPECT_EQ(fine.out, Utf8(good) + ": no errors\n");
+  const auto bad = room.Write("bad.toml", "[log]\nconsole = 'loud'\n[module]\nport_value = -1\nx = 1\n");
+  const ProgramOutcome outcome = RunHostProgram(room, {"check", Utf8(bad)});
+  EXPECT_EQ(outcome.code, 2);
+  for (const char* place : {":2:11: log.console: ", ":4:14: module.port_value: ", ":5:1: module.x: "}) {
+    EXPECT_TRUE(Contains(outcome.err, Utf8(bad) + place)) << outcome.err;
+  }
+  EXPECT_EQ(RunHostProgram(room, {"check", "nothing.toml"}).code, 2);
+  EXPECT_EQ(RunHostProgram(room, {"check"}).code, 2);
+  EXPECT_EQ(RunHostProgram(room, {}).code, 2);
+}
+
+TEST(HostProgram, HelpTellsWhatEndsARun) {
+  const Room room;
+  const ProgramOutcome help = RunHostProgram(room, {"run", "--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_TRUE(Contains(help.out, "Ctrl+C and Ctrl+Break end the run")) << help.out;
+}
+
+TEST(HostProgram, RefusesKernelEventsThatThisSystemDoesNotHave) {
+  const Room room;
+  const auto config = room.Write("host.toml", ConfigText(room, "[emulator]\nsource = 'fanotify'\n"));
+  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, "kernel events need fanotify, which this system does not have")) << outcome.err;
+}
+
+TEST(HostProgram, SaysWhyAModuleCannotBeUsed) {
+  const Room room;
+  const auto config = room.Write("host.toml", ConfigText(room, ""));
+  const ProgramOutcome missing = RunHostProgram(
+      room, {"run", "--config", Utf8(config), "--module", Utf8(room.Path() / "no-such.dll"), "--duration", "5"});
+  EXPECT_EQ(missing.code, 3);
+  EXPECT_TRUE(Contains(missing.err, "the module " + Utf8(room.Path() / "no-such.dll") + " cannot be loaded: "))
+      << missing.err;
+  const auto text = room.Write("text.dll", "this is text\n");
+  EXPECT_EQ(RunHostProgram(room, {"run", "--config", Utf8(config), "--module", Utf8(text), "--duration", "5"}).code, 3);
+  const ProgramOutcome other =
+      RunHostProgram(room, {"run", "--config", Utf8(config), "--module",
+                            Utf8(ProgramDirectory() / "libwinpthread-1.dll"), "--duration", "5"});
+  EXPECT_EQ(other.code, 3);
+  EXPECT_TRUE(Contains(other.err, "libwinpthread-1.dll has no init")) << other.err;
+}
+
+TEST(HostProgram, EndsWithFourWhereTheDriverCountsAViolation) {
+  const Room room;
+  room.Write(
+      "scenario.toml",
+      "name = 'wrong'\nsteps = [{ await_request = 13 }, { notify = 4098, path = 'C:\\x', expect_verdict = 5 }]\n");
+  const auto config =
+      room.Write("host.toml", ConfigText(room, "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"));
+  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
+  EXPECT_EQ(outcome.code, 4) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "\nfine                 no\n")) << outcome.out;
+}
+
+TEST(HostProgram, WritesItsLogFileWhereItIsTold) {
+  const Room room;
+  const auto config =
+      room.Write("host.toml", ConfigText(room, "[log]\nconsole = 'off'\nfile = '${FENLUX_PLACE}/log-\u00FC.txt'\n"));
+  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config), "--duration", "2"},
+                                                {L"FENLUX_PLACE=" + room.Path().native()});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_TRUE(boost::filesystem::exists(room.Path() / L"log-\u00FC.txt"));
+}
+
+TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
+  const Room room;
+  const auto config = room.Write(
+      "host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nlibrary = '" +
+                                        Utf8(ProgramDirectory() / "fenlux-filter-stand-in.dll") + "'\nthreads = 2\n"));
+  HostProgram host(room, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
+  // The stand-in delivers its messages and goes away.
+  ASSERT_TRUE(host.AwaitLog("[driver port] Connection ended: ")) << host.End().err;
+  ASSERT_TRUE(host.PressCtrlC());
+  const ProgramOutcome outcome = host.End();
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "  received          500\n  answered          500\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  answered_instead  0\n  late              0\n  lost              0\n"))
+      << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  2  500\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  driver_version         19072701\n")) << outcome.out;
+}
+
+TEST(HostProgram, SaysThatTheFilterManagersLibraryIsMissing) {
+  const Room room;
+  const auto config =
+      room.Write("host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nlibrary = 'none.dll'\n"));
+  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, "none.dll cannot be loaded: ")) << outcome.err;
+}
+
+TEST(HostProgram, ChecksTheDriversSettings) {
+  const Room room;
+  const auto config = room.Write(
+      "host.toml", "[driver]\nport = 'filter-manager'\nthreads = 4\nbuffers = 2\n[emulator]\nsource = 'scripted'\n");
+  const ProgramOutcome outcome = RunHostProgram(room, {"check", Utf8(config)});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must not be less than threads, which is 4\n"))
+      << outcome.err;
+  EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: belongs to [driver] port = \"emulator\"\n")) << outcome.err;
+  const auto other = room.Write("other.toml", "[driver]\nlibrary = 'x.dll'\n");
+  EXPECT_TRUE(Contains(RunHostProgram(room, {"check", Utf8(other)}).err,
+                       ":2:11: driver.library: belongs to port = \"filter-manager\"\n"));
+}
+
+}  // namespace
+}  // namespace fenlux::testing

@@ -1,0 +1,219 @@
+// The library itself, loaded by name as a host does, with the fake host at its other side: what crosses the boundary
+// between the two (calls, exceptions, threads) and what it leaves behind.
+//
+// The module exists once in a process, so these cases build on each other and run in the order in which they stand.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <boost/system/system_error.hpp>
+#include <string>
+#include <thread>
+
+#include "core/fenlux.h"
+#include "kdi/kdi_base.h"
+#include "tests/support/fake_host.h"
+#include "tests/support/record_builders.h"
+
+namespace fenlux::testing {
+namespace {
+
+using InitFunction = void (*)(const std::shared_ptr<CGlobalContext>*);
+
+class ModuleLibrary : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    // Never let go of: its threads are detached.
+    library = ::LoadLibraryW(L"fenlux.dll");
+    if (library != nullptr)
+      init = reinterpret_cast<InitFunction>(reinterpret_cast<void*>(::GetProcAddress(library, "init")));
+    host = new FakeHost;
+    host->settings().wait_blocks = true;
+    host->gate().SetJournal(true);
+  }
+  void SetUp() override { ASSERT_NE(init, nullptr) << "fenlux.dll beside this program has no init"; }
+
+  static std::string FailureOfInit(const std::shared_ptr<CGlobalContext>* context) {
+    try {
+      init(context);
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "nothing was thrown";
+  }
+  static std::size_t Registrations() { return host->gate().Count("CGlobalContext::RegisterModule("); }
+  static Bytes Notification() { return NotificationBuilder(4098).Item1(u"C:\\work\\notes.txt").Build(); }
+  static std::uint32_t VerdictOf(const std::shared_ptr<CBuf>& reply) {
+    const Bytes bytes = BytesOf(reply);
+    return bytes.size() < 156 ? 0 : bytes[12];
+  }
+
+  static inline HMODULE library = nullptr;
+  static inline InitFunction init = nullptr;
+  static inline FakeHost* host = nullptr;
+};
+
+TEST_F(ModuleLibrary, ExportsInitAndNothingElse) {
+  const auto* base = reinterpret_cast<const std::uint8_t*>(library);
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
+  const auto& directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+  const auto* exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + directory.VirtualAddress);
+  ASSERT_EQ(exports->NumberOfFunctions, 1U);
+  ASSERT_EQ(exports->NumberOfNames, 1U);
+  const auto* names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
+  EXPECT_STREQ(reinterpret_cast<const char*>(base + names[0]), "init");
+}
+
+TEST_F(ModuleLibrary, ItsOwnExceptionsReachTheHost) {
+  EXPECT_EQ(FailureOfInit(nullptr), "[cl]Bad global class!");
+  const std::shared_ptr<CGlobalContext> none;
+  EXPECT_EQ(FailureOfInit(&none), "[cl]Bad global class!");
+}
+
+TEST_F(ModuleLibrary, SaysWhichServiceIsMissing) {
+  for (const auto& [getter, text] :
+       {std::pair{"CGlobalContext::GetUtility", "bad utility init!"},
+        std::pair{"CGlobalContext::GetCfg", "bad cfg init!"}, std::pair{"CGlobalContext::GetLog", "bad log init!"},
+        std::pair{"CGlobalContext::GetCfgEx", "bad cfgex init!"}}) {
+    host->gate().GiveEmpty(getter);
+    EXPECT_EQ(FailureOfInit(&host->context()), text);
+    host->gate().GiveAgain(getter);
+  }
+  EXPECT_EQ(Registrations(), 0U);
+}
+
+TEST_F(ModuleLibrary, WhatAServiceThrowsComesBackAsWhatItWas) {
+  const auto throws = [](Failure failure) {
+    host->gate().FailAlways("CGlobalContext::GetLog", failure);
+    std::string caught = "nothing";
+    try {
+      init(&host->context());
+    } catch (const boost::system::system_error& error) {
+      caught = error.code() == boost::system::errc::permission_denied ? "permission denied" : error.what();
+    } catch (const std::exception& error) {
+      caught = error.what();
+    } catch (int number) {
+      caught = std::to_string(number);
+    }
+    host->gate().StopFailing();
+    return caught;
+  };
+  EXPECT_EQ(throws(Failure::kStandard), "standard failure");
+  EXPECT_EQ(throws(Failure::kPoco), "I/O error");
+  EXPECT_EQ(throws(Failure::kBoostSystem), "permission denied");
+  EXPECT_EQ(throws(Failure::kInt), "7");
+  EXPECT_EQ(Registrations(), 0U);
+}
+
+TEST_F(ModuleLibrary, RegistersItsModuleOnce) {
+  init(&host->context());
+  EXPECT_EQ(Registrations(), 1U);
+  ASSERT_NE(host->Module(), nullptr);
+  const auto module = host->Module();
+  init(&host->context());
+  EXPECT_EQ(Registrations(), 1U);
+  EXPECT_EQ(host->Module(), module);
+}
+
+TEST_F(ModuleLibrary, TellsItsHostThatNoConnectionIsReady) {
+  try {
+    host->Module()->GetDriverPortValue();
+    FAIL() << "a port value of no connection";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "DCI,Driver Interact NOT ready.");
+  }
+  EXPECT_EQ(host->Module()->GetDriverInteract(), nullptr);
+}
+
+TEST_F(ModuleLibrary, StartsItsWorkAndGetsReady) {
+  host->Module()->StartWork();
+  ASSERT_TRUE(host->gate().AwaitCount("CPortClient::Wait(", 1));
+  EXPECT_EQ(host->Module()->GetDriverPortValue(), 77U);
+  ASSERT_NE(host->Module()->GetDriverInteract(), nullptr);
+  EXPECT_EQ(host->Module()->GetDriverInteract()->GetDriverVersion(), 19072701U);
+  ASSERT_EQ(host->ConnectContexts().size(), 1U);
+}
+
+TEST_F(ModuleLibrary, JudgesOnThreadsOfTheHostThatEndWhileItIsLoaded) {
+  const auto port = host->PortClient();
+  ASSERT_NE(port, nullptr);
+  std::atomic<int> right{0};
+  for (int round = 0; round < 50; ++round) {
+    std::vector<std::thread> delivering;
+    for (int index = 0; index < 4; ++index) {
+      delivering.emplace_back([&] {
+        if (VerdictOf(port->Deliver(Notification())) == 2) ++right;
+      });
+    }
+    for (std::thread& thread : delivering) thread.join();
+  }
+  EXPECT_EQ(right, 200);
+  // Threads of the system's own making, which know nothing of a C++ runtime.
+  struct Order {
+    FakePortClient* port;
+    std::uint32_t verdict;
+  } order{port.get(), 0};
+  const HANDLE thread = ::CreateThread(
+      nullptr, 0,
+      [](void* parameter) -> DWORD {
+        auto& given = *static_cast<Order*>(parameter);
+        given.verdict = VerdictOf(given.port->Deliver(Notification()));
+        return 0;
+      },
+      &order, 0, nullptr);
+  ASSERT_NE(thread, nullptr);
+  ::WaitForSingleObject(thread, INFINITE);
+  ::CloseHandle(thread);
+  EXPECT_EQ(order.verdict, 2U);
+}
+
+TEST_F(ModuleLibrary, TellsTheKindsOfTheHostsExceptionsApart) {
+  const auto lineFor = [](Failure failure) {
+    host->gate().ClearJournal();
+    host->gate().FailAlways("CAoArp::Evaluate", failure);
+    EXPECT_EQ(VerdictOf(host->PortClient()->Deliver(Notification())), 8U);
+    host->gate().StopFailing();
+    const auto lines = host->gate().EntriesOf({"CLog::LogProblem"});
+    return lines.empty() ? std::string("no line") : lines[0];
+  };
+  EXPECT_EQ(lineFor(Failure::kStandard), "CLog::LogProblem(0x10003, [wdi,wdaokd,STDE] info=standard failure)");
+  EXPECT_EQ(lineFor(Failure::kPoco),
+            "CLog::LogProblem(0x10003, [wdi,wdaokd,PCE] code=42,info=I/O error: poco failure)");
+  EXPECT_EQ(lineFor(Failure::kBoostSystem).rfind("CLog::LogProblem(0x10003, [wdi,wdaokd,BSTE] code=generic:13", 0), 0U);
+  EXPECT_EQ(lineFor(Failure::kInt), "CLog::LogProblem(0x10003, [wdi,wdaokd,OTHE])");
+}
+
+TEST_F(ModuleLibrary, ThrowsAtItsHostWhatTheHostThrewInside) {
+  const auto interact = host->Module()->GetDriverInteract();
+  ASSERT_NE(interact, nullptr);
+  host->gate().FailAlways("CPortClient::Send", Failure::kStandard);
+  EXPECT_THROW(interact->DumpDriverDebugInfo(), std::runtime_error);
+  host->gate().StopFailing();
+  host->gate().FailAlways("CPortClient::Send", Failure::kInt);
+  EXPECT_THROW(interact->DumpDriverDebugInfo(), int);
+  host->gate().StopFailing();
+}
+
+TEST_F(ModuleLibrary, StopsAndComesBackFiveSecondsLater) {
+  host->gate().ClearJournal();
+  const auto old = host->PortClient();
+  const auto begun = std::chrono::steady_clock::now();
+  host->Module()->StopWork(true);
+  EXPECT_TRUE(old->IsClosed());
+  EXPECT_EQ(host->Module()->GetDriverInteract(), nullptr);
+  ASSERT_TRUE(host->gate().AwaitCount("CPortClient::Wait(", 1));
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(4500));
+  EXPECT_EQ(host->PortClientCount(), 2U);
+  // The handler of the connection before serves nobody any more, and does no harm.
+  EXPECT_NE(host->PortClient(), old);
+  EXPECT_EQ(VerdictOf(host->PortClient()->Deliver(Notification())), 2U);
+}
+
+TEST_F(ModuleLibrary, StaysWhereItIs) {
+  host->Module()->StopWork(false);
+  // The process ends from here on while the module's threads are at work, as a host's does.
+  EXPECT_EQ(::GetModuleHandleW(L"fenlux.dll"), library);
+}
+
+}  // namespace
+}  // namespace fenlux::testing

@@ -1,0 +1,63 @@
+// The module's questions about processes where drive letters are real.
+#include "refhost/services/work_service.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <array>
+
+#include "refhost/services/process_queries.h"
+#include "refhost/services/utf_text.h"
+
+namespace fenlux::refhost {
+namespace {
+
+std::uint32_t Own() { return ::GetCurrentProcessId(); }
+
+TEST(WorkService, FindsAConfiguredSystemImageAndCountsItsProcessesAsTheSystems) {
+  WorkService work({{"system32\\csrss.exe", OwnProgramPath()}}, {});
+  boost::filesystem::path path;
+  EXPECT_EQ(work.SystemPath(path, "system32\\csrss.exe"), OwnProgramPath());
+  std::shared_ptr<ProcessIdList> found;
+  work.FindProcessesByImage(found, path, 0);
+  ASSERT_NE(found, nullptr);
+  EXPECT_NE(std::ranges::find(*found, Own()), found->end());
+  EXPECT_EQ(work.QueryProcessValue(Own(), 0), 0U);
+}
+
+TEST(WorkService, LooksForOtherSystemImagesWhereTheSystemKeepsThem) {
+  WorkService work({}, {});
+  boost::filesystem::path path;
+  EXPECT_EQ(work.SystemPath(path, "system32\\services.exe"), SystemImagePath("system32\\services.exe"));
+}
+
+TEST(WorkService, SaysThatAProcessIsUnknown) {
+  WorkService work({}, {});
+  EXPECT_EQ(work.QueryProcessValue(0xFFFFFFF0, 0), WorkService::kUnknownProcess);
+  EXPECT_EQ(work.QueryProcessValue(Own(), 0), ProcessSession(Own()));
+}
+
+TEST(WorkService, TellsAProcessByItsImageAndItsCommandLine) {
+  WorkService work({}, {});
+  std::wstring wide;
+  std::string narrow;
+  EXPECT_EQ(work.GetProcessWideText(wide, Own(), 0), OwnProgramPath().native());
+  EXPECT_EQ(work.GetProcessNarrowText(narrow, Own(), 0), NarrowFromWide(::GetCommandLineW()));
+  std::shared_ptr<ProcessIdSet> running;
+  work.GetRunningProcessIds(running, 0);
+  ASSERT_NE(running, nullptr);
+  EXPECT_TRUE(running->contains(Own()));
+}
+
+TEST(WorkService, GivesARealIdentityAsTheSystemWritesIt) {
+  // The local system's account, as the system itself lays it out.
+  std::array<std::uint8_t, 64> block{};
+  DWORD size = static_cast<DWORD>(block.size());
+  ASSERT_TRUE(::CreateWellKnownSid(WinLocalSystemSid, nullptr, block.data(), &size));
+  std::string text;
+  EXPECT_EQ(WorkService({}, {}).GetIdentityText(text, block.data()), "S-1-5-18");
+}
+
+}  // namespace
+}  // namespace fenlux::refhost
