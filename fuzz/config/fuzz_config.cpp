@@ -12,6 +12,7 @@
 #include "refhost/emulator/scenario.h"
 #include "refhost/services/config_reader.h"
 #include "refhost/services/configuration.h"
+#include "refhost/services/driver_settings.h"
 #include "refhost/services/judge.h"
 #include "refhost/services/locale_service.h"
 #include "refhost/services/log_service.h"
@@ -72,6 +73,7 @@ void ReadAsConfiguration(std::string_view text) {
   const SystemImages images = ReadSystemImages(root.Table("system_images"));
   const Translations translations = ReadTranslations(root.Table("translations"));
   const EmulatorSettings emulator = ReadEmulatorSettings(root.Table("emulator"));
+  const DriverSettings driver = ReadDriverSettings(root.Table("driver"));
   root.Finish();
   CheckErrors(errors, text, document.Parsed());
 
@@ -80,7 +82,9 @@ void ReadAsConfiguration(std::string_view text) {
   Require(log.queueLines >= 1, "the log's queue takes a line");
   CheckRules(rules, errors.Empty());
   CheckEmulator(emulator);
+  Require(driver.filter.threads >= 1 && driver.filter.threads <= kMostThreads, "1 to 64 threads deliver");
   if (!errors.Empty()) return;
+  Require(driver.filter.buffers >= driver.filter.threads, "every thread has a buffer");
   for (const auto& [name, path] : images) Require(path.is_absolute(), "accepted paths are absolute");
   for (const auto& [source, target] : translations) Require(!target.empty(), "accepted translations say something");
   if (!live.monitoredObjects) return;
