@@ -116,7 +116,7 @@ TEST_F(Faults, FailsAnySendWithWhateverException) {
   port = emulator.MakePortClient(
       kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(2)); }, 1);
   port->Connect();
-  EXPECT_EQ(FailureOf([&] { Send(*port, Request(11)); }), "the driver fails on request: Input/output error");
+  EXPECT_THAT(FailureOf([&] { Send(*port, Request(11)); }), ::testing::StartsWith("the driver fails on request: "));
 }
 
 TEST_F(Faults, DelaysRequestsUntilTheConnectionEnds) {

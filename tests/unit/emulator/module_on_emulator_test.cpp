@@ -1,5 +1,6 @@
 // The whole module on the emulated driver, in one process and on the manual clock: how it opens, how it comes back, and
 // what it makes of a driver that fails.
+#include <boost/dll/runtime_symbol_info.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <map>
 
@@ -96,8 +97,9 @@ class ModuleOnEmulator : public EmulatorTest {
     const auto records = std::make_shared<refhost::RecordRegister>();
     const auto configuration = std::make_shared<refhost::Configuration>(fixed, live, records);
     Emulator();
+    const boost::filesystem::path self = boost::dll::program_location();  // stands in for both system processes
     const auto work = std::make_shared<refhost::WorkService>(
-        refhost::SystemImages{{"system32\\csrss.exe", "/proc/self/exe"}, {"system32\\services.exe", "/proc/self/exe"}},
+        refhost::SystemImages{{"system32\\csrss.exe", self}, {"system32\\services.exe", self}},
         [emulator = Handle()](const std::string& name, const std::shared_ptr<CBuf>& context, std::uint32_t largest,
                               const NotificationHandler& notificationHandler, std::uint32_t value) {
           return emulator->MakePortClient(name, context, largest, notificationHandler, value);
