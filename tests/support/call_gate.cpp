@@ -130,7 +130,11 @@ void CallGate::Append(std::string& out, const boost::filesystem::path& value) { 
 
 bool CallGate::PassWatched(const char* operation, const std::string& entry) {
   std::function<void()> hook;
+  bool fails = false;
+  bool gives = true;
+  Failure failure{};
   {
+    // One critical section: what a test arms when it has seen the entry is for the next call.
     const std::lock_guard lock(mutex_);
     if (!entry.empty()) {
       entries_.push_back(entry);
@@ -140,14 +144,6 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
       const auto found = hooks_.find(operation);
       if (found != hooks_.end()) hook = found->second;
     }
-  }
-  if (hook) hook();
-
-  bool fails = false;
-  bool gives = true;
-  Failure failure{};
-  {
-    const std::lock_guard lock(mutex_);
     for (auto planned = failures_.begin(); planned != failures_.end(); ++planned) {
       if (planned->operation.empty() ? left_out_.count(operation) != 0 : planned->operation != operation) continue;
       if (planned->remaining > 0) {
@@ -172,6 +168,7 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
       }
     }
   }
+  if (hook) hook();
   if (fails) Throw(failure);
   return gives;
 }
