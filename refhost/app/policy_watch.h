@@ -1,8 +1,8 @@
-// Sees to it that no connection is left without policy.
+// Sees to it that no connection is left without policy, nor with an old one.
 //
 // The module applies the policy when a connection gets ready and whenever it is told to. A connection that ends while
-// its policy is still being applied can leave the next one without: the module then waits to be told again, which is
-// its host's duty.
+// its policy is still being applied can leave the next one without, and what it is told while it applies a policy is
+// lost: the module then waits to be told again, which is its host's duty.
 #pragma once
 
 #include <chrono>
@@ -22,6 +22,7 @@ class PolicyWatch {
   struct Sight {
     std::function<bool()> isReady;                       // a connection is ready
     std::function<Clock::time_point()> connectionBegun;  // when the module began its present connection
+    std::function<Clock::time_point()> policyChanged;    // when the policy was last replaced
     std::function<Clock::time_point()> policyRead;       // when the module last asked for the policy
     std::function<void()> notify;                        // has the policy applied again
   };

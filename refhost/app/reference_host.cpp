@@ -89,10 +89,12 @@ ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig conf
       policyWatch_({
           .isReady = [this] { return Module() != nullptr && Module()->GetDriverInteract() != nullptr; },
           .connectionBegun = [this] { return work_->LastConnectionBegun(); },
+          .policyChanged = [this] { return configuration_->LastReplaced(); },
           .policyRead = [this] { return configuration_->LastPolicyRead(); },
           .notify =
               [this] {
-                log_->Write(Severity::kNotice, "[host] The connection has no policy yet: the module is told again.");
+                log_->Write(Severity::kNotice,
+                            "[host] The connection has not got the policy yet: the module is told again.");
                 Module()->NotifyPolicyChanged();
               },
       }) {}

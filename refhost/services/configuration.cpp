@@ -121,6 +121,7 @@ void Configuration::Replace(LiveSettings live) {
   refreshMilliseconds_.store(live.refreshMilliseconds);
   const std::lock_guard lock(mutex_);
   policy_.swap(policy);
+  lastReplaced_.store(Clock::now().time_since_epoch().count());
   if (block_ == nullptr || block_->bytes != block->bytes) {
     block->older = std::move(block_);
     block_ = std::move(block);

@@ -69,6 +69,8 @@ class Configuration final : public CCfg, public CCfgEx {
   DriverVersionReport LastDriverVersion() const;
   // When the module last asked for the policy; the clock's beginning where it never did.
   Clock::time_point LastPolicyRead() const { return Clock::time_point(Clock::duration(lastPolicyRead_.load())); }
+  // When the live settings were last replaced; a policy read after it is the new one.
+  Clock::time_point LastReplaced() const { return Clock::time_point(Clock::duration(lastReplaced_.load())); }
   std::uint64_t PolicyReads() const { return policyReads_.load(); }
 
   // CCfg
@@ -110,6 +112,7 @@ class Configuration final : public CCfg, public CCfgEx {
   std::atomic<bool> measuring_{false};
   std::atomic<std::uint32_t> refreshMilliseconds_{0};
   std::atomic<Clock::rep> lastPolicyRead_{Clock::duration::min().count()};
+  std::atomic<Clock::rep> lastReplaced_{Clock::duration::min().count()};
   std::atomic<std::uint64_t> policyReads_{0};
 
   mutable std::mutex mutex_;  // over everything below

@@ -1,3 +1,4 @@
+// Items out of a message that may hold anything.
 #include "connection/notification_items.h"
 
 #include <stdexcept>

@@ -46,5 +46,5 @@ class CFenlux {
 // The one export. Makes the module from the services of `*context` and registers it there; does nothing where the
 // module exists already. Throws std::runtime_error with "[cl]Bad global class!" for a null pointer or an empty handle,
 // with the service's own message ("bad log init!") where a required service is missing, and whatever the host's
-// RegisterModule throws. Host thread.
+// RegisterModule throws: the module exists then, unregistered, and a later init does nothing. Host thread.
 extern "C" FENLUX_EXPORT void init(const std::shared_ptr<fenlux::CGlobalContext>* context);

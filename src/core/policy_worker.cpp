@@ -77,7 +77,9 @@ void CFenluxImpl::AddPolicyObject(CWinDriverInteract& interact, CPolicyObject& o
 }
 
 void CFenluxImpl::LogSkipped(const char* text, const boost::filesystem::path& path) {
-  log->LogProblem(kLogCode, Translate(text) + Narrow(path));
+  std::string line = Translate(text);
+  line += Narrow(path);
+  log->LogProblem(kLogCode, line);
 }
 
 std::string CFenluxImpl::Narrow(const boost::filesystem::path& path) {

@@ -24,11 +24,11 @@ class CGlobalContext {
  public:
   // Required. Also once per notification, on delivery threads.
   virtual std::shared_ptr<CCfg> GetCfg() = 0;
-  // Required.
+  // Required. Also on delivery threads while notifications are measured.
   virtual std::shared_ptr<CLog> GetLog() = 0;
   // Required by the driver interface; the module core logs untranslated, and asks again, while it is missing.
   virtual std::shared_ptr<CLocale> GetLocale() = 0;
-  // Required.
+  // Required. Also on delivery threads while notifications are measured.
   virtual std::shared_ptr<CUtility> GetUtility() = 0;
   // Required by the driver interface.
   virtual std::shared_ptr<CNet> GetNet() = 0;

@@ -3,6 +3,9 @@
 // Every interface here is a table of operations: pure virtual, in a fixed order, without data and without overloads. A
 // host and the module share C++ types across the library boundary, so both are built with one compiler and one runtime.
 //
+// Getters that return a reference give a handle that the host keeps; the module copies it, on several threads at once.
+// The host must not replace the handle behind such a reference while the module may be reading it.
+//
 // Words used beside the operations, here and in kdi/, for the threads that call them:
 //   host thread         a thread of the host that calls init or an operation of CFenlux or CKDIBase
 //   connection worker   the module's thread that makes driver interfaces and runs their connections, one at a time

@@ -7,9 +7,9 @@
 namespace fenlux {
 
 // Every operation takes a log code (0x10003 for all lines but the performance line, which carries 0x10034) and one
-// complete line without a line end. All of them: any thread, several at once. LogProblem and LogDetail are called on
-// delivery threads while the kernel waits for a verdict, so they should not block. An exception is survived by the
-// module wherever a verdict depends on it; the line is then lost.
+// complete line without a line end. All of them: any thread, several at once. LogProblem, LogDetail and, while
+// notifications are measured, LogEvent are called on delivery threads while the kernel waits for a verdict, so they
+// should not block. An exception is survived by the module wherever a verdict depends on it; the line is then lost.
 class CLog {
  public:
   // The connection has been failing for a long time.

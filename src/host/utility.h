@@ -27,7 +27,7 @@ class CUtility {
  public:
   // Adds 1 to the module's version where true. Connection worker.
   virtual bool QueryVersionFlag() = 0;
-  // Wide text to narrow text. Connection worker, policy worker, delivery threads.
+  // Wide text to narrow text. Connection worker, policy worker, host threads, delivery threads.
   virtual std::string& ToNarrowString(std::string& out, const std::wstring& text) = 0;
   // Declared for the order of the table; the module never calls it.
   virtual std::string& TransformPath(std::string& out, const std::string& path) = 0;

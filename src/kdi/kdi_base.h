@@ -80,7 +80,7 @@ class CKDIBase : public CDrvXControl, public std::enable_shared_from_this<CKDIBa
   std::shared_ptr<CCfgEx> cfgEx;
   std::shared_ptr<CNetObject> netObject;  // held for the object's life, released once at shutdown
   bool clientTypeFlag = false;            // client type 2 when true, 1 when false
-  bool cfgExOption = false;               // kept for the host's register; no operation reads it
+  bool cfgExOption = false;               // kept; no operation reads it
   Mutex baseMutex;                        // held by RegisterSystemProcess for its whole run
   std::shared_ptr<CLocale> locale;
   std::shared_ptr<CRecordRegistration> recordHandle;  // withdrawn once at shutdown

@@ -1,3 +1,4 @@
+// The measurement of one notification: asked for when the scope begins, logged when it ends.
 #include "kdi/perf_scope.h"
 
 #include <string>

@@ -19,8 +19,8 @@ CWinDriverInteract::~CWinDriverInteract() {
 
 void CWinDriverInteract::StopInteract() {
   autoRefresh->StopRefresh();
+  stopped = true;  // first: a run that is just becoming ready looks at it after it has said so
   ready = false;
-  stopped = true;
   if (const auto client = portClient.Load()) client->Close();
 }
 

@@ -12,12 +12,14 @@ using std::chrono::milliseconds;
 struct Scene {
   bool ready = false;
   Clock::time_point begun = Clock::time_point::min();
+  Clock::time_point changed = Clock::time_point::min();
   Clock::time_point read = Clock::time_point::min();
   int notified = 0;
   Clock::time_point now = Clock::time_point(std::chrono::hours(1));
   PolicyWatch watch{{
       .isReady = [this] { return ready; },
       .connectionBegun = [this] { return begun; },
+      .policyChanged = [this] { return changed; },
       .policyRead = [this] { return read; },
       .notify = [this] { ++notified; },
   }};
@@ -46,6 +48,21 @@ TEST(PolicyWatch, SaysNothingWhereThePolicyIsReadInTime) {
   scene.read = scene.now;
   for (int look = 0; look < 100; ++look) scene.Look(milliseconds(100));
   EXPECT_EQ(scene.notified, 0);
+}
+
+TEST(PolicyWatch, TellsTheModuleOfAChangeThatItMissedWhileItAppliedThePolicyBefore) {
+  Scene scene;
+  scene.Connect();
+  scene.now += milliseconds(10);
+  scene.read = scene.now;
+  scene.now += milliseconds(10);
+  scene.changed = scene.now;
+  scene.Look(milliseconds(0));
+  scene.Look(milliseconds(1000));
+  EXPECT_EQ(scene.notified, 1);
+  scene.read = scene.now;
+  for (int look = 0; look < 100; ++look) scene.Look(milliseconds(100));
+  EXPECT_EQ(scene.notified, 1);
 }
 
 TEST(PolicyWatch, TellsTheModuleOnceASecondUntilThePolicyIsRead) {
