@@ -52,7 +52,10 @@ void DriverCore::Connect(const std::shared_ptr<DriverPort>& port) {
     if (stopping_ || port->Ended()) throw std::runtime_error(kClosed);
     if (port->Connected()) RefuseConnect("a port was opened twice", true);
     CheckConnect(*port, clientType);
-    if (Present() != nullptr) RefuseConnect("a second port was opened beside an open one", true);
+    // One that has ended may still be here while its end is being dealt with.
+    if (const auto present = Present(); present != nullptr && !present->Ended()) {
+      RefuseConnect("a second port was opened beside an open one", true);
+    }
     if (faults_.refuseConnects > 0) {
       --faults_.refuseConnects;
       RefuseConnect("the driver refuses the connection", false);
@@ -64,6 +67,7 @@ void DriverCore::Connect(const std::shared_ptr<DriverPort>& port) {
     const std::lock_guard presentLock(presentMutex_);
     present_ = port;
   }
+  UpdateWatch();
   // Stop marks itself before it ends the present port: one of the two sees the other.
   if (stopping_) End(port, UnjudgedCause::kStopped, "the emulator stops");
   Log(EmulatorLogLevel::kEvent, "Connection " + std::to_string(connects) + " opened, client type " +
@@ -127,10 +131,8 @@ void DriverCore::End(const std::shared_ptr<DriverPort>& port, UnjudgedCause caus
     }
   }
   answers_.TakeForEnd(port.get(), cause);
-  if (wasPresent) {
-    UpdateWatch();
-    Log(EmulatorLogLevel::kEvent, "Connection ended: " + reason + ".");
-  }
+  if (wasPresent) UpdateWatch();
+  if (port->Connected()) Log(EmulatorLogLevel::kEvent, "Connection ended: " + reason + ".");
   Wake();
 }
 
