@@ -180,8 +180,10 @@ struct ConfigTable::Node {
     if (!expanded) return {};
     const boost::filesystem::path path = *expanded;
     if (path.is_absolute()) return path;
-    const boost::filesystem::path normal =
-        boost::filesystem::absolute(source->file.parent_path() / path).lexically_normal();
+    const boost::filesystem::path directory = boost::filesystem::absolute(source->file.parent_path());
+    // A path of Windows can begin at the root without naming the drive; then it is the file's.
+    if (path.has_root_directory()) return directory.root_name() / path;
+    const boost::filesystem::path normal = (directory / path).lexically_normal();
     return normal.filename() == "." ? normal.parent_path() : normal;
   }
 

@@ -53,16 +53,17 @@ struct Line {
 std::string_view ViewOf(spdlog::string_view_t text) { return {text.data(), text.size()}; }
 
 // 2025-01-31T12:00:00.123+01:00
-std::string TimeText(const Line& line) {
-  thread_local spdlog::pattern_formatter formatter("%Y-%m-%dT%H:%M:%S.%e%z", spdlog::pattern_time_type::local, "");
+constexpr char kTimePattern[] = "%Y-%m-%dT%H:%M:%S.%e%z";
+
+std::string TimeText(const Line& line, spdlog::pattern_formatter& formatter) {
   spdlog::memory_buf_t text;
   formatter.format(spdlog::details::log_msg(line.time, {}, "", spdlog::level::info, ""), text);
   return std::string(text.data(), text.size());
 }
 
-std::string JsonText(const Line& line) {
+std::string JsonText(const Line& line, spdlog::pattern_formatter& timeFormatter) {
   Report object;
-  object.Add("time", TimeText(line));
+  object.Add("time", TimeText(line, timeFormatter));
   object.Add("severity", std::string(RowOf(line.severity).name));
   object.Add("level", std::string(ViewOf(spdlog::level::to_string_view(RowOf(line.severity).level))));
   if (line.code != 0) object.Add("code", line.code);
@@ -199,7 +200,7 @@ class LogService::Queue {
   bool WriteOut(const Line& line) noexcept {
     bool taken = true;
     try {
-      const std::string text = json_ ? JsonText(line) : PlainText(line);
+      const std::string text = json_ ? JsonText(line, timeFormatter_) : PlainText(line);
       const spdlog::details::log_msg message(line.time, {}, "", RowOf(line.severity).level, text);
       for (const Output& output : outputs_) {
         if (static_cast<std::size_t>(line.severity) >= output.least) taken = WriteTo(output, message) && taken;
@@ -230,7 +231,9 @@ class LogService::Queue {
 
   const bool json_;
   const std::size_t mostLines_;
-  std::vector<Output> outputs_;      // fixed at construction, then the writer's
+  std::vector<Output> outputs_;  // fixed at construction, then the writer's
+  // The writer's. Not thread_local: MinGW frees a thread's objects before it destroys them.
+  spdlog::pattern_formatter timeFormatter_{kTimePattern, spdlog::pattern_time_type::local, ""};
   std::size_t least_ = kSeverities;  // the least severity that any output takes
   std::array<std::atomic<std::uint64_t>, kSeverities> counts_{};
   std::atomic<std::uint64_t> unwanted_{0};

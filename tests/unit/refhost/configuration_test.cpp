@@ -60,8 +60,8 @@ TEST(Configuration, AnswersWhatTheFileSays) {
   std::shared_ptr<MonitorPolicy> policy;
   ASSERT_NE(configuration.GetMonitorPolicy(policy), nullptr);
   ASSERT_EQ(policy->size(), 2U);
-  EXPECT_EQ((*policy)[0]->GetMonitorPath(), "/a");
-  EXPECT_EQ((*policy)[1]->GetMonitorPath(), "/d/b");
+  EXPECT_EQ((*policy)[0]->GetMonitorPath(), testing::Rooted("/a"));
+  EXPECT_EQ((*policy)[1]->GetMonitorPath(), testing::Rooted("/d/b"));
 }
 
 TEST(Configuration, HasNoPolicyAndNoBlockWhereTheFileHasNone) {
@@ -91,7 +91,7 @@ TEST(Configuration, AReplacedPolicyIsANewListAndTheHeldOneStays) {
   std::shared_ptr<MonitorPolicy> next;
   configuration.GetMonitorPolicy(next);
   ASSERT_EQ(held->size(), 1U);
-  EXPECT_EQ((*held)[0]->GetMonitorPath(), "/a");
+  EXPECT_EQ((*held)[0]->GetMonitorPath(), testing::Rooted("/a"));
   ASSERT_EQ(next->size(), 2U);
   EXPECT_EQ(configuration.GetSpspSettings()->GetSpspFlag2(), 4);
 }
@@ -123,8 +123,9 @@ TEST(Configuration, RefusesABlockThatDoesNotFitInTheRequest) {
 TEST(Configuration, RefusesTwoBlocksAndAMissingFile) {
   const Read read("[module]\nconfig_block = 'x'\nconfig_block_file = '/no/such/file'\n");
   EXPECT_EQ(read.errors.Text(),
-            "/d/c.toml:3:21: module.config_block_file: cannot stand beside config_block\n"
-            "/d/c.toml:3:21: module.config_block_file: names /no/such/file, which cannot be read\n");
+            std::string("/d/c.toml:3:21: module.config_block_file: cannot stand beside config_block\n") +
+                "/d/c.toml:3:21: module.config_block_file: names " + testing::Rooted("/no/such/file").string() +
+                ", which cannot be read\n");
 }
 
 TEST(Configuration, KeepsTheDriverVersionThatTheModuleReports) {

@@ -37,9 +37,14 @@ class TemporaryDirectory {
   boost::filesystem::path path_;
 };
 
+// A path that begins at the root, as it reads where paths name the drive too: the current one.
+inline boost::filesystem::path Rooted(const std::string& path) {
+  return boost::filesystem::current_path().root_name() / path;
+}
+
 // The whole of a file; empty where it cannot be read.
 inline std::string FileText(const boost::filesystem::path& file) {
-  std::ifstream stream(file.string(), std::ios::binary);
+  std::ifstream stream(file.string());  // as text: with the line ends of the language, not of the system
   return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 

@@ -1,0 +1,62 @@
+// An output that is stuck: a pipe with a name, which only POSIX keeps among the files.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "refhost/services/log_service.h"
+#include "tests/unit/refhost/temporary_directory.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using fenlux::testing::TemporaryDirectory;
+
+TEST(LogService, NobodyWaitsForAnOutputThatIsStuckAndTheDroppedLinesAreCounted) {
+  // A pipe with a name whose reader does not read: the writer sticks in it once it is full.
+  const TemporaryDirectory directory;
+  const auto pipe = directory.Path() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  LogSettings settings;
+  settings.consoleLeast = kSeverities;
+  settings.file = pipe;
+  settings.queueLines = 10;
+  LogService log(settings);
+  const std::string line(1000, 'x');
+  std::uint64_t lines = 0;
+  do {
+    log.LogEvent(0, line);
+    ++lines;
+  } while (log.Drain(std::chrono::milliseconds(100)) && lines < 10'000);
+  ASSERT_LT(lines, 10'000U) << "the pipe never filled";
+  const auto begun = std::chrono::steady_clock::now();
+  for (int count = 0; count < 2000; ++count, ++lines) log.LogEvent(0, line);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
+  const LogTotals stuck = log.Totals();
+  EXPECT_GT(stuck.dropped, 0U);
+  EXPECT_EQ(stuck.written + stuck.dropped + stuck.waiting, lines);
+
+  // Once it is read again, what waits is written.
+  std::uint64_t read = 0;
+  std::vector<char> chunk(65536);
+  while (!log.Drain(std::chrono::milliseconds(1))) {
+    const ssize_t count = ::read(reader, chunk.data(), chunk.size());
+    if (count > 0) read += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + count, '\n'));
+  }
+  for (ssize_t count = 0; (count = ::read(reader, chunk.data(), chunk.size())) > 0;) {
+    read += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + count, '\n'));
+  }
+  const LogTotals totals = log.Totals();
+  EXPECT_EQ(totals.waiting, 0U);
+  EXPECT_EQ(totals.written, read);
+  EXPECT_EQ(totals.written + totals.dropped, lines);
+  ::close(reader);
+}
+
+}  // namespace
+}  // namespace fenlux::refhost
