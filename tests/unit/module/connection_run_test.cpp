@@ -152,6 +152,20 @@ TEST_F(ConnectionRun, AStopWhileThePortClientIsBeingMadeClosesItOnceItIsThere) {
   EXPECT_EQ(calls,
             (Lines{"CPortClient::Close()", "CPortClient::Connect()", "CPortClient::Start()", "CPortClient::Wait()"}));
   EXPECT_TRUE(interact->IsStopRequested());
+  EXPECT_FALSE(interact->IsDriverReady());
+  Forget();
+  interact->ClearMonitorObjects(1);
+  EXPECT_TRUE(host.Requests().empty());
+}
+
+TEST_F(ConnectionRun, AStopJustBeforeTheInterfaceBecomesReadyIsNotLostEither) {
+  settings().wait_blocks = true;
+  const auto interact = Fresh();
+  gate().OnCall("CPortClient::Start", [&] { interact->StopInteract(); });
+  interact->RunDriverConnection();
+  EXPECT_FALSE(interact->IsDriverReady());
+  EXPECT_TRUE(interact->IsStopRequested());
+  EXPECT_EQ(gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
 }
 
 TEST_F(ConnectionRun, AStopWhileWaitingEndsTheRun) {

@@ -120,6 +120,18 @@ TEST_F(Init, KeepsTheModuleAliveByItself) {
   EXPECT_TRUE(weak.expired()) << "released on purpose, the destructor runs";
 }
 
+TEST_F(Init, AFailedRegistrationGoesOnAndTheModuleStays) {
+  for (const Failure failure : kAllFailures) {
+    CFenluxImpl::Release();
+    gate().FailAt("CGlobalContext::RegisterModule", 1, failure);
+    EXPECT_TRUE(Propagates(failure, [&] { init(&host.context()); }));
+    EXPECT_TRUE(CFenluxImpl::Instance());
+  }
+  Forget();
+  init(&host.context());
+  EXPECT_TRUE(gate().Entries().empty()) << "a later call does nothing";
+}
+
 TEST_F(Init, TwoThreadsAtOnceMakeOneModule) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) threads.emplace_back([this] { init(&host.context()); });
@@ -340,6 +352,11 @@ TEST_F(ConnectedModule, ASecondStartWorkEndsTheConnectionAndItsOwnConnectionWork
   ASSERT_TRUE(gate().AwaitCount(Problem("[dci,tiwk] There is another thread doing work. We should exit."), 1));
   ASSERT_TRUE(clock().AwaitParked(5s)) << "the first worker comes back later";
   EXPECT_EQ(gate().Count("CGlobalContext::GetNet"), 1u);
+  // Two policy workers run beside each other; the first may have to be woken from its wait.
+  while (clock().Parked(100ms) < 2) {
+    impl->NotifyPolicyChanged();
+    std::this_thread::yield();
+  }
 }
 
 // ---------------------------------------------------------------- destruction

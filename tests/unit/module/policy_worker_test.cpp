@@ -113,6 +113,7 @@ TEST_F(PolicyWorker, ADriverThatIsStoppedIsNotReady) {
   StartPolicyWorker();
   ASSERT_TRUE(clock().AwaitParked(100ms));
   EXPECT_EQ(gate().Count("CCfgEx::GetMonitorPolicy"), 0u);
+  ASSERT_TRUE(clock().AwaitParked(5s));
 }
 
 // ---------------------------------------------------------------- the policy
