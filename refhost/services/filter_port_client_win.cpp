@@ -315,16 +315,18 @@ void Connection::Send(CBuf& request, CBuf* reply) {
 }
 
 void Connection::End(const std::string& reason) {
+  bool opened = false;
   {
     const std::lock_guard lock(mutex_);
     if (ended_) return;
     ended_ = true;
+    opened = port_.Valid();
     // Calls that are held up in the driver come back.
     if (port_.Valid()) ::CancelIoEx(port_.Get(), nullptr);
     CloseIfUnused();
   }
   endedChanged_.notify_all();
-  board_->Log(Severity::kEvent, "Connection ended: " + reason + ".");
+  if (opened) board_->Log(Severity::kEvent, "Connection ended: " + reason + ".");
 }
 
 // A delivery thread.

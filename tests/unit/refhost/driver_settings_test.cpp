@@ -1,0 +1,54 @@
+// The [driver] table, and its refusal where the system has no Filter Manager.
+#include "refhost/services/driver_settings.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/services/config_reader.h"
+
+namespace fenlux::refhost {
+namespace {
+
+struct Read {
+  explicit Read(std::string_view text) {
+    const ConfigDocument document(text, "c.toml", errors);
+    settings = ReadDriverSettings(document.Root().Table("driver"));
+    document.Root().Finish();
+  }
+
+  ConfigErrors errors;
+  DriverSettings settings;
+};
+
+TEST(DriverSettings, TheEmulatorIsTheDriverUnlessTheFileSaysOtherwise) {
+  const Read read("");
+  EXPECT_EQ(read.errors.Text(), "");
+  EXPECT_EQ(read.settings, DriverSettings());
+  EXPECT_EQ(read.settings.port, DriverPortKind::kEmulator);
+}
+
+TEST(DriverSettings, TheFilterManagerIsTakenWhereThereIsOne) {
+  const Read read("[driver]\nport = 'filter-manager'\nthreads = 5\n");
+  EXPECT_EQ(read.settings.port, DriverPortKind::kFilterManager);
+  EXPECT_EQ(read.settings.filter.threads, 5U);
+  EXPECT_EQ(read.settings.filter.buffers, 10U);
+  EXPECT_EQ(read.errors.Text(), FilterPortExists()
+                                    ? ""
+                                    : "c.toml:2:8: driver.port: the Filter Manager exists on Windows only; set port = "
+                                      "\"emulator\"\n");
+}
+
+TEST(DriverSettings, WhatBelongsToTheFilterManagerIsRefusedBesideTheEmulator) {
+  EXPECT_EQ(Read("[driver]\nbuffers = 9\nthreads = 3\nlibrary = 'x.dll'\n").errors.Text(),
+            "c.toml:2:11: driver.buffers: belongs to port = \"filter-manager\"\n"
+            "c.toml:3:11: driver.threads: belongs to port = \"filter-manager\"\n"
+            "c.toml:4:11: driver.library: belongs to port = \"filter-manager\"\n");
+}
+
+TEST(DriverSettings, UnknownPortsAndTooFewBuffersAreTold) {
+  EXPECT_NE(Read("[driver]\nport = 'serial'\n").errors.Text(), "");
+  const std::string errors = Read("[driver]\nport = 'filter-manager'\nthreads = 6\nbuffers = 5\n").errors.Text();
+  EXPECT_NE(errors.find("c.toml:4:11: driver.buffers: must not be less than threads, which is 6\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace fenlux::refhost
