@@ -126,6 +126,8 @@ TEST_F(RefreshThread, AStopAndAStartServeLookUpsWithoutAThread) {
   info->StopRefresh();
   clock().Advance(250ms);
   ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  // The thread gives its place up after that line, and its handle of the object last of all.
+  while (info.use_count() > 1) std::this_thread::yield();
   Forget();
   info->Start();
   ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
