@@ -19,8 +19,9 @@ windows_begin() {
   unset DISPLAY WAYLAND_DISPLAY
   PATH="$PATH:/usr/lib/wine"
   mkdir -p "$WINEPREFIX"
-  wine64 wineboot --init >/dev/null 2>&1 </dev/null
+  # The server first, and told to stay: one that leaves between two programs makes each of them start it again.
   "$(windows_server)" -p >/dev/null 2>&1
+  wine64 wineboot --init >/dev/null 2>&1 </dev/null
 }
 
 # Ends the Wine that windows_begin started, and no other.
