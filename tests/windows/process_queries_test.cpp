@@ -117,17 +117,19 @@ TEST(ProcessQueries, PlaceSystemImagesBelowTheSystemsDirectory) {
 }
 
 TEST(ProcessQueries, FindTheServiceController) {
-  // Wine runs one, as Windows does; whether its image may be looked at is the system's matter.
-  bool runs = false;
+  // Wine runs one, as Windows does, and for a moment after its start two; whether an image may be looked at is the
+  // system's matter.
+  std::uint32_t controller = 0;
   for (const std::uint64_t id : RunningProcesses()) {
     const std::wstring image = ProcessImagePath(static_cast<std::uint32_t>(id));
     if (::CompareStringOrdinal(image.c_str(), -1, SystemImagePath("system32\\services.exe").c_str(), -1, TRUE) ==
         CSTR_EQUAL) {
-      runs = true;
+      controller = static_cast<std::uint32_t>(id);
     }
   }
-  if (!runs) GTEST_SKIP() << "no service controller runs here that this user may look at";
-  EXPECT_EQ(ProcessesOfImage(SystemImagePath("system32\\services.exe")).size(), 1U);
+  if (controller == 0) GTEST_SKIP() << "no service controller runs here that this user may look at";
+  const auto found = ProcessesOfImage(SystemImagePath("system32\\services.exe"));
+  EXPECT_NE(std::find(found.begin(), found.end(), controller), found.end());
 }
 
 }  // namespace
