@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #include "kdi/driver_records.h"
-#include "refhost/emulator/utf16.h"
+#include "refhost/services/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -36,7 +36,7 @@ std::string ReadText(const std::uint8_t* field, std::size_t bytes) {
     if (unit == 0) break;
     text.push_back(unit);
   }
-  return Utf8FromUtf16(text);
+  return NarrowFromUtf16(text);
 }
 
 std::string Number(std::uint64_t value) { return std::to_string(value); }

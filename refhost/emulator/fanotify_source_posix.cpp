@@ -28,7 +28,7 @@
 #include "refhost/emulator/notification_builder.h"
 #include "refhost/emulator/own_process.h"
 #include "refhost/emulator/thread_crew.h"
-#include "refhost/emulator/utf16.h"
+#include "refhost/services/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -197,7 +197,7 @@ class FanotifySource::Reader final : public AnswerRelease {
     std::snprintf(link, sizeof(link), "/proc/self/fd/%d", event.fd);
     char path[PATH_MAX];
     const ssize_t length = ::readlink(link, path, sizeof(path));
-    if (length > 0) fields.path = Utf16FromUtf8({path, static_cast<std::size_t>(length)});
+    if (length > 0) fields.path = Utf16FromNarrow({path, static_cast<std::size_t>(length)});
     message_.resize(NotificationSize(fields));
     WriteNotification(fields, message_.data());
   }

@@ -10,8 +10,8 @@
 #include "refhost/emulator/driver_model.h"
 #include "refhost/emulator/notification_builder.h"
 #include "refhost/emulator/own_process.h"
-#include "refhost/emulator/utf16.h"
 #include "refhost/services/config_reader.h"
+#include "refhost/services/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -111,9 +111,9 @@ NotificationFields ReadFields(const ConfigTable& table) {
   fields.conditionB = Flag(table, "condition_b");
   fields.conditionC = Flag(table, "condition_c");
   fields.oplock = Flag(table, "oplock");
-  fields.path = Utf16FromUtf8(table.ExpandedText("path", {}));
-  fields.secondPath = Utf16FromUtf8(table.ExpandedText("second_path", {}));
-  fields.furtherPath = Utf16FromUtf8(table.ExpandedText("further_path", {}));
+  fields.path = Utf16FromNarrow(table.ExpandedText("path", {}));
+  fields.secondPath = Utf16FromNarrow(table.ExpandedText("second_path", {}));
+  fields.furtherPath = Utf16FromNarrow(table.ExpandedText("further_path", {}));
   fields.extraData = HexBytes(table, "extra_hex");
   fields.identity = HexBytes(table, "identity_hex");
   if (fields.identity.size() > sizeof(records::Notification::identity)) {

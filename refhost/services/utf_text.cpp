@@ -58,6 +58,10 @@ std::wstring WideFromNarrow(std::string_view text) { return Convert<wchar_t>(tex
 
 std::u16string Utf16FromWide(std::wstring_view text) { return Convert<char16_t>(text); }
 
+std::u16string Utf16FromNarrow(std::string_view text) { return Convert<char16_t>(text); }
+
+std::string NarrowFromUtf16(std::u16string_view text) { return Convert<char>(text); }
+
 std::string Printable(std::string_view text) {
   std::string printable;
   printable.reserve(text.size());

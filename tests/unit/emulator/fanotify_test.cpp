@@ -11,7 +11,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "refhost/emulator/utf16.h"
+#include "refhost/services/utf_text.h"
 #include "tests/unit/emulator/emulator_test.h"
 #include "tests/unit/emulator/kernel_fixture.h"
 
@@ -51,7 +51,7 @@ class KernelEvents : public EmulatorTest {
 
   // Commits these directories for a type, as the module does.
   void Commit(CPortClient& port, const std::vector<std::string>& directories, std::uint32_t type = 1) {
-    for (const std::string& path : directories) Send(port, AddRequest(type, refhost::Utf16FromUtf8(path)));
+    for (const std::string& path : directories) Send(port, AddRequest(type, refhost::Utf16FromNarrow(path)));
     Send(port, Request(3, "0" + std::to_string(type) + " 00 00 00"));
   }
 
@@ -108,7 +108,7 @@ TEST_F(KernelEvents, TellsTheModuleWhoOpensWhat) {
   Emulator().Stop();
   EXPECT_TRUE(SameBytes(refhost::BuildNotification({.code = 4097,
                                                     .processId = static_cast<std::uint64_t>(other.Id()),
-                                                    .path = refhost::Utf16FromUtf8(strange),
+                                                    .path = refhost::Utf16FromNarrow(strange),
                                                     .accessValueA = 0x10000}),
                         seen));
 }
@@ -302,7 +302,7 @@ class PolicyEvents : public KernelEvents {
 TEST_F(PolicyEvents, FollowWhatIsCommittedWithoutARestart) {
   const auto port = OpenedWithVerdict(4);
   EXPECT_EQ(other.Perform(inFirst), 0);
-  Send(*port, AddRequest(1, refhost::Utf16FromUtf8(first)));
+  Send(*port, AddRequest(1, refhost::Utf16FromNarrow(first)));
   EXPECT_EQ(other.Perform(inFirst), 0);  // added, not committed
   Send(*port, Request(3, "01 00 00 00"));
   EXPECT_EQ(other.Perform(inFirst), EPERM);

@@ -5,7 +5,6 @@
 #include <map>
 
 #include "core/fenlux_impl.h"
-#include "refhost/emulator/utf16.h"
 #include "refhost/services/configuration.h"
 #include "refhost/services/event_record.h"
 #include "refhost/services/heap_buffer.h"
@@ -14,6 +13,7 @@
 #include "refhost/services/locale_service.h"
 #include "refhost/services/log_service.h"
 #include "refhost/services/record_register.h"
+#include "refhost/services/utf_text.h"
 #include "refhost/services/utility_service.h"
 #include "refhost/services/work_service.h"
 #include "tests/support/manual_clock.h"

@@ -12,7 +12,14 @@ TEST(UtfText, ConvertsEveryLengthOfCharacter) {
   EXPECT_EQ(WideFromNarrow(narrow), wide);
   EXPECT_EQ(NarrowFromWide(wide), narrow);
   EXPECT_EQ(Utf16FromWide(wide), u"a\u00fc\u20ac\U0001F600");
+  EXPECT_EQ(Utf16FromNarrow(narrow), u"a\u00fc\u20ac\U0001F600");
+  EXPECT_EQ(NarrowFromUtf16(u"a\u00fc\u20ac\U0001F600"), narrow);
+}
+
+TEST(UtfText, EmptyStaysEmpty) {
   EXPECT_EQ(WideFromNarrow(""), L"");
+  EXPECT_EQ(Utf16FromNarrow(""), u"");
+  EXPECT_EQ(NarrowFromUtf16(u""), "");
 }
 
 TEST(UtfText, ReplacesOneInvalidUnitAndNoMore) {
@@ -25,6 +32,14 @@ TEST(UtfText, ReplacesOneInvalidUnitAndNoMore) {
   EXPECT_EQ(WideFromNarrow("\xC3"), L"\uFFFD");
   EXPECT_EQ(NarrowFromWide(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x"), "\uFFFDx");
   EXPECT_NE(WideFromNarrow("/a\xFE"), WideFromNarrow("/a"));
+  EXPECT_EQ(Utf16FromNarrow("\xE2\x82"), u"\uFFFD\uFFFD");
+}
+
+TEST(UtfText, ReplacesSurrogatesWithoutAPartner) {
+  constexpr char16_t kApart[] = {0xD83D, u'x', 0xDC27, 0};
+  EXPECT_EQ(NarrowFromUtf16(kApart), "\uFFFDx\uFFFD");
+  constexpr char16_t kLast[] = {u'x', 0xD83D, 0};
+  EXPECT_EQ(NarrowFromUtf16(kLast), "x\uFFFD");
 }
 
 TEST(UtfText, KeepsZeros) { EXPECT_EQ(WideFromNarrow(std::string_view("a\0b", 3)), std::wstring(L"a\0b", 3)); }
