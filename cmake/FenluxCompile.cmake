@@ -9,9 +9,10 @@ endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-  # Paths inside the checkout count relative to it, so that every clone of a commit shares what was compiled once.
+  # Paths inside the checkout count relative to it, so that every clone of a commit shares what was compiled once. The
+  # cache does not look at how paths are mapped (below), so this file counts as an input.
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=true
-                                  ${CCACHE_PROGRAM})
+                                  CCACHE_EXTRAFILES=${CMAKE_CURRENT_LIST_FILE} ${CCACHE_PROGRAM})
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wold-style-cast -Wnull-dereference
@@ -24,8 +25,14 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-Wno-null-dereference)
 endif()
 
-# Paths inside the binaries are relative to the sources, so that two checkouts of one commit give the same bytes.
-add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+# Paths inside the binaries, debug information included, are relative to the sources, wherever these and the build lie,
+# so that two builds of one commit are the same bytes.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=./build)
+if(CCACHE_PROGRAM)
+  # The form that the cache gives to a path of the sources.
+  cmake_path(RELATIVE_PATH CMAKE_SOURCE_DIR BASE_DIRECTORY ${CMAKE_BINARY_DIR} OUTPUT_VARIABLE sources_from_build)
+  add_compile_options(-ffile-prefix-map=${sources_from_build}=.)
+endif()
 
 if(FENLUX_SANITIZE)
   add_compile_options(-fsanitize=${FENLUX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
