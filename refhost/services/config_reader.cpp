@@ -26,11 +26,21 @@
 
 #include "refhost/services/environment.h"
 #include "refhost/services/file_bytes.h"
+#include "refhost/services/process_queries.h"
+#include "refhost/services/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
 
 constexpr std::uint32_t kNoPlace = 1;
+
+// What a file may name although no environment has it: where the running program lies.
+constexpr std::string_view kOwnProgram = "FENLUX_HOST_PROGRAM";
+
+std::optional<std::string> VariableText(const std::string& name) {
+  if (name == kOwnProgram) return NarrowFromWide(OwnProgramPath().wstring());
+  return EnvironmentText(name);
+}
 
 std::uint32_t PlaceOf(toml::source_index index) { return index == 0 ? kNoPlace : static_cast<std::uint32_t>(index); }
 
@@ -159,7 +169,7 @@ struct ConfigTable::Node {
         return std::nullopt;
       }
       const std::string variable = text.substr(open + 2, close - open - 2);
-      const std::optional<std::string> value = EnvironmentText(variable);
+      const std::optional<std::string> value = VariableText(variable);
       if (!value) {
         Report(node.source().begin, keyName, "names the environment variable " + variable + ", which is not set");
         return std::nullopt;

@@ -117,8 +117,8 @@ class ConfigTable {
     return index < 0 ? standard : choices[static_cast<std::size_t>(index)].second;
   }
 
-  // Paths: "${NAME}" is replaced by the environment variable (an unset one is an error), and a relative path starts at
-  // the directory of the file. An absent key is an empty path.
+  // Paths: "${NAME}" is replaced by the environment variable (an unset one is an error) and "${FENLUX_HOST_PROGRAM}" by
+  // the running program's path; a relative path starts at the directory of the file. An absent key is an empty path.
   boost::filesystem::path Path(std::string_view key) const;
   boost::filesystem::path RequiredPath(std::string_view key) const;
   std::vector<boost::filesystem::path> Paths(std::string_view key) const;

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "refhost/services/process_queries.h"
 #include "tests/unit/refhost/set_environment.h"
 #include "tests/unit/refhost/temporary_directory.h"
 
@@ -186,6 +187,12 @@ TEST(ConfigReader, ReplacesEnvironmentVariablesInPathsAndTellsUnsetOnes) {
             "dir/a.toml:2:5: b: names the environment variable FENLUX_TEST_UNSET, which is not set\n"
             "dir/a.toml:3:5: c: has a \"${\" without its \"}\"\n"
             "dir/a.toml:4:16: paths[1]: names the environment variable FENLUX_TEST_UNSET, which is not set\n");
+}
+
+TEST(ConfigReader, KnowsWhereTheRunningProgramLies) {
+  Parsed parsed("a = '${FENLUX_HOST_PROGRAM}'\n");
+  EXPECT_EQ(parsed.root.Path("a"), OwnProgramPath());
+  EXPECT_EQ(parsed.errors.Text(), "");
 }
 
 TEST(ConfigReader, FinishesOnce) {
