@@ -7,13 +7,16 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include <functional>
 #include <thread>
 
 #include "refhost/services/handle_win.h"
+#include "tests/unit/refhost/control_serving.h"
 
 namespace fenlux::refhost {
 namespace {
+
+using fenlux::testing::ControlErrorOf;
+using fenlux::testing::ControlServing;
 
 constexpr std::chrono::seconds kPatience{20};
 
@@ -22,32 +25,9 @@ boost::filesystem::path Place() {
   return L"\\\\.\\pipe\\fenlux-test-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
 }
 
-class Serving {
- public:
-  explicit Serving(const boost::filesystem::path& place)
-      : listener(place),
-        thread([this] { listener.Serve([](const std::string& request) { return "re: " + request; }); }) {}
-  ~Serving() {
-    listener.Stop();
-    thread.join();
-  }
-
-  ControlListener listener;
-  std::thread thread;
-};
-
 Handle Open(const boost::filesystem::path& place) {
   return Handle(
       ::CreateFileW(place.c_str(), GENERIC_READ | GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-}
-
-std::string MessageOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const ControlChannelError& error) {
-    return error.what();
-  }
-  return {};
 }
 
 std::wstring OwnUserText() {
@@ -67,7 +47,7 @@ std::wstring OwnUserText() {
 TEST(ControlChannel, AnswersEachRequestAndRemovesItsPipeAtTheEnd) {
   const auto place = Place();
   {
-    const Serving serving(place);
+    const ControlServing serving(place);
     EXPECT_EQ(ControlExchange(place, "one", kPatience), "re: one");
     EXPECT_EQ(ControlExchange(place, "two", kPatience), "re: two");
     const std::string large(300'000, 'x');
@@ -78,7 +58,7 @@ TEST(ControlChannel, AnswersEachRequestAndRemovesItsPipeAtTheEnd) {
 
 TEST(ControlChannel, OperatorsThatComeAtOnceAreServedInTurn) {
   const auto place = Place();
-  const Serving serving(place);
+  const ControlServing serving(place);
   std::vector<std::thread> operators;
   std::atomic<int> answered{0};
   for (int index = 0; index < 6; ++index) {
@@ -93,7 +73,7 @@ TEST(ControlChannel, OperatorsThatComeAtOnceAreServedInTurn) {
 
 TEST(ControlChannel, OnlyItsUserCanOpenThePipe) {
   const auto place = Place();
-  const Serving serving(place);
+  const ControlServing serving(place);
   const Handle pipe = Open(place);
   ASSERT_TRUE(pipe.Valid());
   PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -116,23 +96,25 @@ TEST(ControlChannel, OnlyItsUserCanOpenThePipe) {
 
 TEST(ControlChannel, RefusesAPlaceWhereAnotherHostListens) {
   const auto place = Place();
-  const Serving serving(place);
-  EXPECT_EQ(MessageOf([&] { ControlListener{place}; }), "another host listens on the control pipe " + place.string() +
-                                                            "; end it, or name another pipe under [control]");
+  const ControlServing serving(place);
+  EXPECT_EQ(
+      ControlErrorOf([&] { ControlListener{place}; }),
+      "another host listens on the control pipe " + place.string() + "; end it, or name another pipe under [control]");
   EXPECT_EQ(ControlExchange(place, "still there", kPatience), "re: still there");
 }
 
 TEST(ControlChannel, RefusesAPlaceThatIsNoPipe) {
   for (const char* place :
        {"C:\\temp\\socket", "\\\\.\\pipe\\", "\\\\server\\pipe\\name", "\\\\.\\pipe\\a\\b", "name"}) {
-    EXPECT_EQ(MessageOf([&] { ControlListener{place}; }), std::string("the control channel is a named pipe here; ") +
-                                                              place + " must be of the form \\\\.\\pipe\\NAME");
+    EXPECT_EQ(
+        ControlErrorOf([&] { ControlListener{place}; }),
+        std::string("the control channel is a named pipe here; ") + place + " must be of the form \\\\.\\pipe\\NAME");
   }
 }
 
 TEST(ControlChannel, SaysThatNoHostIsThere) {
   const auto place = Place();
-  EXPECT_EQ(MessageOf([&] {
+  EXPECT_EQ(ControlErrorOf([&] {
               ControlExchange(place, "", std::chrono::seconds(1));
             }).find("no host can be reached on the control pipe " + place.string() + ": "),
             0U);
@@ -140,7 +122,7 @@ TEST(ControlChannel, SaysThatNoHostIsThere) {
 
 TEST(ControlChannel, AClientThatGoesAwayInTheMiddleOfALineDoesNotEndTheService) {
   const auto place = Place();
-  const Serving serving(place);
+  const ControlServing serving(place);
   {
     const Handle client = Open(place);
     ASSERT_TRUE(client.Valid());
@@ -155,7 +137,7 @@ TEST(ControlChannel, StopEndsTheServiceWhileAClientSaysNothing) {
   const auto begun = std::chrono::steady_clock::now();
   Handle client;
   {
-    const Serving serving(place);
+    const ControlServing serving(place);
     client = Open(place);
     ASSERT_TRUE(client.Valid());
   }

@@ -8,48 +8,27 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <thread>
 
+#include "tests/unit/refhost/control_serving.h"
 #include "tests/unit/refhost/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {
 
+using fenlux::testing::ControlErrorOf;
+using fenlux::testing::ControlServing;
 using fenlux::testing::TemporaryDirectory;
-
-class Serving {
- public:
-  explicit Serving(const boost::filesystem::path& place)
-      : listener(place),
-        thread([this] { listener.Serve([](const std::string& request) { return "re: " + request; }); }) {}
-  ~Serving() {
-    listener.Stop();
-    thread.join();
-  }
-
-  ControlListener listener;
-  std::thread thread;
-};
 
 mode_t ModeOf(const boost::filesystem::path& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
-std::string MessageOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const ControlChannelError& error) {
-    return error.what();
-  }
-  return {};
-}
-
 TEST(ControlChannel, AnswersEachRequestAndRemovesItsSocketAtTheEnd) {
   const TemporaryDirectory directory;
   const auto place = directory.Path() / "s";
   {
-    const Serving serving(place);
+    const ControlServing serving(place);
     EXPECT_EQ(ControlExchange(place, "one", std::chrono::seconds(10)), "re: one");
     EXPECT_EQ(ControlExchange(place, "two", std::chrono::seconds(10)), "re: two");
     const std::string large(300'000, 'x');
@@ -61,7 +40,7 @@ TEST(ControlChannel, AnswersEachRequestAndRemovesItsSocketAtTheEnd) {
 TEST(ControlChannel, OnlyItsUserCanOpenTheSocketAndTheDirectoryThatItMakes) {
   const TemporaryDirectory directory;
   const auto place = directory.Path() / "made" / "s";
-  const Serving serving(place);
+  const ControlServing serving(place);
   EXPECT_EQ(ModeOf(place.parent_path()), 0700U);
   EXPECT_EQ(ModeOf(place), 0600U);
 }
@@ -69,7 +48,7 @@ TEST(ControlChannel, OnlyItsUserCanOpenTheSocketAndTheDirectoryThatItMakes) {
 TEST(ControlChannel, RefusesADirectoryThatIsOpenToOthers) {
   const TemporaryDirectory directory;
   boost::filesystem::permissions(directory.Path(), boost::filesystem::perms(0750));
-  EXPECT_EQ(MessageOf([&] { ControlListener(directory.Path() / "s"); }),
+  EXPECT_EQ(ControlErrorOf([&] { ControlListener(directory.Path() / "s"); }),
             "the control socket's directory " + directory.Path().string() +
                 " must be a directory of your own that is closed to others (chmod 700)");
 }
@@ -81,15 +60,16 @@ TEST(ControlChannel, RefusesALinkToADirectory) {
   boost::filesystem::permissions(real, boost::filesystem::owner_all);
   const auto link = directory.Path() / "link";
   boost::filesystem::create_directory_symlink(real, link);
-  EXPECT_NE(MessageOf([&] { ControlListener(link / "s"); }), "");
+  EXPECT_NE(ControlErrorOf([&] { ControlListener(link / "s"); }), "");
 }
 
 TEST(ControlChannel, RefusesAPlaceWhereAnotherHostListens) {
   const TemporaryDirectory directory;
   const auto place = directory.Path() / "s";
-  const Serving serving(place);
-  EXPECT_EQ(MessageOf([&] { ControlListener{place}; }), "another host listens on the control socket " + place.string() +
-                                                            "; end it, or name another socket under [control]");
+  const ControlServing serving(place);
+  EXPECT_EQ(ControlErrorOf([&] { ControlListener{place}; }), "another host listens on the control socket " +
+                                                                 place.string() +
+                                                                 "; end it, or name another socket under [control]");
   EXPECT_EQ(ControlExchange(place, "still there", std::chrono::seconds(10)), "re: still there");
 }
 
@@ -103,27 +83,27 @@ TEST(ControlChannel, TakesOverASocketThatWasLeftBehind) {
   ASSERT_EQ(::bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
   ::close(left);
   ASSERT_TRUE(boost::filesystem::exists(place));
-  const Serving serving(place);
+  const ControlServing serving(place);
   EXPECT_EQ(ControlExchange(place, "hello", std::chrono::seconds(10)), "re: hello");
 }
 
 TEST(ControlChannel, RefusesAPathThatIsTooLong) {
   const std::string place = "/tmp/" + std::string(200, 'x');
-  EXPECT_EQ(MessageOf([&] { ControlExchange(place, "", std::chrono::seconds(1)); }),
+  EXPECT_EQ(ControlErrorOf([&] { ControlExchange(place, "", std::chrono::seconds(1)); }),
             "the control socket's path " + place + " is longer than 107 bytes; name a shorter one");
 }
 
 TEST(ControlChannel, SaysThatNoHostIsThere) {
   const TemporaryDirectory directory;
   const auto place = directory.Path() / "s";
-  EXPECT_EQ(MessageOf([&] { ControlExchange(place, "", std::chrono::seconds(1)); }),
+  EXPECT_EQ(ControlErrorOf([&] { ControlExchange(place, "", std::chrono::seconds(1)); }),
             "no host can be reached on the control socket " + place.string() + ": No such file or directory");
 }
 
 TEST(ControlChannel, AClientThatGoesAwayInTheMiddleOfALineDoesNotEndTheService) {
   const TemporaryDirectory directory;
   const auto place = directory.Path() / "s";
-  const Serving serving(place);
+  const ControlServing serving(place);
   const int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
