@@ -15,11 +15,11 @@ DriverSettings ReadDriverSettings(const ConfigTable& table) {
   settings.port = table.Choice("port", settings.port,
                                ConfigChoices<DriverPortKind>{{"emulator", DriverPortKind::kEmulator},
                                                              {"filter-manager", DriverPortKind::kFilterManager}});
-  settings.filter.library = table.Path("library");
+  settings.filter.filterLibrary = table.Path("filter_library");
   settings.filter.threads = table.Unsigned("threads", settings.filter.threads, 1, kMostThreads);
   settings.filter.buffers = table.Unsigned("buffers", 2 * settings.filter.threads, 1, kMostBuffers);
   if (settings.port == DriverPortKind::kEmulator) {
-    for (const char* key : {"library", "threads", "buffers"}) {
+    for (const char* key : {"filter_library", "threads", "buffers"}) {
       if (table.Has(key)) table.Report(key, "belongs to port = \"filter-manager\"");
     }
   } else if (!FilterPortExists()) {

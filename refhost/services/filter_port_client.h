@@ -21,9 +21,9 @@
 namespace fenlux::refhost {
 
 struct FilterPortSettings {
-  boost::filesystem::path library;  // empty: the system's own
-  std::uint32_t threads = 4;        // that call the module's handler
-  std::uint32_t buffers = 8;        // for messages that the driver may send ahead; at least as many as threads
+  boost::filesystem::path filterLibrary;  // with the functions of the Filter Manager; empty: the system's own
+  std::uint32_t threads = 4;              // that call the module's handler
+  std::uint32_t buffers = 8;              // for messages that the driver may send ahead; at least as many as threads
 
   bool operator==(const FilterPortSettings&) const = default;
 };

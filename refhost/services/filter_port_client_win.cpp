@@ -489,7 +489,7 @@ class FilterPort::Impl : public Board {
 bool FilterPortExists() { return true; }
 
 FilterPort::FilterPort(const FilterPortSettings& settings, LogHook log)
-    : impl_(std::make_shared<Impl>(LoadFunctions(settings.library), settings, std::move(log))) {}
+    : impl_(std::make_shared<Impl>(LoadFunctions(settings.filterLibrary), settings, std::move(log))) {}
 
 FilterPort::~FilterPort() { Stop(); }
 

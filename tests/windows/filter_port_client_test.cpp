@@ -120,11 +120,12 @@ class FilterPortTest : public ::testing::Test {
 
   std::shared_ptr<CPortClient> Made(const Bytes& context = ContextBytes(1), const std::string& name = kName) {
     if (port == nullptr) {
-      port = std::make_shared<FilterPort>(refhost::FilterPortSettings{.library = kLibrary, .threads = 3, .buffers = 6},
-                                          [lines = lines_](refhost::Severity, const std::string& line) {
-                                            const std::lock_guard lock(lines->first);
-                                            lines->second.push_back(line);
-                                          });
+      port = std::make_shared<FilterPort>(
+          refhost::FilterPortSettings{.filterLibrary = kLibrary, .threads = 3, .buffers = 6},
+          [lines = lines_](refhost::Severity, const std::string& line) {
+            const std::lock_guard lock(lines->first);
+            lines->second.push_back(line);
+          });
     }
     client = port->MakePortClient(
         name, Buffer(context), records::kMaxMessageSize,
@@ -176,10 +177,10 @@ TEST_F(FilterPortTest, TheStandInsLibraryIsTheOneThatIsLoaded) {
 
 TEST_F(FilterPortTest, SaysWhichLibraryOrFunctionIsMissing) {
   EXPECT_EQ(FailureOf([] {
-              FilterPort({.library = "no-such-library.dll"}, {});
+              FilterPort({.filterLibrary = "no-such-library.dll"}, {});
             }).find("the Filter Manager's library no-such-library.dll cannot be loaded: "),
             0U);
-  EXPECT_EQ(FailureOf([] { FilterPort({.library = "libwinpthread-1.dll"}, {}); }),
+  EXPECT_EQ(FailureOf([] { FilterPort({.filterLibrary = "libwinpthread-1.dll"}, {}); }),
             "the Filter Manager's library libwinpthread-1.dll has no FilterConnectCommunicationPort");
 }
 

@@ -37,6 +37,7 @@ TEST(HostProgram, RunsTheScriptedExampleToASummaryThatAddsUp) {
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "protocol_violations  0\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  system_processes    2\n")) << outcome.out;
   EXPECT_FALSE(Contains(outcome.out, "  delivered             0\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.err, "[Add Monitor OK!][obj path]=")) << outcome.err;
 }
@@ -175,7 +176,7 @@ TEST(HostProgram, WritesItsLogFileWhereItIsTold) {
 TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
   const Room room;
   const auto config = room.Write(
-      "host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nlibrary = '" +
+      "host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nfilter_library = '" +
                                         Utf8(ProgramDirectory() / "fenlux-filter-stand-in.dll") + "'\nthreads = 2\n"));
   HostProgram host(room, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
   // The stand-in delivers its messages and goes away.
@@ -193,7 +194,7 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
 TEST(HostProgram, SaysThatTheFilterManagersLibraryIsMissing) {
   const Room room;
   const auto config =
-      room.Write("host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nlibrary = 'none.dll'\n"));
+      room.Write("host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nfilter_library = 'none.dll'\n"));
   const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_TRUE(Contains(outcome.err, "none.dll cannot be loaded: ")) << outcome.err;
@@ -208,9 +209,9 @@ TEST(HostProgram, ChecksTheDriversSettings) {
   EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must not be less than threads, which is 4\n"))
       << outcome.err;
   EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: belongs to [driver] port = \"emulator\"\n")) << outcome.err;
-  const auto other = room.Write("other.toml", "[driver]\nlibrary = 'x.dll'\n");
+  const auto other = room.Write("other.toml", "[driver]\nfilter_library = 'x.dll'\n");
   EXPECT_TRUE(Contains(RunHostProgram(room, {"check", Utf8(other)}).err,
-                       ":2:11: driver.library: belongs to port = \"filter-manager\"\n"));
+                       ":2:18: driver.filter_library: belongs to port = \"filter-manager\"\n"));
 }
 
 }  // namespace

@@ -38,10 +38,10 @@ TEST(DriverSettings, TheFilterManagerIsTakenWhereThereIsOne) {
 }
 
 TEST(DriverSettings, WhatBelongsToTheFilterManagerIsRefusedBesideTheEmulator) {
-  EXPECT_EQ(Read("[driver]\nbuffers = 9\nthreads = 3\nlibrary = 'x.dll'\n").errors.Text(),
+  EXPECT_EQ(Read("[driver]\nbuffers = 9\nthreads = 3\nfilter_library = 'x.dll'\n").errors.Text(),
             "c.toml:2:11: driver.buffers: belongs to port = \"filter-manager\"\n"
             "c.toml:3:11: driver.threads: belongs to port = \"filter-manager\"\n"
-            "c.toml:4:11: driver.library: belongs to port = \"filter-manager\"\n");
+            "c.toml:4:18: driver.filter_library: belongs to port = \"filter-manager\"\n");
 }
 
 TEST(DriverSettings, UnknownPortsAndTooFewBuffersAreTold) {
