@@ -75,7 +75,7 @@ TEST_F(ConnectionRun, RegistersBothSystemProcessesEvenWhereWaitReturnsAtOnce) {
                         sent[0].bytes));
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  14 00 00 00  03 00 00 00  f4 01 00 00 00 00 00 00"),
                         sent[1].bytes));
-  EXPECT_EQ(Logged().back(), Event("Driver interact exit."));
+  EXPECT_EQ(gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
   Settle();
 }
 
