@@ -1,8 +1,36 @@
 // The module's object: init, construction, translation, and the host's five operations.
 #include "tests/unit/module/worker_test.h"
 
+#if defined(__GLIBC__)
+#include <pthread.h>
+#endif
+
 namespace fenlux::testing {
 namespace {
+
+#if defined(__GLIBC__)
+// No thread can be made while one of these exists: a new one is to get a stack larger than the address space.
+class NoThreads {
+ public:
+  NoThreads() {
+    EXPECT_EQ(pthread_getattr_default_np(&usual_), 0);
+    pthread_attr_t attributes;
+    EXPECT_EQ(pthread_attr_init(&attributes), 0);
+    EXPECT_EQ(pthread_attr_setstacksize(&attributes, std::size_t{1} << 60), 0);
+    EXPECT_EQ(pthread_setattr_default_np(&attributes), 0);
+    pthread_attr_destroy(&attributes);
+  }
+  ~NoThreads() {
+    EXPECT_EQ(pthread_setattr_default_np(&usual_), 0);
+    pthread_attr_destroy(&usual_);
+  }
+  NoThreads(const NoThreads&) = delete;
+  NoThreads& operator=(const NoThreads&) = delete;
+
+ private:
+  pthread_attr_t usual_;
+};
+#endif
 
 class FenluxImpl : public ModuleTest {
  protected:
@@ -205,6 +233,20 @@ TEST_F(FenluxImpl, ADisabledModuleStartsNothing) {
   EXPECT_TRUE(clock().Pauses().empty());
 }
 
+TEST_F(FenluxImpl, AThreadThatCannotBeMadeGoesOn) {
+#if !defined(__GLIBC__)
+  GTEST_SKIP() << "the making of a thread cannot be made to fail here";
+#else
+  const auto impl = New();
+  {
+    const NoThreads none;
+    EXPECT_THROW(impl->StartWork(), std::system_error);
+  }
+  EXPECT_EQ(gate().Entries(), Lines{"CCfgEx::IsEnabled()"}) << "no worker was started";
+  EXPECT_TRUE(clock().Pauses().empty());
+#endif
+}
+
 TEST_F(FenluxImpl, AFailingEnableQueryGoesOnAndStartsNothing) {
   const auto impl = New();
   for (const Failure failure : kAllFailures) {
@@ -293,6 +335,27 @@ TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenWhereItStartsNothing)
   EXPECT_TRUE(clock().AwaitParked(5s));
 }
 
+TEST_F(ConnectedModule, NobodyGetsAtTheInterfaceFromItsClearingToTheEndOfItsShutdown) {
+  Connect();
+  Turnstile worker;  // the connection worker would shut down as well: kept waiting before that
+  gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
+  std::vector<std::unique_ptr<HeldUpCall>> others;
+  const Lines operations{"CPortClient::Send", "CPortClient::Close", "CRecordRegistration::Withdraw",
+                         "CNetObject::Release"};
+  for (const std::string& operation : operations) {
+    gate().OnCall(operation, [&, operation] {
+      others.push_back(std::make_unique<HeldUpCall>([&] { impl->GetDriverInteract(); }));
+      EXPECT_FALSE(others.back()->GetsThrough()) << "while " << operation << " runs";
+    });
+  }
+  impl->StopWork(true);
+  EXPECT_EQ(others.size(), operations.size());
+  others.clear();
+  gate().NoHooks();
+  worker.Open();
+  EXPECT_TRUE(clock().AwaitParked(5s));
+}
+
 TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenGoesOn) {
   for (const Failure failure : kAllFailures) {
     impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
@@ -360,6 +423,51 @@ TEST_F(ConnectedModule, ASecondStartWorkEndsTheConnectionAndItsOwnConnectionWork
 }
 
 // ---------------------------------------------------------------- destruction
+
+namespace {
+class ConnectedModulesEnd : public ConnectedModule {
+ protected:
+  // A module of its own with a connection that stands, and whose connection worker will never touch it again: one that
+  // cannot write the report of its attempt comes to its pause with the interface as it was, and stays there for good.
+  std::shared_ptr<CFenluxImpl> Abandoned() {
+    clock().Reset();
+    auto module = std::make_shared<CFenluxImpl>(host.context());
+    gate().FailAt("CPortClient::Wait", 1, Failure::kStandard);
+    gate().FailAt("CLog::LogProblem", 1, Failure::kStandard);
+    std::thread([worked = module.get()] { worked->ConnectionWorker(); }).detach();
+    EXPECT_TRUE(clock().AwaitParked(5s));
+    EXPECT_TRUE(clock().AwaitPauses(std::chrono::milliseconds(settings().refresh_interval), 1));
+    clock().Reset();
+    EXPECT_TRUE(module->GetDriverInteract());
+    Forget();
+    return module;
+  }
+  // Cleared and shut down by the module; the interface, which goes with it, closes once more.
+  const Lines kEnd{"CPortClient::Send(3, no reply, true)", "CPortClient::Close()", "CRecordRegistration::Withdraw()",
+                   "CNetObject::Release(0)", "CPortClient::Close()"};
+};
+}  // namespace
+
+TEST_F(ConnectedModulesEnd, ClearsAndShutsDownTheInterface) {
+  auto module = Abandoned();
+  const std::weak_ptr<CKDIBase> interact = module->GetDriverInteract();
+  module.reset();
+  EXPECT_EQ(StoppersCalls(), kEnd);
+  EXPECT_TRUE(interact.expired());
+}
+
+TEST_F(ConnectedModulesEnd, SwallowsEveryFailure) {
+  for (const Failure failure : kAllFailures) {
+    auto module = Abandoned();
+    for (const char* operation :
+         {"CPortClient::Send", "CPortClient::Close", "CRecordRegistration::Withdraw", "CNetObject::Release"}) {
+      gate().FailAlways(operation, failure);
+    }
+    module.reset();
+    EXPECT_EQ(StoppersCalls(), kEnd) << NameOf(failure);
+    gate().StopFailing();
+  }
+}
 
 TEST_F(FenluxImpl, TheDestructorOfAnIdleModuleCallsNothing) {
   auto impl = New();

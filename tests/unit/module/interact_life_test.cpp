@@ -1,4 +1,6 @@
 // Stopping, shutting down and destroying a driver interface, and the operations that only tell of it.
+#include <future>
+
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -29,6 +31,21 @@ TEST_F(InteractLife, StopClosesThePortClientEveryTime) {
   EXPECT_TRUE(interact->IsStopRequested());
   interact->StopInteract();
   EXPECT_EQ(gate().Entries(), (Lines{"CPortClient::Close()", "CPortClient::Close()"}));
+}
+
+TEST_F(InteractLife, StopWaitsForNobodyWhoIsSending) {
+  const auto interact = ReadyInteract();
+  Turnstile sending;
+  gate().OnCall("CPortClient::Send", [&] { sending.Pass(); });
+  std::thread monitors([&] { interact->SendMonitorObjects(1); });
+  std::thread process([&] { interact->RegisterSystemProcess(2, 400); });
+  EXPECT_TRUE(sending.AwaitArrivals(2));
+  const auto stop = std::async(std::launch::async, [&] { interact->StopInteract(); });
+  EXPECT_EQ(stop.wait_for(60s), std::future_status::ready) << "a lock of those who send is in its way";
+  EXPECT_EQ(gate().Count("CPortClient::Close"), 1u);
+  sending.Open();
+  monitors.join();
+  process.join();
 }
 
 TEST_F(InteractLife, FixedAnswersHoldInEveryState) {

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <boost/filesystem.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -48,6 +50,33 @@ std::string RuntimeErrorOf(Call&& call) {
   ADD_FAILURE() << "threw nothing";
   return {};
 }
+
+// A call on a thread of its own that a lock is expected to hold up. No order of the threads lets it through where the
+// lock is held; where it is not, the call is given so many turns that it shows.
+class HeldUpCall {
+ public:
+  explicit HeldUpCall(std::function<void()> call)
+      : thread_([this, call = std::move(call)] {
+          begun_ = true;
+          call();
+          ended_ = true;
+        }) {}
+  ~HeldUpCall() { thread_.join(); }
+  HeldUpCall(const HeldUpCall&) = delete;
+  HeldUpCall& operator=(const HeldUpCall&) = delete;
+
+  // To be asked while the lock ought to be held.
+  bool GetsThrough() const {
+    while (!begun_) std::this_thread::yield();
+    for (int turn = 0; turn < 5000 && !ended_; ++turn) std::this_thread::yield();
+    return ended_;
+  }
+
+ private:
+  std::atomic<bool> begun_{false};
+  std::atomic<bool> ended_{false};
+  std::thread thread_;  // last: it uses the others
+};
 
 // Whether the call throws just what the fake host throws for this failure.
 template <class Call>

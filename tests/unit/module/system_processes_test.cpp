@@ -50,6 +50,21 @@ TEST_F(SystemProcesses, NothingIsSentWhileTheConnectionIsNotReady) {
   EXPECT_TRUE(gate().Entries().empty());
 }
 
+TEST_F(SystemProcesses, AreRegisteredOneAtATimeFromTheRequestToTheReport) {
+  const auto interact = ReadyInteract();
+  std::vector<std::unique_ptr<HeldUpCall>> others;
+  const Lines operations{"CUtility::CreateBuffer", "CPortClient::Send", "CLog::LogProblem"};
+  for (const std::string& operation : operations) {
+    gate().OnCall(operation, [&, operation] {
+      others.push_back(std::make_unique<HeldUpCall>([&] { interact->RegisterSystemProcess(3, kNoProcess); }));
+      EXPECT_FALSE(others.back()->GetsThrough()) << "while " << operation << " runs";
+    });
+  }
+  gate().FailAt("CPortClient::Send", 1, Failure::kInt);
+  interact->RegisterSystemProcess(2, 400);
+  EXPECT_EQ(others.size(), operations.size());
+}
+
 TEST_P(SystemProcessesFailure, OfTheSendingIsOneLine) {
   const auto interact = ReadyInteract();
   gate().FailAt("CPortClient::Send", 1, GetParam());
