@@ -176,7 +176,10 @@ class FakeUtility final : public CUtility {
   }
   std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size, bool last) override {
     out.reset();
-    if (core_->gate.Pass("CUtility::CreateBuffer", first, size, last)) out = std::make_shared<FakeBuf>(core_, size);
+    if (core_->gate.Pass("CUtility::CreateBuffer", first, size, last)) {
+      const auto& given = core_->settings.given_size;
+      out = std::make_shared<FakeBuf>(core_, given ? given(size) : size);
+    }
     return out;
   }
   bool TestPath(const boost::filesystem::path& path) override {
@@ -332,6 +335,7 @@ class FakeCfgEx final : public CCfgEx {
     if (core_->gate.Pass("CCfgEx::GetMonitorPolicy")) {
       out = std::make_shared<MonitorPolicy>();
       const std::lock_guard lock(core_->mutex);
+      core_->given_policy = out;
       for (const auto& path : core_->policy) {
         out->push_back(path ? std::make_shared<FakePolicyObject>(core_, *path) : nullptr);
       }
@@ -692,7 +696,9 @@ void FakeArpProcess::SetIdentityText(const std::string& text) {
 
 FakeArpRecord::FakeArpRecord(std::shared_ptr<HostCore> core)
     : core_(std::move(core)), process_(std::make_shared<FakeArpProcess>(core_)) {
-  if (core_->settings.context_data) {
+  if (core_->settings.context_buffer) {
+    context_data_ = core_->settings.context_buffer();
+  } else if (core_->settings.context_data) {
     std::optional<Bytes> data = core_->settings.context_data();
     if (data) context_data_ = std::make_shared<FakeBuf>(core_, std::move(*data));
   }
@@ -830,6 +836,11 @@ std::vector<const void*> FakeHost::Identities() const {
 std::shared_ptr<FakeArpRecord> FakeHost::Record() const {
   const std::lock_guard lock(products_->mutex);
   return products_->records.empty() ? nullptr : products_->records.back();
+}
+
+bool FakeHost::PolicyIsLetGo() const {
+  const std::lock_guard lock(core_->mutex);
+  return core_->given_policy.expired();
 }
 
 std::shared_ptr<CFenlux> FakeHost::Module() const {

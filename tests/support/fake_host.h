@@ -43,6 +43,7 @@ struct HostSettings {
   std::atomic<bool> fill_buffers{true};                           // with 0xCD, so that a byte written too much shows
   std::function<bool(const boost::filesystem::path&)> test_path;  // empty: whether it is a directory
   std::function<std::wstring(const std::wstring&)> to_record;     // empty: the path itself
+  std::function<std::uint32_t(std::uint32_t)> given_size;         // of a buffer, for the size asked for; empty: that
   std::string measured = "12 us";
   // CCfg
   std::atomic<bool> measuring{false};
@@ -64,7 +65,8 @@ struct HostSettings {
   std::function<std::set<std::uint64_t>()> running;                                  // empty: none
   std::string identity_text = "S-1-5-18";
   // CArpRecord, read when a record is made
-  std::function<std::optional<Bytes>()> context_data;  // empty: no context data
+  std::function<std::optional<Bytes>()> context_data;     // empty: no context data
+  std::function<std::shared_ptr<CBuf>()> context_buffer;  // in its place, a buffer of the test's own
   std::atomic<std::uint32_t> path_source{4711};
   std::string description = "the record";
   // CAoArp
@@ -97,6 +99,7 @@ struct HostCore {
   std::vector<Bytes> connect_contexts;                         // guarded by mutex
   std::vector<const void*> identities;                         // what GetIdentityText was given; guarded by mutex
   std::weak_ptr<CFenlux> module;                               // what RegisterModule was given last; guarded by mutex
+  std::weak_ptr<MonitorPolicy> given_policy;                   // by GetMonitorPolicy, last; guarded by mutex
 };
 
 // What services make, and tests look at afterwards.
@@ -249,6 +252,7 @@ class FakeHost {
   std::vector<const void*> Identities() const;
   std::shared_ptr<FakeArpRecord> Record() const;  // the newest; empty where none was made
   std::shared_ptr<CFenlux> Module() const;
+  bool PolicyIsLetGo() const;  // whether nobody holds the policy that was given last
 
  private:
   std::shared_ptr<HostCore> core_;

@@ -25,6 +25,23 @@ class ConnectionWorker : public WorkerTest {
     for (const auto& pause : clock().Pauses()) attempts += pause.duration == 5s ? 1 : 0;
     return attempts;
   }
+  // Ends attempts until the policy worker, which nobody else wakes, polls for a driver. An end that comes before its
+  // wait has begun passes it by; false where that many did.
+  bool EndsWakeThePolicyWorker(int ends) {
+    for (int end = 0; end < ends; ++end) {
+      if (!clock().AwaitParked(5s)) return false;
+      if (clock().Parked(100ms) != 0) return true;
+      const std::size_t before = Attempts();
+      clock().Advance(5s);
+      if (!clock().AwaitPauses(5s, before + 1)) return false;
+    }
+    return false;
+  }
+  // A policy worker that has applied the policy and gone to its wait, or is on the way to it.
+  void ApplyPolicyOnce() {
+    StartPolicyWorker();
+    ASSERT_TRUE(gate().AwaitCount("CPortClient::Send(24, no reply, true)", 1));
+  }
 
  private:
   bool started_ = false;
@@ -107,6 +124,39 @@ TEST_F(ConnectionWorker, StopWorkEndsTheAttemptAndANewOneComes) {
   clock().Advance(5s);
   ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
   EXPECT_TRUE(impl->GetDriverInteract());
+}
+
+TEST_F(ConnectionWorker, TheEndOfAnAttemptWakesThePolicyWorker) {
+  settings().refresh_interval = 2000;  // the refresh threads of ended attempts end with the next one
+  Connect();
+  ApplyPolicyOnce();
+  gate().FailAlways("CPortClient::Connect", Failure::kStandard);
+  impl->StopWork(false);
+  EXPECT_TRUE(EndsWakeThePolicyWorker(1000));
+}
+
+TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenOnlyAfterTheShutdown) {
+  settings().refresh_interval = 2000;
+  Connect();
+  ApplyPolicyOnce();
+  gate().FailAlways("CPortClient::Connect", Failure::kStandard);
+  gate().FailAlways("CPortClient::Close", Failure::kStandard);
+  EXPECT_THROW(impl->StopWork(false), std::runtime_error);
+  EXPECT_FALSE(EndsWakeThePolicyWorker(50)) << "a shutdown that fails leaves nothing to come after it";
+}
+
+TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenBeforeTheAttemptIsCounted) {
+  settings().refresh_interval = 2000;
+  gate().FailAlways("CLog::LogAlert", Failure::kStandard);
+  RunAttempts(10);
+  ASSERT_GE(gate().Count("CLog::LogAlert"), 1u) << "every count from here on fails";
+  settings().wait_blocks = true;
+  clock().Advance(5s);
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 11));
+  ApplyPolicyOnce();
+  gate().FailAlways("CPortClient::Connect", Failure::kStandard);
+  impl->StopWork(false);
+  EXPECT_TRUE(EndsWakeThePolicyWorker(1000));
 }
 
 TEST_F(ConnectionWorker, AStopDuringTheConstructionOfTheNextInterfaceIsForTheOneBefore) {
@@ -201,6 +251,15 @@ TEST_P(ConnectionWorkerFailure, OfTheSecondWorkersLineIsReportedAndTheWorkerEnds
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, ConnectionWorkerFailure, ::testing::ValuesIn(kAllFailures));
+
+TEST_F(ConnectionWorker, ReportsAreLoggedAsTheyWereMade) {
+  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  gate().FailAt("CPortClient::Connect", 1, Failure::kStandard);
+  gate().FailAt("CPortClient::Close", 1, Failure::kPoco);
+  RunAttempts(1);
+  EXPECT_EQ(gate().EntriesOf({"CLog::", "CLocale::"}),
+            (Lines{Problem(InnerReport(Failure::kStandard)), Problem(OuterReport(Failure::kPoco))}));
+}
 
 // ---------------------------------------------------------------- counting
 

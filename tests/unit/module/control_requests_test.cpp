@@ -171,6 +171,25 @@ TEST_F(ControlRequests, AConfigurationBlockThatDoesNotFitIsRefusedBeforeAnything
   EXPECT_TRUE(host.Requests().empty());
 }
 
+TEST_F(ControlRequests, TheConfigurationBlockFitsIntoTheBufferThatTheHostGaveOrIsRefused) {
+  const auto interact = ReadyInteract();
+  settings().given_size = [](std::uint32_t) { return 12u + 10u; };
+  host.SetDriverConfigBlock(host.MakeBuffer(Bytes(10, 0x5A)));
+  interact->SendDriverConfig();
+  const auto sent = host.Requests();
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_TRUE(SameBytes(Golden(22).Hex(0, "e3 4a a3 29 e7 ff 79 8f 18 00 00 00").Put(12, Bytes(10, 0x5A)).Get(),
+                        sent[0].bytes));
+  Forget();
+  host.SetDriverConfigBlock(host.MakeBuffer(Bytes(11, 0x5A)));
+  EXPECT_EQ(RuntimeErrorOf([&] { interact->SendDriverConfig(); }), "[wdi] configuration block too large!");
+  // More room than was asked for makes the driver's record no longer.
+  settings().given_size = [](std::uint32_t asked) { return asked + 100; };
+  host.SetDriverConfigBlock(host.MakeBuffer(Bytes(65550, 0x5A)));
+  EXPECT_EQ(RuntimeErrorOf([&] { interact->SendDriverConfig(); }), "[wdi] configuration block too large!");
+  EXPECT_TRUE(host.Requests().empty());
+}
+
 // ---------------------------------------------------------------- all of them
 
 namespace {

@@ -171,6 +171,22 @@ TEST_F(MonitorObjects, APathThatIsNotThereHasFlag1WithoutBeingTested) {
   EXPECT_EQ(host.Requests().at(0).bytes.at(16), 1);
 }
 
+TEST_F(MonitorObjects, APathWhoseStatusCannotBeReadHasFlag1WithoutBeingTested) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "a link that leads to itself cannot be made without privileges here";
+#endif
+  const TemporaryDirectory directory;
+  const auto loop = directory.path() / "loop";
+  boost::filesystem::create_symlink(loop, loop);
+  boost::system::error_code error;
+  ASSERT_EQ(boost::filesystem::status(loop, error).type(), boost::filesystem::status_error);
+  settings().test_path = [](const boost::filesystem::path&) { return false; };
+  const auto interact = InteractWith({loop.string()});
+  interact->SendMonitorObjects(1);
+  EXPECT_EQ(gate().Count("CUtility::TestPath"), 0u);
+  EXPECT_EQ(host.Requests().at(0).bytes.at(16), 1);
+}
+
 TEST_F(MonitorObjects, TheFlagOfAnExistingPathIsTheHostsAnswer) {
   const TemporaryDirectory directory;
   const auto there = directory.MakeFile("there");
@@ -284,6 +300,14 @@ TEST_F(MonitorObjects, TheFixedPartsOfTheLinesAreTranslatedAndReportsAreNot) {
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Logged(), (Lines{Problem("<[Add Monitor Failed!][obj path]=>/x/a[wdi,wdpm,OTHE]"),
                              Event("<[Add Monitor OK!][obj path]=>/x/b")}));
+}
+
+TEST_F(MonitorObjects, TheLineOfAllFailingIsTranslatedAndTheReportOfTheCommitIsNot) {
+  const auto interact = InteractWith({"/x/a"});
+  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  gate().FailAlways("CPortClient::Send", Failure::kInt);
+  interact->SendMonitorObjects(1);
+  EXPECT_EQ(Logged(), (Lines{Problem("[wdi,wdpm-2,OTHE]"), Problem("<[wdi,wdpm]Add Monitor All Failed!>")}));
 }
 
 TEST_F(MonitorObjects, OneObjectMakesItsCallsInThisOrder) {

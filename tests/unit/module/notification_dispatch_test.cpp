@@ -5,6 +5,18 @@ namespace fenlux::testing {
 namespace {
 
 class NotificationDispatch : public NotificationTest {};
+// Context data that says to be of a size that nobody has to provide.
+class StatedSizeBuf final : public CBuf {
+ public:
+  explicit StatedSizeBuf(std::uint64_t size) : size_(static_cast<std::size_t>(size)) {}
+  std::uint8_t* GetData() override { return &byte_; }
+  std::size_t GetSize() override { return size_; }
+
+ private:
+  std::size_t size_;
+  std::uint8_t byte_ = 0;
+};
+
 class NotificationDispatchFailure : public NotificationTest, public ::testing::WithParamInterface<Failure> {};
 
 std::string ReportOf(Failure failure) {
@@ -140,6 +152,25 @@ TEST_F(NotificationDispatch, Decision5WithoutContextDataKeepsVerdict8) {
   settings().context_data = [] { return Bytes(); };
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   EXPECT_EQ(Logged(), Lines{lost});
+}
+
+TEST_F(NotificationDispatch, ContextDataThatNoReplyCanHoldKeepsVerdict8) {
+  settings().decision = 5;
+  // The reply's size is a 32-bit number: 156 bytes, the data, and two more.
+  static constexpr std::uint64_t kLargest = 0xFFFFFFFF - 156 - 2;
+  for (const std::uint64_t size : {kLargest + 1, std::uint64_t{0xFFFFFFFF - 2}, std::uint64_t{0xFFFFFFFF - 1},
+                                   std::uint64_t{0xFFFFFFFF}, std::uint64_t{0x10000000A}}) {
+    settings().context_buffer = [size] { return std::make_shared<StatedSizeBuf>(size); };
+    EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098))))) << size;
+    EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=[wdi] context data too large!")}) << size;
+    EXPECT_EQ(gate().Count("CUtility::CreateBuffer"), 1u) << size;
+  }
+  settings().context_buffer = [] { return std::make_shared<StatedSizeBuf>(kLargest); };
+  interact = NewInteract();
+  gate().GiveEmptyAt("CUtility::CreateBuffer", 2);
+  EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
+  EXPECT_EQ(gate().Count("CUtility::CreateBuffer(true, 4294967295, false)"), 1u) << "the largest is asked for";
+  EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=[wdi] no reply buffer!")});
 }
 
 TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeMade) {

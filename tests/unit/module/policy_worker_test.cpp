@@ -269,6 +269,27 @@ TEST_F(PolicyWorker, AChangedPolicyIsAppliedWhenTheHostSaysSo) {
   EXPECT_EQ(gate().Count("CCfgEx::GetMonitorPolicy"), 1u);
 }
 
+TEST_F(PolicyWorker, OneNotificationWakesEveryWorker) {
+  Connect();
+  StartPolicyWorker();
+  StartPolicyWorker();
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 2));
+  std::size_t woken = 0;
+  // A worker whose wait has not begun misses the notification: then there is another round.
+  for (int round = 0; round < 100 && woken < 2; ++round) {
+    const auto begun = std::make_shared<Turnstile>();
+    const std::size_t applied = gate().Count(kLastCall);
+    gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+    impl->NotifyPolicyChanged();
+    for (int turn = 0; turn < 5000 && begun->Arrivals() < 2; ++turn) std::this_thread::yield();
+    gate().NoHook("CCfgEx::GetMonitorPolicy");
+    woken = begun->Arrivals();
+    begun->Open();
+    ASSERT_TRUE(gate().AwaitCount(kLastCall, applied + woken));
+  }
+  EXPECT_EQ(woken, 2u);
+}
+
 TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.path()});
@@ -302,6 +323,34 @@ TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
   StartPolicyWorker();
   ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
   EXPECT_TRUE(reached);
+}
+
+TEST_F(PolicyWorker, LetsGoOfThePolicyBeforeItSendsTheConfiguration) {
+  const TemporaryDirectory directory;
+  host.SetPolicy({directory.path()});
+  Connect();
+  bool heldWhileRead = false, letGoAfterwards = false;
+  gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.PolicyIsLetGo(); });
+  gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { letGoAfterwards = host.PolicyIsLetGo(); });
+  StartPolicyWorker();
+  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  EXPECT_TRUE(heldWhileRead);
+  EXPECT_TRUE(letGoAfterwards);
+}
+
+TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItWaitsAndLetsItGoWhenItIsWoken) {
+  ApplyOnce();
+  const std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
+  // An attempt whose shutdown fails ends without waking the policy worker.
+  gate().FailAlways("CPortClient::Close", Failure::kStandard);
+  EXPECT_THROW(impl->StopWork(false), std::runtime_error);
+  ASSERT_TRUE(clock().AwaitParked(5s));
+  gate().StopFailing();
+  clock().Advance(5s);
+  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  EXPECT_FALSE(first.expired()) << "replaced, but the worker waits with it";
+  ApplyAgain();
+  EXPECT_TRUE(first.expired());
 }
 
 TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
