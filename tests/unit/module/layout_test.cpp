@@ -149,9 +149,12 @@ TEST(Layout, HostHIncludesTheWholeContract) {
 TEST(Layout, EveryFileBeginsWithWhatItIsAndHeadersAreReadOnce) {
   for (const SourceFile& file : Read("src")) {
     std::ifstream in((kRoot / "src" / file.name).string());
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const bool header = fs::path(file.name).extension() == ".h";
-    EXPECT_EQ(header, text.find("\n#pragma once\n") != std::string::npos) << file.name;
+    std::string line;
+    std::getline(in, line);
+    EXPECT_TRUE(std::regex_search(line, std::regex("^// [A-Z]"))) << file.name << " begins with: " << line;
+    std::size_t guards = 0;
+    while (std::getline(in, line)) guards += line == "#pragma once" ? 1 : 0;
+    EXPECT_EQ(guards, fs::path(file.name).extension() == ".h" ? 1u : 0u) << file.name;
   }
 }
 

@@ -131,7 +131,20 @@ TEST_F(SystematicFailure, OfInitGoesOnAndPublishesNothingUnlessItsLastCallFailed
         CFenluxImpl::Release();
         return 0;
       },
-      [&](int) { init(&host.context()); }, [](const Lines&, std::size_t) { return kPropagates; });
+      [&](int) {
+        const auto expectInstance = [&] {
+          const std::string failed = gate().FailedOperation();
+          EXPECT_EQ(CFenluxImpl::Instance() != nullptr, failed.empty() || failed == "CGlobalContext::RegisterModule");
+        };
+        try {
+          init(&host.context());
+        } catch (...) {
+          expectInstance();
+          throw;
+        }
+        expectInstance();
+      },
+      [](const Lines&, std::size_t) { return kPropagates; });
   CFenluxImpl::Release();
 }
 
