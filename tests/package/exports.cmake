@@ -1,4 +1,5 @@
-# The installed library exports init, undecorated, and nothing else.
+# The installed library exports init, undecorated, and nothing else; and it loads POCO's Net, whose network initialiser
+# runs then, though it calls nothing of it.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -22,4 +23,11 @@ endif()
 list(TRANSFORM exports STRIP)
 if(NOT exports STREQUAL "init")
   message(FATAL_ERROR "the library exports \"${exports}\"")
+endif()
+
+if(NOT FENLUX_WINDOWS)  # where it is a library of its own
+  run(output ${FENLUX_OBJDUMP} -p ${FENLUX_PREFIX}/${FENLUX_LIBRARY})
+  if(NOT output MATCHES "\n *NEEDED +libPocoNet[.]so")
+    message(FATAL_ERROR "the library does not load POCO's Net:\n${output}")
+  endif()
 endif()
