@@ -97,6 +97,23 @@ std::string MessageOf(Failure failure) {
   }
 }
 
+std::string ReportByKind(const std::string& tag, Failure failure) {
+  switch (failure) {
+    case Failure::kStandard:
+      return "[" + tag + ",STDE] info=standard failure";
+    case Failure::kPoco:
+      return "[" + tag + ",PCE] code=42,info=I/O error: poco failure";
+    case Failure::kBoostSystem: {
+      const auto code = boost::system::errc::make_error_code(boost::system::errc::permission_denied);
+      return "[" + tag + ",BSTE] code=" + std::string(code.category().name()) + ":" + std::to_string(code.value()) +
+             ",info=<" + code.message() + ">";
+    }
+    case Failure::kInt:
+      return "[" + tag + ",OTHE]";
+  }
+  return {};
+}
+
 std::string Display(const std::wstring& text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {

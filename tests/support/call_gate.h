@@ -30,6 +30,9 @@ const char* NameOf(Failure failure);
 // The message of the thrown exception where it is a standard one, as a report gives it after "info=".
 std::string MessageOf(Failure failure);
 
+// The module's report of a failure where it tells the kinds of exceptions apart.
+std::string ReportByKind(const std::string& tag, Failure failure);
+
 // Text as a test prints and compares it: UTF-8, a lone surrogate as \uD800.
 std::string Display(const std::wstring& text);
 

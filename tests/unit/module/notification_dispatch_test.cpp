@@ -19,22 +19,7 @@ class StatedSizeBuf final : public CBuf {
 
 class NotificationDispatchFailure : public NotificationTest, public ::testing::WithParamInterface<Failure> {};
 
-std::string ReportOf(Failure failure) {
-  switch (failure) {
-    case Failure::kStandard:
-      return "[wdi,wdaokd,STDE] info=standard failure";
-    case Failure::kPoco:
-      return "[wdi,wdaokd,PCE] code=42,info=I/O error: poco failure";
-    case Failure::kBoostSystem: {
-      const auto code = boost::system::errc::make_error_code(boost::system::errc::permission_denied);
-      return "[wdi,wdaokd,BSTE] code=" + std::string(code.category().name()) + ":" + std::to_string(code.value()) +
-             ",info=<" + code.message() + ">";
-    }
-    case Failure::kInt:
-      return "[wdi,wdaokd,OTHE]";
-  }
-  return {};
-}
+std::string ReportOf(Failure failure) { return ReportByKind("wdi,wdaokd", failure); }
 
 }  // namespace
 

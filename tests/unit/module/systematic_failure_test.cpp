@@ -235,22 +235,7 @@ class SystematicDispatchFailure : public SystematicFailure, public ::testing::Wi
     if (unanswered && position >= Find(calls, "CArpRecord::SetEventType")) return Consequence::kEmpty;
     return Consequence::kUnjudged;
   }
-  static std::string ReportOf(Failure failure) {
-    switch (failure) {
-      case Failure::kStandard:
-        return "[wdi,wdaokd,STDE] info=standard failure";
-      case Failure::kPoco:
-        return "[wdi,wdaokd,PCE] code=42,info=I/O error: poco failure";
-      case Failure::kBoostSystem: {
-        const auto code = boost::system::errc::make_error_code(boost::system::errc::permission_denied);
-        return "[wdi,wdaokd,BSTE] code=" + std::string(code.category().name()) + ":" + std::to_string(code.value()) +
-               ",info=<" + code.message() + ">";
-      }
-      case Failure::kInt:
-        return "[wdi,wdaokd,OTHE]";
-    }
-    return {};
-  }
+  static std::string ReportOf(Failure failure) { return ReportByKind("wdi,wdaokd", failure); }
 
   std::shared_ptr<CWinDriverInteract> interact;
   Bytes message;

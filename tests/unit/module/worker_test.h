@@ -32,22 +32,7 @@ class WorkerTest : public ModuleTest {
   static std::string InnerReport(Failure failure) {
     return failure == Failure::kInt ? "[dci,OTHE]" : "[dci,tiwk,STDE] info=" + MessageOf(failure);
   }
-  static std::string OuterReport(Failure failure) {
-    switch (failure) {
-      case Failure::kStandard:
-        return "[dci,tiwk-2,STDE] info=standard failure";
-      case Failure::kPoco:
-        return "[dci,tiwk-2,PCE] code=42,info=I/O error: poco failure";
-      case Failure::kBoostSystem: {
-        const auto code = boost::system::errc::make_error_code(boost::system::errc::permission_denied);
-        return "[dci,tiwk-2,BSTE] code=" + std::string(code.category().name()) + ":" + std::to_string(code.value()) +
-               ",info=<" + code.message() + ">";
-      }
-      case Failure::kInt:
-        return "[dci,tiwk-2,OTHE]";
-    }
-    return {};
-  }
+  static std::string OuterReport(Failure failure) { return ReportByKind("dci,tiwk-2", failure); }
 
   std::shared_ptr<CFenluxImpl> impl;
 };
