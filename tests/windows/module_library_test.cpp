@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <array>
 #include <boost/system/system_error.hpp>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
@@ -52,16 +54,18 @@ class ModuleLibrary : public ::testing::Test {
   static inline FakeHost* host = nullptr;
 };
 
-TEST_F(ModuleLibrary, ExportsInitAndNothingElse) {
-  const auto* base = reinterpret_cast<const std::uint8_t*>(library);
-  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-  const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
-  const auto& directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
-  const auto* exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + directory.VirtualAddress);
-  ASSERT_EQ(exports->NumberOfFunctions, 1U);
-  ASSERT_EQ(exports->NumberOfNames, 1U);
-  const auto* names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
-  EXPECT_STREQ(reinterpret_cast<const char*>(base + names[0]), "init");
+TEST_F(ModuleLibrary, ShowsTheModulesVersionToTheSystem) {
+  std::array<std::uint8_t, 4096> information{};
+  ASSERT_TRUE(::GetFileVersionInfoW(L"fenlux.dll", 0, static_cast<DWORD>(information.size()), information.data()));
+  void* found = nullptr;
+  UINT size = 0;
+  ASSERT_TRUE(::VerQueryValueW(information.data(), L"\\", &found, &size));
+  ASSERT_GE(size, sizeof(VS_FIXEDFILEINFO));
+  const auto* version = static_cast<const VS_FIXEDFILEINFO*>(found);
+  for (const auto& [upper, lower] : {std::pair(version->dwFileVersionMS, version->dwFileVersionLS),
+                                     std::pair(version->dwProductVersionMS, version->dwProductVersionLS)}) {
+    EXPECT_EQ(HIWORD(upper) * 1000000U + LOWORD(upper) * 10000U + HIWORD(lower) * 100U + LOWORD(lower), 19072701U);
+  }
 }
 
 TEST_F(ModuleLibrary, ItsOwnExceptionsReachTheHost) {
