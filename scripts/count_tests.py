@@ -1,0 +1,54 @@
+#!/usr/bin/env python3
+"""Counts what a run of ctest ran.
+
+  count_tests.py REPORT LIST
+
+REPORT is what `ctest --output-junit` wrote, LIST what `ctest --show-only=json-v1` printed. A GoogleTest program that is
+one test of ctest counts with each of its cases. Prints the numbers of passed, failed and skipped tests and, by their
+labels, of all tests.
+"""
+import collections
+import json
+import re
+import sys
+import xml.etree.ElementTree as tree
+
+
+def labels_of(path):
+    labels = {}
+    with open(path, encoding="utf-8") as file:
+        for test in json.load(file)["tests"]:
+            properties = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
+            labels[test["name"]] = properties.get("LABELS", ["other"])[0]
+    return labels
+
+
+def cases_of(test):
+    """Passed, failed and skipped cases of one test of ctest."""
+    output = test.findtext("system-out") or ""
+    if not re.search(r"^\[==========\] \d+ tests? from .* ran\.", output, re.MULTILINE):
+        status = test.get("status")
+        return status == "run", status == "fail", status not in ("run", "fail")
+    passed, skipped, failed = (sum(int(count) for count in re.findall(pattern, output, re.MULTILINE)) for pattern in
+                               (r"^\[  PASSED  \] (\d+) tests?\.", r"^\[  SKIPPED \] (\d+) tests?, listed below:",
+                                r"^\[  FAILED  \] (\d+) tests?, listed below:"))
+    if test.get("status") == "fail":
+        failed = max(failed, 1)  # a failure of the program beside those of its cases
+    return passed, failed, skipped
+
+
+def main(report, listing):
+    labels = labels_of(listing)
+    totals = [0, 0, 0]
+    by_label = collections.Counter()
+    for test in tree.parse(report).getroot().iter("testcase"):
+        cases = [int(count) for count in cases_of(test)]
+        totals = [total + count for total, count in zip(totals, cases)]
+        by_label[labels.get(test.get("name"), "other")] += sum(cases)
+    print(*totals, ", ".join(f"{label} {count}" for label, count in sorted(by_label.items())))
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    main(*sys.argv[1:])
