@@ -15,6 +15,11 @@ if(CCACHE_PROGRAM)
                                   CCACHE_EXTRAFILES=${CMAKE_CURRENT_LIST_FILE} ${CCACHE_PROGRAM})
 endif()
 
+if(MSVC)
+  include(FenluxCompileMsvc)
+  return()
+endif()
+
 add_compile_options(-Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wold-style-cast -Wnull-dereference
                     -Woverloaded-virtual -Wdelete-non-virtual-dtor)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

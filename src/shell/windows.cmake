@@ -18,4 +18,8 @@ set_target_properties(fenlux PROPERTIES PREFIX "")
 # POCO's Net is linked for what it does when it loads: its network initialiser runs. Nothing of it is called, so the
 # linker has to be told to take the object file that holds it.
 target_link_libraries(fenlux PRIVATE Poco::Net)
-target_link_options(fenlux PRIVATE -Wl,-u,_ZN4Poco3Net17initializeNetworkEv)
+if(MSVC)
+  target_link_options(fenlux PRIVATE "/INCLUDE:?initializeNetwork@Net@Poco@@YAXXZ")
+else()
+  target_link_options(fenlux PRIVATE -Wl,-u,_ZN4Poco3Net17initializeNetworkEv)
+endif()
