@@ -5,7 +5,10 @@ enable_language(RC)
 # The module's version is written once, in the code that reports it; the resource shows it by its digits (19072701 is
 # 19.7.27.1).
 file(STRINGS ${PROJECT_SOURCE_DIR}/src/kdi/driver_version.cpp FENLUX_MODULE_VERSION REGEX "kModuleVersion = [0-9]+;")
-string(REGEX MATCH "[0-9]+" FENLUX_MODULE_VERSION "${FENLUX_MODULE_VERSION}")
+if(NOT FENLUX_MODULE_VERSION MATCHES "kModuleVersion = ([0-9]+)")
+  message(FATAL_ERROR "src/kdi/driver_version.cpp names no module version")
+endif()
+set(FENLUX_MODULE_VERSION ${CMAKE_MATCH_1})
 math(EXPR FENLUX_VERSION_1 "${FENLUX_MODULE_VERSION} / 1000000")
 math(EXPR FENLUX_VERSION_2 "${FENLUX_MODULE_VERSION} / 10000 % 100")
 math(EXPR FENLUX_VERSION_3 "${FENLUX_MODULE_VERSION} / 100 % 100")
