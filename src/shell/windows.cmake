@@ -4,6 +4,7 @@ enable_language(RC)
 
 # The module's version is written once, in the code that reports it; the resource shows it by its digits (19072701 is
 # 19.7.27.1).
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/kdi/driver_version.cpp)
 file(STRINGS ${PROJECT_SOURCE_DIR}/src/kdi/driver_version.cpp FENLUX_MODULE_VERSION REGEX "kModuleVersion = [0-9]+;")
 if(NOT FENLUX_MODULE_VERSION MATCHES "kModuleVersion = ([0-9]+)")
   message(FATAL_ERROR "src/kdi/driver_version.cpp names no module version")
