@@ -2,6 +2,7 @@
 #include "procinfo/auto_refresh_process_info.h"
 
 #include "tests/unit/module/module_test.h"
+#include "tests/unit/module/no_threads.h"
 
 namespace fenlux::testing {
 namespace {
@@ -206,6 +207,20 @@ TEST_F(RefreshThread, AFailedFirstPassGoesOnAndStartsNoThread) {
   for (const Failure failure : kAllFailures) {
     gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { info->Start(); }));
+  }
+  EXPECT_FALSE(IsFilled(*info)) << "not started";
+  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+}
+
+TEST_F(RefreshThread, AThreadThatCannotBeMadeGoesOn) {
+  if (!NoThreads::Possible()) GTEST_SKIP() << "the making of a thread cannot be made to fail here";
+  const auto info = Created();
+  info->RefreshAll();
+  info->GetProcessInfo(42);
+  Forget();
+  {
+    const NoThreads none;
+    EXPECT_THROW(info->Start(), std::system_error);
   }
   EXPECT_FALSE(IsFilled(*info)) << "not started";
   EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
