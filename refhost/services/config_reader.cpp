@@ -27,7 +27,6 @@
 #include "refhost/services/environment.h"
 #include "refhost/services/file_bytes.h"
 #include "refhost/services/process_queries.h"
-#include "refhost/services/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -38,7 +37,7 @@ constexpr std::uint32_t kNoPlace = 1;
 constexpr std::string_view kOwnProgram = "FENLUX_HOST_PROGRAM";
 
 std::optional<std::string> VariableText(const std::string& name) {
-  if (name == kOwnProgram) return NarrowFromWide(OwnProgramPath().wstring());
+  if (name == kOwnProgram) return OwnProgramPath().string();
   return EnvironmentText(name);
 }
 

@@ -52,6 +52,21 @@ TEST(Run, WritesItsLogAndItsSummaryAsJson) {
   EXPECT_GT(count, 3);
 }
 
+TEST(Run, DoesNotDependOnTheLocaleOfItsEnvironment) {
+  for (const char* locale : {"C", "xx_XX.UTF-8"}) {  // the second one exists nowhere
+    Scene scene;
+    scene.SetVariable("LC_ALL", locale);
+    scene.WriteHost("stop_at_end = true\n[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n",
+                    kThreeEvents);
+    const auto program = boost::filesystem::path(scene.Directory("j\u00fcrgen")) / "fenlux-host";
+    boost::filesystem::copy_file(FENLUX_PROGRAM_DIRECTORY "/fenlux-host", program);
+    HostProcess host(scene, program.string(),
+                     RunArguments(scene, {"--module", FENLUX_PROGRAM_DIRECTORY "/libfenlux.so", "--json"}));
+    const Outcome outcome = host.Wait();
+    EXPECT_EQ(JsonValue(outcome.out, "summary.driver_was_told.system_processes"), "1") << outcome.err;
+  }
+}
+
 TEST(Run, EndsAfterItsDuration) {
   const Scene scene;
   scene.WriteHost("");
