@@ -1,4 +1,5 @@
-# cpack makes the packages, and they hold what they should.
+# cpack makes the packages, they hold what they should, and what is unpacked from them works: it is stripped, so it is
+# not what was built and installed.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -88,4 +89,26 @@ if(FENLUX_BUILD_REFHOST)
     expect_field(Package "^fenlux-host\n$")
     expect_field(Depends "fenlux \\(= ${FENLUX_VERSION}\\)")
   endif()
+endif()
+
+# ---- unpacked
+
+set(prefix ${folder}-unpacked)
+empty_folder(${prefix})
+file(GLOB archives ${folder}/*${suffix}*)
+foreach(archive ${archives})
+  if(FENLUX_WINDOWS)
+    file(ARCHIVE_EXTRACT INPUT ${archive} DESTINATION ${prefix})
+  else()
+    run(output dpkg-deb -x ${archive} ${prefix})
+  endif()
+endforeach()
+if(FENLUX_WINDOWS)
+  string(APPEND prefix /fenlux-${FENLUX_VERSION}-win64)
+else()
+  string(APPEND prefix /usr)
+endif()
+check_library(${prefix})
+if(FENLUX_BUILD_REFHOST)
+  play_example(${prefix})
 endif()
