@@ -29,12 +29,14 @@ class ConnectionWorker : public WorkerTest {
   // wait has begun passes it by; false where that many did.
   bool EndsWakeThePolicyWorker(int ends) {
     for (int end = 0; end < ends; ++end) {
-      if (!clock().AwaitParked(5s)) return false;
+      if (!clock().AwaitParked(5s)) break;
       if (clock().Parked(100ms) != 0) return true;
       const std::size_t before = Attempts();
       clock().Advance(5s);
-      if (!clock().AwaitPauses(5s, before + 1)) return false;
+      if (!clock().AwaitPauses(5s, before + 1)) break;
+      if (end + 1 == ends) return false;
     }
+    ADD_FAILURE() << "the attempts do not go on";
     return false;
   }
   // A policy worker that has applied the policy and gone to its wait, or is on the way to it.

@@ -5,7 +5,9 @@ namespace fenlux::testing {
 namespace {
 
 class NotificationDispatch : public NotificationTest {};
-// Context data that says to be of a size that nobody has to provide.
+class NotificationDispatchFailure : public NotificationTest, public ::testing::WithParamInterface<Failure> {};
+
+// Context data that claims a size that nobody has to provide.
 class StatedSizeBuf final : public CBuf {
  public:
   explicit StatedSizeBuf(std::uint64_t size) : size_(static_cast<std::size_t>(size)) {}
@@ -16,8 +18,6 @@ class StatedSizeBuf final : public CBuf {
   std::size_t size_;
   std::uint8_t byte_ = 0;
 };
-
-class NotificationDispatchFailure : public NotificationTest, public ::testing::WithParamInterface<Failure> {};
 
 std::string ReportOf(Failure failure) { return ReportByKind("wdi,wdaokd", failure); }
 
