@@ -46,7 +46,10 @@ for preset in "${presets[@]}"; do
       lines+=("windows: skipped, because $obstacle")
       continue
     fi
-    windows_begin "$room"
+    if ! windows_begin "$room"; then
+      lines+=("windows: failed, because its libraries or Wine cannot be had; the reason is above") broken=true
+      continue
+    fi
   fi
   cmake --preset "$preset" >"$room/configure" 2>&1 || { cat "$room/configure" >&2; exit 1; }
   cmake --build --preset "$preset"

@@ -13,15 +13,19 @@ windows_obstacle() {
 }
 
 # windows_begin DIRECTORY: builds the libraries where they are not cached, and starts Wine with its files in DIRECTORY.
+# Where that cannot be done it says why and fails.
 windows_begin() {
-  FENLUX_WINDOWS_PREFIX=$(scripts/windows-deps.sh | tail -n 1)
+  FENLUX_WINDOWS_PREFIX=$(scripts/windows-deps.sh | tail -n 1) || return 1
   export FENLUX_WINDOWS_PREFIX WINEPREFIX=$1/wine WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
   unset DISPLAY WAYLAND_DISPLAY
   PATH="$PATH:/usr/lib/wine"
   mkdir -p "$WINEPREFIX"
   # The server first, and told to stay: one that leaves between two programs makes each of them start it again.
-  "$(windows_server)" -p >/dev/null 2>&1
-  wine64 wineboot --init >/dev/null 2>&1 </dev/null
+  if ! { "$(windows_server)" -p && wine64 wineboot --init; } >"$1/wine.log" 2>&1 </dev/null; then
+    echo "Wine does not start:" >&2
+    tail -n 5 "$1/wine.log" >&2
+    return 1
+  fi
 }
 
 # Ends the Wine that windows_begin started, and no other.
