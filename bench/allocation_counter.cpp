@@ -1,3 +1,4 @@
+// Replaces the global operators new by ones that count for their thread.
 #include "bench/allocation_counter.h"
 
 #include <cstdlib>

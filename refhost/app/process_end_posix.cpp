@@ -1,3 +1,4 @@
+// Leaves by _Exit, which runs nothing of the process any more.
 #include "refhost/app/process_end.h"
 
 #include <cstdlib>

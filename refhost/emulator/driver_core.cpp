@@ -1,3 +1,5 @@
+// One connection at a time: its opening and its end, requests, and the way of a notification from the source to its
+// answer.
 #include "refhost/emulator/driver_core.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Puts the parts of the emulator together, and stands between them and the port clients that the module holds.
 #include "refhost/emulator/driver_emulator.h"
 
 #include <mutex>

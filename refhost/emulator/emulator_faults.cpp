@@ -1,3 +1,4 @@
+// Reads the table of faults of a configuration or a scenario step; what it does not name stays as it is.
 #include "refhost/emulator/emulator_faults.h"
 
 #include "refhost/emulator/driver_model.h"

@@ -1,3 +1,4 @@
+// Reads [emulator] and its kernel events, and tells what is out of range or unknown.
 #include "refhost/emulator/emulator_settings.h"
 
 #include "refhost/services/config_reader.h"

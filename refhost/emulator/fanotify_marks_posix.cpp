@@ -1,3 +1,4 @@
+// Adds and removes marks until they are those that are wanted; "/" and "/tmp" themselves are refused.
 #include "refhost/emulator/fanotify_marks.h"
 
 #include <fcntl.h>

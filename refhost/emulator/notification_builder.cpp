@@ -1,3 +1,4 @@
+// Lays the named fields out as the driver does: the fixed part, then the items in their order.
 #include "refhost/emulator/notification_builder.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The process id as the system gives it.
 #include <unistd.h>
 
 #include "refhost/emulator/own_process.h"

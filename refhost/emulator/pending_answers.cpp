@@ -1,3 +1,4 @@
+// A slot for each notification on its way, which exactly one party empties; the watchdog looks for those that are due.
 #include "refhost/emulator/pending_answers.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The rules, one after the other; the first that is broken is told.
 #include "refhost/emulator/reply_check.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// Plays the steps of a scenario on as many threads as it asks for, and compares the verdicts with what it expects.
 #include "refhost/emulator/scripted_source.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Each thread notes its end, so that those that have ended are joined and the others can be left.
 #include "refhost/emulator/thread_crew.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// What becomes of notifications as numbers: causes by name, sums that have to add up, latencies in a histogram.
 #include "refhost/emulator/totals_counter.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Reads [driver], and refuses what does not belong to the driver that it names.
 #include "refhost/services/driver_settings.h"
 
 #include "refhost/services/config_reader.h"

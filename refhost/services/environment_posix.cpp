@@ -1,3 +1,4 @@
+// The environment as getenv has it: its bytes are taken for UTF-8.
 #include "refhost/services/environment.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// A watched call: journal, hook, and the decision whether it fails, all in the order in which calls come.
 #include "tests/support/call_gate.h"
 
 #include <Poco/Exception.h>

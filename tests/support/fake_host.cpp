@@ -1,3 +1,4 @@
+// Every operation of every interface: through the gate first, then what the settings say.
 #include "tests/support/fake_host.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Parks whoever pauses, and lets go whose time has come.
 #include "tests/support/manual_clock.h"
 
 #include <algorithm>

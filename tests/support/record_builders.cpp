@@ -1,3 +1,4 @@
+// Bytes of records from named fields, and their comparison with golden ones.
 #include "tests/support/record_builders.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The requests, contexts and buffers that the tests of the emulator send, and the module's side that sends them.
 #include "tests/unit/emulator/emulator_test.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// A child process that opens, reads and executes files on order and says how it went.
 #include "tests/unit/emulator/kernel_fixture.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Files and directories of a test.
 #include "tests/unit/module/module_test.h"
 
 #include <fstream>

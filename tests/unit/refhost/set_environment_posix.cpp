@@ -1,3 +1,4 @@
+// By setenv and unsetenv.
 #include <cstdlib>
 
 #include "tests/unit/refhost/set_environment.h"

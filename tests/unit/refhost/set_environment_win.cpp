@@ -1,3 +1,4 @@
+// By the system's functions, which take wide text.
 #include <windows.h>
 
 #include "refhost/services/utf_text.h"
