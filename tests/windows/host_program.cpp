@@ -28,13 +28,6 @@ HANDLE OutputFile(const fs::path& path) {
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-std::string FileText(const fs::path& path) {
-  std::ifstream stream(std::filesystem::path(path.native()), std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  std::erase(text, '\r');
-  return text;
-}
-
 // This process's environment and what is added to it.
 std::wstring EnvironmentWith(const std::vector<std::wstring>& more) {
   std::wstring block;
@@ -47,6 +40,13 @@ std::wstring EnvironmentWith(const std::vector<std::wstring>& more) {
 }
 
 }  // namespace
+
+std::string FileText(const fs::path& path) {
+  std::ifstream stream(std::filesystem::path(path.native()), std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  std::erase(text, '\r');
+  return text;
+}
 
 fs::path ProgramDirectory() {
   std::wstring path(MAX_PATH, L'\0');

@@ -21,6 +21,9 @@ struct ProgramOutcome {
   std::string err;
 };
 
+// A file's text; line ends are single characters.
+std::string FileText(const boost::filesystem::path& path);
+
 // The directory of this program, where all the others lie.
 boost::filesystem::path ProgramDirectory();
 

@@ -223,12 +223,18 @@ TEST(HostProgram, EndsWithFourWhereTheDriverCountsAViolation) {
 
 TEST(HostProgram, WritesItsLogFileWhereItIsTold) {
   const Room room;
+  room.Write("scenario.toml", "name = 'short'\nsteps = [{ await_request = 13 }]\n");
   const auto config =
-      room.Write("host.toml", ConfigText(room, "[log]\nconsole = 'off'\nfile = '${FENLUX_PLACE}/log-\u00FC.txt'\n"));
-  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config), "--duration", "2"},
-                                                {L"FENLUX_PLACE=" + room.Path().native()});
+      room.Write("host.toml", ConfigText(room,
+                                         "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"
+                                         "[log]\nconsole = 'off'\nfile = '${FENLUX_PLACE}/log-\u00FC.txt'\n"));
+  const ProgramOutcome outcome =
+      RunHostProgram(room, {"run", "--config", Utf8(config)}, {L"FENLUX_PLACE=" + room.Path().native()});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
-  EXPECT_TRUE(boost::filesystem::exists(room.Path() / L"log-\u00FC.txt"));
+  EXPECT_FALSE(Contains(outcome.err, "Driver Interact Ready.")) << outcome.err;
+  const std::string log = FileText(room.Path() / L"log-\u00FC.txt");
+  const std::regex line(R"((^|\n)\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} info     Driver Interact Ready\.\n)");
+  EXPECT_TRUE(std::regex_search(log, line)) << log;
 }
 
 TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
