@@ -39,6 +39,23 @@ std::wstring EnvironmentWith(const std::vector<std::wstring>& more) {
   return block;
 }
 
+// Takes every key event for itself, so that it does not end this process.
+BOOL WINAPI IgnoreKeys(DWORD /*event*/) { return TRUE; }
+
+// What the system does in each program of a console where a key was pressed: it starts a thread that calls the
+// handlers. Wine passes no Ctrl+Break on to where it would do so.
+bool StartKeyThread(HANDLE process, DWORD event) {
+  // System libraries lie at the same place in every process.
+  const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
+  if (routine == nullptr) return false;
+  const HANDLE thread = ::CreateRemoteThread(process, nullptr, 0,
+                                             reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine)),
+                                             reinterpret_cast<void*>(static_cast<std::uintptr_t>(event)), 0, nullptr);
+  if (thread == nullptr) return false;
+  ::CloseHandle(thread);
+  return true;
+}
+
 }  // namespace
 
 std::string FileText(const fs::path& path) {
@@ -139,16 +156,17 @@ bool HostProgram::AwaitLog(const std::string& text) const {
   }
 }
 
-bool HostProgram::PressCtrlC() const {
+bool HostProgram::Press(DWORD event) const {
   // The event is for all programs of the caller's console, so this one joins for a moment and turns a deaf ear.
   ::FreeConsole();
   if (!::AttachConsole(id_)) return false;
-  ::SetConsoleCtrlHandler(nullptr, TRUE);
-  const BOOL pressed = ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
-  ::WaitForSingleObject(process_, 60000);  // only then has it been heard for certain
+  ::SetConsoleCtrlHandler(&IgnoreKeys, TRUE);
+  const bool pressed =
+      ::GenerateConsoleCtrlEvent(event, 0) || (event == CTRL_BREAK_EVENT && StartKeyThread(process_, event));
+  if (pressed) ::WaitForSingleObject(process_, 60000);  // only then has it been heard for certain
   ::FreeConsole();
-  ::SetConsoleCtrlHandler(nullptr, FALSE);
-  return pressed != FALSE;
+  ::SetConsoleCtrlHandler(&IgnoreKeys, FALSE);
+  return pressed;
 }
 
 ProgramOutcome HostProgram::End() {

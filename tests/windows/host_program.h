@@ -73,12 +73,15 @@ class HostProgram {
   bool Running() const;
   // Until the standard error output has the text; false where the program ended before, or it took too long.
   bool AwaitLog(const std::string& text) const;
-  // Ctrl+C, as it reaches every program of the console.
-  bool PressCtrlC() const;
+  // Ctrl+C and Ctrl+Break, as they reach every program of the console.
+  bool PressCtrlC() const { return Press(CTRL_C_EVENT); }
+  bool PressCtrlBreak() const { return Press(CTRL_BREAK_EVENT); }
   // Waits for the end.
   ProgramOutcome End();
 
  private:
+  bool Press(DWORD event) const;
+
   boost::filesystem::path out_;
   boost::filesystem::path err_;
   HiddenConsole console_;

@@ -149,6 +149,17 @@ TEST(HostProgram, IsControlledThroughItsPipe) {
   EXPECT_TRUE(Contains(gone.err, "fenlux-host: no host can be reached on the control pipe ")) << gone.err;
 }
 
+TEST(HostProgram, CtrlBreakEndsTheRunAsCtrlCDoes) {
+  const Room room;
+  const auto config = room.Write("host.toml", ConfigText(room, ""));
+  HostProgram host(room, {"run", "--config", Utf8(config)});
+  ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
+  ASSERT_TRUE(host.PressCtrlBreak());
+  const ProgramOutcome outcome = host.End();
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
+}
+
 TEST(HostProgram, RefusesAPipeWhereAnotherHostListens) {
   const Room room;
   const auto config = room.Write("host.toml", ConfigText(room, ""));
