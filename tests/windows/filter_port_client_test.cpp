@@ -3,6 +3,9 @@
 #include "refhost/services/filter_port_client.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
+// After windows.h, which it needs.
+#include <fltuser.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -148,6 +151,13 @@ class FilterPortTest : public ::testing::Test {
     const auto until = std::chrono::steady_clock::now() + kPatience;
     while (driver.PortOpen() && std::chrono::steady_clock::now() < until) std::this_thread::yield();
     return !driver.PortOpen();
+  }
+  bool AwaitPendingReceptions(std::size_t count) {
+    const auto until = std::chrono::steady_clock::now() + kPatience;
+    while (driver.PendingReceptions().size() != count && std::chrono::steady_clock::now() < until) {
+      std::this_thread::yield();
+    }
+    return driver.PendingReceptions().size() == count;
   }
   // Until the totals are so: counting follows the reply.
   FilterPortTotals AwaitTotals(const std::function<bool(const FilterPortTotals&)>& condition) {
@@ -315,6 +325,16 @@ TEST_F(FilterPortTest, ServesAsManyMessagesAtOnceAsItHasThreads) {
   gate.Open();
   for (auto& operation : operations) EXPECT_EQ(operation.get().outcome, Outcome::kReplied);
   EXPECT_EQ(AwaitTotals([](const auto& so) { return so.answered == 12; }).answered, 12U);
+}
+
+TEST_F(FilterPortTest, KeepsAsManyReceptionsPendingAsItHasBuffers) {
+  const std::vector<std::uint32_t> all(6, sizeof(FILTER_MESSAGE_HEADER) + records::kMaxMessageSize);
+  Made()->Connect();
+  EXPECT_EQ(driver.PendingReceptions().size(), 0U);
+  client->Start();
+  EXPECT_EQ(driver.PendingReceptions(), all);
+  EXPECT_EQ(driver.Deliver(Bytes(156), kRoom, kPatience).outcome, Outcome::kReplied);
+  EXPECT_TRUE(AwaitPendingReceptions(6));  // a buffer goes back once its message is served
 }
 
 TEST_F(FilterPortTest, ManyMessagesFromManyThreadsAreAllAnswered) {
@@ -499,8 +519,28 @@ TEST_F(FilterPortTest, CloseDoesNotWaitForARequestThatIsHeldUpInTheDriver) {
   ASSERT_TRUE(driver.AwaitHeld(1, kPatience));
   client->Close();
   client->Wait();
+  // The request keeps the port open, but the buffers come back.
+  EXPECT_TRUE(driver.PortOpen());
+  EXPECT_TRUE(AwaitPendingReceptions(0));
   driver.Release();
   sending.get();
+  EXPECT_TRUE(AwaitClosed());
+}
+
+TEST_F(FilterPortTest, CloseEndsARequestThatTheDriverNeverAnswers) {
+  Opened();
+  driver.HoldSendsUntilCancelled();
+  auto sending = std::async(std::launch::async, [&] {
+    std::shared_ptr<CBuf> none;
+    return FailureOf([&] { client->Send(Buffer(RequestBytes(records::Command::kSpspState)), none, true); });
+  });
+  ASSERT_TRUE(driver.AwaitHeld(1, kPatience));
+  client->Close();
+  const bool ended = sending.wait_for(kPatience) == std::future_status::ready;
+  driver.Release();  // lets the test end where that failed
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(sending.get().find("the driver did not take a request: "), 0U);
+  EXPECT_EQ(port->Totals().failedRequests, 1U);
   EXPECT_TRUE(AwaitClosed());
 }
 

@@ -59,7 +59,7 @@ HRESULT WINAPI FilterConnectCommunicationPort(LPCWSTR name, DWORD options, LPCVO
 
 HRESULT WINAPI FilterGetMessage(HANDLE port, PFILTER_MESSAGE_HEADER message, DWORD size, LPOVERLAPPED operation) {
   if (operation == nullptr || size < sizeof(FILTER_MESSAGE_HEADER)) return E_INVALIDARG;
-  return ::ReadFile(port, message, size, nullptr, operation) ? S_OK : HRESULT_FROM_WIN32(::GetLastError());
+  return FilterStandIn::Instance().Receive(port, message, size, operation);
 }
 
 HRESULT WINAPI FilterReplyMessage(HANDLE port, PFILTER_REPLY_HEADER reply, DWORD size) {

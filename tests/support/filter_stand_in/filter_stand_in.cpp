@@ -56,7 +56,8 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
     const std::lock_guard lock(mutex_);
     connectResult_ = replyResult_ = sendResult_ = S_OK;
     failingReplies_ = 0;
-    holdConnects_ = holdSends_ = false;
+    holdConnects_ = holdSends_ = holdSendsInPort_ = false;
+    receptions_.clear();
     version_ = 19072701;
     answerSize_ = records::kRequestSize;
     connects_ = badConnects_ = replies_ = strayReplies_ = 0;
@@ -84,6 +85,7 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   }
 
   HRESULT Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* handle);
+  HRESULT Receive(HANDLE handle, void* message, std::uint32_t size, OVERLAPPED* operation);
   HRESULT Reply(HANDLE handle, const void* reply, std::uint32_t size);
   HRESULT Send(HANDLE handle, const void* request, std::uint32_t size, void* answer, std::uint32_t room,
                std::uint32_t* returned);
@@ -98,7 +100,9 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   // All guarded by the lock.
   HRESULT connectResult_ = S_OK, replyResult_ = S_OK, sendResult_ = S_OK;
   std::uint64_t failingReplies_ = 0;
-  bool holdConnects_ = false, holdSends_ = false;
+  bool holdConnects_ = false, holdSends_ = false, holdSendsInPort_ = false;
+  std::map<OVERLAPPED*, std::uint32_t> receptions_;      // of the newest port, and their sizes
+  std::vector<std::pair<HANDLE, OVERLAPPED*>> blocked_;  // the operations by which sending waits in a port
   std::uint64_t held_ = 0;
   std::uint32_t version_ = 19072701, answerSize_ = records::kRequestSize;
   std::uint64_t connects_ = 0, badConnects_ = 0, replies_ = 0, strayReplies_ = 0;
@@ -109,8 +113,11 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   std::uint64_t pipes_ = 0, messages_ = 0;
   std::map<std::uint64_t, std::pair<std::shared_ptr<Port>, Waiter>> waiters_;
 
+  void Release();
+
  private:
   void Watch(const std::shared_ptr<Port>& port);
+  bool WaitInPort(HANDLE handle, std::unique_lock<std::mutex>& lock);
 
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -159,6 +166,7 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
   const std::lock_guard lock(mutex_);
   ++connects_;
   port_ = port;
+  receptions_.clear();
   changed_.notify_all();
   *handle = client;
   return S_OK;
@@ -235,6 +243,16 @@ StandInAnswer FilterStandIn::Body::Deliver(const std::vector<std::uint8_t>& mess
   return answer;
 }
 
+HRESULT FilterStandIn::Body::Receive(HANDLE handle, void* message, std::uint32_t size, OVERLAPPED* operation) {
+  // Under the lock, as a message that is there at once may end the operation before this call does.
+  const std::lock_guard lock(mutex_);
+  const DWORD error = ::ReadFile(handle, message, size, nullptr, operation) ? ERROR_SUCCESS : ::GetLastError();
+  if (port_ != nullptr && port_->client == handle && (error == ERROR_SUCCESS || error == ERROR_IO_PENDING)) {
+    receptions_[operation] = size;
+  }
+  return HRESULT_FROM_WIN32(error);
+}
+
 HRESULT FilterStandIn::Body::Reply(HANDLE handle, const void* reply, std::uint32_t size) {
   FILTER_REPLY_HEADER header{};
   if (size < sizeof(header)) return E_INVALIDARG;
@@ -260,6 +278,34 @@ HRESULT FilterStandIn::Body::Reply(HANDLE handle, const void* reply, std::uint32
   return S_OK;
 }
 
+// False where the caller cancelled the waiting, or the port ended.
+bool FilterStandIn::Body::WaitInPort(HANDLE handle, std::unique_lock<std::mutex>& lock) {
+  const HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  OVERLAPPED operation{};
+  // The lowest bit keeps the operation out of the queue to which the caller has tied the port.
+  operation.hEvent = reinterpret_cast<HANDLE>(reinterpret_cast<std::uintptr_t>(done) | 1);
+  std::uint8_t byte = 0;
+  if (!::ReadFile(handle, &byte, 1, nullptr, &operation) && ::GetLastError() == ERROR_IO_PENDING) {
+    blocked_.emplace_back(handle, &operation);
+    ++held_;
+    changed_.notify_all();
+    lock.unlock();
+    ::WaitForSingleObject(done, INFINITE);
+    lock.lock();
+    --held_;
+    std::erase(blocked_, std::pair(handle, &operation));
+  }
+  ::CloseHandle(done);
+  return !holdSendsInPort_;
+}
+
+void FilterStandIn::Body::Release() {
+  const std::lock_guard lock(mutex_);
+  holdConnects_ = holdSends_ = holdSendsInPort_ = false;
+  for (const auto& [handle, operation] : blocked_) ::CancelIoEx(handle, operation);
+  changed_.notify_all();
+}
+
 HRESULT FilterStandIn::Body::Send(HANDLE handle, const void* request, std::uint32_t size, void* answer,
                                   std::uint32_t room, std::uint32_t* returned) {
   std::unique_lock lock(mutex_);
@@ -270,6 +316,7 @@ HRESULT FilterStandIn::Body::Send(HANDLE handle, const void* request, std::uint3
   changed_.notify_all();
   changed_.wait(lock, [this] { return !holdSends_; });
   --held_;
+  if (holdSendsInPort_ && !WaitInPort(handle, lock)) return HRESULT_FROM_WIN32(ERROR_OPERATION_ABORTED);
   if (FAILED(sendResult_)) return sendResult_;
   const auto* bytes = static_cast<const std::uint8_t*>(request);
   requests_.emplace_back(bytes, bytes + size);
@@ -317,9 +364,10 @@ void FilterStandIn::HoldConnects() {
 void FilterStandIn::HoldSends() {
   body_->Set([](Body& body) { body.holdSends_ = true; });
 }
-void FilterStandIn::Release() {
-  body_->Set([](Body& body) { body.holdConnects_ = body.holdSends_ = false; });
+void FilterStandIn::HoldSendsUntilCancelled() {
+  body_->Set([](Body& body) { body.holdSendsInPort_ = true; });
 }
+void FilterStandIn::Release() { body_->Release(); }
 bool FilterStandIn::AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit) {
   return body_->Await([&](Body& body) { return body.held_ >= count; }, limit);
 }
@@ -347,6 +395,15 @@ void FilterStandIn::Drop() {
   const auto port = body_->Get([](Body& body) { return body.Newest(); });
   if (port != nullptr) body_->EndPort(port);
 }
+std::vector<std::uint32_t> FilterStandIn::PendingReceptions() {
+  return body_->Get([](Body& body) {
+    std::vector<std::uint32_t> sizes;
+    for (const auto& [operation, size] : body.receptions_) {
+      if (!HasOverlappedIoCompleted(operation)) sizes.push_back(size);
+    }
+    return sizes;
+  });
+}
 std::uint64_t FilterStandIn::Connects() {
   return body_->Get([](Body& body) { return body.connects_; });
 }
@@ -370,6 +427,9 @@ std::uint64_t FilterStandIn::RepliesWithoutWaiter() {
 }
 HRESULT FilterStandIn::Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* port) {
   return body_->Connect(name, context, contextSize, port);
+}
+HRESULT FilterStandIn::Receive(HANDLE port, void* message, std::uint32_t size, OVERLAPPED* operation) {
+  return body_->Receive(port, message, size, operation);
 }
 HRESULT FilterStandIn::Reply(HANDLE port, const void* reply, std::uint32_t size) {
   return body_->Reply(port, reply, size);

@@ -58,6 +58,9 @@ class FENLUX_STAND_IN_API FilterStandIn {
   // From now on opening a port, or sending, waits until Release.
   void HoldConnects();
   void HoldSends();
+  // From now on sending waits in an operation of the port, until Release or until the caller cancels it. That operation
+  // stands behind the receptions that are pending, so no more messages than those may be delivered meanwhile.
+  void HoldSendsUntilCancelled();
   void Release();
   // Until so many calls are being held.
   bool AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit);
@@ -78,6 +81,10 @@ class FENLUX_STAND_IN_API FilterStandIn {
   // The driver goes away.
   void Drop();
 
+  // The sizes of the receptions that are pending. Looks at the caller's operations, so it is only asked while the port
+  // client of the newest port is there.
+  std::vector<std::uint32_t> PendingReceptions();
+
   // What was seen.
   std::uint64_t Connects();
   std::uint64_t BadConnects();  // with a context or name that is not the module's; refused
@@ -89,6 +96,7 @@ class FENLUX_STAND_IN_API FilterStandIn {
 
   // The library's side.
   HRESULT Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* port);
+  HRESULT Receive(HANDLE port, void* message, std::uint32_t size, OVERLAPPED* operation);
   HRESULT Reply(HANDLE port, const void* reply, std::uint32_t size);
   HRESULT Send(HANDLE port, const void* request, std::uint32_t size, void* answer, std::uint32_t room,
                std::uint32_t* returned);
