@@ -66,6 +66,16 @@ TEST_F(ModuleLibrary, ShowsTheModulesVersionToTheSystem) {
                                      std::pair(version->dwProductVersionMS, version->dwProductVersionLS)}) {
     EXPECT_EQ(HIWORD(upper) * 1000000U + LOWORD(upper) * 10000U + HIWORD(lower) * 100U + LOWORD(lower), 19072701U);
   }
+  // The language and character set under which the strings are looked up.
+  ASSERT_TRUE(::VerQueryValueW(information.data(), L"\\VarFileInfo\\Translation", &found, &size));
+  EXPECT_EQ(*static_cast<const DWORD*>(found), 0x04B00409U);
+  for (const auto& [name, text] :
+       {std::pair{L"FileVersion", L"19072701"}, std::pair{L"ProductVersion", L"19072701"},
+        std::pair{L"InternalName", L"fenlux"}, std::pair{L"OriginalFilename", L"fenlux.dll"}}) {
+    const std::wstring block = std::wstring(L"\\StringFileInfo\\040904b0\\") + name;
+    ASSERT_TRUE(::VerQueryValueW(information.data(), block.c_str(), &found, &size)) << text;
+    EXPECT_EQ(static_cast<const wchar_t*>(found), std::wstring(text));
+  }
 }
 
 TEST_F(ModuleLibrary, ItsOwnExceptionsReachTheHost) {
