@@ -3,6 +3,8 @@
 //
 // The module exists once in a process, so these cases build on each other and run in the order in which they stand.
 #include <gtest/gtest.h>
+#include <winsock2.h>
+// After winsock2.h, in whose place it would bring an older one.
 #include <windows.h>
 
 #include <array>
@@ -24,8 +26,10 @@ using InitFunction = void (*)(const std::shared_ptr<CGlobalContext>*);
 class ModuleLibrary : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
+    networkBefore = NetworkStarted();
     // Never let go of: its threads are detached.
     library = ::LoadLibraryW(L"fenlux.dll");
+    networkAfter = NetworkStarted();
     if (library != nullptr)
       init = reinterpret_cast<InitFunction>(reinterpret_cast<void*>(::GetProcAddress(library, "init")));
     host = new FakeHost;
@@ -34,6 +38,13 @@ class ModuleLibrary : public ::testing::Test {
   }
   void SetUp() override { ASSERT_NE(init, nullptr) << "fenlux.dll beside this program has no init"; }
 
+  // Whether anything in this process has started the system's network library.
+  static bool NetworkStarted() {
+    const SOCKET made = ::socket(AF_INET, SOCK_DGRAM, 0);
+    const bool started = made != INVALID_SOCKET || ::WSAGetLastError() != WSANOTINITIALISED;
+    if (made != INVALID_SOCKET) ::closesocket(made);
+    return started;
+  }
   static std::string FailureOfInit(const std::shared_ptr<CGlobalContext>* context) {
     try {
       init(context);
@@ -52,7 +63,14 @@ class ModuleLibrary : public ::testing::Test {
   static inline HMODULE library = nullptr;
   static inline InitFunction init = nullptr;
   static inline FakeHost* host = nullptr;
+  static inline bool networkBefore = true;
+  static inline bool networkAfter = false;
 };
+
+TEST_F(ModuleLibrary, StartsTheNetworkLibraryWhenItLoads) {
+  EXPECT_FALSE(networkBefore) << "something else in this program has";
+  EXPECT_TRUE(networkAfter);
+}
 
 TEST_F(ModuleLibrary, ShowsTheModulesVersionToTheSystem) {
   std::array<std::uint8_t, 4096> information{};
