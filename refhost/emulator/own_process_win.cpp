@@ -1,3 +1,4 @@
+// The process id as the system gives it.
 #include <windows.h>
 
 #include "refhost/emulator/own_process.h"

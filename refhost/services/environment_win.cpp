@@ -1,3 +1,4 @@
+// The environment in UTF-16, in which the system keeps it: getenv would give it in the code page.
 #include "refhost/services/environment.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// The system's own words for its errors, with the number that a search for them needs.
 #include "refhost/services/error_text_win.h"
 
 #include <windows.h>

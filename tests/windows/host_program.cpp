@@ -1,3 +1,4 @@
+// Each program has a console of its own, so that a key reaches it alone, and files for its outputs, which outlive it.
 #include "tests/windows/host_program.h"
 
 #include <boost/filesystem/operations.hpp>
