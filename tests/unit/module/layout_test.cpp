@@ -147,14 +147,16 @@ TEST(Layout, HostHIncludesTheWholeContract) {
 }
 
 TEST(Layout, EveryFileBeginsWithWhatItIsAndHeadersAreReadOnce) {
-  for (const SourceFile& file : Read("src")) {
-    std::ifstream in((kRoot / "src" / file.name).string());
-    std::string line;
-    std::getline(in, line);
-    EXPECT_TRUE(std::regex_search(line, std::regex("^// [A-Z]"))) << file.name << " begins with: " << line;
-    std::size_t guards = 0;
-    while (std::getline(in, line)) guards += line == "#pragma once" ? 1 : 0;
-    EXPECT_EQ(guards, fs::path(file.name).extension() == ".h" ? 1u : 0u) << file.name;
+  for (const std::string tree : {"src", "refhost", "tests", "bench", "fuzz", "examples"}) {
+    for (const SourceFile& file : Read(tree)) {
+      std::ifstream in((kRoot / tree / file.name).string());
+      std::string line;
+      std::getline(in, line);
+      EXPECT_TRUE(std::regex_search(line, std::regex("^// [^ ]"))) << tree << '/' << file.name << " begins: " << line;
+      std::size_t guards = 0;
+      while (std::getline(in, line)) guards += line == "#pragma once" ? 1 : 0;
+      EXPECT_EQ(guards, fs::path(file.name).extension() == ".h" ? 1u : 0u) << tree << '/' << file.name;
+    }
   }
 }
 
