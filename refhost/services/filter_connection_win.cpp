@@ -2,6 +2,7 @@
 #include "refhost/services/filter_connection_win.h"
 
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -21,6 +22,7 @@ constexpr HRESULT kNoWaiter = static_cast<HRESULT>(0x801F0020);
 constexpr HRESULT kPortEnded = static_cast<HRESULT>(0x800700E9);  // of ERROR_PIPE_NOT_CONNECTED
 // The queue's word to the delivery threads that no buffer will come any more.
 constexpr ULONG_PTR kNothingMore = 1;
+constexpr std::chrono::milliseconds kCancelInterval{50};
 
 std::string ResultText(HRESULT result) { return SystemErrorText(static_cast<unsigned long>(result)); }
 
@@ -129,7 +131,7 @@ void FilterConnection::End(const std::string& reason) {
     if (port_.Valid()) ::CancelIoEx(port_.Get(), nullptr);
     CloseIfUnused();
   }
-  endedChanged_.notify_all();
+  changed_.notify_all();
   if (opened) board_->Log(Severity::kEvent, "Connection ended: " + reason + ".");
 }
 
@@ -144,6 +146,7 @@ void FilterConnection::Deliver() {
     if (operation == nullptr) {
       if (!done) End("its messages cannot be received: " + SystemErrorText(error));
       ::PostQueuedCompletionStatus(queue_.Get(), 0, kNothingMore, nullptr);  // to the next thread
+      CancelUntilUnused();
       return;
     }
     {
@@ -163,6 +166,15 @@ void FilterConnection::Deliver() {
       End("the driver's messages ended: " + SystemErrorText(error));
       Retire();
     }
+  }
+}
+
+// A request that was on its way to the driver when the port ended came too late to be cancelled with the others.
+void FilterConnection::CancelUntilUnused() {
+  std::unique_lock lock(mutex_);
+  while (port_.Valid()) {
+    ::CancelIoEx(port_.Get(), nullptr);
+    changed_.wait_for(lock, kCancelInterval);
   }
 }
 

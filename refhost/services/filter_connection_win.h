@@ -97,7 +97,7 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
   void Send(CBuf& request, CBuf* reply);
   void WaitEnded() {
     std::unique_lock lock(mutex_);
-    endedChanged_.wait(lock, [this] { return ended_; });
+    changed_.wait(lock, [this] { return ended_; });
   }
   // The first reason is the one that is logged.
   void End(const std::string& reason);
@@ -147,10 +147,12 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
     if (!ended_ || uses_ > 0 || !port_.Valid()) return;
     ::CancelIoEx(port_.Get(), nullptr);
     port_.Reset();
+    changed_.notify_all();
   }
 
   void Deliver();
   void Receive(Slot& slot);
+  void CancelUntilUnused();
   void Retire();
   void Judge(Slot& slot, std::size_t size);
   std::shared_ptr<CBuf> Ask(const void* message, std::uint32_t size, std::string& failure) const;
@@ -161,8 +163,8 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
   std::vector<std::unique_ptr<Slot>> slots_;  // fixed before the threads are started
   Handle queue_;                              // likewise
 
-  std::mutex mutex_;  // over everything below
-  std::condition_variable endedChanged_;
+  std::mutex mutex_;                 // over everything below
+  std::condition_variable changed_;  // ended, or closed
   Handle port_;
   std::size_t uses_ = 0;
   std::size_t outstanding_ = 0;

@@ -544,6 +544,23 @@ TEST_F(FilterPortTest, CloseEndsARequestThatTheDriverNeverAnswers) {
   EXPECT_TRUE(AwaitClosed());
 }
 
+TEST_F(FilterPortTest, CloseEndsARequestThatWasOnItsWayToTheDriver) {
+  Opened();
+  driver.HoldSends();
+  auto sending = std::async(std::launch::async, [&] {
+    std::shared_ptr<CBuf> none;
+    return FailureOf([&] { client->Send(Buffer(RequestBytes(records::Command::kSpspState)), none, true); });
+  });
+  ASSERT_TRUE(driver.AwaitHeld(1, kPatience));
+  client->Close();                   // finds no operation of it that could be cancelled
+  driver.HoldSendsUntilCancelled();  // now there is one
+  const bool ended = sending.wait_for(kPatience) == std::future_status::ready;
+  driver.Release();  // lets the test end where that failed
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(sending.get().find("the driver did not take a request: "), 0U);
+  EXPECT_TRUE(AwaitClosed());
+}
+
 TEST_F(FilterPortTest, LettingGoOfThePortClientEndsTheConnection) {
   Opened();
   EXPECT_EQ(driver.Deliver(Bytes(156), kRoom, kPatience).outcome, Outcome::kReplied);

@@ -365,7 +365,10 @@ void FilterStandIn::HoldSends() {
   body_->Set([](Body& body) { body.holdSends_ = true; });
 }
 void FilterStandIn::HoldSendsUntilCancelled() {
-  body_->Set([](Body& body) { body.holdSendsInPort_ = true; });
+  body_->Set([](Body& body) {
+    body.holdSends_ = false;
+    body.holdSendsInPort_ = true;
+  });
 }
 void FilterStandIn::Release() { body_->Release(); }
 bool FilterStandIn::AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit) {

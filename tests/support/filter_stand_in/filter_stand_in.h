@@ -59,7 +59,8 @@ class FENLUX_STAND_IN_API FilterStandIn {
   void HoldConnects();
   void HoldSends();
   // From now on sending waits in an operation of the port, until Release or until the caller cancels it. That operation
-  // stands behind the receptions that are pending, so no more messages than those may be delivered meanwhile.
+  // stands behind the receptions that are pending, so no more messages than those may be delivered meanwhile. What
+  // HoldSends holds goes on into it.
   void HoldSendsUntilCancelled();
   void Release();
   // Until so many calls are being held.
