@@ -20,10 +20,9 @@ target_sources(fenlux PRIVATE attach_win.cpp fenlux.def ${CMAKE_CURRENT_BINARY_D
 set_target_properties(fenlux PROPERTIES PREFIX "")
 
 # POCO's Net is linked for what it does when it loads: its network initialiser runs. Nothing of it is called, so the
-# linker has to be told to take the object file that holds it.
+# linker has to be told to take the object file that holds it. For MinGW's the package says so that
+# scripts/windows-deps.sh makes.
 target_link_libraries(fenlux PRIVATE Poco::Net)
 if(MSVC)
   target_link_options(fenlux PRIVATE "/INCLUDE:?initializeNetwork@Net@Poco@@YAXXZ")
-else()
-  target_link_options(fenlux PRIVATE -Wl,-u,_ZN4Poco3Net17initializeNetworkEv)
 endif()
