@@ -3,12 +3,13 @@
 // A connection is one object, shared by the port client that the module holds and by the delivery threads. It owns the
 // port's handle, the queue where finished receptions arrive, and the message buffers. The handle is never closed under
 // a call that uses it, and Close never waits for one: every use is counted, and whoever ends last, Close or the last
-// use, closes it. A handler that runs is no use: it can take as long as it likes, and its reply then finds the port
-// closed.
+// use, closes it. So that no use lasts, calls that the driver holds are cancelled; the delivery threads repeat that
+// until the handle is closed, for calls that were only on their way to the driver. A handler that runs is no use: it
+// can take as long as it likes, and its reply then finds the port closed.
 //
 // A buffer is always in one of three places: with the Filter Manager (counted as outstanding), with a delivery thread,
-// or at rest because the connection has ended. The Filter Manager gives back every outstanding one when the port is
-// closed, so the threads end when none is left.
+// or at rest because the connection has ended. The Filter Manager gives back every outstanding one when the port ends,
+// so the threads end when none is left and the handle is closed.
 #pragma once
 
 #include <condition_variable>

@@ -47,6 +47,5 @@ list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/cmake/fenlux/fenluxCo
      share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
      share/doc/fenlux/examples/minimal-host/main.cpp)
 if(FENLUX_WINDOWS)
-  list(APPEND FENLUX_DEVELOPMENT_FILES lib/libfenlux.dll.a bin/libgcc_s_seh-1.dll bin/libstdc++-6.dll
-       bin/libwinpthread-1.dll)
+  list(APPEND FENLUX_DEVELOPMENT_FILES lib/libfenlux.dll.a ${FENLUX_RUNTIME_DLLS})
 endif()

@@ -146,23 +146,38 @@ class FilterPortTest : public ::testing::Test {
     return *client;
   }
 
+  // A request on a thread of its own, which the driver holds; what its sending fails with.
+  std::future<std::string> HeldSend() {
+    auto sending = std::async(std::launch::async, [this] {
+      std::shared_ptr<CBuf> none;
+      return FailureOf([&] { client->Send(Buffer(RequestBytes(records::Command::kSpspState)), none, true); });
+    });
+    EXPECT_TRUE(driver.AwaitHeld(1, kPatience));
+    return sending;
+  }
+  // Whether it ends without the driver's help; afterwards it gets that, so that the test ends.
+  bool EndsByItself(const std::future<std::string>& sending) {
+    const bool ended = sending.wait_for(kPatience) == std::future_status::ready;
+    driver.Release();
+    return ended;
+  }
+
+  template <typename Condition>
+  static bool Await(const Condition& condition) {
+    const auto until = std::chrono::steady_clock::now() + kPatience;
+    while (!condition() && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+    return condition();
+  }
   // Closing is the last user's: the driver sees it a little later than the caller.
   bool AwaitClosed() {
-    const auto until = std::chrono::steady_clock::now() + kPatience;
-    while (driver.PortOpen() && std::chrono::steady_clock::now() < until) std::this_thread::yield();
-    return !driver.PortOpen();
+    return Await([this] { return !driver.PortOpen(); });
   }
   bool AwaitPendingReceptions(std::size_t count) {
-    const auto until = std::chrono::steady_clock::now() + kPatience;
-    while (driver.PendingReceptions().size() != count && std::chrono::steady_clock::now() < until) {
-      std::this_thread::yield();
-    }
-    return driver.PendingReceptions().size() == count;
+    return Await([&] { return driver.PendingReceptions().size() == count; });
   }
   // Until the totals are so: counting follows the reply.
   FilterPortTotals AwaitTotals(const std::function<bool(const FilterPortTotals&)>& condition) {
-    const auto until = std::chrono::steady_clock::now() + kPatience;
-    while (!condition(port->Totals()) && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+    Await([&] { return condition(port->Totals()); });
     return port->Totals();
   }
   std::vector<std::string> LogLines() {
@@ -512,11 +527,7 @@ TEST_F(FilterPortTest, AHandlerMayCloseItsOwnConnection) {
 TEST_F(FilterPortTest, CloseDoesNotWaitForARequestThatIsHeldUpInTheDriver) {
   Opened();
   driver.HoldSends();
-  auto sending = std::async(std::launch::async, [&] {
-    std::shared_ptr<CBuf> none;
-    return FailureOf([&] { client->Send(Buffer(RequestBytes(records::Command::kSpspState)), none, true); });
-  });
-  ASSERT_TRUE(driver.AwaitHeld(1, kPatience));
+  auto sending = HeldSend();
   client->Close();
   client->Wait();
   // The request keeps the port open, but the buffers come back.
@@ -530,15 +541,9 @@ TEST_F(FilterPortTest, CloseDoesNotWaitForARequestThatIsHeldUpInTheDriver) {
 TEST_F(FilterPortTest, CloseEndsARequestThatTheDriverNeverAnswers) {
   Opened();
   driver.HoldSendsUntilCancelled();
-  auto sending = std::async(std::launch::async, [&] {
-    std::shared_ptr<CBuf> none;
-    return FailureOf([&] { client->Send(Buffer(RequestBytes(records::Command::kSpspState)), none, true); });
-  });
-  ASSERT_TRUE(driver.AwaitHeld(1, kPatience));
+  auto sending = HeldSend();
   client->Close();
-  const bool ended = sending.wait_for(kPatience) == std::future_status::ready;
-  driver.Release();  // lets the test end where that failed
-  EXPECT_TRUE(ended);
+  EXPECT_TRUE(EndsByItself(sending));
   EXPECT_EQ(sending.get().find("the driver did not take a request: "), 0U);
   EXPECT_EQ(port->Totals().failedRequests, 1U);
   EXPECT_TRUE(AwaitClosed());
@@ -547,16 +552,10 @@ TEST_F(FilterPortTest, CloseEndsARequestThatTheDriverNeverAnswers) {
 TEST_F(FilterPortTest, CloseEndsARequestThatWasOnItsWayToTheDriver) {
   Opened();
   driver.HoldSends();
-  auto sending = std::async(std::launch::async, [&] {
-    std::shared_ptr<CBuf> none;
-    return FailureOf([&] { client->Send(Buffer(RequestBytes(records::Command::kSpspState)), none, true); });
-  });
-  ASSERT_TRUE(driver.AwaitHeld(1, kPatience));
+  auto sending = HeldSend();
   client->Close();                   // finds no operation of it that could be cancelled
   driver.HoldSendsUntilCancelled();  // now there is one
-  const bool ended = sending.wait_for(kPatience) == std::future_status::ready;
-  driver.Release();  // lets the test end where that failed
-  EXPECT_TRUE(ended);
+  EXPECT_TRUE(EndsByItself(sending));
   EXPECT_EQ(sending.get().find("the driver did not take a request: "), 0U);
   EXPECT_TRUE(AwaitClosed());
 }
