@@ -26,55 +26,55 @@ testing::Bytes TwoPaths() {
 // What the contract makes the module call for such a notification, in the same order, with nothing of the module.
 class Floor {
  public:
-  explicit Floor(testing::FakeHost& host) : host_(host) {
-    host.win_work()->GetProcessNarrowText(narrow_, kProcess, 0);
-    host.win_work()->GetProcessWideText(wide_, kProcess, 0);
+  explicit Floor(testing::FakeHost& host) : host(host) {
+    host.win_work()->GetProcessNarrowText(narrow, kProcess, 0);
+    host.win_work()->GetProcessWideText(wide, kProcess, 0);
   }
 
   void UseTwoPaths() {
-    path_ = L"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report.docx";
-    secondPath_ = L"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report (2).docx";
+    path = L"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report.docx";
+    secondPath = L"\\Device\\HarddiskVolume2\\Users\\someone\\Documents\\report (2).docx";
   }
 
   std::shared_ptr<CBuf> Run() {
-    const auto cfg = host_.context()->GetCfg();
+    const auto cfg = host.context()->GetCfg();
     benchmark::DoNotOptimize(cfg->IsMeasuringEnabled(0, 0));
     std::shared_ptr<CBuf> reply;
-    host_.utility()->CreateBuffer(reply, true, 156, false);
+    host.utility()->CreateBuffer(reply, true, 156, false);
     benchmark::DoNotOptimize(reply->GetData());
     std::shared_ptr<CArpRecord> record;
-    host_.arp_mgmt()->CreateRecord(record, 0);
+    host.arp_mgmt()->CreateRecord(record, 0);
     record->SetSource(1);
     record->SetCategory(1);
     const auto& process = record->ProcessPart();
     process->SetProcessId(kProcess);
     benchmark::DoNotOptimize(process->GetProcessId());
-    benchmark::DoNotOptimize(host_.cfg_ex()->IsCacheBypassed());
+    benchmark::DoNotOptimize(host.cfg_ex()->IsCacheBypassed());
     process->SetSessionId(0);
-    process->SetNarrowInfo(narrow_);
-    record->SetWideInfo(wide_);
-    benchmark::DoNotOptimize(host_.cfg_ex()->IsIdentityTextAdded());
-    if (!path_.empty()) {
+    process->SetNarrowInfo(narrow);
+    record->SetWideInfo(wide);
+    benchmark::DoNotOptimize(host.cfg_ex()->IsIdentityTextAdded());
+    if (!path.empty()) {
       // ToRecordString takes a wide string, and a message holds none: making one is forced as well.
-      const std::wstring path(path_.begin(), path_.end());
+      const std::wstring path(path.begin(), path.end());
       std::wstring recordPath;
-      record->SetPath(host_.utility()->ToRecordString(recordPath, path));
-      record->SetPath(host_.utility()->ToRecordString(recordPath, path));
-      const std::wstring secondPath(secondPath_.begin(), secondPath_.end());
-      record->SetSecondPath(host_.utility()->ToRecordString(recordPath, secondPath));
+      record->SetPath(host.utility()->ToRecordString(recordPath, path));
+      record->SetPath(host.utility()->ToRecordString(recordPath, path));
+      const std::wstring secondPath(secondPath.begin(), secondPath.end());
+      record->SetSecondPath(host.utility()->ToRecordString(recordPath, secondPath));
     }
     record->SetEventType(0x4005);
-    benchmark::DoNotOptimize(host_.ao_arp()->Evaluate(record));
+    benchmark::DoNotOptimize(host.ao_arp()->Evaluate(record));
     benchmark::DoNotOptimize(reply->GetData());
     return reply;
   }
 
  private:
-  testing::FakeHost& host_;
-  std::string narrow_;
-  std::wstring wide_;
-  std::wstring path_;
-  std::wstring secondPath_;
+  testing::FakeHost& host;
+  std::string narrow;
+  std::wstring wide;
+  std::wstring path;
+  std::wstring secondPath;
 };
 
 template <class Body>

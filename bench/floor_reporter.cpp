@@ -18,14 +18,14 @@ class FloorReporter final : public benchmark::ConsoleReporter {
       const std::string& name = run.run_name.function_name;
       const auto slash = name.rfind('/');
       const auto allocations = run.counters.find("allocations");
-      figures_[name.substr(0, slash)][name.substr(slash + 1)] = {
+      figures[name.substr(0, slash)][name.substr(slash + 1)] = {
           run.GetAdjustedCPUTime(), allocations == run.counters.end() ? 0.0 : allocations->second.value};
     }
   }
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    for (const auto& [operation, figures] : figures_) {
+    for (const auto& [operation, figures] : figures) {
       const auto floor = figures.find("floor");
       if (floor == figures.end()) continue;
       for (const auto& [name, figure] : figures) {
@@ -41,7 +41,7 @@ class FloorReporter final : public benchmark::ConsoleReporter {
     double time = 0;
     double allocations = 0;
   };
-  std::map<std::string, std::map<std::string, Figure>> figures_;  // by operation, by who performs it
+  std::map<std::string, std::map<std::string, Figure>> figures;  // by operation, by who performs it
 };
 
 }  // namespace

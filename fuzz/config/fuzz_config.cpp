@@ -8,15 +8,15 @@
 #include <string_view>
 
 #include "kdi/driver_records.h"
+#include "refhost/base/config/config_reader.h"
 #include "refhost/emulator/emulator_settings.h"
-#include "refhost/emulator/scenario.h"
-#include "refhost/services/config_reader.h"
+#include "refhost/emulator/sources/scenario.h"
+#include "refhost/port/driver_settings.h"
 #include "refhost/services/configuration.h"
-#include "refhost/services/driver_settings.h"
-#include "refhost/services/judge.h"
+#include "refhost/services/events/judge.h"
 #include "refhost/services/locale_service.h"
-#include "refhost/services/log_service.h"
-#include "refhost/services/work_service.h"
+#include "refhost/services/log/log_service.h"
+#include "refhost/services/processes/work_service.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -104,36 +104,36 @@ std::uint32_t VerdictOf(const Behaviour& behaviour) {
 class Setting {
  public:
   Setting() {
-    CallGate& gate = host_.gate();
+    CallGate& gate = host.gate();
     gate.SetJournal(false);
-    HostSettings& settings = host_.settings();
+    HostSettings& settings = host.settings();
     settings.recorded_request_bytes = 0;
     settings.records_kept = false;
     settings.refresh_interval = static_cast<std::uint32_t>(kRefreshInterval.count());
     settings.process_value = [this](std::uint32_t processId) {
-      return processId < kCachedProcesses || host_.settings().cache_bypassed ? processId % 4 : kUnknownProcess;
+      return processId < kCachedProcesses || host.settings().cache_bypassed ? processId % 4 : kUnknownProcess;
     };
     std::size_t parked = 0;
     for (const bool clientType2 : {false, true}) {
       for (const bool stopped : {false, true}) {
         settings.client_type_flag = clientType2;
-        const auto interact = std::make_shared<CWinDriverInteract>(host_.context());
+        const auto interact = std::make_shared<CWinDriverInteract>(host.context());
         interact->RunDriverConnection();  // the fake port client's Wait returns at once
         // Its refresh thread stands still from here on, so that only the fuzzed calls are counted.
         Require(ManualClock::Instance().AwaitParked(kRefreshInterval, ++parked), "the refresh threads park");
         FillCache(*interact);
         if (stopped) interact->StopInteract();
-        interacts_[clientType2 ? 1 : 0][stopped ? 1 : 0] = interact;
+        interacts[clientType2 ? 1 : 0][stopped ? 1 : 0] = interact;
       }
     }
-    gate.OnCall("CLog::LogProblem", [this] { ++problems_; });
-    gate.OnCall("CArpMgmt::CreateRecord", [this] { recordReached_ = true; });
-    gate.OnCall("CUtility::CreateBuffer", [this] { ++buffersAsked_; });
+    gate.OnCall("CLog::LogProblem", [this] { ++problems; });
+    gate.OnCall("CArpMgmt::CreateRecord", [this] { recordReached = true; });
+    gate.OnCall("CUtility::CreateBuffer", [this] { ++buffersAsked; });
   }
 
   void Run(const Behaviour& behaviour, const std::uint8_t* message, std::size_t size) {
     Prepare(behaviour);
-    const auto& interact = interacts_[behaviour.clientType2 ? 1 : 0][behaviour.stopped ? 1 : 0];
+    const auto& interact = interacts[behaviour.clientType2 ? 1 : 0][behaviour.stopped ? 1 : 0];
     const bool null = behaviour.nullMessage && size == 0;
     std::shared_ptr<CBuf> reply;
     std::optional<std::string> thrown;
@@ -164,7 +164,7 @@ class Setting {
   }
 
   void Prepare(const Behaviour& behaviour) {
-    HostSettings& settings = host_.settings();
+    HostSettings& settings = host.settings();
     settings.decision = behaviour.decision;
     settings.cache_bypassed = behaviour.cacheBypassed;
     settings.identity_text_added = behaviour.identityTextAdded;
@@ -173,13 +173,13 @@ class Setting {
     settings.to_record = nullptr;
     if (behaviour.convertsPaths) settings.to_record = [](const std::wstring& path) { return L"\\??\\" + path; };
     {
-      const std::lock_guard lock(host_.core()->mutex);
-      host_.core()->identities.clear();
+      const std::lock_guard lock(host.core()->mutex);
+      host.core()->identities.clear();
     }
-    problems_ = 0;
-    recordReached_ = false;
-    buffersAsked_ = 0;
-    CallGate& gate = host_.gate();
+    problems = 0;
+    recordReached = false;
+    buffersAsked = 0;
+    CallGate& gate = host.gate();
     if (behaviour.alwaysThrows != nullptr) gate.FailAlways(behaviour.alwaysThrows, behaviour.alwaysThrowing);
     if (behaviour.throwingCall != 0) gate.FailAt(behaviour.throwingCall, behaviour.throwing);
     if (behaviour.givesEmpty == nullptr) return;
@@ -191,27 +191,27 @@ class Setting {
   }
 
   void Relax(const Behaviour& behaviour) {
-    host_.gate().StopFailing();
-    if (behaviour.givesEmpty != nullptr) host_.gate().GiveAgain(behaviour.givesEmpty);
+    host.gate().StopFailing();
+    if (behaviour.givesEmpty != nullptr) host.gate().GiveAgain(behaviour.givesEmpty);
   }
 
   // The operation that threw last in this run; empty where none was to throw.
   std::string FailedOperation(const Behaviour& behaviour) const {
     const bool planned = behaviour.alwaysThrows != nullptr || behaviour.throwingCall != 0;
-    return planned ? host_.gate().FailedOperation() : std::string();
+    return planned ? host.gate().FailedOperation() : std::string();
   }
 
   // Only the first reply's making may fail outwards: its buffer was asked for, and nothing of the message looked at.
   void CheckThrown(const std::string& thrown) const {
-    Require(buffersAsked_ == 1 && !recordReached_ && thrown.find("wdaokd") == std::string::npos,
+    Require(buffersAsked == 1 && !recordReached && thrown.find("wdaokd") == std::string::npos,
             "what leaves dispatch comes from making the reply");
-    Require(problems_ == 0, "what leaves dispatch is not reported as well");
+    Require(problems == 0, "what leaves dispatch is not reported as well");
   }
 
   void CheckReply(const Behaviour& behaviour, const std::shared_ptr<CBuf>& reply, const std::uint8_t* message,
                   std::size_t size) const {
     const std::uint32_t code = size >= records::kNotificationFixedSize ? U32At(message, 20) : 0;
-    Require(problems_ <= 1, "a failure gives one line");
+    Require(problems <= 1, "a failure gives one line");
     if (!reply) {
       Require(code == kNoReplyCode, "only code 4113 is not answered");
       return;
@@ -223,13 +223,13 @@ class Setting {
     Require(U32At(bytes.data(), 8) == 156, "a reply tells the size of its fixed part");
     const std::uint32_t verdict = U32At(bytes.data(), 12);
     Require(verdict >= 2 && verdict <= 8, "a verdict is one of 2 to 8");
-    Require(code != kNoReplyCode || problems_ == 1, "code 4113 is answered only where it failed");
+    Require(code != kNoReplyCode || problems == 1, "code 4113 is answered only where it failed");
 
     const bool oplock = code != 0 && message[29] != 0;
     const std::uint32_t judged = oplock ? (behaviour.clientType2 ? 7U : 3U) : VerdictOf(behaviour);
     Require(verdict == judged || verdict == kUnjudged, "the verdict is what the decision stands for, or 8");
-    Require(verdict == kUnjudged || problems_ == 0, "a judged reply comes without a problem");
-    Require(verdict != kUnjudged || judged == kUnjudged || problems_ == 1, "verdict 8 is explained by a line");
+    Require(verdict == kUnjudged || problems == 0, "a judged reply comes without a problem");
+    Require(verdict != kUnjudged || judged == kUnjudged || problems == 1, "verdict 8 is explained by a line");
     const std::string failed = FailedOperation(behaviour);
     const bool lineLost = failed == "CLog::LogDetail" || failed == "CLocale::TranslateText";
     Require(!lineLost || verdict == judged, "a line that is lost costs no verdict");
@@ -249,11 +249,11 @@ class Setting {
     Require(std::memcmp(bytes.data() + 156, data->data(), data->size()) == 0, "context data arrives unchanged");
   }
 
-  FakeHost host_;
-  std::shared_ptr<CWinDriverInteract> interacts_[2][2];  // by client type, by stopped
-  int problems_ = 0;                                     // problem lines of the current run
-  bool recordReached_ = false;                           // whether the current run came as far as its record
-  int buffersAsked_ = 0;                                 // how often the current run asked for a buffer
+  FakeHost host;
+  std::shared_ptr<CWinDriverInteract> interacts[2][2];  // by client type, by stopped
+  int problems = 0;                                     // problem lines of the current run
+  bool recordReached = false;                           // whether the current run came as far as its record
+  int buffersAsked = 0;                                 // how often the current run asked for a buffer
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -4,13 +4,13 @@
 #include <boost/filesystem/path.hpp>
 
 #include "refhost/emulator/emulator_settings.h"
-#include "refhost/emulator/scenario.h"
+#include "refhost/emulator/sources/scenario.h"
+#include "refhost/port/driver_settings.h"
 #include "refhost/services/configuration.h"
-#include "refhost/services/driver_settings.h"
-#include "refhost/services/judge.h"
+#include "refhost/services/events/judge.h"
 #include "refhost/services/locale_service.h"
-#include "refhost/services/log_service.h"
-#include "refhost/services/work_service.h"
+#include "refhost/services/log/log_service.h"
+#include "refhost/services/processes/work_service.h"
 
 namespace fenlux::refhost {
 

@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "refhost/app/commands.h"
+#include "refhost/app/commands/commands.h"
 #include "refhost/app/exit_codes.h"
-#include "refhost/app/program_text.h"
-#include "refhost/app/signals.h"
+#include "refhost/app/platform/program_text.h"
+#include "refhost/app/platform/signals.h"
 
 namespace {
 

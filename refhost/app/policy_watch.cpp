@@ -7,19 +7,19 @@
 namespace fenlux::refhost {
 
 void PolicyWatch::Look(Clock::time_point now) {
-  if (!sight_.isReady() || sight_.policyRead() > std::max(sight_.connectionBegun(), sight_.policyChanged())) {
-    waiting_ = false;
+  if (!sight.isReady() || sight.policyRead() > std::max(sight.connectionBegun(), sight.policyChanged())) {
+    waiting = false;
     return;
   }
-  if (!waiting_) {
-    waiting_ = true;
-    since_ = now;
+  if (!waiting) {
+    waiting = true;
+    since = now;
     return;
   }
-  if (now - since_ < kPatience) return;
-  since_ = now;
-  ++reminders_;
-  sight_.notify();
+  if (now - since < kPatience) return;
+  since = now;
+  ++reminders;
+  sight.notify();
 }
 
 }  // namespace fenlux::refhost

@@ -27,18 +27,18 @@ class PolicyWatch {
     std::function<void()> notify;                        // has the policy applied again
   };
 
-  explicit PolicyWatch(Sight sight) : sight_(std::move(sight)) {}
+  explicit PolicyWatch(Sight sight) : sight(std::move(sight)) {}
 
   // Looks once; to be called several times a second.
   void Look(Clock::time_point now);
   // How often the module had to be told.
-  std::uint64_t Reminders() const { return reminders_; }
+  std::uint64_t Reminders() const { return reminders; }
 
  private:
-  Sight sight_;
-  bool waiting_ = false;  // a ready connection without policy was seen
-  Clock::time_point since_;
-  std::uint64_t reminders_ = 0;
+  Sight sight;
+  bool waiting = false;  // a ready connection without policy was seen
+  Clock::time_point since;
+  std::uint64_t reminders = 0;
 };
 
 }  // namespace fenlux::refhost

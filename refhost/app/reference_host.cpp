@@ -7,11 +7,11 @@
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
-#include "refhost/app/exception_text.h"
-#include "refhost/app/module_loader.h"
+#include "refhost/app/platform/module_loader.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/base/exception_text.h"
 #include "refhost/emulator/driver_emulator.h"
-#include "refhost/services/config_reader.h"
-#include "refhost/services/event_record.h"
+#include "refhost/services/events/event_record.h"
 #include "refhost/services/host_context.h"
 #include "refhost/services/utility_service.h"
 
@@ -53,20 +53,19 @@ std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const
 }  // namespace
 
 ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig config)
-    : configFile_(std::move(configFile)),
-      start_(config.start),
-      log_(std::make_shared<LogService>(config.start.log)),
-      locale_(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
-      records_(std::make_shared<RecordRegister>()),
-      net_(std::make_shared<NetService>()),
-      configuration_(
-          std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records_)),
-      judge_(std::make_shared<Judge>(std::move(config.reloadable.rules))),
-      emulator_(MakeEmulator(config, log_)),
-      filterPort_(MakeFilterPort(config.start.driver, log_)),
-      work_(std::make_shared<WorkService>(
+    : configFile(std::move(configFile)),
+      start(config.start),
+      log(std::make_shared<LogService>(config.start.log)),
+      locale(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
+      records(std::make_shared<RecordRegister>()),
+      net(std::make_shared<NetService>()),
+      configuration(std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records)),
+      judge(std::make_shared<Judge>(std::move(config.reloadable.rules))),
+      emulator(MakeEmulator(config, log)),
+      filterPort(MakeFilterPort(config.start.driver, log)),
+      work(std::make_shared<WorkService>(
           config.start.systemImages,
-          [emulator = emulator_, filterPort = filterPort_](
+          [emulator = emulator, filterPort = filterPort](
               const std::string& portName, const std::shared_ptr<CBuf>& connectContext, std::uint32_t maxMessageSize,
               const NotificationHandler& handler, std::uint32_t portValue) {
             if (filterPort != nullptr) {
@@ -74,27 +73,27 @@ ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig conf
             }
             return emulator->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
           })),
-      context_(std::make_shared<HostContext>(HostServices{
-          .cfg = configuration_,
-          .log = log_,
-          .locale = locale_,
-          .utility = std::make_shared<UtilityService>(log_, config.start.module.versionFlag),
-          .net = net_,
-          .recordService = records_,
-          .winWork = work_,
+      context(std::make_shared<HostContext>(HostServices{
+          .cfg = configuration,
+          .log = log,
+          .locale = locale,
+          .utility = std::make_shared<UtilityService>(log, config.start.module.versionFlag),
+          .net = net,
+          .recordService = records,
+          .winWork = work,
           .arpMgmt = std::make_shared<EventRecordMaker>(),
-          .cfgEx = configuration_,
-          .aoArp = judge_,
+          .cfgEx = configuration,
+          .aoArp = judge,
       })),
-      policyWatch_({
+      policyWatch({
           .isReady = [this] { return Module() != nullptr && Module()->GetDriverInteract() != nullptr; },
-          .connectionBegun = [this] { return work_->LastConnectionBegun(); },
-          .policyChanged = [this] { return configuration_->LastReplaced(); },
-          .policyRead = [this] { return configuration_->LastPolicyRead(); },
+          .connectionBegun = [this] { return work->LastConnectionBegun(); },
+          .policyChanged = [this] { return configuration->LastReplaced(); },
+          .policyRead = [this] { return configuration->LastPolicyRead(); },
           .notify =
               [this] {
-                log_->Write(Severity::kNotice,
-                            "[host] The connection has not got the policy yet: the module is told again.");
+                log->Write(Severity::kNotice,
+                           "[host] The connection has not got the policy yet: the module is told again.");
                 Module()->NotifyPolicyChanged();
               },
       }) {}
@@ -102,12 +101,12 @@ ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig conf
 ReferenceHost::~ReferenceHost() = default;
 
 void ReferenceHost::Start(const boost::filesystem::path& moduleLibrary) {
-  moduleLibrary_ = moduleLibrary;
-  if (moduleLibrary_.empty()) moduleLibrary_ = start_.moduleLibrary;
-  if (moduleLibrary_.empty()) moduleLibrary_ = DefaultModuleLibrary();
+  moduleLibrary = moduleLibrary;
+  if (moduleLibrary.empty()) moduleLibrary = start.moduleLibrary;
+  if (moduleLibrary.empty()) moduleLibrary = DefaultModuleLibrary();
   try {
-    const ModuleLibrary library(moduleLibrary_);
-    library.Init(context_);
+    const ModuleLibrary library(moduleLibrary);
+    library.Init(context);
   } catch (const ModuleLoadError& error) {
     throw ModuleError(error.what());
   } catch (...) {
@@ -126,63 +125,63 @@ void ReferenceHost::Stop() {
     try {
       module->StopWork(true);
     } catch (...) {
-      log_->Write(Severity::kProblem, "[host] Stopping the module's work failed: " + CurrentExceptionText());
+      log->Write(Severity::kProblem, "[host] Stopping the module's work failed: " + CurrentExceptionText());
     }
   }
   // The module makes a new connection five seconds after each; from here on it is refused.
-  emulator_->Stop();
-  if (filterPort_ != nullptr) filterPort_->Stop();
-  log_->Drain(std::chrono::seconds(3));
+  emulator->Stop();
+  if (filterPort != nullptr) filterPort->Stop();
+  log->Drain(std::chrono::seconds(3));
 }
 
 void ReferenceHost::Tend() {
-  policyWatch_.Look(PolicyWatch::Clock::now());
-  policyReminders_.store(policyWatch_.Reminders());
+  policyWatch.Look(PolicyWatch::Clock::now());
+  policyReminders.store(policyWatch.Reminders());
 }
 
 std::string ReferenceHost::Reload() {
-  const std::lock_guard lock(reloadMutex_);
+  const std::lock_guard lock(reloadMutex);
   ConfigErrors errors;
-  HostConfig config = LoadHostConfig(configFile_, errors);
+  HostConfig config = LoadHostConfig(configFile, errors);
   if (!errors.Empty()) {
-    ++refusedReloads_;
+    ++refusedReloads;
     LogLines(Severity::kProblem,
              "[host] The changed configuration is refused, the old one stays in force: ", errors.Text());
     return errors.Text();
   }
-  config.start.log.json = start_.log.json;  // a matter of the command line
-  if (config.start != start_) {
-    log_->Write(Severity::kWarning,
-                "[host] The changed configuration differs in settings that take effect at the next start.");
+  config.start.log.json = start.log.json;  // a matter of the command line
+  if (config.start != start) {
+    log->Write(Severity::kWarning,
+               "[host] The changed configuration differs in settings that take effect at the next start.");
   }
-  configuration_->Replace(std::move(config.reloadable.module));
-  judge_->Replace(std::move(config.reloadable.rules));
-  locale_->Replace(std::move(config.reloadable.translations));
-  ++reloads_;
-  log_->Write(Severity::kEvent, "[host] The changed configuration is in force.");
+  configuration->Replace(std::move(config.reloadable.module));
+  judge->Replace(std::move(config.reloadable.rules));
+  locale->Replace(std::move(config.reloadable.translations));
+  ++reloads;
+  log->Write(Severity::kEvent, "[host] The changed configuration is in force.");
   if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) module->NotifyPolicyChanged();
   return {};
 }
 
-std::shared_ptr<CFenlux> ReferenceHost::Module() const { return context_->Module(); }
+std::shared_ptr<CFenlux> ReferenceHost::Module() const { return context->Module(); }
 
-bool ReferenceHost::ScenarioFinished() const { return emulator_->ScenarioFinished(); }
+bool ReferenceHost::ScenarioFinished() const { return emulator->ScenarioFinished(); }
 
-EmulatorState ReferenceHost::DriverState() const { return emulator_->State(); }
+EmulatorState ReferenceHost::DriverState() const { return emulator->State(); }
 
 SummaryFacts ReferenceHost::Facts() const {
   SummaryFacts facts;
-  facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begun_);
-  facts.totals = emulator_->Totals();
-  facts.driver = emulator_->State();
-  if (filterPort_ != nullptr) facts.filterPort = filterPort_->Totals();
+  facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begun);
+  facts.totals = emulator->Totals();
+  facts.driver = emulator->State();
+  if (filterPort != nullptr) facts.filterPort = filterPort->Totals();
   facts.believed = facts.driver;
-  facts.decisions = judge_->Decisions();
-  facts.log = log_->Totals();
-  facts.version = configuration_->LastDriverVersion();
-  facts.policyReads = configuration_->PolicyReads();
-  facts.policyReminders = policyReminders_.load();
-  facts.registered = records_->Registered();
+  facts.decisions = judge->Decisions();
+  facts.log = log->Totals();
+  facts.version = configuration->LastDriverVersion();
+  facts.policyReads = configuration->PolicyReads();
+  facts.policyReminders = policyReminders.load();
+  facts.registered = records->Registered();
   return facts;
 }
 
@@ -190,10 +189,10 @@ Report ReferenceHost::StatusReport() const {
   const SummaryFacts facts = Facts();
   Report report;
   report.Add("running_seconds", std::chrono::duration<double>(facts.running).count());
-  report.Add("configuration", boost::filesystem::absolute(configFile_).string());
-  report.Add("reloads", reloads_.load());
-  report.Add("refused_reloads", refusedReloads_.load());
-  report.Add("module", moduleLibrary_.string());
+  report.Add("configuration", boost::filesystem::absolute(configFile).string());
+  report.Add("reloads", reloads.load());
+  report.Add("refused_reloads", refusedReloads.load());
+  report.Add("module", moduleLibrary.string());
   report.Add("ready", Module() != nullptr && Module()->GetDriverInteract() != nullptr);
   report.Add("connections", facts.filterPort ? facts.filterPort->connects : facts.driver.connects);
   report.Add("driver_version", facts.version.version);
@@ -205,7 +204,7 @@ Report ReferenceHost::StatusReport() const {
                          std::to_string(entry.value1) + " and " + std::to_string(entry.value2));
   }
   report.Add("registered_interfaces", std::move(interfaces));
-  const NetTotals net = net_->Totals();
+  const NetTotals net = net->Totals();
   report.Add("net_objects_held", net.held);
   report.Add("delivered", facts.filterPort ? facts.filterPort->received : facts.totals.delivered);
   report.Add("alerts", facts.log.Of(Severity::kAlert));
@@ -215,7 +214,7 @@ Report ReferenceHost::StatusReport() const {
 
 void ReferenceHost::LogLines(Severity severity, const std::string& title, const std::string& lines) {
   std::istringstream stream(lines);
-  for (std::string line; std::getline(stream, line);) log_->Write(severity, title + line);
+  for (std::string line; std::getline(stream, line);) log->Write(severity, title + line);
 }
 
 }  // namespace fenlux::refhost

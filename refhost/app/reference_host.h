@@ -57,7 +57,7 @@ class ReferenceHost {
   // The module; empty before Start.
   std::shared_ptr<CFenlux> Module() const;
   bool ScenarioFinished() const;
-  LogService& Log() { return *log_; }
+  LogService& Log() { return *log; }
   EmulatorState DriverState() const;
 
   SummaryFacts Facts() const;
@@ -67,27 +67,27 @@ class ReferenceHost {
  private:
   void LogLines(Severity severity, const std::string& title, const std::string& lines);
 
-  const boost::filesystem::path configFile_;
-  const StartSettings start_;
-  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+  const boost::filesystem::path configFile;
+  const StartSettings start;
+  const std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
 
-  std::shared_ptr<LogService> log_;
-  std::shared_ptr<LocaleService> locale_;
-  std::shared_ptr<RecordRegister> records_;
-  std::shared_ptr<NetService> net_;
-  std::shared_ptr<Configuration> configuration_;
-  std::shared_ptr<Judge> judge_;
-  std::shared_ptr<DriverEmulator> emulator_;
-  std::shared_ptr<FilterPort> filterPort_;  // the real driver's, in place of the emulated one; empty otherwise
-  std::shared_ptr<WorkService> work_;
-  std::shared_ptr<HostContext> context_;
+  std::shared_ptr<LogService> log;
+  std::shared_ptr<LocaleService> locale;
+  std::shared_ptr<RecordRegister> records;
+  std::shared_ptr<NetService> net;
+  std::shared_ptr<Configuration> configuration;
+  std::shared_ptr<Judge> judge;
+  std::shared_ptr<DriverEmulator> emulator;
+  std::shared_ptr<FilterPort> filterPort;  // the real driver's, in place of the emulated one; empty otherwise
+  std::shared_ptr<WorkService> work;
+  std::shared_ptr<HostContext> context;
 
-  PolicyWatch policyWatch_;
-  std::atomic<std::uint64_t> policyReminders_{0};
-  std::mutex reloadMutex_;  // one reload at a time
-  std::atomic<std::uint64_t> reloads_{0};
-  std::atomic<std::uint64_t> refusedReloads_{0};
-  boost::filesystem::path moduleLibrary_;
+  PolicyWatch policyWatch;
+  std::atomic<std::uint64_t> policyReminders{0};
+  std::mutex reloadMutex;  // one reload at a time
+  std::atomic<std::uint64_t> reloads{0};
+  std::atomic<std::uint64_t> refusedReloads{0};
+  boost::filesystem::path moduleLibrary;
 };
 
 }  // namespace fenlux::refhost

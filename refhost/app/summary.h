@@ -7,14 +7,14 @@
 #include <optional>
 #include <vector>
 
+#include "refhost/base/report.h"
 #include "refhost/emulator/emulator_state.h"
 #include "refhost/emulator/emulator_totals.h"
+#include "refhost/port/filter_port_client.h"
 #include "refhost/services/configuration.h"
-#include "refhost/services/filter_port_client.h"
-#include "refhost/services/judge.h"
-#include "refhost/services/log_service.h"
+#include "refhost/services/events/judge.h"
+#include "refhost/services/log/log_service.h"
 #include "refhost/services/record_register.h"
-#include "refhost/services/report.h"
 
 namespace fenlux::refhost {
 

@@ -4,50 +4,49 @@
 #include <mutex>
 #include <utility>
 
-#include "refhost/emulator/driver_core.h"
-#include "refhost/emulator/fanotify_source.h"
-#include "refhost/emulator/port_client.h"
-#include "refhost/emulator/scripted_source.h"
+#include "refhost/emulator/driver/driver_core.h"
+#include "refhost/emulator/driver/port_client.h"
+#include "refhost/emulator/sources/fanotify_source.h"
+#include "refhost/emulator/sources/scripted_source.h"
 
 namespace fenlux::refhost {
 
 class DriverEmulator::Impl {
  public:
   Impl(EmulatorSettings settings, Scenario scenario, EmulatorHooks hooks)
-      : settings_(std::move(settings)),
-        core_(std::make_shared<DriverCore>(settings_, scenario.faults, std::move(hooks))) {
-    if (settings_.source == EventSourceKind::kFanotify) {
-      source_ = MakeFanotifySource(core_, settings_.kernel);
+      : settings(std::move(settings)), core(std::make_shared<DriverCore>(settings, scenario.faults, std::move(hooks))) {
+    if (settings.source == EventSourceKind::kFanotify) {
+      source = MakeFanotifySource(core, settings.kernel);
     } else {
-      scripted_ = std::make_shared<ScriptedSource>(core_, std::move(scenario));
-      source_ = scripted_;
+      scripted = std::make_shared<ScriptedSource>(core, std::move(scenario));
+      source = scripted;
     }
-    core_->Attach(source_);
-    source_->Start();
+    core->Attach(source);
+    source->Start();
   }
 
   void Stop() {
-    const std::lock_guard lock(stopMutex_);
-    if (source_ == nullptr) return;
-    core_->BeginStop();
-    source_->Stop(settings_.stopGrace);
-    core_->FinishStop();
-    source_.reset();  // with it goes the kernel's own handle, unless a thread was left behind
+    const std::lock_guard lock(stopMutex);
+    if (source == nullptr) return;
+    core->BeginStop();
+    source->Stop(settings.stopGrace);
+    core->FinishStop();
+    source.reset();  // with it goes the kernel's own handle, unless a thread was left behind
   }
 
-  const std::shared_ptr<DriverCore>& Core() const { return core_; }
-  const ScriptedSource* Scripted() const { return scripted_.get(); }
+  const std::shared_ptr<DriverCore>& Core() const { return core; }
+  const ScriptedSource* Scripted() const { return scripted.get(); }
 
  private:
-  const EmulatorSettings settings_;
-  const std::shared_ptr<DriverCore> core_;
-  std::shared_ptr<ScriptedSource> scripted_;
-  std::mutex stopMutex_;
-  std::shared_ptr<EventSource> source_;
+  const EmulatorSettings settings;
+  const std::shared_ptr<DriverCore> core;
+  std::shared_ptr<ScriptedSource> scripted;
+  std::mutex stopMutex;
+  std::shared_ptr<EventSource> source;
 };
 
 DriverEmulator::DriverEmulator(EmulatorSettings settings, Scenario scenario, EmulatorHooks hooks)
-    : impl_(std::make_unique<Impl>(std::move(settings), std::move(scenario), std::move(hooks))) {}
+    : impl(std::make_unique<Impl>(std::move(settings), std::move(scenario), std::move(hooks))) {}
 
 DriverEmulator::~DriverEmulator() { Stop(); }
 
@@ -57,19 +56,19 @@ std::shared_ptr<CPortClient> DriverEmulator::MakePortClient(const std::string& p
                                                             std::uint32_t portValue) {
   auto port = std::make_shared<DriverPort>(PortRequest{portName, connectContext, maxMessageSize, portValue},
                                            std::move(handler));
-  return std::make_shared<EmulatorPortClient>(impl_->Core(), std::move(port));
+  return std::make_shared<EmulatorPortClient>(impl->Core(), std::move(port));
 }
 
-void DriverEmulator::Stop() { impl_->Stop(); }
+void DriverEmulator::Stop() { impl->Stop(); }
 
-bool DriverEmulator::ScenarioFinished() const { return impl_->Scripted() != nullptr && impl_->Scripted()->Finished(); }
+bool DriverEmulator::ScenarioFinished() const { return impl->Scripted() != nullptr && impl->Scripted()->Finished(); }
 
 bool DriverEmulator::WaitScenarioFinished(std::chrono::milliseconds limit) const {
-  return impl_->Scripted() != nullptr && impl_->Scripted()->WaitFinished(limit);
+  return impl->Scripted() != nullptr && impl->Scripted()->WaitFinished(limit);
 }
 
-EmulatorState DriverEmulator::State() const { return impl_->Core()->State(); }
+EmulatorState DriverEmulator::State() const { return impl->Core()->State(); }
 
-EmulatorTotals DriverEmulator::Totals() const { return impl_->Core()->Totals().Snapshot(); }
+EmulatorTotals DriverEmulator::Totals() const { return impl->Core()->Totals().Snapshot(); }
 
 }  // namespace fenlux::refhost

@@ -17,7 +17,7 @@
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/emulator_state.h"
 #include "refhost/emulator/emulator_totals.h"
-#include "refhost/emulator/scenario.h"
+#include "refhost/emulator/sources/scenario.h"
 
 namespace fenlux::refhost {
 
@@ -65,7 +65,7 @@ class DriverEmulator {
 
  private:
   class Impl;
-  std::unique_ptr<Impl> impl_;
+  std::unique_ptr<Impl> impl;
 };
 
 }  // namespace fenlux::refhost

@@ -1,8 +1,8 @@
 // Reads the table of faults of a configuration or a scenario step; what it does not name stays as it is.
 #include "refhost/emulator/emulator_faults.h"
 
-#include "refhost/emulator/driver_model.h"
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/emulator/driver/driver_model.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -1,7 +1,7 @@
 // Reads [emulator] and its kernel events, and tells what is out of range or unknown.
 #include "refhost/emulator/emulator_settings.h"
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {

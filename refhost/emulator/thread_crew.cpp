@@ -14,12 +14,12 @@ struct ThreadCrew::Shared {
   std::vector<std::thread::id> endedIds;
 };
 
-ThreadCrew::ThreadCrew() : shared_(std::make_shared<Shared>()) {}
+ThreadCrew::ThreadCrew() : shared(std::make_shared<Shared>()) {}
 
 ThreadCrew::~ThreadCrew() { Join(std::chrono::milliseconds(0)); }
 
 void ThreadCrew::Add(std::function<void()> body) {
-  threads_.emplace_back([shared = shared_, body = std::move(body)]() mutable {
+  threads.emplace_back([shared = shared, body = std::move(body)]() mutable {
     body();
     body = nullptr;
     const std::lock_guard lock(shared->mutex);
@@ -31,12 +31,12 @@ void ThreadCrew::Add(std::function<void()> body) {
 bool ThreadCrew::Join(std::chrono::milliseconds limit) {
   std::vector<std::thread::id> ended;
   {
-    std::unique_lock lock(shared_->mutex);
-    shared_->ended.wait_for(lock, limit, [this] { return shared_->endedIds.size() == threads_.size(); });
-    ended.swap(shared_->endedIds);
+    std::unique_lock lock(shared->mutex);
+    shared->ended.wait_for(lock, limit, [this] { return shared->endedIds.size() == threads.size(); });
+    ended.swap(shared->endedIds);
   }
   bool all = true;
-  for (std::thread& thread : threads_) {
+  for (std::thread& thread : threads) {
     if (std::find(ended.begin(), ended.end(), thread.get_id()) != ended.end()) {
       thread.join();
     } else {
@@ -44,8 +44,8 @@ bool ThreadCrew::Join(std::chrono::milliseconds limit) {
       all = false;
     }
   }
-  threads_.clear();
-  shared_ = std::make_shared<Shared>();
+  threads.clear();
+  shared = std::make_shared<Shared>();
   return all;
 }
 

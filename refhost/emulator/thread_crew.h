@@ -26,8 +26,8 @@ class ThreadCrew {
  private:
   struct Shared;
 
-  std::shared_ptr<Shared> shared_;
-  std::vector<std::thread> threads_;
+  std::shared_ptr<Shared> shared;
+  std::vector<std::thread> threads;
 };
 
 }  // namespace fenlux::refhost

@@ -54,92 +54,92 @@ std::uint64_t LatencyHistogram::UpperEdge(std::size_t bucket) {
 
 void LatencyHistogram::Add(std::chrono::nanoseconds latency) {
   const auto value = static_cast<std::uint64_t>(std::max<std::chrono::nanoseconds::rep>(latency.count(), 0));
-  ++counts_[Bucket(value)];
-  ++total_;
-  max_ = std::max(max_, value);
+  ++counts[Bucket(value)];
+  ++total;
+  max = std::max(max, value);
 }
 
 LatencySummary LatencyHistogram::Summary() const {
   LatencySummary summary;
-  summary.count = total_;
-  if (total_ == 0) return summary;
+  summary.count = total;
+  if (total == 0) return summary;
   const auto quantile = [this](std::uint64_t percent) {
-    const std::uint64_t rank = std::max<std::uint64_t>(1, (total_ * percent + 99) / 100);
+    const std::uint64_t rank = std::max<std::uint64_t>(1, (total * percent + 99) / 100);
     std::uint64_t seen = 0;
     std::size_t bucket = 0;
     for (; bucket < kBuckets; ++bucket) {
-      seen += counts_[bucket];
+      seen += counts[bucket];
       if (seen >= rank) break;
     }
-    return std::chrono::nanoseconds(std::min(UpperEdge(bucket), max_));
+    return std::chrono::nanoseconds(std::min(UpperEdge(bucket), max));
   };
   summary.p50 = quantile(50);
   summary.p95 = quantile(95);
   summary.p99 = quantile(99);
-  summary.max = std::chrono::nanoseconds(max_);
+  summary.max = std::chrono::nanoseconds(max);
   return summary;
 }
 
 void TotalsCounter::Delivered(std::uint32_t code) {
-  const std::lock_guard lock(mutex_);
-  ++totals_.delivered;
-  ++totals_.inFlight;
-  ++totals_.byCode[code];
+  const std::lock_guard lock(mutex);
+  ++totals.delivered;
+  ++totals.inFlight;
+  ++totals.byCode[code];
 }
 
 void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) {
-  const std::lock_guard lock(mutex_);
-  --totals_.inFlight;
-  ++totals_.answered;
-  ++totals_.byVerdict[verdict];
-  latencies_.Add(latency);
+  const std::lock_guard lock(mutex);
+  --totals.inFlight;
+  ++totals.answered;
+  ++totals.byVerdict[verdict];
+  latencies.Add(latency);
 }
 
 void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) {
-  const std::lock_guard lock(mutex_);
-  --totals_.inFlight;
-  ++totals_.unansweredByDesign;
-  latencies_.Add(latency);
+  const std::lock_guard lock(mutex);
+  --totals.inFlight;
+  ++totals.unansweredByDesign;
+  latencies.Add(latency);
 }
 
 void TotalsCounter::Late() {
-  const std::lock_guard lock(mutex_);
-  --totals_.inFlight;
-  ++totals_.late;
-  ++Cause(totals_, UnjudgedCause::kLate);
+  const std::lock_guard lock(mutex);
+  --totals.inFlight;
+  ++totals.late;
+  ++Cause(totals, UnjudgedCause::kLate);
 }
 
 void TotalsCounter::Lost(UnjudgedCause cause) {
-  const std::lock_guard lock(mutex_);
-  --totals_.inFlight;
-  ++totals_.lost;
-  ++Cause(totals_, cause);
+  const std::lock_guard lock(mutex);
+  --totals.inFlight;
+  ++totals.lost;
+  ++Cause(totals, cause);
 }
 
 void TotalsCounter::KernelRead() {
-  const std::lock_guard lock(mutex_);
-  ++totals_.kernelEvents;
-  ++totals_.kernelInFlight;
+  const std::lock_guard lock(mutex);
+  ++totals.kernelEvents;
+  ++totals.kernelInFlight;
 }
 
 void TotalsCounter::KernelAnswered(bool refused) {
-  const std::lock_guard lock(mutex_);
-  --totals_.kernelInFlight;
-  ++(refused ? totals_.kernelRefused : totals_.kernelAllowed);
+  const std::lock_guard lock(mutex);
+  --totals.kernelInFlight;
+  ++(refused ? totals.kernelRefused : totals.kernelAllowed);
 }
 
 void TotalsCounter::NotDelivered(UnjudgedCause cause) {
-  const std::lock_guard lock(mutex_);
-  ++Cause(totals_, cause);
+  const std::lock_guard lock(mutex);
+  ++Cause(totals, cause);
 }
 
 EmulatorTotals TotalsCounter::Snapshot() const {
   EmulatorTotals totals;
   LatencyHistogram latencies;
   {
-    const std::lock_guard lock(mutex_);
-    totals = totals_;
-    latencies = latencies_;
+    const std::lock_guard lock(mutex);
+    totals = totals;
+    latencies = latencies;
   }
   totals.latency = latencies.Summary();
   return totals;

@@ -24,9 +24,9 @@ class LatencyHistogram {
   static std::size_t Bucket(std::uint64_t value);
   static std::uint64_t UpperEdge(std::size_t bucket);
 
-  std::array<std::uint64_t, kBuckets> counts_{};
-  std::uint64_t total_ = 0;
-  std::uint64_t max_ = 0;
+  std::array<std::uint64_t, kBuckets> counts{};
+  std::uint64_t total = 0;
+  std::uint64_t max = 0;
 };
 
 // All operations: any thread.
@@ -48,9 +48,9 @@ class TotalsCounter {
   EmulatorTotals Snapshot() const;
 
  private:
-  mutable std::mutex mutex_;
-  EmulatorTotals totals_;  // latency is filled in by Snapshot
-  LatencyHistogram latencies_;
+  mutable std::mutex mutex;
+  EmulatorTotals totals;  // latency is filled in by Snapshot
+  LatencyHistogram latencies;
 };
 
 }  // namespace fenlux::refhost

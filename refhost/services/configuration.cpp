@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "kdi/driver_records.h"
-#include "refhost/services/config_reader.h"
-#include "refhost/services/file_bytes.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/base/file_bytes.h"
 #include "refhost/services/heap_buffer.h"
 
 namespace fenlux::refhost {
@@ -13,11 +13,11 @@ namespace {
 
 class PolicyObject final : public CPolicyObject {
  public:
-  explicit PolicyObject(boost::filesystem::path path) : path_(std::move(path)) {}
-  boost::filesystem::path GetMonitorPath() override { return path_; }
+  explicit PolicyObject(boost::filesystem::path path) : path(std::move(path)) {}
+  boost::filesystem::path GetMonitorPath() override { return path; }
 
  private:
-  boost::filesystem::path path_;
+  boost::filesystem::path path;
 };
 
 std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
@@ -88,23 +88,23 @@ LiveSettings ReadLiveSettings(const ConfigTable& root) {
 
 class Configuration::Spsp final : public CSpspSettings {
  public:
-  std::uint8_t GetSpspFlag1() override { return flags_[0].load(); }
+  std::uint8_t GetSpspFlag1() override { return flags[0].load(); }
   std::uint8_t GetReservedFlag() override { return 0; }
-  std::uint8_t GetSpspFlag2() override { return flags_[1].load(); }
-  std::uint8_t GetSpspFlag3() override { return flags_[2].load(); }
-  std::uint8_t GetSpspFlag4() override { return flags_[3].load(); }
+  std::uint8_t GetSpspFlag2() override { return flags[1].load(); }
+  std::uint8_t GetSpspFlag3() override { return flags[2].load(); }
+  std::uint8_t GetSpspFlag4() override { return flags[3].load(); }
 
   void Replace(const std::array<std::uint8_t, 4>& flags) {
-    for (std::size_t index = 0; index < flags.size(); ++index) flags_[index].store(flags[index]);
+    for (std::size_t index = 0; index < flags.size(); ++index) flags[index].store(flags[index]);
   }
 
  private:
-  std::array<std::atomic<std::uint8_t>, 4> flags_{};
+  std::array<std::atomic<std::uint8_t>, 4> flags{};
 };
 
 Configuration::Configuration(const FixedSettings& fixed, LiveSettings live,
                              std::shared_ptr<CRecordFactory> recordFactory)
-    : fixed_(fixed), recordFactory_(std::move(recordFactory)), spspFlags_(std::make_shared<Spsp>()), spsp_(spspFlags_) {
+    : fixed(fixed), recordFactory(std::move(recordFactory)), spspFlags(std::make_shared<Spsp>()), spsp(spspFlags) {
   Replace(std::move(live));
 }
 
@@ -114,45 +114,45 @@ void Configuration::Replace(LiveSettings live) {
   if (!live.configBlock.empty()) block->handle = std::make_shared<HeapBuffer>(live.configBlock);
   block->bytes = std::move(live.configBlock);
 
-  spspFlags_->Replace(live.spspFlags);
-  cacheBypassed_.store(live.cacheBypassed);
-  identityTextAdded_.store(live.identityTextAdded);
-  measuring_.store(live.measuring);
-  refreshMilliseconds_.store(live.refreshMilliseconds);
-  const std::lock_guard lock(mutex_);
-  policy_.swap(policy);
-  lastReplaced_.store(Clock::now().time_since_epoch().count());
-  if (block_ == nullptr || block_->bytes != block->bytes) {
-    block->older = std::move(block_);
-    block_ = std::move(block);
+  spspFlags->Replace(live.spspFlags);
+  cacheBypassed.store(live.cacheBypassed);
+  identityTextAdded.store(live.identityTextAdded);
+  measuring.store(live.measuring);
+  refreshMilliseconds.store(live.refreshMilliseconds);
+  const std::lock_guard lock(mutex);
+  policy.swap(policy);
+  lastReplaced.store(Clock::now().time_since_epoch().count());
+  if (block == nullptr || block->bytes != block->bytes) {
+    block->older = std::move(block);
+    block = std::move(block);
   }
 }
 
 DriverVersionReport Configuration::LastDriverVersion() const {
-  const std::lock_guard lock(mutex_);
-  return driverVersion_;
+  const std::lock_guard lock(mutex);
+  return driverVersion;
 }
 
 void Configuration::ReportDriverVersion(std::uint32_t /*kind*/, bool /*current*/, std::uint32_t version) {
-  const std::lock_guard lock(mutex_);
-  ++driverVersion_.reports;
-  driverVersion_.version = version;
+  const std::lock_guard lock(mutex);
+  ++driverVersion.reports;
+  driverVersion.version = version;
 }
 
 bool Configuration::IsMeasuringEnabled(std::uint32_t /*first*/, std::uint32_t /*second*/) {
-  return measuring_.load(std::memory_order_relaxed);
+  return measuring.load(std::memory_order_relaxed);
 }
 
 std::shared_ptr<MonitorPolicy>& Configuration::GetMonitorPolicy(std::shared_ptr<MonitorPolicy>& out) {
-  lastPolicyRead_.store(Clock::now().time_since_epoch().count());
-  policyReads_.fetch_add(1);
-  const std::lock_guard lock(mutex_);
-  return out = policy_;
+  lastPolicyRead.store(Clock::now().time_since_epoch().count());
+  policyReads.fetch_add(1);
+  const std::lock_guard lock(mutex);
+  return out = policy;
 }
 
 const std::shared_ptr<CBuf>& Configuration::GetDriverConfigBlock() {
-  const std::lock_guard lock(mutex_);
-  return block_->handle;
+  const std::lock_guard lock(mutex);
+  return block->handle;
 }
 
 }  // namespace fenlux::refhost

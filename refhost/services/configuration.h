@@ -16,7 +16,7 @@
 
 #include "host/cfg.h"
 #include "host/cfg_ex.h"
-#include "refhost/services/live_value.h"
+#include "refhost/base/live_value.h"
 
 namespace fenlux::refhost {
 
@@ -68,30 +68,30 @@ class Configuration final : public CCfg, public CCfgEx {
 
   DriverVersionReport LastDriverVersion() const;
   // When the module last asked for the policy; the clock's beginning where it never did.
-  Clock::time_point LastPolicyRead() const { return Clock::time_point(Clock::duration(lastPolicyRead_.load())); }
+  Clock::time_point LastPolicyRead() const { return Clock::time_point(Clock::duration(lastPolicyRead.load())); }
   // When the live settings were last replaced; a policy read after it is the new one.
-  Clock::time_point LastReplaced() const { return Clock::time_point(Clock::duration(lastReplaced_.load())); }
-  std::uint64_t PolicyReads() const { return policyReads_.load(); }
+  Clock::time_point LastReplaced() const { return Clock::time_point(Clock::duration(lastReplaced.load())); }
+  std::uint64_t PolicyReads() const { return policyReads.load(); }
 
   // CCfg
-  const std::shared_ptr<CRecordFactory>& GetRecordFactory() override { return recordFactory_; }
-  const std::shared_ptr<CSpspSettings>& GetSpspSettings() override { return spsp_; }
+  const std::shared_ptr<CRecordFactory>& GetRecordFactory() override { return recordFactory; }
+  const std::shared_ptr<CSpspSettings>& GetSpspSettings() override { return spsp; }
   void ReportDriverVersion(std::uint32_t kind, bool current, std::uint32_t version) override;
   bool IsMeasuringEnabled(std::uint32_t first, std::uint32_t second) override;
 
   // CCfgEx
-  std::uint32_t GetRecordValue1() override { return fixed_.recordValue1; }
-  std::uint32_t GetRecordValue2() override { return fixed_.recordValue2; }
-  std::uint32_t GetPortValue() override { return fixed_.portValue; }
-  bool IsEnabled() override { return fixed_.enabled; }
-  bool GetDriverInterfaceFlag() override { return fixed_.driverInterfaceFlag; }
+  std::uint32_t GetRecordValue1() override { return fixed.recordValue1; }
+  std::uint32_t GetRecordValue2() override { return fixed.recordValue2; }
+  std::uint32_t GetPortValue() override { return fixed.portValue; }
+  bool IsEnabled() override { return fixed.enabled; }
+  bool GetDriverInterfaceFlag() override { return fixed.driverInterfaceFlag; }
   std::shared_ptr<MonitorPolicy>& GetMonitorPolicy(std::shared_ptr<MonitorPolicy>& out) override;
-  bool IsCacheBypassed() override { return cacheBypassed_.load(std::memory_order_relaxed); }
-  bool IsIdentityTextAdded() override { return identityTextAdded_.load(std::memory_order_relaxed); }
-  std::uint32_t GetRefreshInterval() override { return refreshMilliseconds_.load(std::memory_order_relaxed); }
+  bool IsCacheBypassed() override { return cacheBypassed.load(std::memory_order_relaxed); }
+  bool IsIdentityTextAdded() override { return identityTextAdded.load(std::memory_order_relaxed); }
+  std::uint32_t GetRefreshInterval() override { return refreshMilliseconds.load(std::memory_order_relaxed); }
   const std::shared_ptr<CBuf>& GetDriverConfigBlock() override;
-  bool GetClientTypeFlag() override { return fixed_.clientTypeFlag; }
-  bool GetMonitorObjectFlag() override { return fixed_.monitorObjectFlag; }
+  bool GetClientTypeFlag() override { return fixed.clientTypeFlag; }
+  bool GetMonitorObjectFlag() override { return fixed.monitorObjectFlag; }
 
  private:
   class Spsp;
@@ -102,23 +102,23 @@ class Configuration final : public CCfg, public CCfgEx {
     std::unique_ptr<Block> older;
   };
 
-  const FixedSettings fixed_;
-  const std::shared_ptr<CRecordFactory> recordFactory_;
-  const std::shared_ptr<Spsp> spspFlags_;
-  const std::shared_ptr<CSpspSettings> spsp_;
+  const FixedSettings fixed;
+  const std::shared_ptr<CRecordFactory> recordFactory;
+  const std::shared_ptr<Spsp> spspFlags;
+  const std::shared_ptr<CSpspSettings> spsp;
   // Asked for once per notification, so they are kept where no lock is needed.
-  std::atomic<bool> cacheBypassed_{false};
-  std::atomic<bool> identityTextAdded_{false};
-  std::atomic<bool> measuring_{false};
-  std::atomic<std::uint32_t> refreshMilliseconds_{0};
-  std::atomic<Clock::rep> lastPolicyRead_{Clock::duration::min().count()};
-  std::atomic<Clock::rep> lastReplaced_{Clock::duration::min().count()};
-  std::atomic<std::uint64_t> policyReads_{0};
+  std::atomic<bool> cacheBypassed{false};
+  std::atomic<bool> identityTextAdded{false};
+  std::atomic<bool> measuring{false};
+  std::atomic<std::uint32_t> refreshMilliseconds{0};
+  std::atomic<Clock::rep> lastPolicyRead{Clock::duration::min().count()};
+  std::atomic<Clock::rep> lastReplaced{Clock::duration::min().count()};
+  std::atomic<std::uint64_t> policyReads{0};
 
-  mutable std::mutex mutex_;  // over everything below
-  std::shared_ptr<MonitorPolicy> policy_;
-  std::unique_ptr<Block> block_;
-  DriverVersionReport driverVersion_;
+  mutable std::mutex mutex;  // over everything below
+  std::shared_ptr<MonitorPolicy> policy;
+  std::unique_ptr<Block> block;
+  DriverVersionReport driverVersion;
 };
 
 }  // namespace fenlux::refhost

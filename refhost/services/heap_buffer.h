@@ -10,15 +10,15 @@ namespace fenlux::refhost {
 
 class HeapBuffer final : public CBuf {
  public:
-  explicit HeapBuffer(std::size_t size) : bytes_(size) {}
-  explicit HeapBuffer(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
-  HeapBuffer(const std::uint8_t* bytes, std::size_t size) : bytes_(bytes, bytes + size) {}
+  explicit HeapBuffer(std::size_t size) : bytes(size) {}
+  explicit HeapBuffer(std::vector<std::uint8_t> bytes) : bytes(std::move(bytes)) {}
+  HeapBuffer(const std::uint8_t* bytes, std::size_t size) : bytes(bytes, bytes + size) {}
 
-  std::uint8_t* GetData() override { return bytes_.data(); }
-  std::size_t GetSize() override { return bytes_.size(); }
+  std::uint8_t* GetData() override { return bytes.data(); }
+  std::size_t GetSize() override { return bytes.size(); }
 
  private:
-  std::vector<std::uint8_t> bytes_;
+  std::vector<std::uint8_t> bytes;
 };
 
 }  // namespace fenlux::refhost

@@ -24,33 +24,33 @@ struct HostServices {
 
 class HostContext final : public CGlobalContext {
  public:
-  explicit HostContext(HostServices services) : services_(std::move(services)) {}
+  explicit HostContext(HostServices services) : services(std::move(services)) {}
 
-  std::shared_ptr<CCfg> GetCfg() override { return services_.cfg; }
-  std::shared_ptr<CLog> GetLog() override { return services_.log; }
-  std::shared_ptr<CLocale> GetLocale() override { return services_.locale; }
-  std::shared_ptr<CUtility> GetUtility() override { return services_.utility; }
-  std::shared_ptr<CNet> GetNet() override { return services_.net; }
-  const std::shared_ptr<CRecordService>& GetRecordService() override { return services_.recordService; }
-  const std::shared_ptr<CWinWork>& GetWinWork() override { return services_.winWork; }
-  std::shared_ptr<CArpMgmt> GetArpMgmt() override { return services_.arpMgmt; }
-  std::shared_ptr<CCfgEx> GetCfgEx() override { return services_.cfgEx; }
-  std::shared_ptr<CAoArp> GetAoArp() override { return services_.aoArp; }
+  std::shared_ptr<CCfg> GetCfg() override { return services.cfg; }
+  std::shared_ptr<CLog> GetLog() override { return services.log; }
+  std::shared_ptr<CLocale> GetLocale() override { return services.locale; }
+  std::shared_ptr<CUtility> GetUtility() override { return services.utility; }
+  std::shared_ptr<CNet> GetNet() override { return services.net; }
+  const std::shared_ptr<CRecordService>& GetRecordService() override { return services.recordService; }
+  const std::shared_ptr<CWinWork>& GetWinWork() override { return services.winWork; }
+  std::shared_ptr<CArpMgmt> GetArpMgmt() override { return services.arpMgmt; }
+  std::shared_ptr<CCfgEx> GetCfgEx() override { return services.cfgEx; }
+  std::shared_ptr<CAoArp> GetAoArp() override { return services.aoArp; }
   void RegisterModule(const std::shared_ptr<CFenlux>& module) override {
-    const std::lock_guard lock(mutex_);
-    module_ = module;
+    const std::lock_guard lock(mutex);
+    module = module;
   }
 
   // What the module registered; empty before. Any thread.
   std::shared_ptr<CFenlux> Module() const {
-    const std::lock_guard lock(mutex_);
-    return module_;
+    const std::lock_guard lock(mutex);
+    return module;
   }
 
  private:
-  const HostServices services_;
-  mutable std::mutex mutex_;
-  std::shared_ptr<CFenlux> module_;
+  const HostServices services;
+  mutable std::mutex mutex;
+  std::shared_ptr<CFenlux> module;
 };
 
 }  // namespace fenlux::refhost

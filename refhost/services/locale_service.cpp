@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 
@@ -15,7 +15,7 @@ Translations ReadTranslations(const ConfigTable& table) {
 
 std::string& LocaleService::TranslateText(std::string& out, const char* text, const char* /*second*/,
                                           std::uint32_t /*flags*/) {
-  const auto translations = translations_.Get();
+  const auto translations = translations.Get();
   const auto found = translations->find(std::string_view(text));
   return out = found == translations->end() ? text : found->second.c_str();
 }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/locale.h"
-#include "refhost/services/live_value.h"
+#include "refhost/base/live_value.h"
 
 namespace fenlux::refhost {
 
@@ -18,15 +18,15 @@ Translations ReadTranslations(const ConfigTable& table);
 
 class LocaleService final : public CLocale {
  public:
-  explicit LocaleService(Translations translations) : translations_(std::move(translations)) {}
+  explicit LocaleService(Translations translations) : translations(std::move(translations)) {}
 
   std::string& TranslateText(std::string& out, const char* text, const char* second, std::uint32_t flags) override;
 
   // Any thread, at any time.
-  void Replace(Translations translations) { translations_.Set(std::move(translations)); }
+  void Replace(Translations translations) { translations.Set(std::move(translations)); }
 
  private:
-  LiveValue<Translations> translations_;
+  LiveValue<Translations> translations;
 };
 
 }  // namespace fenlux::refhost

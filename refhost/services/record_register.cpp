@@ -23,29 +23,29 @@ class RecordRegister::Record final : public CKdiRecord {
 
 class RecordRegister::Registration final : public CRecordRegistration {
  public:
-  Registration(std::shared_ptr<Entries> entries, const RegisteredInterface& data) : entries_(std::move(entries)) {
-    const std::lock_guard lock(entries_->mutex);
-    place_ = entries_->now.insert(entries_->now.end(), data);
-    ++entries_->total;
+  Registration(std::shared_ptr<Entries> entries, const RegisteredInterface& data) : entries(std::move(entries)) {
+    const std::lock_guard lock(entries->mutex);
+    place = entries->now.insert(entries->now.end(), data);
+    ++entries->total;
   }
   ~Registration() { Withdraw(); }
   Registration(const Registration&) = delete;
   Registration& operator=(const Registration&) = delete;
 
   void Withdraw() override {
-    const std::lock_guard lock(entries_->mutex);
-    if (withdrawn_) return;
-    entries_->now.erase(place_);
-    withdrawn_ = true;
+    const std::lock_guard lock(entries->mutex);
+    if (withdrawn) return;
+    entries->now.erase(place);
+    withdrawn = true;
   }
 
  private:
-  std::shared_ptr<Entries> entries_;
-  std::list<RegisteredInterface>::iterator place_;
-  bool withdrawn_ = false;
+  std::shared_ptr<Entries> entries;
+  std::list<RegisteredInterface>::iterator place;
+  bool withdrawn = false;
 };
 
-RecordRegister::RecordRegister() : entries_(std::make_shared<Entries>()) {}
+RecordRegister::RecordRegister() : entries(std::make_shared<Entries>()) {}
 
 std::shared_ptr<CKdiRecord>& RecordRegister::CreateRecord(std::shared_ptr<CKdiRecord>& out) {
   return out = std::make_shared<Record>();
@@ -54,48 +54,48 @@ std::shared_ptr<CKdiRecord>& RecordRegister::CreateRecord(std::shared_ptr<CKdiRe
 std::shared_ptr<CRecordRegistration> RecordRegister::Register(const std::shared_ptr<CKdiRecord>& record) {
   const auto own = std::dynamic_pointer_cast<Record>(record);
   if (own == nullptr) throw std::runtime_error("the record was not made by this host");
-  return std::make_shared<Registration>(entries_, own->data);
+  return std::make_shared<Registration>(entries, own->data);
 }
 
 std::vector<RegisteredInterface> RecordRegister::Registered() const {
-  const std::lock_guard lock(entries_->mutex);
-  return {entries_->now.begin(), entries_->now.end()};
+  const std::lock_guard lock(entries->mutex);
+  return {entries->now.begin(), entries->now.end()};
 }
 
 std::uint64_t RecordRegister::TotalRegistered() const {
-  const std::lock_guard lock(entries_->mutex);
-  return entries_->total;
+  const std::lock_guard lock(entries->mutex);
+  return entries->total;
 }
 
 class NetService::Object final : public CNetObject {
  public:
-  explicit Object(std::shared_ptr<Counts> counts) : counts_(std::move(counts)) { ++counts_->made; }
+  explicit Object(std::shared_ptr<Counts> counts) : counts(std::move(counts)) { ++counts->made; }
   ~Object() {
-    if (!released_) ++counts_->dropped;
+    if (!released) ++counts->dropped;
   }
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
 
   std::shared_ptr<CNetObject>& Release(std::shared_ptr<CNetObject>& out, std::uint32_t /*reserved*/) override {
-    if (!released_.exchange(true)) ++counts_->released;
+    if (!released.exchange(true)) ++counts->released;
     out.reset();
     return out;
   }
 
  private:
-  std::shared_ptr<Counts> counts_;
-  std::atomic<bool> released_{false};
+  std::shared_ptr<Counts> counts;
+  std::atomic<bool> released{false};
 };
 
 std::shared_ptr<CNetObject>& NetService::CreateObject(std::shared_ptr<CNetObject>& out, std::uint32_t /*value1*/,
                                                       std::uint32_t /*value2*/) {
-  return out = std::make_shared<Object>(counts_);
+  return out = std::make_shared<Object>(counts);
 }
 
 NetTotals NetService::Totals() const {
   NetTotals totals;
-  totals.released = counts_->released + counts_->dropped;
-  totals.made = counts_->made;
+  totals.released = counts->released + counts->dropped;
+  totals.made = counts->made;
   totals.held = totals.made - totals.released;
   return totals;
 }

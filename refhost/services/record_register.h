@@ -41,7 +41,7 @@ class RecordRegister final : public CRecordFactory, public CRecordService {
   class Record;
   class Registration;
 
-  std::shared_ptr<Entries> entries_;
+  std::shared_ptr<Entries> entries;
 };
 
 struct NetTotals {
@@ -64,7 +64,7 @@ class NetService final : public CNet {
   };
   class Object;
 
-  std::shared_ptr<Counts> counts_ = std::make_shared<Counts>();
+  std::shared_ptr<Counts> counts = std::make_shared<Counts>();
 };
 
 }  // namespace fenlux::refhost

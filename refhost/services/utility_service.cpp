@@ -5,9 +5,9 @@
 #include <chrono>
 #include <string_view>
 
+#include "refhost/base/utf_text.h"
 #include "refhost/services/heap_buffer.h"
-#include "refhost/services/log_service.h"
-#include "refhost/services/utf_text.h"
+#include "refhost/services/log/log_service.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -17,12 +17,12 @@ using Clock = std::chrono::steady_clock;
 class Measurement final : public CMeasurement {
  public:
   std::string& GetResultText(std::string& out) override {
-    const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start_);
+    const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
     return out = std::to_string(elapsed.count()) + " us";
   }
 
  private:
-  Clock::time_point start_ = Clock::now();
+  Clock::time_point start = Clock::now();
 };
 
 bool IsSeparator(wchar_t character) { return character == L'/' || character == L'\\'; }
@@ -37,9 +37,9 @@ bool IsDotComponent(std::wstring_view path, std::size_t at) {
 }  // namespace
 
 UtilityService::UtilityService(std::shared_ptr<LogService> log, bool versionFlag)
-    : log_(std::move(log)), versionFlag_(versionFlag) {}
+    : log(std::move(log)), versionFlag(versionFlag) {}
 
-bool UtilityService::QueryVersionFlag() { return versionFlag_; }
+bool UtilityService::QueryVersionFlag() { return versionFlag; }
 
 std::string& UtilityService::ToNarrowString(std::string& out, const std::wstring& text) {
   return out = NarrowFromWide(text);
@@ -115,7 +115,7 @@ std::shared_ptr<CBuf>& UtilityService::BufferFromBytes(std::shared_ptr<CBuf>& ou
 }
 
 void UtilityService::WriteLog(std::uint32_t code, const std::string& line, std::uint32_t category) {
-  log_->Write(Severity::kEvent, code, line, category);
+  log->Write(Severity::kEvent, code, line, category);
 }
 
 }  // namespace fenlux::refhost

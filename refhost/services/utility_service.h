@@ -35,8 +35,8 @@ class UtilityService final : public CUtility {
   void WriteLog(std::uint32_t code, const std::string& line, std::uint32_t category) override;
 
  private:
-  std::shared_ptr<LogService> log_;
-  bool versionFlag_;
+  std::shared_ptr<LogService> log;
+  bool versionFlag;
 };
 
 }  // namespace fenlux::refhost

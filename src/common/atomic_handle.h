@@ -11,13 +11,13 @@ namespace fenlux {
 template <class T>
 class AtomicHandle {
  public:
-  std::shared_ptr<T> Load() const { return std::atomic_load(&handle_); }
-  void Store(std::shared_ptr<T> handle) { std::atomic_store(&handle_, std::move(handle)); }
+  std::shared_ptr<T> Load() const { return std::atomic_load(&handle); }
+  void Store(std::shared_ptr<T> handle) { std::atomic_store(&handle, std::move(handle)); }
 
  private:
   // The free functions, and not std::atomic<std::shared_ptr>: the latter's reads and writes are invisible to the thread
   // sanitizer in the compilers that we build with.
-  std::shared_ptr<T> handle_;
+  std::shared_ptr<T> handle;
 };
 
 }  // namespace fenlux

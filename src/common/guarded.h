@@ -23,17 +23,17 @@ class AllSteps {
     try {
       std::forward<Step>(step)();
     } catch (...) {
-      if (!first_) first_ = std::current_exception();
+      if (!first) first = std::current_exception();
     }
   }
 
   // Lets the first failure go on, if there was one.
   void Finish() const {
-    if (first_) std::rethrow_exception(first_);
+    if (first) std::rethrow_exception(first);
   }
 
  private:
-  std::exception_ptr first_;
+  std::exception_ptr first;
 };
 
 }  // namespace fenlux

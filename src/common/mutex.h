@@ -1,6 +1,7 @@
-// The locks of the module with their thread-safety annotations: the standard mutex, held in scopes.
+// The standard mutex and its scoped lock, with thread-safety annotations that clang checks.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -15,26 +16,33 @@ class FENLUX_CAPABILITY("mutex") Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
-  // For std::unique_lock where a lock is tried and not waited for.
-  std::mutex& Native() { return native_; }
+  // For std::unique_lock, where a thread tries the lock and does not wait for it.
+  std::mutex& Native() { return native; }
 
  private:
-  std::mutex native_;
+  std::mutex native;
 };
 
 // Holds a mutex from construction to the end of the scope.
+//
+// The waits have no predicate, because the analysis does not follow a lambda: write
+//   while (!condition) lock.Wait(changed);
 class FENLUX_SCOPED_CAPABILITY MutexLock {
  public:
-  explicit MutexLock(Mutex& mutex) FENLUX_ACQUIRE(mutex) : lock_(mutex.Native()) {}
+  explicit MutexLock(Mutex& mutex) FENLUX_ACQUIRE(mutex) : lock(mutex.Native()) {}
   ~MutexLock() FENLUX_RELEASE() = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
-  // Gives the mutex up, waits once for a notification (or a spurious wake-up) and takes it again.
-  void WaitOnce(std::condition_variable& wakeup) { wakeup.wait(lock_); }
+  // Releases the mutex, waits for one notification or spurious wakeup, and takes the mutex again.
+  void Wait(std::condition_variable& wakeup) { wakeup.wait(lock); }
+  // The same with a time limit; false if the limit passed.
+  bool WaitUntil(std::condition_variable& wakeup, std::chrono::steady_clock::time_point deadline) {
+    return wakeup.wait_until(lock, deadline) == std::cv_status::no_timeout;
+  }
 
  private:
-  std::unique_lock<std::mutex> lock_;
+  std::unique_lock<std::mutex> lock;
 };
 
 }  // namespace fenlux

@@ -8,20 +8,20 @@
 namespace fenlux {
 
 NotificationItems::NotificationItems(const void* message, std::uint32_t size)
-    : bytes_(static_cast<const std::uint8_t*>(message)), size_(size) {
-  if (bytes_ == nullptr || size_ < records::kNotificationFixedSize) throw std::runtime_error(kBadMessageSize);
+    : bytes(static_cast<const std::uint8_t*>(message)), size(size) {
+  if (bytes == nullptr || size < records::kNotificationFixedSize) throw std::runtime_error(kBadMessageSize);
 }
 
 std::wstring NotificationItems::Text(std::uint64_t offset) const {
-  if (offset >= size_) throw std::runtime_error(kBadMessageSize);
-  return WideFromUtf16(bytes_ + offset, static_cast<std::size_t>((size_ - offset) / 2));
+  if (offset >= size) throw std::runtime_error(kBadMessageSize);
+  return WideFromUtf16(bytes + offset, static_cast<std::size_t>((size - offset) / 2));
 }
 
 std::span<const std::uint8_t> NotificationItems::ExtraData() const {
   const std::uint64_t offset = Item3();
   const std::uint64_t length = Fixed().item3Size.value();
-  if (offset >= size_ || length > size_ - offset) throw std::runtime_error(kBadMessageSize);
-  return {bytes_ + offset, static_cast<std::size_t>(length)};
+  if (offset >= size || length > size - offset) throw std::runtime_error(kBadMessageSize);
+  return {bytes + offset, static_cast<std::size_t>(length)};
 }
 
 }  // namespace fenlux

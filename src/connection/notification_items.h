@@ -20,7 +20,7 @@ class NotificationItems {
   // Throws where the message is absent or shorter than the fixed part.
   NotificationItems(const void* message, std::uint32_t size);
 
-  const records::Notification& Fixed() const { return *reinterpret_cast<const records::Notification*>(bytes_); }
+  const records::Notification& Fixed() const { return *reinterpret_cast<const records::Notification*>(bytes); }
   // The account identity block, or null where the message carries none.
   const std::uint8_t* Identity() const { return Fixed().identityPresent.value() != 0 ? Fixed().identity : nullptr; }
 
@@ -36,8 +36,8 @@ class NotificationItems {
   std::uint64_t Item3() const { return Item2() + Fixed().item2Size.value(); }
   std::wstring Text(std::uint64_t offset) const;
 
-  const std::uint8_t* bytes_;
-  std::uint64_t size_;
+  const std::uint8_t* bytes;
+  std::uint64_t size;
 };
 
 }  // namespace fenlux

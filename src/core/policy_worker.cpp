@@ -52,7 +52,7 @@ void CFenluxImpl::ApplyPolicy(CWinDriverInteract& interact) {
   // One wait without a predicate: a notification that came while the policy was being applied is lost, and a spurious
   // wake-up applies it once more.
   MutexLock lock(policyMutex);
-  lock.WaitOnce(policyWakeup);
+  lock.Wait(policyWakeup);
 }
 
 void CFenluxImpl::SendPolicy(CWinDriverInteract& interact, const MonitorPolicy& policy) {

@@ -20,17 +20,17 @@ CPerfScope::CPerfScope(const std::shared_ptr<CGlobalContext>& context) noexcept 
     if (!utility) return;
     std::shared_ptr<CMeasurement> measurement;
     utility->CreateMeasurement(measurement);
-    log_ = context->GetLog();
-    measurement_ = std::move(measurement);
+    log = context->GetLog();
+    measurement = std::move(measurement);
   });
 }
 
 CPerfScope::~CPerfScope() {
-  if (!measurement_ || !log_) return;
+  if (!measurement || !log) return;
   Quietly([this] {
     std::string result;
-    measurement_->GetResultText(result);
-    log_->LogEvent(kMeasurementLogCode, "[PFM final]=" + result);
+    measurement->GetResultText(result);
+    log->LogEvent(kMeasurementLogCode, "[PFM final]=" + result);
   });
 }
 

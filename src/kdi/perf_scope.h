@@ -19,8 +19,8 @@ class CPerfScope {
   CPerfScope& operator=(const CPerfScope&) = delete;
 
  private:
-  std::shared_ptr<CMeasurement> measurement_;  // empty: the scope is inert
-  std::shared_ptr<CLog> log_;
+  std::shared_ptr<CMeasurement> measurement;  // empty: the scope is inert
+  std::shared_ptr<CLog> log;
 };
 
 }  // namespace fenlux

@@ -9,39 +9,39 @@ namespace {
 class Control : public ::testing::Test {
  protected:
   void SetUp() override {
-    scene_.WriteHost(
+    scene.WriteHost(
         "[module]\nport_value = 7\nrecord_value1 = 8\nrecord_value2 = 9\nconfig_block = 'AB'\n"
         "[spsp]\nflag1 = 1\nflag2 = 2\nflag3 = 3\nflag4 = 4\n");
-    host_ = std::make_unique<HostProcess>(scene_, RunArguments(scene_));
-    ASSERT_TRUE(host_->WaitForError("Driver Interact Ready."));
+    host = std::make_unique<HostProcess>(scene, RunArguments(scene));
+    ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
     // The policy worker has done its part, so what the driver believes changes by operations only.
     ASSERT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
   }
 
-  std::string Driver(const std::string& path) { return JsonValue(scene_.ControlJson({"driver"}), path); }
+  std::string Driver(const std::string& path) { return JsonValue(scene.ControlJson({"driver"}), path); }
   std::string Done(const Arguments& arguments) {
-    const Outcome outcome = scene_.Control(arguments);
+    const Outcome outcome = scene.Control(arguments);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     return outcome.out;
   }
   // What was said on refusing.
   std::string Refused(const Arguments& arguments) {
-    const Outcome outcome = scene_.Control(arguments);
+    const Outcome outcome = scene.Control(arguments);
     EXPECT_EQ(outcome.code, 1) << outcome.out;
     return outcome.err;
   }
 
-  Scene scene_;
-  std::unique_ptr<HostProcess> host_;
+  Scene scene;
+  std::unique_ptr<HostProcess> host;
 };
 
 TEST_F(Control, ShowsTheStatusForPeopleAndForPrograms) {
   EXPECT_TRUE(Contains(Done({"status"}), "\nready                  yes\n"));
   EXPECT_TRUE(Contains(Done({"status"}), "  KDIB, port value 7, values 8 and 9\n"));
-  const std::string json = scene_.ControlJson({"status"});
+  const std::string json = scene.ControlJson({"status"});
   EXPECT_EQ(JsonValue(json, "ready"), "true");
   EXPECT_EQ(JsonValue(json, "driver_version"), "19072701");
-  EXPECT_EQ(JsonValue(scene_.ControlJson({"summary"}), "notifications.adds_up"), "true");
+  EXPECT_EQ(JsonValue(scene.ControlJson({"summary"}), "notifications.adds_up"), "true");
 }
 
 TEST_F(Control, AsksForVersionPortValueAndFeatures) {
@@ -49,7 +49,7 @@ TEST_F(Control, AsksForVersionPortValueAndFeatures) {
   EXPECT_EQ(Done({"port-value"}), "port_value  7\n");
   EXPECT_EQ(Done({"debug-dump"}), "advice  Please use Dbgview to get result.\n");
   EXPECT_EQ(Driver("dumps"), "1");
-  const std::string features = scene_.ControlJson({"features"});
+  const std::string features = scene.ControlJson({"features"});
   EXPECT_EQ(JsonValue(features, "optional_feature"), "false");
   EXPECT_EQ(JsonValue(features, "supported_feature"), "true");
   EXPECT_EQ(JsonValue(features, "implementation_code"), "7");
@@ -90,7 +90,7 @@ TEST_F(Control, RepeatsTheModulesOwnMessageWhereItRefuses) {
   EXPECT_EQ(Refused({"monitor", "add", "1", "/x", "--kernel-side"}), "NOT supported under windows driver!\n");
   EXPECT_EQ(Refused({"monitor", "send", "-1"}), "[wdi,samtd] bad parameter!\n");
   EXPECT_EQ(Refused({"monitor", "clear", "0"}), "[wdi,gcm] bad parameter!\n");
-  EXPECT_EQ(Refused({"net-control", "add", "3", scene_.Write("empty.toml", "")}), "[wdi,ncadp] bad para!\n");
+  EXPECT_EQ(Refused({"net-control", "add", "3", scene.Write("empty.toml", "")}), "[wdi,ncadp] bad para!\n");
   EXPECT_EQ(Refused({"interface", "ltrkd"}), "[wdi,ltrkd]Windows MUST NOT trigger here!\n");
   EXPECT_EQ(Driver("grsp_switch"), "(none)");
   EXPECT_EQ(Driver("grpm_switch"), "(none)");
@@ -121,8 +121,8 @@ TEST_F(Control, QueuesSendsAndClearsMonitorObjects) {
 TEST_F(Control, LoadsNetworkControlItemsFromAFileAndChangesTheMode) {
   const std::string digits = std::string(94, '0');
   const std::string file =
-      scene_.Write("items.toml", "[[items]]\nopaque = '" + digits + "a1'\nvalue = 5\n[[items]]\nopaque = '" + digits +
-                                     "a2'\nvalue = 6\n");
+      scene.Write("items.toml", "[[items]]\nopaque = '" + digits + "a1'\nvalue = 5\n[[items]]\nopaque = '" + digits +
+                                    "a2'\nvalue = 6\n");
   const std::string both = "[\"" + digits + "a1 5\",\"" + digits + "a2 6\"]";
   EXPECT_EQ(Done({"net-control", "add", "1", file}), "done\n");
   EXPECT_EQ(Driver("net_control_list1"), both);
@@ -141,8 +141,8 @@ TEST_F(Control, LoadsNetworkControlItemsFromAFileAndChangesTheMode) {
 }
 
 TEST_F(Control, TellsWhatIsWrongWithAFileOfItemsAndSendsNothing) {
-  const std::string file = scene_.Write("items.toml", "[[items]]\nopaque = 'zz'\n");
-  const Outcome outcome = scene_.Control({"net-control", "apply", file});
+  const std::string file = scene.Write("items.toml", "[[items]]\nopaque = 'zz'\n");
+  const Outcome outcome = scene.Control({"net-control", "apply", file});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.err, file + ":1:1: items[0].value: is missing\n" + file +
                              ":2:10: items[0].opaque: must be 96 hexadecimal digits\n");
@@ -167,12 +167,12 @@ TEST_F(Control, AStopEndsTheConnectionAndTheModuleComesBack) {
   EXPECT_EQ(Driver("monitored_type2.committed"), "[]");
   EXPECT_EQ(Refused({"version"}), "no connection with the driver is ready; the module tries again every 5 seconds\n");
   EXPECT_EQ(Refused({"port-value"}), "DCI,Driver Interact NOT ready.\n");
-  EXPECT_EQ(JsonValue(scene_.ControlJson({"status"}), "registered_interfaces"), "[]");
-  EXPECT_TRUE(host_->WaitForError("Driver Interact Ready.", 2));
+  EXPECT_EQ(JsonValue(scene.ControlJson({"status"}), "registered_interfaces"), "[]");
+  EXPECT_TRUE(host->WaitForError("Driver Interact Ready.", 2));
   EXPECT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
   EXPECT_EQ(Done({"interface", "stop"}), "done\n");
-  EXPECT_TRUE(host_->WaitForError("Driver interact exit.", 2));
-  EXPECT_EQ(host_->Stop().code, 0);
+  EXPECT_TRUE(host->WaitForError("Driver interact exit.", 2));
+  EXPECT_EQ(host->Stop().code, 0);
 }
 
 TEST(ControlWithoutAHost, SaysSoAndEndsWithThree) {

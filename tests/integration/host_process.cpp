@@ -50,26 +50,26 @@ std::vector<std::string> Environment(const std::map<std::string, std::string>& e
 
 }  // namespace
 
-Scene::Scene() : path_(fs::canonical(fs::temp_directory_path()) / fs::unique_path("fenlux-scene-%%%%%%%%")) {
-  fs::create_directory(path_);
-  fs::permissions(path_, fs::owner_all);
-  SetVariable("XDG_RUNTIME_DIR", path_.string());
+Scene::Scene() : path(fs::canonical(fs::temp_directory_path()) / fs::unique_path("fenlux-scene-%%%%%%%%")) {
+  fs::create_directory(path);
+  fs::permissions(path, fs::owner_all);
+  SetVariable("XDG_RUNTIME_DIR", path.string());
 }
 
 Scene::~Scene() {
   boost::system::error_code ignored;
-  fs::remove_all(path_, ignored);
+  fs::remove_all(path, ignored);
 }
 
 std::string Scene::Write(const std::string& name, const std::string& text) const {
-  const fs::path file = path_ / name;
+  const fs::path file = path / name;
   std::ofstream(file.string(), std::ios::binary) << text;
   return file.string();
 }
 
 std::string Scene::Directory(const std::string& name) const {
-  fs::create_directories(path_ / name);
-  return (path_ / name).string();
+  fs::create_directories(path / name);
+  return (path / name).string();
 }
 
 void Scene::WriteHost(const std::string& text) const {
@@ -84,7 +84,7 @@ void Scene::WriteHost(const std::string& text, const std::string& scenario) cons
 Outcome Scene::Run(const Arguments& arguments) const { return HostProcess(*this, arguments).Wait(); }
 
 Outcome Scene::Control(const Arguments& arguments) const {
-  Arguments all{"ctl", "--socket", (path_ / "control/host.sock").string()};
+  Arguments all{"ctl", "--socket", (path / "control/host.sock").string()};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return Run(all);
 }
@@ -102,8 +102,8 @@ HostProcess::HostProcess(const Scene& scene, const Arguments& arguments) : HostP
 HostProcess::HostProcess(const Scene& scene, const std::string& program, const Arguments& arguments) {
   static std::atomic<int> count{0};
   const std::string number = std::to_string(++count);
-  out_ = scene.Path() / ("process-" + number + ".out");
-  err_ = scene.Path() / ("process-" + number + ".err");
+  out = scene.Path() / ("process-" + number + ".out");
+  err = scene.Path() / ("process-" + number + ".err");
   std::vector<std::string> words{program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = Environment(scene.Variables());
@@ -111,31 +111,31 @@ HostProcess::HostProcess(const Scene& scene, const std::string& program, const A
   ::posix_spawn_file_actions_init(&files);
   const int flags = O_WRONLY | O_CREAT | O_TRUNC;
   ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out_.c_str(), flags, 0600);
-  ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err_.c_str(), flags, 0600);
+  ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out.c_str(), flags, 0600);
+  ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err.c_str(), flags, 0600);
   const int result =
-      ::posix_spawnp(&process_, program.c_str(), &files, nullptr, Pointers(words).data(), Pointers(variables).data());
+      ::posix_spawnp(&process, program.c_str(), &files, nullptr, Pointers(words).data(), Pointers(variables).data());
   ::posix_spawn_file_actions_destroy(&files);
   if (result != 0) {
-    process_ = -1;
+    process = -1;
     ADD_FAILURE() << program << " could not be started";
   }
 }
 
 HostProcess::~HostProcess() {
-  if (process_ < 0 || Ended()) return;
+  if (process < 0 || Ended()) return;
   Signal(SIGKILL);
-  ::waitpid(process_, nullptr, 0);
+  ::waitpid(process, nullptr, 0);
 }
 
-void HostProcess::Signal(int signal) const { ::kill(process_, signal); }
+void HostProcess::Signal(int signal) const { ::kill(process, signal); }
 
 bool HostProcess::Ended() {
-  if (ended_ || process_ < 0) return true;
+  if (ended || process < 0) return true;
   int status = 0;
-  if (::waitpid(process_, &status, WNOHANG) != process_) return false;
-  ended_ = true;
-  code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (::waitpid(process, &status, WNOHANG) != process) return false;
+  ended = true;
+  code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return true;
 }
 
@@ -143,10 +143,10 @@ Outcome HostProcess::Wait() {
   if (!Eventually([this] { return Ended(); })) {
     ADD_FAILURE() << "the program did not end; its errors:\n" << Err();
     Signal(SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-    ended_ = true;
+    ::waitpid(process, nullptr, 0);
+    ended = true;
   }
-  return {code_, Out(), Err()};
+  return {code, Out(), Err()};
 }
 
 Outcome HostProcess::Stop() {
@@ -154,9 +154,9 @@ Outcome HostProcess::Stop() {
   return Wait();
 }
 
-bool HostProcess::WaitForError(const std::string& text, std::size_t times) { return WaitFor(err_, text, times); }
+bool HostProcess::WaitForError(const std::string& text, std::size_t times) { return WaitFor(err, text, times); }
 
-bool HostProcess::WaitForOutput(const std::string& text, std::size_t times) { return WaitFor(out_, text, times); }
+bool HostProcess::WaitForOutput(const std::string& text, std::size_t times) { return WaitFor(out, text, times); }
 
 bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::size_t times) {
   const bool found = Eventually([&] {
@@ -166,8 +166,8 @@ bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::si
   return found && CountOf(FileText(file), text) >= times;
 }
 
-std::string HostProcess::Out() const { return FileText(out_); }
-std::string HostProcess::Err() const { return FileText(err_); }
+std::string HostProcess::Out() const { return FileText(out); }
+std::string HostProcess::Err() const { return FileText(err); }
 
 Arguments RunArguments(const Scene& scene, const Arguments& more) {
   Arguments arguments{"run", "--config", (scene.Path() / "host.toml").string()};

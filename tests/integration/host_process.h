@@ -31,11 +31,11 @@ class Scene {
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
 
-  const boost::filesystem::path& Path() const { return path_; }
+  const boost::filesystem::path& Path() const { return path; }
   std::string Write(const std::string& name, const std::string& text) const;
   // Adds to the environment of the programs that the scene runs.
-  void SetVariable(const std::string& name, const std::string& value) { variables_[name] = value; }
-  const std::map<std::string, std::string>& Variables() const { return variables_; }
+  void SetVariable(const std::string& name, const std::string& value) { variables[name] = value; }
+  const std::map<std::string, std::string>& Variables() const { return variables; }
   // Makes a directory and gives its path.
   std::string Directory(const std::string& name) const;
   // Writes host.toml with a control socket in the scene, and scenario.toml.
@@ -50,8 +50,8 @@ class Scene {
   std::string ControlJson(const Arguments& arguments) const;
 
  private:
-  boost::filesystem::path path_;
-  std::map<std::string, std::string> variables_;
+  boost::filesystem::path path;
+  std::map<std::string, std::string> variables;
 };
 
 // A program that runs; ended by force where a test leaves it running.
@@ -82,11 +82,11 @@ class HostProcess {
   // Whether it has ended, after which its code is known.
   bool Ended();
 
-  boost::filesystem::path out_;
-  boost::filesystem::path err_;
-  pid_t process_ = -1;
-  bool ended_ = false;
-  int code_ = -1;
+  boost::filesystem::path out;
+  boost::filesystem::path err;
+  pid_t process = -1;
+  bool ended = false;
+  int code = -1;
 };
 
 // The host with the scene's configuration.

@@ -134,7 +134,7 @@ std::string Display(const std::wstring& text) {
   return out;
 }
 
-CallGate::CallGate() : mode_(kJournal) {}
+CallGate::CallGate() : mode(kJournal) {}
 
 void CallGate::Append(std::string& out, bool value) { out += value ? "true" : "false"; }
 void CallGate::Append(std::string& out, int value) { out += std::to_string(value); }
@@ -153,35 +153,35 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
   Failure failure{};
   {
     // One critical section: what a test arms when it has seen the entry is for the next call.
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     if (!entry.empty()) {
-      entries_.push_back(entry);
-      grown_.notify_all();
+      entries.push_back(entry);
+      grown.notify_all();
     }
-    if (!hooks_.empty()) {
-      const auto found = hooks_.find(operation);
-      if (found != hooks_.end()) hook = found->second;
+    if (!hooks.empty()) {
+      const auto found = hooks.find(operation);
+      if (found != hooks.end()) hook = found->second;
     }
-    for (auto planned = failures_.begin(); planned != failures_.end(); ++planned) {
-      if (planned->operation.empty() ? left_out_.count(operation) != 0 : planned->operation != operation) continue;
+    for (auto planned = failures.begin(); planned != failures.end(); ++planned) {
+      if (planned->operation.empty() ? leftOut.count(operation) != 0 : planned->operation != operation) continue;
       if (planned->remaining > 0) {
         --planned->remaining;
         continue;
       }
       failure = planned->failure;
       fails = true;
-      failed_operation_ = operation;
-      if (!planned->always) failures_.erase(planned);
+      failedOperation = operation;
+      if (!planned->always) failures.erase(planned);
       break;
     }
-    if (!fails && !empties_.empty()) {
-      const auto found = empties_.find(operation);
-      if (found != empties_.end()) {
+    if (!fails && !empties.empty()) {
+      const auto found = empties.find(operation);
+      if (found != empties.end()) {
         if (found->second == kAlwaysEmpty) {
           gives = false;
         } else if (found->second-- == 0) {
           gives = false;
-          empties_.erase(found);
+          empties.erase(found);
         }
       }
     }
@@ -192,58 +192,58 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
 }
 
 void CallGate::SetWatch() {
-  const bool watch = !failures_.empty() || !empties_.empty() || !hooks_.empty();
+  const bool watch = !failures.empty() || !empties.empty() || !hooks.empty();
   if (watch) {
-    mode_.fetch_or(kWatch, std::memory_order_release);
+    mode.fetch_or(kWatch, std::memory_order_release);
   } else {
-    mode_.fetch_and(~kWatch, std::memory_order_release);
+    mode.fetch_and(~kWatch, std::memory_order_release);
   }
 }
 
 void CallGate::SetJournal(bool on) {
   if (on) {
-    mode_.fetch_or(kJournal, std::memory_order_release);
+    mode.fetch_or(kJournal, std::memory_order_release);
   } else {
-    mode_.fetch_and(~kJournal, std::memory_order_release);
+    mode.fetch_and(~kJournal, std::memory_order_release);
   }
 }
 
 void CallGate::ClearJournal() {
-  const std::lock_guard lock(mutex_);
-  entries_.clear();
+  const std::lock_guard lock(mutex);
+  entries.clear();
 }
 
 std::vector<std::string> CallGate::Entries() const {
-  const std::lock_guard lock(mutex_);
-  return entries_;
+  const std::lock_guard lock(mutex);
+  return entries;
 }
 
 std::vector<std::string> CallGate::EntriesOf(const std::vector<std::string>& prefixes) const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(mutex);
   std::vector<std::string> kept;
-  std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(kept),
+  std::copy_if(entries.begin(), entries.end(), std::back_inserter(kept),
                [&prefixes](const std::string& entry) { return BeginsWithAny(entry, prefixes); });
   return kept;
 }
 
 std::vector<std::string> CallGate::EntriesWithout(const std::vector<std::string>& prefixes) const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(mutex);
   std::vector<std::string> kept;
-  std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(kept),
+  std::copy_if(entries.begin(), entries.end(), std::back_inserter(kept),
                [&prefixes](const std::string& entry) { return !BeginsWithAny(entry, prefixes); });
   return kept;
 }
 
 std::size_t CallGate::Count(const std::string& prefix) const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(mutex);
   return static_cast<std::size_t>(std::count_if(
-      entries_.begin(), entries_.end(), [&prefix](const std::string& entry) { return BeginsWith(entry, prefix); }));
+      entries.begin(), entries.end(), [&prefix](const std::string& entry) { return BeginsWith(entry, prefix); }));
 }
 
 bool CallGate::AwaitCount(const std::string& prefix, std::size_t count) const {
-  std::unique_lock lock(mutex_);
-  return grown_.wait_for(lock, kPatience, [&] {
-    return static_cast<std::size_t>(std::count_if(entries_.begin(), entries_.end(), [&](const std::string& entry) {
+  std::unique_lock lock(mutex);
+  return grown.wait_for(lock, kPatience, [&] {
+    return static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(), [&](const std::string& entry) {
              return BeginsWith(entry, prefix);
            })) >= count;
   });
@@ -252,99 +252,99 @@ bool CallGate::AwaitCount(const std::string& prefix, std::size_t count) const {
 void CallGate::FailAt(std::size_t n, Failure failure) { FailAt({}, n, failure); }
 
 void CallGate::FailAt(const std::string& operation, std::size_t n, Failure failure) {
-  const std::lock_guard lock(mutex_);
-  failed_operation_.clear();
-  failures_.push_back({operation, n - 1, false, failure});
+  const std::lock_guard lock(mutex);
+  failedOperation.clear();
+  failures.push_back({operation, n - 1, false, failure});
   SetWatch();
 }
 
 void CallGate::FailFrom(std::size_t n, Failure failure) {
-  const std::lock_guard lock(mutex_);
-  failed_operation_.clear();
-  failures_.push_back({{}, n - 1, true, failure});
+  const std::lock_guard lock(mutex);
+  failedOperation.clear();
+  failures.push_back({{}, n - 1, true, failure});
   SetWatch();
 }
 
 void CallGate::FailAlways(const std::string& operation, Failure failure) {
-  const std::lock_guard lock(mutex_);
-  failed_operation_.clear();
-  failures_.push_back({operation, 0, true, failure});
+  const std::lock_guard lock(mutex);
+  failedOperation.clear();
+  failures.push_back({operation, 0, true, failure});
   SetWatch();
 }
 
 void CallGate::StopFailing() {
-  const std::lock_guard lock(mutex_);
-  failures_.clear();
+  const std::lock_guard lock(mutex);
+  failures.clear();
   SetWatch();
 }
 
 void CallGate::LeaveOutOfCount(const std::string& operation) {
-  const std::lock_guard lock(mutex_);
-  left_out_.insert(operation);
+  const std::lock_guard lock(mutex);
+  leftOut.insert(operation);
 }
 
 std::string CallGate::FailedOperation() const {
-  const std::lock_guard lock(mutex_);
-  return failed_operation_;
+  const std::lock_guard lock(mutex);
+  return failedOperation;
 }
 
 void CallGate::GiveEmpty(const std::string& operation) {
-  const std::lock_guard lock(mutex_);
-  empties_[operation] = kAlwaysEmpty;
+  const std::lock_guard lock(mutex);
+  empties[operation] = kAlwaysEmpty;
   SetWatch();
 }
 
 void CallGate::GiveEmptyAt(const std::string& operation, std::size_t n) {
-  const std::lock_guard lock(mutex_);
-  empties_[operation] = n - 1;
+  const std::lock_guard lock(mutex);
+  empties[operation] = n - 1;
   SetWatch();
 }
 
 void CallGate::GiveAgain(const std::string& operation) {
-  const std::lock_guard lock(mutex_);
-  empties_.erase(operation);
+  const std::lock_guard lock(mutex);
+  empties.erase(operation);
   SetWatch();
 }
 
 void CallGate::OnCall(const std::string& operation, std::function<void()> hook) {
-  const std::lock_guard lock(mutex_);
-  hooks_[operation] = std::move(hook);
+  const std::lock_guard lock(mutex);
+  hooks[operation] = std::move(hook);
   SetWatch();
 }
 
 void CallGate::NoHook(const std::string& operation) {
-  const std::lock_guard lock(mutex_);
-  hooks_.erase(operation);
+  const std::lock_guard lock(mutex);
+  hooks.erase(operation);
   SetWatch();
 }
 
 void CallGate::NoHooks() {
-  const std::lock_guard lock(mutex_);
-  hooks_.clear();
+  const std::lock_guard lock(mutex);
+  hooks.clear();
   SetWatch();
 }
 
 void Turnstile::Pass() {
-  std::unique_lock lock(mutex_);
-  ++arrivals_;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return open_; });
+  std::unique_lock lock(mutex);
+  ++arrivals;
+  changed.notify_all();
+  changed.wait(lock, [this] { return open; });
 }
 
 bool Turnstile::AwaitArrivals(std::size_t count) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] { return arrivals_ >= count; });
+  std::unique_lock lock(mutex);
+  return changed.wait_for(lock, kPatience, [&] { return arrivals >= count; });
 }
 
 std::size_t Turnstile::Arrivals() {
-  const std::lock_guard lock(mutex_);
-  return arrivals_;
+  const std::lock_guard lock(mutex);
+  return arrivals;
 }
 
 void Turnstile::Open() {
-  const std::lock_guard lock(mutex_);
-  open_ = true;
-  changed_.notify_all();
+  const std::lock_guard lock(mutex);
+  open = true;
+  changed.notify_all();
 }
 
 }  // namespace fenlux::testing

@@ -48,7 +48,7 @@ class CallGate {
   // Notes the call, runs its hook and throws if it is its turn. False: the call is to give an empty handle.
   template <class... Args>
   bool Pass(const char* operation, const Args&... args) {
-    const std::uint32_t mode = mode_.load(std::memory_order_acquire);
+    const std::uint32_t mode = mode.load(std::memory_order_acquire);
     if (mode == 0) return true;
     std::string entry;
     if ((mode & kJournal) != 0) {
@@ -126,15 +126,15 @@ class CallGate {
   bool PassWatched(const char* operation, const std::string& entry);
   void SetWatch();
 
-  std::atomic<std::uint32_t> mode_;
-  mutable std::mutex mutex_;
-  mutable std::condition_variable grown_;
-  std::vector<std::string> entries_;
-  std::vector<PlannedFailure> failures_;
-  std::set<std::string> left_out_;
-  std::string failed_operation_;
-  std::map<std::string, std::size_t> empties_;  // operation -> calls before the empty one; kAlwaysEmpty
-  std::map<std::string, std::function<void()>> hooks_;
+  std::atomic<std::uint32_t> mode;
+  mutable std::mutex mutex;
+  mutable std::condition_variable grown;
+  std::vector<std::string> entries;
+  std::vector<PlannedFailure> failures;
+  std::set<std::string> leftOut;
+  std::string failedOperation;
+  std::map<std::string, std::size_t> empties;  // operation -> calls before the empty one; kAlwaysEmpty
+  std::map<std::string, std::function<void()>> hooks;
 };
 
 // Threads stop here until the test opens it. Used as a hook: gate.OnCall("...", [&] { turnstile.Pass(); }).
@@ -148,10 +148,10 @@ class Turnstile {
   void Open();
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::size_t arrivals_ = 0;
-  bool open_ = false;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::size_t arrivals = 0;
+  bool open = false;
 };
 
 }  // namespace fenlux::testing

@@ -63,7 +63,7 @@ std::uint32_t CommandOf(const std::shared_ptr<CBuf>& request) {
 
 class FakeLog final : public CLog {
  public:
-  explicit FakeLog(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeLog(CorePtr core) : core(std::move(core)) {}
   void LogAlert(std::uint32_t code, const std::string& line) override { Write("CLog::LogAlert", code, line); }
   void LogProblem(std::uint32_t code, const std::string& line) override { Write("CLog::LogProblem", code, line); }
   void LogWarning(std::uint32_t code, const std::string& line) override { Write("CLog::LogWarning", code, line); }
@@ -73,17 +73,17 @@ class FakeLog final : public CLog {
 
  private:
   void Write(const char* operation, std::uint32_t code, const std::string& line) {
-    core_->gate.Pass(operation, Hex{code}, line);
+    core->gate.Pass(operation, Hex{code}, line);
   }
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeLocale final : public CLocale {
  public:
-  explicit FakeLocale(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeLocale(CorePtr core) : core(std::move(core)) {}
   std::string& TranslateText(std::string& out, const char* text, const char* second, std::uint32_t flags) override {
-    core_->gate.Pass("CLocale::TranslateText", text, second, flags);
-    const auto& translate = core_->settings.translate;
+    core->gate.Pass("CLocale::TranslateText", text, second, flags);
+    const auto& translate = core->settings.translate;
     if (translate) {
       out = translate(text);
     } else {
@@ -93,55 +93,55 @@ class FakeLocale final : public CLocale {
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 // ---------------------------------------------------------------- utility
 
 class FakeMeasurement final : public CMeasurement {
  public:
-  explicit FakeMeasurement(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeMeasurement(CorePtr core) : core(std::move(core)) {}
   std::string& GetResultText(std::string& out) override {
-    core_->gate.Pass("CMeasurement::GetResultText");
-    out = core_->settings.measured;
+    core->gate.Pass("CMeasurement::GetResultText");
+    out = core->settings.measured;
     return out;
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeUtility final : public CUtility {
  public:
-  explicit FakeUtility(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeUtility(CorePtr core) : core(std::move(core)) {}
 
   bool QueryVersionFlag() override {
-    core_->gate.Pass("CUtility::QueryVersionFlag");
-    return core_->settings.version_flag;
+    core->gate.Pass("CUtility::QueryVersionFlag");
+    return core->settings.version_flag;
   }
   std::string& ToNarrowString(std::string& out, const std::wstring& text) override {
-    core_->gate.Pass("CUtility::ToNarrowString", text);
+    core->gate.Pass("CUtility::ToNarrowString", text);
     out = Display(text);
     return out;
   }
   std::string& TransformPath(std::string& out, const std::string& path) override {
-    core_->gate.Pass("CUtility::TransformPath", path);
+    core->gate.Pass("CUtility::TransformPath", path);
     out = path;
     return out;
   }
   std::string& ConvertText(std::string& out, const std::string& message) override {
-    core_->gate.Pass("CUtility::ConvertText", message);
+    core->gate.Pass("CUtility::ConvertText", message);
     out = "<" + message + ">";
     return out;
   }
   std::shared_ptr<CMeasurement>& CreateMeasurement(std::shared_ptr<CMeasurement>& out) override {
     out.reset();
-    if (core_->gate.Pass("CUtility::CreateMeasurement")) out = std::make_shared<FakeMeasurement>(core_);
+    if (core->gate.Pass("CUtility::CreateMeasurement")) out = std::make_shared<FakeMeasurement>(core);
     return out;
   }
   // Little-endian UTF-16 units and, where there is room, a NUL; the rest of the field is left alone.
   void CopyToField(void* destination, std::uint32_t limit, const std::wstring& text) override {
-    core_->gate.Pass("CUtility::CopyToField", limit, text);
+    core->gate.Pass("CUtility::CopyToField", limit, text);
     auto* const bytes = static_cast<std::uint8_t*>(destination);
     std::size_t at = 0;
     const auto put = [&](std::uint32_t unit) {
@@ -161,13 +161,13 @@ class FakeUtility final : public CUtility {
     put(0);
   }
   std::wstring& ToWideString(std::wstring& out, const std::string& text) override {
-    core_->gate.Pass("CUtility::ToWideString", text);
+    core->gate.Pass("CUtility::ToWideString", text);
     out = Widen(text);
     return out;
   }
   std::wstring& ToRecordString(std::wstring& out, const std::wstring& path) override {
-    core_->gate.Pass("CUtility::ToRecordString", path);
-    const auto& convert = core_->settings.to_record;
+    core->gate.Pass("CUtility::ToRecordString", path);
+    const auto& convert = core->settings.to_record;
     if (convert) {
       out = convert(path);
     } else {
@@ -177,230 +177,230 @@ class FakeUtility final : public CUtility {
   }
   std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size, bool last) override {
     out.reset();
-    if (core_->gate.Pass("CUtility::CreateBuffer", first, size, last)) {
-      const auto& given = core_->settings.given_size;
-      out = std::make_shared<FakeBuf>(core_, given ? given(size) : size);
+    if (core->gate.Pass("CUtility::CreateBuffer", first, size, last)) {
+      const auto& given = core->settings.given_size;
+      out = std::make_shared<FakeBuf>(core, given ? given(size) : size);
     }
     return out;
   }
   bool TestPath(const boost::filesystem::path& path) override {
-    core_->gate.Pass("CUtility::TestPath", path);
-    const auto& test = core_->settings.test_path;
+    core->gate.Pass("CUtility::TestPath", path);
+    const auto& test = core->settings.test_path;
     return test ? test(path) : boost::filesystem::is_directory(path);
   }
   std::shared_ptr<CBuf>& BufferFromBytes(std::shared_ptr<CBuf>& out, const void* bytes, std::uint32_t length) override {
     out.reset();
-    if (core_->gate.Pass("CUtility::BufferFromBytes", length)) {
+    if (core->gate.Pass("CUtility::BufferFromBytes", length)) {
       const auto* const first = static_cast<const std::uint8_t*>(bytes);
-      out = std::make_shared<FakeBuf>(core_, Bytes(first, first + length));
+      out = std::make_shared<FakeBuf>(core, Bytes(first, first + length));
     }
     return out;
   }
   void WriteLog(std::uint32_t code, const std::string& line, std::uint32_t category) override {
-    core_->gate.Pass("CUtility::WriteLog", Hex{code}, line, category);
+    core->gate.Pass("CUtility::WriteLog", Hex{code}, line, category);
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 // ---------------------------------------------------------------- configuration
 
 class FakeSpspSettings final : public CSpspSettings {
  public:
-  explicit FakeSpspSettings(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeSpspSettings(CorePtr core) : core(std::move(core)) {}
   std::uint8_t GetSpspFlag1() override {
-    core_->gate.Pass("CSpspSettings::GetSpspFlag1");
-    return core_->settings.spsp1;
+    core->gate.Pass("CSpspSettings::GetSpspFlag1");
+    return core->settings.spsp1;
   }
   std::uint8_t GetReservedFlag() override {
-    core_->gate.Pass("CSpspSettings::GetReservedFlag");
+    core->gate.Pass("CSpspSettings::GetReservedFlag");
     return 0xEE;
   }
   std::uint8_t GetSpspFlag2() override {
-    core_->gate.Pass("CSpspSettings::GetSpspFlag2");
-    return core_->settings.spsp2;
+    core->gate.Pass("CSpspSettings::GetSpspFlag2");
+    return core->settings.spsp2;
   }
   std::uint8_t GetSpspFlag3() override {
-    core_->gate.Pass("CSpspSettings::GetSpspFlag3");
-    return core_->settings.spsp3;
+    core->gate.Pass("CSpspSettings::GetSpspFlag3");
+    return core->settings.spsp3;
   }
   std::uint8_t GetSpspFlag4() override {
-    core_->gate.Pass("CSpspSettings::GetSpspFlag4");
-    return core_->settings.spsp4;
+    core->gate.Pass("CSpspSettings::GetSpspFlag4");
+    return core->settings.spsp4;
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeKdiRecord final : public CKdiRecord {
  public:
-  explicit FakeKdiRecord(CorePtr core) : core_(std::move(core)) {}
-  void SetName(const std::string& name) override { core_->gate.Pass("CKdiRecord::SetName", name); }
-  void SetPortValue(std::uint32_t value) override { core_->gate.Pass("CKdiRecord::SetPortValue", value); }
-  void SetValue1(std::uint32_t value) override { core_->gate.Pass("CKdiRecord::SetValue1", value); }
-  void SetValue2(std::uint32_t value) override { core_->gate.Pass("CKdiRecord::SetValue2", value); }
+  explicit FakeKdiRecord(CorePtr core) : core(std::move(core)) {}
+  void SetName(const std::string& name) override { core->gate.Pass("CKdiRecord::SetName", name); }
+  void SetPortValue(std::uint32_t value) override { core->gate.Pass("CKdiRecord::SetPortValue", value); }
+  void SetValue1(std::uint32_t value) override { core->gate.Pass("CKdiRecord::SetValue1", value); }
+  void SetValue2(std::uint32_t value) override { core->gate.Pass("CKdiRecord::SetValue2", value); }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeRecordFactory final : public CRecordFactory {
  public:
-  explicit FakeRecordFactory(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeRecordFactory(CorePtr core) : core(std::move(core)) {}
   std::shared_ptr<CKdiRecord>& CreateRecord(std::shared_ptr<CKdiRecord>& out) override {
     out.reset();
-    if (core_->gate.Pass("CRecordFactory::CreateRecord")) out = std::make_shared<FakeKdiRecord>(core_);
+    if (core->gate.Pass("CRecordFactory::CreateRecord")) out = std::make_shared<FakeKdiRecord>(core);
     return out;
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeRecordRegistration final : public CRecordRegistration {
  public:
-  explicit FakeRecordRegistration(CorePtr core) : core_(std::move(core)) {}
-  void Withdraw() override { core_->gate.Pass("CRecordRegistration::Withdraw"); }
+  explicit FakeRecordRegistration(CorePtr core) : core(std::move(core)) {}
+  void Withdraw() override { core->gate.Pass("CRecordRegistration::Withdraw"); }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeRecordService final : public CRecordService {
  public:
-  explicit FakeRecordService(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeRecordService(CorePtr core) : core(std::move(core)) {}
   std::shared_ptr<CRecordRegistration> Register(const std::shared_ptr<CKdiRecord>& record) override {
-    if (!core_->gate.Pass("CRecordService::Register", record ? "record" : "nothing")) return {};
-    return std::make_shared<FakeRecordRegistration>(core_);
+    if (!core->gate.Pass("CRecordService::Register", record ? "record" : "nothing")) return {};
+    return std::make_shared<FakeRecordRegistration>(core);
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeCfg final : public CCfg {
  public:
   explicit FakeCfg(const CorePtr& core)
-      : core_(core),
-        factory_(std::make_shared<FakeRecordFactory>(core)),
-        settings_(std::make_shared<FakeSpspSettings>(core)) {}
+      : core(core),
+        factory(std::make_shared<FakeRecordFactory>(core)),
+        settings(std::make_shared<FakeSpspSettings>(core)) {}
   const std::shared_ptr<CRecordFactory>& GetRecordFactory() override {
-    return core_->gate.Pass("CCfg::GetRecordFactory") ? factory_ : no_factory_;
+    return core->gate.Pass("CCfg::GetRecordFactory") ? factory : noFactory;
   }
   const std::shared_ptr<CSpspSettings>& GetSpspSettings() override {
-    return core_->gate.Pass("CCfg::GetSpspSettings") ? settings_ : no_settings_;
+    return core->gate.Pass("CCfg::GetSpspSettings") ? settings : noSettings;
   }
   void ReportDriverVersion(std::uint32_t kind, bool current, std::uint32_t version) override {
-    core_->gate.Pass("CCfg::ReportDriverVersion", kind, current, version);
+    core->gate.Pass("CCfg::ReportDriverVersion", kind, current, version);
   }
   bool IsMeasuringEnabled(std::uint32_t first, std::uint32_t second) override {
-    core_->gate.Pass("CCfg::IsMeasuringEnabled", first, second);
-    return core_->settings.measuring;
+    core->gate.Pass("CCfg::IsMeasuringEnabled", first, second);
+    return core->settings.measuring;
   }
 
  private:
-  CorePtr core_;
-  std::shared_ptr<CRecordFactory> factory_;
-  std::shared_ptr<CRecordFactory> no_factory_;
-  std::shared_ptr<CSpspSettings> settings_;
-  std::shared_ptr<CSpspSettings> no_settings_;
+  CorePtr core;
+  std::shared_ptr<CRecordFactory> factory;
+  std::shared_ptr<CRecordFactory> noFactory;
+  std::shared_ptr<CSpspSettings> settings;
+  std::shared_ptr<CSpspSettings> noSettings;
 };
 
 class FakeCfgEx final : public CCfgEx {
  public:
-  explicit FakeCfgEx(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeCfgEx(CorePtr core) : core(std::move(core)) {}
   std::uint32_t GetRecordValue1() override {
-    core_->gate.Pass("CCfgEx::GetRecordValue1");
-    return core_->settings.record_value1;
+    core->gate.Pass("CCfgEx::GetRecordValue1");
+    return core->settings.record_value1;
   }
   std::uint32_t GetRecordValue2() override {
-    core_->gate.Pass("CCfgEx::GetRecordValue2");
-    return core_->settings.record_value2;
+    core->gate.Pass("CCfgEx::GetRecordValue2");
+    return core->settings.record_value2;
   }
   std::uint32_t GetPortValue() override {
-    core_->gate.Pass("CCfgEx::GetPortValue");
-    return core_->settings.port_value;
+    core->gate.Pass("CCfgEx::GetPortValue");
+    return core->settings.port_value;
   }
   bool IsEnabled() override {
-    core_->gate.Pass("CCfgEx::IsEnabled");
-    return core_->settings.enabled;
+    core->gate.Pass("CCfgEx::IsEnabled");
+    return core->settings.enabled;
   }
   bool GetDriverInterfaceFlag() override {
-    core_->gate.Pass("CCfgEx::GetDriverInterfaceFlag");
-    return core_->settings.driver_interface_flag;
+    core->gate.Pass("CCfgEx::GetDriverInterfaceFlag");
+    return core->settings.driver_interface_flag;
   }
   std::shared_ptr<MonitorPolicy>& GetMonitorPolicy(std::shared_ptr<MonitorPolicy>& out) override {
     out.reset();
-    if (core_->gate.Pass("CCfgEx::GetMonitorPolicy")) {
+    if (core->gate.Pass("CCfgEx::GetMonitorPolicy")) {
       out = std::make_shared<MonitorPolicy>();
-      const std::lock_guard lock(core_->mutex);
-      core_->given_policy = out;
-      for (const auto& path : core_->policy) {
-        out->push_back(path ? std::make_shared<FakePolicyObject>(core_, *path) : nullptr);
+      const std::lock_guard lock(core->mutex);
+      core->given_policy = out;
+      for (const auto& path : core->policy) {
+        out->push_back(path ? std::make_shared<FakePolicyObject>(core, *path) : nullptr);
       }
     }
     return out;
   }
   bool IsCacheBypassed() override {
-    core_->gate.Pass("CCfgEx::IsCacheBypassed");
-    return core_->settings.cache_bypassed;
+    core->gate.Pass("CCfgEx::IsCacheBypassed");
+    return core->settings.cache_bypassed;
   }
   bool IsIdentityTextAdded() override {
-    core_->gate.Pass("CCfgEx::IsIdentityTextAdded");
-    return core_->settings.identity_text_added;
+    core->gate.Pass("CCfgEx::IsIdentityTextAdded");
+    return core->settings.identity_text_added;
   }
   std::uint32_t GetRefreshInterval() override {
-    core_->gate.Pass("CCfgEx::GetRefreshInterval");
-    return core_->settings.refresh_interval;
+    core->gate.Pass("CCfgEx::GetRefreshInterval");
+    return core->settings.refresh_interval;
   }
   const std::shared_ptr<CBuf>& GetDriverConfigBlock() override {
-    return core_->gate.Pass("CCfgEx::GetDriverConfigBlock") ? block : no_block_;
+    return core->gate.Pass("CCfgEx::GetDriverConfigBlock") ? block : noBlock;
   }
   bool GetClientTypeFlag() override {
-    core_->gate.Pass("CCfgEx::GetClientTypeFlag");
-    return core_->settings.client_type_flag;
+    core->gate.Pass("CCfgEx::GetClientTypeFlag");
+    return core->settings.client_type_flag;
   }
   bool GetMonitorObjectFlag() override {
-    core_->gate.Pass("CCfgEx::GetMonitorObjectFlag");
-    return core_->settings.monitor_object_flag;
+    core->gate.Pass("CCfgEx::GetMonitorObjectFlag");
+    return core->settings.monitor_object_flag;
   }
 
   std::shared_ptr<CBuf> block;
 
  private:
-  CorePtr core_;
-  std::shared_ptr<CBuf> no_block_;
+  CorePtr core;
+  std::shared_ptr<CBuf> noBlock;
 };
 
 // ---------------------------------------------------------------- net
 
 class FakeNetObject final : public CNetObject {
  public:
-  explicit FakeNetObject(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeNetObject(CorePtr core) : core(std::move(core)) {}
   std::shared_ptr<CNetObject>& Release(std::shared_ptr<CNetObject>& out, std::uint32_t reserved) override {
     out.reset();
-    if (core_->gate.Pass("CNetObject::Release", reserved)) out = std::make_shared<FakeNetObject>(core_);
+    if (core->gate.Pass("CNetObject::Release", reserved)) out = std::make_shared<FakeNetObject>(core);
     return out;
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 class FakeNet final : public CNet {
  public:
-  explicit FakeNet(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeNet(CorePtr core) : core(std::move(core)) {}
   std::shared_ptr<CNetObject>& CreateObject(std::shared_ptr<CNetObject>& out, std::uint32_t value1,
                                             std::uint32_t value2) override {
     out.reset();
-    if (core_->gate.Pass("CNet::CreateObject", value1, value2)) out = std::make_shared<FakeNetObject>(core_);
+    if (core->gate.Pass("CNet::CreateObject", value1, value2)) out = std::make_shared<FakeNetObject>(core);
     return out;
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 // ---------------------------------------------------------------- records and judging
@@ -408,14 +408,14 @@ class FakeNet final : public CNet {
 class FakeArpMgmt final : public CArpMgmt {
  public:
   FakeArpMgmt(CorePtr core, std::shared_ptr<HostProducts> products)
-      : core_(std::move(core)), products_(std::move(products)) {}
+      : core(std::move(core)), products(std::move(products)) {}
   std::shared_ptr<CArpRecord>& CreateRecord(std::shared_ptr<CArpRecord>& out, std::uint32_t reserved) override {
     out.reset();
-    if (core_->gate.Pass("CArpMgmt::CreateRecord", reserved)) {
-      auto record = std::make_shared<FakeArpRecord>(core_);
-      if (core_->settings.records_kept) {
-        const std::lock_guard lock(products_->mutex);
-        products_->records.push_back(record);
+    if (core->gate.Pass("CArpMgmt::CreateRecord", reserved)) {
+      auto record = std::make_shared<FakeArpRecord>(core);
+      if (core->settings.records_kept) {
+        const std::lock_guard lock(products->mutex);
+        products->records.push_back(record);
       }
       out = std::move(record);
     }
@@ -423,22 +423,22 @@ class FakeArpMgmt final : public CArpMgmt {
   }
 
  private:
-  CorePtr core_;
-  std::shared_ptr<HostProducts> products_;
+  CorePtr core;
+  std::shared_ptr<HostProducts> products;
 };
 
 class FakeAoArp final : public CAoArp {
  public:
-  explicit FakeAoArp(CorePtr core) : core_(std::move(core)) {}
+  explicit FakeAoArp(CorePtr core) : core(std::move(core)) {}
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override {
-    core_->gate.Pass("CAoArp::Evaluate", record ? "record" : "nothing");
-    const auto& judge = core_->settings.judge;
+    core->gate.Pass("CAoArp::Evaluate", record ? "record" : "nothing");
+    const auto& judge = core->settings.judge;
     if (judge) return judge(static_cast<FakeArpRecord&>(*record));
-    return core_->settings.decision;
+    return core->settings.decision;
   }
 
  private:
-  CorePtr core_;
+  CorePtr core;
 };
 
 // ---------------------------------------------------------------- process queries
@@ -446,29 +446,29 @@ class FakeAoArp final : public CAoArp {
 class FakeWinWork final : public CWinWork {
  public:
   FakeWinWork(CorePtr core, std::shared_ptr<HostProducts> products)
-      : core_(std::move(core)), products_(std::move(products)) {}
+      : core(std::move(core)), products(std::move(products)) {}
 
   boost::filesystem::path& SystemPath(boost::filesystem::path& out, const std::string& imageName) override {
-    core_->gate.Pass("CWinWork::SystemPath", imageName);
+    core->gate.Pass("CWinWork::SystemPath", imageName);
     out = boost::filesystem::path("system-root");
     out += "\\" + imageName;
     return out;
   }
   std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) override {
-    core_->gate.Pass("CWinWork::QueryProcessValue", processId, reserved);
-    const auto& value = core_->settings.process_value;
+    core->gate.Pass("CWinWork::QueryProcessValue", processId, reserved);
+    const auto& value = core->settings.process_value;
     return value ? value(processId) : 0;
   }
   std::wstring& GetProcessWideText(std::wstring& out, std::uint32_t processIdOrPathSource,
                                    std::uint32_t reserved) override {
-    core_->gate.Pass("CWinWork::GetProcessWideText", processIdOrPathSource, reserved);
-    const auto& text = core_->settings.wide_text;
+    core->gate.Pass("CWinWork::GetProcessWideText", processIdOrPathSource, reserved);
+    const auto& text = core->settings.wide_text;
     out = text ? text(processIdOrPathSource) : L"wide-" + std::to_wstring(processIdOrPathSource);
     return out;
   }
   std::string& GetProcessNarrowText(std::string& out, std::uint32_t processId, std::uint32_t reserved) override {
-    core_->gate.Pass("CWinWork::GetProcessNarrowText", processId, reserved);
-    const auto& text = core_->settings.narrow_text;
+    core->gate.Pass("CWinWork::GetProcessNarrowText", processId, reserved);
+    const auto& text = core->settings.narrow_text;
     out = text ? text(processId) : "narrow-" + std::to_string(processId);
     return out;
   }
@@ -478,34 +478,34 @@ class FakeWinWork final : public CWinWork {
                                                  std::uint32_t portValue) override {
     out.reset();
     if (connectContext) {
-      const std::lock_guard lock(core_->mutex);
-      core_->connect_contexts.push_back(BytesOf(connectContext));
+      const std::lock_guard lock(core->mutex);
+      core->connect_contexts.push_back(BytesOf(connectContext));
     }
-    if (core_->gate.Pass("CWinWork::CreatePortClient", portName, connectContext ? "context" : "no context",
-                         maxMessageSize, handler ? "handler" : "no handler", portValue)) {
-      auto client = std::make_shared<FakePortClient>(core_, handler);
-      const std::lock_guard lock(products_->mutex);
-      products_->port_clients.push_back(client);
+    if (core->gate.Pass("CWinWork::CreatePortClient", portName, connectContext ? "context" : "no context",
+                        maxMessageSize, handler ? "handler" : "no handler", portValue)) {
+      auto client = std::make_shared<FakePortClient>(core, handler);
+      const std::lock_guard lock(products->mutex);
+      products->port_clients.push_back(client);
       out = std::move(client);
     }
     return out;
   }
   std::string& GetIdentityText(std::string& out, const void* identity) override {
     {
-      const std::lock_guard lock(core_->mutex);
-      core_->identities.push_back(identity);
+      const std::lock_guard lock(core->mutex);
+      core->identities.push_back(identity);
     }
-    core_->gate.Pass("CWinWork::GetIdentityText");
-    out = core_->settings.identity_text;
+    core->gate.Pass("CWinWork::GetIdentityText");
+    out = core->settings.identity_text;
     return out;
   }
   std::shared_ptr<ProcessIdList>& FindProcessesByImage(std::shared_ptr<ProcessIdList>& out,
                                                        const boost::filesystem::path& image,
                                                        std::uint32_t reserved) override {
     out.reset();
-    if (core_->gate.Pass("CWinWork::FindProcessesByImage", image, reserved)) {
+    if (core->gate.Pass("CWinWork::FindProcessesByImage", image, reserved)) {
       const std::string name = image.string();
-      const auto& processes = core_->settings.processes_of_image;
+      const auto& processes = core->settings.processes_of_image;
       out = std::make_shared<ProcessIdList>();
       if (processes) {
         *out = processes(name);
@@ -518,16 +518,16 @@ class FakeWinWork final : public CWinWork {
   std::shared_ptr<ProcessIdSet>& GetRunningProcessIds(std::shared_ptr<ProcessIdSet>& out,
                                                       std::uint32_t reserved) override {
     out.reset();
-    if (core_->gate.Pass("CWinWork::GetRunningProcessIds", reserved)) {
-      const auto& running = core_->settings.running;
+    if (core->gate.Pass("CWinWork::GetRunningProcessIds", reserved)) {
+      const auto& running = core->settings.running;
       out = running ? std::make_shared<ProcessIdSet>(running()) : std::make_shared<ProcessIdSet>();
     }
     return out;
   }
 
  private:
-  CorePtr core_;
-  std::shared_ptr<HostProducts> products_;
+  CorePtr core;
+  std::shared_ptr<HostProducts> products;
 };
 
 // ---------------------------------------------------------------- the locator
@@ -536,59 +536,59 @@ class FakeGlobalContext final : public CGlobalContext {
  public:
   FakeGlobalContext(const CorePtr& core, std::shared_ptr<CUtility> utility, std::shared_ptr<CArpMgmt> arp_mgmt,
                     std::shared_ptr<CAoArp> ao_arp, std::shared_ptr<CWinWork> win_work, std::shared_ptr<CCfgEx> cfg_ex)
-      : core_(core),
-        cfg_(std::make_shared<FakeCfg>(core)),
-        log_(std::make_shared<FakeLog>(core)),
-        locale_(std::make_shared<FakeLocale>(core)),
-        utility_(std::move(utility)),
-        net_(std::make_shared<FakeNet>(core)),
-        record_service_(std::make_shared<FakeRecordService>(core)),
-        win_work_(std::move(win_work)),
-        arp_mgmt_(std::move(arp_mgmt)),
-        cfg_ex_(std::move(cfg_ex)),
-        ao_arp_(std::move(ao_arp)) {}
+      : core(core),
+        cfg(std::make_shared<FakeCfg>(core)),
+        log(std::make_shared<FakeLog>(core)),
+        locale(std::make_shared<FakeLocale>(core)),
+        utility(std::move(utility)),
+        net(std::make_shared<FakeNet>(core)),
+        recordService(std::make_shared<FakeRecordService>(core)),
+        winWork(std::move(win_work)),
+        arpMgmt(std::move(arp_mgmt)),
+        cfgEx(std::move(cfg_ex)),
+        aoArp(std::move(ao_arp)) {}
 
-  std::shared_ptr<CCfg> GetCfg() override { return Give("CGlobalContext::GetCfg", cfg_); }
-  std::shared_ptr<CLog> GetLog() override { return Give("CGlobalContext::GetLog", log_); }
-  std::shared_ptr<CLocale> GetLocale() override { return Give("CGlobalContext::GetLocale", locale_); }
-  std::shared_ptr<CUtility> GetUtility() override { return Give("CGlobalContext::GetUtility", utility_); }
-  std::shared_ptr<CNet> GetNet() override { return Give("CGlobalContext::GetNet", net_); }
+  std::shared_ptr<CCfg> GetCfg() override { return Give("CGlobalContext::GetCfg", cfg); }
+  std::shared_ptr<CLog> GetLog() override { return Give("CGlobalContext::GetLog", log); }
+  std::shared_ptr<CLocale> GetLocale() override { return Give("CGlobalContext::GetLocale", locale); }
+  std::shared_ptr<CUtility> GetUtility() override { return Give("CGlobalContext::GetUtility", utility); }
+  std::shared_ptr<CNet> GetNet() override { return Give("CGlobalContext::GetNet", net); }
   const std::shared_ptr<CRecordService>& GetRecordService() override {
-    return core_->gate.Pass("CGlobalContext::GetRecordService") ? record_service_ : no_record_service_;
+    return core->gate.Pass("CGlobalContext::GetRecordService") ? recordService : noRecordService;
   }
   const std::shared_ptr<CWinWork>& GetWinWork() override {
-    return core_->gate.Pass("CGlobalContext::GetWinWork") ? win_work_ : no_win_work_;
+    return core->gate.Pass("CGlobalContext::GetWinWork") ? winWork : noWinWork;
   }
-  std::shared_ptr<CArpMgmt> GetArpMgmt() override { return Give("CGlobalContext::GetArpMgmt", arp_mgmt_); }
-  std::shared_ptr<CCfgEx> GetCfgEx() override { return Give("CGlobalContext::GetCfgEx", cfg_ex_); }
-  std::shared_ptr<CAoArp> GetAoArp() override { return Give("CGlobalContext::GetAoArp", ao_arp_); }
+  std::shared_ptr<CArpMgmt> GetArpMgmt() override { return Give("CGlobalContext::GetArpMgmt", arpMgmt); }
+  std::shared_ptr<CCfgEx> GetCfgEx() override { return Give("CGlobalContext::GetCfgEx", cfgEx); }
+  std::shared_ptr<CAoArp> GetAoArp() override { return Give("CGlobalContext::GetAoArp", aoArp); }
   void RegisterModule(const std::shared_ptr<CFenlux>& module) override {
     {
-      const std::lock_guard lock(core_->mutex);
-      core_->module = module;
+      const std::lock_guard lock(core->mutex);
+      core->module = module;
     }
-    core_->gate.Pass("CGlobalContext::RegisterModule", module ? "module" : "nothing");
+    core->gate.Pass("CGlobalContext::RegisterModule", module ? "module" : "nothing");
   }
 
  private:
   template <class Service>
   std::shared_ptr<Service> Give(const char* operation, const std::shared_ptr<Service>& service) {
-    return core_->gate.Pass(operation) ? service : std::shared_ptr<Service>();
+    return core->gate.Pass(operation) ? service : std::shared_ptr<Service>();
   }
 
-  CorePtr core_;
-  std::shared_ptr<CCfg> cfg_;
-  std::shared_ptr<CLog> log_;
-  std::shared_ptr<CLocale> locale_;
-  std::shared_ptr<CUtility> utility_;
-  std::shared_ptr<CNet> net_;
-  std::shared_ptr<CRecordService> record_service_;
-  std::shared_ptr<CRecordService> no_record_service_;
-  std::shared_ptr<CWinWork> win_work_;
-  std::shared_ptr<CWinWork> no_win_work_;
-  std::shared_ptr<CArpMgmt> arp_mgmt_;
-  std::shared_ptr<CCfgEx> cfg_ex_;
-  std::shared_ptr<CAoArp> ao_arp_;
+  CorePtr core;
+  std::shared_ptr<CCfg> cfg;
+  std::shared_ptr<CLog> log;
+  std::shared_ptr<CLocale> locale;
+  std::shared_ptr<CUtility> utility;
+  std::shared_ptr<CNet> net;
+  std::shared_ptr<CRecordService> recordService;
+  std::shared_ptr<CRecordService> noRecordService;
+  std::shared_ptr<CWinWork> winWork;
+  std::shared_ptr<CWinWork> noWinWork;
+  std::shared_ptr<CArpMgmt> arpMgmt;
+  std::shared_ptr<CCfgEx> cfgEx;
+  std::shared_ptr<CAoArp> aoArp;
 };
 
 }  // namespace
@@ -601,23 +601,23 @@ std::uint32_t OwnRefreshInterval() {
 // ---------------------------------------------------------------- buffers
 
 FakeBuf::FakeBuf(std::shared_ptr<HostCore> core, std::size_t size)
-    : core_(std::move(core)), size_(size), data_(new std::uint8_t[size]) {
-  if (core_->settings.fill_buffers) std::memset(data_.get(), 0xCD, size_);
+    : core(std::move(core)), size(size), data(new std::uint8_t[size]) {
+  if (core->settings.fill_buffers) std::memset(data.get(), 0xCD, size);
 }
 
 FakeBuf::FakeBuf(std::shared_ptr<HostCore> core, Bytes bytes)
-    : core_(std::move(core)), size_(bytes.size()), data_(new std::uint8_t[bytes.size()]) {
-  std::copy(bytes.begin(), bytes.end(), data_.get());
+    : core(std::move(core)), size(bytes.size()), data(new std::uint8_t[bytes.size()]) {
+  std::copy(bytes.begin(), bytes.end(), data.get());
 }
 
 std::uint8_t* FakeBuf::GetData() {
-  core_->gate.Pass("CBuf::GetData");
-  return data_.get();
+  core->gate.Pass("CBuf::GetData");
+  return data.get();
 }
 
 std::size_t FakeBuf::GetSize() {
-  core_->gate.Pass("CBuf::GetSize");
-  return size_;
+  core->gate.Pass("CBuf::GetSize");
+  return size;
 }
 
 Bytes BytesOf(const std::shared_ptr<CBuf>& buffer) {
@@ -628,42 +628,42 @@ Bytes BytesOf(const std::shared_ptr<CBuf>& buffer) {
 // ---------------------------------------------------------------- port client
 
 FakePortClient::FakePortClient(std::shared_ptr<HostCore> core, NotificationHandler handler)
-    : core_(std::move(core)), handler_(std::move(handler)) {}
+    : core(std::move(core)), handler(std::move(handler)) {}
 
-void FakePortClient::Connect() { core_->gate.Pass("CPortClient::Connect"); }
+void FakePortClient::Connect() { core->gate.Pass("CPortClient::Connect"); }
 
-void FakePortClient::Start() { core_->gate.Pass("CPortClient::Start"); }
+void FakePortClient::Start() { core->gate.Pass("CPortClient::Start"); }
 
 void FakePortClient::Wait() {
-  core_->gate.Pass("CPortClient::Wait");
-  if (!core_->settings.wait_blocks) return;
-  std::unique_lock lock(mutex_);
-  closing_.wait(lock, [this] { return closed_; });
+  core->gate.Pass("CPortClient::Wait");
+  if (!core->settings.wait_blocks) return;
+  std::unique_lock lock(mutex);
+  closing.wait(lock, [this] { return closed; });
 }
 
 void FakePortClient::Close() {
   {
-    const std::lock_guard lock(mutex_);
-    closed_ = true;
-    closing_.notify_all();
+    const std::lock_guard lock(mutex);
+    closed = true;
+    closing.notify_all();
   }
-  core_->gate.Pass("CPortClient::Close");
+  core->gate.Pass("CPortClient::Close");
 }
 
 void FakePortClient::Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) {
   const std::uint32_t command = CommandOf(request);
-  const std::size_t kept = core_->settings.recorded_request_bytes;
+  const std::size_t kept = core->settings.recorded_request_bytes;
   if (kept != 0) {
     Bytes bytes = BytesOf(request);
     if (bytes.size() > kept) bytes.resize(kept);
-    const std::lock_guard lock(core_->mutex);
-    core_->requests.push_back({command, std::move(bytes), reply != nullptr});
+    const std::lock_guard lock(core->mutex);
+    core->requests.push_back({command, std::move(bytes), reply != nullptr});
   }
-  core_->gate.Pass("CPortClient::Send", command, reply ? "reply" : "no reply", flag);
-  if (core_->settings.answer) {
-    core_->settings.answer(request, reply);
+  core->gate.Pass("CPortClient::Send", command, reply ? "reply" : "no reply", flag);
+  if (core->settings.answer) {
+    core->settings.answer(request, reply);
   } else if (command == 13 && reply) {
-    WriteU32(static_cast<FakeBuf&>(*reply).data() + 12, core_->settings.driver_version);
+    WriteU32(static_cast<FakeBuf&>(*reply).data() + 12, core->settings.driver_version);
   }
 }
 
@@ -671,182 +671,180 @@ std::shared_ptr<CBuf> FakePortClient::Deliver(const Bytes& message) const {
   // A copy of exactly the message's size, so that a read beyond it is seen.
   const std::unique_ptr<std::uint8_t[]> copy(new std::uint8_t[message.size()]);
   std::copy(message.begin(), message.end(), copy.get());
-  return handler_(copy.get(), static_cast<std::uint32_t>(message.size()));
+  return handler(copy.get(), static_cast<std::uint32_t>(message.size()));
 }
 
 bool FakePortClient::IsClosed() const {
-  const std::lock_guard lock(mutex_);
-  return closed_;
+  const std::lock_guard lock(mutex);
+  return closed;
 }
 
 // ---------------------------------------------------------------- event record
 
 std::uint64_t FakeArpProcess::GetProcessId() {
-  core_->gate.Pass("CArpProcess::GetProcessId");
-  return process_id_;
+  core->gate.Pass("CArpProcess::GetProcessId");
+  return processId;
 }
 void FakeArpProcess::SetProcessId(std::uint64_t processId) {
-  core_->gate.Pass("CArpProcess::SetProcessId", processId);
-  process_id_ = processId;
+  core->gate.Pass("CArpProcess::SetProcessId", processId);
+  processId = processId;
 }
-void FakeArpProcess::SetSessionId(std::uint32_t sessionId) { core_->gate.Pass("CArpProcess::SetSessionId", sessionId); }
-void FakeArpProcess::SetNarrowInfo(const std::string& text) { core_->gate.Pass("CArpProcess::SetNarrowInfo", text); }
-void FakeArpProcess::SetIdentityText(const std::string& text) {
-  core_->gate.Pass("CArpProcess::SetIdentityText", text);
-}
+void FakeArpProcess::SetSessionId(std::uint32_t sessionId) { core->gate.Pass("CArpProcess::SetSessionId", sessionId); }
+void FakeArpProcess::SetNarrowInfo(const std::string& text) { core->gate.Pass("CArpProcess::SetNarrowInfo", text); }
+void FakeArpProcess::SetIdentityText(const std::string& text) { core->gate.Pass("CArpProcess::SetIdentityText", text); }
 
 FakeArpRecord::FakeArpRecord(std::shared_ptr<HostCore> core)
-    : core_(std::move(core)), process_(std::make_shared<FakeArpProcess>(core_)) {
-  if (core_->settings.context_buffer) {
-    context_data_ = core_->settings.context_buffer();
-  } else if (core_->settings.context_data) {
-    std::optional<Bytes> data = core_->settings.context_data();
-    if (data) context_data_ = std::make_shared<FakeBuf>(core_, std::move(*data));
+    : core(std::move(core)), process(std::make_shared<FakeArpProcess>(core)) {
+  if (core->settings.context_buffer) {
+    contextData = core->settings.context_buffer();
+  } else if (core->settings.context_data) {
+    std::optional<Bytes> data = core->settings.context_data();
+    if (data) contextData = std::make_shared<FakeBuf>(core, std::move(*data));
   }
 }
 
 const std::shared_ptr<CArpProcess>& FakeArpRecord::ProcessPart() {
-  return core_->gate.Pass("CArpRecord::ProcessPart") ? process_ : no_process_;
+  return core->gate.Pass("CArpRecord::ProcessPart") ? process : noProcess;
 }
-void FakeArpRecord::Mark() { core_->gate.Pass("CArpRecord::Mark"); }
+void FakeArpRecord::Mark() { core->gate.Pass("CArpRecord::Mark"); }
 std::wstring& FakeArpRecord::GetPath(std::wstring& out) {
-  core_->gate.Pass("CArpRecord::GetPath");
+  core->gate.Pass("CArpRecord::GetPath");
   out = path;
   return out;
 }
 std::shared_ptr<CBuf> FakeArpRecord::GetContextData() {
-  return core_->gate.Pass("CArpRecord::GetContextData") ? context_data_ : std::shared_ptr<CBuf>();
+  return core->gate.Pass("CArpRecord::GetContextData") ? contextData : std::shared_ptr<CBuf>();
 }
 std::uint32_t FakeArpRecord::GetPathSource() {
-  core_->gate.Pass("CArpRecord::GetPathSource");
-  return core_->settings.path_source;
+  core->gate.Pass("CArpRecord::GetPathSource");
+  return core->settings.path_source;
 }
 std::string& FakeArpRecord::Describe(std::string& out) {
-  core_->gate.Pass("CArpRecord::Describe");
-  out = core_->settings.description;
+  core->gate.Pass("CArpRecord::Describe");
+  out = core->settings.description;
   return out;
 }
 void FakeArpRecord::SetPath(const std::wstring& newPath) {
-  core_->gate.Pass("CArpRecord::SetPath", newPath);
+  core->gate.Pass("CArpRecord::SetPath", newPath);
   path = newPath;
 }
 void FakeArpRecord::SetSecondPath(const std::wstring& newPath) {
-  core_->gate.Pass("CArpRecord::SetSecondPath", newPath);
+  core->gate.Pass("CArpRecord::SetSecondPath", newPath);
   second_path = newPath;
 }
 void FakeArpRecord::SetEventType(std::uint32_t type) {
-  core_->gate.Pass("CArpRecord::SetEventType", Hex{type});
+  core->gate.Pass("CArpRecord::SetEventType", Hex{type});
   event_type = type;
 }
 void FakeArpRecord::SetCategory(std::uint32_t newCategory) {
-  core_->gate.Pass("CArpRecord::SetCategory", newCategory);
+  core->gate.Pass("CArpRecord::SetCategory", newCategory);
   category = newCategory;
 }
-void FakeArpRecord::SetSource(std::uint32_t source) { core_->gate.Pass("CArpRecord::SetSource", source); }
+void FakeArpRecord::SetSource(std::uint32_t source) { core->gate.Pass("CArpRecord::SetSource", source); }
 void FakeArpRecord::SetExtraData(const std::shared_ptr<CBuf>& data) {
   const Bytes bytes = BytesOf(data);
-  core_->gate.Pass("CArpRecord::SetExtraData", data ? HexBytes(bytes.data(), bytes.size()) : "nothing");
+  core->gate.Pass("CArpRecord::SetExtraData", data ? HexBytes(bytes.data(), bytes.size()) : "nothing");
 }
 void FakeArpRecord::SetPort(std::uint16_t port) {
-  core_->gate.Pass("CArpRecord::SetPort", static_cast<std::uint32_t>(port));
+  core->gate.Pass("CArpRecord::SetPort", static_cast<std::uint32_t>(port));
 }
-void FakeArpRecord::SetIpv6(bool ipv6) { core_->gate.Pass("CArpRecord::SetIpv6", ipv6); }
+void FakeArpRecord::SetIpv6(bool ipv6) { core->gate.Pass("CArpRecord::SetIpv6", ipv6); }
 void FakeArpRecord::SetIpv4Address(std::uint32_t address) {
-  core_->gate.Pass("CArpRecord::SetIpv4Address", Hex{address});
+  core->gate.Pass("CArpRecord::SetIpv4Address", Hex{address});
 }
 void FakeArpRecord::SetIpv6Address(const std::array<std::uint8_t, 16>& address) {
-  core_->gate.Pass("CArpRecord::SetIpv6Address", HexBytes(address.data(), address.size()));
+  core->gate.Pass("CArpRecord::SetIpv6Address", HexBytes(address.data(), address.size()));
 }
-void FakeArpRecord::SetRemoteFlag(bool remote) { core_->gate.Pass("CArpRecord::SetRemoteFlag", remote); }
-void FakeArpRecord::SetWord0(std::uint64_t word) { core_->gate.Pass("CArpRecord::SetWord0", Hex{word}); }
-void FakeArpRecord::SetWord1(std::uint64_t word) { core_->gate.Pass("CArpRecord::SetWord1", Hex{word}); }
-void FakeArpRecord::SetWord2(std::uint64_t word) { core_->gate.Pass("CArpRecord::SetWord2", Hex{word}); }
-void FakeArpRecord::SetWord3(std::uint64_t word) { core_->gate.Pass("CArpRecord::SetWord3", Hex{word}); }
-void FakeArpRecord::SetValueA(std::uint32_t value) { core_->gate.Pass("CArpRecord::SetValueA", Hex{value}); }
-void FakeArpRecord::SetValueB(std::uint32_t value) { core_->gate.Pass("CArpRecord::SetValueB", Hex{value}); }
-void FakeArpRecord::SetWideInfo(const std::wstring& text) { core_->gate.Pass("CArpRecord::SetWideInfo", text); }
+void FakeArpRecord::SetRemoteFlag(bool remote) { core->gate.Pass("CArpRecord::SetRemoteFlag", remote); }
+void FakeArpRecord::SetWord0(std::uint64_t word) { core->gate.Pass("CArpRecord::SetWord0", Hex{word}); }
+void FakeArpRecord::SetWord1(std::uint64_t word) { core->gate.Pass("CArpRecord::SetWord1", Hex{word}); }
+void FakeArpRecord::SetWord2(std::uint64_t word) { core->gate.Pass("CArpRecord::SetWord2", Hex{word}); }
+void FakeArpRecord::SetWord3(std::uint64_t word) { core->gate.Pass("CArpRecord::SetWord3", Hex{word}); }
+void FakeArpRecord::SetValueA(std::uint32_t value) { core->gate.Pass("CArpRecord::SetValueA", Hex{value}); }
+void FakeArpRecord::SetValueB(std::uint32_t value) { core->gate.Pass("CArpRecord::SetValueB", Hex{value}); }
+void FakeArpRecord::SetWideInfo(const std::wstring& text) { core->gate.Pass("CArpRecord::SetWideInfo", text); }
 
 boost::filesystem::path FakePolicyObject::GetMonitorPath() {
-  core_->gate.Pass("CPolicyObject::GetMonitorPath");
-  return path_;
+  core->gate.Pass("CPolicyObject::GetMonitorPath");
+  return path;
 }
 
 // ---------------------------------------------------------------- the host of a test
 
 FakeHost::FakeHost()
-    : core_(std::make_shared<HostCore>()),
-      products_(std::make_shared<HostProducts>()),
-      utility_(std::make_shared<FakeUtility>(core_)),
-      arp_mgmt_(std::make_shared<FakeArpMgmt>(core_, products_)),
-      ao_arp_(std::make_shared<FakeAoArp>(core_)),
-      win_work_(std::make_shared<FakeWinWork>(core_, products_)),
-      cfg_ex_(std::make_shared<FakeCfgEx>(core_)),
-      context_(std::make_shared<FakeGlobalContext>(core_, utility_, arp_mgmt_, ao_arp_, win_work_, cfg_ex_)) {}
+    : core(std::make_shared<HostCore>()),
+      products(std::make_shared<HostProducts>()),
+      utility(std::make_shared<FakeUtility>(core)),
+      arpMgmt(std::make_shared<FakeArpMgmt>(core, products)),
+      aoArp(std::make_shared<FakeAoArp>(core)),
+      winWork(std::make_shared<FakeWinWork>(core, products)),
+      cfgEx(std::make_shared<FakeCfgEx>(core)),
+      context(std::make_shared<FakeGlobalContext>(core, utility, arpMgmt, aoArp, winWork, cfgEx)) {}
 
 std::shared_ptr<FakeBuf> FakeHost::MakeBuffer(Bytes bytes) const {
-  return std::make_shared<FakeBuf>(core_, std::move(bytes));
+  return std::make_shared<FakeBuf>(core, std::move(bytes));
 }
 
 void FakeHost::SetDriverConfigBlock(std::shared_ptr<CBuf> block) {
-  static_cast<FakeCfgEx&>(*cfg_ex_).block = std::move(block);
+  static_cast<FakeCfgEx&>(*cfgEx).block = std::move(block);
 }
 
 void FakeHost::SetPolicy(const std::vector<std::optional<boost::filesystem::path>>& paths) {
-  const std::lock_guard lock(core_->mutex);
-  core_->policy = paths;
+  const std::lock_guard lock(core->mutex);
+  core->policy = paths;
 }
 
 std::shared_ptr<FakePortClient> FakeHost::PortClient() const {
-  const std::lock_guard lock(products_->mutex);
-  return products_->port_clients.empty() ? nullptr : products_->port_clients.back();
+  const std::lock_guard lock(products->mutex);
+  return products->port_clients.empty() ? nullptr : products->port_clients.back();
 }
 
 std::size_t FakeHost::PortClientCount() const {
-  const std::lock_guard lock(products_->mutex);
-  return products_->port_clients.size();
+  const std::lock_guard lock(products->mutex);
+  return products->port_clients.size();
 }
 
 std::vector<SentRequest> FakeHost::Requests() const {
-  const std::lock_guard lock(core_->mutex);
-  return core_->requests;
+  const std::lock_guard lock(core->mutex);
+  return core->requests;
 }
 
 std::vector<SentRequest> FakeHost::RequestsOf(std::uint32_t command) const {
   std::vector<SentRequest> kept;
-  const std::lock_guard lock(core_->mutex);
-  std::copy_if(core_->requests.begin(), core_->requests.end(), std::back_inserter(kept),
+  const std::lock_guard lock(core->mutex);
+  std::copy_if(core->requests.begin(), core->requests.end(), std::back_inserter(kept),
                [command](const SentRequest& request) { return request.command == command; });
   return kept;
 }
 
 void FakeHost::ClearRequests() const {
-  const std::lock_guard lock(core_->mutex);
-  core_->requests.clear();
+  const std::lock_guard lock(core->mutex);
+  core->requests.clear();
 }
 
 std::vector<Bytes> FakeHost::ConnectContexts() const {
-  const std::lock_guard lock(core_->mutex);
-  return core_->connect_contexts;
+  const std::lock_guard lock(core->mutex);
+  return core->connect_contexts;
 }
 
 std::vector<const void*> FakeHost::Identities() const {
-  const std::lock_guard lock(core_->mutex);
-  return core_->identities;
+  const std::lock_guard lock(core->mutex);
+  return core->identities;
 }
 
 std::shared_ptr<FakeArpRecord> FakeHost::Record() const {
-  const std::lock_guard lock(products_->mutex);
-  return products_->records.empty() ? nullptr : products_->records.back();
+  const std::lock_guard lock(products->mutex);
+  return products->records.empty() ? nullptr : products->records.back();
 }
 
 bool FakeHost::PolicyIsLetGo() const {
-  const std::lock_guard lock(core_->mutex);
-  return core_->given_policy.expired();
+  const std::lock_guard lock(core->mutex);
+  return core->given_policy.expired();
 }
 
 std::shared_ptr<CFenlux> FakeHost::Module() const {
-  const std::lock_guard lock(core_->mutex);
-  return core_->module.lock();
+  const std::lock_guard lock(core->mutex);
+  return core->module.lock();
 }
 
 }  // namespace fenlux::testing

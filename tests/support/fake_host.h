@@ -117,15 +117,15 @@ class FakeBuf final : public CBuf {
   std::size_t GetSize() override;
 
   // The same without a host call.
-  std::uint8_t* data() { return data_.get(); }
-  const std::uint8_t* data() const { return data_.get(); }
-  std::size_t size() const { return size_; }
+  std::uint8_t* data() { return data.get(); }
+  const std::uint8_t* data() const { return data.get(); }
+  std::size_t size() const { return size; }
   Bytes Copy() const { return {data(), data() + size()}; }
 
  private:
-  std::shared_ptr<HostCore> core_;
-  std::size_t size_;
-  std::unique_ptr<std::uint8_t[]> data_;
+  std::shared_ptr<HostCore> core;
+  std::size_t size;
+  std::unique_ptr<std::uint8_t[]> data;
 };
 
 // The bytes of a buffer that the fake host made, without a host call.
@@ -142,20 +142,20 @@ class FakePortClient final : public CPortClient {
 
   // The driver's side: a message for the module, on the calling thread.
   std::shared_ptr<CBuf> Deliver(const Bytes& message) const;
-  const NotificationHandler& Handler() const { return handler_; }
+  const NotificationHandler& Handler() const { return handler; }
   bool IsClosed() const;
 
  private:
-  std::shared_ptr<HostCore> core_;
-  NotificationHandler handler_;
-  mutable std::mutex mutex_;
-  std::condition_variable closing_;
-  bool closed_ = false;
+  std::shared_ptr<HostCore> core;
+  NotificationHandler handler;
+  mutable std::mutex mutex;
+  std::condition_variable closing;
+  bool closed = false;
 };
 
 class FakeArpProcess final : public CArpProcess {
  public:
-  explicit FakeArpProcess(std::shared_ptr<HostCore> core) : core_(std::move(core)) {}
+  explicit FakeArpProcess(std::shared_ptr<HostCore> core) : core(std::move(core)) {}
   std::uint64_t GetProcessId() override;
   void SetProcessId(std::uint64_t processId) override;
   void SetSessionId(std::uint32_t sessionId) override;
@@ -163,8 +163,8 @@ class FakeArpProcess final : public CArpProcess {
   void SetIdentityText(const std::string& text) override;
 
  private:
-  std::shared_ptr<HostCore> core_;
-  std::uint64_t process_id_ = 0;
+  std::shared_ptr<HostCore> core;
+  std::uint64_t processId = 0;
 };
 
 class FakeArpRecord final : public CArpRecord {
@@ -202,22 +202,22 @@ class FakeArpRecord final : public CArpRecord {
   std::uint32_t category = 0;
 
  private:
-  std::shared_ptr<HostCore> core_;
-  std::shared_ptr<CArpProcess> process_;
-  std::shared_ptr<CArpProcess> no_process_;
-  std::shared_ptr<CBuf> context_data_;
+  std::shared_ptr<HostCore> core;
+  std::shared_ptr<CArpProcess> process;
+  std::shared_ptr<CArpProcess> noProcess;
+  std::shared_ptr<CBuf> contextData;
 };
 
 // One monitored object of a policy.
 class FakePolicyObject final : public CPolicyObject {
  public:
   FakePolicyObject(std::shared_ptr<HostCore> core, boost::filesystem::path path)
-      : core_(std::move(core)), path_(std::move(path)) {}
+      : core(std::move(core)), path(std::move(path)) {}
   boost::filesystem::path GetMonitorPath() override;
 
  private:
-  std::shared_ptr<HostCore> core_;
-  boost::filesystem::path path_;
+  std::shared_ptr<HostCore> core;
+  boost::filesystem::path path;
 };
 
 // The host of one test. The handles of the services are for tests that call one directly; to withhold a service, make
@@ -226,15 +226,15 @@ class FakeHost {
  public:
   FakeHost();
 
-  const std::shared_ptr<CGlobalContext>& context() const { return context_; }
-  const std::shared_ptr<CUtility>& utility() const { return utility_; }
-  const std::shared_ptr<CArpMgmt>& arp_mgmt() const { return arp_mgmt_; }
-  const std::shared_ptr<CAoArp>& ao_arp() const { return ao_arp_; }
-  const std::shared_ptr<CWinWork>& win_work() const { return win_work_; }
-  const std::shared_ptr<CCfgEx>& cfg_ex() const { return cfg_ex_; }
-  CallGate& gate() const { return core_->gate; }
-  HostSettings& settings() const { return core_->settings; }
-  const std::shared_ptr<HostCore>& core() const { return core_; }
+  const std::shared_ptr<CGlobalContext>& context() const { return context; }
+  const std::shared_ptr<CUtility>& utility() const { return utility; }
+  const std::shared_ptr<CArpMgmt>& arp_mgmt() const { return arpMgmt; }
+  const std::shared_ptr<CAoArp>& ao_arp() const { return aoArp; }
+  const std::shared_ptr<CWinWork>& win_work() const { return winWork; }
+  const std::shared_ptr<CCfgEx>& cfg_ex() const { return cfgEx; }
+  CallGate& gate() const { return core->gate; }
+  HostSettings& settings() const { return core->settings; }
+  const std::shared_ptr<HostCore>& core() const { return core; }
 
   std::shared_ptr<FakeBuf> MakeBuffer(Bytes bytes) const;
   // The block that CCfgEx gives from now on; none until then.
@@ -255,14 +255,14 @@ class FakeHost {
   bool PolicyIsLetGo() const;  // whether nobody holds the policy that was given last
 
  private:
-  std::shared_ptr<HostCore> core_;
-  std::shared_ptr<HostProducts> products_;
-  std::shared_ptr<CUtility> utility_;
-  std::shared_ptr<CArpMgmt> arp_mgmt_;
-  std::shared_ptr<CAoArp> ao_arp_;
-  std::shared_ptr<CWinWork> win_work_;
-  std::shared_ptr<CCfgEx> cfg_ex_;
-  std::shared_ptr<CGlobalContext> context_;
+  std::shared_ptr<HostCore> core;
+  std::shared_ptr<HostProducts> products;
+  std::shared_ptr<CUtility> utility;
+  std::shared_ptr<CArpMgmt> arpMgmt;
+  std::shared_ptr<CAoArp> aoArp;
+  std::shared_ptr<CWinWork> winWork;
+  std::shared_ptr<CCfgEx> cfgEx;
+  std::shared_ptr<CGlobalContext> context;
 };
 
 }  // namespace fenlux::testing

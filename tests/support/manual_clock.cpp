@@ -17,89 +17,89 @@ ManualClock& ManualClock::Instance() {
 }
 
 void ManualClock::Reset() {
-  const std::lock_guard lock(mutex_);
-  for (ParkedThread& thread : parked_) thread.forgotten = true;
-  at_once_.clear();
-  everything_at_once_ = false;
-  pauses_.clear();
+  const std::lock_guard lock(mutex);
+  for (ParkedThread& thread : parked) thread.forgotten = true;
+  atOnce.clear();
+  everythingAtOnce = false;
+  pauses.clear();
 }
 
 void ManualClock::PassAtOnce(std::chrono::milliseconds duration, std::size_t times) {
-  const std::lock_guard lock(mutex_);
-  at_once_[duration] = times;
+  const std::lock_guard lock(mutex);
+  atOnce[duration] = times;
 }
 
 void ManualClock::PassEverything() {
-  const std::lock_guard lock(mutex_);
-  everything_at_once_ = true;
+  const std::lock_guard lock(mutex);
+  everythingAtOnce = true;
 }
 
 void ManualClock::Advance(std::chrono::milliseconds duration) {
-  const std::lock_guard lock(mutex_);
-  now_ += duration;
-  for (ParkedThread& thread : parked_) {
-    if (!thread.forgotten && thread.deadline <= now_) thread.released = true;
+  const std::lock_guard lock(mutex);
+  now += duration;
+  for (ParkedThread& thread : parked) {
+    if (!thread.forgotten && thread.deadline <= now) thread.released = true;
   }
-  changed_.notify_all();
+  changed.notify_all();
 }
 
 bool ManualClock::AwaitParked(std::chrono::milliseconds duration, std::size_t count) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] { return ParkedLocked(duration) >= count; });
+  std::unique_lock lock(mutex);
+  return changed.wait_for(lock, kPatience, [&] { return ParkedLocked(duration) >= count; });
 }
 
 bool ManualClock::AwaitPauses(std::chrono::milliseconds duration, std::size_t count) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] { return BegunLocked(duration) >= count; });
+  std::unique_lock lock(mutex);
+  return changed.wait_for(lock, kPatience, [&] { return BegunLocked(duration) >= count; });
 }
 
 std::size_t ManualClock::Parked(std::chrono::milliseconds duration) {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(mutex);
   return ParkedLocked(duration);
 }
 
 std::vector<ManualClock::PauseRecord> ManualClock::Pauses() {
   std::vector<PauseRecord> shown;
-  const std::lock_guard lock(mutex_);
-  std::copy_if(pauses_.begin(), pauses_.end(), std::back_inserter(shown),
+  const std::lock_guard lock(mutex);
+  std::copy_if(pauses.begin(), pauses.end(), std::back_inserter(shown),
                [](const PauseRecord& pause) { return pause.duration < std::chrono::hours(1); });
   return shown;
 }
 
 std::chrono::steady_clock::time_point ManualClock::Now() {
-  const std::lock_guard lock(mutex_);
-  return now_;
+  const std::lock_guard lock(mutex);
+  return now;
 }
 
 void ManualClock::Pause(Kind kind, std::chrono::milliseconds duration) {
-  std::unique_lock lock(mutex_);
-  pauses_.push_back({kind, duration});
-  changed_.notify_all();
+  std::unique_lock lock(mutex);
+  pauses.push_back({kind, duration});
+  changed.notify_all();
 
-  const auto times = at_once_.find(duration);
-  const bool counted = times != at_once_.end() && times->second > 0;
+  const auto times = atOnce.find(duration);
+  const bool counted = times != atOnce.end() && times->second > 0;
   if (counted && times->second != kForever) --times->second;
-  if (counted || everything_at_once_) {
-    now_ += duration;
+  if (counted || everythingAtOnce) {
+    now += duration;
     lock.unlock();
     std::this_thread::yield();
     return;
   }
 
-  parked_.push_back({duration, now_ + duration, false, false});
-  const auto self = std::prev(parked_.end());
-  changed_.wait(lock, [&self] { return self->released; });
-  parked_.erase(self);
+  parked.push_back({duration, now + duration, false, false});
+  const auto self = std::prev(parked.end());
+  changed.wait(lock, [&self] { return self->released; });
+  parked.erase(self);
 }
 
 std::size_t ManualClock::ParkedLocked(std::chrono::milliseconds duration) const {
-  return static_cast<std::size_t>(std::count_if(parked_.begin(), parked_.end(), [&](const ParkedThread& thread) {
+  return static_cast<std::size_t>(std::count_if(parked.begin(), parked.end(), [&](const ParkedThread& thread) {
     return thread.duration == duration && !thread.released && !thread.forgotten;
   }));
 }
 
 std::size_t ManualClock::BegunLocked(std::chrono::milliseconds duration) const {
-  return static_cast<std::size_t>(std::count_if(pauses_.begin(), pauses_.end(),
+  return static_cast<std::size_t>(std::count_if(pauses.begin(), pauses.end(),
                                                 [&](const PauseRecord& pause) { return pause.duration == duration; }));
 }
 

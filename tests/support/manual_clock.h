@@ -60,13 +60,13 @@ class ManualClock {
   std::size_t ParkedLocked(std::chrono::milliseconds duration) const;
   std::size_t BegunLocked(std::chrono::milliseconds duration) const;
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::chrono::steady_clock::time_point now_{std::chrono::hours(1)};
-  std::list<ParkedThread> parked_;
-  std::map<std::chrono::milliseconds, std::size_t> at_once_;
-  bool everything_at_once_ = false;
-  std::vector<PauseRecord> pauses_;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::chrono::steady_clock::time_point now{std::chrono::hours(1)};
+  std::list<ParkedThread> parked;
+  std::map<std::chrono::milliseconds, std::size_t> atOnce;
+  bool everythingAtOnce = false;
+  std::vector<PauseRecord> pauses;
 };
 
 }  // namespace fenlux::testing

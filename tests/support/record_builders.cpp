@@ -62,8 +62,8 @@ Bytes FromHex(std::string_view digits) {
 Golden& Golden::Hex(std::size_t offset, std::string_view digits) { return Put(offset, FromHex(digits)); }
 
 Golden& Golden::Put(std::size_t offset, const Bytes& bytes) {
-  if (offset + bytes.size() > bytes_.size()) throw std::logic_error("beyond the golden record");
-  std::copy(bytes.begin(), bytes.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(offset));
+  if (offset + bytes.size() > bytes.size()) throw std::logic_error("beyond the golden record");
+  std::copy(bytes.begin(), bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
   return *this;
 }
 
@@ -98,28 +98,28 @@ Bytes Utf16(std::u16string_view text, bool terminated) {
 }
 
 NotificationBuilder::NotificationBuilder(std::uint32_t code, std::uint64_t processId)
-    : fixed_(records::kNotificationFixedSize, 0) {
+    : fixed(records::kNotificationFixedSize, 0) {
   U32(20, code);
   U64(12, processId);
 }
 
 NotificationBuilder& NotificationBuilder::Item1(std::u16string_view text) {
-  item1_ = Utf16(text);
-  return Item1Size(static_cast<std::uint32_t>(item1_.size()));
+  item1 = Utf16(text);
+  return Item1Size(static_cast<std::uint32_t>(item1.size()));
 }
 
 NotificationBuilder& NotificationBuilder::Item2(std::u16string_view text) {
-  item2_ = Utf16(text);
-  return Item2Size(static_cast<std::uint32_t>(item2_.size()));
+  item2 = Utf16(text);
+  return Item2Size(static_cast<std::uint32_t>(item2.size()));
 }
 
 NotificationBuilder& NotificationBuilder::Item3(Bytes bytes) {
-  item3_ = std::move(bytes);
-  return Item3Size(static_cast<std::uint32_t>(item3_.size()));
+  item3 = std::move(bytes);
+  return Item3Size(static_cast<std::uint32_t>(item3.size()));
 }
 
 NotificationBuilder& NotificationBuilder::Item4(std::u16string_view text) {
-  item4_ = Utf16(text);
+  item4 = Utf16(text);
   return Item4Present(1);
 }
 
@@ -128,15 +128,15 @@ NotificationBuilder& NotificationBuilder::Item2Size(std::uint32_t size) { return
 NotificationBuilder& NotificationBuilder::Item3Size(std::uint32_t size) { return U32(38, size); }
 
 NotificationBuilder& NotificationBuilder::Tail(Bytes bytes) {
-  item1_ = std::move(bytes);
-  item2_.clear();
-  item3_.clear();
-  item4_.clear();
+  item1 = std::move(bytes);
+  item2.clear();
+  item3.clear();
+  item4.clear();
   return *this;
 }
 
 NotificationBuilder& NotificationBuilder::U8(std::size_t offset, std::uint8_t value) {
-  fixed_.at(offset) = value;
+  fixed.at(offset) = value;
   return *this;
 }
 
@@ -161,9 +161,8 @@ NotificationBuilder& NotificationBuilder::Put(std::size_t offset, const Bytes& b
 }
 
 Bytes NotificationBuilder::Build() const {
-  Bytes message = fixed_;
-  for (const Bytes* item : {&item1_, &item2_, &item3_, &item4_})
-    message.insert(message.end(), item->begin(), item->end());
+  Bytes message = fixed;
+  for (const Bytes* item : {&item1, &item2, &item3, &item4}) message.insert(message.end(), item->begin(), item->end());
   return message;
 }
 

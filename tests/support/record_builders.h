@@ -19,13 +19,13 @@ Bytes FromHex(std::string_view digits);
 // A record to compare with: `size` bytes of the fake buffers' filling, and what is put over them.
 class Golden {
  public:
-  explicit Golden(std::size_t size, std::uint8_t filling = 0xCD) : bytes_(size, filling) {}
+  explicit Golden(std::size_t size, std::uint8_t filling = 0xCD) : bytes(size, filling) {}
   Golden& Hex(std::size_t offset, std::string_view digits);
   Golden& Put(std::size_t offset, const Bytes& bytes);
-  const Bytes& Get() const { return bytes_; }
+  const Bytes& Get() const { return bytes; }
 
  private:
-  Bytes bytes_;
+  Bytes bytes;
 };
 
 // A request of 65561 bytes that begins with these digits (magic, command and payload) and is untouched behind them.
@@ -71,8 +71,8 @@ class NotificationBuilder {
   Bytes Build() const;
 
  private:
-  Bytes fixed_;
-  Bytes item1_, item2_, item3_, item4_;
+  Bytes fixed;
+  Bytes item1, item2, item3, item4;
 };
 
 }  // namespace fenlux::testing

@@ -1,5 +1,5 @@
 // The control pipe: who may reach it, and that a request gets its answer.
-#include "refhost/app/control_channel.h"
+#include "refhost/app/control/control_channel.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -10,7 +10,7 @@
 #include <optional>
 #include <thread>
 
-#include "refhost/services/handle_win.h"
+#include "refhost/base/handle_win.h"
 #include "tests/unit/refhost/control_serving.h"
 
 namespace fenlux::refhost {

@@ -1,6 +1,6 @@
 // The port client over the Filter Manager's functions, with the stand-in of tests/support in the Filter Manager's
 // place.
-#include "refhost/services/filter_port_client.h"
+#include "refhost/port/filter_port_client.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -89,26 +89,26 @@ std::string FailureOf(const std::function<void()>& action) {
 class Gate {
  public:
   void Pass() {
-    std::unique_lock lock(mutex_);
-    ++arrivals_;
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return open_; });
+    std::unique_lock lock(mutex);
+    ++arrivals;
+    changed.notify_all();
+    changed.wait(lock, [this] { return open; });
   }
   bool AwaitArrivals(int count) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, kPatience, [&] { return arrivals_ >= count; });
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, kPatience, [&] { return arrivals >= count; });
   }
   void Open() {
-    const std::lock_guard lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
+    const std::lock_guard lock(mutex);
+    open = true;
+    changed.notify_all();
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int arrivals_ = 0;
-  bool open_ = false;
+  std::mutex mutex;
+  std::condition_variable changed;
+  int arrivals = 0;
+  bool open = false;
 };
 
 class FilterPortTest : public ::testing::Test {
@@ -125,7 +125,7 @@ class FilterPortTest : public ::testing::Test {
     if (port == nullptr) {
       port = std::make_shared<FilterPort>(
           refhost::FilterPortSettings{.filterLibrary = kLibrary, .threads = 3, .buffers = 6},
-          [lines = lines_](refhost::Severity, const std::string& line) {
+          [lines = lines](refhost::Severity, const std::string& line) {
             const std::lock_guard lock(lines->first);
             lines->second.push_back(line);
           });
@@ -181,8 +181,8 @@ class FilterPortTest : public ::testing::Test {
     return port->Totals();
   }
   std::vector<std::string> LogLines() {
-    const std::lock_guard lock(lines_->first);
-    return lines_->second;
+    const std::lock_guard lock(lines->first);
+    return lines->second;
   }
 
   FilterStandIn& driver = FilterStandIn::Instance();
@@ -191,7 +191,7 @@ class FilterPortTest : public ::testing::Test {
   std::shared_ptr<CPortClient> client;
 
  private:
-  std::shared_ptr<std::pair<std::mutex, std::vector<std::string>>> lines_ =
+  std::shared_ptr<std::pair<std::mutex, std::vector<std::string>>> lines =
       std::make_shared<std::pair<std::mutex, std::vector<std::string>>>();
 };
 

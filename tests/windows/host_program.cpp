@@ -72,43 +72,42 @@ fs::path ProgramDirectory() {
   return fs::path(path).parent_path();
 }
 
-Room::Room()
-    : path_(fs::temp_directory_path() / (L"fenlux-room-\u00E4\u00DF-" + fs::unique_path("%%%%%%%%").native())) {
-  fs::create_directory(path_);
+Room::Room() : path(fs::temp_directory_path() / (L"fenlux-room-\u00E4\u00DF-" + fs::unique_path("%%%%%%%%").native())) {
+  fs::create_directory(path);
 }
 
 Room::~Room() {
   boost::system::error_code ignored;
-  fs::remove_all(path_, ignored);
+  fs::remove_all(path, ignored);
 }
 
 fs::path Room::Write(const std::string& name, const std::string& text) const {
-  const fs::path file = path_ / name;
+  const fs::path file = path / name;
   std::ofstream(std::filesystem::path(file.native()), std::ios::binary) << text;
   return file;
 }
 
 std::string Room::Pipe() const {
-  const std::wstring name = path_.filename().native();
+  const std::wstring name = path.filename().native();
   return "\\\\.\\pipe\\fenlux-room-" + std::string(name.end() - 8, name.end());
 }
 
 HiddenConsole::HiddenConsole() {
-  if (!::CreatePipe(&pipes_[0], &pipes_[1], nullptr, 0) || !::CreatePipe(&pipes_[2], &pipes_[3], nullptr, 0) ||
-      FAILED(::CreatePseudoConsole(COORD{80, 25}, pipes_[0], pipes_[3], 0, &console_))) {
+  if (!::CreatePipe(&pipes[0], &pipes[1], nullptr, 0) || !::CreatePipe(&pipes[2], &pipes[3], nullptr, 0) ||
+      FAILED(::CreatePseudoConsole(COORD{80, 25}, pipes[0], pipes[3], 0, &console))) {
     throw std::runtime_error("a console cannot be made");
   }
 }
 
 HiddenConsole::~HiddenConsole() {
-  ::CloseHandle(pipes_[2]);  // nobody reads what the console would show
-  ::ClosePseudoConsole(console_);
-  for (const HANDLE pipe : {pipes_[0], pipes_[1], pipes_[3]}) ::CloseHandle(pipe);
+  ::CloseHandle(pipes[2]);  // nobody reads what the console would show
+  ::ClosePseudoConsole(console);
+  for (const HANDLE pipe : {pipes[0], pipes[1], pipes[3]}) ::CloseHandle(pipe);
 }
 
 HostProgram::HostProgram(const Room& room, const std::vector<std::string>& arguments,
                          const std::vector<std::wstring>& environment)
-    : out_(room.Path() / fs::unique_path("out-%%%%%%")), err_(room.Path() / fs::unique_path("err-%%%%%%")) {
+    : out(room.Path() / fs::unique_path("out-%%%%%%")), err(room.Path() / fs::unique_path("err-%%%%%%")) {
   std::wstring line = Quoted((ProgramDirectory() / "fenlux-host.exe").native());
   for (const std::string& argument : arguments) line += L" " + Quoted(Wide(argument));
   std::wstring block = EnvironmentWith(environment);
@@ -119,11 +118,11 @@ HostProgram::HostProgram(const Room& room, const std::vector<std::string>& argum
   startup.StartupInfo.cb = sizeof(startup);
   startup.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attributes.data());
   ::InitializeProcThreadAttributeList(startup.lpAttributeList, 1, 0, &size);
-  ::UpdateProcThreadAttribute(startup.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_PSEUDOCONSOLE, console_.Get(),
+  ::UpdateProcThreadAttribute(startup.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_PSEUDOCONSOLE, console.Get(),
                               sizeof(HPCON), nullptr, nullptr);
   startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
-  startup.StartupInfo.hStdOutput = OutputFile(out_);
-  startup.StartupInfo.hStdError = OutputFile(err_);
+  startup.StartupInfo.hStdOutput = OutputFile(out);
+  startup.StartupInfo.hStdError = OutputFile(err);
   PROCESS_INFORMATION information{};
   const BOOL made = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
                                      EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT, block.data(),
@@ -133,25 +132,25 @@ HostProgram::HostProgram(const Room& room, const std::vector<std::string>& argum
   ::CloseHandle(startup.StartupInfo.hStdError);
   if (!made) throw std::runtime_error("fenlux-host.exe cannot be run");
   ::CloseHandle(information.hThread);
-  process_ = information.hProcess;
-  id_ = information.dwProcessId;
+  process = information.hProcess;
+  id = information.dwProcessId;
 }
 
 HostProgram::~HostProgram() {
   if (Running()) {
-    ::TerminateProcess(process_, 99);
-    ::WaitForSingleObject(process_, INFINITE);
+    ::TerminateProcess(process, 99);
+    ::WaitForSingleObject(process, INFINITE);
   }
-  ::CloseHandle(process_);
+  ::CloseHandle(process);
 }
 
-bool HostProgram::Running() const { return ::WaitForSingleObject(process_, 0) == WAIT_TIMEOUT; }
+bool HostProgram::Running() const { return ::WaitForSingleObject(process, 0) == WAIT_TIMEOUT; }
 
 bool HostProgram::AwaitLog(const std::string& text) const {
   const auto until = std::chrono::steady_clock::now() + kPatience;
   for (;;) {
     const bool running = Running();  // asked before reading, so that the last words are read
-    if (FileText(err_).find(text) != std::string::npos) return true;
+    if (FileText(err).find(text) != std::string::npos) return true;
     if (!running || std::chrono::steady_clock::now() > until) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
@@ -160,11 +159,11 @@ bool HostProgram::AwaitLog(const std::string& text) const {
 bool HostProgram::Press(DWORD event) const {
   // The event is for all programs of the caller's console, so this one joins for a moment and turns a deaf ear.
   ::FreeConsole();
-  if (!::AttachConsole(id_)) return false;
+  if (!::AttachConsole(id)) return false;
   ::SetConsoleCtrlHandler(&IgnoreKeys, TRUE);
   const bool pressed =
-      ::GenerateConsoleCtrlEvent(event, 0) || (event == CTRL_BREAK_EVENT && StartKeyThread(process_, event));
-  if (pressed) ::WaitForSingleObject(process_, 60000);  // only then has it been heard for certain
+      ::GenerateConsoleCtrlEvent(event, 0) || (event == CTRL_BREAK_EVENT && StartKeyThread(process, event));
+  if (pressed) ::WaitForSingleObject(process, 60000);  // only then has it been heard for certain
   ::FreeConsole();
   ::SetConsoleCtrlHandler(&IgnoreKeys, FALSE);
   return pressed;
@@ -173,13 +172,13 @@ bool HostProgram::Press(DWORD event) const {
 ProgramOutcome HostProgram::End() {
   ProgramOutcome outcome;
   const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(kPatience).count();
-  if (::WaitForSingleObject(process_, static_cast<DWORD>(limit)) == WAIT_OBJECT_0) {
+  if (::WaitForSingleObject(process, static_cast<DWORD>(limit)) == WAIT_OBJECT_0) {
     DWORD code = 0;
-    ::GetExitCodeProcess(process_, &code);
+    ::GetExitCodeProcess(process, &code);
     outcome.code = static_cast<int>(code);
   }
-  outcome.out = FileText(out_);
-  outcome.err = FileText(err_);
+  outcome.out = FileText(out);
+  outcome.err = FileText(err);
   return outcome;
 }
 

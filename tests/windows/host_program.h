@@ -35,13 +35,13 @@ class Room {
   Room(const Room&) = delete;
   Room& operator=(const Room&) = delete;
 
-  const boost::filesystem::path& Path() const { return path_; }
+  const boost::filesystem::path& Path() const { return path; }
   boost::filesystem::path Write(const std::string& name, const std::string& text) const;
   // A control pipe of this room's own.
   std::string Pipe() const;
 
  private:
-  boost::filesystem::path path_;
+  boost::filesystem::path path;
 };
 
 // A console that no window shows, for a program to run in.
@@ -52,11 +52,11 @@ class HiddenConsole {
   HiddenConsole(const HiddenConsole&) = delete;
   HiddenConsole& operator=(const HiddenConsole&) = delete;
 
-  HPCON Get() const { return console_; }
+  HPCON Get() const { return console; }
 
  private:
-  HANDLE pipes_[4]{};
-  HPCON console_ = nullptr;
+  HANDLE pipes[4]{};
+  HPCON console = nullptr;
 };
 
 // A run of fenlux-host in a console of its own; ended by force where a test leaves it running.
@@ -69,7 +69,7 @@ class HostProgram {
   HostProgram(const HostProgram&) = delete;
   HostProgram& operator=(const HostProgram&) = delete;
 
-  DWORD Id() const { return id_; }
+  DWORD Id() const { return id; }
   bool Running() const;
   // Until the standard error output has the text; false where the program ended before, or it took too long.
   bool AwaitLog(const std::string& text) const;
@@ -82,11 +82,11 @@ class HostProgram {
  private:
   bool Press(DWORD event) const;
 
-  boost::filesystem::path out_;
-  boost::filesystem::path err_;
-  HiddenConsole console_;
-  HANDLE process_ = nullptr;
-  DWORD id_ = 0;
+  boost::filesystem::path out;
+  boost::filesystem::path err;
+  HiddenConsole console;
+  HANDLE process = nullptr;
+  DWORD id = 0;
 };
 
 inline ProgramOutcome RunHostProgram(const Room& room, const std::vector<std::string>& arguments,

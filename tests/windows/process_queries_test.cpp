@@ -1,13 +1,14 @@
 // The system's answers about processes that the test knows: itself and a child.
-#include "refhost/services/process_queries.h"
+#include "refhost/services/processes/process_queries.h"
+#include "refhost/base/own_process.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <algorithm>
 
-#include "refhost/services/handle_win.h"
-#include "refhost/services/utf_text.h"
+#include "refhost/base/handle_win.h"
+#include "refhost/base/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

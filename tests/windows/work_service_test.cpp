@@ -1,5 +1,5 @@
 // The module's questions about processes where drive letters are real.
-#include "refhost/services/work_service.h"
+#include "refhost/services/processes/work_service.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -7,8 +7,9 @@
 #include <algorithm>
 #include <array>
 
-#include "refhost/services/process_queries.h"
-#include "refhost/services/utf_text.h"
+#include "refhost/base/own_process.h"
+#include "refhost/base/utf_text.h"
+#include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {
 namespace {

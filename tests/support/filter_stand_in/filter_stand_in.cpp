@@ -53,35 +53,35 @@ bool IsModulesContext(const std::vector<std::uint8_t>& bytes) {
 class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
  public:
   void Reset() {
-    const std::lock_guard lock(mutex_);
-    connectResult_ = replyResult_ = sendResult_ = S_OK;
-    failingReplies_ = 0;
-    holdConnects_ = holdSends_ = holdSendsInPort_ = false;
-    receptions_.clear();
-    version_ = 19072701;
-    answerSize_ = records::kRequestSize;
-    connects_ = badConnects_ = replies_ = strayReplies_ = 0;
-    name_.clear();
-    context_.clear();
-    requests_.clear();
-    changed_.notify_all();
+    const std::lock_guard lock(mutex);
+    connectResult = replyResult = sendResult = S_OK;
+    failingReplies = 0;
+    holdConnects = holdSends = holdSendsInPort = false;
+    receptions.clear();
+    version = 19072701;
+    answerSize = records::kRequestSize;
+    connects = badConnects = replies = strayReplies = 0;
+    name.clear();
+    context.clear();
+    requests.clear();
+    changed.notify_all();
   }
 
   template <typename Change>
   void Set(Change change) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     change(*this);
-    changed_.notify_all();
+    changed.notify_all();
   }
   template <typename Look>
   auto Get(Look look) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     return look(*this);
   }
   template <typename Condition>
   bool Await(Condition condition, std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] { return condition(*this); });
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, limit, [&] { return condition(*this); });
   }
 
   HRESULT Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* handle);
@@ -95,23 +95,23 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   void EndPort(const std::shared_ptr<Port>& port);
 
   // The port that messages go to; empty where none is open. With the lock held.
-  std::shared_ptr<Port> Newest() const { return port_ != nullptr && !port_->ended ? port_ : nullptr; }
+  std::shared_ptr<Port> Newest() const { return port != nullptr && !port->ended ? port : nullptr; }
 
   // All guarded by the lock.
-  HRESULT connectResult_ = S_OK, replyResult_ = S_OK, sendResult_ = S_OK;
-  std::uint64_t failingReplies_ = 0;
-  bool holdConnects_ = false, holdSends_ = false, holdSendsInPort_ = false;
-  std::map<OVERLAPPED*, std::uint32_t> receptions_;      // of the newest port, and their sizes
-  std::vector<std::pair<HANDLE, OVERLAPPED*>> blocked_;  // the operations by which sending waits in a port
-  std::uint64_t held_ = 0;
-  std::uint32_t version_ = 19072701, answerSize_ = records::kRequestSize;
-  std::uint64_t connects_ = 0, badConnects_ = 0, replies_ = 0, strayReplies_ = 0;
-  std::wstring name_;
-  std::vector<std::uint8_t> context_;
-  std::vector<std::vector<std::uint8_t>> requests_;
-  std::shared_ptr<Port> port_;
-  std::uint64_t pipes_ = 0, messages_ = 0;
-  std::map<std::uint64_t, std::pair<std::shared_ptr<Port>, Waiter>> waiters_;
+  HRESULT connectResult = S_OK, replyResult = S_OK, sendResult = S_OK;
+  std::uint64_t failingReplies = 0;
+  bool holdConnects = false, holdSends = false, holdSendsInPort = false;
+  std::map<OVERLAPPED*, std::uint32_t> receptions;      // of the newest port, and their sizes
+  std::vector<std::pair<HANDLE, OVERLAPPED*>> blocked;  // the operations by which sending waits in a port
+  std::uint64_t held = 0;
+  std::uint32_t version = 19072701, answerSize = records::kRequestSize;
+  std::uint64_t connects = 0, badConnects = 0, replies = 0, strayReplies = 0;
+  std::wstring name;
+  std::vector<std::uint8_t> context;
+  std::vector<std::vector<std::uint8_t>> requests;
+  std::shared_ptr<Port> port;
+  std::uint64_t pipes = 0, messages = 0;
+  std::map<std::uint64_t, std::pair<std::shared_ptr<Port>, Waiter>> waiters;
 
   void Release();
 
@@ -119,8 +119,8 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   void Watch(const std::shared_ptr<Port>& port);
   bool WaitInPort(HANDLE handle, std::unique_lock<std::mutex>& lock);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
+  std::mutex mutex;
+  std::condition_variable changed;
 };
 
 HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, std::uint16_t contextSize,
@@ -128,25 +128,25 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
   auto port = std::make_shared<Port>();
   std::wstring pipeName;
   {
-    std::unique_lock lock(mutex_);
-    name_ = name;
+    std::unique_lock lock(mutex);
+    name = name;
     const auto* bytes = static_cast<const std::uint8_t*>(context);
-    context_.assign(bytes, bytes + contextSize);
-    ++held_;
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return !holdConnects_; });
-    --held_;
-    if (FAILED(connectResult_)) return connectResult_;
-    if (name_ != records::kPortName) {
-      ++badConnects_;
+    context.assign(bytes, bytes + contextSize);
+    ++held;
+    changed.notify_all();
+    changed.wait(lock, [this] { return !holdConnects; });
+    --held;
+    if (FAILED(connectResult)) return connectResult;
+    if (name != records::kPortName) {
+      ++badConnects;
       return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     }
-    if (!IsModulesContext(context_)) {
-      ++badConnects_;
+    if (!IsModulesContext(context)) {
+      ++badConnects;
       return E_ACCESSDENIED;
     }
     pipeName = L"\\\\.\\pipe\\fenlux-filter-stand-in-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
-               std::to_wstring(++pipes_);
+               std::to_wstring(++pipes);
   }
   port->server = ::CreateNamedPipeW(
       pipeName.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
@@ -163,11 +163,11 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
   }
   port->client = client;
   std::thread([self = shared_from_this(), port] { self->Watch(port); }).detach();
-  const std::lock_guard lock(mutex_);
-  ++connects_;
-  port_ = port;
-  receptions_.clear();
-  changed_.notify_all();
+  const std::lock_guard lock(mutex);
+  ++connects;
+  port = port;
+  receptions.clear();
+  changed.notify_all();
   *handle = client;
   return S_OK;
 }
@@ -190,9 +190,9 @@ void FilterStandIn::Body::EndPort(const std::shared_ptr<Port>& port) {
   port->ended = true;
   ::CancelIoEx(port->server, nullptr);
   ::DisconnectNamedPipe(port->server);
-  const std::lock_guard lock(mutex_);
-  if (port_ == port) port_.reset();
-  changed_.notify_all();
+  const std::lock_guard lock(mutex);
+  if (port == port) port.reset();
+  changed.notify_all();
 }
 
 bool FilterStandIn::Body::Write(const std::shared_ptr<Port>& port, const std::vector<std::uint8_t>& bytes) {
@@ -213,13 +213,13 @@ StandInAnswer FilterStandIn::Body::Deliver(const std::vector<std::uint8_t>& mess
   FILTER_MESSAGE_HEADER header{};
   std::shared_ptr<Port> port;
   {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     port = Newest();
     if (port == nullptr) return {};
-    header.MessageId = ++messages_;
+    header.MessageId = ++messages;
     if (replyRoom > 0) {
       header.ReplyLength = static_cast<ULONG>(sizeof(FILTER_REPLY_HEADER)) + replyRoom;
-      waiters_[header.MessageId] = {port, {}};
+      waiters[header.MessageId] = {port, {}};
     }
   }
   std::vector<std::uint8_t> bytes(sizeof(header) + message.size());
@@ -231,24 +231,24 @@ StandInAnswer FilterStandIn::Body::Deliver(const std::vector<std::uint8_t>& mess
     answer.outcome = written ? StandInAnswer::Outcome::kNotDue : StandInAnswer::Outcome::kDisconnected;
     return answer;
   }
-  std::unique_lock lock(mutex_);
-  Waiter& waiter = waiters_.at(header.MessageId).second;
-  const bool ended = changed_.wait_for(lock, limit, [&] { return waiter.replied || port->ended.load() || !written; });
+  std::unique_lock lock(mutex);
+  Waiter& waiter = waiters.at(header.MessageId).second;
+  const bool ended = changed.wait_for(lock, limit, [&] { return waiter.replied || port->ended.load() || !written; });
   if (waiter.replied) {
     answer = std::move(waiter.answer);
   } else {
     answer.outcome = ended ? StandInAnswer::Outcome::kDisconnected : StandInAnswer::Outcome::kTimedOut;
   }
-  waiters_.erase(header.MessageId);
+  waiters.erase(header.MessageId);
   return answer;
 }
 
 HRESULT FilterStandIn::Body::Receive(HANDLE handle, void* message, std::uint32_t size, OVERLAPPED* operation) {
   // Under the lock, as a message that is there at once may end the operation before this call does.
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(mutex);
   const DWORD error = ::ReadFile(handle, message, size, nullptr, operation) ? ERROR_SUCCESS : ::GetLastError();
-  if (port_ != nullptr && port_->client == handle && (error == ERROR_SUCCESS || error == ERROR_IO_PENDING)) {
-    receptions_[operation] = size;
+  if (port != nullptr && port->client == handle && (error == ERROR_SUCCESS || error == ERROR_IO_PENDING)) {
+    receptions[operation] = size;
   }
   return HRESULT_FROM_WIN32(error);
 }
@@ -257,14 +257,14 @@ HRESULT FilterStandIn::Body::Reply(HANDLE handle, const void* reply, std::uint32
   FILTER_REPLY_HEADER header{};
   if (size < sizeof(header)) return E_INVALIDARG;
   std::memcpy(&header, reply, sizeof(header));
-  const std::lock_guard lock(mutex_);
-  if (failingReplies_ > 0) {
-    --failingReplies_;
-    return replyResult_;
+  const std::lock_guard lock(mutex);
+  if (failingReplies > 0) {
+    --failingReplies;
+    return replyResult;
   }
-  const auto found = waiters_.find(header.MessageId);
-  if (found == waiters_.end() || found->second.first->client != handle || found->second.second.replied) {
-    ++strayReplies_;
+  const auto found = waiters.find(header.MessageId);
+  if (found == waiters.end() || found->second.first->client != handle || found->second.second.replied) {
+    ++strayReplies;
     return kNoWaiter;
   }
   Waiter& waiter = found->second.second;
@@ -273,8 +273,8 @@ HRESULT FilterStandIn::Body::Reply(HANDLE handle, const void* reply, std::uint32
   waiter.answer.status = header.Status;
   const auto* bytes = static_cast<const std::uint8_t*>(reply);
   waiter.answer.bytes.assign(bytes + sizeof(header), bytes + size);
-  ++replies_;
-  changed_.notify_all();
+  ++replies;
+  changed.notify_all();
   return S_OK;
 }
 
@@ -286,49 +286,49 @@ bool FilterStandIn::Body::WaitInPort(HANDLE handle, std::unique_lock<std::mutex>
   operation.hEvent = reinterpret_cast<HANDLE>(reinterpret_cast<std::uintptr_t>(done) | 1);
   std::uint8_t byte = 0;
   if (!::ReadFile(handle, &byte, 1, nullptr, &operation) && ::GetLastError() == ERROR_IO_PENDING) {
-    blocked_.emplace_back(handle, &operation);
-    ++held_;
-    changed_.notify_all();
+    blocked.emplace_back(handle, &operation);
+    ++held;
+    changed.notify_all();
     lock.unlock();
     ::WaitForSingleObject(done, INFINITE);
     lock.lock();
-    --held_;
-    std::erase(blocked_, std::pair(handle, &operation));
+    --held;
+    std::erase(blocked, std::pair(handle, &operation));
   }
   ::CloseHandle(done);
-  return !holdSendsInPort_;
+  return !holdSendsInPort;
 }
 
 void FilterStandIn::Body::Release() {
-  const std::lock_guard lock(mutex_);
-  holdConnects_ = holdSends_ = holdSendsInPort_ = false;
-  for (const auto& [handle, operation] : blocked_) ::CancelIoEx(handle, operation);
-  changed_.notify_all();
+  const std::lock_guard lock(mutex);
+  holdConnects = holdSends = holdSendsInPort = false;
+  for (const auto& [handle, operation] : blocked) ::CancelIoEx(handle, operation);
+  changed.notify_all();
 }
 
 HRESULT FilterStandIn::Body::Send(HANDLE handle, const void* request, std::uint32_t size, void* answer,
                                   std::uint32_t room, std::uint32_t* returned) {
-  std::unique_lock lock(mutex_);
+  std::unique_lock lock(mutex);
   *returned = 0;
   const std::shared_ptr<Port> port = Newest();
   if (port == nullptr || port->client != handle) return HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
-  ++held_;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return !holdSends_; });
-  --held_;
-  if (holdSendsInPort_ && !WaitInPort(handle, lock)) return HRESULT_FROM_WIN32(ERROR_OPERATION_ABORTED);
-  if (FAILED(sendResult_)) return sendResult_;
+  ++held;
+  changed.notify_all();
+  changed.wait(lock, [this] { return !holdSends; });
+  --held;
+  if (holdSendsInPort && !WaitInPort(handle, lock)) return HRESULT_FROM_WIN32(ERROR_OPERATION_ABORTED);
+  if (FAILED(sendResult)) return sendResult;
   const auto* bytes = static_cast<const std::uint8_t*>(request);
-  requests_.emplace_back(bytes, bytes + size);
-  changed_.notify_all();
+  requests.emplace_back(bytes, bytes + size);
+  changed.notify_all();
   records::VersionReply reply{};
   if (size < sizeof(reply.header)) return E_INVALIDARG;
   std::memcpy(&reply.header, request, sizeof(reply.header));
   if (reply.header.command.value() != static_cast<std::uint32_t>(records::Command::kDriverVersion) || room == 0) {
     return S_OK;
   }
-  reply.version = version_;
-  std::vector<std::uint8_t> whole(answerSize_);
+  reply.version = version;
+  std::vector<std::uint8_t> whole(answerSize);
   std::memcpy(whole.data(), &reply, std::min<std::size_t>(sizeof(reply), whole.size()));
   if (whole.size() > room) return HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
   std::memcpy(answer, whole.data(), whole.size());
@@ -342,104 +342,104 @@ FilterStandIn& FilterStandIn::Instance() {
   return *instance;
 }
 
-FilterStandIn::FilterStandIn() : body_(std::make_shared<Body>()) {}
+FilterStandIn::FilterStandIn() : body(std::make_shared<Body>()) {}
 FilterStandIn::~FilterStandIn() = default;
 
-void FilterStandIn::Reset() { body_->Reset(); }
+void FilterStandIn::Reset() { body->Reset(); }
 void FilterStandIn::FailConnects(HRESULT result) {
-  body_->Set([&](Body& body) { body.connectResult_ = result; });
+  body->Set([&](Body& body) { body.connectResult = result; });
 }
 void FilterStandIn::FailReplies(HRESULT result, std::uint64_t count) {
-  body_->Set([&](Body& body) {
-    body.replyResult_ = result;
-    body.failingReplies_ = count;
+  body->Set([&](Body& body) {
+    body.replyResult = result;
+    body.failingReplies = count;
   });
 }
 void FilterStandIn::FailSends(HRESULT result) {
-  body_->Set([&](Body& body) { body.sendResult_ = result; });
+  body->Set([&](Body& body) { body.sendResult = result; });
 }
 void FilterStandIn::HoldConnects() {
-  body_->Set([](Body& body) { body.holdConnects_ = true; });
+  body->Set([](Body& body) { body.holdConnects = true; });
 }
 void FilterStandIn::HoldSends() {
-  body_->Set([](Body& body) { body.holdSends_ = true; });
+  body->Set([](Body& body) { body.holdSends = true; });
 }
 void FilterStandIn::HoldSendsUntilCancelled() {
-  body_->Set([](Body& body) {
-    body.holdSends_ = false;
-    body.holdSendsInPort_ = true;
+  body->Set([](Body& body) {
+    body.holdSends = false;
+    body.holdSendsInPort = true;
   });
 }
-void FilterStandIn::Release() { body_->Release(); }
+void FilterStandIn::Release() { body->Release(); }
 bool FilterStandIn::AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit) {
-  return body_->Await([&](Body& body) { return body.held_ >= count; }, limit);
+  return body->Await([&](Body& body) { return body.held >= count; }, limit);
 }
 void FilterStandIn::SetVersion(std::uint32_t version, std::uint32_t answerSize) {
-  body_->Set([&](Body& body) {
-    body.version_ = version;
-    body.answerSize_ = answerSize;
+  body->Set([&](Body& body) {
+    body.version = version;
+    body.answerSize = answerSize;
   });
 }
 bool FilterStandIn::AwaitPort(std::chrono::milliseconds limit) {
-  return body_->Await([](Body& body) { return body.Newest() != nullptr; }, limit);
+  return body->Await([](Body& body) { return body.Newest() != nullptr; }, limit);
 }
 bool FilterStandIn::PortOpen() {
-  return body_->Get([](Body& body) { return body.Newest() != nullptr; });
+  return body->Get([](Body& body) { return body.Newest() != nullptr; });
 }
 StandInAnswer FilterStandIn::Deliver(const std::vector<std::uint8_t>& message, std::uint32_t replyRoom,
                                      std::chrono::milliseconds limit) {
-  return body_->Deliver(message, replyRoom, limit);
+  return body->Deliver(message, replyRoom, limit);
 }
 bool FilterStandIn::DeliverRaw(const std::vector<std::uint8_t>& bytes) {
-  const auto port = body_->Get([](Body& body) { return body.Newest(); });
-  return port != nullptr && body_->Write(port, bytes);
+  const auto port = body->Get([](Body& body) { return body.Newest(); });
+  return port != nullptr && body->Write(port, bytes);
 }
 void FilterStandIn::Drop() {
-  const auto port = body_->Get([](Body& body) { return body.Newest(); });
-  if (port != nullptr) body_->EndPort(port);
+  const auto port = body->Get([](Body& body) { return body.Newest(); });
+  if (port != nullptr) body->EndPort(port);
 }
 std::vector<std::uint32_t> FilterStandIn::PendingReceptions() {
-  return body_->Get([](Body& body) {
+  return body->Get([](Body& body) {
     std::vector<std::uint32_t> sizes;
-    for (const auto& [operation, size] : body.receptions_) {
+    for (const auto& [operation, size] : body.receptions) {
       if (!HasOverlappedIoCompleted(operation)) sizes.push_back(size);
     }
     return sizes;
   });
 }
 std::uint64_t FilterStandIn::Connects() {
-  return body_->Get([](Body& body) { return body.connects_; });
+  return body->Get([](Body& body) { return body.connects; });
 }
 std::uint64_t FilterStandIn::BadConnects() {
-  return body_->Get([](Body& body) { return body.badConnects_; });
+  return body->Get([](Body& body) { return body.badConnects; });
 }
 std::wstring FilterStandIn::PortName() {
-  return body_->Get([](Body& body) { return body.name_; });
+  return body->Get([](Body& body) { return body.name; });
 }
 std::vector<std::uint8_t> FilterStandIn::ConnectContext() {
-  return body_->Get([](Body& body) { return body.context_; });
+  return body->Get([](Body& body) { return body.context; });
 }
 std::vector<std::vector<std::uint8_t>> FilterStandIn::Requests() {
-  return body_->Get([](Body& body) { return body.requests_; });
+  return body->Get([](Body& body) { return body.requests; });
 }
 std::uint64_t FilterStandIn::Replies() {
-  return body_->Get([](Body& body) { return body.replies_; });
+  return body->Get([](Body& body) { return body.replies; });
 }
 std::uint64_t FilterStandIn::RepliesWithoutWaiter() {
-  return body_->Get([](Body& body) { return body.strayReplies_; });
+  return body->Get([](Body& body) { return body.strayReplies; });
 }
 HRESULT FilterStandIn::Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* port) {
-  return body_->Connect(name, context, contextSize, port);
+  return body->Connect(name, context, contextSize, port);
 }
 HRESULT FilterStandIn::Receive(HANDLE port, void* message, std::uint32_t size, OVERLAPPED* operation) {
-  return body_->Receive(port, message, size, operation);
+  return body->Receive(port, message, size, operation);
 }
 HRESULT FilterStandIn::Reply(HANDLE port, const void* reply, std::uint32_t size) {
-  return body_->Reply(port, reply, size);
+  return body->Reply(port, reply, size);
 }
 HRESULT FilterStandIn::Send(HANDLE port, const void* request, std::uint32_t size, void* answer, std::uint32_t room,
                             std::uint32_t* returned) {
-  return body_->Send(port, request, size, answer, room, returned);
+  return body->Send(port, request, size, answer, room, returned);
 }
 
 }  // namespace fenlux::testing

@@ -110,7 +110,7 @@ class FENLUX_STAND_IN_API FilterStandIn {
   ~FilterStandIn();
 
   class Body;
-  std::shared_ptr<Body> body_;
+  std::shared_ptr<Body> body;
 };
 
 }  // namespace fenlux::testing

@@ -9,12 +9,12 @@ namespace {
 
 class VectorBuf final : public CBuf {
  public:
-  explicit VectorBuf(Bytes bytes) : bytes_(std::move(bytes)) {}
-  std::uint8_t* GetData() override { return bytes_.data(); }
-  std::size_t GetSize() override { return bytes_.size(); }
+  explicit VectorBuf(Bytes bytes) : bytes(std::move(bytes)) {}
+  std::uint8_t* GetData() override { return bytes.data(); }
+  std::size_t GetSize() override { return bytes.size(); }
 
  private:
-  Bytes bytes_;
+  Bytes bytes;
 };
 
 void PutUnits(std::uint8_t* field, std::size_t limit, std::u16string_view text) {
@@ -66,42 +66,42 @@ Bytes Reply(std::uint32_t verdict, const Bytes& context) {
 
 void Gate::Open() {
   {
-    const std::lock_guard lock(mutex_);
-    open_ = true;
+    const std::lock_guard lock(mutex);
+    open = true;
   }
-  changed_.notify_all();
+  changed.notify_all();
 }
 
 void Gate::Pass() {
-  std::unique_lock lock(mutex_);
-  ++arrivals_;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return open_; });
+  std::unique_lock lock(mutex);
+  ++arrivals;
+  changed.notify_all();
+  changed.wait(lock, [this] { return open; });
 }
 
 void Gate::AwaitArrivals(int count) {
-  std::unique_lock lock(mutex_);
-  ASSERT_TRUE(changed_.wait_for(lock, kPatience, [&] { return arrivals_ >= count; }));
+  std::unique_lock lock(mutex);
+  ASSERT_TRUE(changed.wait_for(lock, kPatience, [&] { return arrivals >= count; }));
 }
 
 void EmulatorTest::TearDown() {
-  if (emulator_ == nullptr) return;
-  emulator_->Stop();
-  EXPECT_TRUE(emulator_->Totals().AddsUp());
-  EXPECT_EQ(emulator_->Totals().inFlight, 0u);
-  EXPECT_EQ(emulator_->Totals().kernelInFlight, 0u);
+  if (emulator == nullptr) return;
+  emulator->Stop();
+  EXPECT_TRUE(emulator->Totals().AddsUp());
+  EXPECT_EQ(emulator->Totals().inFlight, 0u);
+  EXPECT_EQ(emulator->Totals().kernelInFlight, 0u);
 }
 
 DriverEmulator& EmulatorTest::Emulator() {
-  if (emulator_ == nullptr) {
+  if (emulator == nullptr) {
     refhost::EmulatorHooks hooks;
     hooks.log = [this](refhost::EmulatorLogLevel, const std::string& line) {
-      const std::lock_guard lock(logMutex_);
-      logLines_.push_back(line);
+      const std::lock_guard lock(logMutex);
+      logLines.push_back(line);
     };
-    emulator_ = std::make_shared<DriverEmulator>(settings, scenario, std::move(hooks));
+    emulator = std::make_shared<DriverEmulator>(settings, scenario, std::move(hooks));
   }
-  return *emulator_;
+  return *emulator;
 }
 
 std::shared_ptr<CPortClient> EmulatorTest::Made(std::uint32_t clientType) {
@@ -112,7 +112,7 @@ std::shared_ptr<CPortClient> EmulatorTest::Made(std::uint32_t clientType) {
         return answer(Bytes(bytes, bytes + size));
       },
       77);
-  ports_.push_back(port);
+  ports.push_back(port);
   return port;
 }
 
@@ -140,8 +140,8 @@ std::string EmulatorTest::FailureOf(const std::function<void()>& action) {
 }
 
 std::vector<std::string> EmulatorTest::LogLines() {
-  const std::lock_guard lock(logMutex_);
-  return logLines_;
+  const std::lock_guard lock(logMutex);
+  return logLines;
 }
 
 refhost::NotifyStep& EmulatorTest::AddNotifications(Bytes message, std::uint64_t count) {

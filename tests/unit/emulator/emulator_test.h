@@ -19,7 +19,7 @@
 #include "host/host.h"
 #include "kdi/driver_records.h"
 #include "refhost/emulator/driver_emulator.h"
-#include "refhost/emulator/notification_builder.h"
+#include "refhost/emulator/sources/notification_builder.h"
 #include "tests/support/record_builders.h"
 
 namespace fenlux::testing {
@@ -55,10 +55,10 @@ class Gate {
   void AwaitArrivals(int count);
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int arrivals_ = 0;
-  bool open_ = false;
+  std::mutex mutex;
+  std::condition_variable changed;
+  int arrivals = 0;
+  bool open = false;
 };
 
 class EmulatorTest : public ::testing::Test {
@@ -71,7 +71,7 @@ class EmulatorTest : public ::testing::Test {
   // Makes the emulator from `settings` and `scenario`.
   DriverEmulator& Emulator();
   // For what outlives the test.
-  const std::shared_ptr<DriverEmulator>& Handle() const { return emulator_; }
+  const std::shared_ptr<DriverEmulator>& Handle() const { return emulator; }
   // A port client with everything as it should be, connected and started on demand.
   std::shared_ptr<CPortClient> Made(std::uint32_t clientType = 1);
   std::shared_ptr<CPortClient> Opened(std::uint32_t clientType = 1);
@@ -98,10 +98,10 @@ class EmulatorTest : public ::testing::Test {
   Handler handler = [](const Bytes&) { return Buffer(Reply(2)); };
 
  private:
-  std::mutex logMutex_;
-  std::vector<std::string> logLines_;
-  std::vector<std::shared_ptr<CPortClient>> ports_;
-  std::shared_ptr<DriverEmulator> emulator_;
+  std::mutex logMutex;
+  std::vector<std::string> logLines;
+  std::vector<std::shared_ptr<CPortClient>> ports;
+  std::shared_ptr<DriverEmulator> emulator;
 };
 
 // A notification without items.

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "refhost/services/utf_text.h"
+#include "refhost/base/utf_text.h"
 #include "tests/unit/emulator/emulator_test.h"
 #include "tests/unit/emulator/kernel_fixture.h"
 

@@ -54,22 +54,22 @@ int Execute(const char* path) {
 TemporaryDirectory::TemporaryDirectory() {
   std::string pattern = (boost::filesystem::temp_directory_path() / "fenlux-kernel-XXXXXX").string();
   if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary directory can be made");
-  path_ = pattern;
+  path = pattern;
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
   boost::system::error_code ignored;
-  boost::filesystem::remove_all(path_, ignored);
+  boost::filesystem::remove_all(path, ignored);
 }
 
 std::string TemporaryDirectory::File(const std::string& name) const {
-  const boost::filesystem::path file = boost::filesystem::path(path_) / name;
+  const boost::filesystem::path file = boost::filesystem::path(path) / name;
   boost::filesystem::ofstream(file) << "text\n";
   return file.string();
 }
 
 std::string TemporaryDirectory::Directory(const std::string& name) const {
-  const boost::filesystem::path directory = boost::filesystem::path(path_) / name;
+  const boost::filesystem::path directory = boost::filesystem::path(path) / name;
   boost::filesystem::create_directories(directory);
   return directory.string();
 }
@@ -78,23 +78,23 @@ OtherProcess::OtherProcess() {
   int orders[2];
   int results[2];
   if (::pipe2(orders, O_CLOEXEC) != 0 || ::pipe2(results, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  process_ = ::fork();
-  if (process_ < 0) throw std::runtime_error("no process can be made");
-  if (process_ == 0) {
+  process = ::fork();
+  if (process < 0) throw std::runtime_error("no process can be made");
+  if (process == 0) {
     ::close(orders[1]);
     ::close(results[0]);
     Serve(orders[0], results[1]);
   }
   ::close(orders[0]);
   ::close(results[1]);
-  output_ = orders[1];
-  input_ = results[0];
+  output = orders[1];
+  input = results[0];
 }
 
 OtherProcess::~OtherProcess() {
-  ::close(output_);
-  ::close(input_);
-  ::waitpid(process_, nullptr, 0);
+  ::close(output);
+  ::close(input);
+  ::waitpid(process, nullptr, 0);
 }
 
 void OtherProcess::Serve(int input, int output) {
@@ -121,12 +121,12 @@ void OtherProcess::Begin(const std::string& path, Operation operation) {
   Order order{};
   order.operation = static_cast<char>(operation);
   std::strncpy(order.path, path.c_str(), sizeof(order.path) - 1);
-  if (!WriteAll(output_, &order, sizeof(order))) throw std::runtime_error("the other process is gone");
+  if (!WriteAll(output, &order, sizeof(order))) throw std::runtime_error("the other process is gone");
 }
 
 int OtherProcess::Result() {
   int result = -1;
-  if (::read(input_, &result, sizeof(result)) != static_cast<ssize_t>(sizeof(result))) {
+  if (::read(input, &result, sizeof(result)) != static_cast<ssize_t>(sizeof(result))) {
     throw std::runtime_error("the other process is gone");
   }
   return result;

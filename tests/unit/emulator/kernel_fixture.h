@@ -16,13 +16,13 @@ class TemporaryDirectory {
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-  const std::string& Path() const { return path_; }
+  const std::string& Path() const { return path; }
   // Makes a file of a few bytes, or a directory, below it and gives its path.
   std::string File(const std::string& name) const;
   std::string Directory(const std::string& name) const;
 
  private:
-  std::string path_;
+  std::string path;
 };
 
 // Another process that opens files when told to. Make it before any thread is started.
@@ -35,7 +35,7 @@ class OtherProcess {
   OtherProcess(const OtherProcess&) = delete;
   OtherProcess& operator=(const OtherProcess&) = delete;
 
-  pid_t Id() const { return process_; }
+  pid_t Id() const { return process; }
   // Begins the operation; Result blocks until it is over and gives its errno, 0 where it succeeded.
   void Begin(const std::string& path, Operation operation = Operation::kOpen);
   int Result();
@@ -47,9 +47,9 @@ class OtherProcess {
  private:
   [[noreturn]] static void Serve(int input, int output);
 
-  pid_t process_ = -1;
-  int input_ = -1;   // where results come from
-  int output_ = -1;  // where orders go
+  pid_t process = -1;
+  int input = -1;   // where results come from
+  int output = -1;  // where orders go
 };
 
 }  // namespace fenlux::testing

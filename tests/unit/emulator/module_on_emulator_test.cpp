@@ -5,17 +5,17 @@
 #include <map>
 
 #include "core/fenlux_impl.h"
+#include "refhost/base/utf_text.h"
 #include "refhost/services/configuration.h"
-#include "refhost/services/event_record.h"
+#include "refhost/services/events/event_record.h"
+#include "refhost/services/events/judge.h"
 #include "refhost/services/heap_buffer.h"
 #include "refhost/services/host_context.h"
-#include "refhost/services/judge.h"
 #include "refhost/services/locale_service.h"
-#include "refhost/services/log_service.h"
+#include "refhost/services/log/log_service.h"
+#include "refhost/services/processes/work_service.h"
 #include "refhost/services/record_register.h"
-#include "refhost/services/utf_text.h"
 #include "refhost/services/utility_service.h"
-#include "refhost/services/work_service.h"
 #include "tests/support/manual_clock.h"
 #include "tests/unit/emulator/emulator_test.h"
 
@@ -43,27 +43,27 @@ class RecordingLog final : public CLog {
   void LogDetail(std::uint32_t, const std::string& line) override { Add("detail", line); }
 
   std::size_t Count(const std::string& operation, const std::string& line) {
-    const std::lock_guard lock(mutex_);
-    return counts_[operation + ": " + line];
+    const std::lock_guard lock(mutex);
+    return counts[operation + ": " + line];
   }
   // Until the line has been written so often; false where that does not come about.
   bool Await(const std::string& operation, const std::string& line, std::size_t times = 1) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, kPatience, [&] { return counts_[operation + ": " + line] >= times; });
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, kPatience, [&] { return counts[operation + ": " + line] >= times; });
   }
 
  private:
   void Add(const std::string& operation, const std::string& line) {
     {
-      const std::lock_guard lock(mutex_);
-      ++counts_[operation + ": " + line];
+      const std::lock_guard lock(mutex);
+      ++counts[operation + ": " + line];
     }
-    changed_.notify_all();
+    changed.notify_all();
   }
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::map<std::string, std::size_t> counts_;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::map<std::string, std::size_t> counts;
 };
 
 // The module's workers never end, and neither does what they use: each test leaves its host behind.

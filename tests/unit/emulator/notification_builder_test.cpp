@@ -1,5 +1,5 @@
 // Every field of a notification at its place, byte by byte, written over 0xCD so that a byte too few or too many shows.
-#include "refhost/emulator/notification_builder.h"
+#include "refhost/emulator/sources/notification_builder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // What the driver demands of a reply, rule by rule.
-#include "refhost/emulator/reply_check.h"
+#include "refhost/emulator/driver/reply_check.h"
 
 #include "tests/unit/emulator/emulator_test.h"
 

@@ -1,11 +1,11 @@
 // Scenario files: what each kind of step becomes, and every mistake told with its place.
-#include "refhost/emulator/scenario.h"
+#include "refhost/emulator/sources/scenario.h"
 
 #include <unistd.h>
 
 #include <set>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 #include "tests/unit/emulator/emulator_test.h"
 
 namespace fenlux::testing {

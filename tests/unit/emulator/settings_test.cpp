@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 
 namespace fenlux::testing {
 namespace {

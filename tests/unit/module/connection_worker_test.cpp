@@ -11,7 +11,7 @@ class ConnectionWorker : public WorkerTest {
  protected:
   // Attempts that end at once, until `count` of them are over since the start of the test.
   void RunAttempts(std::size_t count) {
-    if (!std::exchange(started_, true)) StartConnectionWorker();
+    if (!std::exchange(started, true)) StartConnectionWorker();
     for (;;) {
       ASSERT_TRUE(clock().AwaitParked(5s));
       if (Attempts() >= count) return;
@@ -46,7 +46,7 @@ class ConnectionWorker : public WorkerTest {
   }
 
  private:
-  bool started_ = false;
+  bool started = false;
 };
 
 class ConnectionWorkerFailure : public ConnectionWorker, public ::testing::WithParamInterface<Failure> {};

@@ -6,13 +6,13 @@
 namespace fenlux::testing {
 
 boost::filesystem::path TemporaryDirectory::MakeDirectory(const std::string& name) const {
-  const auto made = path_ / name;
+  const auto made = path / name;
   boost::filesystem::create_directories(made);
   return made;
 }
 
 boost::filesystem::path TemporaryDirectory::MakeFile(const std::string& name) const {
-  const auto made = path_ / name;
+  const auto made = path / name;
   std::ofstream(made.string()) << "content\n";
   return made;
 }

@@ -56,26 +56,26 @@ std::string RuntimeErrorOf(Call&& call) {
 class HeldUpCall {
  public:
   explicit HeldUpCall(std::function<void()> call)
-      : thread_([this, call = std::move(call)] {
-          begun_ = true;
+      : thread([this, call = std::move(call)] {
+          begun = true;
           call();
-          ended_ = true;
+          ended = true;
         }) {}
-  ~HeldUpCall() { thread_.join(); }
+  ~HeldUpCall() { thread.join(); }
   HeldUpCall(const HeldUpCall&) = delete;
   HeldUpCall& operator=(const HeldUpCall&) = delete;
 
   // To be asked while the lock ought to be held.
   bool GetsThrough() const {
-    while (!begun_) std::this_thread::yield();
-    for (int turn = 0; turn < 5000 && !ended_; ++turn) std::this_thread::yield();
-    return ended_;
+    while (!begun) std::this_thread::yield();
+    for (int turn = 0; turn < 5000 && !ended; ++turn) std::this_thread::yield();
+    return ended;
   }
 
  private:
-  std::atomic<bool> begun_{false};
-  std::atomic<bool> ended_{false};
-  std::thread thread_;  // last: it uses the others
+  std::atomic<bool> begun{false};
+  std::atomic<bool> ended{false};
+  std::thread thread;  // last: it uses the others
 };
 
 // Whether the call throws just what the fake host throws for this failure.
@@ -86,22 +86,22 @@ template <class Call>
 class TemporaryDirectory {
  public:
   TemporaryDirectory()
-      : path_(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("fenlux-%%%%-%%%%-%%%%")) {
-    boost::filesystem::create_directories(path_);
+      : path(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("fenlux-%%%%-%%%%-%%%%")) {
+    boost::filesystem::create_directories(path);
   }
   ~TemporaryDirectory() {
     boost::system::error_code ignored;
-    boost::filesystem::remove_all(path_, ignored);
+    boost::filesystem::remove_all(path, ignored);
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-  const boost::filesystem::path& path() const { return path_; }
+  const boost::filesystem::path& path() const { return path; }
   boost::filesystem::path MakeDirectory(const std::string& name) const;
   boost::filesystem::path MakeFile(const std::string& name) const;
 
  private:
-  boost::filesystem::path path_;
+  boost::filesystem::path path;
 };
 
 class ModuleTest : public ::testing::Test {
@@ -134,14 +134,14 @@ class ModuleTest : public ::testing::Test {
 
   // Waits until the refresh thread that was just started has come to its pause, and forgets what happened so far.
   void Settle() const {
-    EXPECT_TRUE(clock().AwaitPauses(std::chrono::milliseconds(settings().refresh_interval), ++settled_));
+    EXPECT_TRUE(clock().AwaitPauses(std::chrono::milliseconds(settings().refresh_interval), ++settled));
     Forget();
   }
 
   // For a test that begins anew in a loop.
   void ResetClock() const {
     clock().Reset();
-    settled_ = 0;
+    settled = 0;
   }
 
   void Forget() const {
@@ -157,7 +157,7 @@ class ModuleTest : public ::testing::Test {
   FakeHost host;
 
  private:
-  mutable std::size_t settled_ = 0;
+  mutable std::size_t settled = 0;
 };
 
 // Every line that the module writes at "problem" level carries this code.

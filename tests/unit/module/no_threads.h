@@ -18,7 +18,7 @@ class [[maybe_unused]] NoThreads {
   static constexpr bool Possible() { return true; }
 
   NoThreads() {
-    EXPECT_EQ(pthread_getattr_default_np(&usual_), 0);
+    EXPECT_EQ(pthread_getattr_default_np(&usual), 0);
     pthread_attr_t attributes;
     EXPECT_EQ(pthread_attr_init(&attributes), 0);
     EXPECT_EQ(pthread_attr_setstacksize(&attributes, std::size_t{1} << 60), 0);
@@ -26,14 +26,14 @@ class [[maybe_unused]] NoThreads {
     pthread_attr_destroy(&attributes);
   }
   ~NoThreads() {
-    EXPECT_EQ(pthread_setattr_default_np(&usual_), 0);
-    pthread_attr_destroy(&usual_);
+    EXPECT_EQ(pthread_setattr_default_np(&usual), 0);
+    pthread_attr_destroy(&usual);
   }
   NoThreads(const NoThreads&) = delete;
   NoThreads& operator=(const NoThreads&) = delete;
 
  private:
-  pthread_attr_t usual_;
+  pthread_attr_t usual;
 #else
   static constexpr bool Possible() { return false; }
 #endif

@@ -10,13 +10,13 @@ class NotificationDispatchFailure : public NotificationTest, public ::testing::W
 // Context data that claims a size that nobody has to provide.
 class StatedSizeBuf final : public CBuf {
  public:
-  explicit StatedSizeBuf(std::uint64_t size) : size_(static_cast<std::size_t>(size)) {}
-  std::uint8_t* GetData() override { return &byte_; }
-  std::size_t GetSize() override { return size_; }
+  explicit StatedSizeBuf(std::uint64_t size) : size(static_cast<std::size_t>(size)) {}
+  std::uint8_t* GetData() override { return &byte; }
+  std::size_t GetSize() override { return size; }
 
  private:
-  std::size_t size_;
-  std::uint8_t byte_ = 0;
+  std::size_t size;
+  std::uint8_t byte = 0;
 };
 
 std::string ReportOf(Failure failure) { return ReportByKind("wdi,wdaokd", failure); }

@@ -39,11 +39,11 @@ struct Grouping : std::numpunct<char> {
 
 class GlobalLocale {
  public:
-  GlobalLocale() : before_(std::locale::global(std::locale(std::locale(), new Grouping))) {}
-  ~GlobalLocale() { std::locale::global(before_); }
+  GlobalLocale() : before(std::locale::global(std::locale(std::locale(), new Grouping))) {}
+  ~GlobalLocale() { std::locale::global(before); }
 
  private:
-  std::locale before_;
+  std::locale before;
 };
 
 }  // namespace

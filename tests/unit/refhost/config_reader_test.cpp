@@ -1,11 +1,11 @@
 // Every getter, every kind of error with its place, and that all of a file's errors are told.
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
-#include "refhost/services/process_queries.h"
+#include "refhost/base/own_process.h"
 #include "tests/unit/refhost/set_environment.h"
 #include "tests/unit/refhost/temporary_directory.h"
 

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/buf.h"
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 #include "refhost/services/record_register.h"
 #include "tests/unit/refhost/temporary_directory.h"
 

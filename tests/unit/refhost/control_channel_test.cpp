@@ -1,5 +1,5 @@
 // The control socket: who may reach it, and that a request gets its answer.
-#include "refhost/app/control_channel.h"
+#include "refhost/app/control/control_channel.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

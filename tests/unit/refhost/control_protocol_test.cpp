@@ -1,5 +1,5 @@
 // Requests and answers survive the way; what is no request is refused.
-#include "refhost/app/control_protocol.h"
+#include "refhost/app/control/control_protocol.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "refhost/app/control_channel.h"
+#include "refhost/app/control/control_channel.h"
 
 namespace fenlux::testing {
 
@@ -14,18 +14,18 @@ namespace fenlux::testing {
 class ControlServing {
  public:
   explicit ControlServing(const boost::filesystem::path& place)
-      : listener_(place),
-        thread_([this] { listener_.Serve([](const std::string& request) { return "re: " + request; }); }) {}
+      : listener(place),
+        thread([this] { listener.Serve([](const std::string& request) { return "re: " + request; }); }) {}
   ~ControlServing() {
-    listener_.Stop();
-    thread_.join();
+    listener.Stop();
+    thread.join();
   }
   ControlServing(const ControlServing&) = delete;
   ControlServing& operator=(const ControlServing&) = delete;
 
  private:
-  refhost::ControlListener listener_;
-  std::thread thread_;
+  refhost::ControlListener listener;
+  std::thread thread;
 };
 
 // The text of the ControlChannelError that the action throws; empty where it throws none.

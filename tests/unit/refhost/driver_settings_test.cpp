@@ -1,9 +1,9 @@
 // The [driver] table, and its refusal where the system has no Filter Manager.
-#include "refhost/services/driver_settings.h"
+#include "refhost/port/driver_settings.h"
 
 #include <gtest/gtest.h>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {

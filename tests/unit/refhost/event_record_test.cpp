@@ -1,5 +1,5 @@
 // Records keep what the module stored in them.
-#include "refhost/services/event_record.h"
+#include "refhost/services/events/event_record.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // What patterns match.
-#include "refhost/services/glob.h"
+#include "refhost/base/glob.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Identity blocks as text.
-#include "refhost/services/identity_text.h"
+#include "refhost/services/events/identity_text.h"
 
 #include <gtest/gtest.h>
 

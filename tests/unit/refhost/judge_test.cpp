@@ -1,11 +1,11 @@
 // Rules: their reading, their order, and the decisions that come of them.
-#include "refhost/services/judge.h"
+#include "refhost/services/events/judge.h"
 
 #include <gtest/gtest.h>
 
 #include "host/buf.h"
-#include "refhost/services/config_reader.h"
-#include "refhost/services/event_record.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/services/events/event_record.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -1,5 +1,5 @@
 // A value that changes under its readers.
-#include "refhost/services/live_value.h"
+#include "refhost/base/live_value.h"
 
 #include <gtest/gtest.h>
 

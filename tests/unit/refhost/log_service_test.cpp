@@ -1,12 +1,12 @@
 // Lines reach their outputs in order, nobody waits, and the totals are true.
-#include "refhost/services/log_service.h"
+#include "refhost/services/log/log_service.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 #include <vector>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 #include "tests/unit/refhost/temporary_directory.h"
 
 namespace fenlux::refhost {

@@ -1,5 +1,5 @@
 // Network-control items from their file to the wire and back.
-#include "refhost/app/net_item_file.h"
+#include "refhost/app/control/net_item_file.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
 #include "tests/unit/refhost/temporary_directory.h"
 
 namespace fenlux::refhost {

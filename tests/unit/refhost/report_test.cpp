@@ -1,5 +1,5 @@
 // One tree, two forms.
-#include "refhost/services/report.h"
+#include "refhost/base/report.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "refhost/services/log_service.h"
+#include "refhost/services/log/log_service.h"
 #include "tests/unit/refhost/temporary_directory.h"
 
 namespace fenlux::refhost {

@@ -12,29 +12,29 @@ namespace fenlux::testing {
 class TemporaryDirectory {
  public:
   TemporaryDirectory()
-      : path_(boost::filesystem::canonical(boost::filesystem::temp_directory_path()) /
-              boost::filesystem::unique_path("fenlux-test-%%%%%%%%")) {
-    boost::filesystem::create_directory(path_);
-    boost::filesystem::permissions(path_, boost::filesystem::owner_all);
+      : path(boost::filesystem::canonical(boost::filesystem::temp_directory_path()) /
+             boost::filesystem::unique_path("fenlux-test-%%%%%%%%")) {
+    boost::filesystem::create_directory(path);
+    boost::filesystem::permissions(path, boost::filesystem::owner_all);
   }
   ~TemporaryDirectory() {
     boost::system::error_code ignored;
-    boost::filesystem::remove_all(path_, ignored);
+    boost::filesystem::remove_all(path, ignored);
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-  const boost::filesystem::path& Path() const { return path_; }
+  const boost::filesystem::path& Path() const { return path; }
 
   // Writes a file and gives its path.
   boost::filesystem::path Write(const std::string& name, std::string_view text) const {
-    const boost::filesystem::path file = path_ / name;
+    const boost::filesystem::path file = path / name;
     std::ofstream(file.string(), std::ios::binary) << text;
     return file;
   }
 
  private:
-  boost::filesystem::path path_;
+  boost::filesystem::path path;
 };
 
 // A path that begins at the root, as it reads where paths name the drive too: the current one.

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/buf.h"
-#include "refhost/services/log_service.h"
+#include "refhost/services/log/log_service.h"
 #include "tests/unit/refhost/temporary_directory.h"
 
 namespace fenlux::refhost {
@@ -25,7 +25,7 @@ std::shared_ptr<LogService> SilentLog() {
 
 class UtilityServiceTest : public ::testing::Test {
  protected:
-  UtilityService utility_{SilentLog(), true};
+  UtilityService utility{SilentLog(), true};
 };
 
 // The field after the copy, in a surrounding of 0xCD that must not change.
@@ -38,25 +38,25 @@ std::vector<std::uint8_t> Copied(UtilityService& utility, std::uint32_t limit, c
 }
 
 TEST_F(UtilityServiceTest, CopiesTextAsUtf16AndEndsItWhereItFits) {
-  EXPECT_EQ(Copied(utility_, 8, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0, 0, 0xCD, 0xCD}));
-  EXPECT_EQ(Copied(utility_, 4, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
-  EXPECT_EQ(Copied(utility_, 4, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
-  EXPECT_EQ(Copied(utility_, 5, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0xCD}));
-  EXPECT_EQ(Copied(utility_, 2, L""), (std::vector<std::uint8_t>{0, 0}));
-  EXPECT_EQ(Copied(utility_, 1, L"a"), (std::vector<std::uint8_t>{0xCD}));
-  EXPECT_EQ(Copied(utility_, 0, L"a"), (std::vector<std::uint8_t>{}));
+  EXPECT_EQ(Copied(utility, 8, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0, 0, 0xCD, 0xCD}));
+  EXPECT_EQ(Copied(utility, 4, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
+  EXPECT_EQ(Copied(utility, 4, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
+  EXPECT_EQ(Copied(utility, 5, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0xCD}));
+  EXPECT_EQ(Copied(utility, 2, L""), (std::vector<std::uint8_t>{0, 0}));
+  EXPECT_EQ(Copied(utility, 1, L"a"), (std::vector<std::uint8_t>{0xCD}));
+  EXPECT_EQ(Copied(utility, 0, L"a"), (std::vector<std::uint8_t>{}));
 }
 
 TEST_F(UtilityServiceTest, NeverCopiesHalfACharacter) {
-  EXPECT_EQ(Copied(utility_, 4, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0, 0}));
-  EXPECT_EQ(Copied(utility_, 6, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0x3D, 0xD8, 0x00, 0xDE}));
-  EXPECT_EQ(Copied(utility_, 2, L"\U0001F600"), (std::vector<std::uint8_t>{0, 0}));
+  EXPECT_EQ(Copied(utility, 4, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0, 0}));
+  EXPECT_EQ(Copied(utility, 6, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0x3D, 0xD8, 0x00, 0xDE}));
+  EXPECT_EQ(Copied(utility, 2, L"\U0001F600"), (std::vector<std::uint8_t>{0, 0}));
 }
 
 TEST_F(UtilityServiceTest, MakesBuffersOfExactlyTheSizeAllZero) {
   for (const std::uint32_t size : {0U, 1U, 156U, 65561U}) {
     std::shared_ptr<CBuf> buffer;
-    ASSERT_NE(utility_.CreateBuffer(buffer, true, size, false), nullptr);
+    ASSERT_NE(utility.CreateBuffer(buffer, true, size, false), nullptr);
     EXPECT_EQ(buffer->GetSize(), size);
     EXPECT_TRUE(std::all_of(buffer->GetData(), buffer->GetData() + size, [](std::uint8_t byte) { return byte == 0; }));
   }
@@ -65,7 +65,7 @@ TEST_F(UtilityServiceTest, MakesBuffersOfExactlyTheSizeAllZero) {
 TEST_F(UtilityServiceTest, CopiesBytesIntoABufferOfTheirOwn) {
   std::uint8_t bytes[] = {1, 2, 3};
   std::shared_ptr<CBuf> buffer;
-  utility_.BufferFromBytes(buffer, bytes, 3);
+  utility.BufferFromBytes(buffer, bytes, 3);
   bytes[0] = 9;
   ASSERT_EQ(buffer->GetSize(), 3U);
   EXPECT_EQ(buffer->GetData()[0], 1);
@@ -73,9 +73,9 @@ TEST_F(UtilityServiceTest, CopiesBytesIntoABufferOfTheirOwn) {
 
 TEST_F(UtilityServiceTest, KnowsDirectories) {
   const TemporaryDirectory directory;
-  EXPECT_TRUE(utility_.TestPath(directory.Path()));
-  EXPECT_FALSE(utility_.TestPath(directory.Write("f", "")));
-  EXPECT_FALSE(utility_.TestPath(directory.Path() / "none"));
+  EXPECT_TRUE(utility.TestPath(directory.Path()));
+  EXPECT_FALSE(utility.TestPath(directory.Write("f", "")));
+  EXPECT_FALSE(utility.TestPath(directory.Path() / "none"));
 }
 
 TEST_F(UtilityServiceTest, BringsRecordPathsIntoOneForm) {
@@ -93,26 +93,26 @@ TEST_F(UtilityServiceTest, BringsRecordPathsIntoOneForm) {
   };
   for (const auto& [path, expected] : cases) {
     std::wstring out;
-    EXPECT_EQ(utility_.ToRecordString(out, path), expected);
+    EXPECT_EQ(utility.ToRecordString(out, path), expected);
   }
 }
 
 TEST_F(UtilityServiceTest, MakesSystemMessagesReadable) {
   std::string out;
-  EXPECT_EQ(utility_.ConvertText(out, "No such file\r\n"), "No such file\\r\\n");
+  EXPECT_EQ(utility.ConvertText(out, "No such file\r\n"), "No such file\\r\\n");
 }
 
 TEST_F(UtilityServiceTest, ConvertsTexts) {
   std::string narrow;
   std::wstring wide;
-  EXPECT_EQ(utility_.ToNarrowString(narrow, L"/\u00fc"), "/\u00fc");
-  EXPECT_EQ(utility_.ToWideString(wide, "/\u00fc"), L"/\u00fc");
-  EXPECT_EQ(utility_.TransformPath(narrow, "/x"), "/x");
+  EXPECT_EQ(utility.ToNarrowString(narrow, L"/\u00fc"), "/\u00fc");
+  EXPECT_EQ(utility.ToWideString(wide, "/\u00fc"), L"/\u00fc");
+  EXPECT_EQ(utility.TransformPath(narrow, "/x"), "/x");
 }
 
 TEST_F(UtilityServiceTest, MeasuresFromTheMakingOn) {
   std::shared_ptr<CMeasurement> measurement;
-  ASSERT_NE(utility_.CreateMeasurement(measurement), nullptr);
+  ASSERT_NE(utility.CreateMeasurement(measurement), nullptr);
   std::string text;
   measurement->GetResultText(text);
   ASSERT_GT(text.size(), 3U);
@@ -122,7 +122,7 @@ TEST_F(UtilityServiceTest, MeasuresFromTheMakingOn) {
 }
 
 TEST_F(UtilityServiceTest, AnswersItsVersionFlag) {
-  EXPECT_TRUE(utility_.QueryVersionFlag());
+  EXPECT_TRUE(utility.QueryVersionFlag());
   EXPECT_FALSE(UtilityService(SilentLog(), false).QueryVersionFlag());
 }
 

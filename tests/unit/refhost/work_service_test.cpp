@@ -1,5 +1,5 @@
 // The module's questions about processes, and the door to the port.
-#include "refhost/services/work_service.h"
+#include "refhost/services/processes/work_service.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -8,10 +8,11 @@
 #include <algorithm>
 #include <array>
 
-#include "refhost/services/config_reader.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/base/own_process.h"
+#include "refhost/base/utf_text.h"
 #include "refhost/services/heap_buffer.h"
-#include "refhost/services/process_queries.h"
-#include "refhost/services/utf_text.h"
+#include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {
 namespace {

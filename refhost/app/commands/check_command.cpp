@@ -1,0 +1,22 @@
+// Validation without running anything.
+#include <iostream>
+
+#include "refhost/app/commands/commands.h"
+#include "refhost/app/exit_codes.h"
+#include "refhost/app/host_config.h"
+#include "refhost/base/config/config_reader.h"
+
+namespace fenlux::refhost {
+
+int CheckConfiguration(const boost::filesystem::path& file) {
+  ConfigErrors errors;
+  CheckFile(file, errors);
+  if (errors.Empty()) {
+    std::cout << file.string() << ": no errors\n";
+    return kExitFine;
+  }
+  std::cerr << errors.Text();
+  return kExitUsage;
+}
+
+}  // namespace fenlux::refhost

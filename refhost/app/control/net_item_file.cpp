@@ -1,0 +1,107 @@
+// An item travels as the hexadecimal digits of its 48 opaque bytes, a colon and its value; items are joined by commas.
+#include "refhost/app/control/net_item_file.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <stdexcept>
+
+#include "refhost/base/config/config_reader.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using Opaque = decltype(NetControlItem::opaque);
+
+std::optional<std::uint8_t> ParseByte(std::string_view digits) {
+  std::uint8_t byte = 0;
+  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
+  if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) return std::nullopt;
+  return byte;
+}
+
+// The bytes of exactly as many digits as they need.
+std::optional<Opaque> ParseOpaque(std::string_view digits) {
+  Opaque opaque{};
+  if (digits.size() != 2 * opaque.size()) return std::nullopt;
+  for (std::size_t index = 0; index < opaque.size(); ++index) {
+    const auto byte = ParseByte(digits.substr(2 * index, 2));
+    if (!byte) return std::nullopt;
+    opaque[index] = *byte;
+  }
+  return opaque;
+}
+
+NetControlItem ReadItem(const ConfigTable& table) {
+  NetControlItem item{};
+  item.value = table.RequiredUnsigned("value");
+  if (table.Has("opaque_text")) {
+    if (table.Has("opaque")) table.Report("opaque_text", "cannot stand beside opaque");
+    const std::string text = table.Text("opaque_text", "");
+    if (text.size() > item.opaque.size()) {
+      table.Report("opaque_text", "has " + std::to_string(text.size()) + " bytes; an item holds 48");
+    } else {
+      std::copy(text.begin(), text.end(), item.opaque.begin());
+    }
+    return item;
+  }
+  const std::string digits = table.RequiredText("opaque");
+  if (digits.empty()) return item;
+  if (const auto opaque = ParseOpaque(digits)) {
+    item.opaque = *opaque;
+  } else {
+    table.Report("opaque", "must be 96 hexadecimal digits");
+  }
+  return item;
+}
+
+NetControlItem DecodeItem(std::string_view text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string_view::npos) throw std::invalid_argument("a network-control item has no value");
+  const auto opaque = ParseOpaque(text.substr(0, colon));
+  NetControlItem item{};
+  const std::string_view value = text.substr(colon + 1);
+  const auto result = std::from_chars(value.data(), value.data() + value.size(), item.value);
+  if (!opaque || value.empty() || result.ec != std::errc() || result.ptr != value.data() + value.size()) {
+    throw std::invalid_argument("a network-control item is not 96 hexadecimal digits, a colon and a number");
+  }
+  item.opaque = *opaque;
+  return item;
+}
+
+}  // namespace
+
+NetControlItems LoadNetItems(const boost::filesystem::path& file, ConfigErrors& errors) {
+  const ConfigDocument document(file, errors);
+  const ConfigTable root = document.Root();
+  NetControlItems items;
+  for (const ConfigTable& table : root.Tables("items")) items.push_back(ReadItem(table));
+  root.Finish();
+  return items;
+}
+
+std::string EncodeNetItems(const NetControlItems& items) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const NetControlItem& item : items) {
+    if (!text.empty()) text += ',';
+    for (const std::uint8_t byte : item.opaque) {
+      text += kDigits[byte >> 4];
+      text += kDigits[byte & 0xF];
+    }
+    text += ":" + std::to_string(item.value);
+  }
+  return text;
+}
+
+NetControlItems DecodeNetItems(std::string_view text) {
+  NetControlItems items;
+  while (!text.empty()) {
+    const std::size_t comma = std::min(text.find(','), text.size());
+    items.push_back(DecodeItem(text.substr(0, comma)));
+    text.remove_prefix(std::min(comma + 1, text.size()));
+  }
+  return items;
+}
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,29 @@
+// LoadLibraryEx and GetProcAddress; the module is never freed.
+#include "refhost/app/platform/module_loader.h"
+
+#include <windows.h>
+
+#include <boost/filesystem/operations.hpp>
+
+#include "refhost/base/error_text_win.h"
+#include "refhost/base/own_process.h"
+#include "refhost/base/utf_text.h"
+
+namespace fenlux::refhost {
+
+ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
+  // A whole path: a bare name would be searched for in directories that others may write to. What the module needs
+  // itself is found beside it, beside this program and in the system's directory.
+  const boost::filesystem::path path = boost::filesystem::absolute(file).make_preferred();
+  const HMODULE library =
+      ::LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+  const std::string name = NarrowFromWide(path.native());
+  if (library == nullptr) throw ModuleLoadError("the module " + name + " cannot be loaded: " + LastErrorText());
+  const FARPROC symbol = ::GetProcAddress(library, "init");
+  if (symbol == nullptr) throw ModuleLoadError("the module " + name + " has no init");
+  init = reinterpret_cast<InitFunction>(reinterpret_cast<void*>(symbol));
+}
+
+boost::filesystem::path DefaultModuleLibrary() { return OwnProgramPath().parent_path() / "fenlux.dll"; }
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,13 @@
+// Bytes are passed through as they are; on systems of today they are UTF-8.
+#include "refhost/app/platform/program_text.h"
+
+namespace fenlux::refhost {
+
+void PrepareProgramText() {}
+
+std::vector<std::string> ProgramArguments(int argc, char** argv) {
+  if (argc < 1) return {};
+  return {argv + 1, argv + argc};
+}
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,14 @@
+// The environment as getenv has it: its bytes are taken for UTF-8.
+#include "refhost/base/environment.h"
+
+#include <cstdlib>
+
+namespace fenlux::refhost {
+
+std::optional<std::string> EnvironmentText(const std::string& name) {
+  const char* const value = std::getenv(name.c_str());
+  if (value == nullptr) return std::nullopt;
+  return value;
+}
+
+}  // namespace fenlux::refhost

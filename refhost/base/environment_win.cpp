@@ -1,0 +1,25 @@
+// The environment in UTF-16, in which the system keeps it: getenv would give it in the code page.
+#include "refhost/base/environment.h"
+
+#include <windows.h>
+
+#include "refhost/base/utf_text.h"
+
+namespace fenlux::refhost {
+
+std::optional<std::string> EnvironmentText(const std::string& name) {
+  const std::wstring wideName = WideFromNarrow(name);
+  std::wstring value(256, L'\0');
+  for (;;) {
+    ::SetLastError(ERROR_SUCCESS);
+    const DWORD length = ::GetEnvironmentVariableW(wideName.c_str(), value.data(), static_cast<DWORD>(value.size()));
+    if (length == 0 && ::GetLastError() == ERROR_ENVVAR_NOT_FOUND) return std::nullopt;
+    if (length < value.size()) {
+      value.resize(length);
+      return NarrowFromWide(value);
+    }
+    value.resize(length);  // with room for the zero behind it
+  }
+}
+
+}  // namespace fenlux::refhost

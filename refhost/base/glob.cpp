@@ -1,0 +1,69 @@
+// Matching without recursion: only the last star of each kind can ever need another try, so the work is bounded by the
+// product of the lengths.
+#include "refhost/base/glob.h"
+
+#include "refhost/base/utf_text.h"
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr std::wstring_view kSeparators = L"/\\";
+constexpr std::size_t kNone = std::wstring_view::npos;
+
+bool IsSeparator(wchar_t character) { return kSeparators.find(character) != kNone; }
+
+// Where a star stood, and the text it swallowed up to now.
+struct Star {
+  std::size_t pattern = kNone;  // what follows the star
+  std::size_t text = 0;         // the first character that it did not swallow
+};
+
+}  // namespace
+
+Glob::Glob(std::string_view pattern)
+    : pattern(WideFromNarrow(pattern)), lastComponentOnly(pattern.find_first_of(kSeparators) == kNone) {}
+
+bool Glob::Matches(std::wstring_view path) const {
+  if (lastComponentOnly) {
+    const std::size_t separator = path.find_last_of(kSeparators);
+    if (separator != kNone) path.remove_prefix(separator + 1);
+  }
+  const std::wstring_view pattern = pattern;
+  std::size_t at = 0;
+  std::size_t text = 0;
+  Star inComponent;
+  Star anywhere;
+  while (text < path.size() || at < pattern.size()) {
+    if (at < pattern.size()) {
+      if (pattern.substr(at, 2) == L"**") {
+        at += 2;
+        anywhere = {at, text};
+        inComponent = {};
+        continue;
+      }
+      if (pattern[at] == L'*') {
+        inComponent = {++at, text};
+        continue;
+      }
+      if (text < path.size() && (pattern[at] == L'?' ? !IsSeparator(path[text]) : pattern[at] == path[text])) {
+        ++at;
+        ++text;
+        continue;
+      }
+    }
+    // No match here: the last star takes one character more.
+    if (inComponent.pattern != kNone && inComponent.text < path.size() && !IsSeparator(path[inComponent.text])) {
+      at = inComponent.pattern;
+      text = ++inComponent.text;
+    } else if (anywhere.pattern != kNone && anywhere.text < path.size()) {
+      at = anywhere.pattern;
+      text = ++anywhere.text;
+      inComponent = {};
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace fenlux::refhost

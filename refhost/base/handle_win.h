@@ -1,0 +1,35 @@
+// A Windows handle that is closed when it goes out of scope.
+#pragma once
+
+#include <windows.h>
+
+#include <utility>
+
+namespace fenlux::refhost {
+
+class Handle {
+ public:
+  Handle() = default;
+  // Takes what a system call gave; its two ways to say "none" are both understood.
+  explicit Handle(HANDLE value) : value(value == INVALID_HANDLE_VALUE ? nullptr : value) {}
+  ~Handle() { Reset(); }
+  Handle(Handle&& other) noexcept : value(std::exchange(other.value, nullptr)) {}
+  Handle& operator=(Handle&& other) noexcept {
+    if (this != &other) {
+      Reset();
+      value = std::exchange(other.value, nullptr);
+    }
+    return *this;
+  }
+
+  HANDLE Get() const { return value; }
+  bool Valid() const { return value != nullptr; }
+  void Reset() {
+    if (value != nullptr) ::CloseHandle(std::exchange(value, nullptr));
+  }
+
+ private:
+  HANDLE value = nullptr;
+};
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,82 @@
+// Every conversion decodes character by character, so that what is invalid costs one replacement and no more.
+#include "refhost/base/utf_text.h"
+
+#include <boost/locale/utf.hpp>
+#include <iterator>
+
+namespace fenlux::refhost {
+namespace {
+
+namespace utf = boost::locale::utf;
+
+constexpr utf::code_point kReplacement = 0xFFFD;
+
+// Reads one character and moves `at` behind it; one unit that belongs to no character is skipped and replaced.
+template <typename Unit>
+utf::code_point Decode(const Unit*& at, const Unit* end) {
+  const Unit* const start = at;
+  const utf::code_point character = utf::utf_traits<Unit>::decode(at, end);
+  if (character != utf::illegal && character != utf::incomplete) return character;
+  at = start + 1;
+  return kReplacement;
+}
+
+template <typename Target, typename Unit>
+std::basic_string<Target> Convert(std::basic_string_view<Unit> text) {
+  std::basic_string<Target> converted;
+  converted.reserve(text.size());
+  const Unit* at = text.data();
+  const Unit* const end = at + text.size();
+  while (at != end) utf::utf_traits<Target>::encode(Decode(at, end), std::back_inserter(converted));
+  return converted;
+}
+
+void AppendEscaped(std::string& out, utf::code_point character) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  switch (character) {
+    case '\n':
+      out += "\\n";
+      return;
+    case '\r':
+      out += "\\r";
+      return;
+    case '\t':
+      out += "\\t";
+      return;
+    default:
+      out += "\\x";
+      out += kDigits[(character >> 4) & 0xF];
+      out += kDigits[character & 0xF];
+  }
+}
+
+}  // namespace
+
+std::string NarrowFromWide(std::wstring_view text) { return Convert<char>(text); }
+
+std::wstring WideFromNarrow(std::string_view text) { return Convert<wchar_t>(text); }
+
+std::u16string Utf16FromWide(std::wstring_view text) { return Convert<char16_t>(text); }
+
+std::u16string Utf16FromNarrow(std::string_view text) { return Convert<char16_t>(text); }
+
+std::string NarrowFromUtf16(std::u16string_view text) { return Convert<char>(text); }
+
+std::string Printable(std::string_view text) {
+  std::string printable;
+  printable.reserve(text.size());
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (at != end) {
+    const utf::code_point character = Decode(at, end);
+    const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
+    if (control) {
+      AppendEscaped(printable, character);
+    } else {
+      utf::utf_traits<char>::encode(character, std::back_inserter(printable));
+    }
+  }
+  return printable;
+}
+
+}  // namespace fenlux::refhost

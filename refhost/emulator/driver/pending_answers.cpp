@@ -1,0 +1,87 @@
+// A slot for each notification on its way, which exactly one party empties; the watchdog looks for those that are due.
+#include "refhost/emulator/driver/pending_answers.h"
+
+#include <algorithm>
+
+#include "refhost/emulator/driver/driver_port.h"
+
+namespace fenlux::refhost {
+
+bool AnswerSlot::Open(const std::shared_ptr<DriverPort>& port, std::uint32_t code, TimePoint deadline,
+                      AnswerRelease* release) {
+  // The port's end is marked before the slots are gone through. Under the lock, either this sees the mark or the one
+  // who ends the port sees the open slot.
+  const std::lock_guard lock(mutex);
+  if (port->Ended()) return false;
+  totals.Delivered(code);
+  out = true;
+  taken.reset();
+  port = port;
+  deadline = deadline;
+  release = release;
+  return true;
+}
+
+std::optional<UnjudgedCause> AnswerSlot::TakeBack() {
+  const std::lock_guard lock(mutex);
+  out = false;
+  port.reset();
+  return taken;
+}
+
+std::optional<AnswerSlot::TimePoint> AnswerSlot::TakeIfOverdue(TimePoint now) {
+  const std::lock_guard lock(mutex);
+  if (!out) return std::nullopt;
+  if (now < deadline) return deadline;
+  TakeAway(UnjudgedCause::kLate);
+  return std::nullopt;
+}
+
+void AnswerSlot::TakeForEnd(const DriverPort* port, UnjudgedCause cause) {
+  const std::lock_guard lock(mutex);
+  if (out && (port == nullptr || port == port.get())) TakeAway(cause);
+}
+
+void AnswerSlot::TakeAway(UnjudgedCause cause) {
+  out = false;
+  taken = cause;
+  if (cause == UnjudgedCause::kLate) {
+    totals.Late();
+  } else {
+    totals.Lost(cause);
+  }
+  if (release != nullptr) release->Release(cause);
+}
+
+std::shared_ptr<AnswerSlot> PendingAnswers::MakeSlot() {
+  auto slot = std::make_shared<AnswerSlot>(totals);
+  const std::lock_guard lock(mutex);
+  std::erase_if(slots, [](const auto& known) { return known.expired(); });
+  slots.push_back(slot);
+  return slot;
+}
+
+std::optional<AnswerSlot::TimePoint> PendingAnswers::TakeOverdue(AnswerSlot::TimePoint now) {
+  std::optional<AnswerSlot::TimePoint> next;
+  for (const auto& slot : Slots()) {
+    const auto deadline = slot->TakeIfOverdue(now);
+    if (deadline && (!next || *deadline < *next)) next = deadline;
+  }
+  return next;
+}
+
+void PendingAnswers::TakeForEnd(const DriverPort* port, UnjudgedCause cause) {
+  for (const auto& slot : Slots()) slot->TakeForEnd(port, cause);
+}
+
+std::vector<std::shared_ptr<AnswerSlot>> PendingAnswers::Slots() {
+  std::vector<std::shared_ptr<AnswerSlot>> slots;
+  const std::lock_guard lock(mutex);
+  slots.reserve(slots.size());
+  for (const auto& known : slots) {
+    if (auto slot = known.lock()) slots.push_back(std::move(slot));
+  }
+  return slots;
+}
+
+}  // namespace fenlux::refhost

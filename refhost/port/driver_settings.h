@@ -1,0 +1,22 @@
+// Which driver the host's module is connected with: the [driver] table of the configuration.
+#pragma once
+
+#include "refhost/port/filter_port_client.h"
+
+namespace fenlux::refhost {
+
+class ConfigTable;
+
+enum class DriverPortKind { kEmulator, kFilterManager };
+
+struct DriverSettings {
+  DriverPortKind port = DriverPortKind::kEmulator;
+  FilterPortSettings filter;
+
+  bool operator==(const DriverSettings&) const = default;
+};
+
+// Reads the table and reports what is wrong with it; the caller calls Finish.
+DriverSettings ReadDriverSettings(const ConfigTable& table);
+
+}  // namespace fenlux::refhost

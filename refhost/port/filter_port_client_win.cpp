@@ -1,0 +1,60 @@
+// Port clients over connections with a filter driver, and the port that makes them.
+#include "refhost/port/filter_port_client.h"
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "refhost/port/filter_connection_win.h"
+
+namespace fenlux::refhost {
+namespace {
+
+// What the module holds. Letting go of it ends the connection.
+class FilterPortClient final : public CPortClient {
+ public:
+  explicit FilterPortClient(std::shared_ptr<FilterConnection> connection) : connection(std::move(connection)) {}
+  ~FilterPortClient() { connection->End("the module let go of it"); }
+  FilterPortClient(const FilterPortClient&) = delete;
+  FilterPortClient& operator=(const FilterPortClient&) = delete;
+
+  void Connect() override { connection->Connect(); }
+  void Start() override { connection->Start(); }
+  void Wait() override { connection->WaitEnded(); }
+  void Close() override { connection->End("the module closed it"); }
+  void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool /*flag*/) override {
+    if (request == nullptr) throw std::invalid_argument("there is no request to send to the driver");
+    connection->Send(*request, reply.get());
+  }
+
+ private:
+  const std::shared_ptr<FilterConnection> connection;
+};
+
+}  // namespace
+
+class FilterPort::Impl : public FilterBoard {
+ public:
+  using FilterBoard::FilterBoard;
+};
+
+bool FilterPortExists() { return true; }
+
+FilterPort::FilterPort(const FilterPortSettings& settings, LogHook log)
+    : impl(std::make_shared<Impl>(LoadFilterFunctions(settings.filterLibrary), settings, std::move(log))) {}
+
+FilterPort::~FilterPort() { Stop(); }
+
+std::shared_ptr<CPortClient> FilterPort::MakePortClient(const std::string& portName,
+                                                        const std::shared_ptr<CBuf>& connectContext,
+                                                        std::uint32_t maxMessageSize, NotificationHandler handler,
+                                                        std::uint32_t /*portValue*/) {
+  return std::make_shared<FilterPortClient>(
+      std::make_shared<FilterConnection>(impl, PortWish{portName, connectContext, maxMessageSize, std::move(handler)}));
+}
+
+void FilterPort::Stop() { impl->Stop(); }
+
+FilterPortTotals FilterPort::Totals() const { return impl->Totals(); }
+
+}  // namespace fenlux::refhost

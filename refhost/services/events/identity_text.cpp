@@ -1,0 +1,40 @@
+// A security identifier: revision, count of sub-authorities, a 48-bit authority (big-endian) and the sub-authorities
+// (32 bits each, little-endian).
+#include "refhost/services/events/identity_text.h"
+
+#include <boost/endian/conversion.hpp>
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr std::uint8_t kRevision = 1;
+constexpr std::size_t kAuthorityOffset = 2;
+constexpr std::size_t kSubAuthorityOffset = 8;
+// The form allows 15; as many as the block holds are read.
+constexpr std::size_t kMostSubAuthorities = (kIdentityBlockSize - kSubAuthorityOffset) / 4;
+
+std::string HexText(std::span<const std::uint8_t> bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string IdentityText(std::span<const std::uint8_t, kIdentityBlockSize> block) {
+  const std::size_t count = block[1];
+  if (block[0] != kRevision || count == 0 || count > kMostSubAuthorities) return HexText(block);
+  std::string text = "S-1-" + std::to_string(boost::endian::load_big_u48(block.data() + kAuthorityOffset));
+  for (std::size_t index = 0; index < count; ++index) {
+    const std::uint8_t* const subAuthority = block.data() + kSubAuthorityOffset + 4 * index;
+    text += "-" + std::to_string(boost::endian::load_little_u32(subAuthority));
+  }
+  return text;
+}
+
+}  // namespace fenlux::refhost

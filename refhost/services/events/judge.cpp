@@ -1,0 +1,123 @@
+// Rules, from their tables to decisions.
+#include "refhost/services/events/judge.h"
+
+#include <algorithm>
+
+#include "refhost/base/config/config_reader.h"
+#include "refhost/base/utf_text.h"
+#include "refhost/services/events/event_record.h"
+#include "refhost/services/heap_buffer.h"
+
+namespace fenlux::refhost {
+namespace {
+
+std::shared_ptr<CBuf> ContextBuffer(const std::string& text) {
+  std::vector<std::uint8_t> bytes;
+  for (const char16_t unit : Utf16FromWide(WideFromNarrow(text))) {
+    bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
+    bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
+  }
+  return std::make_shared<HeapBuffer>(std::move(bytes));
+}
+
+std::string NamesText() {
+  std::string text;
+  for (const std::string_view name : EventNames()) {
+    if (!text.empty()) text += ", ";
+    text += name;
+  }
+  return text;
+}
+
+void Append(std::vector<EventKind>& kinds, const std::vector<EventKind>& more) {
+  kinds.insert(kinds.end(), more.begin(), more.end());
+}
+
+std::vector<EventKind> ReadEvents(const ConfigTable& table) {
+  std::vector<EventKind> kinds;
+  for (const std::string& name : table.Texts("events")) {
+    const std::vector<EventKind> named = EventKindsOfName(name);
+    if (named.empty()) table.Report("events", "knows no event \"" + name + "\"; there are " + NamesText());
+    Append(kinds, named);
+  }
+  for (const std::int64_t code : table.Integers("codes", 1, 0xFFFF)) {
+    const std::vector<EventKind> coded = EventKindsOfCode(static_cast<std::uint32_t>(code));
+    if (coded.empty()) {
+      table.Report("codes", "holds " + std::to_string(code) + ", a notification code that is never judged");
+    }
+    Append(kinds, coded);
+  }
+  for (const std::int64_t type : table.Integers("types", 1, 0xFFFF)) {
+    kinds.push_back({static_cast<std::uint32_t>(type), 0});
+  }
+  return kinds;
+}
+
+std::optional<Glob> ReadGlob(const ConfigTable& table, std::string_view key) {
+  if (!table.Has(key)) return std::nullopt;
+  const std::string pattern = table.ExpandedText(key, "**");
+  if (pattern.empty()) table.Report(key, "must not be empty");
+  return Glob(pattern);
+}
+
+Rule ReadRule(const ConfigTable& table) {
+  Rule rule;
+  rule.name = table.Text("name", "");
+  rule.events = ReadEvents(table);
+  rule.path = ReadGlob(table, "path");
+  rule.process = ReadGlob(table, "process");
+  rule.decision = table.RequiredUnsigned("decision", kLeastDecision, kMostDecision);
+  const bool hasContext = table.Has("context");
+  if (hasContext) rule.context = ContextBuffer(table.Text("context", ""));
+  if (hasContext && rule.decision != kContextDecision) table.Report("context", "goes with decision 5 only");
+  if (!hasContext && rule.decision == kContextDecision) {
+    table.Report("decision", "5 needs a context; write context = \"\" to leave it out on purpose");
+  }
+  return rule;
+}
+
+}  // namespace
+
+bool Rule::Matches(const EventData& event) const {
+  const auto isThisEvent = [&](const EventKind& kind) {
+    return kind.type == event.eventType && (kind.category == 0 || kind.category == event.category);
+  };
+  if (!events.empty() && std::ranges::none_of(events, isThisEvent)) return false;
+  if (path && !path->Matches(event.path) && (event.secondPath.empty() || !path->Matches(event.secondPath))) {
+    return false;
+  }
+  return !process || process->Matches(event.imagePath);
+}
+
+Rules ReadRules(const ConfigTable& table) {
+  Rules rules;
+  rules.defaultDecision = table.Unsigned("default_decision", rules.defaultDecision, kLeastDecision, kMostDecision);
+  if (rules.defaultDecision == kContextDecision) {
+    table.Report("default_decision", "cannot be 5: only a rule carries a context");
+  }
+  for (const ConfigTable& rule : table.Tables("rules")) rules.ordered.push_back(ReadRule(rule));
+  return rules;
+}
+
+std::uint32_t Judge::Evaluate(const std::shared_ptr<CArpRecord>& record) {
+  const auto rules = rules.Get();
+  std::uint32_t decision = rules->defaultDecision;
+  if (auto* event = dynamic_cast<EventRecord*>(record.get()); event != nullptr) {
+    for (const Rule& rule : rules->ordered) {
+      if (!rule.Matches(event->Data())) continue;
+      decision = rule.decision;
+      if (rule.context != nullptr) event->SetContextData(rule.context);
+      break;
+    }
+  }
+  decisions[decision].fetch_add(1, std::memory_order_relaxed);
+  return decision;
+}
+
+std::array<std::uint64_t, kMostDecision + 1> Judge::Decisions() const {
+  std::array<std::uint64_t, kMostDecision + 1> counts{};
+  for (std::size_t index = 0; index < counts.size(); ++index) counts[index] = decisions[index].load();
+  return counts;
+}
+
+}  // namespace fenlux::refhost

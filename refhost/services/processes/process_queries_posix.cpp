@@ -1,0 +1,114 @@
+// Linux: everything comes from /proc, which may lose a process between any two looks at it.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/filesystem/operations.hpp>
+#include <charconv>
+#include <memory>
+#include <string_view>
+
+#include "refhost/base/utf_text.h"
+#include "refhost/services/processes/process_queries.h"
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr std::size_t kMostCommandLine = 4096;
+constexpr std::uint32_t kNoLoginSession = 0xFFFFFFFF;
+// What the kernel appends to the path of a program whose file was removed.
+constexpr std::string_view kRemoved = " (deleted)";
+
+std::string ProcPath(std::uint32_t processId, std::string_view entry) {
+  return "/proc/" + std::to_string(processId) + std::string(entry);
+}
+
+// The beginning of a file of /proc; empty where it cannot be read.
+std::string ReadStart(const std::string& path, std::size_t limit) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return {};
+  std::string text(limit, '\0');
+  std::size_t length = 0;
+  while (length < limit) {
+    const ssize_t count = ::read(file, text.data() + length, limit - length);
+    if (count <= 0) break;
+    length += static_cast<std::size_t>(count);
+  }
+  ::close(file);
+  text.resize(length);
+  return text;
+}
+
+template <typename Number>
+std::optional<Number> ParseNumber(std::string_view text) {
+  Number number{};
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (result.ec != std::errc() || result.ptr == text.data()) return std::nullopt;
+  return number;
+}
+
+std::string ImageOf(std::uint32_t processId) {
+  std::array<char, 4096> target{};
+  const ssize_t length = ::readlink(ProcPath(processId, "/exe").c_str(), target.data(), target.size());
+  if (length <= 0) return {};
+  std::string_view image(target.data(), static_cast<std::size_t>(length));
+  if (image.ends_with(kRemoved)) image.remove_suffix(kRemoved.size());
+  return std::string(image);
+}
+
+}  // namespace
+
+bool ProcessRuns(std::uint32_t processId) {
+  struct stat status {};
+  return ::stat(ProcPath(processId, "").c_str(), &status) == 0;
+}
+
+std::uint32_t ProcessSession(std::uint32_t processId) {
+  struct stat status {};
+  if (::stat(ProcPath(processId, "").c_str(), &status) == 0 && status.st_uid == 0) return 0;
+  const std::string text = ReadStart(ProcPath(processId, "/sessionid"), 16);
+  const std::uint32_t session = ParseNumber<std::uint32_t>(text).value_or(kNoLoginSession);
+  return session == kNoLoginSession ? 0 : session;
+}
+
+std::wstring ProcessImagePath(std::uint32_t processId) { return WideFromNarrow(ImageOf(processId)); }
+
+std::string ProcessCommandLine(std::uint32_t processId) {
+  std::string line = ReadStart(ProcPath(processId, "/cmdline"), kMostCommandLine);
+  while (!line.empty() && line.back() == '\0') line.pop_back();
+  std::replace(line.begin(), line.end(), '\0', ' ');
+  return line;
+}
+
+std::set<std::uint64_t> RunningProcesses() {
+  std::set<std::uint64_t> processes;
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir("/proc"), [](DIR* open) { return ::closedir(open); });
+  if (directory == nullptr) return processes;
+  while (const dirent* entry = ::readdir(directory.get())) {
+    if (const auto processId = ParseNumber<std::uint32_t>(entry->d_name)) processes.insert(*processId);
+  }
+  return processes;
+}
+
+std::vector<std::uint32_t> ProcessesOfImage(const boost::filesystem::path& image) {
+  std::vector<std::uint32_t> found;
+  boost::system::error_code error;
+  const boost::filesystem::path real = boost::filesystem::canonical(image, error);
+  if (error) return found;
+  for (const std::uint64_t processId : RunningProcesses()) {
+    const auto id = static_cast<std::uint32_t>(processId);
+    if (ImageOf(id) == real.native()) found.push_back(id);
+  }
+  return found;
+}
+
+boost::filesystem::path SystemImagePath(const std::string& imageName) {
+  std::string name = imageName;
+  std::replace(name.begin(), name.end(), '\\', '/');
+  return boost::filesystem::path("/") / name;
+}
+
+}  // namespace fenlux::refhost

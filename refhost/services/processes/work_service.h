@@ -1,0 +1,64 @@
+// The host's queries of the operating system, and the door to the driver's port.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "host/win_work.h"
+
+namespace fenlux::refhost {
+
+class ConfigTable;
+
+// Where a system image that the module asks for lies, by the name it asks with, for machines that have no such image.
+// A process of such an image counts as one of the system's own.
+using SystemImages = std::map<std::string, boost::filesystem::path>;
+
+// Reads [system_images].
+SystemImages ReadSystemImages(const ConfigTable& table);
+
+// Makes a port client; the arguments are those of CWinWork::CreatePortClient.
+using PortClientMaker = std::function<std::shared_ptr<CPortClient>(
+    const std::string& portName, const std::shared_ptr<CBuf>& connectContext, std::uint32_t maxMessageSize,
+    const NotificationHandler& handler, std::uint32_t portValue)>;
+
+class WorkService final : public CWinWork {
+ public:
+  using Clock = std::chrono::steady_clock;
+  static constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
+
+  WorkService(SystemImages systemImages, PortClientMaker makePortClient);
+
+  // When the module last began a connection; the clock's beginning where it never did. Any thread.
+  Clock::time_point LastConnectionBegun() const { return Clock::time_point(Clock::duration(lastBegun.load())); }
+
+  boost::filesystem::path& SystemPath(boost::filesystem::path& out, const std::string& imageName) override;
+  // 0 for a process of a configured system image and where the system says so, the login session otherwise.
+  std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) override;
+  // The path of the process's image.
+  std::wstring& GetProcessWideText(std::wstring& out, std::uint32_t processIdOrPathSource,
+                                   std::uint32_t reserved) override;
+  // The command line of the process.
+  std::string& GetProcessNarrowText(std::string& out, std::uint32_t processId, std::uint32_t reserved) override;
+  std::shared_ptr<CPortClient>& CreatePortClient(std::shared_ptr<CPortClient>& out, const std::string& portName,
+                                                 const std::shared_ptr<CBuf>& connectContext,
+                                                 std::uint32_t maxMessageSize, const NotificationHandler& handler,
+                                                 std::uint32_t portValue) override;
+  std::string& GetIdentityText(std::string& out, const void* identity) override;
+  std::shared_ptr<ProcessIdList>& FindProcessesByImage(std::shared_ptr<ProcessIdList>& out,
+                                                       const boost::filesystem::path& image,
+                                                       std::uint32_t reserved) override;
+  std::shared_ptr<ProcessIdSet>& GetRunningProcessIds(std::shared_ptr<ProcessIdSet>& out,
+                                                      std::uint32_t reserved) override;
+
+ private:
+  const SystemImages systemImages;
+  const PortClientMaker makePortClient;
+  std::atomic<Clock::rep> lastBegun{Clock::duration::min().count()};
+};
+
+}  // namespace fenlux::refhost
