@@ -20,32 +20,32 @@ struct Star {
 
 }  // namespace
 
-Glob::Glob(std::string_view pattern)
-    : pattern(WideFromNarrow(pattern)), lastComponentOnly(pattern.find_first_of(kSeparators) == kNone) {}
+Glob::Glob(std::string_view patternText)
+    : pattern(WideFromNarrow(patternText)), lastComponentOnly(pattern.find_first_of(kSeparators) == kNone) {}
 
 bool Glob::Matches(std::wstring_view path) const {
   if (lastComponentOnly) {
     const std::size_t separator = path.find_last_of(kSeparators);
     if (separator != kNone) path.remove_prefix(separator + 1);
   }
-  const std::wstring_view pattern = pattern;
+  const std::wstring_view wanted = pattern;
   std::size_t at = 0;
   std::size_t text = 0;
   Star inComponent;
   Star anywhere;
-  while (text < path.size() || at < pattern.size()) {
-    if (at < pattern.size()) {
-      if (pattern.substr(at, 2) == L"**") {
+  while (text < path.size() || at < wanted.size()) {
+    if (at < wanted.size()) {
+      if (wanted.substr(at, 2) == L"**") {
         at += 2;
         anywhere = {at, text};
         inComponent = {};
         continue;
       }
-      if (pattern[at] == L'*') {
+      if (wanted[at] == L'*') {
         inComponent = {++at, text};
         continue;
       }
-      if (text < path.size() && (pattern[at] == L'?' ? !IsSeparator(path[text]) : pattern[at] == path[text])) {
+      if (text < path.size() && (wanted[at] == L'?' ? !IsSeparator(path[text]) : wanted[at] == path[text])) {
         ++at;
         ++text;
         continue;

@@ -11,7 +11,7 @@ class Handle {
  public:
   Handle() = default;
   // Takes what a system call gave; its two ways to say "none" are both understood.
-  explicit Handle(HANDLE value) : value(value == INVALID_HANDLE_VALUE ? nullptr : value) {}
+  explicit Handle(HANDLE handle) : value(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
   ~Handle() { Reset(); }
   Handle(Handle&& other) noexcept : value(std::exchange(other.value, nullptr)) {}
   Handle& operator=(Handle&& other) noexcept {

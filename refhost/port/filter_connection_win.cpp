@@ -53,15 +53,15 @@ void FilterConnection::Connect() {
   const HRESULT result = board->Functions().connect(WideFromNarrow(wish.portName).c_str(), 0,
                                                     contextSize == 0 ? nullptr : wish.connectContext->GetData(),
                                                     static_cast<WORD>(contextSize), nullptr, &opened);
-  Handle port(opened);
-  if (FAILED(result) || !port.Valid()) {
+  Handle newPort(opened);
+  if (FAILED(result) || !newPort.Valid()) {
     board->Count(&FilterPortTotals::refusedConnects);
     throw std::runtime_error("the driver's port " + wish.portName + " cannot be opened: " + ResultText(result));
   }
   board->Count(&FilterPortTotals::connects);
   const std::lock_guard lock(mutex);
   if (ended) throw std::runtime_error("the driver's port was closed while it was being opened");
-  port = std::move(port);
+  port = std::move(newPort);
 }
 
 void FilterConnection::Start() {

@@ -31,8 +31,8 @@ namespace fenlux::refhost {
 // What all connections share.
 class FilterBoard {
  public:
-  FilterBoard(FilterFunctions functions, FilterPortSettings settings, FilterPort::LogHook log)
-      : functions(functions), settings(std::move(settings)), log(std::move(log)) {}
+  FilterBoard(FilterFunctions filterFunctions, FilterPortSettings portSettings, FilterPort::LogHook logHook)
+      : functions(filterFunctions), settings(std::move(portSettings)), log(std::move(logHook)) {}
 
   const FilterFunctions& Functions() const { return functions; }
   const FilterPortSettings& Settings() const { return settings; }
@@ -88,8 +88,8 @@ struct PortWish {
 
 class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
  public:
-  FilterConnection(std::shared_ptr<FilterBoard> board, PortWish wish)
-      : board(std::move(board)), wish(std::move(wish)) {}
+  FilterConnection(std::shared_ptr<FilterBoard> sharedBoard, PortWish portWish)
+      : board(std::move(sharedBoard)), wish(std::move(portWish)) {}
   FilterConnection(const FilterConnection&) = delete;
   FilterConnection& operator=(const FilterConnection&) = delete;
 
@@ -116,8 +116,8 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
   class Use {
    public:
     // `receptions` is how many buffers are handed over by it.
-    explicit Use(FilterConnection& connection, std::size_t receptions = 0)
-        : connection(connection), handle(connection.BeginUse(receptions)) {}
+    explicit Use(FilterConnection& used, std::size_t receptions = 0)
+        : connection(used), handle(used.BeginUse(receptions)) {}
     ~Use() {
       if (handle != nullptr) connection.EndUse();
     }

@@ -13,7 +13,7 @@ namespace {
 // What the module holds. Letting go of it ends the connection.
 class FilterPortClient final : public CPortClient {
  public:
-  explicit FilterPortClient(std::shared_ptr<FilterConnection> connection) : connection(std::move(connection)) {}
+  explicit FilterPortClient(std::shared_ptr<FilterConnection> shared) : connection(std::move(shared)) {}
   ~FilterPortClient() { connection->End("the module let go of it"); }
   FilterPortClient(const FilterPortClient&) = delete;
   FilterPortClient& operator=(const FilterPortClient&) = delete;

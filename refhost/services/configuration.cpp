@@ -13,7 +13,7 @@ namespace {
 
 class PolicyObject final : public CPolicyObject {
  public:
-  explicit PolicyObject(boost::filesystem::path path) : path(std::move(path)) {}
+  explicit PolicyObject(boost::filesystem::path monitorPath) : path(std::move(monitorPath)) {}
   boost::filesystem::path GetMonitorPath() override { return path; }
 
  private:
@@ -94,25 +94,25 @@ class Configuration::Spsp final : public CSpspSettings {
   std::uint8_t GetSpspFlag3() override { return flags[2].load(); }
   std::uint8_t GetSpspFlag4() override { return flags[3].load(); }
 
-  void Replace(const std::array<std::uint8_t, 4>& flags) {
-    for (std::size_t index = 0; index < flags.size(); ++index) flags[index].store(flags[index]);
+  void Replace(const std::array<std::uint8_t, 4>& values) {
+    for (std::size_t index = 0; index < flags.size(); ++index) flags[index].store(values[index]);
   }
 
  private:
   std::array<std::atomic<std::uint8_t>, 4> flags{};
 };
 
-Configuration::Configuration(const FixedSettings& fixed, LiveSettings live,
-                             std::shared_ptr<CRecordFactory> recordFactory)
-    : fixed(fixed), recordFactory(std::move(recordFactory)), spspFlags(std::make_shared<Spsp>()), spsp(spspFlags) {
+Configuration::Configuration(const FixedSettings& fixedSettings, LiveSettings live,
+                             std::shared_ptr<CRecordFactory> factory)
+    : fixed(fixedSettings), recordFactory(std::move(factory)), spspFlags(std::make_shared<Spsp>()), spsp(spspFlags) {
   Replace(std::move(live));
 }
 
 void Configuration::Replace(LiveSettings live) {
-  std::shared_ptr<MonitorPolicy> policy = MakePolicy(live);
-  std::unique_ptr<Block> block = std::make_unique<Block>();
-  if (!live.configBlock.empty()) block->handle = std::make_shared<HeapBuffer>(live.configBlock);
-  block->bytes = std::move(live.configBlock);
+  std::shared_ptr<MonitorPolicy> newPolicy = MakePolicy(live);
+  std::unique_ptr<Block> newBlock = std::make_unique<Block>();
+  if (!live.configBlock.empty()) newBlock->handle = std::make_shared<HeapBuffer>(live.configBlock);
+  newBlock->bytes = std::move(live.configBlock);
 
   spspFlags->Replace(live.spspFlags);
   cacheBypassed.store(live.cacheBypassed);
@@ -120,11 +120,11 @@ void Configuration::Replace(LiveSettings live) {
   measuring.store(live.measuring);
   refreshMilliseconds.store(live.refreshMilliseconds);
   const std::lock_guard lock(mutex);
-  policy.swap(policy);
+  policy.swap(newPolicy);
   lastReplaced.store(Clock::now().time_since_epoch().count());
-  if (block == nullptr || block->bytes != block->bytes) {
-    block->older = std::move(block);
-    block = std::move(block);
+  if (block == nullptr || block->bytes != newBlock->bytes) {
+    newBlock->older = std::move(block);
+    block = std::move(newBlock);
   }
 }
 

@@ -59,8 +59,8 @@ class Configuration final : public CCfg, public CCfgEx {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // `recordFactory` makes the registration records of driver interfaces.
-  Configuration(const FixedSettings& fixed, LiveSettings live, std::shared_ptr<CRecordFactory> recordFactory);
+  // `factory` makes the registration records of driver interfaces.
+  Configuration(const FixedSettings& fixedSettings, LiveSettings live, std::shared_ptr<CRecordFactory> factory);
 
   // Puts new live settings in place of the old ones, all at once. The module hears of a new policy only through
   // CFenlux::NotifyPolicyChanged. Any thread.

@@ -11,8 +11,8 @@ namespace fenlux::refhost {
 class HeapBuffer final : public CBuf {
  public:
   explicit HeapBuffer(std::size_t size) : bytes(size) {}
-  explicit HeapBuffer(std::vector<std::uint8_t> bytes) : bytes(std::move(bytes)) {}
-  HeapBuffer(const std::uint8_t* bytes, std::size_t size) : bytes(bytes, bytes + size) {}
+  explicit HeapBuffer(std::vector<std::uint8_t> content) : bytes(std::move(content)) {}
+  HeapBuffer(const std::uint8_t* source, std::size_t size) : bytes(source, source + size) {}
 
   std::uint8_t* GetData() override { return bytes.data(); }
   std::size_t GetSize() override { return bytes.size(); }

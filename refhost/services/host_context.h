@@ -24,7 +24,7 @@ struct HostServices {
 
 class HostContext final : public CGlobalContext {
  public:
-  explicit HostContext(HostServices services) : services(std::move(services)) {}
+  explicit HostContext(HostServices hostServices) : services(std::move(hostServices)) {}
 
   std::shared_ptr<CCfg> GetCfg() override { return services.cfg; }
   std::shared_ptr<CLog> GetLog() override { return services.log; }
@@ -36,9 +36,9 @@ class HostContext final : public CGlobalContext {
   std::shared_ptr<CArpMgmt> GetArpMgmt() override { return services.arpMgmt; }
   std::shared_ptr<CCfgEx> GetCfgEx() override { return services.cfgEx; }
   std::shared_ptr<CAoArp> GetAoArp() override { return services.aoArp; }
-  void RegisterModule(const std::shared_ptr<CFenlux>& module) override {
+  void RegisterModule(const std::shared_ptr<CFenlux>& registered) override {
     const std::lock_guard lock(mutex);
-    module = module;
+    module = registered;
   }
 
   // What the module registered; empty before. Any thread.

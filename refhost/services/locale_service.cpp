@@ -15,9 +15,9 @@ Translations ReadTranslations(const ConfigTable& table) {
 
 std::string& LocaleService::TranslateText(std::string& out, const char* text, const char* /*second*/,
                                           std::uint32_t /*flags*/) {
-  const auto translations = translations.Get();
-  const auto found = translations->find(std::string_view(text));
-  return out = found == translations->end() ? text : found->second.c_str();
+  const std::shared_ptr<const Translations> current = translations.Get();
+  const auto found = current->find(std::string_view(text));
+  return out = found == current->end() ? text : found->second.c_str();
 }
 
 }  // namespace fenlux::refhost

@@ -18,12 +18,12 @@ Translations ReadTranslations(const ConfigTable& table);
 
 class LocaleService final : public CLocale {
  public:
-  explicit LocaleService(Translations translations) : translations(std::move(translations)) {}
+  explicit LocaleService(Translations initial) : translations(std::move(initial)) {}
 
   std::string& TranslateText(std::string& out, const char* text, const char* second, std::uint32_t flags) override;
 
   // Any thread, at any time.
-  void Replace(Translations translations) { translations.Set(std::move(translations)); }
+  void Replace(Translations replacement) { translations.Set(std::move(replacement)); }
 
  private:
   LiveValue<Translations> translations;

@@ -23,7 +23,7 @@ class RecordRegister::Record final : public CKdiRecord {
 
 class RecordRegister::Registration final : public CRecordRegistration {
  public:
-  Registration(std::shared_ptr<Entries> entries, const RegisteredInterface& data) : entries(std::move(entries)) {
+  Registration(std::shared_ptr<Entries> allEntries, const RegisteredInterface& data) : entries(std::move(allEntries)) {
     const std::lock_guard lock(entries->mutex);
     place = entries->now.insert(entries->now.end(), data);
     ++entries->total;
@@ -69,7 +69,7 @@ std::uint64_t RecordRegister::TotalRegistered() const {
 
 class NetService::Object final : public CNetObject {
  public:
-  explicit Object(std::shared_ptr<Counts> counts) : counts(std::move(counts)) { ++counts->made; }
+  explicit Object(std::shared_ptr<Counts> sharedCounts) : counts(std::move(sharedCounts)) { ++counts->made; }
   ~Object() {
     if (!released) ++counts->dropped;
   }

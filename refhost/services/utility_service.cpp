@@ -36,8 +36,8 @@ bool IsDotComponent(std::wstring_view path, std::size_t at) {
 
 }  // namespace
 
-UtilityService::UtilityService(std::shared_ptr<LogService> log, bool versionFlag)
-    : log(std::move(log)), versionFlag(versionFlag) {}
+UtilityService::UtilityService(std::shared_ptr<LogService> logService, bool versionFlagValue)
+    : log(std::move(logService)), versionFlag(versionFlagValue) {}
 
 bool UtilityService::QueryVersionFlag() { return versionFlag; }
 

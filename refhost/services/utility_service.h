@@ -11,8 +11,8 @@ class LogService;
 
 class UtilityService final : public CUtility {
  public:
-  // `versionFlag` is what QueryVersionFlag answers.
-  UtilityService(std::shared_ptr<LogService> log, bool versionFlag);
+  // `versionFlagValue` is what QueryVersionFlag answers.
+  UtilityService(std::shared_ptr<LogService> logService, bool versionFlagValue);
 
   bool QueryVersionFlag() override;
   // Wide text as UTF-8.

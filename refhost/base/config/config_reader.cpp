@@ -279,18 +279,18 @@ void ConfigDocument::MakeRoot() {
   root = std::make_shared<ConfigTable>(ConfigTable(std::move(node)));
 }
 
-bool ConfigTable::Present() const { return node->table != nullptr; }
+bool ConfigTable::Present() const { return view->table != nullptr; }
 
-bool ConfigTable::Has(std::string_view key) const { return node->Find(key) != nullptr; }
+bool ConfigTable::Has(std::string_view key) const { return view->Find(key) != nullptr; }
 
-const boost::filesystem::path& ConfigTable::File() const { return node->source->file; }
+const boost::filesystem::path& ConfigTable::File() const { return view->source->file; }
 
 bool ConfigTable::Boolean(std::string_view key, bool standard) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) return standard;
   const auto* value = node->as_boolean();
   if (value == nullptr) {
-    node->ReportType(*node, node->KeyName(key), "true or false");
+    view->ReportType(*node, view->KeyName(key), "true or false");
     return standard;
   }
   return value->get();
@@ -298,14 +298,14 @@ bool ConfigTable::Boolean(std::string_view key, bool standard) const {
 
 std::int64_t ConfigTable::Integer(std::string_view key, std::int64_t standard, std::int64_t least,
                                   std::int64_t most) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) return standard;
-  return node->IntegerOf(*node, node->KeyName(key), least, most).value_or(standard);
+  return view->IntegerOf(*node, view->KeyName(key), least, most).value_or(standard);
 }
 
 std::int64_t ConfigTable::RequiredInteger(std::string_view key, std::int64_t least, std::int64_t most) const {
-  if (node->Find(key) == nullptr) {
-    node->ReportMissing(key);
+  if (view->Find(key) == nullptr) {
+    view->ReportMissing(key);
     return least;
   }
   return Integer(key, least, least, most);
@@ -321,15 +321,15 @@ std::uint32_t ConfigTable::RequiredUnsigned(std::string_view key, std::uint32_t 
 }
 
 double ConfigTable::Number(std::string_view key, double standard, double least, double most) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) return standard;
   const std::optional<double> value = node->value<double>();
   if (!value || !node->is_number()) {
-    node->ReportType(*node, node->KeyName(key), "a number");
+    view->ReportType(*node, view->KeyName(key), "a number");
     return standard;
   }
   if (!(*value >= least && *value <= most)) {  // written so that a value that is no number fails too
-    node->Report(node->source().begin, node->KeyName(key),
+    view->Report(node->source().begin, view->KeyName(key),
                  RangeText(NumberText(least), least != -kMaxNumber, NumberText(most),
                            most != kMaxNumber || least == -kMaxNumber) +
                      ", not " + NumberText(*value));
@@ -339,110 +339,110 @@ double ConfigTable::Number(std::string_view key, double standard, double least, 
 }
 
 std::string ConfigTable::Text(std::string_view key, std::string standard) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) return standard;
-  return node->TextOf(*node, node->KeyName(key)).value_or(std::move(standard));
+  return view->TextOf(*node, view->KeyName(key)).value_or(std::move(standard));
 }
 
 std::string ConfigTable::RequiredText(std::string_view key) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) {
-    node->ReportMissing(key);
+    view->ReportMissing(key);
     return {};
   }
-  const std::optional<std::string> text = node->TextOf(*node, node->KeyName(key));
-  if (text && text->empty()) node->Report(node->source().begin, node->KeyName(key), "must not be empty");
+  const std::optional<std::string> text = view->TextOf(*node, view->KeyName(key));
+  if (text && text->empty()) view->Report(node->source().begin, view->KeyName(key), "must not be empty");
   return text.value_or(std::string());
 }
 
 std::vector<std::string> ConfigTable::Texts(std::string_view key) const {
   std::vector<std::string> texts;
-  node->ForEachElement(key, "a list of texts", [&](const toml::node& element, const std::string& name) {
-    if (auto text = node->TextOf(element, name)) texts.push_back(*std::move(text));
+  view->ForEachElement(key, "a list of texts", [&](const toml::node& element, const std::string& name) {
+    if (auto text = view->TextOf(element, name)) texts.push_back(*std::move(text));
   });
   return texts;
 }
 
 std::vector<std::int64_t> ConfigTable::Integers(std::string_view key, std::int64_t least, std::int64_t most) const {
   std::vector<std::int64_t> integers;
-  node->ForEachElement(key, "a list of integers", [&](const toml::node& element, const std::string& name) {
-    if (const auto integer = node->IntegerOf(element, name, least, most)) integers.push_back(*integer);
+  view->ForEachElement(key, "a list of integers", [&](const toml::node& element, const std::string& name) {
+    if (const auto integer = view->IntegerOf(element, name, least, most)) integers.push_back(*integer);
   });
   return integers;
 }
 
 int ConfigTable::ChoiceIndex(std::string_view key, const std::vector<std::string_view>& names) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) return -1;
-  const std::optional<std::string> text = node->TextOf(*node, node->KeyName(key));
+  const std::optional<std::string> text = view->TextOf(*node, view->KeyName(key));
   if (!text) return -1;
   const auto found = std::find(names.begin(), names.end(), *text);
   if (found != names.end()) return static_cast<int>(found - names.begin());
-  node->Report(node->source().begin, node->KeyName(key),
+  view->Report(node->source().begin, view->KeyName(key),
                "must be one of " + JoinNames(names) + ", not \"" + *text + "\"");
   return -1;
 }
 
 boost::filesystem::path ConfigTable::Path(std::string_view key) const {
-  const toml::node* node = node->Find(key);
-  return node == nullptr ? boost::filesystem::path() : node->PathOf(*node, node->KeyName(key));
+  const toml::node* node = view->Find(key);
+  return node == nullptr ? boost::filesystem::path() : view->PathOf(*node, view->KeyName(key));
 }
 
 boost::filesystem::path ConfigTable::RequiredPath(std::string_view key) const {
-  if (node->Find(key) == nullptr) node->ReportMissing(key);
+  if (view->Find(key) == nullptr) view->ReportMissing(key);
   return Path(key);
 }
 
 std::vector<boost::filesystem::path> ConfigTable::Paths(std::string_view key) const {
   std::vector<boost::filesystem::path> paths;
-  node->ForEachElement(key, "a list of paths", [&](const toml::node& element, const std::string& name) {
-    boost::filesystem::path path = node->PathOf(element, name);
+  view->ForEachElement(key, "a list of paths", [&](const toml::node& element, const std::string& name) {
+    boost::filesystem::path path = view->PathOf(element, name);
     if (!path.empty()) paths.push_back(std::move(path));
   });
   return paths;
 }
 
 std::string ConfigTable::ExpandedText(std::string_view key, std::string standard) const {
-  const toml::node* node = node->Find(key);
+  const toml::node* node = view->Find(key);
   if (node == nullptr) return standard;
-  const std::optional<std::string> text = node->TextOf(*node, node->KeyName(key));
+  const std::optional<std::string> text = view->TextOf(*node, view->KeyName(key));
   if (!text) return standard;
-  return node->Expand(*text, *node, node->KeyName(key)).value_or(std::move(standard));
+  return view->Expand(*text, *node, view->KeyName(key)).value_or(std::move(standard));
 }
 
 ConfigTable ConfigTable::Table(std::string_view key) const {
-  const toml::node* node = node->Find(key);
-  if (node == nullptr) return ConfigTable(node->Take(nullptr, node->place, node->KeyName(key)));
+  const toml::node* node = view->Find(key);
+  if (node == nullptr) return ConfigTable(view->Take(nullptr, view->place, view->KeyName(key)));
   const toml::table* table = node->as_table();
-  if (table == nullptr) node->ReportType(*node, node->KeyName(key), "a table");
-  return ConfigTable(node->Take(table, node->source().begin, node->KeyName(key)));
+  if (table == nullptr) view->ReportType(*node, view->KeyName(key), "a table");
+  return ConfigTable(view->Take(table, node->source().begin, view->KeyName(key)));
 }
 
 std::vector<ConfigTable> ConfigTable::Tables(std::string_view key) const {
   std::vector<ConfigTable> tables;
-  node->ForEachElement(key, "an array of tables", [&](const toml::node& element, const std::string& name) {
+  view->ForEachElement(key, "an array of tables", [&](const toml::node& element, const std::string& name) {
     const toml::table* table = element.as_table();
     if (table == nullptr) {
-      node->ReportType(element, name, "a table");
+      view->ReportType(element, name, "a table");
       return;
     }
-    tables.push_back(ConfigTable(node->Take(table, element.source().begin, name)));
+    tables.push_back(ConfigTable(view->Take(table, element.source().begin, name)));
   });
   return tables;
 }
 
 std::vector<std::string> ConfigTable::Keys() const {
   std::vector<std::string> keys;
-  if (node->table == nullptr) return keys;
-  for (auto&& [key, value] : *node->table) keys.emplace_back(key.str());
+  if (view->table == nullptr) return keys;
+  for (auto&& [key, value] : *view->table) keys.emplace_back(key.str());
   return keys;
 }
 
 void ConfigTable::Report(std::string_view key, std::string reason) const {
-  const toml::node* node = key.empty() ? nullptr : node->Find(key);
-  node->Report(node == nullptr ? node->place : node->source().begin, node->KeyName(key), std::move(reason));
+  const toml::node* node = key.empty() ? nullptr : view->Find(key);
+  view->Report(node == nullptr ? view->place : node->source().begin, view->KeyName(key), std::move(reason));
 }
 
-void ConfigTable::Finish() const { node->Finish(); }
+void ConfigTable::Finish() const { view->Finish(); }
 
 }  // namespace fenlux::refhost

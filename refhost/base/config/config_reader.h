@@ -142,10 +142,10 @@ class ConfigTable {
   friend class ConfigDocument;
   struct Node;
 
-  explicit ConfigTable(std::shared_ptr<Node> node) : node(std::move(node)) {}
+  explicit ConfigTable(std::shared_ptr<Node> tableNode) : view(std::move(tableNode)) {}
   int ChoiceIndex(std::string_view key, const std::vector<std::string_view>& names) const;
 
-  std::shared_ptr<Node> node;
+  std::shared_ptr<Node> view;
 };
 
 }  // namespace fenlux::refhost

@@ -45,7 +45,7 @@ class EventRecord final : public CArpRecord {
 
   const EventData& Data() const { return data; }
   // What decision 5 sends to the driver.
-  void SetContextData(std::shared_ptr<CBuf> context) { context = std::move(context); }
+  void SetContextData(std::shared_ptr<CBuf> newContext) { context = std::move(newContext); }
 
   const std::shared_ptr<CArpProcess>& ProcessPart() override { return processHandle; }
   void Mark() override { data.marked = true; }
@@ -59,7 +59,7 @@ class EventRecord final : public CArpRecord {
   void SetEventType(std::uint32_t type) override { data.eventType = type; }
   void SetCategory(std::uint32_t category) override { data.category = category; }
   void SetSource(std::uint32_t source) override { data.source = source; }
-  void SetExtraData(const std::shared_ptr<CBuf>& data) override { data.extraData = data; }
+  void SetExtraData(const std::shared_ptr<CBuf>& extraData) override { data.extraData = extraData; }
   void SetPort(std::uint16_t port) override { data.port = port; }
   void SetIpv6(bool ipv6) override { data.ipv6 = ipv6; }
   void SetIpv4Address(std::uint32_t address) override { data.ipv4Address = address; }
@@ -76,7 +76,7 @@ class EventRecord final : public CArpRecord {
  private:
   class Process final : public CArpProcess {
    public:
-    explicit Process(EventData& data) : data(data) {}
+    explicit Process(EventData& event) : data(event) {}
     std::uint64_t GetProcessId() override { return data.processId; }
     void SetProcessId(std::uint64_t processId) override { data.processId = processId; }
     void SetSessionId(std::uint32_t sessionId) override { data.sessionId = sessionId; }

@@ -100,10 +100,10 @@ Rules ReadRules(const ConfigTable& table) {
 }
 
 std::uint32_t Judge::Evaluate(const std::shared_ptr<CArpRecord>& record) {
-  const auto rules = rules.Get();
-  std::uint32_t decision = rules->defaultDecision;
+  const std::shared_ptr<const Rules> current = rules.Get();
+  std::uint32_t decision = current->defaultDecision;
   if (auto* event = dynamic_cast<EventRecord*>(record.get()); event != nullptr) {
-    for (const Rule& rule : rules->ordered) {
+    for (const Rule& rule : current->ordered) {
       if (!rule.Matches(event->Data())) continue;
       decision = rule.decision;
       if (rule.context != nullptr) event->SetContextData(rule.context);

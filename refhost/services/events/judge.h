@@ -50,12 +50,12 @@ Rules ReadRules(const ConfigTable& table);
 
 class Judge final : public CAoArp {
  public:
-  explicit Judge(Rules rules) : rules(std::move(rules)) {}
+  explicit Judge(Rules initialRules) : rules(std::move(initialRules)) {}
 
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override;
 
   // Any thread, at any time; an event that is being judged is judged by the rules it began with.
-  void Replace(Rules rules) { rules.Set(std::move(rules)); }
+  void Replace(Rules newRules) { rules.Set(std::move(newRules)); }
   // How often each decision was given, by its number.
   std::array<std::uint64_t, kMostDecision + 1> Decisions() const;
 

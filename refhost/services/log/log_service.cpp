@@ -189,11 +189,11 @@ class LogService::Queue {
     std::size_t least;
   };
 
-  void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t least, const std::string& pattern) {
-    if (least >= kSeverities) return;
+  void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, const std::string& pattern) {
+    if (level >= kSeverities) return;
     sink->set_pattern(pattern);
-    outputs.push_back({std::move(sink), least});
-    least = std::min(least, least);
+    outputs.push_back({std::move(sink), level});
+    least = std::min(least, level);
   }
 
   // Whether every output took the line.

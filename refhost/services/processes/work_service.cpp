@@ -17,17 +17,17 @@ SystemImages ReadSystemImages(const ConfigTable& table) {
   return images;
 }
 
-WorkService::WorkService(SystemImages systemImages, PortClientMaker makePortClient)
+WorkService::WorkService(SystemImages images, PortClientMaker portClientMaker)
     : systemImages([&] {
         // The running image of a process is known by its real path.
-        for (auto& [name, path] : systemImages) {
+        for (auto& [name, path] : images) {
           boost::system::error_code error;
           const boost::filesystem::path real = boost::filesystem::canonical(path, error);
           if (!error) path = real;
         }
-        return std::move(systemImages);
+        return std::move(images);
       }()),
-      makePortClient(std::move(makePortClient)) {}
+      makePortClient(std::move(portClientMaker)) {}
 
 boost::filesystem::path& WorkService::SystemPath(boost::filesystem::path& out, const std::string& imageName) {
   const auto configured = systemImages.find(imageName);

@@ -31,7 +31,7 @@ class WorkService final : public CWinWork {
   using Clock = std::chrono::steady_clock;
   static constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
 
-  WorkService(SystemImages systemImages, PortClientMaker makePortClient);
+  WorkService(SystemImages images, PortClientMaker portClientMaker);
 
   // When the module last began a connection; the clock's beginning where it never did. Any thread.
   Clock::time_point LastConnectionBegun() const { return Clock::time_point(Clock::duration(lastBegun.load())); }
