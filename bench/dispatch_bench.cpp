@@ -26,7 +26,7 @@ testing::Bytes TwoPaths() {
 // What the contract makes the module call for such a notification, in the same order, with nothing of the module.
 class Floor {
  public:
-  explicit Floor(testing::FakeHost& host) : host(host) {
+  explicit Floor(testing::FakeHost& fakeHost) : host(fakeHost) {
     host.win_work()->GetProcessNarrowText(narrow, kProcess, 0);
     host.win_work()->GetProcessWideText(wide, kProcess, 0);
   }
@@ -56,12 +56,12 @@ class Floor {
     benchmark::DoNotOptimize(host.cfg_ex()->IsIdentityTextAdded());
     if (!path.empty()) {
       // ToRecordString takes a wide string, and a message holds none: making one is forced as well.
-      const std::wstring path(path.begin(), path.end());
+      const std::wstring pathCopy(path.begin(), path.end());
       std::wstring recordPath;
-      record->SetPath(host.utility()->ToRecordString(recordPath, path));
-      record->SetPath(host.utility()->ToRecordString(recordPath, path));
-      const std::wstring secondPath(secondPath.begin(), secondPath.end());
-      record->SetSecondPath(host.utility()->ToRecordString(recordPath, secondPath));
+      record->SetPath(host.utility()->ToRecordString(recordPath, pathCopy));
+      record->SetPath(host.utility()->ToRecordString(recordPath, pathCopy));
+      const std::wstring secondPathCopy(secondPath.begin(), secondPath.end());
+      record->SetSecondPath(host.utility()->ToRecordString(recordPath, secondPathCopy));
     }
     record->SetEventType(0x4005);
     benchmark::DoNotOptimize(host.ao_arp()->Evaluate(record));

@@ -25,10 +25,10 @@ class FloorReporter final : public benchmark::ConsoleReporter {
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    for (const auto& [operation, figures] : figures) {
-      const auto floor = figures.find("floor");
-      if (floor == figures.end()) continue;
-      for (const auto& [name, figure] : figures) {
+    for (const auto& [operation, variants] : figures) {
+      const auto floor = variants.find("floor");
+      if (floor == variants.end()) continue;
+      for (const auto& [name, figure] : variants) {
         if (name == "floor") continue;
         std::printf("%s, %s: %.2f times the floor; heap allocations beyond the floor's: %.2f\n", operation.c_str(),
                     name.c_str(), figure.time / floor->second.time, figure.allocations - floor->second.allocations);

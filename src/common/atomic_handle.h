@@ -12,7 +12,7 @@ template <class T>
 class AtomicHandle {
  public:
   std::shared_ptr<T> Load() const { return std::atomic_load(&handle); }
-  void Store(std::shared_ptr<T> handle) { std::atomic_store(&handle, std::move(handle)); }
+  void Store(std::shared_ptr<T> replacement) { std::atomic_store(&handle, std::move(replacement)); }
 
  private:
   // The free functions, and not std::atomic<std::shared_ptr>: the latter's reads and writes are invisible to the thread

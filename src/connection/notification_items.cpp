@@ -7,8 +7,8 @@
 
 namespace fenlux {
 
-NotificationItems::NotificationItems(const void* message, std::uint32_t size)
-    : bytes(static_cast<const std::uint8_t*>(message)), size(size) {
+NotificationItems::NotificationItems(const void* message, std::uint32_t messageSize)
+    : bytes(static_cast<const std::uint8_t*>(message)), size(messageSize) {
   if (bytes == nullptr || size < records::kNotificationFixedSize) throw std::runtime_error(kBadMessageSize);
 }
 

@@ -18,7 +18,7 @@ inline constexpr char kBadMessageSize[] = "[wdi,wdaokd-1]bad size!";
 class NotificationItems {
  public:
   // Throws where the message is absent or shorter than the fixed part.
-  NotificationItems(const void* message, std::uint32_t size);
+  NotificationItems(const void* message, std::uint32_t messageSize);
 
   const records::Notification& Fixed() const { return *reinterpret_cast<const records::Notification*>(bytes); }
   // The account identity block, or null where the message carries none.

@@ -18,10 +18,10 @@ CPerfScope::CPerfScope(const std::shared_ptr<CGlobalContext>& context) noexcept 
     if (!cfg || !cfg->IsMeasuringEnabled(0, 0)) return;
     const auto utility = context->GetUtility();
     if (!utility) return;
-    std::shared_ptr<CMeasurement> measurement;
-    utility->CreateMeasurement(measurement);
+    std::shared_ptr<CMeasurement> created;
+    utility->CreateMeasurement(created);
     log = context->GetLog();
-    measurement = std::move(measurement);
+    measurement = std::move(created);
   });
 }
 
