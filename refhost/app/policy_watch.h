@@ -27,7 +27,7 @@ class PolicyWatch {
     std::function<void()> notify;                        // has the policy applied again
   };
 
-  explicit PolicyWatch(Sight sight) : sight(std::move(sight)) {}
+  explicit PolicyWatch(Sight seen) : sight(std::move(seen)) {}
 
   // Looks once; to be called several times a second.
   void Look(Clock::time_point now);

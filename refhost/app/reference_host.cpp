@@ -52,8 +52,8 @@ std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const
 
 }  // namespace
 
-ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig config)
-    : configFile(std::move(configFile)),
+ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config)
+    : configFile(std::move(file)),
       start(config.start),
       log(std::make_shared<LogService>(config.start.log)),
       locale(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
@@ -100,13 +100,12 @@ ReferenceHost::ReferenceHost(boost::filesystem::path configFile, HostConfig conf
 
 ReferenceHost::~ReferenceHost() = default;
 
-void ReferenceHost::Start(const boost::filesystem::path& moduleLibrary) {
-  moduleLibrary = moduleLibrary;
+void ReferenceHost::Start(const boost::filesystem::path& library) {
+  moduleLibrary = library;
   if (moduleLibrary.empty()) moduleLibrary = start.moduleLibrary;
   if (moduleLibrary.empty()) moduleLibrary = DefaultModuleLibrary();
   try {
-    const ModuleLibrary library(moduleLibrary);
-    library.Init(context);
+    ModuleLibrary(moduleLibrary).Init(context);
   } catch (const ModuleLoadError& error) {
     throw ModuleError(error.what());
   } catch (...) {
@@ -204,8 +203,7 @@ Report ReferenceHost::StatusReport() const {
                          std::to_string(entry.value1) + " and " + std::to_string(entry.value2));
   }
   report.Add("registered_interfaces", std::move(interfaces));
-  const NetTotals net = net->Totals();
-  report.Add("net_objects_held", net.held);
+  report.Add("net_objects_held", net->Totals().held);
   report.Add("delivered", facts.filterPort ? facts.filterPort->received : facts.totals.delivered);
   report.Add("alerts", facts.log.Of(Severity::kAlert));
   report.Add("protocol_violations", facts.driver.protocolViolations);

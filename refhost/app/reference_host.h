@@ -36,15 +36,15 @@ class ModuleError : public std::runtime_error {
 // ends. Operations: any thread, unless said otherwise.
 class ReferenceHost {
  public:
-  // Makes the services and the emulator. `configFile` is what Reload reads again. Throws std::runtime_error where the
+  // Makes the services and the emulator. `file` is what Reload reads again. Throws std::runtime_error where the
   // log or the emulator's event source cannot be opened.
-  ReferenceHost(boost::filesystem::path configFile, HostConfig config);
+  ReferenceHost(boost::filesystem::path file, HostConfig config);
   ~ReferenceHost();
   ReferenceHost(const ReferenceHost&) = delete;
   ReferenceHost& operator=(const ReferenceHost&) = delete;
 
   // Loads the module, hands it the services and has it start its work. Throws ModuleError. Once.
-  void Start(const boost::filesystem::path& moduleLibrary);
+  void Start(const boost::filesystem::path& library);
   // Stops the module's work, the emulator and the log, each for a limited time at most. Once.
   void Stop();
 

@@ -160,8 +160,8 @@ bool HostProcess::WaitForOutput(const std::string& text, std::size_t times) { re
 
 bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::size_t times) {
   const bool found = Eventually([&] {
-    const bool ended = Ended();  // looked at first, so that its last words are read
-    return CountOf(FileText(file), text) >= times || ended;
+    const bool isOver = Ended();  // looked at first, so that its last words are read
+    return CountOf(FileText(file), text) >= times || isOver;
   });
   return found && CountOf(FileText(file), text) >= times;
 }

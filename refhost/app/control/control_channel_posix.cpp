@@ -28,7 +28,7 @@ constexpr std::chrono::seconds kClientPatience{5};
 
 class Descriptor {
  public:
-  explicit Descriptor(int value) : value(value) {}
+  explicit Descriptor(int opened) : value(opened) {}
   ~Descriptor() {
     if (value >= 0) ::close(value);
   }
@@ -137,7 +137,7 @@ fs::path DefaultControlPlace() {
 
 class ControlListener::Body {
  public:
-  explicit Body(const fs::path& place) : place(place), socket(NewSocket()) {
+  explicit Body(const fs::path& socketPath) : place(socketPath), socket(NewSocket()) {
     const sockaddr_un address = AddressOf(place);
     PrepareDirectory(place.parent_path());
     if (SomeoneListens(address)) {

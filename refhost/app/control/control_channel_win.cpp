@@ -105,8 +105,8 @@ Handle NewEvent(bool manualReset) { return Handle(::CreateEventW(nullptr, manual
 // One operation on a pipe at a time, with an end to the waiting.
 class PipeTurn {
  public:
-  // `stop` may be none; once it is set, every wait ends.
-  PipeTurn(HANDLE pipe, HANDLE stop) : pipe(pipe), stop(stop), done(NewEvent(true)) {}
+  // `stopEvent` may be none; once it is set, every wait ends.
+  PipeTurn(HANDLE opened, HANDLE stopEvent) : pipe(opened), stop(stopEvent), done(NewEvent(true)) {}
 
   // Each gives whether it was done until `until`. Read adds to `text`.
   bool Accept(Clock::time_point until) {
