@@ -13,8 +13,9 @@ namespace fenlux::refhost {
 
 class DriverEmulator::Impl {
  public:
-  Impl(EmulatorSettings settings, Scenario scenario, EmulatorHooks hooks)
-      : settings(std::move(settings)), core(std::make_shared<DriverCore>(settings, scenario.faults, std::move(hooks))) {
+  Impl(EmulatorSettings emulatorSettings, Scenario scenario, EmulatorHooks hooks)
+      : settings(std::move(emulatorSettings)),
+        core(std::make_shared<DriverCore>(settings, scenario.faults, std::move(hooks))) {
     if (settings.source == EventSourceKind::kFanotify) {
       source = MakeFanotifySource(core, settings.kernel);
     } else {

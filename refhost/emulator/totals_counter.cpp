@@ -134,15 +134,15 @@ void TotalsCounter::NotDelivered(UnjudgedCause cause) {
 }
 
 EmulatorTotals TotalsCounter::Snapshot() const {
-  EmulatorTotals totals;
-  LatencyHistogram latencies;
+  EmulatorTotals snapshot;
+  LatencyHistogram latencyCounts;
   {
     const std::lock_guard lock(mutex);
-    totals = totals;
-    latencies = latencies;
+    snapshot = totals;
+    latencyCounts = latencies;
   }
-  totals.latency = latencies.Summary();
-  return totals;
+  snapshot.latency = latencyCounts.Summary();
+  return snapshot;
 }
 
 }  // namespace fenlux::refhost

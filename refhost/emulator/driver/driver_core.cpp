@@ -37,8 +37,8 @@ const char kClosed[] = "the driver's port is closed";
 
 }  // namespace
 
-DriverCore::DriverCore(const EmulatorSettings& settings, const EmulatorFaults& scenarioFaults, EmulatorHooks hooks)
-    : deadline(settings.deadline), hooks(std::move(hooks)) {
+DriverCore::DriverCore(const EmulatorSettings& settings, const EmulatorFaults& scenarioFaults, EmulatorHooks hostHooks)
+    : deadline(settings.deadline), hooks(std::move(hostHooks)) {
   faults.driverVersion = settings.driverVersion;
   SetFaults(settings.faults);
   SetFaults(scenarioFaults);
@@ -55,7 +55,7 @@ void DriverCore::Connect(const std::shared_ptr<DriverPort>& port) {
     if (port->Connected()) RefuseConnect("a port was opened twice", true);
     CheckConnect(*port, clientType);
     // One that has ended may still be here while its end is being dealt with.
-    if (const auto present = Present(); present != nullptr && !present->Ended()) {
+    if (const auto current = Present(); current != nullptr && !current->Ended()) {
       RefuseConnect("a second port was opened beside an open one", true);
     }
     if (faults.refuseConnects > 0) {
@@ -167,12 +167,12 @@ void DriverCore::Send(const std::shared_ptr<DriverPort>& port, const std::shared
   FailSendIfDue(request);
 
   DriverModel::Effect effect;
-  Faults faults;  // as they stand when the request is carried out: a waiting scenario may change them right after
+  Faults faultsNow;  // as they stand when the request is carried out: a waiting scenario may change them right after
   {
     const std::lock_guard lock(modelMutex);
     if (port->Ended()) throw std::runtime_error(kClosed);
     effect = request == nullptr ? model.Take(nullptr, 0) : model.Take(request->GetData(), request->GetSize());
-    faults = faults;
+    faultsNow = faults;
   }
   Wake();
   if (!effect.violation.empty()) {
@@ -181,7 +181,7 @@ void DriverCore::Send(const std::shared_ptr<DriverPort>& port, const std::shared
   }
   if (effect.monitoredSetChanged) UpdateWatch();
   if (effect.command == static_cast<std::uint32_t>(Command::kDriverVersion)) {
-    AnswerVersion(faults, reply);
+    AnswerVersion(faultsNow, reply);
   } else {
     reply.reset();
   }
@@ -205,19 +205,19 @@ void DriverCore::FailSendIfDue(const std::shared_ptr<CBuf>& request) {
   ThrowSendFailure(failure);
 }
 
-void DriverCore::AnswerVersion(const Faults& faults, std::shared_ptr<CBuf>& reply) {
+void DriverCore::AnswerVersion(const Faults& faultsNow, std::shared_ptr<CBuf>& reply) {
   if (reply == nullptr) return;  // no answer is wanted
   if (reply->GetSize() != records::kRequestSize) {
     AddViolation("a version request with a reply buffer of " + std::to_string(reply->GetSize()) + " bytes");
   }
-  const auto write = [&faults](CBuf& buffer) {
+  const auto write = [&faultsNow](CBuf& buffer) {
     records::VersionReply record{};
     record.header.magic = records::kRequestMagic;
     record.header.command = static_cast<std::uint32_t>(Command::kDriverVersion);
-    record.version = faults.driverVersion;
+    record.version = faultsNow.driverVersion;
     std::memcpy(buffer.GetData(), &record, std::min(sizeof(record), buffer.GetSize()));
   };
-  switch (faults.versionReply) {
+  switch (faultsNow.versionReply) {
     case VersionReply::kFill:
       write(*reply);
       return;
@@ -345,24 +345,24 @@ bool DriverCore::WaitForRequest(std::uint32_t command, std::uint64_t times, std:
   return received;
 }
 
-void DriverCore::SetFaults(const EmulatorFaults& faults) {
+void DriverCore::SetFaults(const EmulatorFaults& changes) {
   {
     const std::lock_guard lock(modelMutex);
     const auto set = [](auto& target, const auto& value) {
       if (value) target = *value;
     };
-    set(faults.refuseConnects, faults.refuseConnects);
-    set(faults.dropAfter, faults.dropAfter);
-    set(faults.driverVersion, faults.driverVersion);
-    set(faults.versionReply, faults.versionReply);
-    if (faults.failSend) faults.failSend = faults.failSend;
-    set(faults.delayRequests, faults.delayRequests);
-    set(delayReplies, faults.delayReplies);
-    if (const auto port = Present(); port != nullptr && faults.dropAfter) {
-      if (*faults.dropAfter == 0) {
+    set(faults.refuseConnects, changes.refuseConnects);
+    set(faults.dropAfter, changes.dropAfter);
+    set(faults.driverVersion, changes.driverVersion);
+    set(faults.versionReply, changes.versionReply);
+    if (changes.failSend) faults.failSend = changes.failSend;
+    set(faults.delayRequests, changes.delayRequests);
+    set(delayReplies, changes.delayReplies);
+    if (const auto port = Present(); port != nullptr && changes.dropAfter) {
+      if (*changes.dropAfter == 0) {
         port->UnlimitDeliveries();
       } else {
-        port->LimitDeliveries(*faults.dropAfter);
+        port->LimitDeliveries(*changes.dropAfter);
       }
     }
   }
@@ -388,12 +388,12 @@ void DriverCore::ReportScenarioFinished() {
 }
 
 void DriverCore::UpdateWatch() {
-  std::shared_ptr<EventSource> source;
+  std::shared_ptr<EventSource> attached;
   {
     const std::lock_guard lock(sourceMutex);
-    source = source;
+    attached = source;
   }
-  if (source == nullptr) return;
+  if (attached == nullptr) return;
   std::vector<std::string> paths;
   std::uint64_t revision = 0;
   {
@@ -401,7 +401,7 @@ void DriverCore::UpdateWatch() {
     paths = model.MonitoredPaths();
     revision = ++watchRevision;
   }
-  source->Watch(revision, paths);
+  attached->Watch(revision, paths);
 }
 
 void DriverCore::Wake() {
@@ -412,10 +412,10 @@ void DriverCore::Wake() {
 
 // --- Life ----------------------------------------------------------------------------------------------------------
 
-void DriverCore::Attach(std::shared_ptr<EventSource> source) {
+void DriverCore::Attach(std::shared_ptr<EventSource> eventSource) {
   {
     const std::lock_guard lock(sourceMutex);
-    source = std::move(source);
+    source = std::move(eventSource);
   }
   UpdateWatch();
   watchdog = std::thread([this] { RunWatchdog(); });
@@ -456,13 +456,13 @@ void DriverCore::RunWatchdog() {
     lock.unlock();
     const auto now = std::chrono::steady_clock::now();
     const auto next = answers.TakeOverdue(now);
-    std::shared_ptr<EventSource> source;
+    std::shared_ptr<EventSource> attached;
     {
       const std::lock_guard sourceLock(sourceMutex);
-      source = source;
+      attached = source;
     }
-    if (source != nullptr) source->OnWatchdog();
-    source.reset();
+    if (attached != nullptr) attached->OnWatchdog();
+    attached.reset();
     auto until = now + round;
     if (next && *next < until) until = *next;
     lock.lock();

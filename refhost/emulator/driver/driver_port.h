@@ -25,8 +25,8 @@ struct PortRequest {
 // Any thread.
 class DriverPort {
  public:
-  DriverPort(PortRequest request, NotificationHandler handler)
-      : request(std::move(request)), handler(std::move(handler)) {}
+  DriverPort(PortRequest portRequest, NotificationHandler notificationHandler)
+      : request(std::move(portRequest)), handler(std::move(notificationHandler)) {}
 
   const PortRequest& Request() const { return request; }
   const NotificationHandler& Handler() const { return handler; }
@@ -34,7 +34,7 @@ class DriverPort {
   // The client type of the connect context; 0 until the connection is open.
   std::uint32_t ClientType() const { return clientType; }
   bool Connected() const { return ClientType() != 0; }
-  void SetConnected(std::uint32_t clientType) { clientType = clientType; }
+  void SetConnected(std::uint32_t type) { clientType = type; }
 
   // Notes that delivery begins; false where it had begun before.
   bool SetStarted() { return !started.exchange(true); }

@@ -7,18 +7,18 @@
 
 namespace fenlux::refhost {
 
-bool AnswerSlot::Open(const std::shared_ptr<DriverPort>& port, std::uint32_t code, TimePoint deadline,
-                      AnswerRelease* release) {
+bool AnswerSlot::Open(const std::shared_ptr<DriverPort>& deliveryPort, std::uint32_t code, TimePoint replyDeadline,
+                      AnswerRelease* answerRelease) {
   // The port's end is marked before the slots are gone through. Under the lock, either this sees the mark or the one
   // who ends the port sees the open slot.
   const std::lock_guard lock(mutex);
-  if (port->Ended()) return false;
+  if (deliveryPort->Ended()) return false;
   totals.Delivered(code);
   out = true;
   taken.reset();
-  port = port;
-  deadline = deadline;
-  release = release;
+  port = deliveryPort;
+  deadline = replyDeadline;
+  release = answerRelease;
   return true;
 }
 
@@ -37,9 +37,9 @@ std::optional<AnswerSlot::TimePoint> AnswerSlot::TakeIfOverdue(TimePoint now) {
   return std::nullopt;
 }
 
-void AnswerSlot::TakeForEnd(const DriverPort* port, UnjudgedCause cause) {
+void AnswerSlot::TakeForEnd(const DriverPort* endedPort, UnjudgedCause cause) {
   const std::lock_guard lock(mutex);
-  if (out && (port == nullptr || port == port.get())) TakeAway(cause);
+  if (out && (endedPort == nullptr || endedPort == port.get())) TakeAway(cause);
 }
 
 void AnswerSlot::TakeAway(UnjudgedCause cause) {
@@ -75,13 +75,13 @@ void PendingAnswers::TakeForEnd(const DriverPort* port, UnjudgedCause cause) {
 }
 
 std::vector<std::shared_ptr<AnswerSlot>> PendingAnswers::Slots() {
-  std::vector<std::shared_ptr<AnswerSlot>> slots;
+  std::vector<std::shared_ptr<AnswerSlot>> alive;
   const std::lock_guard lock(mutex);
-  slots.reserve(slots.size());
+  alive.reserve(slots.size());
   for (const auto& known : slots) {
-    if (auto slot = known.lock()) slots.push_back(std::move(slot));
+    if (auto slot = known.lock()) alive.push_back(std::move(slot));
   }
-  return slots;
+  return alive;
 }
 
 }  // namespace fenlux::refhost

@@ -37,7 +37,7 @@ class AnswerSlot {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  explicit AnswerSlot(TotalsCounter& totals) : totals(totals) {}
+  explicit AnswerSlot(TotalsCounter& counter) : totals(counter) {}
 
   // Counts the notification as delivered and opens the slot; false, having done nothing, where the port has ended.
   // Owner only.
@@ -66,7 +66,7 @@ class AnswerSlot {
 // All slots. Any thread.
 class PendingAnswers {
  public:
-  explicit PendingAnswers(TotalsCounter& totals) : totals(totals) {}
+  explicit PendingAnswers(TotalsCounter& counter) : totals(counter) {}
 
   // A slot for one delivery thread; forgotten once the thread lets go of it.
   std::shared_ptr<AnswerSlot> MakeSlot();

@@ -12,8 +12,8 @@ namespace fenlux::refhost {
 // Letting go of it ends the connection, as Close does; neither waits for anybody.
 class EmulatorPortClient final : public CPortClient {
  public:
-  EmulatorPortClient(std::shared_ptr<DriverCore> core, std::shared_ptr<DriverPort> port)
-      : core(std::move(core)), port(std::move(port)) {}
+  EmulatorPortClient(std::shared_ptr<DriverCore> driverCore, std::shared_ptr<DriverPort> driverPort)
+      : core(std::move(driverCore)), port(std::move(driverPort)) {}
   ~EmulatorPortClient() { EndPort("the module let go of it"); }
   EmulatorPortClient(const EmulatorPortClient&) = delete;
   EmulatorPortClient& operator=(const EmulatorPortClient&) = delete;

@@ -14,8 +14,9 @@ namespace fenlux::refhost {
 // Marks single directories with their children, never a mount or a file system. One thread at a time.
 class FanotifyMarks {
  public:
-  // `group` is borrowed and outlives the marks. `mask` holds the events that are asked for.
-  FanotifyMarks(int group, std::uint64_t mask, bool recursive) : group(group), mask(mask), recursive(recursive) {}
+  // `groupDescriptor` is borrowed and outlives the marks. `eventMask` holds the events that are asked for.
+  FanotifyMarks(int groupDescriptor, std::uint64_t eventMask, bool withSubdirectories)
+      : group(groupDescriptor), mask(eventMask), recursive(withSubdirectories) {}
 
   // Why a directory cannot be watched; empty where it can: it must be absolute, exist, be a directory, and be neither
   // "/" nor "/tmp" by whatever name.

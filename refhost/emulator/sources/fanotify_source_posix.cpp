@@ -40,7 +40,7 @@ std::string ErrorText(int error) { return std::generic_category().message(error)
 class Descriptor {
  public:
   Descriptor() = default;
-  explicit Descriptor(int number) : number(number) {}
+  explicit Descriptor(int opened) : number(opened) {}
   ~Descriptor() {
     if (number >= 0) ::close(number);
   }
@@ -98,7 +98,7 @@ void RaiseDescriptorLimit() {
 
 class FanotifySource final : public EventSource, public std::enable_shared_from_this<FanotifySource> {
  public:
-  FanotifySource(std::shared_ptr<DriverCore> core, const KernelEventSettings& settings);
+  FanotifySource(std::shared_ptr<DriverCore> driverCore, const KernelEventSettings& kernelSettings);
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
@@ -138,15 +138,15 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
 // One thread that reads events and answers them, and what it keeps from one to the next.
 class FanotifySource::Reader final : public AnswerRelease {
  public:
-  explicit Reader(FanotifySource& source) : source(source), slot(source.core->MakeSlot()) {}
+  explicit Reader(FanotifySource& owner) : source(owner), slot(owner.core->MakeSlot()) {}
 
   void Run() {
     pollfd polled[] = {{source.group.Number(), POLLIN, 0}, {source.wake.Number(), POLLIN, 0}};
     while (!source.stopping) {
       // Without memory for waiting, it looks again in a moment: whoever stands still in the kernel needs its reader.
       if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR) source.core->Sleep(std::chrono::milliseconds(1));
-      fanotify_event_metadata event{};
-      if (!source.stopping && source.ReadEvent(event)) Handle(event);
+      fanotify_event_metadata read{};
+      if (!source.stopping && source.ReadEvent(read)) Handle(read);
     }
   }
 
@@ -156,16 +156,16 @@ class FanotifySource::Reader final : public AnswerRelease {
   }
 
  private:
-  void Handle(const fanotify_event_metadata& event) {
-    const Descriptor descriptor(event.fd);
-    event = event.fd;
-    if (static_cast<std::uint64_t>(event.pid) == source.ownProcess) {
-      return source.LetThrough(event.fd, UnjudgedCause::kOwnProcess);
+  void Handle(const fanotify_event_metadata& read) {
+    const Descriptor descriptor(read.fd);
+    event = read.fd;
+    if (static_cast<std::uint64_t>(read.pid) == source.ownProcess) {
+      return source.LetThrough(read.fd, UnjudgedCause::kOwnProcess);
     }
     try {
-      Build(event);
+      Build(read);
     } catch (const std::exception&) {  // no memory
-      return source.LetThrough(event.fd, UnjudgedCause::kNotBuilt);
+      return source.LetThrough(read.fd, UnjudgedCause::kNotBuilt);
     }
     DeliveryOptions options;
     options.release = this;
@@ -173,27 +173,27 @@ class FanotifySource::Reader final : public AnswerRelease {
         source.core->Deliver(*slot, message.data(), static_cast<std::uint32_t>(message.size()), options);
     switch (delivery.outcome) {
       case Delivery::Outcome::kNotConnected:
-        return source.LetThrough(event.fd, UnjudgedCause::kNoConnection);
+        return source.LetThrough(read.fd, UnjudgedCause::kNoConnection);
       case Delivery::Outcome::kAnswered:
-        return source.Respond(event.fd, source.Refuses(delivery.verdict));
+        return source.Respond(read.fd, source.Refuses(delivery.verdict));
       case Delivery::Outcome::kUnansweredByDesign:
       case Delivery::Outcome::kLost:
-        return source.Respond(event.fd, false);
+        return source.Respond(read.fd, false);
       case Delivery::Outcome::kTaken:
         --source.heldUp;
         return;
     }
   }
 
-  void Build(const fanotify_event_metadata& event) {
-    const EventKind& kind = KindOf(event.mask);
+  void Build(const fanotify_event_metadata& read) {
+    const EventKind& kind = KindOf(read.mask);
     NotificationFields fields;
     fields.code = kind.code;
     fields.conditionA = kind.conditionA;
-    fields.processId = static_cast<std::uint64_t>(event.pid);
-    fields.accessValueA = static_cast<std::uint32_t>(event.mask);
+    fields.processId = static_cast<std::uint64_t>(read.pid);
+    fields.accessValueA = static_cast<std::uint32_t>(read.mask);
     char link[32];
-    std::snprintf(link, sizeof(link), "/proc/self/fd/%d", event.fd);
+    std::snprintf(link, sizeof(link), "/proc/self/fd/%d", read.fd);
     char path[PATH_MAX];
     const ssize_t length = ::readlink(link, path, sizeof(path));
     if (length > 0) fields.path = Utf16FromNarrow({path, static_cast<std::size_t>(length)});
@@ -207,9 +207,9 @@ class FanotifySource::Reader final : public AnswerRelease {
   int event = -1;
 };
 
-FanotifySource::FanotifySource(std::shared_ptr<DriverCore> core, const KernelEventSettings& settings)
-    : core(std::move(core)),
-      settings(settings),
+FanotifySource::FanotifySource(std::shared_ptr<DriverCore> driverCore, const KernelEventSettings& kernelSettings)
+    : core(std::move(driverCore)),
+      settings(kernelSettings),
       group(OpenGroup()),
       wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       marks(group.Number(), MaskOf(settings), settings.recursive) {

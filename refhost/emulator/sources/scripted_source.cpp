@@ -33,7 +33,7 @@ struct ScriptedSource::Batch {
 // Keeps a batch's counts, also where somebody else takes an answer.
 class ScriptedSource::Progress final : public AnswerRelease {
  public:
-  Progress(ScriptedSource& source, Batch& batch) : source(source), batch(batch) {}
+  Progress(ScriptedSource& owner, Batch& counted) : source(owner), batch(counted) {}
   void Delivered() noexcept override {
     const std::lock_guard lock(source.mutex);
     ++batch.delivered;
@@ -49,7 +49,7 @@ class ScriptedSource::Progress final : public AnswerRelease {
 // Carries out the steps that are not notifications, and queues those that are.
 class ScriptedSource::StepPlayer {
  public:
-  StepPlayer(ScriptedSource& source, std::uint32_t number) : source(source), core(*source.core), number(number) {}
+  StepPlayer(ScriptedSource& owner, std::uint32_t stepNumber) : source(owner), core(*owner.core), number(stepNumber) {}
 
   void operator()(const NotifyStep& step) const {
     const auto batch = std::make_shared<Batch>(step);

@@ -18,8 +18,8 @@ namespace fenlux::refhost {
 // wait for a connection to go over, so that every one is delivered, however often the connection is dropped.
 class ScriptedSource final : public EventSource, public std::enable_shared_from_this<ScriptedSource> {
  public:
-  ScriptedSource(std::shared_ptr<DriverCore> core, Scenario scenario)
-      : core(std::move(core)), scenario(std::move(scenario)) {}
+  ScriptedSource(std::shared_ptr<DriverCore> driverCore, Scenario played)
+      : core(std::move(driverCore)), scenario(std::move(played)) {}
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;

@@ -181,11 +181,11 @@ TEST_F(PortClient, StopEndsTheConnectionAndRefusesTheNext) {
 }
 
 TEST_F(PortClient, OutlivesTheEmulator) {
-  auto emulator = std::make_unique<DriverEmulator>(settings, scenario);
-  const auto port = emulator->MakePortClient(
+  auto unowned = std::make_unique<DriverEmulator>(settings, scenario);
+  const auto port = unowned->MakePortClient(
       kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(2)); }, 1);
   port->Connect();
-  emulator.reset();
+  unowned.reset();
   EXPECT_EQ(FailureOf([&] { Send(*port, Request(11)); }), "the driver's port is closed");
   port->Wait();
   port->Close();

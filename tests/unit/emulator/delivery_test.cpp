@@ -257,9 +257,9 @@ TEST_F(Delivery, AnEmptyScenarioIsFinishedAtOnce) {
 }
 
 TEST_F(Delivery, TellsItsHostThatTheScenarioIsFinished) {
-  const DriverEmulator emulator(settings, scenario, {.log = {}, .scenarioFinished = [gate = gate] { gate->Open(); }});
+  const DriverEmulator signalling(settings, scenario, {.log = {}, .scenarioFinished = [gate = gate] { gate->Open(); }});
   gate->Pass();
-  EXPECT_TRUE(emulator.ScenarioFinished());
+  EXPECT_TRUE(signalling.ScenarioFinished());
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace {
 
 class VectorBuf final : public CBuf {
  public:
-  explicit VectorBuf(Bytes bytes) : bytes(std::move(bytes)) {}
+  explicit VectorBuf(Bytes contents) : bytes(std::move(contents)) {}
   std::uint8_t* GetData() override { return bytes.data(); }
   std::size_t GetSize() override { return bytes.size(); }
 

@@ -412,8 +412,8 @@ TEST_F(PolicyEvents, ReachTheDirectoriesBelowWhereAsked) {
     Emulator().Stop();
   }
   settings.kernel.recursive = true;
-  DriverEmulator emulator(settings);
-  const auto port = emulator.MakePortClient(
+  DriverEmulator recursive(settings);
+  const auto port = recursive.MakePortClient(
       kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(4)); }, 1);
   port->Connect();
   port->Start();
@@ -441,7 +441,7 @@ TEST_F(KernelEvents, CannotBeOpenedOnDirectoriesThatAreNotTheirs) {
   ASSERT_EQ(::symlink("/tmp", link.c_str()), 0);
   const auto failure = [this](const std::string& path) {
     settings.kernel.directories = {path};
-    return FailureOf([this] { const DriverEmulator emulator(settings); });
+    return FailureOf([this] { const DriverEmulator refused(settings); });
   };
   EXPECT_EQ(failure("/"), "directory / is / itself, which is never watched");
   EXPECT_EQ(failure("/tmp"), "directory /tmp is /tmp itself, which is never watched");
@@ -452,7 +452,7 @@ TEST_F(KernelEvents, CannotBeOpenedOnDirectoriesThatAreNotTheirs) {
   EXPECT_EQ(failure(directory.Path() + "/no"), "directory " + directory.Path() + "/no No such file or directory");
   settings.kernel.directories = {};
   settings.kernel.onOpen = false;
-  EXPECT_EQ(FailureOf([this] { const DriverEmulator emulator(settings); }), "no kind of kernel event is asked for");
+  EXPECT_EQ(FailureOf([this] { const DriverEmulator refused(settings); }), "no kind of kernel event is asked for");
 }
 
 }  // namespace

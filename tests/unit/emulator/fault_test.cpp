@@ -68,8 +68,8 @@ TEST_F(Faults, ADropSetInTheMiddleCountsFromThereAndCanBeTakenBack) {
 TEST_F(Faults, VersionRepliesOfEveryManner) {
   const auto ask = [this](VersionReply manner) {
     scenario.faults.versionReply = manner;
-    DriverEmulator emulator(settings, scenario);
-    const auto port = emulator.MakePortClient(
+    DriverEmulator asked(settings, scenario);
+    const auto port = asked.MakePortClient(
         kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(2)); },
         1);
     port->Connect();
@@ -112,8 +112,8 @@ TEST_F(Faults, FailsAnySendWithWhateverException) {
   auto port = Opened();
   EXPECT_EQ(FailureOf([&] { Send(*port, Request(11)); }), "not an exception");
   scenario.faults.failSend = FailingSend{.failure = SendFailure::kSystemError};
-  DriverEmulator emulator(settings, scenario);
-  port = emulator.MakePortClient(
+  DriverEmulator failing(settings, scenario);
+  port = failing.MakePortClient(
       kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(2)); }, 1);
   port->Connect();
   EXPECT_THAT(FailureOf([&] { Send(*port, Request(11)); }), ::testing::StartsWith("the driver fails on request: "));
