@@ -19,8 +19,8 @@ void CWinDriverInteract::RunDriverConnection() {
   log->LogEvent(kLogCode, LocalizedText("Driver Interact Ready."));
   SetSpspState(0);
   CheckDriverVersion();
-  RegisterSystemImage(2, "system32\\csrss.exe");
-  RegisterSystemImage(3, "system32\\services.exe");
+  RegisterSystemImage(records::SystemProcess::kCsrss, "system32\\csrss.exe");
+  RegisterSystemImage(records::SystemProcess::kServices, "system32\\services.exe");
   client->Wait();
   log->LogEvent(kLogCode, LocalizedText("Driver interact exit."));
 }

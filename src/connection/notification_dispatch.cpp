@@ -21,37 +21,41 @@ namespace {
 
 using records::Verdict;
 
-constexpr std::uint32_t kFirstCode = 4096;
-constexpr std::uint32_t kFirstCodeOfCategory2 = 8192;
-constexpr std::uint32_t kPrefixedPathCode = 4118;  // its path carries a prefix that is not part of it
-constexpr std::size_t kPathPrefixLength = 12;
-constexpr std::uint32_t kFurtherPathCode = 8204;  // its path may stand in item 4
-constexpr std::uint32_t kSource = 1;
-constexpr std::uint32_t kContextDecision = 5;
-constexpr std::uint32_t kContextTerminator = 2;  // bytes behind the context data, as the buffer delivers them
-
-// What passes, judged so or not judged at all.
+// For operations that pass, whether judged or not.
 Verdict PassVerdict(bool clientTypeFlag) { return clientTypeFlag ? Verdict::kPassClient2 : Verdict::kPass; }
 
 Verdict VerdictOf(std::uint32_t decision, bool clientTypeFlag) {
-  static constexpr Verdict kVerdicts[] = {Verdict::kUnjudged, Verdict::k2,       Verdict::kPass,       Verdict::k4,
-                                          Verdict::k5,        Verdict::kContext, Verdict::kPassClient2};
-  if (decision == 2) return PassVerdict(clientTypeFlag);
-  return decision < std::size(kVerdicts) ? kVerdicts[decision] : Verdict::kUnjudged;
+  switch (static_cast<Decision>(decision)) {
+    case Decision::kVerdict2:
+      return Verdict::kVerdict2;
+    case Decision::kPass:
+      return PassVerdict(clientTypeFlag);
+    case Decision::kVerdict4:
+      return Verdict::kVerdict4;
+    case Decision::kVerdict5:
+      return Verdict::kVerdict5;
+    case Decision::kContext:
+      return Verdict::kContext;
+    case Decision::kPassClient2:
+      return Verdict::kPassClient2;
+    case Decision::kUndecided:
+      break;
+  }
+  return Verdict::kUnjudged;
 }
 
 std::uint32_t CategoryOf(std::uint32_t code) {
-  if (code < kFirstCode) throw std::runtime_error("[wdi,wdaokd-2] bad pos value!");
-  return code < kFirstCodeOfCategory2 ? 1 : 2;
+  if (code < records::code::kCategory1Begin) throw std::runtime_error("[wdi,wdaokd-2] bad pos value!");
+  return code < records::code::kCategory2Begin ? kEventCategory1 : kEventCategory2;
 }
 
 // Item 1 of the prefixed code, without its prefix; as it came where it is shorter than one.
 std::wstring WithoutPrefix(CUtility& utility, std::wstring path) {
   std::string narrow;
   utility.ToNarrowString(narrow, path);
-  if (narrow.size() < kPathPrefixLength) return path;
+  if (narrow.size() < records::kPathPrefixLength) return path;
   std::wstring rest;
-  utility.ToWideString(rest, narrow.substr(kPathPrefixLength));
+  utility.ToWideString(rest, narrow.substr(records::kPathPrefixLength));
   return rest;
 }
 
@@ -59,11 +63,11 @@ void StorePaths(CUtility& utility, const NotificationItems& items, CArpRecord& r
   const auto& fixed = items.Fixed();
   const std::uint32_t code = fixed.code.value();
   std::wstring recordPath;
-  if (code == kFurtherPathCode && fixed.item4Present.value() != 0) {
+  if (code == records::code::kFurtherPath && fixed.item4Present.value() != 0) {
     record.SetPath(utility.ToRecordString(recordPath, items.FurtherPath()));
   } else if (fixed.item1Size.value() != 0) {
     std::wstring path = items.Path();
-    if (code == kPrefixedPathCode) {
+    if (code == records::code::kPrefixedPath) {
       path = WithoutPrefix(utility, std::move(path));
       record.SetPath(path);
     } else {
@@ -107,7 +111,7 @@ std::shared_ptr<CBuf> CWinDriverInteract::DispatchNotification(const void* messa
     std::shared_ptr<CArpRecord> record;
     arpMgmt->CreateRecord(record, 0);
     if (!record) throw std::runtime_error("[wdi,wdaokd] no event record!");
-    record->SetSource(kSource);
+    record->SetSource(kDriverEventSource);
     const std::uint32_t code = fixed.code.value();
     record->SetCategory(CategoryOf(code));
     const auto process = Required(record->ProcessPart(), "[wdi,wdaokd] no process part!");
@@ -150,7 +154,7 @@ Verdict CWinDriverInteract::Judge(const std::shared_ptr<CArpRecord>& record, std
                                   std::shared_ptr<CBuf>& reply) {
   record->SetEventType(eventType);
   const std::uint32_t decision = aoArp->Evaluate(record);
-  if (decision == kContextDecision) reply = ContextReply(*record);
+  if (decision == static_cast<std::uint32_t>(Decision::kContext)) reply = ContextReply(*record);
   return VerdictOf(decision, clientTypeFlag);
 }
 
@@ -159,10 +163,10 @@ std::shared_ptr<CBuf> CWinDriverInteract::ContextReply(CArpRecord& record) {
   const auto data = record.GetContextData();
   const std::size_t size = data ? data->GetSize() : 0;
   if (size == 0) throw std::runtime_error("[wdi,wdaokd] lost context data!");
-  if (size > std::numeric_limits<std::uint32_t>::max() - kContextTerminator) {
+  if (size > std::numeric_limits<std::uint32_t>::max() - records::kContextTerminatorSize) {
     throw std::runtime_error("[wdi] context data too large!");
   }
-  const std::uint32_t contextSize = static_cast<std::uint32_t>(size) + kContextTerminator;
+  const std::uint32_t contextSize = static_cast<std::uint32_t>(size) + records::kContextTerminatorSize;
   auto reply = CreateReply(contextSize);
   auto& fields = FieldsOf<records::Reply>(*reply);
   fields.contextSize = contextSize;

@@ -32,7 +32,7 @@ EventTypes Access(NotificationContext& context, EventTypes rowTypes) {
 // Counted with the second category, and a pair of its own under condition B.
 EventTypes SecondCategory(NotificationContext& context, EventTypes rowTypes) {
   constexpr EventTypes kUnderConditionB{0x4008, 0x4009};
-  context.record.SetCategory(2);
+  context.record.SetCategory(kEventCategory2);
   return context.message.conditionB != 0 ? kUnderConditionB : rowTypes;
 }
 

@@ -3,14 +3,9 @@
 #include "kdi/win_driver_interact.h"
 
 namespace fenlux {
-namespace {
 
-constexpr std::uint64_t kNoProcess = 0xFFFFFFFFFFFFFFFF;
-
-}  // namespace
-
-void CWinDriverInteract::RegisterSystemImage(std::uint32_t kind, const char* image) {
-  RegisterSystemProcess(kind, FindSystemProcessId(image));
+void CWinDriverInteract::RegisterSystemImage(records::SystemProcess kind, const char* image) {
+  RegisterSystemProcess(static_cast<std::uint32_t>(kind), FindSystemProcessId(image));
 }
 
 std::uint64_t CWinDriverInteract::FindSystemProcessId(const std::string& image) {
@@ -18,16 +13,16 @@ std::uint64_t CWinDriverInteract::FindSystemProcessId(const std::string& image) 
   winWork->SystemPath(path, image);
   std::shared_ptr<ProcessIdList> processIds;
   winWork->FindProcessesByImage(processIds, path, 0);
-  if (!processIds) return kNoProcess;
+  if (!processIds) return records::kNoProcess;
   for (const std::uint32_t processId : *processIds) {
-    if (winWork->QueryProcessValue(processId, 0) == 0) return processId;
+    if (winWork->QueryProcessValue(processId, 0) == kSystemSession) return processId;
   }
-  return kNoProcess;
+  return records::kNoProcess;
 }
 
 void CWinDriverInteract::RegisterSystemProcess(std::uint32_t kind, std::uint64_t processId) {
   const MutexLock lock(baseMutex);
-  if (processId == kNoProcess || !ready) return;
+  if (processId == records::kNoProcess || !ready) return;
   Reported("wdi,uxp", [&] {
     SendRequest<records::SystemProcessRequest>(records::Command::kSystemProcess,
                                                [&](records::SystemProcessRequest& request) {

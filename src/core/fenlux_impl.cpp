@@ -16,7 +16,7 @@ CFenluxImpl::CFenluxImpl(const std::shared_ptr<CGlobalContext>& globalContext)
       cfg(Required(context->GetCfg(), "bad cfg init!")),
       log(Required(context->GetLog(), "bad log init!")),
       cfgex(Required(context->GetCfgEx(), "bad cfgex init!")),
-      monitorObjectType(cfgex->GetMonitorObjectFlag() ? 1 : 2) {}
+      monitorObjectType(cfgex->GetMonitorObjectFlag() ? records::kObjectType1 : records::kObjectType2) {}
 
 CFenluxImpl::~CFenluxImpl() {
   Quietly([this] { StopCurrentInteract(true); });

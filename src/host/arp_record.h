@@ -10,6 +10,12 @@ namespace fenlux {
 
 class CBuf;
 
+// The source of every event of the driver.
+inline constexpr std::uint32_t kDriverEventSource = 1;
+// The categories of events.
+inline constexpr std::uint32_t kEventCategory1 = 1;
+inline constexpr std::uint32_t kEventCategory2 = 2;
+
 // The record's view of the process that performed the operation. Delivery thread; one thread per record.
 class CArpProcess {
  public:

@@ -22,6 +22,9 @@ class CSpspSettings {
   ~CSpspSettings() = default;
 };
 
+// The only kind of version that CCfg::ReportDriverVersion is given.
+inline constexpr std::uint32_t kDriverVersionKind = 1;
+
 class CCfg {
  public:
   // The maker of registration records; an empty handle means that none is registered. Connection worker.

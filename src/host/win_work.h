@@ -17,6 +17,10 @@ class CBuf;
 using ProcessIdList = std::vector<std::uint32_t>;
 using ProcessIdSet = std::set<std::uint64_t>;
 
+// Values of CWinWork::QueryProcessValue.
+inline constexpr std::uint32_t kSystemSession = 0;
+inline constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
+
 // The trailing number that many operations take is reserved; the module passes 0. Operations that give text or a
 // handle write it into the caller's `out` and return a reference to it. All of them: several threads at once.
 class CWinWork {

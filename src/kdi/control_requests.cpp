@@ -8,7 +8,11 @@
 namespace fenlux {
 namespace {
 
-bool IsMonitorObjectType(int objectType) { return objectType >= 1 && objectType <= 3; }
+constexpr std::uint32_t kNetItemLists[] = {records::kNetItemList1, records::kNetItemList2, records::kNetItemList3};
+
+bool IsMonitorObjectType(int objectType) {
+  return objectType >= records::kObjectType1 && objectType <= records::kObjectType3;
+}
 
 void RequireImplemented(bool implemented, const char* message) {
   if (!implemented) throw std::runtime_error(message);
@@ -19,7 +23,7 @@ void RequireImplemented(bool implemented, const char* message) {
 // --- Pending monitor objects: every operation holds the list lock for its whole run.
 
 std::vector<std::wstring>& CWinDriverInteract::PendingList(int objectType) {
-  return objectType == 3 ? pendingMonitorObjectsB : pendingMonitorObjectsA;
+  return objectType == records::kObjectType3 ? pendingMonitorObjectsB : pendingMonitorObjectsA;
 }
 
 bool CWinDriverInteract::AddMonitorObject(bool kernelSide, const char* path, int objectType) {
@@ -57,26 +61,31 @@ bool CWinDriverInteract::ClearMonitorObjects(int objectType) {
 // --- Network control. Nothing is locked: hosts run one of these operations at a time, or their lists mix in the
 // driver.
 
-void CWinDriverInteract::SetNetControlMode(std::uint32_t mode) { SendValue(records::Command::kNetControlMode, mode); }
+void CWinDriverInteract::SetNetControlMode(records::NetControlMode mode) {
+  SendValue(records::Command::kNetControlMode, static_cast<std::uint32_t>(mode));
+}
 
 void CWinDriverInteract::EnterNetControlMode1() {
-  SetNetControlMode(1);
-  for (const std::uint32_t listType : {1U, 2U, 3U}) ClearNetControlItems(listType);
+  SetNetControlMode(records::NetControlMode::kMode1);
+  for (const std::uint32_t listType : kNetItemLists) ClearNetControlItems(listType);
 }
 
 void CWinDriverInteract::EnterNetControlMode3() {
-  SetNetControlMode(3);
-  for (const std::uint32_t listType : {1U, 2U, 3U}) ClearNetControlItems(listType);
+  SetNetControlMode(records::NetControlMode::kMode3);
+  for (const std::uint32_t listType : kNetItemLists) ClearNetControlItems(listType);
 }
 
 void CWinDriverInteract::ApplyNetControlItems(bool alternate, const std::shared_ptr<NetControlItems>& items) {
-  LoadNetControlItems(3, items);
-  SetNetControlMode(alternate ? 4 : 2);
+  LoadNetControlItems(records::kNetItemList3, items);
+  SetNetControlMode(alternate ? records::NetControlMode::kAlternateItems : records::NetControlMode::kItems);
 }
 
 void CWinDriverInteract::AddNetControlItems(int itemType, const std::shared_ptr<NetControlItems>& items) {
-  if (itemType != 1 && itemType != 2) throw std::runtime_error("[wdi,ncadp] bad para!");
-  LoadNetControlItems(static_cast<std::uint32_t>(itemType), items);
+  const auto listType = static_cast<std::uint32_t>(itemType);
+  if (listType != records::kNetItemList1 && listType != records::kNetItemList2) {
+    throw std::runtime_error("[wdi,ncadp] bad para!");
+  }
+  LoadNetControlItems(listType, items);
 }
 
 // --- Switches. Modes 1 and 3 select a switch, in opposite senses for the two operations; no other mode is known.

@@ -44,19 +44,69 @@ enum class Command : std::uint32_t {
   kDriverConfig = 24,
 };
 
-// The verdicts of a reply. What each does to the operation is the driver's; the module only carries them.
+// The verdicts of a reply. The driver defines what each does to the operation; the module only carries them, and knows
+// nothing of 2, 4 and 5 but their numbers.
 enum class Verdict : std::uint32_t {
-  k2 = 2,
-  kPass = 3,  // also of an operation that is not judged
-  k4 = 4,
-  k5 = 5,
+  kVerdict2 = 2,
+  kPass = 3,  // also for an operation that is not judged
+  kVerdict4 = 4,
+  kVerdict5 = 5,
   kContext = 6,      // context data follows the fixed part
-  kPassClient2 = 7,  // what kPass is for client type 2
-  kUnjudged = 8,     // of a reply that no decision reached
+  kPassClient2 = 7,  // replaces kPass for client type 2
+  kUnjudged = 8,     // no decision was made
 };
+inline constexpr auto kMinVerdict = static_cast<std::uint32_t>(Verdict::kVerdict2);
+inline constexpr auto kMaxVerdict = static_cast<std::uint32_t>(Verdict::kUnjudged);
 
-// Client type 2 when the host's client-type flag is set.
-constexpr std::uint32_t ClientType(bool clientTypeFlag) { return clientTypeFlag ? 2 : 1; }
+// Bytes that follow the context data of a reply: the end of a UTF-16 text.
+inline constexpr std::uint32_t kContextTerminatorSize = 2;
+
+// Notification codes. The driver sends kMin1 to kMax1 (without kUnused) and kMin2 to kMax2; those with a name of their
+// own are the ones that need more than an event type.
+namespace code {
+inline constexpr std::uint32_t kCategory1Begin = 4096;  // codes below this one belong to no category
+inline constexpr std::uint32_t kCategory2Begin = 8192;
+
+inline constexpr std::uint32_t kMin1 = 4097;
+inline constexpr std::uint32_t kAccess1 = 4097;       // carries access values and conditions
+inline constexpr std::uint32_t kCategory2 = 4109;     // counts as category 2, whatever its number
+inline constexpr std::uint32_t kNoReply = 4113;       // the driver expects no reply
+inline constexpr std::uint32_t kEndpoint = 4114;      // carries an EndpointDetail
+inline constexpr std::uint32_t kUnused = 4115;        // never sent
+inline constexpr std::uint32_t kRemote1 = 4116;       // carries a RemoteDetail
+inline constexpr std::uint32_t kPrefixedPath = 4118;  // item 1 begins with kPathPrefixLength foreign characters
+inline constexpr std::uint32_t kMax1 = 4118;
+
+inline constexpr std::uint32_t kMin2 = 8193;
+inline constexpr std::uint32_t kAccess2 = 8193;      // as kAccess1
+inline constexpr std::uint32_t kMarked = 8194;       // marks the record
+inline constexpr std::uint32_t kFurtherPath = 8204;  // its path may be in item 4
+inline constexpr std::uint32_t kRemote2 = 8205;      // as kRemote1
+inline constexpr std::uint32_t kMax2 = 8206;
+}  // namespace code
+inline constexpr std::size_t kPathPrefixLength = 12;
+
+// Types of monitored objects (commands 1 and 3). The driver defines what they mean; the policy uses 1 or 2.
+inline constexpr int kObjectType1 = 1;
+inline constexpr int kObjectType2 = 2;
+inline constexpr int kObjectType3 = 3;
+
+// What a client says of itself in the connect context and in ClientSwitchRequest.
+inline constexpr std::uint32_t kClientType1 = 1;
+inline constexpr std::uint32_t kClientType2 = 2;
+constexpr std::uint32_t ClientType(bool clientTypeFlag) { return clientTypeFlag ? kClientType2 : kClientType1; }
+
+// The system processes that the driver is told of (command 20).
+enum class SystemProcess : std::uint32_t { kCsrss = 2, kServices = 3 };
+// The id of no process; never sent.
+inline constexpr std::uint64_t kNoProcess = 0xFFFFFFFFFFFFFFFF;
+
+// Modes of network control (command 19).
+enum class NetControlMode : std::uint32_t { kMode1 = 1, kItems = 2, kMode3 = 3, kAlternateItems = 4 };
+// The item lists of network control (commands 21 to 23). The third one goes with kItems and kAlternateItems.
+inline constexpr std::uint32_t kNetItemList1 = 1;
+inline constexpr std::uint32_t kNetItemList2 = 2;
+inline constexpr std::uint32_t kNetItemList3 = 3;
 
 struct RequestHeader {
   U64 magic;
@@ -201,7 +251,7 @@ static_assert(sizeof(Notification) == kNotificationFixedSize && offsetof(Notific
               offsetof(Notification, detail) == 114 && offsetof(Notification, accessKind) == 147 &&
               offsetof(Notification, accessValueA) == 148 && offsetof(Notification, accessValueB) == 152);
 
-// Notification::detail of code 4114.
+// Notification::detail of code::kEndpoint.
 struct EndpointDetail {
   U8 ipv6;
   U16 port;
@@ -213,7 +263,7 @@ struct EndpointDetail {
 static_assert(sizeof(EndpointDetail) == 19 && offsetof(EndpointDetail, port) == 1 &&
               offsetof(EndpointDetail, ipv4Address) == 3 && offsetof(EndpointDetail, ipv6Address) == 3);
 
-// Notification::detail of codes 4116 and 8205.
+// Notification::detail of code::kRemote1 and code::kRemote2.
 struct RemoteDetail {
   U8 remote;
   U64 words[4];

@@ -27,7 +27,7 @@ std::uint32_t CWinDriverInteract::GetDriverVersion() {
 
 void CWinDriverInteract::CheckDriverVersion() {
   const std::uint32_t driverVersion = GetDriverVersion();
-  cfg->ReportDriverVersion(1, true, driverVersion);
+  cfg->ReportDriverVersion(kDriverVersionKind, true, driverVersion);
   const std::uint32_t moduleVersion = kModuleVersion + (utility->QueryVersionFlag() ? 1 : 0);
 
   const auto logVersion = [this](const char* text, std::uint32_t version) {

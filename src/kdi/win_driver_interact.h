@@ -97,14 +97,14 @@ class CWinDriverInteract final : public CKDIBase {
   records::Verdict Judge(const std::shared_ptr<CArpRecord>& record, std::uint32_t eventType,
                          std::shared_ptr<CBuf>& reply);
   std::shared_ptr<CBuf> ContextReply(CArpRecord& record);
-  void RegisterSystemImage(std::uint32_t kind, const char* image);
+  void RegisterSystemImage(records::SystemProcess kind, const char* image);
 
   std::vector<std::wstring>& PendingList(int objectType) FENLUX_REQUIRES(interactMutex);
   void AddMonitor(const std::wstring& text, int objectType);
   void LogEach(void (CLog::*operation)(std::uint32_t, const std::string&), const char* opening,
                const std::vector<std::string>& texts);
   void SendModeSwitch(const ModeSwitch& modeSwitch, bool implemented, std::uint32_t mode);
-  void SetNetControlMode(std::uint32_t mode);
+  void SetNetControlMode(records::NetControlMode mode);
 
   // Sends a request and drops whatever comes back.
   void Send(const std::shared_ptr<CBuf>& request);

@@ -9,11 +9,6 @@
 #include "procinfo/auto_refresh_process_info.h"
 
 namespace fenlux {
-namespace {
-
-constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
-
-}  // namespace
 
 CWinWork& CAutoRefreshProcessInfo::Work() const {
   if (!work) throw std::runtime_error("[arpi] Bad win_work!");

@@ -16,7 +16,7 @@ constexpr std::uint32_t kFirstCode2 = 8193;
 constexpr std::uint32_t kLastCode2 = 8206;
 constexpr std::uint32_t kCodeWithoutReply = 4113;
 
-constexpr auto kLeastVerdict = static_cast<std::uint32_t>(records::Verdict::k2);
+constexpr auto kLeastVerdict = static_cast<std::uint32_t>(records::Verdict::kVerdict2);
 constexpr auto kPass = static_cast<std::uint32_t>(records::Verdict::kPass);
 constexpr auto kContext = static_cast<std::uint32_t>(records::Verdict::kContext);
 constexpr auto kPassClient2 = static_cast<std::uint32_t>(records::Verdict::kPassClient2);
