@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "refhost/base/text/hex.h"
+
 namespace fenlux::refhost {
 namespace {
 
@@ -97,16 +99,6 @@ void AddIfTold(Report& report, const char* name, const std::optional<Value>& val
   if (value) report.Add(name, *value);
 }
 
-std::string HexText(const std::uint8_t* bytes, std::size_t size) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (std::size_t index = 0; index < size; ++index) {
-    text += kDigits[bytes[index] >> 4];
-    text += kDigits[bytes[index] & 0xF];
-  }
-  return text;
-}
-
 std::vector<std::string> Paths(const std::vector<MonitoredObject>& objects) {
   std::vector<std::string> paths;
   for (const MonitoredObject& object : objects) paths.push_back(object.path);
@@ -124,7 +116,7 @@ Report MonitoredReport(const MonitoredSet& monitored) {
 std::vector<std::string> ItemTexts(const NetControlItems& items) {
   std::vector<std::string> texts;
   for (const NetControlItem& item : items) {
-    texts.push_back(HexText(item.opaque.data(), item.opaque.size()) + " " + std::to_string(item.value));
+    texts.push_back(HexText(item.opaque) + " " + std::to_string(item.value));
   }
   return texts;
 }
@@ -227,7 +219,7 @@ Report DriverReport(const EmulatorState& driver) {
   Report processes;
   for (const auto& [kind, processId] : driver.systemProcesses) processes.Add(std::to_string(kind), processId);
   report.Add("system_processes", std::move(processes));
-  if (driver.configBlock) report.Add("config_block", HexText(driver.configBlock->data(), driver.configBlock->size()));
+  if (driver.configBlock) report.Add("config_block", HexText(*driver.configBlock));
   report.Add("dumps", driver.dumps);
   report.Add("versions_asked", driver.versionsAsked);
   report.Add("protocol_violations", driver.protocolViolations);

@@ -5,7 +5,7 @@
 #include <array>
 #include <charconv>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

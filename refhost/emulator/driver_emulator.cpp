@@ -55,8 +55,8 @@ std::shared_ptr<CPortClient> DriverEmulator::MakePortClient(const std::string& p
                                                             const std::shared_ptr<CBuf>& connectContext,
                                                             std::uint32_t maxMessageSize, NotificationHandler handler,
                                                             std::uint32_t portValue) {
-  auto port = std::make_shared<DriverPort>(PortRequest{portName, connectContext, maxMessageSize, portValue},
-                                           std::move(handler));
+  auto port = std::make_shared<DriverPort>(
+      PortRequest{portName, connectContext, maxMessageSize, std::move(handler), portValue});
   return std::make_shared<EmulatorPortClient>(impl->Core(), std::move(port));
 }
 

@@ -10,8 +10,8 @@
 
 #include "host/buf.h"
 #include "kdi/driver_records.h"
-#include "refhost/base/error_text_win.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/error_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -47,16 +47,16 @@ void FilterConnection::Connect() {
     if (ended) throw std::runtime_error("the driver's port was closed before it was opened");
   }
   if (board->Stopped()) throw std::runtime_error("the host is stopping: the driver's port is not opened any more");
-  const std::size_t contextSize = wish.connectContext == nullptr ? 0 : wish.connectContext->GetSize();
+  const std::size_t contextSize = request.connectContext == nullptr ? 0 : request.connectContext->GetSize();
   if (contextSize > std::numeric_limits<WORD>::max()) throw std::runtime_error("the connect context is too large");
   HANDLE opened = nullptr;
-  const HRESULT result = board->Functions().connect(WideFromNarrow(wish.portName).c_str(), 0,
-                                                    contextSize == 0 ? nullptr : wish.connectContext->GetData(),
+  const HRESULT result = board->Functions().connect(WideFromNarrow(request.portName).c_str(), 0,
+                                                    contextSize == 0 ? nullptr : request.connectContext->GetData(),
                                                     static_cast<WORD>(contextSize), nullptr, &opened);
   Handle newPort(opened);
   if (FAILED(result) || !newPort.Valid()) {
     board->Count(&FilterPortTotals::refusedConnects);
-    throw std::runtime_error("the driver's port " + wish.portName + " cannot be opened: " + ResultText(result));
+    throw std::runtime_error("the driver's port " + request.portName + " cannot be opened: " + ResultText(result));
   }
   board->Count(&FilterPortTotals::connects);
   const std::lock_guard lock(mutex);
@@ -84,7 +84,7 @@ void FilterConnection::Start() {
   const FilterPortSettings& settings = board->Settings();
   for (std::uint32_t index = 0; index < settings.buffers; ++index) {
     auto slot = std::make_unique<Slot>();
-    slot->message.resize(sizeof(FILTER_MESSAGE_HEADER) + wish.maxMessageSize);
+    slot->message.resize(sizeof(FILTER_MESSAGE_HEADER) + request.maxMessageSize);
     slot->reply.reserve(sizeof(FILTER_REPLY_HEADER) + records::kReplyFixedSize);
     slots.push_back(std::move(slot));
   }
@@ -100,10 +100,10 @@ void FilterConnection::Start() {
   for (const auto& slot : slots) Receive(*slot);
 }
 
-void FilterConnection::Send(CBuf& request, CBuf* reply) {
+void FilterConnection::Send(CBuf& message, CBuf* reply) {
   const Use use(*this);
   if (!use) throw std::runtime_error("the driver's port is not open");
-  const std::size_t size = request.GetSize();
+  const std::size_t size = message.GetSize();
   const std::size_t room = reply == nullptr ? 0 : reply->GetSize();
   if (size > std::numeric_limits<DWORD>::max() || room > std::numeric_limits<DWORD>::max()) {
     throw std::runtime_error("the request is too large for the driver's port");
@@ -111,7 +111,7 @@ void FilterConnection::Send(CBuf& request, CBuf* reply) {
   // What the driver does not fill of the reply's buffer stays as it is.
   DWORD returned = 0;
   const HRESULT result =
-      board->Functions().sendMessage(use.Get(), request.GetData(), static_cast<DWORD>(size),
+      board->Functions().sendMessage(use.Get(), message.GetData(), static_cast<DWORD>(size),
                                      room == 0 ? nullptr : reply->GetData(), static_cast<DWORD>(room), &returned);
   if (FAILED(result)) {
     board->Count(&FilterPortTotals::failedRequests);
@@ -211,7 +211,7 @@ void FilterConnection::Retire() {
 // The module's reply; empty where it gives none, with the reason where that was a failure.
 std::shared_ptr<CBuf> FilterConnection::Ask(const void* message, std::uint32_t size, std::string& failure) const {
   try {
-    return wish.handler(message, size);
+    return request.handler(message, size);
   } catch (const std::exception& error) {
     failure = std::string("the module's handler failed: ") + error.what();
   } catch (...) {

@@ -22,9 +22,10 @@
 #include <vector>
 
 #include "host/port_client.h"
-#include "refhost/base/handle_win.h"
+#include "refhost/base/platform/handle_win.h"
 #include "refhost/port/filter_functions_win.h"
 #include "refhost/port/filter_port_client.h"
+#include "refhost/port/port_request.h"
 
 namespace fenlux::refhost {
 
@@ -78,24 +79,16 @@ class FilterBoard {
   bool stopped = false;
 };
 
-// What the module asked for when it had the port client made.
-struct PortWish {
-  std::string portName;
-  std::shared_ptr<CBuf> connectContext;
-  std::uint32_t maxMessageSize = 0;
-  NotificationHandler handler;
-};
-
 class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
  public:
-  FilterConnection(std::shared_ptr<FilterBoard> sharedBoard, PortWish portWish)
-      : board(std::move(sharedBoard)), wish(std::move(portWish)) {}
+  FilterConnection(std::shared_ptr<FilterBoard> sharedBoard, PortRequest portRequest)
+      : board(std::move(sharedBoard)), request(std::move(portRequest)) {}
   FilterConnection(const FilterConnection&) = delete;
   FilterConnection& operator=(const FilterConnection&) = delete;
 
   void Connect();
   void Start();
-  void Send(CBuf& request, CBuf* reply);
+  void Send(CBuf& message, CBuf* reply);
   void WaitEnded() {
     std::unique_lock lock(mutex);
     changed.wait(lock, [this] { return ended; });
@@ -160,7 +153,7 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
   HRESULT Answer(Slot& slot, std::uint64_t messageId, const std::uint8_t* bytes, std::size_t size);
 
   const std::shared_ptr<FilterBoard> board;
-  const PortWish wish;
+  const PortRequest request;
   std::vector<std::unique_ptr<Slot>> slots;  // fixed before the threads are started
   Handle queue;                              // likewise
 

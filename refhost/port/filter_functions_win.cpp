@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "refhost/base/error_text_win.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/error_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

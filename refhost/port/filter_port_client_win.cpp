@@ -48,9 +48,9 @@ FilterPort::~FilterPort() { Stop(); }
 std::shared_ptr<CPortClient> FilterPort::MakePortClient(const std::string& portName,
                                                         const std::shared_ptr<CBuf>& connectContext,
                                                         std::uint32_t maxMessageSize, NotificationHandler handler,
-                                                        std::uint32_t /*portValue*/) {
-  return std::make_shared<FilterPortClient>(
-      std::make_shared<FilterConnection>(impl, PortWish{portName, connectContext, maxMessageSize, std::move(handler)}));
+                                                        std::uint32_t portValue) {
+  return std::make_shared<FilterPortClient>(std::make_shared<FilterConnection>(
+      impl, PortRequest{portName, connectContext, maxMessageSize, std::move(handler), portValue}));
 }
 
 void FilterPort::Stop() { impl->Stop(); }

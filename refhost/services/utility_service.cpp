@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string_view>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/heap_buffer.h"
 #include "refhost/services/log/log_service.h"
 

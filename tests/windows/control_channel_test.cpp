@@ -10,7 +10,7 @@
 #include <optional>
 #include <thread>
 
-#include "refhost/base/handle_win.h"
+#include "refhost/base/platform/handle_win.h"
 #include "tests/unit/refhost/control_serving.h"
 
 namespace fenlux::refhost {

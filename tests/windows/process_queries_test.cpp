@@ -1,14 +1,14 @@
 // The system's answers about processes that the test knows: itself and a child.
 #include "refhost/services/processes/process_queries.h"
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <algorithm>
 
-#include "refhost/base/handle_win.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/handle_win.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

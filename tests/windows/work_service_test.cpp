@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 
-#include "refhost/base/own_process.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/own_process.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {

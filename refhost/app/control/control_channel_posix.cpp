@@ -16,6 +16,8 @@
 #include <utility>
 
 #include "refhost/app/control/control_channel.h"
+#include "refhost/base/platform/descriptor_posix.h"
+#include "refhost/base/platform/error_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -25,24 +27,6 @@ namespace fs = boost::filesystem;
 constexpr std::size_t kLongestLine = std::size_t{64} << 20;
 // A client that connects and says nothing must not keep others waiting.
 constexpr std::chrono::seconds kClientPatience{5};
-
-class Descriptor {
- public:
-  explicit Descriptor(int opened) : value(opened) {}
-  ~Descriptor() {
-    if (value >= 0) ::close(value);
-  }
-  Descriptor(Descriptor&& other) noexcept : value(std::exchange(other.value, -1)) {}
-  Descriptor& operator=(Descriptor&&) = delete;
-
-  int Get() const { return value; }
-  bool Valid() const { return value >= 0; }
-
- private:
-  int value;
-};
-
-std::string ErrorText() { return std::generic_category().message(errno); }
 
 sockaddr_un AddressOf(const fs::path& place) {
   sockaddr_un address{};
@@ -58,7 +42,7 @@ sockaddr_un AddressOf(const fs::path& place) {
 
 Descriptor NewSocket() {
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!socket.Valid()) throw ControlChannelError("no control socket can be made: " + ErrorText());
+  if (!socket.Valid()) throw ControlChannelError("no control socket can be made: " + LastErrorText());
   return socket;
 }
 
@@ -74,7 +58,7 @@ bool SomeoneListens(const sockaddr_un& address) {
 void PrepareDirectory(const fs::path& directory) {
   if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     throw ControlChannelError("the control socket's directory " + directory.string() +
-                              " cannot be made: " + ErrorText());
+                              " cannot be made: " + LastErrorText());
   }
   struct stat status {};
   const bool closed = ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
@@ -146,10 +130,10 @@ class ControlListener::Body {
     }
     ::unlink(place.c_str());  // left behind by a host that ended without its stop
     if (::bind(socket.Get(), Generic(address), sizeof(address)) != 0) {
-      throw ControlChannelError("the control socket " + place.string() + " cannot be opened: " + ErrorText());
+      throw ControlChannelError("the control socket " + place.string() + " cannot be opened: " + LastErrorText());
     }
     if (::chmod(place.c_str(), S_IRUSR | S_IWUSR) != 0 || ::listen(socket.Get(), 8) != 0) {
-      const std::string reason = ErrorText();
+      const std::string reason = LastErrorText();
       ::unlink(place.c_str());
       throw ControlChannelError("the control socket " + place.string() + " cannot be opened: " + reason);
     }
@@ -191,7 +175,8 @@ std::string ControlExchange(const fs::path& place, const std::string& request, s
   const sockaddr_un address = AddressOf(place);
   const Descriptor socket = NewSocket();
   if (::connect(socket.Get(), Generic(address), sizeof(address)) != 0) {
-    throw ControlChannelError("no host can be reached on the control socket " + place.string() + ": " + ErrorText());
+    throw ControlChannelError("no host can be reached on the control socket " + place.string() + ": " +
+                              LastErrorText());
   }
   if (!IsOwnUser(socket)) {
     throw ControlChannelError("the control socket " + place.string() + " belongs to another user's process");

@@ -13,9 +13,9 @@
 #include <string_view>
 #include <vector>
 
-#include "refhost/base/error_text_win.h"
-#include "refhost/base/handle_win.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/error_text.h"
+#include "refhost/base/platform/handle_win.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -7,28 +7,19 @@
 #include <stdexcept>
 
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/text/hex.h"
 
 namespace fenlux::refhost {
 namespace {
 
 using Opaque = decltype(NetControlItem::opaque);
 
-std::optional<std::uint8_t> ParseByte(std::string_view digits) {
-  std::uint8_t byte = 0;
-  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-  if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) return std::nullopt;
-  return byte;
-}
-
 // The bytes of exactly as many digits as they need.
 std::optional<Opaque> ParseOpaque(std::string_view digits) {
   Opaque opaque{};
-  if (digits.size() != 2 * opaque.size()) return std::nullopt;
-  for (std::size_t index = 0; index < opaque.size(); ++index) {
-    const auto byte = ParseByte(digits.substr(2 * index, 2));
-    if (!byte) return std::nullopt;
-    opaque[index] = *byte;
-  }
+  const auto bytes = BytesFromHex(digits);
+  if (digits.size() != 2 * opaque.size() || !bytes || bytes->size() != opaque.size()) return std::nullopt;
+  std::copy(bytes->begin(), bytes->end(), opaque.begin());
   return opaque;
 }
 
@@ -81,15 +72,10 @@ NetControlItems LoadNetItems(const boost::filesystem::path& file, ConfigErrors& 
 }
 
 std::string EncodeNetItems(const NetControlItems& items) {
-  constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   for (const NetControlItem& item : items) {
     if (!text.empty()) text += ',';
-    for (const std::uint8_t byte : item.opaque) {
-      text += kDigits[byte >> 4];
-      text += kDigits[byte & 0xF];
-    }
-    text += ":" + std::to_string(item.value);
+    text += HexText(item.opaque) + ":" + std::to_string(item.value);
   }
   return text;
 }

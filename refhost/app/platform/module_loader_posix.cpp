@@ -4,7 +4,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "refhost/app/platform/module_loader.h"
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 
 namespace fenlux::refhost {
 

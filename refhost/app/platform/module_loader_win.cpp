@@ -5,9 +5,9 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include "refhost/base/error_text_win.h"
-#include "refhost/base/own_process.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/error_text.h"
+#include "refhost/base/platform/own_process.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 

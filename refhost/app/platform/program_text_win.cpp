@@ -10,7 +10,7 @@
 #include <boost/filesystem/path.hpp>
 #include <locale>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 

@@ -24,9 +24,9 @@
 #include <set>
 #include <sstream>
 
-#include "refhost/base/environment.h"
+#include "refhost/base/platform/environment.h"
 #include "refhost/base/file_bytes.h"
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "kdi/driver_records.h"
-#include "refhost/emulator/driver/emulator_buf.h"
 #include "refhost/emulator/sources/notification_builder.h"
+#include "refhost/services/heap_buffer.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -222,11 +222,11 @@ void DriverCore::AnswerVersion(const Faults& faultsNow, std::shared_ptr<CBuf>& r
       write(*reply);
       return;
     case VersionReply::kReplace:
-      reply = std::make_shared<EmulatorBuf>(records::kRequestSize);
+      reply = std::make_shared<HeapBuffer>(std::size_t{records::kRequestSize});
       write(*reply);
       return;
     case VersionReply::kShort:
-      reply = std::make_shared<EmulatorBuf>(records::kRequestSize - 1);
+      reply = std::make_shared<HeapBuffer>(std::size_t{records::kRequestSize - 1});
       write(*reply);
       return;
     case VersionReply::kEmpty:

@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #include "kdi/driver_records.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

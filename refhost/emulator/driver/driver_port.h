@@ -11,25 +11,17 @@
 
 #include "host/buf.h"
 #include "host/port_client.h"
+#include "refhost/port/port_request.h"
 
 namespace fenlux::refhost {
-
-// What the module asked for when it had the port client made.
-struct PortRequest {
-  std::string portName;
-  std::shared_ptr<CBuf> connectContext;
-  std::uint32_t maxMessageSize = 0;
-  std::uint32_t portValue = 0;
-};
 
 // Any thread.
 class DriverPort {
  public:
-  DriverPort(PortRequest portRequest, NotificationHandler notificationHandler)
-      : request(std::move(portRequest)), handler(std::move(notificationHandler)) {}
+  explicit DriverPort(PortRequest portRequest) : request(std::move(portRequest)) {}
 
   const PortRequest& Request() const { return request; }
-  const NotificationHandler& Handler() const { return handler; }
+  const NotificationHandler& Handler() const { return request.handler; }
 
   // The client type of the connect context; 0 until the connection is open.
   std::uint32_t ClientType() const { return clientType; }
@@ -78,7 +70,6 @@ class DriverPort {
   static constexpr std::int64_t kUnlimited = -1;
 
   const PortRequest request;
-  const NotificationHandler handler;
   std::atomic<std::uint32_t> clientType{0};
   std::atomic<bool> started{false};
   std::atomic<bool> ended{false};

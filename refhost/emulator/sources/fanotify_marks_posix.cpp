@@ -10,20 +10,20 @@
 #include <cerrno>
 #include <system_error>
 
+#include "refhost/base/platform/error_text.h"
+
 namespace fenlux::refhost {
 namespace {
 
 // Watching these would hold up programs that have nothing to do with the host.
 constexpr const char* kNeverWatched[] = {"/", "/tmp"};
 
-std::string ErrorText(int error) { return std::generic_category().message(error); }
-
 bool SameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
 // Fills in what the directory is; a reason where it may not be watched.
 std::string Inspect(const std::string& directory, struct stat& status) {
   if (directory.empty() || directory.front() != '/') return "is not an absolute path";
-  if (::stat(directory.c_str(), &status) != 0) return ErrorText(errno);
+  if (::stat(directory.c_str(), &status) != 0) return LastErrorText();
   if (!S_ISDIR(status.st_mode)) return "is not a directory";
   for (const char* never : kNeverWatched) {
     struct stat other {};
@@ -98,7 +98,7 @@ void FanotifyMarks::Collect(const std::string& directory, Directories& wanted,
 std::string FanotifyMarks::Mark(const std::string& directory) const {
   const int result =
       ::fanotify_mark(group, FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask | FAN_EVENT_ON_CHILD, AT_FDCWD, directory.c_str());
-  return result == 0 ? std::string() : ErrorText(errno);
+  return result == 0 ? std::string() : LastErrorText();
 }
 
 }  // namespace fenlux::refhost

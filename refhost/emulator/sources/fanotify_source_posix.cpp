@@ -23,8 +23,10 @@
 #include <system_error>
 #include <utility>
 
-#include "refhost/base/own_process.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/descriptor_posix.h"
+#include "refhost/base/platform/error_text.h"
+#include "refhost/base/platform/own_process.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/emulator/sources/fanotify_marks.h"
 #include "refhost/emulator/sources/fanotify_source.h"
 #include "refhost/emulator/sources/notification_builder.h"
@@ -34,24 +36,6 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr std::size_t kMostLines = 20;  // of the log, for one change of the watched directories
-
-std::string ErrorText(int error) { return std::generic_category().message(error); }
-
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int opened) : number(opened) {}
-  ~Descriptor() {
-    if (number >= 0) ::close(number);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Number() const { return number; }
-
- private:
-  int number = -1;
-};
 
 struct EventKind {
   std::uint64_t mask;
@@ -84,7 +68,7 @@ int OpenGroup() {
                       O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);
   if (group >= 0) return group;
   const int error = errno;
-  throw std::runtime_error("kernel events cannot be opened: " + ErrorText(error) +
+  throw std::runtime_error("kernel events cannot be opened: " + SystemErrorText(error) +
                            (error == EPERM ? "; they need root (CAP_SYS_ADMIN)" : ""));
 }
 
@@ -141,7 +125,7 @@ class FanotifySource::Reader final : public AnswerRelease {
   explicit Reader(FanotifySource& owner) : source(owner), slot(owner.core->MakeSlot()) {}
 
   void Run() {
-    pollfd polled[] = {{source.group.Number(), POLLIN, 0}, {source.wake.Number(), POLLIN, 0}};
+    pollfd polled[] = {{source.group.Get(), POLLIN, 0}, {source.wake.Get(), POLLIN, 0}};
     while (!source.stopping) {
       // Without memory for waiting, it looks again in a moment: whoever stands still in the kernel needs its reader.
       if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR) source.core->Sleep(std::chrono::milliseconds(1));
@@ -212,8 +196,8 @@ FanotifySource::FanotifySource(std::shared_ptr<DriverCore> driverCore, const Ker
       settings(kernelSettings),
       group(OpenGroup()),
       wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      marks(group.Number(), MaskOf(settings), settings.recursive) {
-  if (wake.Number() < 0) throw std::runtime_error("kernel events cannot be opened: " + ErrorText(errno));
+      marks(group.Get(), MaskOf(settings), settings.recursive) {
+  if (wake.Get() < 0) throw std::runtime_error("kernel events cannot be opened: " + LastErrorText());
   if (MaskOf(settings) == 0) throw std::runtime_error("no kind of kernel event is asked for");
   for (const std::string& directory : settings.directories) {
     const std::string reason = FanotifyMarks::Refusal(directory);
@@ -263,7 +247,7 @@ void FanotifySource::Stop(std::chrono::milliseconds grace) {
     marks.Clear();
   }
   const std::uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = ::write(wake.Number(), &one, sizeof(one));
+  [[maybe_unused]] const ssize_t written = ::write(wake.Get(), &one, sizeof(one));
   Drain();
   crew.Join(grace);
   Drain();
@@ -271,10 +255,10 @@ void FanotifySource::Stop(std::chrono::milliseconds grace) {
 
 bool FanotifySource::ReadEvent(fanotify_event_metadata& event) {
   // One event at a time, and no more than one open file per reader: the buffer holds a single event.
-  const ssize_t length = ::read(group.Number(), &event, sizeof(event));
+  const ssize_t length = ::read(group.Get(), &event, sizeof(event));
   if (length < 0) {
     if (errno != EAGAIN && errno != EINTR) {
-      core->Log(EmulatorLogLevel::kProblem, "A kernel event could not be read: " + ErrorText(errno) + ".");
+      core->Log(EmulatorLogLevel::kProblem, "A kernel event could not be read: " + LastErrorText() + ".");
     }
     return false;
   }
@@ -294,7 +278,7 @@ void FanotifySource::Respond(int event, bool refuse) noexcept {
   const fanotify_response response{event, refuse ? std::uint32_t{FAN_DENY} : std::uint32_t{FAN_ALLOW}};
   ssize_t written = 0;
   do {
-    written = ::write(group.Number(), &response, sizeof(response));
+    written = ::write(group.Get(), &response, sizeof(response));
   } while (written < 0 && errno == EINTR);
 }
 

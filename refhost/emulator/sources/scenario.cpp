@@ -8,8 +8,9 @@
 
 #include "kdi/driver_records.h"
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/own_process.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/own_process.h"
+#include "refhost/base/text/hex.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/emulator/driver/driver_model.h"
 #include "refhost/emulator/sources/notification_builder.h"
 
@@ -26,32 +27,11 @@ std::chrono::milliseconds Milliseconds(const ConfigTable& table, std::string_vie
   return std::chrono::milliseconds(table.Unsigned(key, standard, 0, kLongestMilliseconds));
 }
 
-std::optional<std::uint8_t> HexDigit(char digit) {
-  if (digit >= '0' && digit <= '9') return static_cast<std::uint8_t>(digit - '0');
-  if (digit >= 'a' && digit <= 'f') return static_cast<std::uint8_t>(digit - 'a' + 10);
-  if (digit >= 'A' && digit <= 'F') return static_cast<std::uint8_t>(digit - 'A' + 10);
-  return std::nullopt;
-}
-
 // Bytes written as pairs of hexadecimal digits, with blanks between pairs where one likes.
 std::vector<std::uint8_t> HexBytes(const ConfigTable& table, std::string_view key) {
-  std::vector<std::uint8_t> bytes;
-  const std::string text = table.Text(key, {});
-  for (std::size_t i = 0; i < text.size();) {
-    if (text[i] == ' ') {
-      ++i;
-      continue;
-    }
-    const auto high = HexDigit(text[i]);
-    const auto low = i + 1 < text.size() ? HexDigit(text[i + 1]) : std::nullopt;
-    if (!high || !low) {
-      table.Report(key, "is not a row of hexadecimal bytes such as \"01 ff\"");
-      return {};
-    }
-    bytes.push_back(static_cast<std::uint8_t>((*high << 4) | *low));
-    i += 2;
-  }
-  return bytes;
+  const auto bytes = BytesFromHex(table.Text(key, {}));
+  if (!bytes) table.Report(key, "is not a row of hexadecimal bytes such as \"01 ff\"");
+  return bytes.value_or(std::vector<std::uint8_t>());
 }
 
 std::uint8_t Flag(const ConfigTable& table, std::string_view key) {

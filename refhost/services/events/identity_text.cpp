@@ -4,6 +4,8 @@
 
 #include <boost/endian/conversion.hpp>
 
+#include "refhost/base/text/hex.h"
+
 namespace fenlux::refhost {
 namespace {
 
@@ -13,22 +15,16 @@ constexpr std::size_t kSubAuthorityOffset = 8;
 // The form allows 15; as many as the block holds are read.
 constexpr std::size_t kMostSubAuthorities = (kIdentityBlockSize - kSubAuthorityOffset) / 4;
 
-std::string HexText(std::span<const std::uint8_t> bytes) {
-  constexpr char kDigits[] = "0123456789abcdef";
+std::span<const std::uint8_t> WithoutTrailingZeros(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
-  std::string text;
-  for (const std::uint8_t byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
-  }
-  return text;
+  return bytes;
 }
 
 }  // namespace
 
 std::string IdentityText(std::span<const std::uint8_t, kIdentityBlockSize> block) {
   const std::size_t count = block[1];
-  if (block[0] != kRevision || count == 0 || count > kMostSubAuthorities) return HexText(block);
+  if (block[0] != kRevision || count == 0 || count > kMostSubAuthorities) return HexText(WithoutTrailingZeros(block));
   std::string text = "S-1-" + std::to_string(boost::endian::load_big_u48(block.data() + kAuthorityOffset));
   for (std::size_t index = 0; index < count; ++index) {
     const std::uint8_t* const subAuthority = block.data() + kSubAuthorityOffset + 4 * index;

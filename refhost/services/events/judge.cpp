@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/events/event_record.h"
 #include "refhost/services/heap_buffer.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/ao_arp.h"
-#include "refhost/base/glob.h"
+#include "refhost/base/text/glob.h"
 #include "refhost/base/live_value.h"
 #include "refhost/services/events/event_types.h"
 

@@ -18,7 +18,7 @@
 
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/report.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

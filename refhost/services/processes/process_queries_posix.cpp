@@ -11,7 +11,7 @@
 #include <memory>
 #include <string_view>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {

@@ -13,8 +13,8 @@
 #include <functional>
 #include <string_view>
 
-#include "refhost/base/handle_win.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/handle_win.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

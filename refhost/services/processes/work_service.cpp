@@ -5,7 +5,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/events/identity_text.h"
 #include "refhost/services/processes/process_queries.h"
 

@@ -11,7 +11,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
+#include "tests/support/temporary_directory.h"
 #include "tests/unit/emulator/emulator_test.h"
 #include "tests/unit/emulator/kernel_fixture.h"
 
@@ -32,7 +33,7 @@ class KernelEvents : public EmulatorTest {
   KernelEvents() {
     settings.source = EventSourceKind::kFanotify;
     settings.deadline = std::chrono::hours(1);
-    settings.kernel.directories = {directory.Path()};
+    settings.kernel.directories = {directory.Path().string()};
   }
 
   void SetUp() override {
@@ -60,7 +61,7 @@ class KernelEvents : public EmulatorTest {
   OtherProcess other;  // made before any thread
   OtherProcess another;
   TemporaryDirectory directory;
-  const std::string file = directory.File("ordinary.txt");
+  const std::string file = directory.MakeFile("ordinary.txt").string();
 };
 
 TEST_F(KernelEvents, OrdinaryOpensSucceed) {
@@ -97,7 +98,7 @@ TEST_F(KernelEvents, WhichVerdictsRefuseIsASetting) {
 }
 
 TEST_F(KernelEvents, TellsTheModuleWhoOpensWhat) {
-  const std::string strange = directory.File("\xc3\xa9\xf0\x9f\x90\xa7.txt");
+  const std::string strange = directory.MakeFile("\xc3\xa9\xf0\x9f\x90\xa7.txt").string();
   Bytes seen;
   handler = [&seen](const Bytes& message) {
     seen = message;
@@ -115,7 +116,7 @@ TEST_F(KernelEvents, TellsTheModuleWhoOpensWhat) {
 
 TEST_F(KernelEvents, TellsReadsAndExecutionsApartWhereAsked) {
   settings.kernel.onAccess = settings.kernel.onExec = true;
-  const std::string program = directory.Path() + "/program";
+  const std::string program = directory.Path().string() + "/program";
   {
     std::ifstream from("/bin/true", std::ios::binary);
     std::ofstream(program, std::ios::binary) << from.rdbuf();
@@ -138,7 +139,7 @@ TEST_F(KernelEvents, TellsReadsAndExecutionsApartWhereAsked) {
 TEST_F(KernelEvents, RefusesExecutionAlone) {
   settings.kernel.onOpen = false;
   settings.kernel.onExec = true;
-  const std::string program = directory.File("program");
+  const std::string program = directory.MakeFile("program").string();
   ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
   OpenedWithVerdict(4);
   EXPECT_EQ(other.Perform(program, Operation::kExecute), EPERM);
@@ -272,7 +273,7 @@ TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
 }
 
 TEST_F(KernelEvents, ANamedPipeDoesNotHoldUpItsReader) {
-  const std::string pipe = directory.Path() + "/pipe";
+  const std::string pipe = directory.Path().string() + "/pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   settings.kernel.threads = 1;
   OpenedWithVerdict(4);
@@ -293,10 +294,10 @@ class PolicyEvents : public KernelEvents {
  protected:
   PolicyEvents() { settings.kernel.directories.clear(); }
 
-  const std::string first = directory.Directory("first");
-  const std::string second = directory.Directory("second");
-  const std::string inFirst = directory.File("first/file");
-  const std::string inSecond = directory.File("second/file");
+  const std::string first = directory.MakeDirectory("first").string();
+  const std::string second = directory.MakeDirectory("second").string();
+  const std::string inFirst = directory.MakeFile("first/file").string();
+  const std::string inSecond = directory.MakeFile("second/file").string();
 };
 
 TEST_F(PolicyEvents, FollowWhatIsCommittedWithoutARestart) {
@@ -354,7 +355,7 @@ TEST_F(PolicyEvents, AreIgnoredWhereTheSettingsSaySo) {
 
 TEST_F(PolicyEvents, PassOverWhatCannotBeWatched) {
   const auto port = OpenedWithVerdict(4);
-  Commit(*port, {"/", "/tmp", "relative", directory.Path() + "/missing", inFirst, second});
+  Commit(*port, {"/", "/tmp", "relative", directory.Path().string() + "/missing", inFirst, second});
   EXPECT_EQ(other.Perform(inSecond), EPERM);
   EXPECT_EQ(other.Perform(inFirst), 0);
   const std::vector<std::string> lines = LogLines();
@@ -363,13 +364,13 @@ TEST_F(PolicyEvents, PassOverWhatCannotBeWatched) {
                                    "Not watched: relative: is not an absolute path"}) {
     EXPECT_THAT(lines, Contains(reason));
   }
-  EXPECT_THAT(lines, Contains("Not watched: " + directory.Path() + "/missing: No such file or directory"));
+  EXPECT_THAT(lines, Contains("Not watched: " + directory.Path().string() + "/missing: No such file or directory"));
   EXPECT_THAT(lines, Contains("Not watched: " + inFirst + ": is not a directory"));
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
 TEST_F(PolicyEvents, KnowADirectoryByWhatItIs) {
-  const std::string link = directory.Path() + "/link";
+  const std::string link = directory.Path().string() + "/link";
   ASSERT_EQ(::symlink(first.c_str(), link.c_str()), 0);
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first, link});
@@ -385,8 +386,8 @@ TEST_F(PolicyEvents, FollowADirectoryThatIsMadeAgain) {
   Commit(*port, {first});
   ASSERT_EQ(::unlink(inFirst.c_str()), 0);
   ASSERT_EQ(::rmdir(first.c_str()), 0);
-  directory.Directory("first");
-  directory.File("first/file");
+  directory.MakeDirectory("first");
+  directory.MakeFile("first/file");
   Commit(*port, {first});
   EXPECT_EQ(other.Perform(inFirst), EPERM);
 }
@@ -394,7 +395,7 @@ TEST_F(PolicyEvents, FollowADirectoryThatIsMadeAgain) {
 TEST_F(PolicyEvents, LetGoOfADirectoryThatWasRenamed) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first, second});
-  const std::string renamed = directory.Path() + "/renamed";
+  const std::string renamed = directory.Path().string() + "/renamed";
   ASSERT_EQ(std::rename(first.c_str(), renamed.c_str()), 0);
   EXPECT_EQ(other.Perform(renamed + "/file"), EPERM);
   Commit(*port, {second});
@@ -403,8 +404,8 @@ TEST_F(PolicyEvents, LetGoOfADirectoryThatWasRenamed) {
 }
 
 TEST_F(PolicyEvents, ReachTheDirectoriesBelowWhereAsked) {
-  const std::string deep = directory.Directory("first/a/b");
-  const std::string inDeep = directory.File("first/a/b/file");
+  const std::string deep = directory.MakeDirectory("first/a/b").string();
+  const std::string inDeep = directory.MakeFile("first/a/b/file").string();
   {
     const auto port = OpenedWithVerdict(4);
     Commit(*port, {first});
@@ -426,8 +427,8 @@ TEST_F(PolicyEvents, ReachTheDirectoriesBelowWhereAsked) {
 TEST_F(PolicyEvents, FollowThousandsOfDirectories) {
   constexpr int kCount = 2000;
   std::vector<std::string> many;
-  for (int i = 0; i < kCount; ++i) many.push_back(directory.Directory("many/" + std::to_string(i)));
-  const std::string inLast = directory.File("many/" + std::to_string(kCount - 1) + "/file");
+  for (int i = 0; i < kCount; ++i) many.push_back(directory.MakeDirectory("many/" + std::to_string(i)).string());
+  const std::string inLast = directory.MakeFile("many/" + std::to_string(kCount - 1) + "/file").string();
   const auto port = OpenedWithVerdict(4);
   Commit(*port, many);
   EXPECT_EQ(other.Perform(inLast), EPERM);
@@ -437,7 +438,7 @@ TEST_F(PolicyEvents, FollowThousandsOfDirectories) {
 }
 
 TEST_F(KernelEvents, CannotBeOpenedOnDirectoriesThatAreNotTheirs) {
-  const std::string link = directory.Path() + "/link";
+  const std::string link = directory.Path().string() + "/link";
   ASSERT_EQ(::symlink("/tmp", link.c_str()), 0);
   const auto failure = [this](const std::string& path) {
     settings.kernel.directories = {path};
@@ -449,7 +450,8 @@ TEST_F(KernelEvents, CannotBeOpenedOnDirectoriesThatAreNotTheirs) {
   EXPECT_EQ(failure(link), "directory " + link + " is /tmp itself, which is never watched");
   EXPECT_EQ(failure("here"), "directory here is not an absolute path");
   EXPECT_EQ(failure(file), "directory " + file + " is not a directory");
-  EXPECT_EQ(failure(directory.Path() + "/no"), "directory " + directory.Path() + "/no No such file or directory");
+  EXPECT_EQ(failure(directory.Path().string() + "/no"),
+            "directory " + directory.Path().string() + "/no No such file or directory");
   settings.kernel.directories = {};
   settings.kernel.onOpen = false;
   EXPECT_EQ(FailureOf([this] { const DriverEmulator refused(settings); }), "no kind of kernel event is asked for");

@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <boost/filesystem/fstream.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -50,29 +48,6 @@ int Execute(const char* path) {
 }
 
 }  // namespace
-
-TemporaryDirectory::TemporaryDirectory() {
-  std::string pattern = (boost::filesystem::temp_directory_path() / "fenlux-kernel-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary directory can be made");
-  path = pattern;
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  boost::system::error_code ignored;
-  boost::filesystem::remove_all(path, ignored);
-}
-
-std::string TemporaryDirectory::File(const std::string& name) const {
-  const boost::filesystem::path file = boost::filesystem::path(path) / name;
-  boost::filesystem::ofstream(file) << "text\n";
-  return file.string();
-}
-
-std::string TemporaryDirectory::Directory(const std::string& name) const {
-  const boost::filesystem::path directory = boost::filesystem::path(path) / name;
-  boost::filesystem::create_directories(directory);
-  return directory.string();
-}
 
 OtherProcess::OtherProcess() {
   int orders[2];

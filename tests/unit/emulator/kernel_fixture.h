@@ -1,4 +1,4 @@
-// What kernel-event tests need of the system: a directory of their own, and other processes that open files in it.
+// What kernel-event tests need of the system: other processes that open files in it.
 #pragma once
 
 #include <sys/types.h>
@@ -7,23 +7,6 @@
 #include <vector>
 
 namespace fenlux::testing {
-
-// A fresh directory below the system's temporary one, removed with everything in it.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  const std::string& Path() const { return path; }
-  // Makes a file of a few bytes, or a directory, below it and gives its path.
-  std::string File(const std::string& name) const;
-  std::string Directory(const std::string& name) const;
-
- private:
-  std::string path;
-};
 
 // Another process that opens files when told to. Make it before any thread is started.
 class OtherProcess {

@@ -5,7 +5,7 @@
 #include <map>
 
 #include "core/fenlux_impl.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/configuration.h"
 #include "refhost/services/events/event_record.h"
 #include "refhost/services/events/judge.h"

@@ -18,6 +18,7 @@
 #include "tests/support/fake_host.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/record_builders.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::testing {
 
@@ -81,28 +82,6 @@ class HeldUpCall {
 // Whether the call throws just what the fake host throws for this failure.
 template <class Call>
 ::testing::AssertionResult Propagates(Failure failure, Call&& call);
-
-// A directory of its own that goes with the object.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory()
-      : path(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("fenlux-%%%%-%%%%-%%%%")) {
-    boost::filesystem::create_directories(path);
-  }
-  ~TemporaryDirectory() {
-    boost::system::error_code ignored;
-    boost::filesystem::remove_all(path, ignored);
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  const boost::filesystem::path& path() const { return path; }
-  boost::filesystem::path MakeDirectory(const std::string& name) const;
-  boost::filesystem::path MakeFile(const std::string& name) const;
-
- private:
-  boost::filesystem::path path;
-};
 
 class ModuleTest : public ::testing::Test {
  protected:

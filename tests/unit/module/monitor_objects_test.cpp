@@ -176,7 +176,7 @@ TEST_F(MonitorObjects, APathWhoseStatusCannotBeReadHasFlag1WithoutBeingTested) {
   GTEST_SKIP() << "a link that leads to itself cannot be made without privileges here";
 #endif
   const TemporaryDirectory directory;
-  const auto loop = directory.path() / "loop";
+  const auto loop = directory.Path() / "loop";
   boost::filesystem::create_symlink(loop, loop);
   boost::system::error_code error;
   ASSERT_EQ(boost::filesystem::status(loop, error).type(), boost::filesystem::status_error);

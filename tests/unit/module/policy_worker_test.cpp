@@ -147,7 +147,7 @@ TEST_F(PolicyWorker, ObjectsCarryTheModulesObjectType) {
     settings().monitor_object_flag = flag;
     impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
     const TemporaryDirectory directory;
-    host.SetPolicy({directory.path()});
+    host.SetPolicy({directory.Path()});
     ResetClock();
     ApplyOnce();
     const auto added = host.RequestsOf(1), committed = host.RequestsOf(3);
@@ -179,7 +179,7 @@ TEST_F(PolicyWorker, AnEmptyHandleIsSaidAndOnlyConfigured) {
 
 TEST_F(PolicyWorker, MissingPathsAndFilesAreSkippedAndTheOthersAreNot) {
   const TemporaryDirectory directory;
-  const auto missing = directory.path() / "missing", file = directory.MakeFile("file"),
+  const auto missing = directory.Path() / "missing", file = directory.MakeFile("file"),
              last = directory.MakeDirectory("last"), below = file / "below";
   host.SetPolicy({missing, file, below, last});
   ApplyOnce();
@@ -200,7 +200,7 @@ TEST_F(PolicyWorker, TheDirectoryTestIsTheHosts) {
 
 TEST_F(PolicyWorker, TheSkipLinesAreTranslatedBeforeThePathIsAppended) {
   const TemporaryDirectory directory;
-  const auto missing = directory.path() / "missing", file = directory.MakeFile("file");
+  const auto missing = directory.Path() / "missing", file = directory.MakeFile("file");
   settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   host.SetPolicy({missing, file});
   ApplyOnce();
@@ -221,17 +221,17 @@ TEST_F(PolicyWorker, WithoutALocaleServiceTheLinesAreUntranslated) {
 
 TEST_F(PolicyWorker, ANullPolicyObjectIsPassedOver) {
   const TemporaryDirectory directory;
-  host.SetPolicy({std::nullopt, directory.path(), std::nullopt});
+  host.SetPolicy({std::nullopt, directory.Path(), std::nullopt});
   ApplyOnce();
-  EXPECT_EQ(Logged(), Lines{Event("[Add Monitor OK!][obj path]=" + directory.path().string())});
+  EXPECT_EQ(Logged(), Lines{Event("[Add Monitor OK!][obj path]=" + directory.Path().string())});
 }
 
 TEST_F(PolicyWorker, NonAsciiDirectoriesArriveUnchanged) {
   const TemporaryDirectory directory;
 #if defined(_WIN32)
-  const boost::filesystem::path named = directory.path() / L"\u00E9\u20AC";
+  const boost::filesystem::path named = directory.Path() / L"\u00E9\u20AC";
 #else
-  const boost::filesystem::path named = directory.path() / "\xC3\xA9\xE2\x82\xAC";
+  const boost::filesystem::path named = directory.Path() / "\xC3\xA9\xE2\x82\xAC";
 #endif
   boost::filesystem::create_directories(named);
   host.SetPolicy({named});
@@ -245,7 +245,7 @@ TEST_F(PolicyWorker, NonAsciiDirectoriesArriveUnchanged) {
 
 TEST_F(PolicyWorker, AFailedSendingOfAnObjectEndsNothing) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path()});
+  host.SetPolicy({directory.Path()});
   Connect();
   gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
   StartPolicyWorker();
@@ -292,7 +292,7 @@ TEST_F(PolicyWorker, OneNotificationWakesEveryWorker) {
 
 TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path()});
+  host.SetPolicy({directory.Path()});
   ApplyOnce();
   impl->StopWork(false);
   ASSERT_TRUE(clock().AwaitParked(5s));
@@ -310,7 +310,7 @@ TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {
 
 TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path()});
+  host.SetPolicy({directory.Path()});
   Connect();
   bool reached = false;
   gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] {
@@ -327,7 +327,7 @@ TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
 
 TEST_F(PolicyWorker, LetsGoOfThePolicyBeforeItSendsTheConfiguration) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path()});
+  host.SetPolicy({directory.Path()});
   Connect();
   bool heldWhileRead = false, letGoAfterwards = false;
   gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.PolicyIsLetGo(); });
@@ -374,7 +374,7 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
 
 TEST_P(PolicyWorkerFailure, OfAPassIsReportedAndThePolicyAppliedAgainASecondLater) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path()});
+  host.SetPolicy({directory.Path()});
   struct Case {
     const char* operation;
     std::size_t n;
@@ -433,13 +433,13 @@ TEST_P(PolicyWorkerFailure, OfTheReportIsSurvived) {
 
 TEST_P(PolicyWorkerFailure, OfASkipLineEndsThePass) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path() / "missing"});
+  host.SetPolicy({directory.Path() / "missing"});
   Connect();
   gate().FailAt("CLog::LogProblem", 1, GetParam());
   StartPolicyWorker();
   ASSERT_TRUE(clock().AwaitParked(1s));
   EXPECT_EQ(gate().EntriesOf({"CLog::LogProblem"}),
-            (Lines{Missing(directory.path() / "missing"), Problem(Report(GetParam()))}));
+            (Lines{Missing(directory.Path() / "missing"), Problem(Report(GetParam()))}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, PolicyWorkerFailure, ::testing::ValuesIn(kAllFailures));
@@ -449,7 +449,7 @@ TEST_F(PolicyWorker, APathWhoseStatusCannotBeReadEndsThePassAndIsTriedAgainEvery
   GTEST_SKIP() << "a link that leads to itself cannot be made without privileges here";
 #endif
   const TemporaryDirectory directory;
-  const auto loop = directory.path() / "loop", good = directory.MakeDirectory("good");
+  const auto loop = directory.Path() / "loop", good = directory.MakeDirectory("good");
   boost::filesystem::create_symlink(loop, loop);
   std::string message;
   try {

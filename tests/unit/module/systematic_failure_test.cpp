@@ -606,7 +606,7 @@ TEST_F(SystematicWorkerFailure, OfTheConnectionWorkerIsReportedAndTheNextAttempt
 
 TEST_F(SystematicWorkerFailure, OfThePolicyWorkerIsReportedAndThePolicyAppliedAgain) {
   const TemporaryDirectory directory;
-  host.SetPolicy({directory.path(), directory.path() / "missing", directory.MakeFile("file")});
+  host.SetPolicy({directory.Path(), directory.Path() / "missing", directory.MakeFile("file")});
   constexpr char kLastCall[] = "CPortClient::Send(24, no reply, true)";
   Connect();
   bool waiting = false;  // in the wait for a change, as against the pause after a failure

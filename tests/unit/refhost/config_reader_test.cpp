@@ -5,9 +5,9 @@
 
 #include <cstdlib>
 
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 #include "tests/unit/refhost/set_environment.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

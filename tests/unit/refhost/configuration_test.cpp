@@ -6,7 +6,7 @@
 #include "host/buf.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/services/record_register.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

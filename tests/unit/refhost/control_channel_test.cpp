@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "tests/unit/refhost/control_serving.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

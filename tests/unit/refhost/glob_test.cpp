@@ -1,5 +1,5 @@
 // What patterns match.
-#include "refhost/base/glob.h"
+#include "refhost/base/text/glob.h"
 
 #include <gtest/gtest.h>
 

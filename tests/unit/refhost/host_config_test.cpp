@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "refhost/base/config/config_reader.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "refhost/base/config/config_reader.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

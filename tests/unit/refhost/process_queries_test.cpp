@@ -1,6 +1,6 @@
 // The system's answers about processes that the test knows: itself and a child.
 #include "refhost/services/processes/process_queries.h"
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,7 +11,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -1,7 +1,7 @@
 // By the system's functions, which take wide text.
 #include <windows.h>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 #include "tests/unit/refhost/set_environment.h"
 
 namespace fenlux::testing {

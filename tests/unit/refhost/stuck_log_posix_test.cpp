@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "refhost/services/log/log_service.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

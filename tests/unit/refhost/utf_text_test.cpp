@@ -1,5 +1,5 @@
 // Conversions, valid and not.
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,7 @@
 
 #include "host/buf.h"
 #include "refhost/services/log/log_service.h"
-#include "tests/unit/refhost/temporary_directory.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {

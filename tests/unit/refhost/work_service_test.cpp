@@ -9,8 +9,8 @@
 #include <array>
 
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/own_process.h"
-#include "refhost/base/utf_text.h"
+#include "refhost/base/platform/own_process.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/heap_buffer.h"
 #include "refhost/services/processes/process_queries.h"
 

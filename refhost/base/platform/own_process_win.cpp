@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 
 namespace fenlux::refhost {
 namespace {

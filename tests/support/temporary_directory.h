@@ -1,4 +1,4 @@
-// A directory of a test's own, removed with everything in it.
+// A temporary directory of one test, removed with everything in it.
 #pragma once
 
 #include <boost/filesystem/operations.hpp>
@@ -26,25 +26,33 @@ class TemporaryDirectory {
 
   const boost::filesystem::path& Path() const { return path; }
 
-  // Writes a file and gives its path.
+  // Writes a file and returns its path.
   boost::filesystem::path Write(const std::string& name, std::string_view text) const {
     const boost::filesystem::path file = path / name;
     std::ofstream(file.string(), std::ios::binary) << text;
     return file;
+  }
+  // Makes a file of a few bytes and returns its path.
+  boost::filesystem::path MakeFile(const std::string& name) const { return Write(name, "text\n"); }
+  // Makes a directory, and those on the way to it, and returns its path.
+  boost::filesystem::path MakeDirectory(const std::string& name) const {
+    const boost::filesystem::path directory = path / name;
+    boost::filesystem::create_directories(directory);
+    return directory;
   }
 
  private:
   boost::filesystem::path path;
 };
 
-// A path that begins at the root, as it reads where paths name the drive too: the current one.
+// A path that starts at the root, with the current drive where paths have drives.
 inline boost::filesystem::path Rooted(const std::string& path) {
   return boost::filesystem::current_path().root_name() / path;
 }
 
-// The whole of a file; empty where it cannot be read.
+// The content of a file, read as text; empty if it cannot be read.
 inline std::string FileText(const boost::filesystem::path& file) {
-  std::ifstream stream(file.string());  // as text: with the line ends of the language, not of the system
+  std::ifstream stream(file.string());
   return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 

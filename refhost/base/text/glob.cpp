@@ -1,8 +1,8 @@
 // Matching without recursion: only the last star of each kind can ever need another try, so the work is bounded by the
 // product of the lengths.
-#include "refhost/base/glob.h"
+#include "refhost/base/text/glob.h"
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {

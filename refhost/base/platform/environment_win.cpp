@@ -1,9 +1,9 @@
 // The environment in UTF-16, in which the system keeps it: getenv would give it in the code page.
-#include "refhost/base/environment.h"
+#include "refhost/base/platform/environment.h"
 
 #include <windows.h>
 
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 

@@ -3,7 +3,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include "refhost/base/own_process.h"
+#include "refhost/base/platform/own_process.h"
 
 namespace fenlux::refhost {
 

@@ -1,7 +1,10 @@
 // Every conversion decodes character by character, so that what is invalid costs one replacement and no more.
-#include "refhost/base/utf_text.h"
+#include "refhost/base/text/utf_text.h"
+
+#include <fmt/format.h>
 
 #include <boost/locale/utf.hpp>
+#include <cstdint>
 #include <iterator>
 
 namespace fenlux::refhost {
@@ -32,7 +35,6 @@ std::basic_string<Target> Convert(std::basic_string_view<Unit> text) {
 }
 
 void AppendEscaped(std::string& out, utf::code_point character) {
-  constexpr char kDigits[] = "0123456789abcdef";
   switch (character) {
     case '\n':
       out += "\\n";
@@ -44,9 +46,7 @@ void AppendEscaped(std::string& out, utf::code_point character) {
       out += "\\t";
       return;
     default:
-      out += "\\x";
-      out += kDigits[(character >> 4) & 0xF];
-      out += kDigits[character & 0xF];
+      fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<std::uint32_t>(character));
   }
 }
 

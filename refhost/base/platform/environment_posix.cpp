@@ -1,5 +1,5 @@
 // The environment as getenv has it: its bytes are taken for UTF-8.
-#include "refhost/base/environment.h"
+#include "refhost/base/platform/environment.h"
 
 #include <cstdlib>
 
