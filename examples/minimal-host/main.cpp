@@ -1,15 +1,15 @@
-// A host of fenlux, as small as a complete one can be, for agents to start from.
+// A complete fenlux host in one file, as small as it can be, for agents to start from.
 //
-//   minimal-host [MODULE]     MODULE: the module's library; without it, the one beside this program
+//   minimal-host [MODULE]     MODULE: the module's library; default: the one next to this program
 //
-// It has every service that the module asks for, loads the module, lets it connect to a driver (here a stand-in), and
-// judges what the driver reports. It ends by itself: with 0 if the driver got every request and verdict it waits for.
+// It provides every service that the module needs, loads the module, lets it connect to a stand-in driver, and judges
+// what the driver reports. It ends by itself, with 0 if the driver got every request and verdict it expects.
 //
-// Threads.   The module calls a service on several threads at once: the thread that calls init, its own workers, and
-//            the delivery threads of the port client. Every service here is therefore either unchanging or locked.
-// Owners.    Services, buffers and records pass in shared handles. The module keeps the services while it is loaded,
-//            and it stays loaded until the process ends: nothing that a service uses may die before that.
-// Blocking.  While a delivery thread is busy, an operation in the kernel stands still. What runs there (CreateBuffer,
+// Threads.   The module calls services concurrently, from the thread that calls init, its own workers, and the port
+//            client's delivery threads. So every service here is either immutable or locked.
+// Ownership. Services, buffers and records are passed in shared handles. The module keeps the services as long as it is
+//            loaded, which is until the process ends: nothing that a service uses may be destroyed before that.
+// Blocking.  While a delivery thread is busy, an operation is blocked in the kernel. What runs there (CreateBuffer,
 //            CreateRecord, Evaluate, the log) must not wait for disks, networks or other events.
 #include <boost/filesystem/operations.hpp>
 #include <boost/locale/encoding_utf.hpp>
@@ -27,7 +27,7 @@
 #include "kdi/driver_records.h"
 
 #ifdef _WIN32
-#define WIN32_LEAN_AND_MEAN  // the whole of windows.h makes a macro of SetPort
+#define WIN32_LEAN_AND_MEAN  // otherwise windows.h defines SetPort as a macro
 #include <windows.h>
 #else
 #include <dlfcn.h>
@@ -50,11 +50,11 @@ using U64 = std::uint64_t;
 
 void Print(const char* kind, const string& line) { std::printf("%-8s %s\n", kind, line.c_str()); }
 
-// First the driver and the port to it, played in this program. An agent has a port client of its own in this place,
-// with the system's port functions behind the five operations.
-constexpr U32 kProcess = 4711;  // the only process in this driver's world
+// The driver and its port. An agent has a real port client here instead, which implements the five operations with the
+// system's port functions.
+constexpr U32 kProcess = 4711;  // the only process that this driver knows
 
-// What the driver reports, and the verdict that it has to get; 0: no answer at all.
+// What the driver reports, and the verdict it expects; 0 means no answer.
 struct Report {
   U32 code;
   std::u16string path;
@@ -62,43 +62,43 @@ struct Report {
   U32 verdict;
 };
 
-// A record of the driver, seen in a buffer that is at least as large.
+// The buffer's bytes as a driver record; the buffer must be at least as large.
 template <class Record>
 Record& As(CBuf& buffer) {
-  if (buffer.GetSize() < sizeof(Record)) throw std::runtime_error("a buffer is too small for its record");
+  if (buffer.GetSize() < sizeof(Record)) throw std::runtime_error("buffer too small for its record");
   return *reinterpret_cast<Record*>(buffer.GetData());
 }
 
 struct StandInDriver final : CPortClient {
   void Connect() override {
     const bool known = As<records::ConnectContext>(*connectContext).magic.value() == records::kConnectMagic;
-    if (!known) throw std::runtime_error("the driver refuses the connection");
+    if (!known) throw std::runtime_error("driver refuses the connection");
   }
-  // Every report is delivered on a thread of its own. A port client may be destroyed on a delivery thread, where the
-  // module lets go of its last handle, so its destructor must not join them; here the end of the run does.
+  // Delivers each report on its own thread. The module may release its last handle of a port client on a delivery
+  // thread, so the destructor must not join them; Run does.
   void Start() override {
     for (const Report& report : reports) delivery.emplace_back([this, &report] { Deliver(report); });
   }
-  void Wait() override {  // the module's opening requests are through
+  void Wait() override {  // the module has sent its opening requests
     std::unique_lock lock(mutex);
     waiting = true;
     changed.notify_all();
     changed.wait(lock, [this] { return closed; });
   }
-  // Final, and it waits for nobody: it may come from a thread that a delivery is waiting for.
+  // Waits for nothing: the caller may be a thread that a delivery waits for.
   void Close() override {
     const std::lock_guard lock(mutex);
     closed = true;
     changed.notify_all();
   }
-  // The driver's answer goes into `reply`, where the module wants one.
+  // Writes the driver's answer into `reply` if the module expects one.
   void Send(const Ptr<CBuf>& request, Ptr<CBuf>& reply, bool) override {
     const auto& header = As<records::RequestHeader>(*request);
     const auto command = static_cast<Command>(header.command.value());
-    if (header.magic.value() != records::kRequestMagic) throw std::runtime_error("this is not a request");
+    if (header.magic.value() != records::kRequestMagic) throw std::runtime_error("not a request");
     if (command == Command::kDriverVersion && reply) As<records::VersionReply>(*reply).version = 19072701;
     const std::lock_guard lock(mutex);
-    if (closed) throw std::runtime_error("the connection is closed");
+    if (closed) throw std::runtime_error("connection closed");
     awaited.erase(command);
     changed.notify_all();
   }
@@ -115,10 +115,10 @@ struct StandInDriver final : CPortClient {
 
     U32 verdict = 0;
     try {
-      // Until the handler returns, the answer is the module's duty; from then on it is the port client's.
+      // Until the handler returns, the module must answer the driver; from then on the port client must.
       const auto reply = handler(message.data(), static_cast<U32>(message.size()));
       if (reply) verdict = As<records::Reply>(*reply).verdict.value();
-    } catch (...) {  // there was no memory to answer with, so the port client answers for itself
+    } catch (...) {  // the module could not make a reply, so the port client answers itself
       verdict = static_cast<U32>(records::Verdict::kUnjudged);
     }
     Print("driver", "code " + std::to_string(report.code) + " got verdict " + std::to_string(verdict));
@@ -128,7 +128,7 @@ struct StandInDriver final : CPortClient {
     changed.notify_all();
   }
 
-  // Whether the connection is served, every report delivered, and every awaited request there.
+  // Returns whether the module serves the connection, and every report and awaited request has arrived.
   bool WaitForAll(std::chrono::seconds limit) {
     std::unique_lock lock(mutex);
     return changed.wait_for(lock, limit, [this] { return waiting && delivered == reports.size() && awaited.empty(); });
@@ -137,21 +137,21 @@ struct StandInDriver final : CPortClient {
   const std::vector<Report> reports = {
       {4098, u"C:\\Work\\report.txt", false, 2},
       {4098, u"C:\\Work\\secret.txt", false, 4},
-      {4098, u"C:\\Work\\secret.txt", true, 3},  // an oplock break is let through unjudged
-      {4113, u"C:\\Work\\tool.exe", false, 0},   // told and not asked
+      {4098, u"C:\\Work\\secret.txt", true, 3},  // an oplock break passes without judgement
+      {4113, u"C:\\Work\\tool.exe", false, 0},   // reported only: no answer expected
   };
   Ptr<CBuf> connectContext;
   NotificationHandler handler;
   std::vector<std::thread> delivery;
-  std::mutex mutex;  // guards what follows
+  std::mutex mutex;  // guards the members below
   std::condition_variable changed;
   std::set<Command> awaited = {Command::kDriverVersion, Command::kCommitMonitorObjects, Command::kDriverConfig};
   std::size_t delivered = 0, correct = 0;
   bool waiting = false, closed = false;
 };
 
-// Now the services. Buffers are zero-filled: the module writes the fields that a record has and leaves the other bytes
-// as they are, and all of them go to the driver. Zeroes never show it old memory, and they end the texts.
+// The services. Buffers are zero-filled: the module writes only a record's fields, but every byte goes to the driver.
+// Zeros leak no old memory and terminate texts.
 struct Buffer final : CBuf {
   explicit Buffer(std::size_t size) : bytes(size) {}
   Buffer(const U8* data, std::size_t size) : bytes(data, data + size) {}
@@ -160,8 +160,8 @@ struct Buffer final : CBuf {
   std::vector<U8> bytes;
 };
 
-// Each line goes to standard output in one call. An agent puts it into a queue instead: a console or a disk that stands
-// still would hold up the kernel.
+// Writes each line to standard output in one call. An agent puts it into a queue instead: a blocked console or
+// disk would block the kernel's operations.
 struct Log final : CLog {
   void LogAlert(U32, const string& line) override { Print("alert", line); }
   void LogProblem(U32, const string& line) override { Print("problem", line); }
@@ -186,7 +186,7 @@ struct Utility final : CUtility {
   string& ConvertText(string& out, const string& message) override { return out = message; }
   Ptr<CMeasurement>& CreateMeasurement(Ptr<CMeasurement>& out) override { return out = make_shared<Measurement>(); }
   void CopyToField(void* destination, U32 limit, const wstring& text) override {
-    const std::u16string units = utf_to_utf<char16_t>(text).substr(0, limit / 2);  // what does not fit is cut
+    const std::u16string units = utf_to_utf<char16_t>(text).substr(0, limit / 2);  // truncates
     std::memcpy(destination, units.data(), units.size() * 2);
   }
   wstring& ToWideString(wstring& out, const string& text) override { return out = utf_to_utf<wchar_t>(text); }
@@ -202,7 +202,7 @@ struct Utility final : CUtility {
   void WriteLog(U32, const string& line, U32) override { Print("process", line); }
 };
 
-// The register of driver interfaces. This host keeps none, and has no use for what it is told.
+// The register of driver interfaces. This host has no use for one.
 struct KdiRecord final : CKdiRecord {
   void SetName(const string&) override {}
   void SetPortValue(U32) override {}
@@ -233,14 +233,14 @@ struct PolicyObject final : CPolicyObject {
   fs::path GetMonitorPath() override { return fs::current_path(); }
 };
 
-// Both configuration services. The module reads handles that are given by reference after the call, so what they refer
-// to must stay. Here nothing changes; an agent whose policy changes puts a new list in the old one's place, under a
-// lock, and then calls CFenlux::NotifyPolicyChanged.
+// Both configuration services. Some operations return a handle by reference, which the module reads after the call: the
+// handle must stay as it is. Nothing changes here; an agent replaces the policy's handle under a lock and then calls
+// CFenlux::NotifyPolicyChanged.
 struct Configuration final : CCfg, CCfgEx {
   const Ptr<CRecordFactory>& GetRecordFactory() override { return recordFactory; }
   const Ptr<CSpspSettings>& GetSpspSettings() override { return spspSettings; }
   void ReportDriverVersion(U32, bool, U32 version) override { Print("host", "driver " + std::to_string(version)); }
-  bool IsMeasuringEnabled(U32, U32) override { return true; }  // a log line each time: an agent measures on demand
+  bool IsMeasuringEnabled(U32, U32) override { return true; }  // one log line each; an agent measures on demand
   U32 GetRecordValue1() override { return 0; }
   U32 GetRecordValue2() override { return 0; }
   U32 GetPortValue() override { return 1; }
@@ -260,7 +260,7 @@ struct Configuration final : CCfg, CCfgEx {
   const Ptr<CBuf> configBlock = make_shared<Buffer>(4);
 };
 
-// One thread fills, judges and drops a record, so records need no lock. What the judge does not look at is not kept.
+// One thread fills, judges and drops a record, so it needs no lock. It stores only what the judge uses.
 struct EventProcess final : CArpProcess {
   U64 GetProcessId() override { return id; }
   void SetProcessId(U64 processId) override { id = processId; }
@@ -301,14 +301,14 @@ struct RecordMaker final : CArpMgmt {
   Ptr<CArpRecord>& CreateRecord(Ptr<CArpRecord>& out, U32) override { return out = make_shared<EventRecord>(); }
 };
 
-// Whatever comes back through the contract was made by this host, so its class is known.
+// This host made every record, so the cast is safe.
 struct Judge final : CAoArp {
   U32 Evaluate(const Ptr<CArpRecord>& record) override {
     return static_cast<EventRecord&>(*record).path.find(L"secret") == wstring::npos ? 1 : 3;  // verdict 2 or 4
   }
 };
 
-// Questions about processes, which an agent puts to the operating system; and the maker of port clients.
+// Process queries, which an agent passes to the operating system, and the factory of port clients.
 struct WinWork final : CWinWork {
   fs::path& SystemPath(fs::path& out, const string& image) override { return out = fs::path("C:\\Windows") / image; }
   U32 QueryProcessValue(U32 processId, U32) override { return processId == kProcess ? 1 : 0xFFFFFFFF; }
@@ -316,7 +316,7 @@ struct WinWork final : CWinWork {
   string& GetProcessNarrowText(string& out, U32, U32) override { return out = ""; }
   Ptr<CPortClient>& CreatePortClient(Ptr<CPortClient>& out, const string& name, const Ptr<CBuf>& connectContext, U32,
                                      const NotificationHandler& handler, U32) override {
-    if (driver->handler) throw std::runtime_error("the stand-in is connected once");
+    if (driver->handler) throw std::runtime_error("the stand-in driver accepts one connection");
     Print("host", "connecting to " + name);
     driver->connectContext = connectContext;
     driver->handler = handler;
@@ -351,13 +351,13 @@ struct Context final : CGlobalContext {
   const Ptr<Net> net = make_shared<Net>();
   const Ptr<CRecordService> recordService = make_shared<KdiRegister>();
   const Ptr<WinWork> work = make_shared<WinWork>();
-  const Ptr<CWinWork> winWork = work;  // as the contract hands it out, by reference
+  const Ptr<CWinWork> winWork = work;  // the handle that the contract returns by reference
   const Ptr<RecordMaker> recordMaker = make_shared<RecordMaker>();
   const Ptr<Judge> judge = make_shared<Judge>();
   Ptr<CFenlux> module;
 };
 
-// The library stays loaded: the module's threads are never joined and run in its code until the process ends.
+// Never unloaded: the module's threads are never joined and run its code until the process ends.
 decltype(&init) LoadModule(const fs::path& file) {
 #ifdef _WIN32
   const HMODULE library = LoadLibraryW(file.c_str());
@@ -374,11 +374,11 @@ int Run(const fs::path& moduleFile) {
   const auto host = make_shared<Context>();
   const auto driver = host->work->driver;
   const Ptr<CGlobalContext> context = host;
-  LoadModule(moduleFile)(&context);  // throws what is missing, across the library boundary
+  LoadModule(moduleFile)(&context);  // throws if a service is missing
   host->module->StartWork();
   const bool complete = driver->WaitForAll(10s);
-  host->module->StopWork(true);  // the module would connect again in five seconds; the process ends before
-  if (!complete) throw std::runtime_error("a request or a verdict is missing after ten seconds");
+  host->module->StopWork(true);  // it would reconnect in five seconds; the process ends before that
+  if (!complete) throw std::runtime_error("timed out waiting for a request or a verdict");
   for (std::thread& thread : driver->delivery) thread.join();
   Print("host", std::to_string(driver->correct) + " of " + std::to_string(driver->delivered) + " verdicts as expected");
   return driver->correct == driver->delivered ? 0 : 1;
@@ -395,5 +395,5 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "minimal-host: %s\n", error.what());
   }
   std::fflush(stdout);
-  std::_Exit(code);  // the module's threads still run, and nothing that they use may be destroyed before they are gone
+  std::_Exit(code);  // without destructors: the module's threads still run and use the services
 }
