@@ -42,8 +42,21 @@ install(FILES ${PROJECT_BINARY_DIR}/fenluxConfig.cmake ${PROJECT_BINARY_DIR}/fen
   DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
 
 install(DIRECTORY examples/minimal-host DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT development)
-install(FILES docs/architecture.md docs/embedding.md docs/protocol.md
+install(FILES docs/architecture.md docs/embedding.md docs/protocol.md THIRD-PARTY-NOTICES
   DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development)
+# The compiler's runtime DLLs must ship with their licences, which Debian installs with the cross compiler.
+function(fenlux_install_licence name path)
+  if(EXISTS ${path})
+    install(FILES ${path} DESTINATION ${FENLUX_INSTALL_DOC}/licenses RENAME ${name} COMPONENT development)
+  else()
+    message(WARNING "${path} is missing: packages of this build lack a licence of the runtime DLLs that they contain")
+  endif()
+endfunction()
+if(FENLUX_RUNTIME_DLLS)
+  fenlux_install_licence(GPL-3 /usr/share/common-licenses/GPL-3)
+  fenlux_install_licence(gcc-mingw-w64 /usr/share/doc/gcc-mingw-w64-base/copyright)
+  fenlux_install_licence(mingw-w64 /usr/share/doc/mingw-w64-x86-64-dev/copyright)
+endif()
 
 # ---- host
 
@@ -52,6 +65,9 @@ if(FENLUX_BUILD_REFHOST)
   install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
     PATTERN "*.toml" PATTERN minimal-host EXCLUDE)
   install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
+  if(WIN32)  # the archives stand alone; the Debian package depends on the module's, which has the notices
+    install(FILES THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
+  endif()
 endif()
 
 # ---- packages: one for each component

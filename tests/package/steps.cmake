@@ -45,7 +45,7 @@ list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
 list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/cmake/fenlux/fenluxConfig.cmake
      lib/cmake/fenlux/fenluxConfigVersion.cmake lib/cmake/fenlux/fenluxTargets.cmake
      share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
-     share/doc/fenlux/examples/minimal-host/main.cpp)
+     share/doc/fenlux/examples/minimal-host/main.cpp share/doc/fenlux/THIRD-PARTY-NOTICES)
 if(FENLUX_WINDOWS)
   list(APPEND FENLUX_DEVELOPMENT_FILES lib/libfenlux.dll.a ${FENLUX_RUNTIME_DLLS})
 endif()
