@@ -10,11 +10,11 @@ namespace fenlux::bench {
 
 struct ConnectedInteract {
   ConnectedInteract() {
-    host.gate().SetJournal(false);
-    host.settings().recorded_request_bytes = 0;
-    host.settings().records_kept = false;
-    host.settings().fill_buffers = true;
-    interact = std::make_shared<CWinDriverInteract>(host.context());
+    host.Gate().SetJournal(false);
+    host.Settings().recordedRequestBytes = 0;
+    host.Settings().recordsKept = false;
+    host.Settings().fillBuffers = true;
+    interact = std::make_shared<CWinDriverInteract>(host.Context());
     interact->RunDriverConnection();  // the fake port client's Wait returns at once
   }
 

@@ -27,8 +27,8 @@ testing::Bytes TwoPaths() {
 class Floor {
  public:
   explicit Floor(testing::FakeHost& fakeHost) : host(fakeHost) {
-    host.win_work()->GetProcessNarrowText(narrow, kProcess, 0);
-    host.win_work()->GetProcessWideText(wide, kProcess, 0);
+    host.WinWork()->GetProcessNarrowText(narrow, kProcess, 0);
+    host.WinWork()->GetProcessWideText(wide, kProcess, 0);
   }
 
   void UseTwoPaths() {
@@ -37,34 +37,34 @@ class Floor {
   }
 
   std::shared_ptr<CBuf> Run() {
-    const auto cfg = host.context()->GetCfg();
+    const auto cfg = host.Context()->GetCfg();
     benchmark::DoNotOptimize(cfg->IsMeasuringEnabled(0, 0));
     std::shared_ptr<CBuf> reply;
-    host.utility()->CreateBuffer(reply, true, 156, false);
+    host.Utility()->CreateBuffer(reply, true, 156, false);
     benchmark::DoNotOptimize(reply->GetData());
     std::shared_ptr<CArpRecord> record;
-    host.arp_mgmt()->CreateRecord(record, 0);
+    host.ArpMgmt()->CreateRecord(record, 0);
     record->SetSource(1);
     record->SetCategory(1);
     const auto& process = record->ProcessPart();
     process->SetProcessId(kProcess);
     benchmark::DoNotOptimize(process->GetProcessId());
-    benchmark::DoNotOptimize(host.cfg_ex()->IsCacheBypassed());
+    benchmark::DoNotOptimize(host.CfgEx()->IsCacheBypassed());
     process->SetSessionId(0);
     process->SetNarrowInfo(narrow);
     record->SetWideInfo(wide);
-    benchmark::DoNotOptimize(host.cfg_ex()->IsIdentityTextAdded());
+    benchmark::DoNotOptimize(host.CfgEx()->IsIdentityTextAdded());
     if (!path.empty()) {
       // ToRecordString takes a wide string, and a message holds none: making one is forced as well.
       const std::wstring pathCopy(path.begin(), path.end());
       std::wstring recordPath;
-      record->SetPath(host.utility()->ToRecordString(recordPath, pathCopy));
-      record->SetPath(host.utility()->ToRecordString(recordPath, pathCopy));
+      record->SetPath(host.Utility()->ToRecordString(recordPath, pathCopy));
+      record->SetPath(host.Utility()->ToRecordString(recordPath, pathCopy));
       const std::wstring secondPathCopy(secondPath.begin(), secondPath.end());
-      record->SetSecondPath(host.utility()->ToRecordString(recordPath, secondPathCopy));
+      record->SetSecondPath(host.Utility()->ToRecordString(recordPath, secondPathCopy));
     }
     record->SetEventType(0x4005);
-    benchmark::DoNotOptimize(host.ao_arp()->Evaluate(record));
+    benchmark::DoNotOptimize(host.AoArp()->Evaluate(record));
     benchmark::DoNotOptimize(reply->GetData());
     return reply;
   }

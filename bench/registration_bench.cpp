@@ -37,9 +37,9 @@ void RegisterModule(benchmark::State& state) {
 // One object's buffer: made as the host makes it, the path copied in, handed to a port client that does nothing.
 void SendBuffer(ConnectedInteract& connected, CPortClient& client, const std::wstring& path) {
   std::shared_ptr<CBuf> request;
-  connected.host.utility()->CreateBuffer(request, true, records::kRequestSize, false);
+  connected.host.Utility()->CreateBuffer(request, true, records::kRequestSize, false);
   auto* const bytes = request->GetData() + offsetof(records::MonitorObjectRequest, path);
-  connected.host.utility()->CopyToField(bytes, sizeof(records::MonitorObjectRequest::path), path);
+  connected.host.Utility()->CopyToField(bytes, sizeof(records::MonitorObjectRequest::path), path);
   std::shared_ptr<CBuf> reply;
   client.Send(request, reply, true);
 }
@@ -55,7 +55,7 @@ std::vector<std::wstring> WidePaths(CUtility& utility) {
 
 void RegisterFloor(benchmark::State& state) {
   ConnectedInteract connected;
-  const auto paths = WidePaths(*connected.host.utility());
+  const auto paths = WidePaths(*connected.host.Utility());
   const auto client = connected.host.PortClient();
   for (auto _ : state) {
     for (const auto& path : paths) SendBuffer(connected, *client, path);
@@ -65,7 +65,7 @@ void RegisterFloor(benchmark::State& state) {
 // The floor and the file system's answer that every request carries: what no implementation can do without.
 void RegisterFloorWithStatus(benchmark::State& state) {
   ConnectedInteract connected;
-  const auto paths = WidePaths(*connected.host.utility());
+  const auto paths = WidePaths(*connected.host.Utility());
   const auto narrowPaths = Paths();
   const auto client = connected.host.PortClient();
   for (auto _ : state) {

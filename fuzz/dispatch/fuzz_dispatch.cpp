@@ -104,20 +104,20 @@ std::uint32_t VerdictOf(const Behaviour& behaviour) {
 class Setting {
  public:
   Setting() {
-    CallGate& gate = host.gate();
+    CallGate& gate = host.Gate();
     gate.SetJournal(false);
-    HostSettings& settings = host.settings();
-    settings.recorded_request_bytes = 0;
-    settings.records_kept = false;
-    settings.refresh_interval = static_cast<std::uint32_t>(kRefreshInterval.count());
-    settings.process_value = [this](std::uint32_t processId) {
-      return processId < kCachedProcesses || host.settings().cache_bypassed ? processId % 4 : kUnknownProcess;
+    HostSettings& settings = host.Settings();
+    settings.recordedRequestBytes = 0;
+    settings.recordsKept = false;
+    settings.refreshInterval = static_cast<std::uint32_t>(kRefreshInterval.count());
+    settings.processValue = [this](std::uint32_t processId) {
+      return processId < kCachedProcesses || host.Settings().cacheBypassed ? processId % 4 : kUnknownProcess;
     };
     std::size_t parked = 0;
     for (const bool clientType2 : {false, true}) {
       for (const bool stopped : {false, true}) {
-        settings.client_type_flag = clientType2;
-        const auto interact = std::make_shared<CWinDriverInteract>(host.context());
+        settings.clientTypeFlag = clientType2;
+        const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
         interact->RunDriverConnection();  // the fake port client's Wait returns at once
         // Its refresh thread stands still from here on, so that only the fuzzed calls are counted.
         Require(ManualClock::Instance().AwaitParked(kRefreshInterval, ++parked), "the refresh threads park");
@@ -164,22 +164,22 @@ class Setting {
   }
 
   void Prepare(const Behaviour& behaviour) {
-    HostSettings& settings = host.settings();
+    HostSettings& settings = host.Settings();
     settings.decision = behaviour.decision;
-    settings.cache_bypassed = behaviour.cacheBypassed;
-    settings.identity_text_added = behaviour.identityTextAdded;
+    settings.cacheBypassed = behaviour.cacheBypassed;
+    settings.identityTextAdded = behaviour.identityTextAdded;
     settings.measuring = behaviour.measuring;
-    settings.context_data = [data = behaviour.contextData] { return data; };
-    settings.to_record = nullptr;
-    if (behaviour.convertsPaths) settings.to_record = [](const std::wstring& path) { return L"\\??\\" + path; };
+    settings.contextData = [data = behaviour.contextData] { return data; };
+    settings.toRecord = nullptr;
+    if (behaviour.convertsPaths) settings.toRecord = [](const std::wstring& path) { return L"\\??\\" + path; };
     {
-      const std::lock_guard lock(host.core()->mutex);
-      host.core()->identities.clear();
+      const std::lock_guard lock(host.Core()->mutex);
+      host.Core()->identities.clear();
     }
     problems = 0;
     recordReached = false;
     buffersAsked = 0;
-    CallGate& gate = host.gate();
+    CallGate& gate = host.Gate();
     if (behaviour.alwaysThrows != nullptr) gate.FailAlways(behaviour.alwaysThrows, behaviour.alwaysThrowing);
     if (behaviour.throwingCall != 0) gate.FailAt(behaviour.throwingCall, behaviour.throwing);
     if (behaviour.givesEmpty == nullptr) return;
@@ -191,14 +191,14 @@ class Setting {
   }
 
   void Relax(const Behaviour& behaviour) {
-    host.gate().StopFailing();
-    if (behaviour.givesEmpty != nullptr) host.gate().GiveAgain(behaviour.givesEmpty);
+    host.Gate().StopFailing();
+    if (behaviour.givesEmpty != nullptr) host.Gate().GiveAgain(behaviour.givesEmpty);
   }
 
   // The operation that threw last in this run; empty where none was to throw.
   std::string FailedOperation(const Behaviour& behaviour) const {
     const bool planned = behaviour.alwaysThrows != nullptr || behaviour.throwingCall != 0;
-    return planned ? host.gate().FailedOperation() : std::string();
+    return planned ? host.Gate().FailedOperation() : std::string();
   }
 
   // Only the first reply's making may fail outwards: its buffer was asked for, and nothing of the message looked at.

@@ -48,10 +48,10 @@ class CallGate {
   // Notes the call, runs its hook and throws if it is its turn. False: the call is to give an empty handle.
   template <class... Args>
   bool Pass(const char* operation, const Args&... args) {
-    const std::uint32_t mode = mode.load(std::memory_order_acquire);
-    if (mode == 0) return true;
+    const std::uint32_t current = mode.load(std::memory_order_acquire);
+    if (current == 0) return true;
     std::string entry;
-    if ((mode & kJournal) != 0) {
+    if ((current & kJournal) != 0) {
       entry = operation;
       entry += '(';
       (AppendArgument(entry, args), ...);

@@ -63,7 +63,7 @@ std::uint32_t CommandOf(const std::shared_ptr<CBuf>& request) {
 
 class FakeLog final : public CLog {
  public:
-  explicit FakeLog(CorePtr core) : core(std::move(core)) {}
+  explicit FakeLog(CorePtr hostCore) : core(std::move(hostCore)) {}
   void LogAlert(std::uint32_t code, const std::string& line) override { Write("CLog::LogAlert", code, line); }
   void LogProblem(std::uint32_t code, const std::string& line) override { Write("CLog::LogProblem", code, line); }
   void LogWarning(std::uint32_t code, const std::string& line) override { Write("CLog::LogWarning", code, line); }
@@ -80,7 +80,7 @@ class FakeLog final : public CLog {
 
 class FakeLocale final : public CLocale {
  public:
-  explicit FakeLocale(CorePtr core) : core(std::move(core)) {}
+  explicit FakeLocale(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::string& TranslateText(std::string& out, const char* text, const char* second, std::uint32_t flags) override {
     core->gate.Pass("CLocale::TranslateText", text, second, flags);
     const auto& translate = core->settings.translate;
@@ -100,7 +100,7 @@ class FakeLocale final : public CLocale {
 
 class FakeMeasurement final : public CMeasurement {
  public:
-  explicit FakeMeasurement(CorePtr core) : core(std::move(core)) {}
+  explicit FakeMeasurement(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::string& GetResultText(std::string& out) override {
     core->gate.Pass("CMeasurement::GetResultText");
     out = core->settings.measured;
@@ -113,11 +113,11 @@ class FakeMeasurement final : public CMeasurement {
 
 class FakeUtility final : public CUtility {
  public:
-  explicit FakeUtility(CorePtr core) : core(std::move(core)) {}
+  explicit FakeUtility(CorePtr hostCore) : core(std::move(hostCore)) {}
 
   bool QueryVersionFlag() override {
     core->gate.Pass("CUtility::QueryVersionFlag");
-    return core->settings.version_flag;
+    return core->settings.versionFlag;
   }
   std::string& ToNarrowString(std::string& out, const std::wstring& text) override {
     core->gate.Pass("CUtility::ToNarrowString", text);
@@ -167,7 +167,7 @@ class FakeUtility final : public CUtility {
   }
   std::wstring& ToRecordString(std::wstring& out, const std::wstring& path) override {
     core->gate.Pass("CUtility::ToRecordString", path);
-    const auto& convert = core->settings.to_record;
+    const auto& convert = core->settings.toRecord;
     if (convert) {
       out = convert(path);
     } else {
@@ -178,14 +178,14 @@ class FakeUtility final : public CUtility {
   std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size, bool last) override {
     out.reset();
     if (core->gate.Pass("CUtility::CreateBuffer", first, size, last)) {
-      const auto& given = core->settings.given_size;
+      const auto& given = core->settings.givenSize;
       out = std::make_shared<FakeBuf>(core, given ? given(size) : size);
     }
     return out;
   }
   bool TestPath(const boost::filesystem::path& path) override {
     core->gate.Pass("CUtility::TestPath", path);
-    const auto& test = core->settings.test_path;
+    const auto& test = core->settings.testPath;
     return test ? test(path) : boost::filesystem::is_directory(path);
   }
   std::shared_ptr<CBuf>& BufferFromBytes(std::shared_ptr<CBuf>& out, const void* bytes, std::uint32_t length) override {
@@ -208,7 +208,7 @@ class FakeUtility final : public CUtility {
 
 class FakeSpspSettings final : public CSpspSettings {
  public:
-  explicit FakeSpspSettings(CorePtr core) : core(std::move(core)) {}
+  explicit FakeSpspSettings(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::uint8_t GetSpspFlag1() override {
     core->gate.Pass("CSpspSettings::GetSpspFlag1");
     return core->settings.spsp1;
@@ -236,7 +236,7 @@ class FakeSpspSettings final : public CSpspSettings {
 
 class FakeKdiRecord final : public CKdiRecord {
  public:
-  explicit FakeKdiRecord(CorePtr core) : core(std::move(core)) {}
+  explicit FakeKdiRecord(CorePtr hostCore) : core(std::move(hostCore)) {}
   void SetName(const std::string& name) override { core->gate.Pass("CKdiRecord::SetName", name); }
   void SetPortValue(std::uint32_t value) override { core->gate.Pass("CKdiRecord::SetPortValue", value); }
   void SetValue1(std::uint32_t value) override { core->gate.Pass("CKdiRecord::SetValue1", value); }
@@ -248,7 +248,7 @@ class FakeKdiRecord final : public CKdiRecord {
 
 class FakeRecordFactory final : public CRecordFactory {
  public:
-  explicit FakeRecordFactory(CorePtr core) : core(std::move(core)) {}
+  explicit FakeRecordFactory(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::shared_ptr<CKdiRecord>& CreateRecord(std::shared_ptr<CKdiRecord>& out) override {
     out.reset();
     if (core->gate.Pass("CRecordFactory::CreateRecord")) out = std::make_shared<FakeKdiRecord>(core);
@@ -261,7 +261,7 @@ class FakeRecordFactory final : public CRecordFactory {
 
 class FakeRecordRegistration final : public CRecordRegistration {
  public:
-  explicit FakeRecordRegistration(CorePtr core) : core(std::move(core)) {}
+  explicit FakeRecordRegistration(CorePtr hostCore) : core(std::move(hostCore)) {}
   void Withdraw() override { core->gate.Pass("CRecordRegistration::Withdraw"); }
 
  private:
@@ -270,7 +270,7 @@ class FakeRecordRegistration final : public CRecordRegistration {
 
 class FakeRecordService final : public CRecordService {
  public:
-  explicit FakeRecordService(CorePtr core) : core(std::move(core)) {}
+  explicit FakeRecordService(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::shared_ptr<CRecordRegistration> Register(const std::shared_ptr<CKdiRecord>& record) override {
     if (!core->gate.Pass("CRecordService::Register", record ? "record" : "nothing")) return {};
     return std::make_shared<FakeRecordRegistration>(core);
@@ -282,10 +282,10 @@ class FakeRecordService final : public CRecordService {
 
 class FakeCfg final : public CCfg {
  public:
-  explicit FakeCfg(const CorePtr& core)
-      : core(core),
-        factory(std::make_shared<FakeRecordFactory>(core)),
-        settings(std::make_shared<FakeSpspSettings>(core)) {}
+  explicit FakeCfg(const CorePtr& hostCore)
+      : core(hostCore),
+        factory(std::make_shared<FakeRecordFactory>(hostCore)),
+        settings(std::make_shared<FakeSpspSettings>(hostCore)) {}
   const std::shared_ptr<CRecordFactory>& GetRecordFactory() override {
     return core->gate.Pass("CCfg::GetRecordFactory") ? factory : noFactory;
   }
@@ -310,18 +310,18 @@ class FakeCfg final : public CCfg {
 
 class FakeCfgEx final : public CCfgEx {
  public:
-  explicit FakeCfgEx(CorePtr core) : core(std::move(core)) {}
+  explicit FakeCfgEx(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::uint32_t GetRecordValue1() override {
     core->gate.Pass("CCfgEx::GetRecordValue1");
-    return core->settings.record_value1;
+    return core->settings.recordValue1;
   }
   std::uint32_t GetRecordValue2() override {
     core->gate.Pass("CCfgEx::GetRecordValue2");
-    return core->settings.record_value2;
+    return core->settings.recordValue2;
   }
   std::uint32_t GetPortValue() override {
     core->gate.Pass("CCfgEx::GetPortValue");
-    return core->settings.port_value;
+    return core->settings.portValue;
   }
   bool IsEnabled() override {
     core->gate.Pass("CCfgEx::IsEnabled");
@@ -329,14 +329,14 @@ class FakeCfgEx final : public CCfgEx {
   }
   bool GetDriverInterfaceFlag() override {
     core->gate.Pass("CCfgEx::GetDriverInterfaceFlag");
-    return core->settings.driver_interface_flag;
+    return core->settings.driverInterfaceFlag;
   }
   std::shared_ptr<MonitorPolicy>& GetMonitorPolicy(std::shared_ptr<MonitorPolicy>& out) override {
     out.reset();
     if (core->gate.Pass("CCfgEx::GetMonitorPolicy")) {
       out = std::make_shared<MonitorPolicy>();
       const std::lock_guard lock(core->mutex);
-      core->given_policy = out;
+      core->givenPolicy = out;
       for (const auto& path : core->policy) {
         out->push_back(path ? std::make_shared<FakePolicyObject>(core, *path) : nullptr);
       }
@@ -345,26 +345,26 @@ class FakeCfgEx final : public CCfgEx {
   }
   bool IsCacheBypassed() override {
     core->gate.Pass("CCfgEx::IsCacheBypassed");
-    return core->settings.cache_bypassed;
+    return core->settings.cacheBypassed;
   }
   bool IsIdentityTextAdded() override {
     core->gate.Pass("CCfgEx::IsIdentityTextAdded");
-    return core->settings.identity_text_added;
+    return core->settings.identityTextAdded;
   }
   std::uint32_t GetRefreshInterval() override {
     core->gate.Pass("CCfgEx::GetRefreshInterval");
-    return core->settings.refresh_interval;
+    return core->settings.refreshInterval;
   }
   const std::shared_ptr<CBuf>& GetDriverConfigBlock() override {
     return core->gate.Pass("CCfgEx::GetDriverConfigBlock") ? block : noBlock;
   }
   bool GetClientTypeFlag() override {
     core->gate.Pass("CCfgEx::GetClientTypeFlag");
-    return core->settings.client_type_flag;
+    return core->settings.clientTypeFlag;
   }
   bool GetMonitorObjectFlag() override {
     core->gate.Pass("CCfgEx::GetMonitorObjectFlag");
-    return core->settings.monitor_object_flag;
+    return core->settings.monitorObjectFlag;
   }
 
   std::shared_ptr<CBuf> block;
@@ -378,7 +378,7 @@ class FakeCfgEx final : public CCfgEx {
 
 class FakeNetObject final : public CNetObject {
  public:
-  explicit FakeNetObject(CorePtr core) : core(std::move(core)) {}
+  explicit FakeNetObject(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::shared_ptr<CNetObject>& Release(std::shared_ptr<CNetObject>& out, std::uint32_t reserved) override {
     out.reset();
     if (core->gate.Pass("CNetObject::Release", reserved)) out = std::make_shared<FakeNetObject>(core);
@@ -391,7 +391,7 @@ class FakeNetObject final : public CNetObject {
 
 class FakeNet final : public CNet {
  public:
-  explicit FakeNet(CorePtr core) : core(std::move(core)) {}
+  explicit FakeNet(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::shared_ptr<CNetObject>& CreateObject(std::shared_ptr<CNetObject>& out, std::uint32_t value1,
                                             std::uint32_t value2) override {
     out.reset();
@@ -407,13 +407,13 @@ class FakeNet final : public CNet {
 
 class FakeArpMgmt final : public CArpMgmt {
  public:
-  FakeArpMgmt(CorePtr core, std::shared_ptr<HostProducts> products)
-      : core(std::move(core)), products(std::move(products)) {}
+  FakeArpMgmt(CorePtr hostCore, std::shared_ptr<HostProducts> hostProducts)
+      : core(std::move(hostCore)), products(std::move(hostProducts)) {}
   std::shared_ptr<CArpRecord>& CreateRecord(std::shared_ptr<CArpRecord>& out, std::uint32_t reserved) override {
     out.reset();
     if (core->gate.Pass("CArpMgmt::CreateRecord", reserved)) {
       auto record = std::make_shared<FakeArpRecord>(core);
-      if (core->settings.records_kept) {
+      if (core->settings.recordsKept) {
         const std::lock_guard lock(products->mutex);
         products->records.push_back(record);
       }
@@ -429,7 +429,7 @@ class FakeArpMgmt final : public CArpMgmt {
 
 class FakeAoArp final : public CAoArp {
  public:
-  explicit FakeAoArp(CorePtr core) : core(std::move(core)) {}
+  explicit FakeAoArp(CorePtr hostCore) : core(std::move(hostCore)) {}
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override {
     core->gate.Pass("CAoArp::Evaluate", record ? "record" : "nothing");
     const auto& judge = core->settings.judge;
@@ -445,8 +445,8 @@ class FakeAoArp final : public CAoArp {
 
 class FakeWinWork final : public CWinWork {
  public:
-  FakeWinWork(CorePtr core, std::shared_ptr<HostProducts> products)
-      : core(std::move(core)), products(std::move(products)) {}
+  FakeWinWork(CorePtr hostCore, std::shared_ptr<HostProducts> hostProducts)
+      : core(std::move(hostCore)), products(std::move(hostProducts)) {}
 
   boost::filesystem::path& SystemPath(boost::filesystem::path& out, const std::string& imageName) override {
     core->gate.Pass("CWinWork::SystemPath", imageName);
@@ -456,19 +456,19 @@ class FakeWinWork final : public CWinWork {
   }
   std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) override {
     core->gate.Pass("CWinWork::QueryProcessValue", processId, reserved);
-    const auto& value = core->settings.process_value;
+    const auto& value = core->settings.processValue;
     return value ? value(processId) : 0;
   }
   std::wstring& GetProcessWideText(std::wstring& out, std::uint32_t processIdOrPathSource,
                                    std::uint32_t reserved) override {
     core->gate.Pass("CWinWork::GetProcessWideText", processIdOrPathSource, reserved);
-    const auto& text = core->settings.wide_text;
+    const auto& text = core->settings.wideText;
     out = text ? text(processIdOrPathSource) : L"wide-" + std::to_wstring(processIdOrPathSource);
     return out;
   }
   std::string& GetProcessNarrowText(std::string& out, std::uint32_t processId, std::uint32_t reserved) override {
     core->gate.Pass("CWinWork::GetProcessNarrowText", processId, reserved);
-    const auto& text = core->settings.narrow_text;
+    const auto& text = core->settings.narrowText;
     out = text ? text(processId) : "narrow-" + std::to_string(processId);
     return out;
   }
@@ -479,13 +479,13 @@ class FakeWinWork final : public CWinWork {
     out.reset();
     if (connectContext) {
       const std::lock_guard lock(core->mutex);
-      core->connect_contexts.push_back(BytesOf(connectContext));
+      core->connectContexts.push_back(BytesOf(connectContext));
     }
     if (core->gate.Pass("CWinWork::CreatePortClient", portName, connectContext ? "context" : "no context",
                         maxMessageSize, handler ? "handler" : "no handler", portValue)) {
       auto client = std::make_shared<FakePortClient>(core, handler);
       const std::lock_guard lock(products->mutex);
-      products->port_clients.push_back(client);
+      products->portClients.push_back(client);
       out = std::move(client);
     }
     return out;
@@ -496,7 +496,7 @@ class FakeWinWork final : public CWinWork {
       core->identities.push_back(identity);
     }
     core->gate.Pass("CWinWork::GetIdentityText");
-    out = core->settings.identity_text;
+    out = core->settings.identityText;
     return out;
   }
   std::shared_ptr<ProcessIdList>& FindProcessesByImage(std::shared_ptr<ProcessIdList>& out,
@@ -505,7 +505,7 @@ class FakeWinWork final : public CWinWork {
     out.reset();
     if (core->gate.Pass("CWinWork::FindProcessesByImage", image, reserved)) {
       const std::string name = image.string();
-      const auto& processes = core->settings.processes_of_image;
+      const auto& processes = core->settings.processesOfImage;
       out = std::make_shared<ProcessIdList>();
       if (processes) {
         *out = processes(name);
@@ -534,19 +534,20 @@ class FakeWinWork final : public CWinWork {
 
 class FakeGlobalContext final : public CGlobalContext {
  public:
-  FakeGlobalContext(const CorePtr& core, std::shared_ptr<CUtility> utility, std::shared_ptr<CArpMgmt> arp_mgmt,
-                    std::shared_ptr<CAoArp> ao_arp, std::shared_ptr<CWinWork> win_work, std::shared_ptr<CCfgEx> cfg_ex)
-      : core(core),
-        cfg(std::make_shared<FakeCfg>(core)),
-        log(std::make_shared<FakeLog>(core)),
-        locale(std::make_shared<FakeLocale>(core)),
-        utility(std::move(utility)),
-        net(std::make_shared<FakeNet>(core)),
-        recordService(std::make_shared<FakeRecordService>(core)),
-        winWork(std::move(win_work)),
-        arpMgmt(std::move(arp_mgmt)),
-        cfgEx(std::move(cfg_ex)),
-        aoArp(std::move(ao_arp)) {}
+  FakeGlobalContext(const CorePtr& hostCore, std::shared_ptr<CUtility> utilityService,
+                    std::shared_ptr<CArpMgmt> arpMgmtService, std::shared_ptr<CAoArp> aoArpService,
+                    std::shared_ptr<CWinWork> winWorkService, std::shared_ptr<CCfgEx> cfgExService)
+      : core(hostCore),
+        cfg(std::make_shared<FakeCfg>(hostCore)),
+        log(std::make_shared<FakeLog>(hostCore)),
+        locale(std::make_shared<FakeLocale>(hostCore)),
+        utility(std::move(utilityService)),
+        net(std::make_shared<FakeNet>(hostCore)),
+        recordService(std::make_shared<FakeRecordService>(hostCore)),
+        winWork(std::move(winWorkService)),
+        arpMgmt(std::move(arpMgmtService)),
+        cfgEx(std::move(cfgExService)),
+        aoArp(std::move(aoArpService)) {}
 
   std::shared_ptr<CCfg> GetCfg() override { return Give("CGlobalContext::GetCfg", cfg); }
   std::shared_ptr<CLog> GetLog() override { return Give("CGlobalContext::GetLog", log); }
@@ -600,24 +601,24 @@ std::uint32_t OwnRefreshInterval() {
 
 // ---------------------------------------------------------------- buffers
 
-FakeBuf::FakeBuf(std::shared_ptr<HostCore> core, std::size_t size)
-    : core(std::move(core)), size(size), data(new std::uint8_t[size]) {
-  if (core->settings.fill_buffers) std::memset(data.get(), 0xCD, size);
+FakeBuf::FakeBuf(std::shared_ptr<HostCore> hostCore, std::size_t size)
+    : core(std::move(hostCore)), length(size), storage(new std::uint8_t[size]) {
+  if (core->settings.fillBuffers) std::memset(storage.get(), 0xCD, size);
 }
 
-FakeBuf::FakeBuf(std::shared_ptr<HostCore> core, Bytes bytes)
-    : core(std::move(core)), size(bytes.size()), data(new std::uint8_t[bytes.size()]) {
-  std::copy(bytes.begin(), bytes.end(), data.get());
+FakeBuf::FakeBuf(std::shared_ptr<HostCore> hostCore, const Bytes& bytes)
+    : core(std::move(hostCore)), length(bytes.size()), storage(new std::uint8_t[bytes.size()]) {
+  std::copy(bytes.begin(), bytes.end(), storage.get());
 }
 
 std::uint8_t* FakeBuf::GetData() {
   core->gate.Pass("CBuf::GetData");
-  return data.get();
+  return storage.get();
 }
 
 std::size_t FakeBuf::GetSize() {
   core->gate.Pass("CBuf::GetSize");
-  return size;
+  return length;
 }
 
 Bytes BytesOf(const std::shared_ptr<CBuf>& buffer) {
@@ -627,8 +628,8 @@ Bytes BytesOf(const std::shared_ptr<CBuf>& buffer) {
 
 // ---------------------------------------------------------------- port client
 
-FakePortClient::FakePortClient(std::shared_ptr<HostCore> core, NotificationHandler handler)
-    : core(std::move(core)), handler(std::move(handler)) {}
+FakePortClient::FakePortClient(std::shared_ptr<HostCore> hostCore, NotificationHandler notificationHandler)
+    : core(std::move(hostCore)), handler(std::move(notificationHandler)) {}
 
 void FakePortClient::Connect() { core->gate.Pass("CPortClient::Connect"); }
 
@@ -636,7 +637,7 @@ void FakePortClient::Start() { core->gate.Pass("CPortClient::Start"); }
 
 void FakePortClient::Wait() {
   core->gate.Pass("CPortClient::Wait");
-  if (!core->settings.wait_blocks) return;
+  if (!core->settings.waitBlocks) return;
   std::unique_lock lock(mutex);
   closing.wait(lock, [this] { return closed; });
 }
@@ -652,7 +653,7 @@ void FakePortClient::Close() {
 
 void FakePortClient::Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) {
   const std::uint32_t command = CommandOf(request);
-  const std::size_t kept = core->settings.recorded_request_bytes;
+  const std::size_t kept = core->settings.recordedRequestBytes;
   if (kept != 0) {
     Bytes bytes = BytesOf(request);
     if (bytes.size() > kept) bytes.resize(kept);
@@ -663,7 +664,7 @@ void FakePortClient::Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<
   if (core->settings.answer) {
     core->settings.answer(request, reply);
   } else if (command == 13 && reply) {
-    WriteU32(static_cast<FakeBuf&>(*reply).data() + 12, core->settings.driver_version);
+    WriteU32(static_cast<FakeBuf&>(*reply).data() + 12, core->settings.driverVersion);
   }
 }
 
@@ -685,21 +686,21 @@ std::uint64_t FakeArpProcess::GetProcessId() {
   core->gate.Pass("CArpProcess::GetProcessId");
   return processId;
 }
-void FakeArpProcess::SetProcessId(std::uint64_t processId) {
-  core->gate.Pass("CArpProcess::SetProcessId", processId);
-  processId = processId;
+void FakeArpProcess::SetProcessId(std::uint64_t newId) {
+  core->gate.Pass("CArpProcess::SetProcessId", newId);
+  processId = newId;
 }
 void FakeArpProcess::SetSessionId(std::uint32_t sessionId) { core->gate.Pass("CArpProcess::SetSessionId", sessionId); }
 void FakeArpProcess::SetNarrowInfo(const std::string& text) { core->gate.Pass("CArpProcess::SetNarrowInfo", text); }
 void FakeArpProcess::SetIdentityText(const std::string& text) { core->gate.Pass("CArpProcess::SetIdentityText", text); }
 
-FakeArpRecord::FakeArpRecord(std::shared_ptr<HostCore> core)
-    : core(std::move(core)), process(std::make_shared<FakeArpProcess>(core)) {
-  if (core->settings.context_buffer) {
-    contextData = core->settings.context_buffer();
-  } else if (core->settings.context_data) {
-    std::optional<Bytes> data = core->settings.context_data();
-    if (data) contextData = std::make_shared<FakeBuf>(core, std::move(*data));
+FakeArpRecord::FakeArpRecord(std::shared_ptr<HostCore> hostCore)
+    : core(std::move(hostCore)), process(std::make_shared<FakeArpProcess>(core)) {
+  if (core->settings.contextBuffer) {
+    contextData = core->settings.contextBuffer();
+  } else if (core->settings.contextData) {
+    std::optional<Bytes> data = core->settings.contextData();
+    if (data) contextData = std::make_shared<FakeBuf>(core, *data);
   }
 }
 
@@ -717,7 +718,7 @@ std::shared_ptr<CBuf> FakeArpRecord::GetContextData() {
 }
 std::uint32_t FakeArpRecord::GetPathSource() {
   core->gate.Pass("CArpRecord::GetPathSource");
-  return core->settings.path_source;
+  return core->settings.pathSource;
 }
 std::string& FakeArpRecord::Describe(std::string& out) {
   core->gate.Pass("CArpRecord::Describe");
@@ -730,11 +731,11 @@ void FakeArpRecord::SetPath(const std::wstring& newPath) {
 }
 void FakeArpRecord::SetSecondPath(const std::wstring& newPath) {
   core->gate.Pass("CArpRecord::SetSecondPath", newPath);
-  second_path = newPath;
+  secondPath = newPath;
 }
 void FakeArpRecord::SetEventType(std::uint32_t type) {
   core->gate.Pass("CArpRecord::SetEventType", Hex{type});
-  event_type = type;
+  eventType = type;
 }
 void FakeArpRecord::SetCategory(std::uint32_t newCategory) {
   core->gate.Pass("CArpRecord::SetCategory", newCategory);
@@ -781,8 +782,8 @@ FakeHost::FakeHost()
       cfgEx(std::make_shared<FakeCfgEx>(core)),
       context(std::make_shared<FakeGlobalContext>(core, utility, arpMgmt, aoArp, winWork, cfgEx)) {}
 
-std::shared_ptr<FakeBuf> FakeHost::MakeBuffer(Bytes bytes) const {
-  return std::make_shared<FakeBuf>(core, std::move(bytes));
+std::shared_ptr<FakeBuf> FakeHost::MakeBuffer(const Bytes& bytes) const {
+  return std::make_shared<FakeBuf>(core, bytes);
 }
 
 void FakeHost::SetDriverConfigBlock(std::shared_ptr<CBuf> block) {
@@ -796,12 +797,12 @@ void FakeHost::SetPolicy(const std::vector<std::optional<boost::filesystem::path
 
 std::shared_ptr<FakePortClient> FakeHost::PortClient() const {
   const std::lock_guard lock(products->mutex);
-  return products->port_clients.empty() ? nullptr : products->port_clients.back();
+  return products->portClients.empty() ? nullptr : products->portClients.back();
 }
 
 std::size_t FakeHost::PortClientCount() const {
   const std::lock_guard lock(products->mutex);
-  return products->port_clients.size();
+  return products->portClients.size();
 }
 
 std::vector<SentRequest> FakeHost::Requests() const {
@@ -824,7 +825,7 @@ void FakeHost::ClearRequests() const {
 
 std::vector<Bytes> FakeHost::ConnectContexts() const {
   const std::lock_guard lock(core->mutex);
-  return core->connect_contexts;
+  return core->connectContexts;
 }
 
 std::vector<const void*> FakeHost::Identities() const {
@@ -839,7 +840,7 @@ std::shared_ptr<FakeArpRecord> FakeHost::Record() const {
 
 bool FakeHost::PolicyIsLetGo() const {
   const std::lock_guard lock(core->mutex);
-  return core->given_policy.expired();
+  return core->givenPolicy.expired();
 }
 
 std::shared_ptr<CFenlux> FakeHost::Module() const {

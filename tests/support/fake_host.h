@@ -39,53 +39,53 @@ struct HostSettings {
   // CLocale
   std::function<std::string(const std::string&)> translate;  // empty: the text itself
   // CUtility
-  std::atomic<bool> version_flag{false};
-  std::atomic<bool> fill_buffers{true};                           // with 0xCD, so that a byte written too much shows
-  std::function<bool(const boost::filesystem::path&)> test_path;  // empty: whether it is a directory
-  std::function<std::wstring(const std::wstring&)> to_record;     // empty: the path itself
-  std::function<std::uint32_t(std::uint32_t)> given_size;         // of a buffer, for the size asked for; empty: that
+  std::atomic<bool> versionFlag{false};
+  std::atomic<bool> fillBuffers{true};                           // with 0xCD, so that a byte written too much shows
+  std::function<bool(const boost::filesystem::path&)> testPath;  // empty: whether it is a directory
+  std::function<std::wstring(const std::wstring&)> toRecord;     // empty: the path itself
+  std::function<std::uint32_t(std::uint32_t)> givenSize;         // of a buffer, for the size asked for; empty: that
   std::string measured = "12 us";
   // CCfg
   std::atomic<bool> measuring{false};
   std::atomic<std::uint8_t> spsp1{0x11}, spsp2{0x12}, spsp3{0x13}, spsp4{0x14};
   // CCfgEx
-  std::atomic<std::uint32_t> record_value1{101}, record_value2{102}, port_value{77};
+  std::atomic<std::uint32_t> recordValue1{101}, recordValue2{102}, portValue{77};
   std::atomic<bool> enabled{true};
-  std::atomic<bool> driver_interface_flag{false};
-  std::atomic<bool> cache_bypassed{false};
-  std::atomic<bool> identity_text_added{false};
-  std::atomic<std::uint32_t> refresh_interval{OwnRefreshInterval()};  // more than an hour
-  std::atomic<bool> client_type_flag{false};
-  std::atomic<bool> monitor_object_flag{true};
+  std::atomic<bool> driverInterfaceFlag{false};
+  std::atomic<bool> cacheBypassed{false};
+  std::atomic<bool> identityTextAdded{false};
+  std::atomic<std::uint32_t> refreshInterval{OwnRefreshInterval()};  // more than an hour
+  std::atomic<bool> clientTypeFlag{false};
+  std::atomic<bool> monitorObjectFlag{true};
   // CWinWork
-  std::function<std::uint32_t(std::uint32_t)> process_value;                         // empty: 0
-  std::function<std::string(std::uint32_t)> narrow_text;                             // empty: "narrow-<id>"
-  std::function<std::wstring(std::uint32_t)> wide_text;                              // empty: L"wide-<id>"
-  std::function<std::vector<std::uint32_t>(const std::string&)> processes_of_image;  // image name; empty: {400}, {500}
+  std::function<std::uint32_t(std::uint32_t)> processValue;                         // empty: 0
+  std::function<std::string(std::uint32_t)> narrowText;                             // empty: "narrow-<id>"
+  std::function<std::wstring(std::uint32_t)> wideText;                              // empty: L"wide-<id>"
+  std::function<std::vector<std::uint32_t>(const std::string&)> processesOfImage;  // image name; empty: {400}, {500}
   std::function<std::set<std::uint64_t>()> running;                                  // empty: none
-  std::string identity_text = "S-1-5-18";
+  std::string identityText = "S-1-5-18";
   // CArpRecord, read when a record is made
-  std::function<std::optional<Bytes>()> context_data;     // empty: no context data
-  std::function<std::shared_ptr<CBuf>()> context_buffer;  // in its place, a buffer of the test's own
-  std::atomic<std::uint32_t> path_source{4711};
+  std::function<std::optional<Bytes>()> contextData;     // empty: no context data
+  std::function<std::shared_ptr<CBuf>()> contextBuffer;  // in its place, a buffer of the test's own
+  std::atomic<std::uint32_t> pathSource{4711};
   std::string description = "the record";
   // CAoArp
   std::atomic<std::uint32_t> decision{1};
   std::function<std::uint32_t(FakeArpRecord&)> judge;  // empty: the decision above
   // CPortClient
-  std::atomic<bool> wait_blocks{false};  // until Close
-  std::atomic<std::uint32_t> driver_version{19072701};
-  // Answers a request; may fill or replace the reply. Empty: request 13 gets driver_version, the others nothing.
+  std::atomic<bool> waitBlocks{false};  // until Close
+  std::atomic<std::uint32_t> driverVersion{19072701};
+  // Answers a request; may fill or replace the reply. Empty: request 13 gets driverVersion, the others nothing.
   std::function<void(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply)> answer;
   // How much of every request is recorded; 0: nothing, not even that there was one.
-  std::atomic<std::size_t> recorded_request_bytes{~std::size_t{0}};
-  std::atomic<bool> records_kept{true};  // whether FakeHost::Records remembers the event records
+  std::atomic<std::size_t> recordedRequestBytes{~std::size_t{0}};
+  std::atomic<bool> recordsKept{true};  // whether FakeHost::Records remembers the event records
 };
 
 struct SentRequest {
   std::uint32_t command;
   Bytes bytes;
-  bool wants_reply;
+  bool wantsReply;
 };
 
 // What every fake service holds.
@@ -96,36 +96,36 @@ struct HostCore {
   std::mutex mutex;
   std::vector<std::optional<boost::filesystem::path>> policy;  // guarded by mutex
   std::vector<SentRequest> requests;                           // guarded by mutex
-  std::vector<Bytes> connect_contexts;                         // guarded by mutex
+  std::vector<Bytes> connectContexts;                         // guarded by mutex
   std::vector<const void*> identities;                         // what GetIdentityText was given; guarded by mutex
   std::weak_ptr<CFenlux> module;                               // what RegisterModule was given last; guarded by mutex
-  std::weak_ptr<MonitorPolicy> given_policy;                   // by GetMonitorPolicy, last; guarded by mutex
+  std::weak_ptr<MonitorPolicy> givenPolicy;                   // by GetMonitorPolicy, last; guarded by mutex
 };
 
 // What services make, and tests look at afterwards.
 struct HostProducts {
   std::mutex mutex;
-  std::vector<std::shared_ptr<FakePortClient>> port_clients;  // guarded by mutex
+  std::vector<std::shared_ptr<FakePortClient>> portClients;  // guarded by mutex
   std::vector<std::shared_ptr<FakeArpRecord>> records;        // guarded by mutex
 };
 
 class FakeBuf final : public CBuf {
  public:
-  FakeBuf(std::shared_ptr<HostCore> core, std::size_t size);
-  FakeBuf(std::shared_ptr<HostCore> core, Bytes bytes);
+  FakeBuf(std::shared_ptr<HostCore> hostCore, std::size_t size);
+  FakeBuf(std::shared_ptr<HostCore> hostCore, const Bytes& bytes);
   std::uint8_t* GetData() override;
   std::size_t GetSize() override;
 
   // The same without a host call.
-  std::uint8_t* data() { return data.get(); }
-  const std::uint8_t* data() const { return data.get(); }
-  std::size_t size() const { return size; }
+  std::uint8_t* data() { return storage.get(); }
+  const std::uint8_t* data() const { return storage.get(); }
+  std::size_t size() const { return length; }
   Bytes Copy() const { return {data(), data() + size()}; }
 
  private:
   std::shared_ptr<HostCore> core;
-  std::size_t size;
-  std::unique_ptr<std::uint8_t[]> data;
+  std::size_t length;
+  std::unique_ptr<std::uint8_t[]> storage;
 };
 
 // The bytes of a buffer that the fake host made, without a host call.
@@ -133,7 +133,7 @@ Bytes BytesOf(const std::shared_ptr<CBuf>& buffer);
 
 class FakePortClient final : public CPortClient {
  public:
-  FakePortClient(std::shared_ptr<HostCore> core, NotificationHandler handler);
+  FakePortClient(std::shared_ptr<HostCore> hostCore, NotificationHandler notificationHandler);
   void Connect() override;
   void Start() override;
   void Wait() override;
@@ -155,7 +155,7 @@ class FakePortClient final : public CPortClient {
 
 class FakeArpProcess final : public CArpProcess {
  public:
-  explicit FakeArpProcess(std::shared_ptr<HostCore> core) : core(std::move(core)) {}
+  explicit FakeArpProcess(std::shared_ptr<HostCore> hostCore) : core(std::move(hostCore)) {}
   std::uint64_t GetProcessId() override;
   void SetProcessId(std::uint64_t processId) override;
   void SetSessionId(std::uint32_t sessionId) override;
@@ -169,7 +169,7 @@ class FakeArpProcess final : public CArpProcess {
 
 class FakeArpRecord final : public CArpRecord {
  public:
-  explicit FakeArpRecord(std::shared_ptr<HostCore> core);
+  explicit FakeArpRecord(std::shared_ptr<HostCore> hostCore);
   const std::shared_ptr<CArpProcess>& ProcessPart() override;
   void Mark() override;
   std::wstring& GetPath(std::wstring& out) override;
@@ -197,8 +197,8 @@ class FakeArpRecord final : public CArpRecord {
 
   // What the record holds, without a host call.
   std::wstring path;
-  std::wstring second_path;
-  std::uint32_t event_type = 0;
+  std::wstring secondPath;
+  std::uint32_t eventType = 0;
   std::uint32_t category = 0;
 
  private:
@@ -211,8 +211,8 @@ class FakeArpRecord final : public CArpRecord {
 // One monitored object of a policy.
 class FakePolicyObject final : public CPolicyObject {
  public:
-  FakePolicyObject(std::shared_ptr<HostCore> core, boost::filesystem::path path)
-      : core(std::move(core)), path(std::move(path)) {}
+  FakePolicyObject(std::shared_ptr<HostCore> hostCore, boost::filesystem::path monitorPath)
+      : core(std::move(hostCore)), path(std::move(monitorPath)) {}
   boost::filesystem::path GetMonitorPath() override;
 
  private:
@@ -221,22 +221,22 @@ class FakePolicyObject final : public CPolicyObject {
 };
 
 // The host of one test. The handles of the services are for tests that call one directly; to withhold a service, make
-// its getter give an empty handle: gate().GiveEmpty("CGlobalContext::GetLocale").
+// its getter give an empty handle: Gate().GiveEmpty("CGlobalContext::GetLocale").
 class FakeHost {
  public:
   FakeHost();
 
-  const std::shared_ptr<CGlobalContext>& context() const { return context; }
-  const std::shared_ptr<CUtility>& utility() const { return utility; }
-  const std::shared_ptr<CArpMgmt>& arp_mgmt() const { return arpMgmt; }
-  const std::shared_ptr<CAoArp>& ao_arp() const { return aoArp; }
-  const std::shared_ptr<CWinWork>& win_work() const { return winWork; }
-  const std::shared_ptr<CCfgEx>& cfg_ex() const { return cfgEx; }
-  CallGate& gate() const { return core->gate; }
-  HostSettings& settings() const { return core->settings; }
-  const std::shared_ptr<HostCore>& core() const { return core; }
+  const std::shared_ptr<CGlobalContext>& Context() const { return context; }
+  const std::shared_ptr<CUtility>& Utility() const { return utility; }
+  const std::shared_ptr<CArpMgmt>& ArpMgmt() const { return arpMgmt; }
+  const std::shared_ptr<CAoArp>& AoArp() const { return aoArp; }
+  const std::shared_ptr<CWinWork>& WinWork() const { return winWork; }
+  const std::shared_ptr<CCfgEx>& CfgEx() const { return cfgEx; }
+  CallGate& Gate() const { return core->gate; }
+  HostSettings& Settings() const { return core->settings; }
+  const std::shared_ptr<HostCore>& Core() const { return core; }
 
-  std::shared_ptr<FakeBuf> MakeBuffer(Bytes bytes) const;
+  std::shared_ptr<FakeBuf> MakeBuffer(const Bytes& bytes) const;
   // The block that CCfgEx gives from now on; none until then.
   void SetDriverConfigBlock(std::shared_ptr<CBuf> block);
   // The policy that CCfgEx gives from now on, also while the module runs; nothing in place of a path is a null object.

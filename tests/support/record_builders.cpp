@@ -34,9 +34,9 @@ std::string Row(const Bytes& bytes, std::size_t offset) {
 
 bool RowDiffers(const Bytes& one, const Bytes& other, std::size_t offset) {
   for (std::size_t i = offset; i < offset + kRow; ++i) {
-    const bool in_one = i < one.size();
-    const bool in_other = i < other.size();
-    if (in_one != in_other || (in_one && one[i] != other[i])) return true;
+    const bool inOne = i < one.size();
+    const bool inOther = i < other.size();
+    if (inOne != inOther || (inOne && one[i] != other[i])) return true;
   }
   return false;
 }
@@ -61,9 +61,9 @@ Bytes FromHex(std::string_view digits) {
 
 Golden& Golden::Hex(std::size_t offset, std::string_view digits) { return Put(offset, FromHex(digits)); }
 
-Golden& Golden::Put(std::size_t offset, const Bytes& bytes) {
-  if (offset + bytes.size() > bytes.size()) throw std::logic_error("beyond the golden record");
-  std::copy(bytes.begin(), bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+Golden& Golden::Put(std::size_t offset, const Bytes& replacement) {
+  if (offset + replacement.size() > bytes.size()) throw std::logic_error("beyond the golden record");
+  std::copy(replacement.begin(), replacement.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
   return *this;
 }
 

@@ -21,7 +21,7 @@ class Golden {
  public:
   explicit Golden(std::size_t size, std::uint8_t filling = 0xCD) : bytes(size, filling) {}
   Golden& Hex(std::size_t offset, std::string_view digits);
-  Golden& Put(std::size_t offset, const Bytes& bytes);
+  Golden& Put(std::size_t offset, const Bytes& replacement);
   const Bytes& Get() const { return bytes; }
 
  private:

@@ -33,8 +33,8 @@ class ModuleLibrary : public ::testing::Test {
     if (library != nullptr)
       init = reinterpret_cast<InitFunction>(reinterpret_cast<void*>(::GetProcAddress(library, "init")));
     host = new FakeHost;
-    host->settings().wait_blocks = true;
-    host->gate().SetJournal(true);
+    host->Settings().waitBlocks = true;
+    host->Gate().SetJournal(true);
   }
   void SetUp() override { ASSERT_NE(init, nullptr) << "fenlux.dll beside this program has no init"; }
 
@@ -53,7 +53,7 @@ class ModuleLibrary : public ::testing::Test {
     }
     return "nothing was thrown";
   }
-  static std::size_t Registrations() { return host->gate().Count("CGlobalContext::RegisterModule("); }
+  static std::size_t Registrations() { return host->Gate().Count("CGlobalContext::RegisterModule("); }
   static Bytes Notification() { return NotificationBuilder(4098).Item1(u"C:\\work\\notes.txt").Build(); }
   static std::uint32_t VerdictOf(const std::shared_ptr<CBuf>& reply) {
     const Bytes bytes = BytesOf(reply);
@@ -107,19 +107,19 @@ TEST_F(ModuleLibrary, SaysWhichServiceIsMissing) {
        {std::pair{"CGlobalContext::GetUtility", "bad utility init!"},
         std::pair{"CGlobalContext::GetCfg", "bad cfg init!"}, std::pair{"CGlobalContext::GetLog", "bad log init!"},
         std::pair{"CGlobalContext::GetCfgEx", "bad cfgex init!"}}) {
-    host->gate().GiveEmpty(getter);
-    EXPECT_EQ(FailureOfInit(&host->context()), text);
-    host->gate().GiveAgain(getter);
+    host->Gate().GiveEmpty(getter);
+    EXPECT_EQ(FailureOfInit(&host->Context()), text);
+    host->Gate().GiveAgain(getter);
   }
   EXPECT_EQ(Registrations(), 0U);
 }
 
 TEST_F(ModuleLibrary, WhatAServiceThrowsComesBackAsWhatItWas) {
   const auto throws = [](Failure failure) {
-    host->gate().FailAlways("CGlobalContext::GetLog", failure);
+    host->Gate().FailAlways("CGlobalContext::GetLog", failure);
     std::string caught = "nothing";
     try {
-      init(&host->context());
+      init(&host->Context());
     } catch (const boost::system::system_error& error) {
       caught = error.code() == boost::system::errc::permission_denied ? "permission denied" : error.what();
     } catch (const std::exception& error) {
@@ -127,7 +127,7 @@ TEST_F(ModuleLibrary, WhatAServiceThrowsComesBackAsWhatItWas) {
     } catch (int number) {
       caught = std::to_string(number);
     }
-    host->gate().StopFailing();
+    host->Gate().StopFailing();
     return caught;
   };
   EXPECT_EQ(throws(Failure::kStandard), "standard failure");
@@ -138,11 +138,11 @@ TEST_F(ModuleLibrary, WhatAServiceThrowsComesBackAsWhatItWas) {
 }
 
 TEST_F(ModuleLibrary, RegistersItsModuleOnce) {
-  init(&host->context());
+  init(&host->Context());
   EXPECT_EQ(Registrations(), 1U);
   ASSERT_NE(host->Module(), nullptr);
   const auto module = host->Module();
-  init(&host->context());
+  init(&host->Context());
   EXPECT_EQ(Registrations(), 1U);
   EXPECT_EQ(host->Module(), module);
 }
@@ -159,7 +159,7 @@ TEST_F(ModuleLibrary, TellsItsHostThatNoConnectionIsReady) {
 
 TEST_F(ModuleLibrary, StartsItsWorkAndGetsReady) {
   host->Module()->StartWork();
-  ASSERT_TRUE(host->gate().AwaitCount("CPortClient::Wait(", 1));
+  ASSERT_TRUE(host->Gate().AwaitCount("CPortClient::Wait(", 1));
   EXPECT_EQ(host->Module()->GetDriverPortValue(), 77U);
   ASSERT_NE(host->Module()->GetDriverInteract(), nullptr);
   EXPECT_EQ(host->Module()->GetDriverInteract()->GetDriverVersion(), 19072701U);
@@ -201,11 +201,11 @@ TEST_F(ModuleLibrary, JudgesOnThreadsOfTheHostThatEndWhileItIsLoaded) {
 
 TEST_F(ModuleLibrary, TellsTheKindsOfTheHostsExceptionsApart) {
   const auto lineFor = [](Failure failure) {
-    host->gate().ClearJournal();
-    host->gate().FailAlways("CAoArp::Evaluate", failure);
+    host->Gate().ClearJournal();
+    host->Gate().FailAlways("CAoArp::Evaluate", failure);
     EXPECT_EQ(VerdictOf(host->PortClient()->Deliver(Notification())), 8U);
-    host->gate().StopFailing();
-    const auto lines = host->gate().EntriesOf({"CLog::LogProblem"});
+    host->Gate().StopFailing();
+    const auto lines = host->Gate().EntriesOf({"CLog::LogProblem"});
     return lines.empty() ? std::string("no line") : lines[0];
   };
   EXPECT_EQ(lineFor(Failure::kStandard), "CLog::LogProblem(0x10003, [wdi,wdaokd,STDE] info=standard failure)");
@@ -218,22 +218,22 @@ TEST_F(ModuleLibrary, TellsTheKindsOfTheHostsExceptionsApart) {
 TEST_F(ModuleLibrary, ThrowsAtItsHostWhatTheHostThrewInside) {
   const auto interact = host->Module()->GetDriverInteract();
   ASSERT_NE(interact, nullptr);
-  host->gate().FailAlways("CPortClient::Send", Failure::kStandard);
+  host->Gate().FailAlways("CPortClient::Send", Failure::kStandard);
   EXPECT_THROW(interact->DumpDriverDebugInfo(), std::runtime_error);
-  host->gate().StopFailing();
-  host->gate().FailAlways("CPortClient::Send", Failure::kInt);
+  host->Gate().StopFailing();
+  host->Gate().FailAlways("CPortClient::Send", Failure::kInt);
   EXPECT_THROW(interact->DumpDriverDebugInfo(), int);
-  host->gate().StopFailing();
+  host->Gate().StopFailing();
 }
 
 TEST_F(ModuleLibrary, StopsAndComesBackFiveSecondsLater) {
-  host->gate().ClearJournal();
+  host->Gate().ClearJournal();
   const auto old = host->PortClient();
   const auto begun = std::chrono::steady_clock::now();
   host->Module()->StopWork(true);
   EXPECT_TRUE(old->IsClosed());
   EXPECT_EQ(host->Module()->GetDriverInteract(), nullptr);
-  ASSERT_TRUE(host->gate().AwaitCount("CPortClient::Wait(", 1));
+  ASSERT_TRUE(host->Gate().AwaitCount("CPortClient::Wait(", 1));
   EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(4500));
   EXPECT_EQ(host->PortClientCount(), 2U);
   // The handler of the connection before serves nobody any more, and does no harm.

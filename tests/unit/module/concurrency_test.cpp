@@ -22,7 +22,7 @@ void RunTogether(std::vector<std::function<void()>> bodies) {
 
 class Concurrency : public ModuleTest {
  protected:
-  Concurrency() { settings().recorded_request_bytes = 64; }
+  Concurrency() { Settings().recordedRequestBytes = 64; }
 };
 
 }  // namespace
@@ -87,12 +87,12 @@ TEST_F(Concurrency, ListsAreClearedFilledAndSentFromManyThreads) {
 
 TEST_F(Concurrency, NotificationsAreAnsweredWhileTheCacheIsRefreshedAndTheInterfaceStopped) {
   constexpr int kPerThread = 300;
-  settings().running = [] { return std::set<std::uint64_t>{1, 2, 3, 4}; };
-  settings().identity_text_added = true;
-  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+  Settings().running = [] { return std::set<std::uint64_t>{1, 2, 3, 4}; };
+  Settings().identityTextAdded = true;
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
   const auto interact = ReadyInteract();
-  gate().SetJournal(false);
-  settings().records_kept = false;
+  Gate().SetJournal(false);
+  Settings().recordsKept = false;
   std::atomic<int> answered{0};
   const auto deliver = [&](int thread) {
     const auto client = host.PortClient();
@@ -108,7 +108,7 @@ TEST_F(Concurrency, NotificationsAreAnsweredWhileTheCacheIsRefreshedAndTheInterf
   // A second start makes passes on threads of the test as well as on the refresh thread.
   RunTogether({[&] { deliver(0); }, [&] { deliver(1); }, [&] { deliver(2); },
                [&] {
-                 for (int i = 0; i < 50; ++i) clock().Advance(std::chrono::hours(1));
+                 for (int i = 0; i < 50; ++i) Clock().Advance(std::chrono::hours(1));
                },
                [&] {
                  for (int i = 0; i < 50; ++i) interact->GetDriverVersion();
@@ -118,10 +118,10 @@ TEST_F(Concurrency, NotificationsAreAnsweredWhileTheCacheIsRefreshedAndTheInterf
 }
 
 TEST_F(Concurrency, LookUpsAndPassesShareTheCache) {
-  settings().running = [] { return std::set<std::uint64_t>{0, 1, 2, 3, 4, 5}; };
-  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+  Settings().running = [] { return std::set<std::uint64_t>{0, 1, 2, 3, 4, 5}; };
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
   info->RefreshAll();
-  gate().SetJournal(false);
+  Gate().SetJournal(false);
   std::atomic<bool> wrong{false};
   const auto lookUp = [&] {
     for (std::uint32_t i = 0; i < 500; ++i) {
@@ -134,7 +134,7 @@ TEST_F(Concurrency, LookUpsAndPassesShareTheCache) {
   };
   RunTogether({lookUp, lookUp, refresh, refresh, [&] {
                  for (int i = 0; i < 50; ++i) {
-                   settings().cache_bypassed = i % 2 == 0;
+                   Settings().cacheBypassed = i % 2 == 0;
                    std::this_thread::yield();
                  }
                }});
@@ -142,9 +142,9 @@ TEST_F(Concurrency, LookUpsAndPassesShareTheCache) {
 }
 
 TEST_F(Concurrency, AStopFromAnyThreadAtAnyTimeEndsTheRun) {
-  settings().wait_blocks = true;
+  Settings().waitBlocks = true;
   for (int round = 0; round < 100; ++round) {
-    const auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
     RunTogether({[&] { interact->RunDriverConnection(); },
                  [&] {
                    for (int i = 0; i < round % 10; ++i) std::this_thread::yield();
@@ -152,8 +152,8 @@ TEST_F(Concurrency, AStopFromAnyThreadAtAnyTimeEndsTheRun) {
                  },
                  [&] { interact->Shutdown(); }});
     EXPECT_TRUE(interact->IsStopRequested());
-    EXPECT_EQ(gate().Count("CRecordRegistration::Withdraw"), 1u);
-    EXPECT_EQ(gate().Count("CNetObject::Release"), 1u);
+    EXPECT_EQ(Gate().Count("CRecordRegistration::Withdraw"), 1u);
+    EXPECT_EQ(Gate().Count("CNetObject::Release"), 1u);
     Forget();
   }
 }
@@ -200,20 +200,20 @@ class ModuleConcurrency : public WorkerTest {};
 }  // namespace
 
 TEST_F(ModuleConcurrency, TheHostMayDriveTheModuleFromManyThreads) {
-  settings().recorded_request_bytes = 16;
-  settings().wait_blocks = true;
-  clock().PassAtOnce(100ms);
+  Settings().recordedRequestBytes = 16;
+  Settings().waitBlocks = true;
+  Clock().PassAtOnce(100ms);
   impl->StartWork();
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   std::atomic<int> ended{0};
   RunTogether({[&] {
                  for (int i = 0; i < 20; ++i) {
                    // More than once where the stop was for the interface before.
-                   while (clock().Parked(5s) == 0) {
+                   while (Clock().Parked(5s) == 0) {
                      impl->StopWork(i % 2 == 0);
                      std::this_thread::yield();
                    }
-                   clock().Advance(5s);
+                   Clock().Advance(5s);
                  }
                  ++ended;
                },

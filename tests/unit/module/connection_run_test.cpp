@@ -9,14 +9,14 @@ constexpr char kPortName[] = "\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975
 class ConnectionRun : public ModuleTest {
  protected:
   std::shared_ptr<CWinDriverInteract> Fresh() {
-    auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    auto interact = std::make_shared<CWinDriverInteract>(host.Context());
     Forget();
     return interact;
   }
 
   // The calls of the connection worker: those of the refresh thread beside it, and those into buffers, left out.
   Lines WorkersCalls() const {
-    return gate().EntriesWithout({"CUtility::WriteLog", "CCfgEx::GetRefreshInterval", "CBuf::"});
+    return Gate().EntriesWithout({"CUtility::WriteLog", "CCfgEx::GetRefreshInterval", "CBuf::"});
   }
 
   const Lines kWholeRun{"CUtility::CreateBuffer(true, 16, false)",
@@ -75,7 +75,7 @@ TEST_F(ConnectionRun, RegistersBothSystemProcessesEvenWhereWaitReturnsAtOnce) {
                         sent[0].bytes));
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  14 00 00 00  03 00 00 00  f4 01 00 00 00 00 00 00"),
                         sent[1].bytes));
-  EXPECT_EQ(gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
+  EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
   Settle();
 }
 
@@ -92,7 +92,7 @@ TEST_F(ConnectionRun, WithTheStopFlagSetOnlyNeedStopIsLogged) {
   interact->StopInteract();
   Forget();
   interact->RunDriverConnection();
-  EXPECT_EQ(gate().Entries(), (Lines{Translation("Need stop."), Problem("Need stop.")}));
+  EXPECT_EQ(Gate().Entries(), (Lines{Translation("Need stop."), Problem("Need stop.")}));
   EXPECT_EQ(host.PortClientCount(), 0u);
   EXPECT_FALSE(interact->IsDriverReady());
 }
@@ -106,7 +106,7 @@ TEST_F(ConnectionRun, TheConnectContextIsOfClientType1) {
 }
 
 TEST_F(ConnectionRun, TheConnectContextIsOfClientType2WhereTheFlagIsSet) {
-  settings().client_type_flag = true;
+  Settings().clientTypeFlag = true;
   const auto interact = Fresh();
   interact->RunDriverConnection();
   ASSERT_EQ(host.ConnectContexts().size(), 1u);
@@ -117,24 +117,24 @@ TEST_F(ConnectionRun, TheConnectContextIsOfClientType2WhereTheFlagIsSet) {
 TEST_F(ConnectionRun, ThePortNameHas50Characters) { EXPECT_EQ(std::string(kPortName).size(), 50u); }
 
 TEST_F(ConnectionRun, TheLinesAreTranslated) {
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   const auto interact = Fresh();
   interact->RunDriverConnection();
-  EXPECT_EQ(gate().EntriesOf({"CLog::"}),
+  EXPECT_EQ(Gate().EntriesOf({"CLog::"}),
             (Lines{Event("<Driver Interact Ready.>"), Event("<Current driver version=>19072701"),
                    Event("<Current fenlux version=>19072701"), Event("<Driver interact exit.>")}));
   interact->StopInteract();
   Forget();
   interact->RunDriverConnection();
-  EXPECT_EQ(gate().EntriesOf({"CLog::"}), Lines{Problem("<Need stop.>")});
+  EXPECT_EQ(Gate().EntriesOf({"CLog::"}), Lines{Problem("<Need stop.>")});
 }
 
 TEST_F(ConnectionRun, IsReadyOnlyOnceThePortClientHasStarted) {
   const auto interact = Fresh();
   bool readyInConnect = true, readyInStart = true, readyInFirstRequest = false;
-  gate().OnCall("CPortClient::Connect", [&] { readyInConnect = interact->IsDriverReady(); });
-  gate().OnCall("CPortClient::Start", [&] { readyInStart = interact->IsDriverReady(); });
-  gate().OnCall("CCfg::GetSpspSettings", [&] { readyInFirstRequest = interact->IsDriverReady(); });
+  Gate().OnCall("CPortClient::Connect", [&] { readyInConnect = interact->IsDriverReady(); });
+  Gate().OnCall("CPortClient::Start", [&] { readyInStart = interact->IsDriverReady(); });
+  Gate().OnCall("CCfg::GetSpspSettings", [&] { readyInFirstRequest = interact->IsDriverReady(); });
   interact->RunDriverConnection();
   EXPECT_FALSE(readyInConnect);
   EXPECT_FALSE(readyInStart);
@@ -143,12 +143,12 @@ TEST_F(ConnectionRun, IsReadyOnlyOnceThePortClientHasStarted) {
 }
 
 TEST_F(ConnectionRun, AStopWhileThePortClientIsBeingMadeClosesItOnceItIsThere) {
-  settings().wait_blocks = true;  // only a Close ends it
+  Settings().waitBlocks = true;  // only a Close ends it
   const auto interact = Fresh();
-  gate().OnCall("CWinWork::CreatePortClient", [&] { interact->StopInteract(); });
+  Gate().OnCall("CWinWork::CreatePortClient", [&] { interact->StopInteract(); });
   interact->RunDriverConnection();
   EXPECT_TRUE(host.PortClient()->IsClosed());
-  const Lines calls = gate().EntriesOf({"CPortClient::C", "CPortClient::Start", "CPortClient::Wait"});
+  const Lines calls = Gate().EntriesOf({"CPortClient::C", "CPortClient::Start", "CPortClient::Wait"});
   EXPECT_EQ(calls,
             (Lines{"CPortClient::Close()", "CPortClient::Connect()", "CPortClient::Start()", "CPortClient::Wait()"}));
   EXPECT_TRUE(interact->IsStopRequested());
@@ -159,29 +159,29 @@ TEST_F(ConnectionRun, AStopWhileThePortClientIsBeingMadeClosesItOnceItIsThere) {
 }
 
 TEST_F(ConnectionRun, AStopJustBeforeTheInterfaceBecomesReadyIsNotLostEither) {
-  settings().wait_blocks = true;
+  Settings().waitBlocks = true;
   const auto interact = Fresh();
-  gate().OnCall("CPortClient::Start", [&] { interact->StopInteract(); });
+  Gate().OnCall("CPortClient::Start", [&] { interact->StopInteract(); });
   interact->RunDriverConnection();
   EXPECT_FALSE(interact->IsDriverReady());
   EXPECT_TRUE(interact->IsStopRequested());
-  EXPECT_EQ(gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
+  EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
 }
 
 TEST_F(ConnectionRun, AStopWhileWaitingEndsTheRun) {
-  settings().wait_blocks = true;
+  Settings().waitBlocks = true;
   const auto interact = Fresh();
   std::thread worker([&] { interact->RunDriverConnection(); });
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   EXPECT_TRUE(interact->IsDriverReady());
   interact->StopInteract();
   worker.join();
-  EXPECT_EQ(gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
+  EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
   EXPECT_FALSE(interact->IsDriverReady());
 }
 
 TEST_F(ConnectionRun, AnEmptyPortClientIsARuntimeError) {
-  gate().GiveEmpty("CWinWork::CreatePortClient");
+  Gate().GiveEmpty("CWinWork::CreatePortClient");
   const auto interact = Fresh();
   EXPECT_FALSE(RuntimeErrorOf([&] { interact->RunDriverConnection(); }).empty());
   EXPECT_FALSE(interact->IsDriverReady());
@@ -189,7 +189,7 @@ TEST_F(ConnectionRun, AnEmptyPortClientIsARuntimeError) {
 }
 
 TEST_F(ConnectionRun, AnEmptyConnectContextIsARuntimeError) {
-  gate().GiveEmpty("CUtility::CreateBuffer");
+  Gate().GiveEmpty("CUtility::CreateBuffer");
   const auto interact = Fresh();
   EXPECT_FALSE(RuntimeErrorOf([&] { interact->RunDriverConnection(); }).empty());
   EXPECT_EQ(host.PortClientCount(), 0u);
@@ -203,11 +203,11 @@ TEST_F(ConnectionRun, FailuresOfHostServicesLeaveItAtOnceAndUnlogged) {
         "CWinWork::SystemPath", "CWinWork::FindProcessesByImage", "CWinWork::QueryProcessValue", "CPortClient::Wait"}) {
     for (const Failure failure : kAllFailures) {
       const auto interact = Fresh();
-      gate().FailAt(operation, 1, failure);
+      Gate().FailAt(operation, 1, failure);
       EXPECT_TRUE(Propagates(failure, [&] { interact->RunDriverConnection(); })) << operation;
-      EXPECT_EQ(gate().FailedOperation(), operation);
-      EXPECT_EQ(gate().Count("CLog::LogProblem"), 0u) << operation;
-      EXPECT_EQ(gate().Count("CLog::LogEvent(0x10003, Driver interact exit."), 0u) << operation;
+      EXPECT_EQ(Gate().FailedOperation(), operation);
+      EXPECT_EQ(Gate().Count("CLog::LogProblem"), 0u) << operation;
+      EXPECT_EQ(Gate().Count("CLog::LogEvent(0x10003, Driver interact exit."), 0u) << operation;
     }
   }
 }
@@ -218,9 +218,9 @@ TEST_F(ConnectionRun, AFailedFirstRefreshLeavesItBeforeAnythingElse) {
   const Bytes message = NotificationBuilder(4098, 900).Build();
   ASSERT_TRUE(interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size())));
   Forget();
-  gate().FailAt("CWinWork::GetRunningProcessIds", 1, Failure::kStandard);
+  Gate().FailAt("CWinWork::GetRunningProcessIds", 1, Failure::kStandard);
   EXPECT_TRUE(Propagates(Failure::kStandard, [&] { interact->RunDriverConnection(); }));
-  EXPECT_EQ(gate().Count("CUtility::CreateBuffer"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::CreateBuffer"), 0u);
 }
 
 // ---------------------------------------------------------------- the handler
@@ -245,7 +245,7 @@ TEST_F(ConnectionRun, TheHandlerDoesNotKeepTheInterfaceAlive) {
   EXPECT_TRUE(weak.expired());
   Forget();
   EXPECT_FALSE(client->Deliver(NotificationBuilder(4098).Build()));
-  EXPECT_TRUE(gate().Entries().empty()) << "nothing is dispatched for an interface that is gone";
+  EXPECT_TRUE(Gate().Entries().empty()) << "nothing is dispatched for an interface that is gone";
 }
 
 TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {
@@ -253,7 +253,7 @@ TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {
   const std::weak_ptr<CWinDriverInteract> weak = interact;
   const auto client = host.PortClient();
   bool aliveInside = false;
-  gate().OnCall("CAoArp::Evaluate", [&] {
+  Gate().OnCall("CAoArp::Evaluate", [&] {
     interact.reset();
     aliveInside = !weak.expired();
   });
@@ -265,7 +265,7 @@ TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {
 TEST_F(ConnectionRun, NotificationsAreServedBeforeTheReadyFlagIsSet) {
   const auto interact = Fresh();
   bool answered = false;
-  gate().OnCall("CPortClient::Start", [&] {
+  Gate().OnCall("CPortClient::Start", [&] {
     EXPECT_FALSE(interact->IsDriverReady());
     answered = host.PortClient()->Deliver(NotificationBuilder(4098).Build()) != nullptr;
   });
@@ -277,10 +277,10 @@ TEST_F(ConnectionRun, NotificationsAreServedBeforeTheReadyFlagIsSet) {
 TEST_F(ConnectionRun, OnlyTheFailureOfTheFirstReplyReachesThePortClient) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CUtility::CreateBuffer", 1, failure);
+    Gate().FailAt("CUtility::CreateBuffer", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { host.PortClient()->Deliver(NotificationBuilder(4098).Build()); }));
   }
-  gate().GiveEmptyAt("CUtility::CreateBuffer", 1);
+  Gate().GiveEmptyAt("CUtility::CreateBuffer", 1);
   EXPECT_FALSE(RuntimeErrorOf([&] { host.PortClient()->Deliver(NotificationBuilder(4098).Build()); }).empty());
   EXPECT_TRUE(Logged().empty());
 }

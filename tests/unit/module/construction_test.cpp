@@ -28,8 +28,8 @@ class MissingServiceTest : public ModuleTest, public ::testing::WithParamInterfa
 }  // namespace
 
 TEST_F(InteractConstruction, TakesTheServicesInOrderAndRegistersItself) {
-  const auto interact = std::make_shared<CWinDriverInteract>(host.context());
-  EXPECT_EQ(gate().Entries(), kWholeConstruction);
+  const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
+  EXPECT_EQ(Gate().Entries(), kWholeConstruction);
 }
 
 TEST_F(InteractConstruction, IsNeitherReadyNorStopped) {
@@ -37,7 +37,7 @@ TEST_F(InteractConstruction, IsNeitherReadyNorStopped) {
   EXPECT_FALSE(interact->IsDriverReady());
   EXPECT_FALSE(interact->IsStopRequested());
   EXPECT_EQ(interact->PortValue(), 77u);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(InteractConstruction, HandsOutWeakReferencesToItself) {
@@ -46,11 +46,11 @@ TEST_F(InteractConstruction, HandsOutWeakReferencesToItself) {
 }
 
 TEST_P(MissingServiceTest, EndsConstructionWithItsOwnMessageAndAsksForNothingElse) {
-  gate().GiveEmpty(GetParam().getter);
-  EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.context()); }), GetParam().message);
+  Gate().GiveEmpty(GetParam().getter);
+  EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.Context()); }), GetParam().message);
   const Lines upToTheGetter(kWholeConstruction.begin(),
                             kWholeConstruction.begin() + static_cast<std::ptrdiff_t>(GetParam().calls));
-  EXPECT_EQ(gate().Entries(), upToTheGetter);
+  EXPECT_EQ(Gate().Entries(), upToTheGetter);
   EXPECT_EQ(upToTheGetter.back(), std::string(GetParam().getter) + "()");
 }
 
@@ -67,54 +67,54 @@ INSTANTIATE_TEST_SUITE_P(Services, MissingServiceTest,
                          [](const auto& instance) { return std::string(instance.param.getter).substr(16); });
 
 TEST_F(InteractConstruction, ACfgExThatVanishesBeforeTheProcessCacheIsMadeEndsItToo) {
-  gate().GiveEmptyAt("CGlobalContext::GetCfgEx", 2);
-  EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.context()); }), "[arpi] Bad cfgex init!");
+  Gate().GiveEmptyAt("CGlobalContext::GetCfgEx", 2);
+  EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.Context()); }), "[arpi] Bad cfgex init!");
 }
 
 TEST_F(InteractConstruction, NothingIsLoggedWhenItFails) {
-  gate().GiveEmpty("CGlobalContext::GetWinWork");
-  EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.context()), std::runtime_error);
+  Gate().GiveEmpty("CGlobalContext::GetWinWork");
+  EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.Context()), std::runtime_error);
   EXPECT_TRUE(Logged().empty());
 }
 
 TEST_F(InteractConstruction, AnAbsentNetObjectIsPassedOver) {
-  gate().GiveEmpty("CNet::CreateObject");
+  Gate().GiveEmpty("CNet::CreateObject");
   const auto interact = NewInteract();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), Lines{"CRecordRegistration::Withdraw()"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CRecordRegistration::Withdraw()"});
 }
 
 TEST_F(InteractConstruction, WithoutARecordFactoryNothingIsRegistered) {
-  gate().GiveEmpty("CCfg::GetRecordFactory");
-  auto interact = std::make_shared<CWinDriverInteract>(host.context());
-  EXPECT_EQ(gate().Count("CKdiRecord::"), 0u);
-  EXPECT_EQ(gate().Count("CRecordService::Register"), 0u);
+  Gate().GiveEmpty("CCfg::GetRecordFactory");
+  auto interact = std::make_shared<CWinDriverInteract>(host.Context());
+  EXPECT_EQ(Gate().Count("CKdiRecord::"), 0u);
+  EXPECT_EQ(Gate().Count("CRecordService::Register"), 0u);
   Forget();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), Lines{"CNetObject::Release(0)"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CNetObject::Release(0)"});
 }
 
 TEST_F(InteractConstruction, WithoutARecordNothingIsRegistered) {
-  gate().GiveEmpty("CRecordFactory::CreateRecord");
-  auto interact = std::make_shared<CWinDriverInteract>(host.context());
-  EXPECT_EQ(gate().Count("CKdiRecord::"), 0u);
-  EXPECT_EQ(gate().Count("CRecordService::Register"), 0u);
+  Gate().GiveEmpty("CRecordFactory::CreateRecord");
+  auto interact = std::make_shared<CWinDriverInteract>(host.Context());
+  EXPECT_EQ(Gate().Count("CKdiRecord::"), 0u);
+  EXPECT_EQ(Gate().Count("CRecordService::Register"), 0u);
 }
 
 TEST_F(InteractConstruction, WithoutARecordServiceNothingIsRegistered) {
-  gate().GiveEmpty("CGlobalContext::GetRecordService");
-  auto interact = std::make_shared<CWinDriverInteract>(host.context());
-  EXPECT_EQ(gate().Count("CRecordService::Register"), 0u);
+  Gate().GiveEmpty("CGlobalContext::GetRecordService");
+  auto interact = std::make_shared<CWinDriverInteract>(host.Context());
+  EXPECT_EQ(Gate().Count("CRecordService::Register"), 0u);
   Forget();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), Lines{"CNetObject::Release(0)"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CNetObject::Release(0)"});
 }
 
 TEST_F(InteractConstruction, AnEmptyRegistrationIsNotWithdrawn) {
-  gate().GiveEmpty("CRecordService::Register");
+  Gate().GiveEmpty("CRecordService::Register");
   const auto interact = NewInteract();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), Lines{"CNetObject::Release(0)"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CNetObject::Release(0)"});
 }
 
 TEST_F(InteractConstruction, AnEmptyContextIsRefused) {
@@ -122,12 +122,12 @@ TEST_F(InteractConstruction, AnEmptyContextIsRefused) {
 }
 
 TEST_F(InteractConstruction, AFailedConstructionLetsGoOfEveryService) {
-  gate().GiveEmpty("CGlobalContext::GetWinWork");
-  const auto holders = host.core().use_count();
-  const auto contexts = host.context().use_count();
-  EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.context()), std::runtime_error);
-  EXPECT_EQ(host.context().use_count(), contexts);
-  EXPECT_EQ(host.core().use_count(), holders) << "a net object or a registration is still held";
+  Gate().GiveEmpty("CGlobalContext::GetWinWork");
+  const auto holders = host.Core().use_count();
+  const auto contexts = host.Context().use_count();
+  EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.Context()), std::runtime_error);
+  EXPECT_EQ(host.Context().use_count(), contexts);
+  EXPECT_EQ(host.Core().use_count(), holders) << "a net object or a registration is still held";
 }
 
 }  // namespace fenlux::testing

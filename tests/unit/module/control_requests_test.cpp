@@ -11,7 +11,7 @@ class ControlRequests : public ModuleTest {
     const auto sent = host.Requests();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_TRUE(SameBytes(GoldenRequest(digits), sent[0].bytes));
-    EXPECT_FALSE(sent[0].wants_reply);
+    EXPECT_FALSE(sent[0].wantsReply);
     host.ClearRequests();
   }
   Lines SentAs(int command) const {
@@ -34,7 +34,7 @@ TEST_F(ControlRequests, GrspMode1SendsSwitch0AndMode3SendsSwitch1) {
 }
 
 TEST_F(ControlRequests, GrspCarriesClientType2WhereTheFlagIsSet) {
-  settings().client_type_flag = true;
+  Settings().clientTypeFlag = true;
   const auto interact = ReadyInteract();
   interact->SetGrspSwitch(true, 3);
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  06 00 00 00  02 00 00 00  01");
@@ -49,7 +49,7 @@ TEST_F(ControlRequests, GrspRefusesWhatItDoesNotSupportAndSendsNothing) {
   for (const std::uint32_t mode : {0u, 4u, 5u, 0xFFFFFFFFu}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrspSwitch(true, mode); }), "[wdi,granra]Not supported-2.");
   }
-  EXPECT_TRUE(gate().Entries().empty()) << "refused before a request is built";
+  EXPECT_TRUE(Gate().Entries().empty()) << "refused before a request is built";
 }
 
 // ---------------------------------------------------------------- request 4
@@ -64,7 +64,7 @@ TEST_F(ControlRequests, GrpmMode1SendsSwitch1AndMode3SendsSwitch0) {
 }
 
 TEST_F(ControlRequests, GrpmCarriesClientType2WhereTheFlagIsSet) {
-  settings().client_type_flag = true;
+  Settings().clientTypeFlag = true;
   const auto interact = ReadyInteract();
   interact->SetGrpmSwitch(true, 1);
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  04 00 00 00  02 00 00 00  01");
@@ -78,7 +78,7 @@ TEST_F(ControlRequests, GrpmRefusesWhatItDoesNotSupportAndSendsNothing) {
   for (const std::uint32_t mode : {0u, 4u, 0xFFFFFFFFu}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrpmSwitch(true, mode); }), "[wdi,grpm]Not supported-2.");
   }
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 // ---------------------------------------------------------------- request 8
@@ -93,7 +93,7 @@ TEST_F(ControlRequests, GrdtoSendsTheValueAndReturns0) {
 TEST_F(ControlRequests, GrdtoRefusesWhatIsNotImplemented) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrdtoValue(false, 1); }), "[wdi,grdto]Not implemented.");
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 // ---------------------------------------------------------------- request 9
@@ -110,7 +110,7 @@ TEST_F(ControlRequests, GrharaSends0ForOnAnd1ForOff) {
 TEST_F(ControlRequests, GrharaRefusesWhatIsNotImplemented) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrharaSwitch(false, true); }), "[wdi,grhara]Not implemented.");
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 // ---------------------------------------------------------------- request 11
@@ -126,7 +126,7 @@ TEST_F(ControlRequests, TheDebugDumpSendsNothingButItsCodeAndReturnsAdvice) {
 
 TEST_F(ControlRequests, TheAdviceIsTranslated) {
   const auto interact = ReadyInteract();
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   EXPECT_EQ(interact->DumpDriverDebugInfo(), "<Please use Dbgview to get result.>");
 }
 
@@ -173,7 +173,7 @@ TEST_F(ControlRequests, AConfigurationBlockThatDoesNotFitIsRefusedBeforeAnything
 
 TEST_F(ControlRequests, TheConfigurationBlockFitsIntoTheBufferThatTheHostGaveOrIsRefused) {
   const auto interact = ReadyInteract();
-  settings().given_size = [](std::uint32_t) { return 12u + 10u; };
+  Settings().givenSize = [](std::uint32_t) { return 12u + 10u; };
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(10, 0x5A)));
   interact->SendDriverConfig();
   const auto sent = host.Requests();
@@ -184,7 +184,7 @@ TEST_F(ControlRequests, TheConfigurationBlockFitsIntoTheBufferThatTheHostGaveOrI
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(11, 0x5A)));
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SendDriverConfig(); }), "[wdi] configuration block too large!");
   // More room than was asked for makes the driver's record no longer.
-  settings().given_size = [](std::uint32_t asked) { return asked + 100; };
+  Settings().givenSize = [](std::uint32_t asked) { return asked + 100; };
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(65550, 0x5A)));
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SendDriverConfig(); }), "[wdi] configuration block too large!");
   EXPECT_TRUE(host.Requests().empty());
@@ -231,7 +231,7 @@ TEST_P(SendingOperation, WithoutAPortClientIsARuntimeErrorAndNoCrash) {
 
 TEST_P(SendingOperation, WithoutABufferIsARuntimeErrorAndNoCrash) {
   const auto interact = ReadyInteract();
-  gate().GiveEmpty("CUtility::CreateBuffer");
+  Gate().GiveEmpty("CUtility::CreateBuffer");
   EXPECT_FALSE(RuntimeErrorOf([&] { GetParam().run(*interact); }).empty());
   EXPECT_TRUE(host.Requests().empty());
 }
@@ -239,7 +239,7 @@ TEST_P(SendingOperation, WithoutABufferIsARuntimeErrorAndNoCrash) {
 TEST_P(SendingOperation, LetsAFailedSendThrough) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CPortClient::Send", 1, failure);
+    Gate().FailAt("CPortClient::Send", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { GetParam().run(*interact); })) << NameOf(failure);
   }
   EXPECT_TRUE(Logged().empty());
@@ -247,7 +247,7 @@ TEST_P(SendingOperation, LetsAFailedSendThrough) {
 
 TEST_P(SendingOperation, DropsWhateverTheDriverAnswers) {
   const auto interact = ReadyInteract();
-  settings().answer = [this](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
+  Settings().answer = [this](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
     reply = host.MakeBuffer(Bytes(3, 1));
   };
   GetParam().run(*interact);

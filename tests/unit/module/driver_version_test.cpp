@@ -12,7 +12,7 @@ class DriverVersion : public ModuleTest {
  protected:
   // Answers every request with a buffer of this size, whose bytes 12 to 15 read 0x01020304.
   void AnswerWith(std::size_t size) {
-    settings().answer = [this, size](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
+    Settings().answer = [this, size](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
       Bytes bytes(size, 0xEE);
       const Bytes version = FromHex("04 03 02 01");
       for (std::size_t i = 0; i < version.size() && 12 + i < size; ++i) bytes[12 + i] = version[i];
@@ -28,7 +28,7 @@ class DriverVersionFailure : public DriverVersion, public ::testing::WithParamIn
 TEST_F(DriverVersion, SendsRequest13WithAFullSizeRequest13AsReply) {
   const auto interact = ReadyInteract();
   Bytes offered;
-  settings().answer = [&offered](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
+  Settings().answer = [&offered](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
     offered = BytesOf(reply);
   };
   interact->GetDriverVersion();
@@ -41,7 +41,7 @@ TEST_F(DriverVersion, AsksForTheSizeOfTheReplyBeforeItsBytes) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(interact->GetDriverVersion(), 19072701u);
   EXPECT_EQ(Calls(), kSentOnce);
-  const Lines calls = gate().Entries();
+  const Lines calls = Gate().Entries();
   ASSERT_GE(calls.size(), 3u);
   EXPECT_EQ((Lines(calls.end() - 3, calls.end())),
             (Lines{"CPortClient::Send(13, reply, true)", "CBuf::GetSize()", "CBuf::GetData()"}));
@@ -63,7 +63,7 @@ TEST_F(DriverVersion, AReplyOfOneByteLessGives0WithoutALine) {
   const auto interact = ReadyInteract();
   AnswerWith(65560);
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
-  EXPECT_EQ(gate().Entries().back(), "CBuf::GetSize()") << "the bytes of a short reply are not looked at";
+  EXPECT_EQ(Gate().Entries().back(), "CBuf::GetSize()") << "the bytes of a short reply are not looked at";
   EXPECT_TRUE(Logged().empty());
 }
 
@@ -76,7 +76,7 @@ TEST_F(DriverVersion, AnEmptyBufferAsReplyGives0) {
 
 TEST_F(DriverVersion, AnEmptiedReplyGives0WithoutALine) {
   const auto interact = ReadyInteract();
-  settings().answer = [](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) { reply.reset(); };
+  Settings().answer = [](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) { reply.reset(); };
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
   EXPECT_TRUE(Logged().empty());
 }
@@ -90,7 +90,7 @@ TEST_F(DriverVersion, WithoutAPortClientItGives0AndOneLine) {
 
 TEST_F(DriverVersion, WithoutARequestBufferItGives0AndOneLine) {
   const auto interact = ReadyInteract();
-  gate().GiveEmpty("CUtility::CreateBuffer");
+  Gate().GiveEmpty("CUtility::CreateBuffer");
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
   ASSERT_EQ(Logged().size(), 1u);
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,gdv,STDE] info=", 0), 0u) << Logged()[0];
@@ -98,7 +98,7 @@ TEST_F(DriverVersion, WithoutARequestBufferItGives0AndOneLine) {
 
 TEST_P(DriverVersionFailure, OfTheSendingGives0AndOneLine) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
   const std::string line =
       GetParam() == Failure::kInt ? "[wdi,gdv,OTHE]" : "[wdi,gdv,STDE] info=" + MessageOf(GetParam());
@@ -107,8 +107,8 @@ TEST_P(DriverVersionFailure, OfTheSendingGives0AndOneLine) {
 
 TEST_P(DriverVersionFailure, AndOfTheLogIsSwallowed) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Send", 1, GetParam());
-  gate().FailAlways("CLog::LogProblem", GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAlways("CLog::LogProblem", GetParam());
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
 }
 
@@ -141,7 +141,7 @@ TEST_F(Handshake, ReportsAndLogsBothVersions) {
 
 TEST_F(Handshake, WarnsWhereTheVersionFlagMakesTheModuleNewer) {
   const auto interact = ReadyInteract();
-  settings().version_flag = true;
+  Settings().versionFlag = true;
   interact->CheckDriverVersion();
   EXPECT_EQ(CallsAfterTheRequest(),
             (Lines{"CCfg::ReportDriverVersion(1, true, 19072701)", "CUtility::QueryVersionFlag()",
@@ -153,7 +153,7 @@ TEST_F(Handshake, WarnsWhereTheVersionFlagMakesTheModuleNewer) {
 
 TEST_F(Handshake, WarnsAlsoWhereTheDriverIsNewer) {
   const auto interact = ReadyInteract();
-  settings().driver_version = 4294967295u;
+  Settings().driverVersion = 4294967295u;
   interact->CheckDriverVersion();
   EXPECT_EQ(Logged(), (Lines{Event("Current driver version=4294967295"), Event("Current fenlux version=19072701"),
                              "CLog::LogWarning(0x10003, Driver version and fenlux version is NOT the same!)"}));
@@ -161,8 +161,8 @@ TEST_F(Handshake, WarnsAlsoWhereTheDriverIsNewer) {
 
 TEST_F(Handshake, IsQuietWhereTheFlagMakesThemTheSame) {
   const auto interact = ReadyInteract();
-  settings().version_flag = true;
-  settings().driver_version = 19072702;
+  Settings().versionFlag = true;
+  Settings().driverVersion = 19072702;
   interact->CheckDriverVersion();
   EXPECT_EQ(Logged(), (Lines{Event("Current driver version=19072702"), Event("Current fenlux version=19072702")}));
 }
@@ -173,12 +173,12 @@ TEST_F(Handshake, AShortVersionReplyIsVersion0AndAWarning) {
   interact->CheckDriverVersion();
   EXPECT_EQ(Logged(), (Lines{Event("Current driver version=0"), Event("Current fenlux version=19072701"),
                              "CLog::LogWarning(0x10003, Driver version and fenlux version is NOT the same!)"}));
-  EXPECT_EQ(gate().Count("CCfg::ReportDriverVersion(1, true, 0)"), 1u);
+  EXPECT_EQ(Gate().Count("CCfg::ReportDriverVersion(1, true, 0)"), 1u);
 }
 
 TEST_F(Handshake, ChangesNoState) {
   const auto interact = ReadyInteract();
-  settings().driver_version = 1;
+  Settings().driverVersion = 1;
   interact->CheckDriverVersion();
   EXPECT_TRUE(interact->IsDriverReady());
   EXPECT_FALSE(interact->IsStopRequested());
@@ -186,8 +186,8 @@ TEST_F(Handshake, ChangesNoState) {
 
 TEST_F(Handshake, TheFixedPartsAreTranslatedAndTheNumbersAppended) {
   const auto interact = ReadyInteract();
-  settings().version_flag = true;
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().versionFlag = true;
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   interact->CheckDriverVersion();
   EXPECT_EQ(Logged(), (Lines{Event("<Current driver version=>19072701"), Event("<Current fenlux version=>19072702"),
                              "CLog::LogWarning(0x10003, <Driver version and fenlux version is NOT the same!>)"}));

@@ -8,7 +8,7 @@ namespace {
 class FenluxImpl : public ModuleTest {
  protected:
   std::shared_ptr<CFenluxImpl> New() {
-    auto impl = std::make_shared<CFenluxImpl>(host.context());
+    auto impl = std::make_shared<CFenluxImpl>(host.Context());
     Forget();
     return impl;
   }
@@ -35,8 +35,8 @@ const Lines kConstruction{"CGlobalContext::GetUtility()", "CGlobalContext::GetCf
 // ---------------------------------------------------------------- construction
 
 TEST_F(FenluxImpl, TakesItsServicesInOrder) {
-  const CFenluxImpl impl(host.context());
-  EXPECT_EQ(gate().Entries(), kConstruction);
+  const CFenluxImpl impl(host.Context());
+  EXPECT_EQ(Gate().Entries(), kConstruction);
 }
 
 TEST_F(FenluxImpl, AnEmptyContextIsABadGlobalClass) {
@@ -44,9 +44,9 @@ TEST_F(FenluxImpl, AnEmptyContextIsABadGlobalClass) {
 }
 
 TEST_P(MissingModuleService, EndsConstructionWithItsOwnMessage) {
-  gate().GiveEmpty(GetParam().getter);
-  EXPECT_EQ(RuntimeErrorOf([&] { CFenluxImpl impl(host.context()); }), GetParam().message);
-  EXPECT_EQ(gate().Entries().back(), std::string(GetParam().getter) + "()") << "nothing is asked for afterwards";
+  Gate().GiveEmpty(GetParam().getter);
+  EXPECT_EQ(RuntimeErrorOf([&] { CFenluxImpl impl(host.Context()); }), GetParam().message);
+  EXPECT_EQ(Gate().Entries().back(), std::string(GetParam().getter) + "()") << "nothing is asked for afterwards";
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, MissingModuleService,
@@ -59,23 +59,23 @@ INSTANTIATE_TEST_SUITE_P(Services, MissingModuleService,
 // ---------------------------------------------------------------- init
 
 TEST_F(Init, MakesTheModuleAndRegistersIt) {
-  init(&host.context());
+  init(&host.Context());
   Lines expected = kConstruction;
   expected.push_back("CGlobalContext::RegisterModule(module)");
-  EXPECT_EQ(gate().Entries(), expected);
+  EXPECT_EQ(Gate().Entries(), expected);
   EXPECT_EQ(host.Module(), CFenluxImpl::Instance());
 }
 
 TEST_F(Init, ASecondCallDoesNothing) {
-  init(&host.context());
+  init(&host.Context());
   const auto first = CFenluxImpl::Instance();
   Forget();
-  init(&host.context());
+  init(&host.Context());
   FakeHost other;
-  init(&other.context());
+  init(&other.Context());
   init(nullptr);
-  EXPECT_TRUE(gate().Entries().empty());
-  EXPECT_TRUE(other.gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
+  EXPECT_TRUE(other.Gate().Entries().empty());
   EXPECT_EQ(CFenluxImpl::Instance(), first);
 }
 
@@ -90,31 +90,31 @@ TEST_F(Init, ANullPointerIsAnEmptyHandle) {
 }
 
 TEST_F(Init, AMissingServiceFailsAndALaterCallMaySucceed) {
-  gate().GiveEmptyAt("CGlobalContext::GetLog", 1);
-  EXPECT_EQ(RuntimeErrorOf([&] { init(&host.context()); }), "bad log init!");
+  Gate().GiveEmptyAt("CGlobalContext::GetLog", 1);
+  EXPECT_EQ(RuntimeErrorOf([&] { init(&host.Context()); }), "bad log init!");
   EXPECT_FALSE(CFenluxImpl::Instance());
-  EXPECT_EQ(gate().Count("CGlobalContext::RegisterModule"), 0u);
-  init(&host.context());
+  EXPECT_EQ(Gate().Count("CGlobalContext::RegisterModule"), 0u);
+  init(&host.Context());
   EXPECT_TRUE(CFenluxImpl::Instance());
 }
 
 TEST_F(Init, HoldsNoLockAcrossTheRegistration) {
   bool reached = false;
-  gate().OnCall("CGlobalContext::RegisterModule", [&] {
+  Gate().OnCall("CGlobalContext::RegisterModule", [&] {
     // From this thread and from another one: the instance is published, and nobody has to wait for it.
-    init(&host.context());
-    std::thread([&] { init(&host.context()); }).join();
+    init(&host.Context());
+    std::thread([&] { init(&host.Context()); }).join();
     reached = CFenluxImpl::Instance() != nullptr;
     host.Module()->StopWork(true);
     EXPECT_FALSE(host.Module()->GetDriverInteract());
   });
-  init(&host.context());
+  init(&host.Context());
   EXPECT_TRUE(reached);
-  EXPECT_EQ(gate().Count("CGlobalContext::RegisterModule"), 1u);
+  EXPECT_EQ(Gate().Count("CGlobalContext::RegisterModule"), 1u);
 }
 
 TEST_F(Init, KeepsTheModuleAliveByItself) {
-  init(&host.context());
+  init(&host.Context());
   const std::weak_ptr<CFenluxImpl> weak = CFenluxImpl::Instance();
   EXPECT_FALSE(weak.expired());
   CFenluxImpl::Release();
@@ -124,48 +124,48 @@ TEST_F(Init, KeepsTheModuleAliveByItself) {
 TEST_F(Init, AFailedRegistrationGoesOnAndTheModuleStays) {
   for (const Failure failure : kAllFailures) {
     CFenluxImpl::Release();
-    gate().FailAt("CGlobalContext::RegisterModule", 1, failure);
-    EXPECT_TRUE(Propagates(failure, [&] { init(&host.context()); }));
+    Gate().FailAt("CGlobalContext::RegisterModule", 1, failure);
+    EXPECT_TRUE(Propagates(failure, [&] { init(&host.Context()); }));
     EXPECT_TRUE(CFenluxImpl::Instance());
   }
   Forget();
-  init(&host.context());
-  EXPECT_TRUE(gate().Entries().empty()) << "a later call does nothing";
+  init(&host.Context());
+  EXPECT_TRUE(Gate().Entries().empty()) << "a later call does nothing";
 }
 
 TEST_F(Init, TwoThreadsAtOnceMakeOneModule) {
   std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) threads.emplace_back([this] { init(&host.context()); });
+  for (int i = 0; i < 4; ++i) threads.emplace_back([this] { init(&host.Context()); });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(gate().Count("CGlobalContext::RegisterModule"), 1u);
+  EXPECT_EQ(Gate().Count("CGlobalContext::RegisterModule"), 1u);
 }
 
 // ---------------------------------------------------------------- translation
 
 TEST_F(FenluxImpl, TranslatesWithTheSameTextTwice) {
   const auto impl = New();
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   EXPECT_EQ(impl->Translate("one"), "<one>");
   EXPECT_EQ(impl->Translate("two"), "<two>");
-  EXPECT_EQ(gate().Entries(), (Lines{"CGlobalContext::GetLocale()", Translation("one"), Translation("two")}));
+  EXPECT_EQ(Gate().Entries(), (Lines{"CGlobalContext::GetLocale()", Translation("one"), Translation("two")}));
 }
 
 TEST_F(FenluxImpl, WithoutALocaleServiceTextsStayAndItIsAskedForAgain) {
   const auto impl = New();
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
-  gate().GiveEmpty("CGlobalContext::GetLocale");
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Gate().GiveEmpty("CGlobalContext::GetLocale");
   EXPECT_EQ(impl->Translate("one"), "one");
   EXPECT_EQ(impl->Translate("two"), "two");
-  gate().GiveAgain("CGlobalContext::GetLocale");
+  Gate().GiveAgain("CGlobalContext::GetLocale");
   EXPECT_EQ(impl->Translate("three"), "<three>");
   EXPECT_EQ(impl->Translate("four"), "<four>");
-  EXPECT_EQ(gate().Count("CGlobalContext::GetLocale"), 3u);
+  EXPECT_EQ(Gate().Count("CGlobalContext::GetLocale"), 3u);
 }
 
 TEST_F(FenluxImpl, HoldsNoLockWhileTranslating) {
   const auto impl = New();
   bool nested = false;
-  gate().OnCall("CLocale::TranslateText", [&] {
+  Gate().OnCall("CLocale::TranslateText", [&] {
     if (std::exchange(nested, true)) return;
     std::thread([&] { impl->Translate("inner"); }).join();
   });
@@ -176,11 +176,11 @@ TEST_F(FenluxImpl, HoldsNoLockWhileTranslating) {
 TEST_F(FenluxImpl, AFailingLocaleServiceGoesOn) {
   const auto impl = New();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CLocale::TranslateText", 1, failure);
+    Gate().FailAt("CLocale::TranslateText", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { impl->Translate("one"); }));
   }
-  gate().FailAt("CGlobalContext::GetLocale", 1, Failure::kInt);
-  const auto other = std::make_shared<CFenluxImpl>(host.context());
+  Gate().FailAt("CGlobalContext::GetLocale", 1, Failure::kInt);
+  const auto other = std::make_shared<CFenluxImpl>(host.Context());
   EXPECT_TRUE(Propagates(Failure::kInt, [&] { other->Translate("one"); }));
   EXPECT_EQ(other->Translate("one"), "one");
 }
@@ -195,15 +195,15 @@ TEST_F(FenluxImpl, BeforeAnyConnectionThereIsNoInterfaceAndNoPortValue) {
   impl->StopWork(false);
   impl->StopWork(true);
   impl->NotifyPolicyChanged();
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(FenluxImpl, ADisabledModuleStartsNothing) {
   const auto impl = New();
-  settings().enabled = false;
+  Settings().enabled = false;
   impl->StartWork();
-  EXPECT_EQ(gate().Entries(), Lines{"CCfgEx::IsEnabled()"});
-  EXPECT_TRUE(clock().Pauses().empty());
+  EXPECT_EQ(Gate().Entries(), Lines{"CCfgEx::IsEnabled()"});
+  EXPECT_TRUE(Clock().Pauses().empty());
 }
 
 TEST_F(FenluxImpl, AThreadThatCannotBeMadeGoesOn) {
@@ -213,17 +213,17 @@ TEST_F(FenluxImpl, AThreadThatCannotBeMadeGoesOn) {
     const NoThreads none;
     EXPECT_THROW(impl->StartWork(), std::system_error);
   }
-  EXPECT_EQ(gate().Entries(), Lines{"CCfgEx::IsEnabled()"}) << "no worker was started";
-  EXPECT_TRUE(clock().Pauses().empty());
+  EXPECT_EQ(Gate().Entries(), Lines{"CCfgEx::IsEnabled()"}) << "no worker was started";
+  EXPECT_TRUE(Clock().Pauses().empty());
 }
 
 TEST_F(FenluxImpl, AFailingEnableQueryGoesOnAndStartsNothing) {
   const auto impl = New();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CCfgEx::IsEnabled", 1, failure);
+    Gate().FailAt("CCfgEx::IsEnabled", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { impl->StartWork(); }));
   }
-  EXPECT_EQ(gate().Count("CGlobalContext::"), 0u);
+  EXPECT_EQ(Gate().Count("CGlobalContext::"), 0u);
 }
 
 namespace {
@@ -232,13 +232,13 @@ class ConnectedModule : public WorkerTest {
   const Lines kShutdown{"CPortClient::Close()", "CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
   // The calls of the thread that stops the interface: those of the connection worker, which goes on, are left out.
   Lines StoppersCalls() const {
-    return gate().EntriesOf({"CPortClient::Close", "CPortClient::Send(3", "CRecordReg", "CNetObject"});
+    return Gate().EntriesOf({"CPortClient::Close", "CPortClient::Send(3", "CRecordReg", "CNetObject"});
   }
 };
 }  // namespace
 
 TEST_F(ConnectedModule, AReadyInterfaceIsHandedOut) {
-  settings().port_value = 4242;
+  Settings().portValue = 4242;
   Connect();
   const auto interact = impl->GetDriverInteract();
   ASSERT_TRUE(interact);
@@ -252,26 +252,26 @@ TEST_F(ConnectedModule, AnInterfaceThatWasToldToStopIsNotHandedOut) {
   impl->GetDriverInteract()->StopInteract();
   EXPECT_FALSE(impl->GetDriverInteract());
   EXPECT_EQ(RuntimeErrorOf([&] { impl->GetDriverPortValue(); }), "DCI,Driver Interact NOT ready.");
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, StopWorkShutsTheInterfaceDown) {
   Connect();
   // The worker that wakes up by it shuts down once more: kept waiting until the calls are compared.
   Turnstile worker;
-  gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
+  Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
   impl->StopWork(false);
   EXPECT_EQ(StoppersCalls(), kShutdown);
   EXPECT_FALSE(impl->GetDriverInteract());
   EXPECT_TRUE(worker.AwaitArrivals(1));
   worker.Open();
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstWhereAskedTo) {
   Connect();
   Turnstile worker;
-  gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
+  Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
   impl->StopWork(true);
   Lines expected = kShutdown;
   expected.insert(expected.begin(), "CPortClient::Send(3, no reply, true)");
@@ -281,39 +281,39 @@ TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstWhereAskedTo) {
       SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  03 00 00 00  01 00 00 00"), host.RequestsOf(3)[0].bytes));
   EXPECT_TRUE(worker.AwaitArrivals(1));
   worker.Open();
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, TheTypeOfItsMonitorObjectsIs2WhereTheFlagIsClear) {
-  settings().monitor_object_flag = false;
-  impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
-  settings().monitor_object_flag = true;  // fixed at construction
+  Settings().monitorObjectFlag = false;
+  impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
+  Settings().monitorObjectFlag = true;  // fixed at construction
   Connect();
   impl->StopWork(true);
   ASSERT_EQ(host.RequestsOf(3).size(), 1u);
   EXPECT_EQ(host.RequestsOf(3)[0].bytes.at(12), 2);
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenWhereItStartsNothing) {
   Connect();
-  settings().enabled = false;
+  Settings().enabled = false;
   impl->StartWork();
-  EXPECT_EQ(gate().Count("CPortClient::Send(3, no reply, true)"), 1u);
-  EXPECT_GE(gate().Count("CPortClient::Close"), 1u);
+  EXPECT_EQ(Gate().Count("CPortClient::Send(3, no reply, true)"), 1u);
+  EXPECT_GE(Gate().Count("CPortClient::Close"), 1u);
   EXPECT_FALSE(impl->GetDriverInteract());
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, NobodyGetsAtTheInterfaceFromItsClearingToTheEndOfItsShutdown) {
   Connect();
   Turnstile worker;  // the connection worker would shut down as well: kept waiting before that
-  gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
+  Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
   std::vector<std::unique_ptr<HeldUpCall>> others;
   const Lines operations{"CPortClient::Send", "CPortClient::Close", "CRecordRegistration::Withdraw",
                          "CNetObject::Release"};
   for (const std::string& operation : operations) {
-    gate().OnCall(operation, [&, operation] {
+    Gate().OnCall(operation, [&, operation] {
       others.push_back(std::make_unique<HeldUpCall>([&] { impl->GetDriverInteract(); }));
       EXPECT_FALSE(others.back()->GetsThrough()) << "while " << operation << " runs";
     });
@@ -321,48 +321,48 @@ TEST_F(ConnectedModule, NobodyGetsAtTheInterfaceFromItsClearingToTheEndOfItsShut
   impl->StopWork(true);
   EXPECT_EQ(others.size(), operations.size());
   others.clear();
-  gate().NoHooks();
+  Gate().NoHooks();
   worker.Open();
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenGoesOn) {
   for (const Failure failure : kAllFailures) {
-    impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+    impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
     ResetClock();
     Connect();
-    gate().FailAt("CPortClient::Send", 1, failure);
+    Gate().FailAt("CPortClient::Send", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { impl->StopWork(true); }));
-    EXPECT_GE(gate().Count("CPortClient::Close"), 1u);
-    EXPECT_EQ(gate().Count("CRecordRegistration::Withdraw"), 1u);
-    EXPECT_EQ(gate().Count("CNetObject::Release"), 1u);
-    EXPECT_TRUE(clock().AwaitParked(5s)) << "the connection ended";
+    EXPECT_GE(Gate().Count("CPortClient::Close"), 1u);
+    EXPECT_EQ(Gate().Count("CRecordRegistration::Withdraw"), 1u);
+    EXPECT_EQ(Gate().Count("CNetObject::Release"), 1u);
+    EXPECT_TRUE(Clock().AwaitParked(5s)) << "the connection ended";
   }
 }
 
 TEST_F(ConnectedModule, AStartOnADriverThatRefusesToBeClearedThrowsAndStartsNothing) {
   Connect();
-  gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
+  Gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
   EXPECT_TRUE(Propagates(Failure::kStandard, [&] { impl->StartWork(); }));
-  EXPECT_EQ(gate().Count("CCfgEx::IsEnabled"), 0u);
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_EQ(Gate().Count("CCfgEx::IsEnabled"), 0u);
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, TheLockIsGivenUpWhereShuttingDownFails) {
   Connect();
-  gate().FailAt("CPortClient::Close", 1, Failure::kStandard);
+  Gate().FailAt("CPortClient::Close", 1, Failure::kStandard);
   EXPECT_TRUE(Propagates(Failure::kStandard, [&] { impl->StopWork(false); }));
   EXPECT_FALSE(impl->GetDriverInteract());
-  EXPECT_TRUE(clock().AwaitParked(5s));
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(ConnectedModule, AHandleKeptLongerStaysValidAndIsNoLongerReady) {
   Connect();
   const auto kept = impl->GetDriverInteract();
   impl->StopWork(false);
-  ASSERT_TRUE(clock().AwaitParked(5s));
-  clock().Advance(5s);
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  ASSERT_TRUE(Clock().AwaitParked(5s));
+  Clock().Advance(5s);
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   EXPECT_FALSE(kept->IsDriverReady());
   EXPECT_TRUE(kept->IsStopRequested());
   EXPECT_EQ(kept->GetImplementationCode(), 7u);
@@ -370,24 +370,24 @@ TEST_F(ConnectedModule, AHandleKeptLongerStaysValidAndIsNoLongerReady) {
 }
 
 TEST_F(ConnectedModule, StartWorkStartsBothWorkers) {
-  settings().wait_blocks = true;
+  Settings().waitBlocks = true;
   impl->StartWork();
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
-  while (gate().Count("CPortClient::Send(24") == 0) clock().Advance(100ms);  // the policy worker polls
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
+  while (Gate().Count("CPortClient::Send(24") == 0) Clock().Advance(100ms);  // the policy worker polls
   EXPECT_TRUE(impl->GetDriverInteract());
 }
 
 TEST_F(ConnectedModule, ASecondStartWorkEndsTheConnectionAndItsOwnConnectionWorker) {
-  settings().wait_blocks = true;
+  Settings().waitBlocks = true;
   impl->StartWork();
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   impl->StartWork();
-  ASSERT_TRUE(gate().AwaitCount(Problem("[dci,tiwk] There is another thread doing work. We should exit."), 1));
-  ASSERT_TRUE(clock().AwaitParked(5s)) << "the first worker comes back later";
-  EXPECT_EQ(gate().Count("CGlobalContext::GetNet"), 1u);
+  ASSERT_TRUE(Gate().AwaitCount(Problem("[dci,tiwk] There is another thread doing work. We should exit."), 1));
+  ASSERT_TRUE(Clock().AwaitParked(5s)) << "the first worker comes back later";
+  EXPECT_EQ(Gate().Count("CGlobalContext::GetNet"), 1u);
   // Two policy workers run beside each other. The first may have to be woken from its wait, or stand in the pause after
   // a pass that the end of the connection cut short.
-  while (clock().Parked(100ms) + clock().Parked(1s) < 2) {
+  while (Clock().Parked(100ms) + Clock().Parked(1s) < 2) {
     impl->NotifyPolicyChanged();
     std::this_thread::yield();
   }
@@ -401,14 +401,14 @@ class ConnectedModulesEnd : public ConnectedModule {
   // A module of its own with a connection that stands, and whose connection worker will never touch it again: one that
   // cannot write the report of its attempt comes to its pause with the interface as it was, and stays there for good.
   std::shared_ptr<CFenluxImpl> Abandoned() {
-    clock().Reset();
-    auto module = std::make_shared<CFenluxImpl>(host.context());
-    gate().FailAt("CPortClient::Wait", 1, Failure::kStandard);
-    gate().FailAt("CLog::LogProblem", 1, Failure::kStandard);
+    Clock().Reset();
+    auto module = std::make_shared<CFenluxImpl>(host.Context());
+    Gate().FailAt("CPortClient::Wait", 1, Failure::kStandard);
+    Gate().FailAt("CLog::LogProblem", 1, Failure::kStandard);
     std::thread([worked = module.get()] { worked->ConnectionWorker(); }).detach();
-    EXPECT_TRUE(clock().AwaitParked(5s));
-    EXPECT_TRUE(clock().AwaitPauses(std::chrono::milliseconds(settings().refresh_interval), 1));
-    clock().Reset();
+    EXPECT_TRUE(Clock().AwaitParked(5s));
+    EXPECT_TRUE(Clock().AwaitPauses(std::chrono::milliseconds(Settings().refreshInterval), 1));
+    Clock().Reset();
     EXPECT_TRUE(module->GetDriverInteract());
     Forget();
     return module;
@@ -432,29 +432,29 @@ TEST_F(ConnectedModulesEnd, SwallowsEveryFailure) {
     auto module = Abandoned();
     for (const char* operation :
          {"CPortClient::Send", "CPortClient::Close", "CRecordRegistration::Withdraw", "CNetObject::Release"}) {
-      gate().FailAlways(operation, failure);
+      Gate().FailAlways(operation, failure);
     }
     module.reset();
     EXPECT_EQ(StoppersCalls(), kEnd) << NameOf(failure);
-    gate().StopFailing();
+    Gate().StopFailing();
   }
 }
 
 TEST_F(FenluxImpl, TheDestructorOfAnIdleModuleCallsNothing) {
   auto impl = New();
   impl.reset();
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(FenluxImpl, EverythingIsLetGoAtTheEnd) {
-  const auto contexts = host.context().use_count();
-  const auto holders = host.core().use_count();
+  const auto contexts = host.Context().use_count();
+  const auto holders = host.Core().use_count();
   {
     const auto impl = New();
     impl->Translate("fetches the locale service");
   }
-  EXPECT_EQ(host.context().use_count(), contexts);
-  EXPECT_EQ(host.core().use_count(), holders);
+  EXPECT_EQ(host.Context().use_count(), contexts);
+  EXPECT_EQ(host.Core().use_count(), holders);
 }
 
 }  // namespace fenlux::testing

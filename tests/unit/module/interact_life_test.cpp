@@ -19,7 +19,7 @@ TEST_F(InteractLife, StopWithoutAPortClientOnlySetsTheFlags) {
   interact->StopInteract();
   EXPECT_FALSE(interact->IsDriverReady());
   EXPECT_TRUE(interact->IsStopRequested());
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(InteractLife, StopClosesThePortClientEveryTime) {
@@ -30,19 +30,19 @@ TEST_F(InteractLife, StopClosesThePortClientEveryTime) {
   EXPECT_FALSE(interact->IsDriverReady());
   EXPECT_TRUE(interact->IsStopRequested());
   interact->StopInteract();
-  EXPECT_EQ(gate().Entries(), (Lines{"CPortClient::Close()", "CPortClient::Close()"}));
+  EXPECT_EQ(Gate().Entries(), (Lines{"CPortClient::Close()", "CPortClient::Close()"}));
 }
 
 TEST_F(InteractLife, StopWaitsForNobodyWhoIsSending) {
   const auto interact = ReadyInteract();
   Turnstile sending;
-  gate().OnCall("CPortClient::Send", [&] { sending.Pass(); });
+  Gate().OnCall("CPortClient::Send", [&] { sending.Pass(); });
   std::thread monitors([&] { interact->SendMonitorObjects(1); });
   std::thread process([&] { interact->RegisterSystemProcess(2, 400); });
   EXPECT_TRUE(sending.AwaitArrivals(2));
   const auto stop = std::async(std::launch::async, [&] { interact->StopInteract(); });
   EXPECT_EQ(stop.wait_for(60s), std::future_status::ready) << "a lock of those who send is in its way";
-  EXPECT_EQ(gate().Count("CPortClient::Close"), 1u);
+  EXPECT_EQ(Gate().Count("CPortClient::Close"), 1u);
   sending.Open();
   monitors.join();
   process.join();
@@ -61,7 +61,7 @@ TEST_F(InteractLife, FixedAnswersHoldInEveryState) {
   expectAnswers(*fresh);
   const auto ready = ReadyInteract();
   expectAnswers(*ready);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
   ready->StopInteract();
   expectAnswers(*ready);
   ready->Shutdown();
@@ -71,7 +71,7 @@ TEST_F(InteractLife, FixedAnswersHoldInEveryState) {
 TEST_F(InteractLife, ShutdownStopsWithdrawsAndReleases) {
   const auto interact = ReadyInteract();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), kShutdown);
+  EXPECT_EQ(Gate().Entries(), kShutdown);
   EXPECT_FALSE(interact->IsDriverReady());
   EXPECT_TRUE(interact->IsStopRequested());
 }
@@ -81,57 +81,57 @@ TEST_F(InteractLife, ASecondShutdownOnlyStopsAgain) {
   interact->Shutdown();
   Forget();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), Lines{"CPortClient::Close()"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CPortClient::Close()"});
 }
 
 TEST_F(InteractLife, TheDestructorShutsDown) {
   auto interact = NewInteract();
   interact.reset();
-  EXPECT_EQ(gate().Entries(), kShutdownWithoutConnection);
+  EXPECT_EQ(Gate().Entries(), kShutdownWithoutConnection);
 }
 
 TEST_F(InteractLife, TheDestructorOfAShutDownInterfaceReleasesNothingTwice) {
   auto interact = NewInteract();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), kShutdownWithoutConnection);
+  EXPECT_EQ(Gate().Entries(), kShutdownWithoutConnection);
   interact.reset();
-  EXPECT_EQ(gate().Entries(), kShutdownWithoutConnection);
+  EXPECT_EQ(Gate().Entries(), kShutdownWithoutConnection);
 }
 
 TEST_P(InteractLife, AFailingCloseStillWithdrawsAndReleasesAndThenGoesOn) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Close", 1, GetParam());
+  Gate().FailAt("CPortClient::Close", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
-  EXPECT_EQ(gate().Entries(), kShutdown);
+  EXPECT_EQ(Gate().Entries(), kShutdown);
   EXPECT_TRUE(interact->IsStopRequested());
 }
 
 TEST_P(InteractLife, AFailingWithdrawalStillReleasesAndThenGoesOn) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CRecordRegistration::Withdraw", 1, GetParam());
+  Gate().FailAt("CRecordRegistration::Withdraw", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
-  EXPECT_EQ(gate().Entries(), kShutdown);
+  EXPECT_EQ(Gate().Entries(), kShutdown);
   Forget();
   interact->Shutdown();
-  EXPECT_EQ(gate().Entries(), Lines{"CPortClient::Close()"}) << "what failed once is not tried again";
+  EXPECT_EQ(Gate().Entries(), Lines{"CPortClient::Close()"}) << "what failed once is not tried again";
 }
 
 TEST_P(InteractLife, AFailingReleaseGoesOn) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CNetObject::Release", 1, GetParam());
+  Gate().FailAt("CNetObject::Release", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
 }
 
 TEST_P(InteractLife, TheFirstOfTwoFailuresGoesOn) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Close", 1, GetParam());
-  gate().FailAt("CNetObject::Release", 1, GetParam() == Failure::kInt ? Failure::kStandard : Failure::kInt);
+  Gate().FailAt("CPortClient::Close", 1, GetParam());
+  Gate().FailAt("CNetObject::Release", 1, GetParam() == Failure::kInt ? Failure::kStandard : Failure::kInt);
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
 }
 
 TEST_P(InteractLife, StopLetsAFailingCloseThrough) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Close", 1, GetParam());
+  Gate().FailAt("CPortClient::Close", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->StopInteract(); }));
   EXPECT_TRUE(interact->IsStopRequested());
   EXPECT_FALSE(interact->IsDriverReady());
@@ -139,25 +139,25 @@ TEST_P(InteractLife, StopLetsAFailingCloseThrough) {
 
 TEST_P(InteractLife, TheDestructorSwallowsEveryFailure) {
   auto interact = ReadyInteract();
-  gate().FailAlways("CPortClient::Close", GetParam());
-  gate().FailAlways("CRecordRegistration::Withdraw", GetParam());
-  gate().FailAlways("CNetObject::Release", GetParam());
+  Gate().FailAlways("CPortClient::Close", GetParam());
+  Gate().FailAlways("CRecordRegistration::Withdraw", GetParam());
+  Gate().FailAlways("CNetObject::Release", GetParam());
   interact.reset();
-  EXPECT_EQ(gate().Entries(), kShutdown);
+  EXPECT_EQ(Gate().Entries(), kShutdown);
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, InteractLife, ::testing::ValuesIn(kAllFailures),
                          [](const auto& instance) { return "F" + std::to_string(static_cast<int>(instance.param)); });
 
 TEST_F(InteractLife, EverythingIsLetGoAtTheEnd) {
-  const auto contexts = host.context().use_count();
-  const auto holders = host.core().use_count();
+  const auto contexts = host.Context().use_count();
+  const auto holders = host.Core().use_count();
   {
     const auto interact = NewInteract();
-    EXPECT_GT(host.context().use_count(), contexts);
+    EXPECT_GT(host.Context().use_count(), contexts);
   }
-  EXPECT_EQ(host.context().use_count(), contexts);
-  EXPECT_EQ(host.core().use_count(), holders);
+  EXPECT_EQ(host.Context().use_count(), contexts);
+  EXPECT_EQ(host.Core().use_count(), holders);
 }
 
 }  // namespace fenlux::testing

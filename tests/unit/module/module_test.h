@@ -85,17 +85,17 @@ template <class Call>
 
 class ModuleTest : public ::testing::Test {
  protected:
-  ModuleTest() { clock().Reset(); }
+  ModuleTest() { Clock().Reset(); }
   // Lets the refresh threads of ended driver interfaces end too.
-  ~ModuleTest() override { clock().Advance(24h); }
+  ~ModuleTest() override { Clock().Advance(24h); }
 
-  static ManualClock& clock() { return ManualClock::Instance(); }
-  CallGate& gate() const { return host.gate(); }
-  HostSettings& settings() const { return host.settings(); }
+  static ManualClock& Clock() { return ManualClock::Instance(); }
+  CallGate& Gate() const { return host.Gate(); }
+  HostSettings& Settings() const { return host.Settings(); }
 
   // A driver interface as it is after construction, and a journal that is empty again.
   std::shared_ptr<CWinDriverInteract> NewInteract() const {
-    auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    auto interact = std::make_shared<CWinDriverInteract>(host.Context());
     Forget();
     return interact;
   }
@@ -103,35 +103,35 @@ class ModuleTest : public ::testing::Test {
   // A driver interface whose connection is open and ready, and a journal that is empty again. Its Wait has returned
   // already, which changes nothing about it.
   std::shared_ptr<CWinDriverInteract> ReadyInteract() const {
-    auto interact = std::make_shared<CWinDriverInteract>(host.context());
-    const bool blocks = settings().wait_blocks.exchange(false);
+    auto interact = std::make_shared<CWinDriverInteract>(host.Context());
+    const bool blocks = Settings().waitBlocks.exchange(false);
     interact->RunDriverConnection();
-    settings().wait_blocks = blocks;
+    Settings().waitBlocks = blocks;
     Settle();
     return interact;
   }
 
   // Waits until the refresh thread that was just started has come to its pause, and forgets what happened so far.
   void Settle() const {
-    EXPECT_TRUE(clock().AwaitPauses(std::chrono::milliseconds(settings().refresh_interval), ++settled));
+    EXPECT_TRUE(Clock().AwaitPauses(std::chrono::milliseconds(Settings().refreshInterval), ++settled));
     Forget();
   }
 
   // For a test that begins anew in a loop.
   void ResetClock() const {
-    clock().Reset();
+    Clock().Reset();
     settled = 0;
   }
 
   void Forget() const {
-    gate().ClearJournal();
+    Gate().ClearJournal();
     host.ClearRequests();
   }
 
   // The journal without the calls that only look into buffers.
-  Lines Calls() const { return gate().EntriesWithout({"CBuf::"}); }
+  Lines Calls() const { return Gate().EntriesWithout({"CBuf::"}); }
   // The log lines.
-  Lines Logged() const { return gate().EntriesOf({"CLog::", "CUtility::WriteLog"}); }
+  Lines Logged() const { return Gate().EntriesOf({"CLog::", "CUtility::WriteLog"}); }
 
   FakeHost host;
 

@@ -47,7 +47,7 @@ class MonitorObjectsFailure : public MonitorObjects, public ::testing::WithParam
 TEST_F(MonitorObjects, AddingQueuesTheConvertedPathAndSendsNothing) {
   const auto interact = ReadyInteract();
   EXPECT_TRUE(interact->AddMonitorObject(false, "/no/such/a", 1));
-  EXPECT_EQ(gate().Entries(), Lines{"CUtility::ToWideString(/no/such/a)"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CUtility::ToWideString(/no/such/a)"});
 }
 
 TEST_F(MonitorObjects, AddingOnTheKernelSideIsRefusedBeforeAnything) {
@@ -55,7 +55,7 @@ TEST_F(MonitorObjects, AddingOnTheKernelSideIsRefusedBeforeAnything) {
   EXPECT_EQ(RuntimeErrorOf([&] { interact->AddMonitorObject(true, "/a", 1); }), "NOT supported under windows driver!");
   EXPECT_EQ(RuntimeErrorOf([&] { interact->AddMonitorObject(true, nullptr, 9); }),
             "NOT supported under windows driver!");
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(MonitorObjects, ABadTypeIsRefusedAfterTheConversionAndQueuesNothing) {
@@ -63,7 +63,7 @@ TEST_F(MonitorObjects, ABadTypeIsRefusedAfterTheConversionAndQueuesNothing) {
   for (const int type : {-1, 0, 4, 100}) {
     Forget();
     EXPECT_EQ(RuntimeErrorOf([&] { interact->AddMonitorObject(false, "/a", type); }), "[wdi,aodm] bad parameter!");
-    EXPECT_EQ(gate().Entries(), Lines{"CUtility::ToWideString(/a)"});
+    EXPECT_EQ(Gate().Entries(), Lines{"CUtility::ToWideString(/a)"});
   }
   interact->SendMonitorObjects(1);
   interact->SendMonitorObjects(3);
@@ -78,7 +78,7 @@ TEST_F(MonitorObjects, ANullPathIsRefused) {
 TEST_F(MonitorObjects, AFailedConversionGoesOnAndQueuesNothing) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CUtility::ToWideString", 1, failure);
+    Gate().FailAt("CUtility::ToWideString", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { interact->AddMonitorObject(false, "/a", 1); }));
   }
   interact->SendMonitorObjects(1);
@@ -119,7 +119,7 @@ TEST_F(MonitorObjects, ABadTypeOfSendingIsThrownAndNothingIsSentOrEmptied) {
   for (const int type : {-1, 0, 4}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->SendMonitorObjects(type); }), "[wdi,samtd] bad parameter!");
   }
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Sent(), (Lines{"1:1 /a", "3:1"}));
 }
@@ -127,7 +127,7 @@ TEST_F(MonitorObjects, ABadTypeOfSendingIsThrownAndNothingIsSentOrEmptied) {
 TEST_F(MonitorObjects, AnAddRequestCarriesTypeFlagRootAndPath) {
   const TemporaryDirectory directory;
   const auto made = directory.MakeDirectory("watched");
-  settings().test_path = [](const boost::filesystem::path&) { return false; };
+  Settings().testPath = [](const boost::filesystem::path&) { return false; };
   const auto interact = InteractWith({made.string()}, 2);
   interact->SendMonitorObjects(2);
 
@@ -149,7 +149,7 @@ TEST_F(MonitorObjects, TheFieldsAreFilledWithTheirOwnLimits) {
   const auto interact = InteractWith({"//server/share/x"});
   interact->SendMonitorObjects(1);
   // The root name is what the path library gives: the network root everywhere, a drive on Windows alone.
-  EXPECT_EQ(gate().EntriesOf({"CUtility::CopyToField"}),
+  EXPECT_EQ(Gate().EntriesOf({"CUtility::CopyToField"}),
             (Lines{"CUtility::CopyToField(8, //server)", "CUtility::CopyToField(65536, //server/share/x)"}));
 }
 
@@ -160,14 +160,14 @@ TEST_F(MonitorObjects, ADriveIsTheRootNameWhereThePathLibraryKnowsDrives) {
 #if defined(_WIN32)
   EXPECT_EQ(root, "C:");
 #endif
-  EXPECT_EQ(gate().EntriesOf({"CUtility::CopyToField"}),
+  EXPECT_EQ(Gate().EntriesOf({"CUtility::CopyToField"}),
             (Lines{"CUtility::CopyToField(8, " + root + ")", "CUtility::CopyToField(65536, C:\\data\\x)"}));
 }
 
 TEST_F(MonitorObjects, APathThatIsNotThereHasFlag1WithoutBeingTested) {
   const auto interact = InteractWith({"/no/such/path"});
   interact->SendMonitorObjects(1);
-  EXPECT_EQ(gate().Count("CUtility::TestPath"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::TestPath"), 0u);
   EXPECT_EQ(host.Requests().at(0).bytes.at(16), 1);
 }
 
@@ -180,10 +180,10 @@ TEST_F(MonitorObjects, APathWhoseStatusCannotBeReadHasFlag1WithoutBeingTested) {
   boost::filesystem::create_symlink(loop, loop);
   boost::system::error_code error;
   ASSERT_EQ(boost::filesystem::status(loop, error).type(), boost::filesystem::status_error);
-  settings().test_path = [](const boost::filesystem::path&) { return false; };
+  Settings().testPath = [](const boost::filesystem::path&) { return false; };
   const auto interact = InteractWith({loop.string()});
   interact->SendMonitorObjects(1);
-  EXPECT_EQ(gate().Count("CUtility::TestPath"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::TestPath"), 0u);
   EXPECT_EQ(host.Requests().at(0).bytes.at(16), 1);
 }
 
@@ -191,10 +191,10 @@ TEST_F(MonitorObjects, TheFlagOfAnExistingPathIsTheHostsAnswer) {
   const TemporaryDirectory directory;
   const auto there = directory.MakeFile("there");
   for (const bool answer : {false, true}) {
-    settings().test_path = [answer](const boost::filesystem::path&) { return answer; };
+    Settings().testPath = [answer](const boost::filesystem::path&) { return answer; };
     const auto interact = InteractWith({there.string()});
     interact->SendMonitorObjects(1);
-    EXPECT_EQ(gate().Count("CUtility::TestPath"), 1u);
+    EXPECT_EQ(Gate().Count("CUtility::TestPath"), 1u);
     EXPECT_EQ(host.Requests().at(0).bytes.at(16), answer ? 1 : 0);
   }
 }
@@ -220,7 +220,7 @@ TEST_F(MonitorObjects, AnEmptyListSendsOnlyTheCommitAndLogsNothing) {
 
 TEST_P(MonitorObjectsFailure, OfTheSecondOfThreeIsLoggedBeforeBothOthers) {
   const auto interact = InteractWith({"/x/a", "/x/b", "/x/c"});
-  gate().FailAt("CPortClient::Send", 2, GetParam());
+  Gate().FailAt("CPortClient::Send", 2, GetParam());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Sent(), (Lines{"1:1 /x/a", "1:1 /x/b", "1:1 /x/c", "3:1"}));
   EXPECT_EQ(Logged(), (Lines{Failed("/x/b", Report("wdi,wdpm")), Ok("/x/a"), Ok("/x/c")}));
@@ -228,8 +228,8 @@ TEST_P(MonitorObjectsFailure, OfTheSecondOfThreeIsLoggedBeforeBothOthers) {
 
 TEST_P(MonitorObjectsFailure, OfAllIsOneLineAndTheCommitIsStillSent) {
   const auto interact = InteractWith({"/x/a", "/x/b"});
-  gate().FailAt("CPortClient::Send", 1, GetParam());
-  gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Sent(), (Lines{"1:1 /x/a", "1:1 /x/b", "3:1"}));
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdpm]Add Monitor All Failed!")});
@@ -237,14 +237,14 @@ TEST_P(MonitorObjectsFailure, OfAllIsOneLineAndTheCommitIsStillSent) {
 
 TEST_P(MonitorObjectsFailure, OfTheCommitIsLoggedAtOnceBeforeTheOthers) {
   const auto interact = InteractWith({"/x/a"});
-  gate().FailAt("CPortClient::Send", 2, GetParam());
+  Gate().FailAt("CPortClient::Send", 2, GetParam());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Logged(), (Lines{Problem(Report("wdi,wdpm-2")), Ok("/x/a")}));
 }
 
 TEST_P(MonitorObjectsFailure, OfTheCommitOfAnEmptyListIsLoggedToo) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
   interact->SendMonitorObjects(3);
   EXPECT_EQ(Logged(), Lines{Problem(Report("wdi,wdpm-2"))});
 }
@@ -255,7 +255,7 @@ TEST_P(MonitorObjectsFailure, OfEveryStepOfOneAddRequestFailsThatObjectAlone) {
   for (const char* operation : {"CUtility::CreateBuffer", "CBuf::GetData", "CUtility::TestPath",
                                 "CUtility::CopyToField", "CPortClient::Send"}) {
     const auto interact = InteractWith({there, there});
-    gate().FailAt(operation, 1, GetParam());
+    Gate().FailAt(operation, 1, GetParam());
     interact->SendMonitorObjects(1);
     EXPECT_EQ(Logged(), (Lines{Failed(there, Report("wdi,wdpm")), Ok(there)})) << operation;
   }
@@ -263,7 +263,7 @@ TEST_P(MonitorObjectsFailure, OfEveryStepOfOneAddRequestFailsThatObjectAlone) {
 
 TEST_P(MonitorObjectsFailure, OfTheLogIsSwallowedAndTheListEmptied) {
   const auto interact = InteractWith({"/x/a", "/x/b"});
-  gate().FailAt("CLog::LogEvent", 1, GetParam());
+  Gate().FailAt("CLog::LogEvent", 1, GetParam());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Logged(), Lines{Ok("/x/a")});
   Forget();
@@ -273,9 +273,9 @@ TEST_P(MonitorObjectsFailure, OfTheLogIsSwallowedAndTheListEmptied) {
 
 TEST_P(MonitorObjectsFailure, EmptiesTheListWhetherOrNotSendingSucceeded) {
   const auto interact = InteractWith({"/x/a"});
-  gate().FailAlways("CPortClient::Send", GetParam());
+  Gate().FailAlways("CPortClient::Send", GetParam());
   interact->SendMonitorObjects(1);
-  gate().StopFailing();
+  Gate().StopFailing();
   Forget();
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Sent(), Lines{"3:1"});
@@ -295,8 +295,8 @@ TEST_F(MonitorObjects, WithoutAPortClientEveryObjectFailsAndTheCommitIsReported)
 
 TEST_F(MonitorObjects, TheFixedPartsOfTheLinesAreTranslatedAndReportsAreNot) {
   const auto interact = InteractWith({"/x/a", "/x/b"});
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
-  gate().FailAt("CPortClient::Send", 1, Failure::kInt);
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Gate().FailAt("CPortClient::Send", 1, Failure::kInt);
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Logged(), (Lines{Problem("<[Add Monitor Failed!][obj path]=>/x/a[wdi,wdpm,OTHE]"),
                              Event("<[Add Monitor OK!][obj path]=>/x/b")}));
@@ -304,8 +304,8 @@ TEST_F(MonitorObjects, TheFixedPartsOfTheLinesAreTranslatedAndReportsAreNot) {
 
 TEST_F(MonitorObjects, TheLineOfAllFailingIsTranslatedAndTheReportOfTheCommitIsNot) {
   const auto interact = InteractWith({"/x/a"});
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
-  gate().FailAlways("CPortClient::Send", Failure::kInt);
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Gate().FailAlways("CPortClient::Send", Failure::kInt);
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Logged(), (Lines{Problem("[wdi,wdpm-2,OTHE]"), Problem("<[wdi,wdpm]Add Monitor All Failed!>")}));
 }
@@ -351,7 +351,7 @@ TEST_F(MonitorObjects, ClearingBeforeTheConnectionIsReadySendsNothing) {
   interact->AddMonitorObject(false, "/a", 1);
   Forget();
   EXPECT_TRUE(interact->ClearMonitorObjects(1));
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(MonitorObjects, ClearingAfterTheStopSendsNothing) {
@@ -359,7 +359,7 @@ TEST_F(MonitorObjects, ClearingAfterTheStopSendsNothing) {
   interact->StopInteract();
   Forget();
   EXPECT_TRUE(interact->ClearMonitorObjects(1));
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(MonitorObjects, ClearingABadTypeIsRefusedAndTheLockGivenUp) {
@@ -367,14 +367,14 @@ TEST_F(MonitorObjects, ClearingABadTypeIsRefusedAndTheLockGivenUp) {
   for (const int type : {-5, 0, 4, 99}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->ClearMonitorObjects(type); }), "[wdi,gcm] bad parameter!");
   }
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Sent(), (Lines{"1:1 /a", "3:1"}));
 }
 
 TEST_P(MonitorObjectsFailure, OfClearingGoesOnAndTheListIsEmptyAllTheSame) {
   const auto interact = InteractWith({"/a"});
-  gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->ClearMonitorObjects(1); }));
   Forget();
   interact->SendMonitorObjects(1);

@@ -94,7 +94,7 @@ TEST_F(NetControl, AddingToAnotherListIsRefusedBeforeAnythingIsBuilt) {
   for (const int type : {-1, 0, 3, 4, 1000}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->AddNetControlItems(type, Items(1)); }), "[wdi,ncadp] bad para!");
   }
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(NetControl, AnEmptyListIsBeginAndEndAndNoLine) {
@@ -107,20 +107,20 @@ TEST_F(NetControl, AnEmptyListIsBeginAndEndAndNoLine) {
 TEST_F(NetControl, TwoOfFiveItemsFailingIsOneLineBeforeTheEnd) {
   const auto interact = ReadyInteract();
   // Send 1 is the beginning, sends 2 to 6 the items: the second and the fourth of them fail.
-  gate().FailAt("CPortClient::Send", 3, Failure::kStandard);
-  gate().FailAt("CPortClient::Send", 4, Failure::kInt);
+  Gate().FailAt("CPortClient::Send", 3, Failure::kStandard);
+  Gate().FailAt("CPortClient::Send", 4, Failure::kInt);
   interact->AddNetControlItems(2, Items(5));
   EXPECT_EQ(Sent(), (Lines{"21:2", "22:2", "22:2", "22:2", "22:2", "22:2", "23:2"})) << "attempts count too";
   EXPECT_EQ(Logged(), Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=2")});
-  const Lines calls = gate().EntriesOf({"CLog::", "CPortClient::"});
+  const Lines calls = Gate().EntriesOf({"CLog::", "CPortClient::"});
   EXPECT_EQ((Lines(calls.end() - 2, calls.end())), (Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=2"),
                                                           "CPortClient::Send(23, no reply, true)"}));
 }
 
 TEST_F(NetControl, AnItemWhoseRequestCannotBeMadeIsCountedToo) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CUtility::CreateBuffer", 2, Failure::kPoco);
-  gate().GiveEmptyAt("CUtility::CreateBuffer", 3);
+  Gate().FailAt("CUtility::CreateBuffer", 2, Failure::kPoco);
+  Gate().GiveEmptyAt("CUtility::CreateBuffer", 3);
   interact->AddNetControlItems(1, Items(3));
   EXPECT_EQ(Sent(), (Lines{"21:1", "22:1", "23:1"}));
   EXPECT_EQ(Logged(), Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=2")});
@@ -128,11 +128,11 @@ TEST_F(NetControl, AnItemWhoseRequestCannotBeMadeIsCountedToo) {
 
 TEST_F(NetControl, TheCountIsAppendedToTheTranslatedText) {
   const auto interact = ReadyInteract();
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
-  gate().FailAlways("CPortClient::Send", Failure::kStandard);
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Gate().FailAlways("CPortClient::Send", Failure::kStandard);
   EXPECT_THROW(interact->AddNetControlItems(1, Items(1)), std::runtime_error) << "the beginning fails already";
-  gate().StopFailing();
-  gate().FailAt("CPortClient::Send", 2, Failure::kStandard);
+  Gate().StopFailing();
+  Gate().FailAt("CPortClient::Send", 2, Failure::kStandard);
   interact->AddNetControlItems(1, Items(1));
   EXPECT_EQ(Logged(), Lines{Problem("<[Add Net Control Item Failed!][Failed Counter]=>1")});
 }
@@ -141,11 +141,11 @@ TEST_F(NetControl, AFailedBeginningOrEndLeavesTheOperation) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
     Forget();
-    gate().FailAt("CPortClient::Send", 1, failure);
+    Gate().FailAt("CPortClient::Send", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { interact->AddNetControlItems(1, Items(2)); }));
     EXPECT_EQ(Sent(), Lines{"21:1"});
     Forget();
-    gate().FailAt("CPortClient::Send", 4, failure);
+    Gate().FailAt("CPortClient::Send", 4, failure);
     EXPECT_TRUE(Propagates(failure, [&] { interact->AddNetControlItems(1, Items(2)); }));
     EXPECT_EQ(Sent(), (Lines{"21:1", "22:1", "22:1", "23:1"}));
   }
@@ -153,14 +153,14 @@ TEST_F(NetControl, AFailedBeginningOrEndLeavesTheOperation) {
 
 TEST_F(NetControl, ARefusedModeLeavesTheListsAlone) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
+  Gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
   EXPECT_THROW(interact->EnterNetControlMode1(), std::runtime_error);
   EXPECT_EQ(Sent(), Lines{"19:1"});
 }
 
 TEST_F(NetControl, AllItemsFailingStillEndsTheListAndSendsTheMode) {
   const auto interact = ReadyInteract();
-  for (std::size_t n = 2; n <= 4; ++n) gate().FailAt("CPortClient::Send", 2, Failure::kInt);
+  for (std::size_t n = 2; n <= 4; ++n) Gate().FailAt("CPortClient::Send", 2, Failure::kInt);
   interact->ApplyNetControlItems(false, Items(3));
   EXPECT_EQ(Sent(), (Lines{"21:3", "22:3", "22:3", "22:3", "23:3", "19:2"}));
   EXPECT_EQ(Logged(), Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=3")});

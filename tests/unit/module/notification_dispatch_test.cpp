@@ -81,9 +81,9 @@ TEST_F(NotificationDispatch, AnUnknownCodeFailsAfterThePathsWereStored) {
 
 TEST_F(NotificationDispatch, TheCategoryIs2From8192On) {
   Dispatch(NotificationBuilder(8191));
-  EXPECT_EQ(gate().EntriesOf({"CArpRecord::SetCategory"}), Lines{"CArpRecord::SetCategory(1)"});
+  EXPECT_EQ(Gate().EntriesOf({"CArpRecord::SetCategory"}), Lines{"CArpRecord::SetCategory(1)"});
   Dispatch(NotificationBuilder(8192));
-  EXPECT_EQ(gate().EntriesOf({"CArpRecord::SetCategory"}), Lines{"CArpRecord::SetCategory(2)"});
+  EXPECT_EQ(Gate().EntriesOf({"CArpRecord::SetCategory"}), Lines{"CArpRecord::SetCategory(2)"});
 }
 
 TEST_F(NotificationDispatch, DoesNotLookAtTheFlags) {
@@ -98,7 +98,7 @@ TEST_F(NotificationDispatch, DecisionsBecomeVerdicts) {
   const std::pair<std::uint32_t, std::uint32_t> verdicts[] = {{0, 8}, {1, 2}, {2, 3}, {3, 4},  {4, 5},
                                                               {6, 7}, {7, 8}, {8, 8}, {99, 8}, {0xFFFFFFFF, 8}};
   for (const auto& [decision, verdict] : verdicts) {
-    settings().decision = decision;
+    Settings().decision = decision;
     const auto reply = Dispatch(NotificationBuilder(4098));
     EXPECT_TRUE(SameBytes(GoldenReply(static_cast<std::uint8_t>(verdict)), BytesOf(reply))) << decision;
     EXPECT_TRUE(Logged().empty());
@@ -106,17 +106,17 @@ TEST_F(NotificationDispatch, DecisionsBecomeVerdicts) {
 }
 
 TEST_F(NotificationDispatch, Decision2IsVerdict7ForClientType2) {
-  settings().client_type_flag = true;
+  Settings().clientTypeFlag = true;
   const std::pair<std::uint32_t, std::uint32_t> verdicts[] = {{1, 2}, {2, 7}, {3, 4}, {4, 5}, {6, 7}, {7, 8}};
   for (const auto& [decision, verdict] : verdicts) {
-    settings().decision = decision;
+    Settings().decision = decision;
     EXPECT_EQ(VerdictOf(NotificationBuilder(4098)), verdict) << decision;
   }
 }
 
 TEST_F(NotificationDispatch, Decision5CarriesTheContextDataBehindTheFixedPart) {
-  settings().decision = 5;
-  settings().context_data = [] { return Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; };
+  Settings().decision = 5;
+  Settings().contextData = [] { return Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; };
   const auto reply = Dispatch(NotificationBuilder(4098));
   // Two bytes behind the data stay as the buffer delivers them.
   EXPECT_TRUE(SameBytes(Golden(168)
@@ -124,64 +124,64 @@ TEST_F(NotificationDispatch, Decision5CarriesTheContextDataBehindTheFixedPart) {
                             .Hex(156, "00 01 02 03 04 05 06 07 08 09")
                             .Get(),
                         BytesOf(reply)));
-  EXPECT_EQ(gate().EntriesOf({"CUtility::CreateBuffer"}),
+  EXPECT_EQ(Gate().EntriesOf({"CUtility::CreateBuffer"}),
             (Lines{"CUtility::CreateBuffer(true, 156, false)", "CUtility::CreateBuffer(true, 168, false)"}));
   EXPECT_TRUE(Logged().empty());
 }
 
 TEST_F(NotificationDispatch, Decision5WithoutContextDataKeepsVerdict8) {
-  settings().decision = 5;
+  Settings().decision = 5;
   const std::string lost = Problem("[wdi,wdaokd,STDE] info=[wdi,wdaokd] lost context data!");
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   EXPECT_EQ(Logged(), Lines{lost});
-  settings().context_data = [] { return Bytes(); };
+  Settings().contextData = [] { return Bytes(); };
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   EXPECT_EQ(Logged(), Lines{lost});
 }
 
 TEST_F(NotificationDispatch, ContextDataThatNoReplyCanHoldKeepsVerdict8) {
-  settings().decision = 5;
+  Settings().decision = 5;
   // The reply's size is a 32-bit number: 156 bytes, the data, and two more.
   static constexpr std::uint64_t kLargest = 0xFFFFFFFF - 156 - 2;
   for (const std::uint64_t size : {kLargest + 1, std::uint64_t{0xFFFFFFFF - 2}, std::uint64_t{0xFFFFFFFF - 1},
                                    std::uint64_t{0xFFFFFFFF}, std::uint64_t{0x10000000A}}) {
-    settings().context_buffer = [size] { return std::make_shared<StatedSizeBuf>(size); };
+    Settings().contextBuffer = [size] { return std::make_shared<StatedSizeBuf>(size); };
     EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098))))) << size;
     EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=[wdi] context data too large!")}) << size;
-    EXPECT_EQ(gate().Count("CUtility::CreateBuffer"), 1u) << size;
+    EXPECT_EQ(Gate().Count("CUtility::CreateBuffer"), 1u) << size;
   }
-  settings().context_buffer = [] { return std::make_shared<StatedSizeBuf>(kLargest); };
+  Settings().contextBuffer = [] { return std::make_shared<StatedSizeBuf>(kLargest); };
   interact = NewInteract();
-  gate().GiveEmptyAt("CUtility::CreateBuffer", 2);
+  Gate().GiveEmptyAt("CUtility::CreateBuffer", 2);
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
-  EXPECT_EQ(gate().Count("CUtility::CreateBuffer(true, 4294967295, false)"), 1u) << "the largest is asked for";
+  EXPECT_EQ(Gate().Count("CUtility::CreateBuffer(true, 4294967295, false)"), 1u) << "the largest is asked for";
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=[wdi] no reply buffer!")});
 }
 
 TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeMade) {
-  settings().decision = 5;
-  settings().context_data = [] { return Bytes{1, 2}; };
+  Settings().decision = 5;
+  Settings().contextData = [] { return Bytes{1, 2}; };
   interact = NewInteract();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CUtility::CreateBuffer", 2, failure);
+    Gate().FailAt("CUtility::CreateBuffer", 2, failure);
     EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
     EXPECT_EQ(Logged(), Lines{Problem(ReportOf(failure))});
   }
-  gate().GiveEmptyAt("CUtility::CreateBuffer", 2);
+  Gate().GiveEmptyAt("CUtility::CreateBuffer", 2);
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   EXPECT_EQ(Logged().size(), 1u);
 }
 
 TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeFilled) {
-  settings().decision = 5;
-  settings().context_data = [] { return Bytes{1, 2}; };
+  Settings().decision = 5;
+  Settings().contextData = [] { return Bytes{1, 2}; };
   interact = NewInteract();
   Dispatch(NotificationBuilder(4098));
-  const std::size_t lookings = gate().Count("CBuf::GetData");
+  const std::size_t lookings = Gate().Count("CBuf::GetData");
   ASSERT_GE(lookings, 3u);
   // The first look is into the first reply, before anything is guarded; the last writes the verdict.
   for (std::size_t n = 2; n < lookings; ++n) {
-    gate().FailAt("CBuf::GetData", n, Failure::kStandard);
+    Gate().FailAt("CBuf::GetData", n, Failure::kStandard);
     const auto reply = Dispatch(NotificationBuilder(4098));
     EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(reply))) << n;
   }
@@ -197,7 +197,7 @@ TEST_F(NotificationDispatch, AnOplockBreakIsNotJudgedAndPasses) {
 }
 
 TEST_F(NotificationDispatch, AnOplockBreakOfClientType2GetsVerdict7) {
-  settings().client_type_flag = true;
+  Settings().clientTypeFlag = true;
   EXPECT_EQ(VerdictOf(NotificationBuilder(4098).Oplock(0xFF)), 7u);
 }
 
@@ -220,7 +220,7 @@ TEST_F(NotificationDispatch, AnOplockBreakOfCode4113GetsNoReply) {
 }
 
 TEST_F(NotificationDispatch, TheOplockTextIsTranslatedAndTheDescriptionAppended) {
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Dispatch(NotificationBuilder(4098).Oplock(1));
   EXPECT_EQ(Logged(), Lines{"CLog::LogDetail(0x10003, <[Ignore OPLock]>the record)"});
 }
@@ -228,7 +228,7 @@ TEST_F(NotificationDispatch, TheOplockTextIsTranslatedAndTheDescriptionAppended)
 TEST_F(NotificationDispatch, ADetailLineThatCannotBeWrittenCostsNoVerdict) {
   interact = NewInteract();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CLog::LogDetail", 1, failure);
+    Gate().FailAt("CLog::LogDetail", 1, failure);
     EXPECT_EQ(VerdictOf(NotificationBuilder(4098).Oplock(1)), 3u);
   }
 }
@@ -236,23 +236,23 @@ TEST_F(NotificationDispatch, ADetailLineThatCannotBeWrittenCostsNoVerdict) {
 // ---------------------------------------------------------------- the code without a reply
 
 TEST_F(NotificationDispatch, Code4113GetsNoReplyWhateverIsDecided) {
-  settings().context_data = [] { return Bytes{1}; };
+  Settings().contextData = [] { return Bytes{1}; };
   for (std::uint32_t decision = 0; decision <= 8; ++decision) {
-    settings().decision = decision;
+    Settings().decision = decision;
     EXPECT_FALSE(Dispatch(NotificationBuilder(4113))) << decision;
-    EXPECT_EQ(gate().Count("CAoArp::Evaluate"), 1u);
+    EXPECT_EQ(Gate().Count("CAoArp::Evaluate"), 1u);
   }
 }
 
 TEST_F(NotificationDispatch, Code4113GetsTheDefaultReplyForAFailureBeforeItIsKnown) {
   interact = NewInteract();
-  gate().FailAt("CArpMgmt::CreateRecord", 1, Failure::kStandard);
+  Gate().FailAt("CArpMgmt::CreateRecord", 1, Failure::kStandard);
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4113)))));
 }
 
 TEST_F(NotificationDispatch, Code4113GetsNoReplyForAFailureAfterwards) {
   interact = NewInteract();
-  gate().FailAt("CAoArp::Evaluate", 1, Failure::kStandard);
+  Gate().FailAt("CAoArp::Evaluate", 1, Failure::kStandard);
   EXPECT_FALSE(Dispatch(NotificationBuilder(4113)));
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=standard failure")});
 }
@@ -266,9 +266,9 @@ TEST_P(NotificationDispatchFailure, OfAHostServiceIsOneLineAndTheUnjudgedReply) 
         "CArpProcess::SetProcessId", "CUtility::ToRecordString", "CArpRecord::SetPath", "CArpRecord::SetSecondPath",
         "CUtility::BufferFromBytes", "CArpRecord::SetExtraData", "CArpRecord::SetValueA", "CArpRecord::SetValueB",
         "CArpRecord::SetEventType", "CAoArp::Evaluate"}) {
-    gate().FailAt(operation, 1, GetParam());
+    Gate().FailAt(operation, 1, GetParam());
     const auto reply = Dispatch(NotificationBuilder(4097).Item1(u"/p").Item2(u"/q").Item3({1}));
-    EXPECT_EQ(gate().FailedOperation(), operation);
+    EXPECT_EQ(Gate().FailedOperation(), operation);
     EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(reply))) << operation;
     EXPECT_EQ(Logged(), Lines{Problem(ReportOf(GetParam()))}) << operation;
   }
@@ -276,16 +276,16 @@ TEST_P(NotificationDispatchFailure, OfAHostServiceIsOneLineAndTheUnjudgedReply) 
 
 TEST_P(NotificationDispatchFailure, OfTheLogInAFailureIsSwallowed) {
   interact = NewInteract();
-  gate().FailAt("CAoArp::Evaluate", 1, GetParam());
-  gate().FailAlways("CLog::LogProblem", GetParam());
+  Gate().FailAt("CAoArp::Evaluate", 1, GetParam());
+  Gate().FailAlways("CLog::LogProblem", GetParam());
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
-  EXPECT_EQ(gate().Count("CLog::LogProblem"), 1u);
+  EXPECT_EQ(Gate().Count("CLog::LogProblem"), 1u);
 }
 
 TEST_P(NotificationDispatchFailure, OfTheConversionOfABoostMessageLosesNoLine) {
   interact = NewInteract();
-  gate().FailAt("CAoArp::Evaluate", 1, Failure::kBoostSystem);
-  gate().FailAt("CUtility::ConvertText", 1, GetParam());
+  Gate().FailAt("CAoArp::Evaluate", 1, Failure::kBoostSystem);
+  Gate().FailAt("CUtility::ConvertText", 1, GetParam());
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   ASSERT_EQ(Logged().size(), 1u);
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,wdaokd,BSTE] code=generic:13,info=", 0), 0u);
@@ -294,34 +294,34 @@ TEST_P(NotificationDispatchFailure, OfTheConversionOfABoostMessageLosesNoLine) {
 TEST_P(NotificationDispatchFailure, OfTheFirstReplyGoesOn) {
   interact = NewInteract();
   const Bytes message = NotificationBuilder(4098).Build();
-  gate().FailAt("CUtility::CreateBuffer", 1, GetParam());
+  Gate().FailAt("CUtility::CreateBuffer", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->DispatchNotification(message.data(), 156); }));
   EXPECT_TRUE(Logged().empty());
 }
 
 TEST_P(NotificationDispatchFailure, OfTheMeasurementCostsNothing) {
   interact = NewInteract();
-  settings().measuring = true;
+  Settings().measuring = true;
   for (const char* operation : {"CGlobalContext::GetCfg", "CCfg::IsMeasuringEnabled", "CUtility::CreateMeasurement",
                                 "CGlobalContext::GetLog", "CMeasurement::GetResultText", "CLog::LogEvent"}) {
-    gate().FailAt(operation, 1, GetParam());
+    Gate().FailAt(operation, 1, GetParam());
     EXPECT_TRUE(SameBytes(GoldenReply(2), BytesOf(Dispatch(NotificationBuilder(4098))))) << operation;
-    EXPECT_EQ(gate().FailedOperation(), operation);
+    EXPECT_EQ(Gate().FailedOperation(), operation);
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, NotificationDispatchFailure, ::testing::ValuesIn(kAllFailures));
 
 TEST_F(NotificationDispatch, NoMessageOfAFailureIsTranslated) {
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Dispatch(Bytes(1));
   EXPECT_EQ(Logged(), Lines{BadSize()});
-  EXPECT_EQ(gate().Count("CLocale::"), 0u);
+  EXPECT_EQ(Gate().Count("CLocale::"), 0u);
 }
 
 TEST_F(NotificationDispatch, AnAbsentRecordIsAFailure) {
   interact = NewInteract();
-  gate().GiveEmpty("CArpMgmt::CreateRecord");
+  Gate().GiveEmpty("CArpMgmt::CreateRecord");
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   ASSERT_EQ(Logged().size(), 1u);
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,wdaokd,STDE] info=", 0), 0u);
@@ -329,7 +329,7 @@ TEST_F(NotificationDispatch, AnAbsentRecordIsAFailure) {
 
 TEST_F(NotificationDispatch, AnAbsentProcessPartIsAFailure) {
   interact = NewInteract();
-  gate().GiveEmpty("CArpRecord::ProcessPart");
+  Gate().GiveEmpty("CArpRecord::ProcessPart");
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   ASSERT_EQ(Logged().size(), 1u);
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,wdaokd,STDE] info=", 0), 0u);
@@ -338,8 +338,8 @@ TEST_F(NotificationDispatch, AnAbsentProcessPartIsAFailure) {
 TEST_F(NotificationDispatch, AFailureOfTheVerdictsLastByteLeavesTheReplyUnjudged) {
   interact = NewInteract();
   Dispatch(NotificationBuilder(4098));
-  const std::size_t lookings = gate().Count("CBuf::GetData");
-  gate().FailAt("CBuf::GetData", lookings, Failure::kStandard);
+  const std::size_t lookings = Gate().Count("CBuf::GetData");
+  Gate().FailAt("CBuf::GetData", lookings, Failure::kStandard);
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=standard failure")});
 }

@@ -28,7 +28,7 @@ class NotificationItemsTest : public NotificationTest {
 }  // namespace
 
 TEST_F(NotificationItemsTest, EachStandsBehindTheOneBefore) {
-  settings().to_record = [](const std::wstring& path) { return L"R:" + path; };
+  Settings().toRecord = [](const std::wstring& path) { return L"R:" + path; };
   Dispatch(NotificationBuilder(4098).Item1(u"\\one").Item2(u"\\second").Item3({0xAA, 0xBB}));
   EXPECT_EQ(RecordCallsAfterProcess(),
             (Lines{"CUtility::ToRecordString(\\one)", "CArpRecord::SetPath(R:\\one)", "CUtility::ToRecordString(\\one)",
@@ -61,7 +61,7 @@ TEST_F(NotificationItemsTest, AnOddLengthMovesTheNextItemToAnOddPlace) {
   tail.insert(tail.end(), second.begin(), second.end());
   Dispatch(NotificationBuilder(4098).Item1Size(7).Item2Size(6).Tail(tail));
   EXPECT_EQ(host.Record()->path, L"/a");
-  EXPECT_EQ(host.Record()->second_path, L"/b");
+  EXPECT_EQ(host.Record()->secondPath, L"/b");
 }
 
 // ---------------------------------------------------------------- texts
@@ -86,7 +86,7 @@ TEST_F(NotificationItemsTest, AnOddLastByteIsNoCharacter) {
 
 TEST_F(NotificationItemsTest, AnEmptyTextIsStoredAsAnEmptyPath) {
   EXPECT_EQ(PathOf(Utf16(u"")), L"");
-  EXPECT_EQ(gate().Count("CArpRecord::SetPath()"), 2u);
+  EXPECT_EQ(Gate().Count("CArpRecord::SetPath()"), 2u);
 }
 
 TEST_F(NotificationItemsTest, CharactersOfTheBasicPlaneKeepTheirValues) {
@@ -163,7 +163,7 @@ TEST_F(NotificationItemsTest, LengthsThatWouldWrapAroundIn32BitsAreABadSize) {
 TEST_F(NotificationItemsTest, WhatWasStoredBeforeTheBadItemStays) {
   EXPECT_TRUE(IsBadSize(NotificationBuilder(4098).Item1(u"/p").Item2Size(2)));
   EXPECT_EQ(host.Record()->path, L"/p");
-  EXPECT_EQ(gate().Count("CAoArp::Evaluate"), 0u);
+  EXPECT_EQ(Gate().Count("CAoArp::Evaluate"), 0u);
 }
 
 TEST_F(NotificationItemsTest, AnItemThatIsNotUsedIsNotChecked) {
@@ -175,7 +175,7 @@ TEST_F(NotificationItemsTest, AnItemThatIsNotUsedIsNotChecked) {
 // ---------------------------------------------------------------- code 8204
 
 TEST_F(NotificationItemsTest, Code8204TakesItsPathFromItem4) {
-  settings().to_record = [](const std::wstring& path) { return L"R:" + path; };
+  Settings().toRecord = [](const std::wstring& path) { return L"R:" + path; };
   Dispatch(NotificationBuilder(8204).Item1(u"/one").Item2(u"/two").Item3({9}).Item4(u"/four"));
   EXPECT_EQ(RecordCallsAfterProcess(),
             (Lines{"CUtility::ToRecordString(/four)", "CArpRecord::SetPath(R:/four)", "CUtility::ToRecordString(/two)",
@@ -192,7 +192,7 @@ TEST_F(NotificationItemsTest, Item4MeansNothingToOtherCodes) {
   Dispatch(NotificationBuilder(8203).Item1(u"/one").Item4(u"/four"));
   EXPECT_EQ(host.Record()->path, L"/one");
   Dispatch(NotificationBuilder(8203).Item4(u"/four"));
-  EXPECT_EQ(gate().Count("CArpRecord::SetPath"), 0u);
+  EXPECT_EQ(Gate().Count("CArpRecord::SetPath"), 0u);
 }
 
 TEST_F(NotificationItemsTest, AnyBitOfItem4sFieldMakesItPresent) {
@@ -203,7 +203,7 @@ TEST_F(NotificationItemsTest, AnyBitOfItem4sFieldMakesItPresent) {
 // ---------------------------------------------------------------- code 4118
 
 TEST_F(NotificationItemsTest, Code4118LosesTheFirst12Characters) {
-  settings().to_record = [](const std::wstring& path) { return L"R:" + path; };
+  Settings().toRecord = [](const std::wstring& path) { return L"R:" + path; };
   Dispatch(NotificationBuilder(4118).Item1(u"0123456789ab/rest"));
   EXPECT_EQ(RecordCallsAfterProcess(),
             (Lines{"CUtility::ToNarrowString(0123456789ab/rest)", "CUtility::ToWideString(/rest)",
@@ -213,12 +213,12 @@ TEST_F(NotificationItemsTest, Code4118LosesTheFirst12Characters) {
 
 TEST_F(NotificationItemsTest, Code4118OfExactly12CharactersIsAnEmptyPath) {
   Dispatch(NotificationBuilder(4118).Item1(u"0123456789ab"));
-  EXPECT_EQ(gate().EntriesOf({"CUtility::ToWideString", "CArpRecord::SetPath"}),
+  EXPECT_EQ(Gate().EntriesOf({"CUtility::ToWideString", "CArpRecord::SetPath"}),
             (Lines{"CUtility::ToWideString()", "CArpRecord::SetPath()", "CArpRecord::SetPath()"}));
 }
 
 TEST_F(NotificationItemsTest, Code4118OfFewerCharactersKeepsItem1AsItCame) {
-  settings().to_record = [](const std::wstring& path) { return L"R:" + path; };
+  Settings().toRecord = [](const std::wstring& path) { return L"R:" + path; };
   Dispatch(NotificationBuilder(4118).Item1(u"0123456789a"));
   EXPECT_EQ(RecordCallsAfterProcess(),
             (Lines{"CUtility::ToNarrowString(0123456789a)", "CArpRecord::SetPath(0123456789a)",
@@ -228,8 +228,8 @@ TEST_F(NotificationItemsTest, Code4118OfFewerCharactersKeepsItem1AsItCame) {
 
 TEST_F(NotificationItemsTest, Code4118WithoutItem1StoresNothing) {
   Dispatch(NotificationBuilder(4118).Item2(u"/q"));
-  EXPECT_EQ(gate().Count("CArpRecord::SetPath"), 0u);
-  EXPECT_EQ(host.Record()->second_path, L"/q");
+  EXPECT_EQ(Gate().Count("CArpRecord::SetPath"), 0u);
+  EXPECT_EQ(host.Record()->secondPath, L"/q");
 }
 
 }  // namespace fenlux::testing

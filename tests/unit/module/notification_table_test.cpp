@@ -35,9 +35,9 @@ class NotificationTable : public NotificationTest {
  protected:
   std::uint32_t TypeOf(const NotificationBuilder& message) {
     Dispatch(message);
-    const Lines types = gate().EntriesOf({"CArpRecord::SetEventType"});
+    const Lines types = Gate().EntriesOf({"CArpRecord::SetEventType"});
     EXPECT_EQ(types.size(), 1u);
-    return types.size() == 1 ? host.Record()->event_type : 0;
+    return types.size() == 1 ? host.Record()->eventType : 0;
   }
   // What the code puts into the record besides its type.
   Lines Work(const NotificationBuilder& message) {
@@ -142,7 +142,7 @@ TEST_F(NotificationTable, TheAccessKindComesBeforeTheConditions) {
 
 TEST_F(NotificationTable, Code4109IsCountedWithCategory2) {
   Dispatch(NotificationBuilder(4109));
-  EXPECT_EQ(gate().EntriesOf({"CArpRecord::SetCategory", "CArpRecord::SetEventType"}),
+  EXPECT_EQ(Gate().EntriesOf({"CArpRecord::SetCategory", "CArpRecord::SetEventType"}),
             (Lines{"CArpRecord::SetCategory(1)", "CArpRecord::SetCategory(2)", "CArpRecord::SetEventType(0x4011)"}));
 }
 
@@ -200,9 +200,9 @@ TEST_F(NotificationTable, ARemoteEventWithoutAPathAsksTheHostForIt) {
 }
 
 TEST_F(NotificationTable, APathThatBecameEmptyIsAskedForToo) {
-  settings().to_record = [](const std::wstring&) { return std::wstring(); };
+  Settings().toRecord = [](const std::wstring&) { return std::wstring(); };
   Dispatch(NotificationBuilder(4116).Item1(u"/p"));
-  EXPECT_EQ(gate().Count("CArpRecord::SetPath(wide-4711)"), 1u);
+  EXPECT_EQ(Gate().Count("CArpRecord::SetPath(wide-4711)"), 1u);
 }
 
 // ---------------------------------------------------------------- 8194
@@ -218,7 +218,7 @@ TEST_F(NotificationTable, NoOtherCodeIsMarked) {
   for (const Row& row : kRows) {
     if (row.code == 8194) continue;
     Dispatch(NotificationBuilder(row.code));
-    EXPECT_EQ(gate().Count("CArpRecord::Mark"), 0u) << row.code;
+    EXPECT_EQ(Gate().Count("CArpRecord::Mark"), 0u) << row.code;
   }
 }
 

@@ -30,7 +30,7 @@ class NotificationTest : public ModuleTest {
 
   // The calls on the record, its conversions and its judge.
   Lines RecordCalls() const {
-    return gate().EntriesOf({"CArpRecord::", "CArpProcess::", "CAoArp::", "CUtility::ToRecordString",
+    return Gate().EntriesOf({"CArpRecord::", "CArpProcess::", "CAoArp::", "CUtility::ToRecordString",
                              "CUtility::ToNarrowString", "CUtility::ToWideString", "CUtility::BufferFromBytes",
                              "CWinWork::"});
   }

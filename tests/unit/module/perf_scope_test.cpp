@@ -16,7 +16,7 @@ const Lines kMeasured{"CGlobalContext::GetCfg()",
 
 class PerfScope : public ModuleTest {
  protected:
-  void RunScope() { const CPerfScope scope(host.context()); }
+  void RunScope() { const CPerfScope scope(host.Context()); }
 };
 
 class PerfScopeFailure : public PerfScope, public ::testing::WithParamInterface<std::tuple<std::size_t, Failure>> {};
@@ -25,73 +25,73 @@ class PerfScopeFailure : public PerfScope, public ::testing::WithParamInterface<
 
 TEST_F(PerfScope, SwitchedOffItAsksForTheSwitchAndNothingElse) {
   RunScope();
-  EXPECT_EQ(gate().Entries(), (Lines{"CGlobalContext::GetCfg()", "CCfg::IsMeasuringEnabled(0, 0)"}));
+  EXPECT_EQ(Gate().Entries(), (Lines{"CGlobalContext::GetCfg()", "CCfg::IsMeasuringEnabled(0, 0)"}));
 }
 
 TEST_F(PerfScope, SwitchedOnItLogsTheResultWithItsOwnCode) {
-  settings().measuring = true;
+  Settings().measuring = true;
   RunScope();
-  EXPECT_EQ(gate().Entries(), kMeasured);
+  EXPECT_EQ(Gate().Entries(), kMeasured);
 }
 
 TEST_F(PerfScope, TheLineIsWrittenAtTheEndOfTheScope) {
-  settings().measuring = true;
+  Settings().measuring = true;
   {
-    const CPerfScope scope(host.context());
+    const CPerfScope scope(host.Context());
     EXPECT_TRUE(Logged().empty());
   }
   EXPECT_EQ(Logged().size(), 1u);
 }
 
 TEST_F(PerfScope, AnEmptyMeasurementMakesItInert) {
-  settings().measuring = true;
-  gate().GiveEmpty("CUtility::CreateMeasurement");
+  Settings().measuring = true;
+  Gate().GiveEmpty("CUtility::CreateMeasurement");
   RunScope();
   EXPECT_TRUE(Logged().empty());
-  EXPECT_EQ(gate().Count("CMeasurement::"), 0u);
+  EXPECT_EQ(Gate().Count("CMeasurement::"), 0u);
 }
 
 TEST_F(PerfScope, AMissingServiceMakesItInert) {
-  settings().measuring = true;
+  Settings().measuring = true;
   for (const char* getter : {"CGlobalContext::GetCfg", "CGlobalContext::GetUtility", "CGlobalContext::GetLog"}) {
-    gate().GiveEmpty(getter);
+    Gate().GiveEmpty(getter);
     RunScope();
     EXPECT_TRUE(Logged().empty()) << getter;
-    gate().GiveAgain(getter);
+    Gate().GiveAgain(getter);
   }
 }
 
 TEST_P(PerfScopeFailure, LosesTheLineAndNothingElse) {
   const auto& [n, failure] = GetParam();
-  settings().measuring = true;
-  gate().FailAt(n, failure);
+  Settings().measuring = true;
+  Gate().FailAt(n, failure);
   RunScope();
-  EXPECT_EQ(gate().Entries(), Lines(kMeasured.begin(), kMeasured.begin() + static_cast<std::ptrdiff_t>(n)));
+  EXPECT_EQ(Gate().Entries(), Lines(kMeasured.begin(), kMeasured.begin() + static_cast<std::ptrdiff_t>(n)));
 }
 
 INSTANTIATE_TEST_SUITE_P(AtEveryCall, PerfScopeFailure,
                          ::testing::Combine(::testing::Range<std::size_t>(1, 8), ::testing::ValuesIn(kAllFailures)));
 
 TEST_F(PerfScope, OneStandsAroundEveryDispatchedNotification) {
-  settings().measuring = true;
+  Settings().measuring = true;
   const auto interact = NewInteract();
   const Bytes message = NotificationBuilder(4098).Build();
   ASSERT_TRUE(interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size())));
-  const Lines calls = gate().Entries();
+  const Lines calls = Gate().Entries();
   EXPECT_EQ(calls.back(), "CLog::LogEvent(0x10034, [PFM final]=12 us)");
-  EXPECT_EQ(gate().Count("CUtility::CreateMeasurement"), 1u);
+  EXPECT_EQ(Gate().Count("CUtility::CreateMeasurement"), 1u);
 }
 
 TEST_F(PerfScope, NoneStandsAroundTheHandshake) {
-  settings().measuring = true;
+  Settings().measuring = true;
   const auto interact = ReadyInteract();
   interact->CheckDriverVersion();
-  EXPECT_EQ(gate().Count("CCfg::IsMeasuringEnabled"), 0u);
-  EXPECT_EQ(gate().Count("CUtility::CreateMeasurement"), 0u);
+  EXPECT_EQ(Gate().Count("CCfg::IsMeasuringEnabled"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::CreateMeasurement"), 0u);
 }
 
 TEST_F(PerfScope, ANotificationThatFailsIsMeasuredToo) {
-  settings().measuring = true;
+  Settings().measuring = true;
   const auto interact = NewInteract();
   const Bytes message(155);
   ASSERT_TRUE(interact->DispatchNotification(message.data(), 155));

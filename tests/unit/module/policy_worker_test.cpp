@@ -13,21 +13,21 @@ class PolicyWorker : public WorkerTest {
   void ApplyOnce() {
     Connect();
     StartPolicyWorker();
-    ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+    ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   }
 
   // Has the policy applied once more: notified until the worker has begun, and not any longer.
   void ApplyAgain() {
     const auto begun = std::make_shared<Turnstile>();
-    const std::size_t applied = gate().Count(kLastCall);
-    gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+    const std::size_t applied = Gate().Count(kLastCall);
+    Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
     while (begun->Arrivals() == 0) {
       impl->NotifyPolicyChanged();
       std::this_thread::yield();
     }
-    gate().NoHook("CCfgEx::GetMonitorPolicy");
+    Gate().NoHook("CCfgEx::GetMonitorPolicy");
     begun->Open();
-    ASSERT_TRUE(gate().AwaitCount(kLastCall, applied + 1));
+    ASSERT_TRUE(Gate().AwaitCount(kLastCall, applied + 1));
   }
 
   static std::string Report(Failure failure) {
@@ -62,58 +62,58 @@ Lines Joined(std::initializer_list<Lines> parts) {
 // ---------------------------------------------------------------- polls
 
 TEST_F(PolicyWorker, WithoutADriverThereIsOneReportPer600Polls) {
-  clock().PassAtOnce(100ms);
+  Clock().PassAtOnce(100ms);
   StartPolicyWorker();
   for (std::size_t round = 1; round <= 3; ++round) {
-    ASSERT_TRUE(clock().AwaitParked(1s));
-    EXPECT_EQ(gate().Entries(), Lines(round, kNotReady));
-    EXPECT_EQ(clock().Pauses().size(), round * 601);
-    EXPECT_EQ(clock().Pauses().back(), (ManualClock::PauseRecord{ManualClock::Kind::kPause, 1s}));
-    clock().Advance(1s);
+    ASSERT_TRUE(Clock().AwaitParked(1s));
+    EXPECT_EQ(Gate().Entries(), Lines(round, kNotReady));
+    EXPECT_EQ(Clock().Pauses().size(), round * 601);
+    EXPECT_EQ(Clock().Pauses().back(), (ManualClock::PauseRecord{ManualClock::Kind::kPause, 1s}));
+    Clock().Advance(1s);
   }
-  ASSERT_TRUE(clock().AwaitParked(1s));
+  ASSERT_TRUE(Clock().AwaitParked(1s));
 }
 
 TEST_F(PolicyWorker, A600thPollThatFindsTheDriverIsInTime) {
-  clock().PassAtOnce(100ms, 599);
+  Clock().PassAtOnce(100ms, 599);
   StartPolicyWorker();
-  ASSERT_TRUE(clock().AwaitParked(100ms));  // in the pause behind the 600th poll
+  ASSERT_TRUE(Clock().AwaitParked(100ms));  // in the pause behind the 600th poll
   EXPECT_TRUE(Logged().empty());
-  EXPECT_EQ(clock().Pauses().size(), 600u);
-  clock().Advance(100ms);
-  ASSERT_TRUE(clock().AwaitParked(1s)) << "no 601st poll";
+  EXPECT_EQ(Clock().Pauses().size(), 600u);
+  Clock().Advance(100ms);
+  ASSERT_TRUE(Clock().AwaitParked(1s)) << "no 601st poll";
   EXPECT_EQ(Logged(), Lines{kNotReady});
 }
 
 TEST_F(PolicyWorker, AFoundDriverSetsTheCountBack) {
-  clock().PassAtOnce(100ms, 500);
+  Clock().PassAtOnce(100ms, 500);
   StartPolicyWorker();
-  ASSERT_TRUE(clock().AwaitParked(100ms));
-  settings().wait_blocks = true;
+  ASSERT_TRUE(Clock().AwaitParked(100ms));
+  Settings().waitBlocks = true;
   StartConnectionWorker();
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
-  clock().Advance(100ms);
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
-  clock().PassAtOnce(100ms);
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
+  Clock().Advance(100ms);
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
+  Clock().PassAtOnce(100ms);
   impl->StopWork(false);
-  ASSERT_TRUE(clock().AwaitParked(5s));
-  while (clock().Parked(1s) == 0) {
+  ASSERT_TRUE(Clock().AwaitParked(5s));
+  while (Clock().Parked(1s) == 0) {
     impl->NotifyPolicyChanged();  // the worker may not have come to its wait before the connection ended
     std::this_thread::yield();
   }
   std::size_t polls = 0;
-  for (const auto& pause : clock().Pauses()) polls += pause.duration == 100ms ? 1 : 0;
+  for (const auto& pause : Clock().Pauses()) polls += pause.duration == 100ms ? 1 : 0;
   EXPECT_EQ(polls, 501u + 600u);
-  EXPECT_EQ(gate().Count(kNotReady), 1u);
+  EXPECT_EQ(Gate().Count(kNotReady), 1u);
 }
 
 TEST_F(PolicyWorker, ADriverThatIsStoppedIsNotReady) {
   Connect();
   impl->GetDriverInteract()->StopInteract();
   StartPolicyWorker();
-  ASSERT_TRUE(clock().AwaitParked(100ms));
-  EXPECT_EQ(gate().Count("CCfgEx::GetMonitorPolicy"), 0u);
-  ASSERT_TRUE(clock().AwaitParked(5s));
+  ASSERT_TRUE(Clock().AwaitParked(100ms));
+  EXPECT_EQ(Gate().Count("CCfgEx::GetMonitorPolicy"), 0u);
+  ASSERT_TRUE(Clock().AwaitParked(5s));
 }
 
 // ---------------------------------------------------------------- the policy
@@ -144,8 +144,8 @@ TEST_F(PolicyWorker, EveryDirectoryIsAddedAndAllAreSentTogether) {
 
 TEST_F(PolicyWorker, ObjectsCarryTheModulesObjectType) {
   for (const bool flag : {true, false}) {
-    settings().monitor_object_flag = flag;
-    impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+    Settings().monitorObjectFlag = flag;
+    impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
     const TemporaryDirectory directory;
     host.SetPolicy({directory.Path()});
     ResetClock();
@@ -168,7 +168,7 @@ TEST_F(PolicyWorker, AnEmptyListIsSaidAndStillCommittedDumpedAndConfigured) {
 }
 
 TEST_F(PolicyWorker, AnEmptyHandleIsSaidAndOnlyConfigured) {
-  gate().GiveEmpty("CCfgEx::GetMonitorPolicy");
+  Gate().GiveEmpty("CCfgEx::GetMonitorPolicy");
   ApplyOnce();
   EXPECT_EQ(Calls(),
             (Lines{"CCfgEx::GetMonitorPolicy()", "CGlobalContext::GetLocale()",
@@ -186,13 +186,13 @@ TEST_F(PolicyWorker, MissingPathsAndFilesAreSkippedAndTheOthersAreNot) {
   EXPECT_EQ(Logged(), (Lines{Missing(missing), NoDirectory(file), Missing(below),
                              Event("[Add Monitor OK!][obj path]=" + last.string())}));
   EXPECT_EQ(host.RequestsOf(1).size(), 1u);
-  EXPECT_EQ(gate().Count("CUtility::TestPath(" + missing.string() + ")"), 0u) << "what is missing is not tested";
+  EXPECT_EQ(Gate().Count("CUtility::TestPath(" + missing.string() + ")"), 0u) << "what is missing is not tested";
 }
 
 TEST_F(PolicyWorker, TheDirectoryTestIsTheHosts) {
   const TemporaryDirectory directory;
   const auto refused = directory.MakeDirectory("refused"), accepted = directory.MakeFile("accepted");
-  settings().test_path = [accepted](const boost::filesystem::path& path) { return path == accepted; };
+  Settings().testPath = [accepted](const boost::filesystem::path& path) { return path == accepted; };
   host.SetPolicy({refused, accepted});
   ApplyOnce();
   EXPECT_EQ(Logged(), (Lines{NoDirectory(refused), Event("[Add Monitor OK!][obj path]=" + accepted.string())}));
@@ -201,21 +201,21 @@ TEST_F(PolicyWorker, TheDirectoryTestIsTheHosts) {
 TEST_F(PolicyWorker, TheSkipLinesAreTranslatedBeforeThePathIsAppended) {
   const TemporaryDirectory directory;
   const auto missing = directory.Path() / "missing", file = directory.MakeFile("file");
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   host.SetPolicy({missing, file});
   ApplyOnce();
   EXPECT_EQ(
-      gate().EntriesOf({"CLog::LogProblem"}),
+      Gate().EntriesOf({"CLog::LogProblem"}),
       (Lines{Problem("<[dci,trc][Skip]Monitor object NOT exist. [obj]=>" + missing.string()),
              Problem("<[dci,trc][Skip]Object is NOT directory(Only accept monitor dir).[Object]=>" + file.string())}));
 }
 
 TEST_F(PolicyWorker, WithoutALocaleServiceTheLinesAreUntranslated) {
   Connect();
-  gate().GiveEmpty("CGlobalContext::GetLocale");
-  settings().translate = [](const std::string& text) { return "<" + text + ">"; };
+  Gate().GiveEmpty("CGlobalContext::GetLocale");
+  Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   StartPolicyWorker();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_EQ(Logged(), Lines{"CLog::LogNotice(0x10003, [dci,trc]Monitor policy is empty-1.)"});
 }
 
@@ -247,9 +247,9 @@ TEST_F(PolicyWorker, AFailedSendingOfAnObjectEndsNothing) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path()});
   Connect();
-  gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
+  Gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
   StartPolicyWorker();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdpm]Add Monitor All Failed!")});
 }
 
@@ -266,26 +266,26 @@ TEST_F(PolicyWorker, AChangedPolicyIsAppliedWhenTheHostSaysSo) {
   EXPECT_EQ(Logged(), Lines{Event("[Add Monitor OK!][obj path]=" + two.string())});
   Forget();
   ApplyAgain();
-  EXPECT_EQ(gate().Count("CCfgEx::GetMonitorPolicy"), 1u);
+  EXPECT_EQ(Gate().Count("CCfgEx::GetMonitorPolicy"), 1u);
 }
 
 TEST_F(PolicyWorker, OneNotificationWakesEveryWorker) {
   Connect();
   StartPolicyWorker();
   StartPolicyWorker();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 2));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 2));
   std::size_t woken = 0;
   // A worker whose wait has not begun misses the notification: then there is another round.
   for (int round = 0; round < 100 && woken < 2; ++round) {
     const auto begun = std::make_shared<Turnstile>();
-    const std::size_t applied = gate().Count(kLastCall);
-    gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+    const std::size_t applied = Gate().Count(kLastCall);
+    Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
     impl->NotifyPolicyChanged();
     for (int turn = 0; turn < 5000 && begun->Arrivals() < 2; ++turn) std::this_thread::yield();
-    gate().NoHook("CCfgEx::GetMonitorPolicy");
+    Gate().NoHook("CCfgEx::GetMonitorPolicy");
     woken = begun->Arrivals();
     begun->Open();
-    ASSERT_TRUE(gate().AwaitCount(kLastCall, applied + woken));
+    ASSERT_TRUE(Gate().AwaitCount(kLastCall, applied + woken));
   }
   EXPECT_EQ(woken, 2u);
 }
@@ -295,16 +295,16 @@ TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {
   host.SetPolicy({directory.Path()});
   ApplyOnce();
   impl->StopWork(false);
-  ASSERT_TRUE(clock().AwaitParked(5s));
+  ASSERT_TRUE(Clock().AwaitParked(5s));
   // The end of the attempt wakes the policy worker; where it was not waiting yet, the host has to.
-  while (clock().Parked(100ms) == 0) {
+  while (Clock().Parked(100ms) == 0) {
     impl->NotifyPolicyChanged();
     std::this_thread::yield();
   }
   Forget();
-  clock().Advance(5s);
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
-  while (gate().Count(kLastCall) == 0) clock().Advance(100ms);
+  Clock().Advance(5s);
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
+  while (Gate().Count(kLastCall) == 0) Clock().Advance(100ms);
   EXPECT_EQ(host.RequestsOf(1).size(), 1u);
 }
 
@@ -313,7 +313,7 @@ TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
   host.SetPolicy({directory.Path()});
   Connect();
   bool reached = false;
-  gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] {
+  Gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] {
     std::thread([&] {
       impl->NotifyPolicyChanged();
       impl->GetDriverInteract();
@@ -321,7 +321,7 @@ TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
     reached = true;
   });
   StartPolicyWorker();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_TRUE(reached);
 }
 
@@ -330,10 +330,10 @@ TEST_F(PolicyWorker, LetsGoOfThePolicyBeforeItSendsTheConfiguration) {
   host.SetPolicy({directory.Path()});
   Connect();
   bool heldWhileRead = false, letGoAfterwards = false;
-  gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.PolicyIsLetGo(); });
-  gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { letGoAfterwards = host.PolicyIsLetGo(); });
+  Gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.PolicyIsLetGo(); });
+  Gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { letGoAfterwards = host.PolicyIsLetGo(); });
   StartPolicyWorker();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_TRUE(heldWhileRead);
   EXPECT_TRUE(letGoAfterwards);
 }
@@ -342,12 +342,12 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItWaitsAndLetsItGoWhenItIsWoken)
   ApplyOnce();
   const std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
   // An attempt whose shutdown fails ends without waking the policy worker.
-  gate().FailAlways("CPortClient::Close", Failure::kStandard);
+  Gate().FailAlways("CPortClient::Close", Failure::kStandard);
   EXPECT_THROW(impl->StopWork(false), std::runtime_error);
-  ASSERT_TRUE(clock().AwaitParked(5s));
-  gate().StopFailing();
-  clock().Advance(5s);
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  ASSERT_TRUE(Clock().AwaitParked(5s));
+  Gate().StopFailing();
+  Clock().Advance(5s);
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   EXPECT_FALSE(first.expired()) << "replaced, but the worker waits with it";
   ApplyAgain();
   EXPECT_TRUE(first.expired());
@@ -356,18 +356,18 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItWaitsAndLetsItGoWhenItIsWoken)
 TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
   Connect();
   const auto applying = std::make_shared<Turnstile>();
-  gate().OnCall("CCfgEx::GetMonitorPolicy", [applying] { applying->Pass(); });
+  Gate().OnCall("CCfgEx::GetMonitorPolicy", [applying] { applying->Pass(); });
   StartPolicyWorker();
   ASSERT_TRUE(applying->AwaitArrivals(1));
   std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
-  gate().NoHook("CCfgEx::GetMonitorPolicy");
+  Gate().NoHook("CCfgEx::GetMonitorPolicy");
   impl->StopWork(false);
-  ASSERT_TRUE(clock().AwaitParked(5s));
-  clock().Advance(5s);
-  ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+  ASSERT_TRUE(Clock().AwaitParked(5s));
+  Clock().Advance(5s);
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   EXPECT_FALSE(first.expired()) << "replaced, but still being used";
   applying->Open();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
 }
 
 // ---------------------------------------------------------------- failures
@@ -390,17 +390,17 @@ TEST_P(PolicyWorkerFailure, OfAPassIsReportedAndThePolicyAppliedAgainASecondLate
                         {"CPortClient::Send", 4 /*24*/},
                         {"CLocale::TranslateText", 2 /*the dump's advice*/}};
   for (const Case& one : cases) {
-    impl = Keep(std::make_shared<CFenluxImpl>(host.context()));
+    impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
     ResetClock();
     Connect();
-    gate().FailAt(one.operation, one.n, GetParam());
+    Gate().FailAt(one.operation, one.n, GetParam());
     StartPolicyWorker();
-    ASSERT_TRUE(clock().AwaitParked(1s)) << one.operation;
-    EXPECT_EQ(gate().FailedOperation(), one.operation);
-    EXPECT_EQ(gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(Report(GetParam()))}) << one.operation;
+    ASSERT_TRUE(Clock().AwaitParked(1s)) << one.operation;
+    EXPECT_EQ(Gate().FailedOperation(), one.operation);
+    EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(Report(GetParam()))}) << one.operation;
     Forget();
-    clock().Advance(1s);
-    ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+    Clock().Advance(1s);
+    ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
     EXPECT_EQ(host.RequestsOf(1).size(), 1u) << one.operation;
   }
 }
@@ -410,35 +410,35 @@ TEST_P(PolicyWorkerFailure, OfAnObjectLeavesTheOthersOutOfThePass) {
   const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
   host.SetPolicy({one, two});
   Connect();
-  gate().FailAt("CUtility::TestPath", 2, GetParam());
+  Gate().FailAt("CUtility::TestPath", 2, GetParam());
   StartPolicyWorker();
-  ASSERT_TRUE(clock().AwaitParked(1s));
+  ASSERT_TRUE(Clock().AwaitParked(1s));
   EXPECT_TRUE(host.Requests().empty()) << "nothing is sent in such a pass";
-  clock().Advance(1s);
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  Clock().Advance(1s);
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_EQ(host.RequestsOf(1).size(), 3u) << "the object that was queued in the failed pass, and both of the next";
 }
 
 TEST_P(PolicyWorkerFailure, OfTheReportIsSurvived) {
-  clock().PassAtOnce(100ms);
-  gate().FailAlways("CLog::LogProblem", GetParam());
+  Clock().PassAtOnce(100ms);
+  Gate().FailAlways("CLog::LogProblem", GetParam());
   StartPolicyWorker();
   for (std::size_t round = 1; round <= 3; ++round) {
-    ASSERT_TRUE(clock().AwaitParked(1s));
-    EXPECT_EQ(gate().Count("CLog::LogProblem"), round);
-    clock().Advance(1s);
+    ASSERT_TRUE(Clock().AwaitParked(1s));
+    EXPECT_EQ(Gate().Count("CLog::LogProblem"), round);
+    Clock().Advance(1s);
   }
-  ASSERT_TRUE(clock().AwaitParked(1s));
+  ASSERT_TRUE(Clock().AwaitParked(1s));
 }
 
 TEST_P(PolicyWorkerFailure, OfASkipLineEndsThePass) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path() / "missing"});
   Connect();
-  gate().FailAt("CLog::LogProblem", 1, GetParam());
+  Gate().FailAt("CLog::LogProblem", 1, GetParam());
   StartPolicyWorker();
-  ASSERT_TRUE(clock().AwaitParked(1s));
-  EXPECT_EQ(gate().EntriesOf({"CLog::LogProblem"}),
+  ASSERT_TRUE(Clock().AwaitParked(1s));
+  EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}),
             (Lines{Missing(directory.Path() / "missing"), Problem(Report(GetParam()))}));
 }
 
@@ -462,14 +462,14 @@ TEST_F(PolicyWorker, APathWhoseStatusCannotBeReadEndsThePassAndIsTriedAgainEvery
   Connect();
   StartPolicyWorker();
   for (std::size_t round = 1; round <= 3; ++round) {
-    if (round > 1) clock().Advance(1s);
-    ASSERT_TRUE(clock().AwaitParked(1s));
+    if (round > 1) Clock().Advance(1s);
+    ASSERT_TRUE(Clock().AwaitParked(1s));
     EXPECT_EQ(Logged(), Lines(round, Problem("[DCI,rc,STDE] info=" + message)));
     EXPECT_TRUE(host.Requests().empty());
   }
   boost::filesystem::remove(loop);
-  clock().Advance(1s);
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1)) << "readable again";
+  Clock().Advance(1s);
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1)) << "readable again";
 }
 
 }  // namespace fenlux::testing

@@ -9,7 +9,7 @@ namespace {
 class ProcessInfo : public ModuleTest {
  protected:
   std::shared_ptr<CAutoRefreshProcessInfo> Created() {
-    auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+    auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
     Forget();
     return info;
   }
@@ -43,7 +43,7 @@ class ProcessInfo : public ModuleTest {
   static Lines Hit() { return {"CCfgEx::IsCacheBypassed()"}; }
 
   void MakeUnknown(std::uint32_t unknown) {
-    settings().process_value = [unknown](std::uint32_t id) { return id == unknown ? 0xFFFFFFFF : 1; };
+    Settings().processValue = [unknown](std::uint32_t id) { return id == unknown ? 0xFFFFFFFF : 1; };
   }
 
   // The record and the process part that a filling works on.
@@ -53,7 +53,7 @@ class ProcessInfo : public ModuleTest {
   };
   Filled NewRecord(std::uint64_t processId) {
     Filled filled;
-    host.arp_mgmt()->CreateRecord(filled.record, 0);
+    host.ArpMgmt()->CreateRecord(filled.record, 0);
     filled.process = filled.record->ProcessPart();
     filled.process->SetProcessId(processId);
     Forget();
@@ -66,27 +66,27 @@ class ProcessInfo : public ModuleTest {
 // ---------------------------------------------------------------- construction
 
 TEST_F(ProcessInfo, TakesItsServicesInOrder) {
-  const CAutoRefreshProcessInfo info(host.context());
-  EXPECT_EQ(gate().Entries(),
+  const CAutoRefreshProcessInfo info(host.Context());
+  EXPECT_EQ(Gate().Entries(),
             (Lines{"CGlobalContext::GetUtility()", "CGlobalContext::GetWinWork()", "CGlobalContext::GetCfgEx()"}));
 }
 
 TEST_F(ProcessInfo, ChecksTheExtendedConfigurationAlone) {
-  gate().GiveEmpty("CGlobalContext::GetUtility");
-  gate().GiveEmpty("CGlobalContext::GetWinWork");
-  EXPECT_NO_THROW(CAutoRefreshProcessInfo{host.context()});
-  gate().GiveEmpty("CGlobalContext::GetCfgEx");
-  EXPECT_EQ(RuntimeErrorOf([&] { CAutoRefreshProcessInfo{host.context()}; }), "[arpi] Bad cfgex init!");
+  Gate().GiveEmpty("CGlobalContext::GetUtility");
+  Gate().GiveEmpty("CGlobalContext::GetWinWork");
+  EXPECT_NO_THROW(CAutoRefreshProcessInfo{host.Context()});
+  Gate().GiveEmpty("CGlobalContext::GetCfgEx");
+  EXPECT_EQ(RuntimeErrorOf([&] { CAutoRefreshProcessInfo{host.Context()}; }), "[arpi] Bad cfgex init!");
 }
 
 // ---------------------------------------------------------------- building a record
 
 TEST_F(ProcessInfo, ARecordHoldsTheThreeAnswers) {
   const auto info = Created();
-  settings().process_value = [](std::uint32_t) { return 3; };
+  Settings().processValue = [](std::uint32_t) { return 3; };
   const auto record = info->BuildRecord(42);
   ASSERT_TRUE(record);
-  EXPECT_EQ(gate().Entries(), Queries(42));
+  EXPECT_EQ(Gate().Entries(), Queries(42));
   EXPECT_EQ(record->sessionId, 3u);
   EXPECT_EQ(record->narrowInfo, "narrow-42");
   EXPECT_EQ(record->wideInfo, L"wide-42");
@@ -96,7 +96,7 @@ TEST_F(ProcessInfo, AnUnknownProcessIsAskedForNothingElse) {
   const auto info = Created();
   MakeUnknown(42);
   EXPECT_FALSE(info->BuildRecord(42));
-  EXPECT_EQ(gate().Entries(), Lines{"CWinWork::QueryProcessValue(42, 0)"});
+  EXPECT_EQ(Gate().Entries(), Lines{"CWinWork::QueryProcessValue(42, 0)"});
 }
 
 TEST_F(ProcessInfo, AFreshRecordSaysUnknown) {
@@ -107,7 +107,7 @@ TEST_F(ProcessInfo, AFreshRecordSaysUnknown) {
 }
 
 TEST_F(ProcessInfo, WithoutAWorkServiceALookUpIsARuntimeError) {
-  gate().GiveEmpty("CGlobalContext::GetWinWork");
+  Gate().GiveEmpty("CGlobalContext::GetWinWork");
   const auto info = Created();
   EXPECT_FALSE(RuntimeErrorOf([&] { info->BuildRecord(1); }).empty());
   EXPECT_NO_THROW(info->RefreshAll()) << "an empty cache asks the work service nothing";
@@ -118,10 +118,10 @@ TEST_F(ProcessInfo, WithoutAWorkServiceALookUpIsARuntimeError) {
 TEST_F(ProcessInfo, ASecondLookUpIsServedFromTheCache) {
   const auto info = WithMap();
   const auto first = info->GetProcessInfo(42);
-  EXPECT_EQ(gate().Entries(), Miss(42));
+  EXPECT_EQ(Gate().Entries(), Miss(42));
   Forget();
   EXPECT_EQ(info->GetProcessInfo(42), first);
-  EXPECT_EQ(gate().Entries(), Hit());
+  EXPECT_EQ(Gate().Entries(), Hit());
 }
 
 TEST_F(ProcessInfo, AnUnknownProcessIsAskedForAgain) {
@@ -130,14 +130,14 @@ TEST_F(ProcessInfo, AnUnknownProcessIsAskedForAgain) {
   for (int i = 0; i < 2; ++i) {
     Forget();
     EXPECT_FALSE(info->GetProcessInfo(42));
-    EXPECT_EQ(gate().Entries(), (Lines{"CCfgEx::IsCacheBypassed()", "CWinWork::QueryProcessValue(42, 0)"}));
+    EXPECT_EQ(Gate().Entries(), (Lines{"CCfgEx::IsCacheBypassed()", "CWinWork::QueryProcessValue(42, 0)"}));
   }
 }
 
 TEST_F(ProcessInfo, ABypassedCacheIsNeitherReadNorFilled) {
   const auto info = WithMap();
   const auto cached = info->GetProcessInfo(1);
-  settings().cache_bypassed = true;
+  Settings().cacheBypassed = true;
   for (int i = 0; i < 2; ++i) {
     Forget();
     EXPECT_NE(info->GetProcessInfo(1), cached);
@@ -145,15 +145,15 @@ TEST_F(ProcessInfo, ABypassedCacheIsNeitherReadNorFilled) {
     Lines expected = Miss(1);
     const Lines second = Miss(2);
     expected.insert(expected.end(), second.begin(), second.end());
-    EXPECT_EQ(gate().Entries(), expected);
+    EXPECT_EQ(Gate().Entries(), expected);
   }
-  settings().cache_bypassed = false;
+  Settings().cacheBypassed = false;
   Forget();
   EXPECT_EQ(info->GetProcessInfo(1), cached);
-  EXPECT_EQ(gate().Entries(), Hit());
+  EXPECT_EQ(Gate().Entries(), Hit());
   Forget();
   info->GetProcessInfo(2);
-  EXPECT_EQ(gate().Entries(), Miss(2));
+  EXPECT_EQ(Gate().Entries(), Miss(2));
 }
 
 TEST_F(ProcessInfo, FetchingKeepsTheEntryThatIsThere) {
@@ -168,7 +168,7 @@ TEST_F(ProcessInfo, TwoThreadsMissingTheSameIdEachGetTheirOwnAndTheMapKeepsTheFi
   const auto info = WithMap();
   Turnstile both;
   std::atomic<int> inside{0};
-  gate().OnCall("CWinWork::QueryProcessValue", [&] {
+  Gate().OnCall("CWinWork::QueryProcessValue", [&] {
     ++inside;
     both.Pass();
   });
@@ -178,7 +178,7 @@ TEST_F(ProcessInfo, TwoThreadsMissingTheSameIdEachGetTheirOwnAndTheMapKeepsTheFi
   ASSERT_TRUE(both.AwaitArrivals(2));
   both.Open();
   for (std::thread& thread : threads) thread.join();
-  gate().NoHook("CWinWork::QueryProcessValue");
+  Gate().NoHook("CWinWork::QueryProcessValue");
   EXPECT_EQ(inside, 2);
   ASSERT_TRUE(found[0] && found[1]);
   EXPECT_NE(found[0], found[1]);
@@ -191,7 +191,7 @@ TEST_F(ProcessInfo, ALookUpBeforeTheFirstPassStoresNothing) {
   EXPECT_TRUE(info->GetProcessInfo(42));
   Forget();
   EXPECT_TRUE(info->GetProcessInfo(42));
-  EXPECT_EQ(gate().Entries(), Miss(42));
+  EXPECT_EQ(Gate().Entries(), Miss(42));
 }
 
 TEST_F(ProcessInfo, AFailedQueryGoesOnAndStoresNothing) {
@@ -199,13 +199,13 @@ TEST_F(ProcessInfo, AFailedQueryGoesOnAndStoresNothing) {
   for (const Failure failure : kAllFailures) {
     for (const char* operation : {"CWinWork::QueryProcessValue", "CWinWork::GetProcessNarrowText",
                                   "CWinWork::GetProcessWideText", "CCfgEx::IsCacheBypassed"}) {
-      gate().FailAt(operation, 1, failure);
+      Gate().FailAt(operation, 1, failure);
       EXPECT_TRUE(Propagates(failure, [&] { info->GetProcessInfo(42); })) << operation;
     }
   }
   Forget();
   info->GetProcessInfo(42);
-  EXPECT_EQ(gate().Entries(), Miss(42));
+  EXPECT_EQ(Gate().Entries(), Miss(42));
 }
 
 // ---------------------------------------------------------------- a refresh pass
@@ -213,71 +213,71 @@ TEST_F(ProcessInfo, AFailedQueryGoesOnAndStoresNothing) {
 TEST_F(ProcessInfo, APassOverAnEmptyCacheAsksTheHostNothing) {
   const auto info = Created();
   info->RefreshAll();
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
   info->RefreshAll();
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
   info->GetProcessInfo(42);
   Forget();
   info->GetProcessInfo(42);
-  EXPECT_EQ(gate().Entries(), Hit()) << "a map was published";
+  EXPECT_EQ(Gate().Entries(), Hit()) << "a map was published";
 }
 
 TEST_F(ProcessInfo, APassRebuildsLiveRecordsInAscendingOrderAndDropsTheOthers) {
   const auto info = WithMap();
   for (const std::uint32_t id : {30u, 10u, 20u, 40u}) info->GetProcessInfo(id);
   const auto before = info->GetProcessInfo(10);
-  settings().running = [] { return std::set<std::uint64_t>{10, 20, 40, 50}; };
-  settings().process_value = [](std::uint32_t id) { return id == 20 ? 0xFFFFFFFF : id + 1; };
+  Settings().running = [] { return std::set<std::uint64_t>{10, 20, 40, 50}; };
+  Settings().processValue = [](std::uint32_t id) { return id == 20 ? 0xFFFFFFFF : id + 1; };
   Forget();
   info->RefreshAll();
-  EXPECT_EQ(gate().Entries(), (Lines{"CWinWork::GetRunningProcessIds(0)", "CWinWork::QueryProcessValue(10, 0)",
+  EXPECT_EQ(Gate().Entries(), (Lines{"CWinWork::GetRunningProcessIds(0)", "CWinWork::QueryProcessValue(10, 0)",
                                      "CWinWork::GetProcessNarrowText(10, 0)", "CWinWork::GetProcessWideText(10, 0)",
                                      "CWinWork::QueryProcessValue(20, 0)", "CWinWork::QueryProcessValue(40, 0)",
                                      "CWinWork::GetProcessNarrowText(40, 0)", "CWinWork::GetProcessWideText(40, 0)"}));
 
   Forget();
   const auto after = info->GetProcessInfo(10);
-  EXPECT_EQ(gate().Entries(), Hit());
+  EXPECT_EQ(Gate().Entries(), Hit());
   EXPECT_NE(after, before);
   EXPECT_EQ(after->sessionId, 11u) << "queried anew";
   EXPECT_EQ(before->sessionId, 0u) << "a published record never changes";
   Forget();
   info->GetProcessInfo(30);
-  EXPECT_EQ(gate().Entries(), Miss(30)) << "no longer running";
+  EXPECT_EQ(Gate().Entries(), Miss(30)) << "no longer running";
   Forget();
   EXPECT_FALSE(info->GetProcessInfo(20)) << "unknown to the host meanwhile";
   Forget();
   info->GetProcessInfo(50);
-  EXPECT_EQ(gate().Entries(), Miss(50)) << "a pass adds no records";
+  EXPECT_EQ(Gate().Entries(), Miss(50)) << "a pass adds no records";
 }
 
 TEST_F(ProcessInfo, IdsAreWidenedForTheRunningList) {
   const auto info = WithMap();
   info->GetProcessInfo(0xFFFFFFF0);
-  settings().running = [] { return std::set<std::uint64_t>{0x00000001FFFFFFF0}; };
+  Settings().running = [] { return std::set<std::uint64_t>{0x00000001FFFFFFF0}; };
   info->RefreshAll();
   Forget();
   info->GetProcessInfo(0xFFFFFFF0);
-  EXPECT_EQ(gate().Entries(), Miss(0xFFFFFFF0)) << "another process with the same low half";
+  EXPECT_EQ(Gate().Entries(), Miss(0xFFFFFFF0)) << "another process with the same low half";
 }
 
 TEST_F(ProcessInfo, AnEmptyRunningHandleIsAnEmptySet) {
   const auto info = WithMap();
   info->GetProcessInfo(42);
-  gate().GiveEmpty("CWinWork::GetRunningProcessIds");
+  Gate().GiveEmpty("CWinWork::GetRunningProcessIds");
   info->RefreshAll();
   Forget();
   info->GetProcessInfo(42);
-  EXPECT_EQ(gate().Entries(), Miss(42));
+  EXPECT_EQ(Gate().Entries(), Miss(42));
 }
 
 TEST_F(ProcessInfo, AFailedPassLeavesTheCacheAsItWas) {
   const auto info = WithMap();
   const auto record = info->GetProcessInfo(42);
-  settings().running = [] { return std::set<std::uint64_t>{42}; };
+  Settings().running = [] { return std::set<std::uint64_t>{42}; };
   for (const Failure failure : kAllFailures) {
     for (const char* operation : {"CWinWork::GetRunningProcessIds", "CWinWork::QueryProcessValue"}) {
-      gate().FailAt(operation, 1, failure);
+      Gate().FailAt(operation, 1, failure);
       EXPECT_TRUE(Propagates(failure, [&] { info->RefreshAll(); })) << operation;
       EXPECT_EQ(info->GetProcessInfo(42), record);
     }
@@ -287,33 +287,33 @@ TEST_F(ProcessInfo, AFailedPassLeavesTheCacheAsItWas) {
 TEST_F(ProcessInfo, AnEntryInsertedDuringAPassIsLostAndFetchedAgain) {
   const auto info = WithMap();
   info->GetProcessInfo(1);
-  settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
+  Settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
   bool once = true;
-  gate().OnCall("CWinWork::GetRunningProcessIds", [&] {
+  Gate().OnCall("CWinWork::GetRunningProcessIds", [&] {
     if (std::exchange(once, false)) info->GetProcessInfo(2);
   });
   info->RefreshAll();
-  gate().NoHook("CWinWork::GetRunningProcessIds");
+  Gate().NoHook("CWinWork::GetRunningProcessIds");
   Forget();
   EXPECT_TRUE(info->GetProcessInfo(2));
-  EXPECT_EQ(gate().Entries(), Miss(2));
+  EXPECT_EQ(Gate().Entries(), Miss(2));
 }
 
 TEST_F(ProcessInfo, NoLockIsHeldWhileTheHostIsAsked) {
   // A look-up from inside a host query would stand still for ever if it were.
   const auto info = WithMap();
   info->GetProcessInfo(1);
-  settings().running = [] { return std::set<std::uint64_t>{1}; };
+  Settings().running = [] { return std::set<std::uint64_t>{1}; };
   for (const char* operation : {"CWinWork::GetRunningProcessIds", "CWinWork::GetProcessNarrowText"}) {
     std::atomic<bool> nested{false};
-    gate().OnCall(operation, [&] {
+    Gate().OnCall(operation, [&] {
       if (nested.exchange(true)) return;
       std::thread([&] { info->GetProcessInfo(7); }).join();
       std::thread([&] { info->FetchAndCache(8); }).join();
     });
     info->RefreshAll();
     EXPECT_TRUE(nested) << operation;
-    gate().NoHook(operation);
+    Gate().NoHook(operation);
   }
 }
 
@@ -321,11 +321,11 @@ TEST_F(ProcessInfo, NoLockIsHeldWhileTheHostIsAsked) {
 
 TEST_F(ProcessInfo, FillingBeforeTheStartChangesNothing) {
   const auto info = WithMap();
-  settings().identity_text_added = true;
+  Settings().identityTextAdded = true;
   const auto to = NewRecord(42);
   const std::uint8_t identity[64] = {};
   info->FillEventProcessInfo(*to.record, *to.process, identity);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(ProcessInfo, FillingAfterTheStopChangesNothing) {
@@ -333,15 +333,15 @@ TEST_F(ProcessInfo, FillingAfterTheStopChangesNothing) {
   info->StopRefresh();
   const auto to = NewRecord(42);
   info->FillEventProcessInfo(*to.record, *to.process, nullptr);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(ProcessInfo, FillingSetsSessionNarrowAndWideInThisOrder) {
   const auto info = Started();
   const auto to = NewRecord(42);
-  settings().process_value = [](std::uint32_t) { return 9; };
+  Settings().processValue = [](std::uint32_t) { return 9; };
   info->FillEventProcessInfo(*to.record, *to.process, nullptr);
-  EXPECT_EQ(gate().Entries(),
+  EXPECT_EQ(Gate().Entries(),
             (Lines{"CArpProcess::GetProcessId()", "CCfgEx::IsCacheBypassed()", "CWinWork::QueryProcessValue(42, 0)",
                    "CWinWork::GetProcessNarrowText(42, 0)", "CWinWork::GetProcessWideText(42, 0)",
                    "CArpProcess::SetSessionId(9)", "CArpProcess::SetNarrowInfo(narrow-42)",
@@ -353,18 +353,18 @@ TEST_F(ProcessInfo, TheIdIsUsedWith32Bits) {
   const auto info = Started();
   const auto to = NewRecord(0x000000010000002A);
   info->FillEventProcessInfo(*to.record, *to.process, nullptr);
-  EXPECT_EQ(gate().Count("CWinWork::QueryProcessValue(42, 0)"), 1u);
+  EXPECT_EQ(Gate().Count("CWinWork::QueryProcessValue(42, 0)"), 1u);
   info->StopRefresh();
 }
 
 TEST_F(ProcessInfo, AnUnknownProcessSetsNoFieldsButMayGetAnIdentityText) {
   const auto info = Started();
   MakeUnknown(42);
-  settings().identity_text_added = true;
+  Settings().identityTextAdded = true;
   const auto to = NewRecord(42);
   const std::uint8_t identity[64] = {};
   info->FillEventProcessInfo(*to.record, *to.process, identity);
-  EXPECT_EQ(gate().EntriesOf({"CArpProcess::Set", "CArpRecord::Set", "CWinWork::GetIdentityText"}),
+  EXPECT_EQ(Gate().EntriesOf({"CArpProcess::Set", "CArpRecord::Set", "CWinWork::GetIdentityText"}),
             (Lines{"CWinWork::GetIdentityText()", "CArpProcess::SetIdentityText(S-1-5-18)"}));
   info->StopRefresh();
 }
@@ -374,46 +374,46 @@ class IdentityText : public ProcessInfo {};
 }  // namespace
 
 TEST_F(IdentityText, IsMadeFromTheBytesAt50OfTheNotification) {
-  settings().identity_text_added = true;
+  Settings().identityTextAdded = true;
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(1).Build();
   ASSERT_TRUE(interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size())));
   ASSERT_EQ(host.Identities().size(), 1u);
   EXPECT_EQ(host.Identities()[0], message.data() + 50);
-  EXPECT_EQ(gate().Count("CArpProcess::SetIdentityText(S-1-5-18)"), 1u);
+  EXPECT_EQ(Gate().Count("CArpProcess::SetIdentityText(S-1-5-18)"), 1u);
 }
 
 TEST_F(IdentityText, ComesWithAnyBitOfItsFieldSet) {
-  settings().identity_text_added = true;
+  Settings().identityTextAdded = true;
   const auto interact = ReadyInteract();
   for (const std::uint32_t value : {1u, 0x100u, 0x10000u, 0x80000000u}) {
     Forget();
     const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(value).Build();
     interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
-    EXPECT_EQ(gate().Count("CArpProcess::SetIdentityText"), 1u) << value;
+    EXPECT_EQ(Gate().Count("CArpProcess::SetIdentityText"), 1u) << value;
   }
 }
 
 TEST_F(IdentityText, NeverComesWhereTheFieldIs0) {
-  settings().identity_text_added = true;
+  Settings().identityTextAdded = true;
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(0).Build();
   interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
-  EXPECT_EQ(gate().Count("CWinWork::GetIdentityText"), 0u);
+  EXPECT_EQ(Gate().Count("CWinWork::GetIdentityText"), 0u);
 }
 
 TEST_F(IdentityText, NeverComesWhereTheSettingIsOff) {
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(1).Build();
   interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
-  EXPECT_EQ(gate().Count("CWinWork::GetIdentityText"), 0u);
+  EXPECT_EQ(Gate().Count("CWinWork::GetIdentityText"), 0u);
 }
 
 TEST_F(ProcessInfo, ADispatchFillsBetweenTheIdAndThePaths) {
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).Item1(u"/p").Build();
   interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
-  const Lines calls = gate().EntriesOf({"CArpProcess::", "CArpRecord::"});
+  const Lines calls = Gate().EntriesOf({"CArpProcess::", "CArpRecord::"});
   EXPECT_EQ(calls,
             (Lines{"CArpRecord::SetSource(1)", "CArpRecord::SetCategory(1)", "CArpRecord::ProcessPart()",
                    "CArpProcess::SetProcessId(42)", "CArpProcess::GetProcessId()", "CArpProcess::SetSessionId(0)",
@@ -424,7 +424,7 @@ TEST_F(ProcessInfo, ADispatchFillsBetweenTheIdAndThePaths) {
 TEST_F(ProcessInfo, AFailureWhileFillingIsTheNotificationsFailure) {
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).Build();
-  gate().FailAt("CWinWork::GetProcessNarrowText", 1, Failure::kStandard);
+  Gate().FailAt("CWinWork::GetProcessNarrowText", 1, Failure::kStandard);
   const auto reply = interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
   ASSERT_TRUE(reply);
   EXPECT_EQ(BytesOf(reply).at(12), 8);

@@ -12,26 +12,26 @@ const std::string kExitLine = "CUtility::WriteLog(0x10003, Auto refresh process 
 
 class RefreshThread : public ModuleTest {
  protected:
-  RefreshThread() { settings().refresh_interval = 250; }
+  RefreshThread() { Settings().refreshInterval = 250; }
 
   std::shared_ptr<CAutoRefreshProcessInfo> Created() {
-    auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+    auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
     Forget();
     return info;
   }
   std::shared_ptr<CAutoRefreshProcessInfo> Started() {
     auto info = Created();
     info->Start();
-    EXPECT_TRUE(clock().AwaitParked(250ms));
+    EXPECT_TRUE(Clock().AwaitParked(250ms));
     return info;
   }
   bool IsFilled(CAutoRefreshProcessInfo& info) {
     std::shared_ptr<CArpRecord> record;
-    host.arp_mgmt()->CreateRecord(record, 0);
+    host.ArpMgmt()->CreateRecord(record, 0);
     const auto process = record->ProcessPart();
-    const auto before = gate().Count("CArpProcess::GetProcessId");
+    const auto before = Gate().Count("CArpProcess::GetProcessId");
     info.FillEventProcessInfo(*record, *process, nullptr);
-    return gate().Count("CArpProcess::GetProcessId") > before;
+    return Gate().Count("CArpProcess::GetProcessId") > before;
   }
 };
 
@@ -39,46 +39,46 @@ class RefreshThread : public ModuleTest {
 
 TEST_F(RefreshThread, SaysThatItBeganReadsTheIntervalAndPauses) {
   const auto info = Started();
-  EXPECT_EQ(gate().Entries(), (Lines{kStartLine, "CCfgEx::GetRefreshInterval()"}));
-  EXPECT_EQ(clock().Pauses(), (std::vector<ManualClock::PauseRecord>{{ManualClock::Kind::kWallClock, 250ms}}));
+  EXPECT_EQ(Gate().Entries(), (Lines{kStartLine, "CCfgEx::GetRefreshInterval()"}));
+  EXPECT_EQ(Clock().Pauses(), (std::vector<ManualClock::PauseRecord>{{ManualClock::Kind::kWallClock, 250ms}}));
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, ReadsTheIntervalAnewBeforeEveryPause) {
   const auto info = Started();
-  settings().refresh_interval = 700;
-  clock().Advance(250ms);
-  ASSERT_TRUE(clock().AwaitParked(700ms));
-  settings().refresh_interval = 0xFFFFFFFF;
-  clock().Advance(700ms);
-  ASSERT_TRUE(clock().AwaitParked(std::chrono::milliseconds(0xFFFFFFFF))) << "the whole range of the setting";
+  Settings().refreshInterval = 700;
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Clock().AwaitParked(700ms));
+  Settings().refreshInterval = 0xFFFFFFFF;
+  Clock().Advance(700ms);
+  ASSERT_TRUE(Clock().AwaitParked(std::chrono::milliseconds(0xFFFFFFFF))) << "the whole range of the setting";
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, RefreshesAfterEveryPause) {
   const auto info = Started();
-  settings().running = [] { return std::set<std::uint64_t>{42}; };
+  Settings().running = [] { return std::set<std::uint64_t>{42}; };
   info->GetProcessInfo(42);
   for (std::size_t pass = 1; pass <= 3; ++pass) {
-    clock().Advance(250ms);
-    ASSERT_TRUE(clock().AwaitPauses(250ms, pass + 1));
-    ASSERT_TRUE(clock().AwaitParked(250ms));
-    EXPECT_EQ(gate().Count("CWinWork::GetRunningProcessIds"), pass);
+    Clock().Advance(250ms);
+    ASSERT_TRUE(Clock().AwaitPauses(250ms, pass + 1));
+    ASSERT_TRUE(Clock().AwaitParked(250ms));
+    EXPECT_EQ(Gate().Count("CWinWork::GetRunningProcessIds"), pass);
   }
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, AnIntervalOf0RefreshesBackToBack) {
-  settings().refresh_interval = 0;
-  clock().PassAtOnce(0ms, 5);
+  Settings().refreshInterval = 0;
+  Clock().PassAtOnce(0ms, 5);
   const auto info = Created();
   info->RefreshAll();
   info->GetProcessInfo(42);
-  settings().running = [] { return std::set<std::uint64_t>{42}; };
+  Settings().running = [] { return std::set<std::uint64_t>{42}; };
   info->Start();
-  ASSERT_TRUE(clock().AwaitParked(0ms));
-  EXPECT_EQ(clock().Pauses().size(), 6u);
-  EXPECT_EQ(gate().Count("CWinWork::GetRunningProcessIds"), 6u) << "one at the start, and one after every yield";
+  ASSERT_TRUE(Clock().AwaitParked(0ms));
+  EXPECT_EQ(Clock().Pauses().size(), 6u);
+  EXPECT_EQ(Gate().Count("CWinWork::GetRunningProcessIds"), 6u) << "one at the start, and one after every yield";
   info->StopRefresh();
 }
 
@@ -87,13 +87,13 @@ TEST_F(RefreshThread, AStopTakesEffectAfterThePauseAndThePass) {
   info->GetProcessInfo(42);
   Forget();
   info->StopRefresh();
-  EXPECT_TRUE(gate().Entries().empty()) << "the stop waits for nothing";
+  EXPECT_TRUE(Gate().Entries().empty()) << "the stop waits for nothing";
   EXPECT_FALSE(IsFilled(*info)) << "but filling ends at once";
   Forget();
-  clock().Advance(250ms);
-  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
-  EXPECT_EQ(gate().Entries(), (Lines{"CWinWork::GetRunningProcessIds(0)", kExitLine}));
-  EXPECT_EQ(clock().Parked(250ms), 0u);
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
+  EXPECT_EQ(Gate().Entries(), (Lines{"CWinWork::GetRunningProcessIds(0)", kExitLine}));
+  EXPECT_EQ(Clock().Parked(250ms), 0u);
 }
 
 TEST_F(RefreshThread, TheThreadKeepsItsObjectAliveToItsEnd) {
@@ -102,8 +102,8 @@ TEST_F(RefreshThread, TheThreadKeepsItsObjectAliveToItsEnd) {
   info->StopRefresh();
   info.reset();
   EXPECT_FALSE(weak.expired());
-  clock().Advance(250ms);
-  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
   while (!weak.expired()) std::this_thread::yield();
 }
 
@@ -113,36 +113,36 @@ TEST_F(RefreshThread, OfTwoStartsInARowTheSecondThreadEndsSilently) {
   info->Start();
   // The thread that finds its place taken, run here where its end is seen.
   info->RefreshThreadMain();
-  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
-  clock().Advance(250ms);
-  ASSERT_TRUE(clock().AwaitPauses(250ms, 2));
-  ASSERT_TRUE(clock().AwaitParked(250ms));
-  EXPECT_EQ(clock().Parked(250ms), 1u);
-  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::WriteLog"), 0u);
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Clock().AwaitPauses(250ms, 2));
+  ASSERT_TRUE(Clock().AwaitParked(250ms));
+  EXPECT_EQ(Clock().Parked(250ms), 1u);
+  EXPECT_EQ(Gate().Count("CUtility::WriteLog"), 0u);
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, AStopAndAStartServeLookUpsWithoutAThread) {
   const auto info = Started();
   info->StopRefresh();
-  clock().Advance(250ms);
-  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
   // The thread gives its place up after that line, and its handle of the object last of all.
   while (info.use_count() > 1) std::this_thread::yield();
   Forget();
   info->Start();
-  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
-  EXPECT_EQ(gate().EntriesOf({"CUtility::WriteLog"}), (Lines{kStartLine, kExitLine}));
+  ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
+  EXPECT_EQ(Gate().EntriesOf({"CUtility::WriteLog"}), (Lines{kStartLine, kExitLine}));
   EXPECT_TRUE(IsFilled(*info));
-  EXPECT_EQ(clock().Parked(250ms), 0u);
+  EXPECT_EQ(Clock().Parked(250ms), 0u);
 }
 
 TEST_F(RefreshThread, AStopBeforeTheFirstLoopOnlyGreetsAndLeaves) {
   const auto info = Created();
   info->StopRefresh();
   info->RefreshThreadMain();
-  EXPECT_EQ(gate().Entries(), (Lines{kStartLine, kExitLine}));
-  EXPECT_TRUE(clock().Pauses().empty());
+  EXPECT_EQ(Gate().Entries(), (Lines{kStartLine, kExitLine}));
+  EXPECT_TRUE(Clock().Pauses().empty());
 }
 
 TEST_F(RefreshThread, AFailingPassEndsNothing) {
@@ -150,52 +150,52 @@ TEST_F(RefreshThread, AFailingPassEndsNothing) {
   info->GetProcessInfo(42);
   std::size_t passes = 1;
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
-    clock().Advance(250ms);
-    ASSERT_TRUE(clock().AwaitPauses(250ms, ++passes));
-    ASSERT_TRUE(clock().AwaitParked(250ms));
-    EXPECT_EQ(gate().FailedOperation(), "CWinWork::GetRunningProcessIds");
+    Gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
+    Clock().Advance(250ms);
+    ASSERT_TRUE(Clock().AwaitPauses(250ms, ++passes));
+    ASSERT_TRUE(Clock().AwaitParked(250ms));
+    EXPECT_EQ(Gate().FailedOperation(), "CWinWork::GetRunningProcessIds");
   }
-  EXPECT_EQ(gate().Count("CWinWork::GetRunningProcessIds"), 4u);
+  EXPECT_EQ(Gate().Count("CWinWork::GetRunningProcessIds"), 4u);
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, AFailingIntervalQueryKeepsTheLastGoodInterval) {
   const auto info = Started();
   for (const Failure failure : kAllFailures) {
-    settings().refresh_interval = 900;
-    gate().FailAt("CCfgEx::GetRefreshInterval", 1, failure);
-    const std::size_t before = clock().Pauses().size();
-    clock().Advance(250ms);
-    ASSERT_TRUE(clock().AwaitPauses(250ms, before + 1)) << "not the interval that could not be read";
-    ASSERT_TRUE(clock().AwaitParked(250ms));
+    Settings().refreshInterval = 900;
+    Gate().FailAt("CCfgEx::GetRefreshInterval", 1, failure);
+    const std::size_t before = Clock().Pauses().size();
+    Clock().Advance(250ms);
+    ASSERT_TRUE(Clock().AwaitPauses(250ms, before + 1)) << "not the interval that could not be read";
+    ASSERT_TRUE(Clock().AwaitParked(250ms));
   }
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, AnIntervalThatWasNeverReadIsOneSecond) {
-  gate().FailAlways("CCfgEx::GetRefreshInterval", Failure::kInt);
+  Gate().FailAlways("CCfgEx::GetRefreshInterval", Failure::kInt);
   const auto info = Created();
   info->Start();
-  ASSERT_TRUE(clock().AwaitParked(1s));
-  gate().StopFailing();
-  clock().Advance(1s);
-  ASSERT_TRUE(clock().AwaitParked(250ms));
+  ASSERT_TRUE(Clock().AwaitParked(1s));
+  Gate().StopFailing();
+  Clock().Advance(1s);
+  ASSERT_TRUE(Clock().AwaitParked(250ms));
   info->StopRefresh();
 }
 
 TEST_F(RefreshThread, AFailingLogLineEndsNothing) {
-  gate().FailAlways("CUtility::WriteLog", Failure::kStandard);
+  Gate().FailAlways("CUtility::WriteLog", Failure::kStandard);
   const auto info = Started();
   info->StopRefresh();
-  clock().Advance(250ms);
-  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
 }
 
 TEST_F(RefreshThread, WithoutAUtilityServiceItRunsInSilence) {
-  gate().GiveEmpty("CGlobalContext::GetUtility");
+  Gate().GiveEmpty("CGlobalContext::GetUtility");
   const auto info = Started();
-  EXPECT_EQ(gate().Count("CUtility::"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::"), 0u);
   info->StopRefresh();
 }
 
@@ -205,11 +205,11 @@ TEST_F(RefreshThread, AFailedFirstPassGoesOnAndStartsNoThread) {
   info->GetProcessInfo(42);
   Forget();
   for (const Failure failure : kAllFailures) {
-    gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
+    Gate().FailAt("CWinWork::GetRunningProcessIds", 1, failure);
     EXPECT_TRUE(Propagates(failure, [&] { info->Start(); }));
   }
   EXPECT_FALSE(IsFilled(*info)) << "not started";
-  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::WriteLog"), 0u);
 }
 
 TEST_F(RefreshThread, AThreadThatCannotBeMadeGoesOn) {
@@ -223,14 +223,14 @@ TEST_F(RefreshThread, AThreadThatCannotBeMadeGoesOn) {
     EXPECT_THROW(info->Start(), std::system_error);
   }
   EXPECT_FALSE(IsFilled(*info)) << "not started";
-  EXPECT_EQ(gate().Count("CUtility::WriteLog"), 0u);
+  EXPECT_EQ(Gate().Count("CUtility::WriteLog"), 0u);
 }
 
 TEST_F(RefreshThread, ADriverInterfaceStopsItsThread) {
   const auto interact = ReadyInteract();
   interact->StopInteract();
-  clock().Advance(250ms);
-  ASSERT_TRUE(gate().AwaitCount(kExitLine, 1));
+  Clock().Advance(250ms);
+  ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
 }
 
 }  // namespace fenlux::testing

@@ -24,7 +24,7 @@ TEST_F(SwitchSettings, AllFourAreQueriedInOrderAndSent) {
 TEST_F(SwitchSettings, TheBufferIsLookedAtBeforeTheSettingsAreAskedFor) {
   const auto interact = ReadyInteract();
   interact->SetSpspState(0);
-  const Lines calls = gate().Entries();
+  const Lines calls = Gate().Entries();
   const auto data = std::find(calls.begin(), calls.end(), "CBuf::GetData()");
   const auto asked = std::find(calls.begin(), calls.end(), "CCfg::GetSpspSettings()");
   EXPECT_LT(data, asked);
@@ -35,7 +35,7 @@ class SkippingArgument : public ModuleTest, public ::testing::WithParamInterface
 TEST_P(SkippingArgument, OnlyTheOuterSwitchesAreQueriedAndTheMiddleOnesAre0) {
   const auto interact = ReadyInteract();
   interact->SetSpspState(GetParam());
-  EXPECT_EQ(gate().EntriesOf({"CSpspSettings::"}),
+  EXPECT_EQ(Gate().EntriesOf({"CSpspSettings::"}),
             (Lines{"CSpspSettings::GetSpspFlag1()", "CSpspSettings::GetSpspFlag4()"}));
   ASSERT_EQ(host.Requests().size(), 1u);
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  0c 00 00 00  11 00 00 14"), host.Requests()[0].bytes));
@@ -45,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(Values, SkippingArgument, ::testing::Values(1, 2, 0x80,
 
 TEST_F(SwitchSettings, AbsentSettingsAreReportedAndNothingIsSent) {
   const auto interact = ReadyInteract();
-  gate().GiveEmpty("CCfg::GetSpspSettings");
+  Gate().GiveEmpty("CCfg::GetSpspSettings");
   interact->SetSpspState(0);
   ASSERT_EQ(Logged().size(), 1u);
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,spsp,STDE] info=", 0), 0u) << Logged()[0];
@@ -62,9 +62,9 @@ TEST_F(SwitchSettings, WithoutAPortClientOneLineIsLogged) {
 TEST_P(SwitchSettingsFailure, IsOneLineAndNeverAnException) {
   const auto& [operation, failure] = GetParam();
   const auto interact = ReadyInteract();
-  gate().FailAt(operation, 1, failure);
+  Gate().FailAt(operation, 1, failure);
   interact->SetSpspState(0);
-  EXPECT_EQ(gate().FailedOperation(), operation);
+  EXPECT_EQ(Gate().FailedOperation(), operation);
   const std::string line = failure == Failure::kInt ? "[wdi,spsp,OTHE]" : "[wdi,spsp,STDE] info=" + MessageOf(failure);
   EXPECT_EQ(Logged(), Lines{Problem(line)});
 }
@@ -72,10 +72,10 @@ TEST_P(SwitchSettingsFailure, IsOneLineAndNeverAnException) {
 TEST_P(SwitchSettingsFailure, IsSurvivedEvenWhereTheLogFails) {
   const auto& [operation, failure] = GetParam();
   const auto interact = ReadyInteract();
-  gate().FailAt(operation, 1, failure);
-  gate().FailAlways("CLog::LogProblem", failure);
+  Gate().FailAt(operation, 1, failure);
+  Gate().FailAlways("CLog::LogProblem", failure);
   interact->SetSpspState(0);
-  EXPECT_EQ(gate().Count("CLog::LogProblem"), 1u);
+  EXPECT_EQ(Gate().Count("CLog::LogProblem"), 1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, SwitchSettingsFailure,

@@ -9,13 +9,13 @@ constexpr std::uint64_t kNoProcess = 0xFFFFFFFFFFFFFFFF;
 class SystemProcesses : public ModuleTest {
  protected:
   void AnswerValues(std::map<std::uint32_t, std::uint32_t> values) {
-    settings().process_value = [values = std::move(values)](std::uint32_t id) {
+    Settings().processValue = [values = std::move(values)](std::uint32_t id) {
       const auto found = values.find(id);
       return found != values.end() ? found->second : 0xFFFFFFFF;
     };
   }
   void AnswerProcesses(std::vector<std::uint32_t> ids) {
-    settings().processes_of_image = [ids = std::move(ids)](const std::string&) { return ids; };
+    Settings().processesOfImage = [ids = std::move(ids)](const std::string&) { return ids; };
   }
 };
 
@@ -35,19 +35,19 @@ TEST_F(SystemProcesses, TheIdIsSentAs64BitsBehindItsKind) {
 TEST_F(SystemProcesses, AnIdOfAllOnesIsSkippedSilently) {
   const auto interact = ReadyInteract();
   interact->RegisterSystemProcess(3, kNoProcess);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(SystemProcesses, NothingIsSentWhileTheConnectionIsNotReady) {
   const auto fresh = NewInteract();
   fresh->RegisterSystemProcess(2, 400);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 
   const auto stopped = ReadyInteract();
   stopped->StopInteract();
   Forget();
   stopped->RegisterSystemProcess(2, 400);
-  EXPECT_TRUE(gate().Entries().empty());
+  EXPECT_TRUE(Gate().Entries().empty());
 }
 
 TEST_F(SystemProcesses, AreRegisteredOneAtATimeFromTheRequestToTheReport) {
@@ -55,19 +55,19 @@ TEST_F(SystemProcesses, AreRegisteredOneAtATimeFromTheRequestToTheReport) {
   std::vector<std::unique_ptr<HeldUpCall>> others;
   const Lines operations{"CUtility::CreateBuffer", "CPortClient::Send", "CLog::LogProblem"};
   for (const std::string& operation : operations) {
-    gate().OnCall(operation, [&, operation] {
+    Gate().OnCall(operation, [&, operation] {
       others.push_back(std::make_unique<HeldUpCall>([&] { interact->RegisterSystemProcess(3, kNoProcess); }));
       EXPECT_FALSE(others.back()->GetsThrough()) << "while " << operation << " runs";
     });
   }
-  gate().FailAt("CPortClient::Send", 1, Failure::kInt);
+  Gate().FailAt("CPortClient::Send", 1, Failure::kInt);
   interact->RegisterSystemProcess(2, 400);
   EXPECT_EQ(others.size(), operations.size());
 }
 
 TEST_P(SystemProcessesFailure, OfTheSendingIsOneLine) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CPortClient::Send", 1, GetParam());
+  Gate().FailAt("CPortClient::Send", 1, GetParam());
   interact->RegisterSystemProcess(2, 400);
   const std::string line =
       GetParam() == Failure::kInt ? "[wdi,uxp,OTHE]" : "[wdi,uxp,STDE] info=" + MessageOf(GetParam());
@@ -76,8 +76,8 @@ TEST_P(SystemProcessesFailure, OfTheSendingIsOneLine) {
 
 TEST_P(SystemProcessesFailure, OfTheBufferAndOfTheLogIsSurvivedAndTheLockGivenUp) {
   const auto interact = ReadyInteract();
-  gate().FailAt("CUtility::CreateBuffer", 1, GetParam());
-  gate().FailAt("CLog::LogProblem", 1, GetParam());
+  Gate().FailAt("CUtility::CreateBuffer", 1, GetParam());
+  Gate().FailAt("CLog::LogProblem", 1, GetParam());
   interact->RegisterSystemProcess(2, 400);
   EXPECT_TRUE(host.Requests().empty());
   interact->RegisterSystemProcess(2, 400);
@@ -91,7 +91,7 @@ TEST_F(SystemProcesses, TheFirstInstanceWithTheValue0IsFound) {
   AnswerProcesses({700, 701, 702});
   AnswerValues({{700, 1}, {701, 0}, {702, 0}});
   EXPECT_EQ(interact->FindSystemProcessId("system32\\csrss.exe"), 701u);
-  EXPECT_EQ(gate().Entries(), (Lines{"CWinWork::SystemPath(system32\\csrss.exe)",
+  EXPECT_EQ(Gate().Entries(), (Lines{"CWinWork::SystemPath(system32\\csrss.exe)",
                                      "CWinWork::FindProcessesByImage(system-root\\system32\\csrss.exe, 0)",
                                      "CWinWork::QueryProcessValue(700, 0)", "CWinWork::QueryProcessValue(701, 0)"}));
 }
@@ -113,28 +113,28 @@ TEST_F(SystemProcesses, AnEmptyListIsNoProcess) {
   const auto interact = NewInteract();
   AnswerProcesses({});
   EXPECT_EQ(interact->FindSystemProcessId("system32\\services.exe"), kNoProcess);
-  EXPECT_EQ(gate().Count("CWinWork::QueryProcessValue"), 0u);
+  EXPECT_EQ(Gate().Count("CWinWork::QueryProcessValue"), 0u);
 }
 
 TEST_F(SystemProcesses, AnEmptyListHandleIsNoProcess) {
   const auto interact = NewInteract();
-  gate().GiveEmpty("CWinWork::FindProcessesByImage");
+  Gate().GiveEmpty("CWinWork::FindProcessesByImage");
   EXPECT_EQ(interact->FindSystemProcessId("system32\\services.exe"), kNoProcess);
 }
 
 TEST_F(SystemProcesses, TheConnectionSendsTheSecondOfTwoCsrssProcessesAndNoServicesProcess) {
-  settings().processes_of_image = [](const std::string& image) {
+  Settings().processesOfImage = [](const std::string& image) {
     return image.find("csrss") != std::string::npos ? std::vector<std::uint32_t>{600, 601}
                                                     : std::vector<std::uint32_t>{};
   };
   AnswerValues({{600, 1}, {601, 0}});
-  const auto interact = std::make_shared<CWinDriverInteract>(host.context());
+  const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
   interact->RunDriverConnection();
   const auto sent = host.RequestsOf(20);
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  14 00 00 00  02 00 00 00  59 02 00 00 00 00 00 00"),
                         sent[0].bytes));
-  EXPECT_EQ(gate().Count("CLog::LogProblem"), 0u);
+  EXPECT_EQ(Gate().Count("CLog::LogProblem"), 0u);
   Settle();
 }
 

@@ -38,9 +38,9 @@ std::size_t Find(const Lines& calls, const std::string& prefix, std::size_t from
 class SystematicFailure : public ModuleTest {
  protected:
   SystematicFailure() {
-    for (const std::string& call : kRefreshThreadsCalls) gate().LeaveOutOfCount(call);
+    for (const std::string& call : kRefreshThreadsCalls) Gate().LeaveOutOfCount(call);
   }
-  Lines CountedCalls() const { return gate().EntriesWithout(kRefreshThreadsCalls); }
+  Lines CountedCalls() const { return Gate().EntriesWithout(kRefreshThreadsCalls); }
 
   // Runs with the n-th call failing, for every n and every kind of failure; `prepare` makes what the run works on and
   // `outcome` says, by the journal of a run without a failure and the position of the failing call, what to expect.
@@ -60,11 +60,11 @@ class SystematicFailure : public ModuleTest {
                      (n <= clean.size() ? clean[n - 1] : "(none)"));
         auto subject = prepare();
         Forget();
-        gate().FailAt(n, failure);
+        Gate().FailAt(n, failure);
         if (n > clean.size()) {
           run(subject);
-          EXPECT_EQ(gate().FailedOperation(), "") << "a run without a failure made more calls than the first one";
-          gate().StopFailing();
+          EXPECT_EQ(Gate().FailedOperation(), "") << "a run without a failure made more calls than the first one";
+          Gate().StopFailing();
           continue;
         }
         const Outcome expected = outcome(clean, n - 1);
@@ -73,13 +73,13 @@ class SystematicFailure : public ModuleTest {
         } else {
           EXPECT_NO_THROW(run(subject));
         }
-        EXPECT_NE(gate().FailedOperation(), "");
+        EXPECT_NE(Gate().FailedOperation(), "");
         if (expected.kind == Outcome::Kind::kReported) {
-          EXPECT_EQ(gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(Report(expected.tag, failure))});
+          EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(Report(expected.tag, failure))});
         } else {
-          EXPECT_EQ(gate().Count("CLog::LogProblem(0x10003, [wdi,wdaokd"), 0u);
+          EXPECT_EQ(Gate().Count("CLog::LogProblem(0x10003, [wdi,wdaokd"), 0u);
         }
-        gate().StopFailing();
+        Gate().StopFailing();
       }
     }
   }
@@ -107,22 +107,22 @@ class SystematicFailure : public ModuleTest {
 // ---------------------------------------------------------------- construction
 
 TEST_F(SystematicFailure, OfAnInterfacesConstructionGoesOnAndLeavesNothingBehind) {
-  const auto contexts = host.context().use_count();
-  const auto holders = host.core().use_count();
-  FailEveryCall([] { return 0; }, [&](int) { std::make_shared<CWinDriverInteract>(host.context()); },
+  const auto contexts = host.Context().use_count();
+  const auto holders = host.Core().use_count();
+  FailEveryCall([] { return 0; }, [&](int) { std::make_shared<CWinDriverInteract>(host.Context()); },
                 [](const Lines& calls, std::size_t position) {
                   // Behind the construction stands the destructor, which swallows.
                   return position >= Find(calls, "CRecordRegistration::Withdraw") ? kSwallowed : kPropagates;
                 });
-  EXPECT_EQ(host.context().use_count(), contexts);
-  EXPECT_EQ(host.core().use_count(), holders);
+  EXPECT_EQ(host.Context().use_count(), contexts);
+  EXPECT_EQ(host.Core().use_count(), holders);
 }
 
 TEST_F(SystematicFailure, OfTheModulesConstructionGoesOnAndLeavesNothingBehind) {
-  const auto contexts = host.context().use_count();
-  FailEveryCall([] { return 0; }, [&](int) { CFenluxImpl impl(host.context()); },
+  const auto contexts = host.Context().use_count();
+  FailEveryCall([] { return 0; }, [&](int) { CFenluxImpl impl(host.Context()); },
                 [](const Lines&, std::size_t) { return kPropagates; });
-  EXPECT_EQ(host.context().use_count(), contexts);
+  EXPECT_EQ(host.Context().use_count(), contexts);
 }
 
 TEST_F(SystematicFailure, OfInitGoesOnAndPublishesNothingUnlessItsLastCallFailed) {
@@ -133,11 +133,11 @@ TEST_F(SystematicFailure, OfInitGoesOnAndPublishesNothingUnlessItsLastCallFailed
       },
       [&](int) {
         const auto expectInstance = [&] {
-          const std::string failed = gate().FailedOperation();
+          const std::string failed = Gate().FailedOperation();
           EXPECT_EQ(CFenluxImpl::Instance() != nullptr, failed.empty() || failed == "CGlobalContext::RegisterModule");
         };
         try {
-          init(&host.context());
+          init(&host.Context());
         } catch (...) {
           expectInstance();
           throw;
@@ -151,10 +151,10 @@ TEST_F(SystematicFailure, OfInitGoesOnAndPublishesNothingUnlessItsLastCallFailed
 // ---------------------------------------------------------------- the connection run
 
 TEST_F(SystematicFailure, OfTheConnectionRunIsReportedByItsOperationOrGoesOn) {
-  FailEveryCall([&] { return std::make_shared<CWinDriverInteract>(host.context()); },
+  FailEveryCall([&] { return std::make_shared<CWinDriverInteract>(host.Context()); },
                 [&](auto& interact) {
                   interact->RunDriverConnection();
-                  EXPECT_EQ(gate().Count(Event("Driver interact exit.")), 1u);
+                  EXPECT_EQ(Gate().Count(Event("Driver interact exit.")), 1u);
                 },
                 OfConnectionRun);
 }
@@ -162,18 +162,18 @@ TEST_F(SystematicFailure, OfTheConnectionRunIsReportedByItsOperationOrGoesOn) {
 TEST_F(SystematicFailure, OfEverythingFromSomeCallOfTheConnectionRunOnEndsInOrder) {
   Lines clean;
   {
-    const auto interact = std::make_shared<CWinDriverInteract>(host.context());
+    const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
     Forget();
     interact->RunDriverConnection();
     clean = CountedCalls();
   }
   for (const Failure failure : kAllFailures) {
     for (std::size_t n = 1; n <= clean.size(); ++n) {
-      const auto interact = std::make_shared<CWinDriverInteract>(host.context());
-      gate().FailFrom(n, failure);
+      const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
+      Gate().FailFrom(n, failure);
       EXPECT_TRUE(Propagates(failure, [&] { interact->RunDriverConnection(); })) << n;
       EXPECT_ANY_THROW(interact->Shutdown());
-      gate().StopFailing();
+      Gate().StopFailing();
     }
   }
 }
@@ -207,11 +207,11 @@ const Kind kKinds[] = {
 class SystematicDispatchFailure : public SystematicFailure, public ::testing::WithParamInterface<Kind> {
  protected:
   SystematicDispatchFailure() {
-    settings().measuring = true;
-    settings().identity_text_added = true;
-    settings().cache_bypassed = true;  // every query is made every time
-    settings().decision = GetParam().decision;
-    settings().context_data = [] { return Bytes{1, 2, 3}; };
+    Settings().measuring = true;
+    Settings().identityTextAdded = true;
+    Settings().cacheBypassed = true;  // every query is made every time
+    Settings().decision = GetParam().decision;
+    Settings().contextData = [] { return Bytes{1, 2, 3}; };
     interact = ReadyInteract();
     message = GetParam().message.Build();
   }
@@ -246,21 +246,21 @@ class SystematicDispatchFailure : public SystematicFailure, public ::testing::Wi
 TEST_P(SystematicDispatchFailure, AlwaysLeavesAReplyAndALineOrCostsNothing) {
   const Bytes judged = BytesOf(Dispatch());
   const Lines clean = CountedCalls();
-  ASSERT_EQ(gate().Count("CLog::LogProblem"), 0u);
+  ASSERT_EQ(Gate().Count("CLog::LogProblem"), 0u);
   for (const Failure failure : kAllFailures) {
     for (std::size_t n = 1; n <= clean.size(); ++n) {
       SCOPED_TRACE(std::string(NameOf(failure)) + " at call " + std::to_string(n) + " " + clean[n - 1]);
-      gate().FailAt(n, failure);
+      Gate().FailAt(n, failure);
       const Consequence consequence = Of(clean, n - 1);
       if (consequence == Consequence::kThrown) {
         EXPECT_TRUE(Propagates(failure, [&] { Dispatch(); }));
-        EXPECT_EQ(gate().Count("CLog::LogProblem"), 0u);
+        EXPECT_EQ(Gate().Count("CLog::LogProblem"), 0u);
         continue;
       }
       std::shared_ptr<CBuf> reply;
       ASSERT_NO_THROW(reply = Dispatch());
-      EXPECT_NE(gate().FailedOperation(), "");
-      const Lines problems = gate().EntriesOf({"CLog::LogProblem"});
+      EXPECT_NE(Gate().FailedOperation(), "");
+      const Lines problems = Gate().EntriesOf({"CLog::LogProblem"});
       switch (consequence) {
         case Consequence::kNone:
           EXPECT_TRUE(problems.empty());
@@ -283,10 +283,10 @@ TEST_P(SystematicDispatchFailure, AlwaysLeavesAReplyAndALineOrCostsNothing) {
       }
     }
   }
-  gate().FailAt(clean.size() + 1, Failure::kInt);
+  Gate().FailAt(clean.size() + 1, Failure::kInt);
   EXPECT_TRUE(SameBytes(judged, BytesOf(Dispatch())));
-  EXPECT_EQ(gate().FailedOperation(), "");
-  gate().StopFailing();
+  EXPECT_EQ(Gate().FailedOperation(), "");
+  Gate().StopFailing();
 }
 
 TEST_P(SystematicDispatchFailure, OfEverythingFromSomeCallOnStillLeavesAReply) {
@@ -295,7 +295,7 @@ TEST_P(SystematicDispatchFailure, OfEverythingFromSomeCallOnStillLeavesAReply) {
   for (const Failure failure : kAllFailures) {
     for (std::size_t n = 1; n <= clean.size(); ++n) {
       SCOPED_TRACE(std::string(NameOf(failure)) + " from call " + std::to_string(n) + " " + clean[n - 1] + " on");
-      gate().FailFrom(n, failure);
+      Gate().FailFrom(n, failure);
       const std::size_t firstReply = Find(clean, "CUtility::CreateBuffer");
       if (n - 1 <= Find(clean, "CBuf::GetData", firstReply)) {
         EXPECT_TRUE(Propagates(failure, [&] { Dispatch(); }));
@@ -306,7 +306,7 @@ TEST_P(SystematicDispatchFailure, OfEverythingFromSomeCallOnStillLeavesAReply) {
           EXPECT_TRUE(reply);
         }
       }
-      gate().StopFailing();
+      Gate().StopFailing();
     }
   }
 }
@@ -317,8 +317,8 @@ INSTANTIATE_TEST_SUITE_P(Kinds, SystematicDispatchFailure, ::testing::ValuesIn(k
 // ---------------------------------------------------------------- process information
 
 TEST_F(SystematicFailure, OfARefreshPassGoesOnAndLeavesTheCacheAsItWas) {
-  settings().running = [] { return std::set<std::uint64_t>{1, 2, 3}; };
-  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.context());
+  Settings().running = [] { return std::set<std::uint64_t>{1, 2, 3}; };
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
   info->RefreshAll();
   std::shared_ptr<const CSingleProcessInfo> first;
   FailEveryCall(
@@ -330,7 +330,7 @@ TEST_F(SystematicFailure, OfARefreshPassGoesOnAndLeavesTheCacheAsItWas) {
         try {
           info->RefreshAll();
         } catch (...) {
-          gate().StopFailing();
+          Gate().StopFailing();
           EXPECT_EQ(info->GetProcessInfo(3), first);
           throw;
         }
@@ -339,31 +339,31 @@ TEST_F(SystematicFailure, OfARefreshPassGoesOnAndLeavesTheCacheAsItWas) {
 }
 
 TEST_F(SystematicFailure, OfTheRefreshThreadNeverEndsIt) {
-  settings().refresh_interval = 1000;  // also what the thread falls back to
-  settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
+  Settings().refreshInterval = 1000;  // also what the thread falls back to
+  Settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
   std::size_t reached = 0;
   for (const Failure failure : kAllFailures) {
     for (std::size_t n = 1;; ++n) {
       FakeHost own;
-      own.settings().refresh_interval = 1000;
-      own.settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
-      const auto info = std::make_shared<CAutoRefreshProcessInfo>(own.context());
+      own.Settings().refreshInterval = 1000;
+      own.Settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
+      const auto info = std::make_shared<CAutoRefreshProcessInfo>(own.Context());
       info->RefreshAll();
       info->GetProcessInfo(1);
       info->GetProcessInfo(2);
-      clock().Reset();
-      own.gate().FailAt(n, failure);
+      Clock().Reset();
+      own.Gate().FailAt(n, failure);
       std::thread thread([&] { info->RefreshThreadMain(); });
       for (int pass = 0; pass < 2; ++pass) {
-        EXPECT_TRUE(clock().AwaitParked(1s)) << own.gate().FailedOperation();
-        clock().Advance(1s);
+        EXPECT_TRUE(Clock().AwaitParked(1s)) << own.Gate().FailedOperation();
+        Clock().Advance(1s);
       }
-      EXPECT_TRUE(clock().AwaitParked(1s));
+      EXPECT_TRUE(Clock().AwaitParked(1s));
       info->StopRefresh();
-      clock().Advance(1s);
+      Clock().Advance(1s);
       thread.join();
-      EXPECT_EQ(own.gate().Count("CLog::"), 0u);
-      if (own.gate().FailedOperation().empty()) break;
+      EXPECT_EQ(own.Gate().Count("CLog::"), 0u);
+      if (own.Gate().FailedOperation().empty()) break;
       ++reached;
     }
   }
@@ -449,15 +449,15 @@ TEST_P(SystematicOperationFailure, NeverCrashesWhereEverythingFailsFromSomeCallO
   for (const Failure failure : kAllFailures) {
     for (std::size_t n = 1; n < 100; ++n) {
       const auto interact = ReadyInteract();
-      gate().FailFrom(n, failure);
+      Gate().FailFrom(n, failure);
       bool threw = false;
       try {
         GetParam().run(*interact);
       } catch (...) {
         threw = true;
       }
-      const bool reached = !gate().FailedOperation().empty();
-      gate().StopFailing();
+      const bool reached = !Gate().FailedOperation().empty();
+      Gate().StopFailing();
       if (!reached) {
         EXPECT_FALSE(threw);
         EXPECT_GT(n, 1u);
@@ -495,7 +495,7 @@ TEST_F(SystematicFailure, OfSendingMonitorObjectsNamesTheObjectItHit) {
       interact->AddMonitorObject(false, "/x/a", 1);
       interact->AddMonitorObject(false, "/x/b", 1);
       Forget();
-      gate().FailAt(n, failure);
+      Gate().FailAt(n, failure);
       interact->SendMonitorObjects(1);
       const std::size_t position = n - 1;
       const Lines logged = Logged();
@@ -508,7 +508,7 @@ TEST_F(SystematicFailure, OfSendingMonitorObjectsNamesTheObjectItHit) {
       } else if (position <= commitSent) {
         EXPECT_EQ(logged, (Lines{Problem(Report("wdi,wdpm-2", failure)), a, b}));
       } else {
-        EXPECT_EQ(gate().Count("CLog::LogProblem"), 0u) << "a failing log or translation is swallowed";
+        EXPECT_EQ(Gate().Count("CLog::LogProblem"), 0u) << "a failing log or translation is swallowed";
       }
     }
   }
@@ -522,7 +522,7 @@ TEST_F(SystematicFailure, OfNetControlItemsIsOneCount) {
     for (std::size_t n = 1; n <= clean.size(); ++n) {
       if (OfItemList(clean, n - 1).kind != Outcome::Kind::kSwallowed) continue;
       Forget();
-      gate().FailAt(n, failure);
+      Gate().FailAt(n, failure);
       interact->AddNetControlItems(1, TwoItems());
       EXPECT_EQ(Logged(), Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=1")}) << clean[n - 1];
     }
@@ -535,9 +535,9 @@ namespace {
 class SystematicWorkerFailure : public WorkerTest {
  protected:
   SystematicWorkerFailure() {
-    for (const std::string& call : kRefreshThreadsCalls) gate().LeaveOutOfCount(call);
+    for (const std::string& call : kRefreshThreadsCalls) Gate().LeaveOutOfCount(call);
   }
-  Lines CountedCalls() const { return gate().EntriesWithout(kRefreshThreadsCalls); }
+  Lines CountedCalls() const { return Gate().EntriesWithout(kRefreshThreadsCalls); }
 };
 }  // namespace
 
@@ -549,11 +549,11 @@ TEST_F(SystematicWorkerFailure, OfTheConnectionWorkerIsReportedAndTheNextAttempt
     if (attempts == 0) {
       StartConnectionWorker();
     } else {
-      clock().Advance(600s);
+      Clock().Advance(600s);
     }
     ++attempts;
-    ASSERT_TRUE(clock().AwaitPauses(5s, attempts));
-    ASSERT_TRUE(clock().AwaitParked(5s));
+    ASSERT_TRUE(Clock().AwaitPauses(5s, attempts));
+    ASSERT_TRUE(Clock().AwaitParked(5s));
   };
   runAttempt();
   runAttempt();
@@ -570,11 +570,11 @@ TEST_F(SystematicWorkerFailure, OfTheConnectionWorkerIsReportedAndTheNextAttempt
       runAttempt();
       runAttempt();
       ASSERT_EQ(CountedCalls(), clean);
-      gate().FailAt(n, failure);
+      Gate().FailAt(n, failure);
       runAttempt();
-      EXPECT_NE(gate().FailedOperation(), "");
+      EXPECT_NE(Gate().FailedOperation(), "");
       const std::size_t position = n - 1;
-      const Lines problems = gate().EntriesOf({"CLog::LogProblem"});
+      const Lines problems = Gate().EntriesOf({"CLog::LogProblem"});
       if (position == constructed) {
         EXPECT_TRUE(problems.empty()) << "a destructor swallows";
       } else if (position < constructed) {
@@ -615,29 +615,29 @@ TEST_F(SystematicWorkerFailure, OfThePolicyWorkerIsReportedAndThePolicyAppliedAg
   const auto runPass = [&](bool endsInWait, std::size_t n, Failure failure) {
     impl->GetDriverInteract()->ClearMonitorObjects(1);  // what a failed pass had queued
     Forget();
-    if (n != 0) gate().FailAt(n, failure);
+    if (n != 0) Gate().FailAt(n, failure);
     if (waiting) {
       const auto begun = std::make_shared<Turnstile>();
-      gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+      Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
       while (begun->Arrivals() == 0) {
         impl->NotifyPolicyChanged();
         std::this_thread::yield();
       }
-      gate().NoHook("CCfgEx::GetMonitorPolicy");
+      Gate().NoHook("CCfgEx::GetMonitorPolicy");
       begun->Open();
     } else {
-      clock().Advance(1s);
+      Clock().Advance(1s);
     }
     if (endsInWait) {
-      ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+      ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
     } else {
-      ASSERT_TRUE(clock().AwaitParked(1s));
+      ASSERT_TRUE(Clock().AwaitParked(1s));
     }
     waiting = endsInWait;
   };
 
   StartPolicyWorker();
-  ASSERT_TRUE(gate().AwaitCount(kLastCall, 1));
+  ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   waiting = true;
   runPass(true, 0, {});
   const Lines clean = CountedCalls();
@@ -650,8 +650,8 @@ TEST_F(SystematicWorkerFailure, OfThePolicyWorkerIsReportedAndThePolicyAppliedAg
       const bool swallowed = n - 1 >= sending && n - 1 <= sent;
       runPass(swallowed, n, failure);
       if (::testing::Test::HasFatalFailure()) return;
-      EXPECT_NE(gate().FailedOperation(), "");
-      const Lines problems = gate().EntriesOf({"CLog::LogProblem"});
+      EXPECT_NE(Gate().FailedOperation(), "");
+      const Lines problems = Gate().EntriesOf({"CLog::LogProblem"});
       if (!swallowed) {
         ++reported;
         ASSERT_FALSE(problems.empty());

@@ -8,11 +8,11 @@ namespace fenlux::testing {
 
 class WorkerTest : public ModuleTest {
  protected:
-  WorkerTest() : impl(Keep(std::make_shared<CFenluxImpl>(host.context()))) { Forget(); }
+  WorkerTest() : impl(Keep(std::make_shared<CFenluxImpl>(host.Context()))) { Forget(); }
   ~WorkerTest() override {
-    gate().StopFailing();
-    gate().NoHooks();
-    clock().Reset();  // whoever is parked stays so
+    Gate().StopFailing();
+    Gate().NoHooks();
+    Clock().Reset();  // whoever is parked stays so
   }
 
   void StartConnectionWorker() {
@@ -23,9 +23,9 @@ class WorkerTest : public ModuleTest {
   }
   // A connection worker whose connection stands, and a journal that is empty again.
   void Connect() {
-    settings().wait_blocks = true;
+    Settings().waitBlocks = true;
     StartConnectionWorker();
-    ASSERT_TRUE(gate().AwaitCount("CPortClient::Wait", 1));
+    ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
     Settle();
   }
   // The report of a failure at a host call, as the inner and the outer handler of the connection worker write it.
