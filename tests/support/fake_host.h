@@ -58,11 +58,11 @@ struct HostSettings {
   std::atomic<bool> clientTypeFlag{false};
   std::atomic<bool> monitorObjectFlag{true};
   // CWinWork
-  std::function<std::uint32_t(std::uint32_t)> processValue;                         // empty: 0
-  std::function<std::string(std::uint32_t)> narrowText;                             // empty: "narrow-<id>"
-  std::function<std::wstring(std::uint32_t)> wideText;                              // empty: L"wide-<id>"
+  std::function<std::uint32_t(std::uint32_t)> processValue;                        // empty: 0
+  std::function<std::string(std::uint32_t)> narrowText;                            // empty: "narrow-<id>"
+  std::function<std::wstring(std::uint32_t)> wideText;                             // empty: L"wide-<id>"
   std::function<std::vector<std::uint32_t>(const std::string&)> processesOfImage;  // image name; empty: {400}, {500}
-  std::function<std::set<std::uint64_t>()> running;                                  // empty: none
+  std::function<std::set<std::uint64_t>()> running;                                // empty: none
   std::string identityText = "S-1-5-18";
   // CArpRecord, read when a record is made
   std::function<std::optional<Bytes>()> contextData;     // empty: no context data
@@ -96,17 +96,17 @@ struct HostCore {
   std::mutex mutex;
   std::vector<std::optional<boost::filesystem::path>> policy;  // guarded by mutex
   std::vector<SentRequest> requests;                           // guarded by mutex
-  std::vector<Bytes> connectContexts;                         // guarded by mutex
+  std::vector<Bytes> connectContexts;                          // guarded by mutex
   std::vector<const void*> identities;                         // what GetIdentityText was given; guarded by mutex
   std::weak_ptr<CFenlux> module;                               // what RegisterModule was given last; guarded by mutex
-  std::weak_ptr<MonitorPolicy> givenPolicy;                   // by GetMonitorPolicy, last; guarded by mutex
+  std::weak_ptr<MonitorPolicy> givenPolicy;                    // by GetMonitorPolicy, last; guarded by mutex
 };
 
 // What services make, and tests look at afterwards.
 struct HostProducts {
   std::mutex mutex;
   std::vector<std::shared_ptr<FakePortClient>> portClients;  // guarded by mutex
-  std::vector<std::shared_ptr<FakeArpRecord>> records;        // guarded by mutex
+  std::vector<std::shared_ptr<FakeArpRecord>> records;       // guarded by mutex
 };
 
 class FakeBuf final : public CBuf {

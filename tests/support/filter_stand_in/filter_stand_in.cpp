@@ -61,8 +61,8 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
     version = 19072701;
     answerSize = records::kRequestSize;
     connects = badConnects = replies = strayReplies = 0;
-    name.clear();
-    context.clear();
+    requestedName.clear();
+    connectContext.clear();
     requests.clear();
     changed.notify_all();
   }
@@ -95,7 +95,7 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   void EndPort(const std::shared_ptr<Port>& port);
 
   // The port that messages go to; empty where none is open. With the lock held.
-  std::shared_ptr<Port> Newest() const { return port != nullptr && !port->ended ? port : nullptr; }
+  std::shared_ptr<Port> Newest() const { return newestPort != nullptr && !newestPort->ended ? newestPort : nullptr; }
 
   // All guarded by the lock.
   HRESULT connectResult = S_OK, replyResult = S_OK, sendResult = S_OK;
@@ -106,10 +106,10 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   std::uint64_t held = 0;
   std::uint32_t version = 19072701, answerSize = records::kRequestSize;
   std::uint64_t connects = 0, badConnects = 0, replies = 0, strayReplies = 0;
-  std::wstring name;
-  std::vector<std::uint8_t> context;
+  std::wstring requestedName;
+  std::vector<std::uint8_t> connectContext;
   std::vector<std::vector<std::uint8_t>> requests;
-  std::shared_ptr<Port> port;
+  std::shared_ptr<Port> newestPort;
   std::uint64_t pipes = 0, messages = 0;
   std::map<std::uint64_t, std::pair<std::shared_ptr<Port>, Waiter>> waiters;
 
@@ -129,19 +129,19 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
   std::wstring pipeName;
   {
     std::unique_lock lock(mutex);
-    name = name;
+    requestedName = name;
     const auto* bytes = static_cast<const std::uint8_t*>(context);
-    context.assign(bytes, bytes + contextSize);
+    connectContext.assign(bytes, bytes + contextSize);
     ++held;
     changed.notify_all();
     changed.wait(lock, [this] { return !holdConnects; });
     --held;
     if (FAILED(connectResult)) return connectResult;
-    if (name != records::kPortName) {
+    if (requestedName != records::kPortName) {
       ++badConnects;
       return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     }
-    if (!IsModulesContext(context)) {
+    if (!IsModulesContext(connectContext)) {
       ++badConnects;
       return E_ACCESSDENIED;
     }
@@ -165,7 +165,7 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
   std::thread([self = shared_from_this(), port] { self->Watch(port); }).detach();
   const std::lock_guard lock(mutex);
   ++connects;
-  port = port;
+  newestPort = port;
   receptions.clear();
   changed.notify_all();
   *handle = client;
@@ -191,7 +191,7 @@ void FilterStandIn::Body::EndPort(const std::shared_ptr<Port>& port) {
   ::CancelIoEx(port->server, nullptr);
   ::DisconnectNamedPipe(port->server);
   const std::lock_guard lock(mutex);
-  if (port == port) port.reset();
+  if (newestPort == port) newestPort.reset();
   changed.notify_all();
 }
 
@@ -247,7 +247,7 @@ HRESULT FilterStandIn::Body::Receive(HANDLE handle, void* message, std::uint32_t
   // Under the lock, as a message that is there at once may end the operation before this call does.
   const std::lock_guard lock(mutex);
   const DWORD error = ::ReadFile(handle, message, size, nullptr, operation) ? ERROR_SUCCESS : ::GetLastError();
-  if (port != nullptr && port->client == handle && (error == ERROR_SUCCESS || error == ERROR_IO_PENDING)) {
+  if (newestPort != nullptr && newestPort->client == handle && (error == ERROR_SUCCESS || error == ERROR_IO_PENDING)) {
     receptions[operation] = size;
   }
   return HRESULT_FROM_WIN32(error);
@@ -347,86 +347,86 @@ FilterStandIn::~FilterStandIn() = default;
 
 void FilterStandIn::Reset() { body->Reset(); }
 void FilterStandIn::FailConnects(HRESULT result) {
-  body->Set([&](Body& body) { body.connectResult = result; });
+  body->Set([&](Body& state) { state.connectResult = result; });
 }
 void FilterStandIn::FailReplies(HRESULT result, std::uint64_t count) {
-  body->Set([&](Body& body) {
-    body.replyResult = result;
-    body.failingReplies = count;
+  body->Set([&](Body& state) {
+    state.replyResult = result;
+    state.failingReplies = count;
   });
 }
 void FilterStandIn::FailSends(HRESULT result) {
-  body->Set([&](Body& body) { body.sendResult = result; });
+  body->Set([&](Body& state) { state.sendResult = result; });
 }
 void FilterStandIn::HoldConnects() {
-  body->Set([](Body& body) { body.holdConnects = true; });
+  body->Set([](Body& state) { state.holdConnects = true; });
 }
 void FilterStandIn::HoldSends() {
-  body->Set([](Body& body) { body.holdSends = true; });
+  body->Set([](Body& state) { state.holdSends = true; });
 }
 void FilterStandIn::HoldSendsUntilCancelled() {
-  body->Set([](Body& body) {
-    body.holdSends = false;
-    body.holdSendsInPort = true;
+  body->Set([](Body& state) {
+    state.holdSends = false;
+    state.holdSendsInPort = true;
   });
 }
 void FilterStandIn::Release() { body->Release(); }
 bool FilterStandIn::AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit) {
-  return body->Await([&](Body& body) { return body.held >= count; }, limit);
+  return body->Await([&](Body& state) { return state.held >= count; }, limit);
 }
 void FilterStandIn::SetVersion(std::uint32_t version, std::uint32_t answerSize) {
-  body->Set([&](Body& body) {
-    body.version = version;
-    body.answerSize = answerSize;
+  body->Set([&](Body& state) {
+    state.version = version;
+    state.answerSize = answerSize;
   });
 }
 bool FilterStandIn::AwaitPort(std::chrono::milliseconds limit) {
-  return body->Await([](Body& body) { return body.Newest() != nullptr; }, limit);
+  return body->Await([](Body& state) { return state.Newest() != nullptr; }, limit);
 }
 bool FilterStandIn::PortOpen() {
-  return body->Get([](Body& body) { return body.Newest() != nullptr; });
+  return body->Get([](Body& state) { return state.Newest() != nullptr; });
 }
 StandInAnswer FilterStandIn::Deliver(const std::vector<std::uint8_t>& message, std::uint32_t replyRoom,
                                      std::chrono::milliseconds limit) {
   return body->Deliver(message, replyRoom, limit);
 }
 bool FilterStandIn::DeliverRaw(const std::vector<std::uint8_t>& bytes) {
-  const auto port = body->Get([](Body& body) { return body.Newest(); });
+  const auto port = body->Get([](Body& state) { return state.Newest(); });
   return port != nullptr && body->Write(port, bytes);
 }
 void FilterStandIn::Drop() {
-  const auto port = body->Get([](Body& body) { return body.Newest(); });
+  const auto port = body->Get([](Body& state) { return state.Newest(); });
   if (port != nullptr) body->EndPort(port);
 }
 std::vector<std::uint32_t> FilterStandIn::PendingReceptions() {
-  return body->Get([](Body& body) {
+  return body->Get([](Body& state) {
     std::vector<std::uint32_t> sizes;
-    for (const auto& [operation, size] : body.receptions) {
+    for (const auto& [operation, size] : state.receptions) {
       if (!HasOverlappedIoCompleted(operation)) sizes.push_back(size);
     }
     return sizes;
   });
 }
 std::uint64_t FilterStandIn::Connects() {
-  return body->Get([](Body& body) { return body.connects; });
+  return body->Get([](Body& state) { return state.connects; });
 }
 std::uint64_t FilterStandIn::BadConnects() {
-  return body->Get([](Body& body) { return body.badConnects; });
+  return body->Get([](Body& state) { return state.badConnects; });
 }
 std::wstring FilterStandIn::PortName() {
-  return body->Get([](Body& body) { return body.name; });
+  return body->Get([](Body& state) { return state.requestedName; });
 }
 std::vector<std::uint8_t> FilterStandIn::ConnectContext() {
-  return body->Get([](Body& body) { return body.context; });
+  return body->Get([](Body& state) { return state.connectContext; });
 }
 std::vector<std::vector<std::uint8_t>> FilterStandIn::Requests() {
-  return body->Get([](Body& body) { return body.requests; });
+  return body->Get([](Body& state) { return state.requests; });
 }
 std::uint64_t FilterStandIn::Replies() {
-  return body->Get([](Body& body) { return body.replies; });
+  return body->Get([](Body& state) { return state.replies; });
 }
 std::uint64_t FilterStandIn::RepliesWithoutWaiter() {
-  return body->Get([](Body& body) { return body.strayReplies; });
+  return body->Get([](Body& state) { return state.strayReplies; });
 }
 HRESULT FilterStandIn::Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* port) {
   return body->Connect(name, context, contextSize, port);

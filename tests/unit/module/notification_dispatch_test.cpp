@@ -10,7 +10,7 @@ class NotificationDispatchFailure : public NotificationTest, public ::testing::W
 // Context data that claims a size that nobody has to provide.
 class StatedSizeBuf final : public CBuf {
  public:
-  explicit StatedSizeBuf(std::uint64_t size) : size(static_cast<std::size_t>(size)) {}
+  explicit StatedSizeBuf(std::uint64_t statedSize) : size(static_cast<std::size_t>(statedSize)) {}
   std::uint8_t* GetData() override { return &byte; }
   std::size_t GetSize() override { return size; }
 

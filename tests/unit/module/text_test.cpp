@@ -5,7 +5,7 @@
 
 #include "common/exception_report.h"
 #include "common/text.h"
-#include "common/wideText.h"
+#include "common/wide_text.h"
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
