@@ -75,7 +75,7 @@ TEST(Policy, ABadFileIsRefusedWithEveryErrorAndTheOldOneStays) {
   const std::string file = scene.Write("host.toml", "[policy]\ndirectories = [1]\n[judging]\ndefault = 2\n");
   host.Signal(SIGHUP);
   const std::string title = "[host] The changed configuration is refused, the old one stays in force: ";
-  EXPECT_TRUE(host.WaitForError(title + file + ":2:16: policy.directories[0]: must be a text\n"));
+  EXPECT_TRUE(host.WaitForError(title + file + ":2:16: policy.directories[0]: must be a string\n"));
   EXPECT_TRUE(host.WaitForError(title + file + ":4:1: judging.default: is not a known key\n"));
   const Outcome reload = scene.Control({"reload"});
   EXPECT_EQ(reload.code, 1);

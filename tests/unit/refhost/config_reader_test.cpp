@@ -1,4 +1,4 @@
-// Every getter, every kind of error with its place, and that all of a file's errors are told.
+// Every getter, every kind of error with its place, and that all errors of a file are reported.
 #include "refhost/base/config/config_reader.h"
 
 #include <gtest/gtest.h>
@@ -6,8 +6,8 @@
 #include <cstdlib>
 
 #include "refhost/base/platform/own_process.h"
-#include "tests/unit/refhost/set_environment.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/unit/refhost/set_environment.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -22,7 +22,7 @@ struct Parsed {
   ConfigTable root = document.Root();
 };
 
-TEST(ConfigReader, GivesTheValuesOfTheFile) {
+TEST(ConfigReader, ReturnsTheValuesOfTheFile) {
   Parsed parsed(
       "flag = true\nnumber = -3\nreal = 2.5\ntext = 'a'\ntexts = ['x', 'y']\nnumbers = [1, 2]\n"
       "[inner]\ndeep = 7\n[[many]]\nn = 1\n[[many]]\nn = 2\n");
@@ -42,13 +42,13 @@ TEST(ConfigReader, GivesTheValuesOfTheFile) {
   EXPECT_EQ(parsed.errors.Text(), "");
 }
 
-TEST(ConfigReader, GivesTheDefaultsOfAbsentKeysWithoutAnError) {
+TEST(ConfigReader, ReturnsDefaultsForAbsentKeysWithoutAnError) {
   Parsed parsed("");
   EXPECT_TRUE(parsed.root.Boolean("flag", true));
   EXPECT_EQ(parsed.root.Integer("number", 9), 9);
   EXPECT_EQ(parsed.root.Unsigned("unsigned", 8), 8U);
   EXPECT_DOUBLE_EQ(parsed.root.Number("real", 1.5), 1.5);
-  EXPECT_EQ(parsed.root.Text("text", "standard"), "standard");
+  EXPECT_EQ(parsed.root.Text("text", "default"), "default");
   EXPECT_TRUE(parsed.root.Texts("texts").empty());
   EXPECT_TRUE(parsed.root.Path("path").empty());
   EXPECT_FALSE(parsed.root.Table("inner").Present());
@@ -58,7 +58,7 @@ TEST(ConfigReader, GivesTheDefaultsOfAbsentKeysWithoutAnError) {
   EXPECT_TRUE(parsed.errors.Empty());
 }
 
-TEST(ConfigReader, TellsEveryErrorWithItsPlaceInTheOrderOfTheFile) {
+TEST(ConfigReader, ReportsEveryErrorWithItsPlaceInFileOrder) {
   Parsed parsed(
       "number = 'x'\n"
       "range = 12\n"
@@ -82,7 +82,7 @@ TEST(ConfigReader, TellsEveryErrorWithItsPlaceInTheOrderOfTheFile) {
             "dir/a.toml:7:10: many[0].choice: must be one of red, green, not \"blue\"\n");
 }
 
-TEST(ConfigReader, GivesTheDefaultInPlaceOfABadValue) {
+TEST(ConfigReader, ReturnsTheDefaultForABadValue) {
   Parsed parsed("a = 'x'\nb = 99\nc = 1\nd = -1\n");
   EXPECT_EQ(parsed.root.Integer("a", 5), 5);
   EXPECT_EQ(parsed.root.Integer("b", 5, 1, 10), 5);
@@ -91,7 +91,7 @@ TEST(ConfigReader, GivesTheDefaultInPlaceOfABadValue) {
   EXPECT_EQ(parsed.errors.Sorted().size(), 4U);
 }
 
-TEST(ConfigReader, SaysWhichBoundANumberBreaks) {
+TEST(ConfigReader, ReportsTheViolatedBound) {
   Parsed parsed("a = 0\nb = 1.5\nc = nan\n");
   parsed.root.Integer("a", 5, 1);
   parsed.root.Number("b", 0, -1, 1);
@@ -102,18 +102,18 @@ TEST(ConfigReader, SaysWhichBoundANumberBreaks) {
             "dir/a.toml:3:5: c: must be at least 0, not nan\n");
 }
 
-TEST(ConfigReader, TellsBadElementsByTheirIndexAndKeepsTheOthers) {
+TEST(ConfigReader, ReportsBadElementsByIndexAndKeepsTheOthers) {
   Parsed parsed("texts = ['x', 3, 'z']\nnumbers = [1, 'two', 3]\nlist = 1\n");
   EXPECT_EQ(parsed.root.Texts("texts"), (std::vector<std::string>{"x", "z"}));
   EXPECT_EQ(parsed.root.Integers("numbers"), (std::vector<std::int64_t>{1, 3}));
   EXPECT_TRUE(parsed.root.Texts("list").empty());
   EXPECT_EQ(parsed.errors.Text(),
-            "dir/a.toml:1:15: texts[1]: must be a text\n"
+            "dir/a.toml:1:15: texts[1]: must be a string\n"
             "dir/a.toml:2:15: numbers[1]: must be an integer\n"
-            "dir/a.toml:3:8: list: must be a list of texts\n");
+            "dir/a.toml:3:8: list: must be an array of strings\n");
 }
 
-TEST(ConfigReader, TellsASyntaxErrorAndNothingElseOfTheFile) {
+TEST(ConfigReader, ReportsOnlyTheSyntaxErrorOfAFile) {
   Parsed parsed("a = 1\nb = = 2\n");
   EXPECT_FALSE(parsed.document.Parsed());
   parsed.root.RequiredText("name");
@@ -125,7 +125,43 @@ TEST(ConfigReader, TellsASyntaxErrorAndNothingElseOfTheFile) {
   EXPECT_FALSE(errors[0].reason.empty());
 }
 
-TEST(ConfigReader, TellsAFileThatCannotBeRead) {
+TEST(ConfigReader, ReportsCharactersThatAreAllowedInStringsAndCommentsOnly) {
+  const std::string reason = ": (syntax): only printable ASCII characters are allowed outside strings and comments\n";
+  for (const auto& [text, place] :
+       std::vector<std::pair<std::string, std::string>>{{"\xC3\xA9 = 1\n", "1:1"},
+                                                        {"a = 1\nport = 1 \xCB\xBF\n", "2:10"},
+                                                        {"a = '\xC3\xA9' \xC3\xA9\n", "1:9"},
+                                                        {"\xEF\xBB\xBF"
+                                                         "a = \"\\\"\"\xC3\xA9\n",
+                                                         "1:9"},
+                                                        {"a = \"\"\"x\n\"\"\"\"\"\xE2\x82\xAC", "2:6"},
+                                                        {"a = '' \xC2\xA0", "1:8"},
+                                                        {"[\x01]\n", "1:2"},
+                                                        {"a = 1 # \xC3\xA9\n\x7F", "2:1"},
+                                                        {"\xFF", "1:1"}}) {
+    Parsed parsed(text);
+    EXPECT_FALSE(parsed.document.Parsed());
+    EXPECT_EQ(parsed.errors.Text(), "dir/a.toml:" + place + reason) << text;
+  }
+}
+
+TEST(ConfigReader, AcceptsAnyLettersInStringsAndComments) {
+  Parsed parsed(
+      "\xEF\xBB\xBF# \xC3\xA9 '\n"
+      "a = \"\xC3\xA9\\\"\xC3\xA9\"\n"
+      "'\xC3\xA9' = '\xE2\x82\xAC\\'\r\n"
+      "b = \"\"\"\"\xC3\xA9\"\"\xC3\xA9\n\\\"\"\"\xC3\xA9\"\"\"\n"
+      "c = \'\'\'\xC3\xA9\'\n\xC3\xA9\'\'\'\'\n"
+      "d = \"\"\t# \xC3\xA9\n");
+  EXPECT_EQ(parsed.root.Text("a", ""), "\xC3\xA9\"\xC3\xA9");
+  EXPECT_EQ(parsed.root.Text("\xC3\xA9", ""), "\xE2\x82\xAC\\");
+  EXPECT_EQ(parsed.root.Text("b", ""), "\"\xC3\xA9\"\"\xC3\xA9\n\"\"\"\xC3\xA9");
+  EXPECT_EQ(parsed.root.Text("c", ""), "\xC3\xA9\'\n\xC3\xA9\'");
+  EXPECT_EQ(parsed.root.Text("d", "none"), "");
+  EXPECT_EQ(parsed.errors.Text(), "");
+}
+
+TEST(ConfigReader, ReportsAFileThatCannotBeRead) {
   ConfigErrors errors;
   const ConfigDocument document(boost::filesystem::path("no/such/file.toml"), errors);
   document.Root().RequiredText("name");
@@ -133,7 +169,7 @@ TEST(ConfigReader, TellsAFileThatCannotBeRead) {
   EXPECT_EQ(errors.Text(), "no/such/file.toml:1:1: (file): cannot be read\n");
 }
 
-TEST(ConfigReader, TellsADirectoryInPlaceOfAFile) {
+TEST(ConfigReader, ReportsADirectoryAsUnreadable) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   const ConfigDocument document(directory.Path(), errors);
@@ -141,7 +177,7 @@ TEST(ConfigReader, TellsADirectoryInPlaceOfAFile) {
   EXPECT_EQ(errors.Text(), directory.Path().string() + ":1:1: (file): cannot be read\n");
 }
 
-TEST(ConfigReader, TakesATableTwiceAsOneView) {
+TEST(ConfigReader, SharesTheStateOfATableTakenTwice) {
   Parsed parsed("[t]\na = 1\nb = 2\nc = 3\n");
   parsed.root.Table("t").Integer("a", 0);
   parsed.root.Table("t").Integer("b", 0);
@@ -149,7 +185,7 @@ TEST(ConfigReader, TakesATableTwiceAsOneView) {
   EXPECT_EQ(parsed.errors.Text(), "dir/a.toml:4:1: t.c: is not a known key\n");
 }
 
-TEST(ConfigReader, ReportsWhatOnlyTheReaderSees) {
+TEST(ConfigReader, PlacesReportsOfTheCaller) {
   Parsed parsed("[t]\na = 1\n");
   parsed.root.Table("t").Report("a", "is odd");
   parsed.root.Table("t").Report("", "is not enough");
@@ -160,7 +196,7 @@ TEST(ConfigReader, ReportsWhatOnlyTheReaderSees) {
             "dir/a.toml:2:5: t.a: is odd\n");
 }
 
-TEST(ConfigReader, StartsRelativePathsAtTheDirectoryOfTheFile) {
+TEST(ConfigReader, ResolvesRelativePathsAgainstTheDirectoryOfTheFile) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   const ConfigDocument document("a = 'x/../y'\nb = '/abs/./z'\nc = '.'\nd = ''\n", directory.Path() / "f.toml", errors);
@@ -172,7 +208,7 @@ TEST(ConfigReader, StartsRelativePathsAtTheDirectoryOfTheFile) {
   EXPECT_EQ(errors.Text(), (directory.Path() / "f.toml").string() + ":4:5: d: must not be empty\n");
 }
 
-TEST(ConfigReader, ReplacesEnvironmentVariablesInPathsAndTellsUnsetOnes) {
+TEST(ConfigReader, ReplacesEnvironmentVariablesAndReportsUnsetOnes) {
   testing::SetEnvironmentText("FENLUX_TEST_DIRECTORY", "/some/where");
   testing::UnsetEnvironmentText("FENLUX_TEST_UNSET");
   Parsed parsed(
@@ -184,18 +220,18 @@ TEST(ConfigReader, ReplacesEnvironmentVariablesInPathsAndTellsUnsetOnes) {
   EXPECT_EQ(parsed.root.Paths("paths"), std::vector<boost::filesystem::path>{testing::Rooted("/p")});
   EXPECT_EQ(parsed.root.ExpandedText("t", ""), "see /some/where!");
   EXPECT_EQ(parsed.errors.Text(),
-            "dir/a.toml:2:5: b: names the environment variable FENLUX_TEST_UNSET, which is not set\n"
-            "dir/a.toml:3:5: c: has a \"${\" without its \"}\"\n"
-            "dir/a.toml:4:16: paths[1]: names the environment variable FENLUX_TEST_UNSET, which is not set\n");
+            "dir/a.toml:2:5: b: refers to the environment variable FENLUX_TEST_UNSET, which is not set\n"
+            "dir/a.toml:3:5: c: has \"${\" without \"}\"\n"
+            "dir/a.toml:4:16: paths[1]: refers to the environment variable FENLUX_TEST_UNSET, which is not set\n");
 }
 
-TEST(ConfigReader, KnowsWhereTheRunningProgramLies) {
+TEST(ConfigReader, ReplacesThePathOfTheRunningProgram) {
   Parsed parsed("a = '${FENLUX_HOST_PROGRAM}'\n");
   EXPECT_EQ(parsed.root.Path("a"), OwnProgramPath());
   EXPECT_EQ(parsed.errors.Text(), "");
 }
 
-TEST(ConfigReader, FinishesOnce) {
+TEST(ConfigReader, ReportsUnknownKeysOnce) {
   Parsed parsed("a = 1\n");
   parsed.root.Finish();
   parsed.root.Finish();

@@ -34,7 +34,7 @@ TEST(LocaleService, ItsTableTakesTextsOnly) {
   const ConfigDocument document("'a' = 'b'\n'c' = 3\n", "t.toml", errors);
   const Translations translations = ReadTranslations(document.Root());
   EXPECT_EQ(translations.at("a"), "b");
-  EXPECT_EQ(errors.Text(), "t.toml:2:7: c: must be a text\n");
+  EXPECT_EQ(errors.Text(), "t.toml:2:7: c: must be a string\n");
 }
 
 }  // namespace

@@ -102,7 +102,7 @@ TEST(WorkService, ReadsItsImages) {
   const ConfigDocument document("'system32\\a.exe' = '/x/a'\n'b' = 1\n", "c.toml", errors);
   const SystemImages images = ReadSystemImages(document.Root());
   EXPECT_EQ(images.at("system32\\a.exe"), "/x/a");
-  EXPECT_EQ(errors.Text(), "c.toml:2:7: b: must be a text\n");
+  EXPECT_EQ(errors.Text(), "c.toml:2:7: b: must be a string\n");
 }
 
 }  // namespace

@@ -1,0 +1,23 @@
+// A check of TOML text before the library parses it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace fenlux::refhost {
+
+// Both count from 1; columns are characters.
+struct TextPlace {
+  std::uint32_t line = 1;
+  std::uint32_t column = 1;
+
+  bool operator==(const TextPlace&) const = default;
+};
+
+// The first character outside strings and comments that is neither printable ASCII, a tab, nor a line end. TOML allows
+// none there. The check comes first because the library's parser has undefined behaviour for some of them: it assumes
+// that they cannot occur.
+std::optional<TextPlace> FindStrayCharacter(std::string_view text);
+
+}  // namespace fenlux::refhost
