@@ -1,9 +1,9 @@
 // A shared handle that one thread replaces while others read it.
 #pragma once
 
-#include <atomic>
 #include <memory>
-#include <utility>
+
+#include "common/mutex.h"
 
 namespace fenlux {
 
@@ -11,13 +11,20 @@ namespace fenlux {
 template <class T>
 class AtomicHandle {
  public:
-  std::shared_ptr<T> Load() const { return std::atomic_load(&handle); }
-  void Store(std::shared_ptr<T> replacement) { std::atomic_store(&handle, std::move(replacement)); }
+  std::shared_ptr<T> Load() const {
+    const MutexLock lock(mutex);
+    return handle;
+  }
+
+  // The previous object is released after the mutex, so nothing of the host runs while the mutex is held.
+  void Store(std::shared_ptr<T> replacement) {
+    const MutexLock lock(mutex);
+    handle.swap(replacement);
+  }
 
  private:
-  // The free functions, and not std::atomic<std::shared_ptr>: the latter's reads and writes are invisible to the thread
-  // sanitizer in the compilers that we build with.
-  std::shared_ptr<T> handle;
+  mutable Mutex mutex;
+  std::shared_ptr<T> handle FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux

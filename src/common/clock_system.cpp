@@ -1,7 +1,8 @@
-// Time as the operating system tells it.
+// Time as the operating system reports it.
 #include <thread>
 
 #include "common/clock.h"
+#include "common/wall_clock_pause.h"
 
 namespace fenlux::clock {
 
@@ -14,7 +15,9 @@ void PauseUntilWallClock(std::chrono::milliseconds interval) {
     std::this_thread::yield();
     return;
   }
-  std::this_thread::sleep_until(std::chrono::system_clock::now() + interval);
+  WaitForWallClock(
+      interval, [] { return std::chrono::system_clock::now(); },
+      [](auto duration) { std::this_thread::sleep_for(duration); });
 }
 
 }  // namespace fenlux::clock

@@ -1,4 +1,4 @@
-// One reporter for every guarded region: rethrow what is being handled, and describe it by its kind.
+// Rethrows the exception being handled and describes it by its kind.
 #include "common/exception_report.h"
 
 #include <Poco/Exception.h>
@@ -17,12 +17,15 @@ std::string Opening(std::string_view tag, std::string_view rest) {
   return line;
 }
 
+// A description may be null: an exception's what() is virtual and may return anything.
+std::string_view TextOrEmpty(const char* text) { return text != nullptr ? std::string_view(text) : std::string_view(); }
+
 std::string ConvertedMessage(const boost::system::error_code& code, const MessageConverter& convert) {
   std::string message = code.message();
   try {
     return convert(message);
   } catch (...) {
-    return message;  // a line with the raw message beats no line
+    return message;  // a report with the original message is better than none
   }
 }
 
@@ -32,7 +35,7 @@ std::string ReportCurrentException(std::string_view tag, std::string_view otherT
   try {
     throw;
   } catch (const std::exception& error) {
-    return Opening(tag, ",STDE] info=").append(error.what());
+    return Opening(tag, ",STDE] info=").append(TextOrEmpty(error.what()));
   } catch (...) {
     return Opening(otherTag.empty() ? tag : otherTag, ",OTHE]");
   }
@@ -47,7 +50,7 @@ std::string ReportCurrentExceptionByKind(std::string_view tag, const MessageConv
     return line.append(",info=").append(error.displayText());
   } catch (const boost::system::system_error& error) {
     std::string line = Opening(tag, ",BSTE] code=");
-    line.append(error.code().category().name()).append(":");
+    line.append(TextOrEmpty(error.code().category().name())).append(":");
     AppendDecimal(line, error.code().value());
     return line.append(",info=").append(ConvertedMessage(error.code(), convert));
   } catch (...) {

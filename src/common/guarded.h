@@ -1,4 +1,4 @@
-// Two ways to go on after a failure: forget it, or finish first and then let it go on.
+// Helpers for ignoring an exception, and for deferring one until all steps have run.
 #pragma once
 
 #include <exception>
@@ -6,16 +6,16 @@
 
 namespace fenlux {
 
-// Runs a step whose failure must not matter: nothing leaves it.
+// Runs a step and ignores its exceptions.
 template <class Step>
 void Quietly(Step&& step) noexcept {
   try {
     std::forward<Step>(step)();
-  } catch (...) {  // by intent: the caller has nothing left to do about it
+  } catch (...) {  // Ignored: the caller cannot do anything about it.
   }
 }
 
-// Runs steps that must all be tried, and remembers the first failure among them.
+// Runs steps that must all be tried, and keeps the first exception.
 class AllSteps {
  public:
   template <class Step>
@@ -27,7 +27,7 @@ class AllSteps {
     }
   }
 
-  // Lets the first failure go on, if there was one.
+  // Rethrows the first exception, if there was one.
   void Finish() const {
     if (first) std::rethrow_exception(first);
   }

@@ -16,7 +16,7 @@ class FENLUX_CAPABILITY("mutex") Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
-  // For std::unique_lock, where a thread tries the lock and does not wait for it.
+  // For a try-lock with std::unique_lock; the analysis does not see it.
   std::mutex& Native() { return native; }
 
  private:

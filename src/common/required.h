@@ -1,4 +1,4 @@
-// A handle that must not be empty.
+// Check for handles that must not be empty.
 #pragma once
 
 #include <memory>
@@ -6,7 +6,7 @@
 
 namespace fenlux {
 
-// The handle itself; throws std::runtime_error with the given message where it is empty.
+// Returns the handle; throws std::runtime_error with the given message if it is empty.
 template <class T>
 std::shared_ptr<T> Required(std::shared_ptr<T> handle, const char* messageIfEmpty) {
   if (!handle) throw std::runtime_error(messageIfEmpty);

@@ -1,4 +1,4 @@
-// Numbers in log lines: decimal, whatever locale the process runs in.
+// Numbers in log lines: plain decimal digits in any locale.
 #pragma once
 
 #include <charconv>

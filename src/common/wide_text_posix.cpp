@@ -1,4 +1,4 @@
-// Wide text of 32 bits; paths are UTF-8.
+// Wide text of 32-bit characters; paths are UTF-8.
 #include <boost/filesystem/detail/utf8_codecvt_facet.hpp>
 
 #include "common/utf16_units.h"
@@ -49,6 +49,6 @@ std::wstring WideFromUtf16(const std::uint8_t* bytes, std::size_t units) {
 
 std::wstring WideFromPath(const boost::filesystem::path& path) { return path.wstring(Utf8()); }
 
-boost::filesystem::path PathFromWide(const std::wstring& text) { return {text, Utf8()}; }
+boost::filesystem::path PathFromWide(const std::wstring& text) { return boost::filesystem::path(text, Utf8()); }
 
 }  // namespace fenlux

@@ -1,4 +1,4 @@
-// Wide text of 16 bits: the driver's units, and the path library's own.
+// Wide text of 16-bit characters: the driver's units, which are the path library's too.
 #include "common/utf16_units.h"
 #include "common/wide_text.h"
 

@@ -1,5 +1,7 @@
-// One whole connection with the driver: opened, announced, served until it ends. Runs on the connection worker, which
-// is blocked in Wait for most of it; notifications come in beside it, from Start on, through the handler made here.
+// One connection with the driver: opens it, announces it, and serves it until it ends.
+//
+// Runs on the connection worker, which spends most of the time blocked in Wait. From Start on, delivery threads call
+// the notification handler that is made here.
 #include "common/log_codes.h"
 #include "kdi/win_driver_interact.h"
 
@@ -15,7 +17,7 @@ void CWinDriverInteract::RunDriverConnection() {
   client->Connect();
   client->Start();
   ready = true;
-  if (stopped) ready = false;  // a stop that came before found nothing to clear
+  if (stopped) ready = false;  // a stop during the opening cleared `ready` too early
   log->LogEvent(kLogCode, LocalizedText("Driver Interact Ready."));
   SetSpspState(0);
   CheckDriverVersion();
@@ -34,7 +36,7 @@ std::shared_ptr<CPortClient> CWinDriverInteract::OpenPortClient() {
   fields.version = records::kConnectVersion;
   fields.clientType = records::ClientType(clientTypeFlag);
 
-  // Weak, because the port client that keeps the handler is owned by this object.
+  // Weak, because this object owns the port client, which keeps the handler.
   const NotificationHandler handler = [weakSelf = weak_from_this()](const void* message,
                                                                     std::uint32_t size) -> std::shared_ptr<CBuf> {
     const auto self = std::static_pointer_cast<CWinDriverInteract>(weakSelf.lock());
@@ -47,7 +49,7 @@ std::shared_ptr<CPortClient> CWinDriverInteract::OpenPortClient() {
   winWork->CreatePortClient(client, portName, connectContext, records::kMaxMessageSize, handler, portValue);
   portClient.Store(client);
   if (!client) throw std::runtime_error("[wdi] no port client!");
-  // A stop that came while the port client was being made found none to close.
+  // A stop during CreatePortClient had no client to close yet; close it now.
   if (stopped) client->Close();
   return client;
 }

@@ -1,8 +1,8 @@
-// The way of a notification: decoded into an event record, judged by the host, answered with a verdict.
+// Handles one notification: decodes it into an event record, has the host judge it, and builds the reply.
 //
-// Runs on the port client's delivery threads, several at once, without a lock and without state of its own: each call
-// has its own record and reply. An operation stands still in somebody's kernel until the reply is sent, so one is made
-// first of all, and whatever fails afterwards becomes a log line beside it.
+// Runs on the port client's delivery threads, concurrently, without locks and without shared state: each call has its
+// own record and reply. An operation is blocked in the kernel until the reply is sent, so the reply is made first; a
+// failure after that is logged and leaves the reply's verdict at 8.
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -21,7 +21,7 @@ namespace {
 
 using records::Verdict;
 
-// For operations that pass, whether judged or not.
+// The verdict of operations that pass, whether judged or not.
 Verdict PassVerdict(bool clientTypeFlag) { return clientTypeFlag ? Verdict::kPassClient2 : Verdict::kPass; }
 
 Verdict VerdictOf(std::uint32_t decision, bool clientTypeFlag) {
@@ -49,7 +49,7 @@ std::uint32_t CategoryOf(std::uint32_t code) {
   return code < records::code::kCategory2Begin ? kEventCategory1 : kEventCategory2;
 }
 
-// Item 1 of the prefixed code, without its prefix; as it came where it is shorter than one.
+// Returns the path of code::kPrefixedPath without its prefix, or unchanged if it is shorter than one.
 std::wstring WithoutPrefix(CUtility& utility, std::wstring path) {
   std::string narrow;
   utility.ToNarrowString(narrow, path);
@@ -67,6 +67,9 @@ void StorePaths(CUtility& utility, const NotificationItems& items, CArpRecord& r
     record.SetPath(utility.ToRecordString(recordPath, items.FurtherPath()));
   } else if (fixed.item1Size.value() != 0) {
     std::wstring path = items.Path();
+    // Every path from item 1 is stored twice. The record of code::kPrefixedPath gets both forms, first as the driver
+    // writes it and then as the host's records keep it; the other codes store the record form twice, so that hosts see
+    // the same two calls for every code.
     if (code == records::code::kPrefixedPath) {
       path = WithoutPrefix(utility, std::move(path));
       record.SetPath(path);
@@ -142,7 +145,7 @@ std::shared_ptr<CBuf> CWinDriverInteract::DispatchNotification(const void* messa
   return replyWanted ? reply : nullptr;
 }
 
-// An oplock break must not wait for a judgement.
+// An oplock break must not wait for the host's judgement.
 Verdict CWinDriverInteract::PassUnjudged(CArpRecord& record) {
   std::string description;
   record.Describe(description);
@@ -158,7 +161,7 @@ Verdict CWinDriverInteract::Judge(const std::shared_ptr<CArpRecord>& record, std
   return VerdictOf(decision, clientTypeFlag);
 }
 
-// A reply that carries the record's context data.
+// Makes a reply that carries the record's context data.
 std::shared_ptr<CBuf> CWinDriverInteract::ContextReply(CArpRecord& record) {
   const auto data = record.GetContextData();
   const std::size_t size = data ? data->GetSize() : 0;

@@ -1,4 +1,4 @@
-// Items out of a message that may hold anything.
+// Reads items of a message whose sizes cannot be trusted.
 #include "connection/notification_items.h"
 
 #include <stdexcept>

@@ -1,4 +1,4 @@
-// The variable items behind a notification's fixed part, read with every bound checked.
+// The variable items after a notification's fixed part, read with bounds checks.
 #pragma once
 
 #include <cstdint>
@@ -9,22 +9,23 @@
 
 namespace fenlux {
 
-// What is said of a message, or an item of it, that is shorter than its own fields tell.
+// The message of the exception for a notification, or an item of it, that is shorter than its fields say.
 inline constexpr char kBadMessageSize[] = "[wdi,wdaokd-1]bad size!";
 
-// A view on a message of the driver, which lives as long as the handler's call. Offsets are computed in 64 bits: the
-// lengths are the driver's and may hold anything. An item that begins at or behind the end of the message, and bytes
-// that overrun it, are std::runtime_error with kBadMessageSize.
+// A view of a driver message; does not own it. The driver's lengths may hold anything, so offsets are computed in 64
+// bits. Throws std::runtime_error with kBadMessageSize for an item that starts at or beyond the end of the message, and
+// for extra data that runs past it. Delivery threads.
 class NotificationItems {
  public:
-  // Throws where the message is absent or shorter than the fixed part.
+  // Throws if the message is null or shorter than the fixed part.
   NotificationItems(const void* message, std::uint32_t messageSize);
 
   const records::Notification& Fixed() const { return *reinterpret_cast<const records::Notification*>(bytes); }
-  // The account identity block, or null where the message carries none.
+  // The account identity block, or null if the message has none.
   const std::uint8_t* Identity() const { return Fixed().identityPresent.value() != 0 ? Fixed().identity : nullptr; }
 
-  // Texts run from their item's start to a NUL or the end of the message; the item's length only places the next one.
+  // A text runs from the start of its item to a NUL or the end of the message. Its length field only says where the
+  // next item starts.
   std::wstring Path() const { return Text(kItem1); }
   std::wstring SecondPath() const { return Text(Item2()); }
   std::span<const std::uint8_t> ExtraData() const;

@@ -1,9 +1,9 @@
-// The notification table, one row a line, and the record work that its rows name.
+// The notification table, and the record work of the codes that have some.
 #include "connection/notification_table.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <initializer_list>
 #include <iterator>
 
 namespace fenlux {
@@ -17,7 +17,7 @@ const Detail& DetailOf(const records::Notification& message) {
   return *reinterpret_cast<const Detail*>(message.detail);
 }
 
-// An access: two values, and a pair of types that depends on what is asked for and under which conditions.
+// An access has two values; its event types depend on the kind of access and its conditions.
 EventTypes Access(NotificationContext& context, EventTypes rowTypes) {
   constexpr EventTypes kSpecialAccess{0x401C, 0x401D};
   constexpr EventTypes kPlainAccess{0x4002, 0x4003};
@@ -29,7 +29,7 @@ EventTypes Access(NotificationContext& context, EventTypes rowTypes) {
   return conditional ? rowTypes : kPlainAccess;
 }
 
-// Counted with the second category, and a pair of its own under condition B.
+// Belongs to category 2 despite its number; has other event types under condition B.
 EventTypes SecondCategory(NotificationContext& context, EventTypes rowTypes) {
   constexpr EventTypes kUnderConditionB{0x4008, 0x4009};
   context.record.SetCategory(kEventCategory2);
@@ -56,7 +56,7 @@ EventTypes Endpoint(NotificationContext& context, EventTypes rowTypes) {
   return rowTypes;
 }
 
-// The driver may leave the path to the host, which knows it by the record's path source.
+// If the driver sent no path, the host looks it up by the record's path source.
 EventTypes Remote(NotificationContext& context, EventTypes rowTypes) {
   const auto& detail = DetailOf<records::RemoteDetail>(context.message);
   context.record.SetRemoteFlag(detail.remote != 0);
@@ -77,22 +77,60 @@ EventTypes Marked(NotificationContext& context, EventTypes rowTypes) {
   return rowTypes;
 }
 
-// Sorted by code. 4115 is no code of the driver's.
+// Sorted by code; one row per line.
+// clang-format off
 constexpr NotificationRow kRows[] = {
-    {4097, {0x4000, 0x4001}, Access},    {4098, One(0x4005), nullptr},      {4099, One(0x4006), nullptr},
-    {4100, One(0x4007), nullptr},        {4101, {0x4008, 0x4009}, nullptr}, {4102, One(0x400A), nullptr},
-    {4103, One(0x400B), nullptr},        {4104, One(0x400C), nullptr},      {4105, One(0x400D), nullptr},
-    {4106, One(0x400E), nullptr},        {4107, One(0x400F), nullptr},      {4108, One(0x4010), nullptr},
-    {4109, One(0x4011), SecondCategory}, {4110, One(0x4012), nullptr},      {4111, One(0x4013), nullptr},
-    {4112, One(0x4014), nullptr},        {4113, One(0x4015), NoReply},      {4114, One(0x1002), Endpoint},
-    {4116, One(0x4018), Remote},         {4117, One(0x401B), nullptr},      {4118, One(0x401E), nullptr},
-    {8193, {0x4000, 0x4001}, Access},    {8194, One(0x4004), Marked},       {8195, One(0x4007), nullptr},
-    {8196, {0x4008, 0x4009}, nullptr},   {8197, One(0x400A), nullptr},      {8198, One(0x400B), nullptr},
-    {8199, One(0x400C), nullptr},        {8200, One(0x400D), nullptr},      {8201, One(0x400E), nullptr},
-    {8202, One(0x400F), nullptr},        {8203, One(0x4010), nullptr},      {8204, One(0x4017), nullptr},
-    {8205, One(0x4019), Remote},         {8206, One(0x401A), nullptr},
+    {4097, {0x4000, 0x4001}, Access},
+    {4098, One(0x4005), nullptr},
+    {4099, One(0x4006), nullptr},
+    {4100, One(0x4007), nullptr},
+    {4101, {0x4008, 0x4009}, nullptr},
+    {4102, One(0x400A), nullptr},
+    {4103, One(0x400B), nullptr},
+    {4104, One(0x400C), nullptr},
+    {4105, One(0x400D), nullptr},
+    {4106, One(0x400E), nullptr},
+    {4107, One(0x400F), nullptr},
+    {4108, One(0x4010), nullptr},
+    {4109, One(0x4011), SecondCategory},
+    {4110, One(0x4012), nullptr},
+    {4111, One(0x4013), nullptr},
+    {4112, One(0x4014), nullptr},
+    {4113, One(0x4015), NoReply},
+    {4114, One(0x1002), Endpoint},
+    {4116, One(0x4018), Remote},
+    {4117, One(0x401B), nullptr},
+    {4118, One(0x401E), nullptr},
+    {8193, {0x4000, 0x4001}, Access},
+    {8194, One(0x4004), Marked},
+    {8195, One(0x4007), nullptr},
+    {8196, {0x4008, 0x4009}, nullptr},
+    {8197, One(0x400A), nullptr},
+    {8198, One(0x400B), nullptr},
+    {8199, One(0x400C), nullptr},
+    {8200, One(0x400D), nullptr},
+    {8201, One(0x400E), nullptr},
+    {8202, One(0x400F), nullptr},
+    {8203, One(0x4010), nullptr},
+    {8204, One(0x4017), nullptr},
+    {8205, One(0x4019), Remote},
+    {8206, One(0x401A), nullptr},
 };
+// clang-format on
 static_assert(std::ranges::is_sorted(kRows, {}, &NotificationRow::code));
+
+// Whether the codes whose rows name `work` are exactly these.
+constexpr bool OnlyTheseNeed(RecordWork work, std::initializer_list<std::uint32_t> codes) {
+  return std::ranges::all_of(kRows, [&](const NotificationRow& row) {
+    return (row.work == work) == (std::ranges::find(codes, row.code) != codes.end());
+  });
+}
+static_assert(OnlyTheseNeed(Access, {records::code::kAccess1, records::code::kAccess2}));
+static_assert(OnlyTheseNeed(SecondCategory, {records::code::kCategory2}));
+static_assert(OnlyTheseNeed(NoReply, {records::code::kNoReply}));
+static_assert(OnlyTheseNeed(Endpoint, {records::code::kEndpoint}));
+static_assert(OnlyTheseNeed(Remote, {records::code::kRemote1, records::code::kRemote2}));
+static_assert(OnlyTheseNeed(Marked, {records::code::kMarked}));
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// What each notification code means: its event type, the type of its variant, and what else it puts into the record.
+// Notification codes: their event types, and what else each stores in the event record.
 #pragma once
 
 #include <cstdint>
@@ -9,30 +9,31 @@
 
 namespace fenlux {
 
-// The event type of a notification, and the one that its variant flag selects instead; the same where there is no pair.
+// The event type of a notification, and the one that its variant flag selects. Equal if there is no variant.
 struct EventTypes {
   std::uint32_t plain;
   std::uint32_t variant;
 };
 
-// One notification on its way into its record.
+// A notification and the record it is stored in.
 struct NotificationContext {
   const records::Notification& message;
   CArpRecord& record;
   CWinWork& winWork;
-  bool& replyWanted;  // cleared by the code that the driver expects no answer to
+  bool& replyWanted;  // set to false by a code that needs no reply
 };
 
-// Extra record work of a code; gives the event types to choose from, most often the row's own.
+// Stores what a code carries besides paths. Returns the event types to choose from, usually `rowTypes`. Throws what
+// the host throws.
 using RecordWork = EventTypes (*)(NotificationContext& context, EventTypes rowTypes);
 
 struct NotificationRow {
   std::uint32_t code;
   EventTypes types;
-  RecordWork work;  // null where the event type is all there is
+  RecordWork work;  // null if the code has nothing but an event type
 };
 
-// The row of a code, or null for a code that is not known. Any thread.
+// Returns the row of a code, or null for an unknown code. Any thread.
 const NotificationRow* FindNotificationRow(std::uint32_t code);
 
 }  // namespace fenlux

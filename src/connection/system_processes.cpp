@@ -1,4 +1,4 @@
-// The system processes that the driver is told of, so that it can recognise them.
+// System processes: finds their ids and sends them to the driver, so that it can recognize them.
 #include "kdi/reported.h"
 #include "kdi/win_driver_interact.h"
 

@@ -1,5 +1,5 @@
-// The connection worker: keeps the module connected for the life of the process, one driver interface after the other.
-// Everything it owns is the list of failure times; the driver interface that it runs belongs to the module as well.
+// The connection worker: keeps the module connected for the life of the process, with one driver interface after the
+// other. Owns the list of failure times; shares the driver interface that it runs with the module.
 #include <mutex>
 
 #include "common/clock.h"

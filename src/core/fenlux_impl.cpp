@@ -1,4 +1,4 @@
-// The module's object: construction, the host's five operations, and the current driver interface.
+// Construction of the module, the host's five operations, and the current driver interface.
 #include "core/fenlux_impl.h"
 
 #include <stdexcept>
@@ -26,7 +26,7 @@ void CFenluxImpl::StartWork() {
   StopCurrentInteract(true);
   if (!cfgex->IsEnabled()) return;
   std::thread([this] { ConnectionWorker(); }).detach();
-  // A second StartWork adds a second policy worker, which runs beside the first; the second connection worker ends.
+  // A second StartWork adds a second policy worker on purpose; the second connection worker ends at once.
   std::thread([this] { PolicyWorker(); }).detach();
 }
 

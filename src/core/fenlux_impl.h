@@ -1,9 +1,10 @@
-// The module's one object: the host's services, the current driver interface, and the two workers.
+// The module object: the host's services, the current driver interface, and the two workers.
 //
-// The connection worker makes driver interfaces and runs them one after the other; the policy worker hands each the
-// host's monitoring policy. Both are detached, never joined, and hold the object by plain pointer: it has to outlive
-// them, and does so by living as long as its process-wide handle. `driverInteractMutex` guards the handle of the
-// current driver interface and is held while that interface is cleared and shut down, never while it runs.
+// The connection worker makes driver interfaces and runs them one after the other; the policy worker gives each the
+// host's monitoring policy. Both are detached, never joined, and hold the object by plain pointer: it outlives them
+// because its process-wide handle is never released while they run. `driverInteractMutex` guards the handle of the
+// current driver interface. It is held while that interface is cleared and shut down, never while it runs, and so may
+// be taken before the driver interface's own locks, but never after them.
 #pragma once
 
 #include <chrono>
@@ -20,7 +21,7 @@
 
 namespace fenlux {
 
-// The base of everything that speaks to users.
+// Base of what produces texts for users.
 class CLanguage {
  protected:
   ~CLanguage() = default;
@@ -28,7 +29,7 @@ class CLanguage {
 
 class CFenluxImpl final : public global_cls_base<CFenluxImpl>, public CFenlux, public CLanguage {
  public:
-  // When each ended connection attempt ended, oldest first. Belongs to the connection worker.
+  // When each past connection attempt ended, oldest first. Owned by the connection worker.
   using FailureTimes = std::list<std::chrono::steady_clock::time_point>;
 
   // Throws std::runtime_error naming what is missing: "[cl]Bad global class!", or the first required service.
@@ -43,21 +44,21 @@ class CFenluxImpl final : public global_cls_base<CFenluxImpl>, public CFenlux, p
   std::uint32_t GetDriverPortValue() override;
   std::shared_ptr<CKDIBase> GetDriverInteract() override;
 
-  // The current driver interface while it is ready and not told to stop; else an empty handle. Any thread.
+  // Returns the current driver interface if it is ready and not stopped, else an empty handle. Any thread.
   std::shared_ptr<CWinDriverInteract> GetReadyDriverInteract();
-  // Shuts the current driver interface down, having cleared its monitor objects where `clear` says so; the handle
-  // stays, the connection worker replaces it. Both are tried; the first failure goes on. Any thread.
-  void StopCurrentInteract(bool clear);
-
-  // The workers' bodies. The connection worker returns only where another one is at work already; the policy worker
+  // The bodies of the worker threads. The connection worker returns only if another one is running; the policy worker
   // never returns. Neither throws.
   void ConnectionWorker();
   void PolicyWorker();
 
-  // Counts an ended attempt, and raises the alert at the tenth within ten minutes. Throws what the host throws.
+  // Records the end of an attempt and logs an alert for the tenth within ten minutes. Throws what the host throws.
+  // Connection worker.
   void RecordConnectionFailure(FailureTimes& failureTimes);
 
  private:
+  // Shuts the current driver interface down; with `clear`, clears its monitor objects first. Tries both, then rethrows
+  // the first exception. Keeps the handle until the connection worker replaces it. Any thread.
+  void StopCurrentInteract(bool clear);
   [[noreturn]] void RunAttempts(FailureTimes& failureTimes);
   void RunOneAttempt();
   void ApplyPolicy(CWinDriverInteract& interact);
@@ -66,7 +67,7 @@ class CFenluxImpl final : public global_cls_base<CFenluxImpl>, public CFenlux, p
   void LogSkipped(const char* text, const boost::filesystem::path& path);
   std::string Narrow(const boost::filesystem::path& path);
 
-  Mutex workMutex;  // held by the active connection worker for as long as it runs
+  Mutex workMutex;  // held by the running connection worker
   std::shared_ptr<CGlobalContext> context;
   std::shared_ptr<CUtility> utility;
   std::shared_ptr<CCfg> cfg;
@@ -76,7 +77,7 @@ class CFenluxImpl final : public global_cls_base<CFenluxImpl>, public CFenlux, p
   Mutex policyMutex;
   std::condition_variable policyWakeup;
   Mutex driverInteractMutex;
-  std::uint32_t monitorObjectType;  // 1 or 2: the type of the policy's monitor objects
+  std::uint32_t monitorObjectType;  // of the policy: records::kObjectType1 or kObjectType2
 };
 
 }  // namespace fenlux

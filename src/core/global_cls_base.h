@@ -1,4 +1,4 @@
-// The base of the module's one object: its place in the process, and the translation of its messages.
+// Base of the module object: its process-wide instance handle and the translation of its messages.
 #pragma once
 
 #include <atomic>
@@ -13,20 +13,19 @@
 
 namespace fenlux {
 
-// Makes Derived a process-wide singleton: one instance handle, which keeps the object alive. The handle is never
-// destroyed when the process exits, because detached workers may still use the object; Release lets go of it on
-// purpose.
+// Makes Derived a process-wide singleton: one instance handle keeps the object alive. The handle is not destroyed when
+// the process exits, because detached workers may still use the object; only Release drops it.
 template <class Derived>
 class global_cls_base {
  public:
-  // The instance, or an empty handle. Any thread.
+  // Returns the instance, or an empty handle. Any thread.
   static std::shared_ptr<Derived> Instance() {
     Slot& slot = InstanceSlot();
     const MutexLock lock(slot.mutex);
     return slot.handle;
   }
 
-  // Makes `instance` the instance unless there is one already; says whether it did. Any thread.
+  // Makes `instance` the instance and returns true, or returns false if there is one already. Any thread.
   static bool Publish(const std::shared_ptr<Derived>& instance) {
     Slot& slot = InstanceSlot();
     const MutexLock lock(slot.mutex);
@@ -35,20 +34,21 @@ class global_cls_base {
     return true;
   }
 
-  // Lets go of the instance; the object is destroyed where nobody else holds it. No worker may be using it. Any thread.
+  // Drops the instance handle, and with it the object unless someone else holds it. No worker may be using the object.
+  // Any thread.
   static void Release() {
     Slot& slot = InstanceSlot();
-    std::shared_ptr<Derived> released;  // destroyed after the lock is given up
+    std::shared_ptr<Derived> released;  // destroyed after the mutex is released
     const MutexLock lock(slot.mutex);
     released.swap(slot.handle);
   }
 
-  // The translation of a fixed message text; the text itself while the host has no locale service, which is asked for
-  // again with the next message. Throws what the host throws. Any thread.
+  // Returns the translation of a fixed message text. While the host has no locale service, returns the text itself and
+  // asks for the service again next time. Throws what the host throws. Any thread.
   std::string Translate(const char* text) {
     if (!localeReady && !FetchLocale()) return text;
     std::string translated;
-    locale->TranslateText(translated, text, text, 0);
+    ReadyLocale().TranslateText(translated, text, text, 0);
     return translated;
   }
 
@@ -78,8 +78,11 @@ class global_cls_base {
     return true;
   }
 
+  // Not analyzed, because it needs no lock: `locale` never changes once `localeReady` is set.
+  CLocale& ReadyLocale() const FENLUX_NO_THREAD_SAFETY_ANALYSIS { return *locale; }
+
   std::shared_ptr<CGlobalContext> context;
-  std::shared_ptr<CLocale> locale;  // written under the mutex until localeReady is set, only read from then on
+  std::shared_ptr<CLocale> locale FENLUX_GUARDED_BY(localeMutex);
   Mutex localeMutex;
   std::atomic<bool> localeReady{false};
 };

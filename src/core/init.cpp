@@ -1,4 +1,4 @@
-// The exported entry point: makes the module once, and hands it to the host.
+// The exported entry point: makes the module once and registers it with the host.
 #include "common/required.h"
 #include "core/fenlux.h"
 #include "core/fenlux_impl.h"
@@ -8,6 +8,6 @@ void init(const std::shared_ptr<fenlux::CGlobalContext>* context) {
   if (CFenluxImpl::Instance()) return;
   const auto globalContext = context != nullptr ? *context : nullptr;
   const auto module = std::make_shared<CFenluxImpl>(globalContext);
-  if (!CFenluxImpl::Publish(module)) return;  // another thread was faster, and registers its own
+  if (!CFenluxImpl::Publish(module)) return;  // another thread was faster and registers its module
   globalContext->RegisterModule(module);
 }

@@ -1,4 +1,5 @@
-// The policy worker: waits for a ready driver interface, hands it the host's monitoring policy, and waits to be woken.
+// The policy worker: waits for a ready driver interface, gives it the host's monitoring policy, and waits for the next
+// notification.
 #include <boost/filesystem/operations.hpp>
 #include <stdexcept>
 
@@ -49,8 +50,8 @@ void CFenluxImpl::ApplyPolicy(CWinDriverInteract& interact) {
     }
   }
   interact.SendDriverConfig();
-  // One wait without a predicate: a notification that came while the policy was being applied is lost, and a spurious
-  // wake-up applies it once more.
+  // Waits without a predicate on purpose: a notification that arrives while the policy is applied is lost, and a
+  // spurious wakeup applies the policy again.
   MutexLock lock(policyMutex);
   lock.Wait(policyWakeup);
 }
@@ -66,7 +67,7 @@ void CFenluxImpl::SendPolicy(CWinDriverInteract& interact, const MonitorPolicy& 
 
 void CFenluxImpl::AddPolicyObject(CWinDriverInteract& interact, CPolicyObject& object) {
   const boost::filesystem::path path = object.GetMonitorPath();
-  const auto type = boost::filesystem::status(path).type();  // throws for what is there and cannot be read
+  const auto type = boost::filesystem::status(path).type();  // throws if the path exists but cannot be read
   if (type == boost::filesystem::status_error || type == boost::filesystem::file_not_found) {
     LogSkipped("[dci,trc][Skip]Monitor object NOT exist. [obj]=", path);
   } else if (!utility->TestPath(path)) {

@@ -1,5 +1,5 @@
-// Every record that passes between the module and the driver, as a layout: little-endian fields without padding.
-// Nothing of the host is needed to read or write them.
+// The records that pass between the module and the driver, as layouts of little-endian fields without padding, and the
+// protocol's numbers. Includes nothing of the host.
 #pragma once
 
 #include <boost/endian/buffers.hpp>
@@ -21,7 +21,7 @@ inline constexpr std::uint32_t kRequestSize = 65561;          // of every reques
 inline constexpr std::uint32_t kReplyFixedSize = 156;         // of a reply without context data
 inline constexpr std::uint32_t kNotificationFixedSize = 156;  // of a notification without items
 inline constexpr std::uint32_t kConnectVersion = 200;
-inline constexpr std::uint32_t kMaxMessageSize = 196764;  // the largest message that a port client must receive
+inline constexpr std::uint32_t kMaxMessageSize = 196764;  // the largest notification
 inline constexpr wchar_t kPortName[] = L"\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
 static_assert(sizeof(kPortName) / sizeof(wchar_t) - 1 == 50);
 
@@ -44,8 +44,8 @@ enum class Command : std::uint32_t {
   kDriverConfig = 24,
 };
 
-// The verdicts of a reply. The driver defines what each does to the operation; the module only carries them, and knows
-// nothing of 2, 4 and 5 but their numbers.
+// Verdicts of a reply. The driver defines what each does to the operation. The module only passes them on: it knows
+// verdicts 2, 4 and 5 by number alone.
 enum class Verdict : std::uint32_t {
   kVerdict2 = 2,
   kPass = 3,  // also for an operation that is not judged
@@ -58,13 +58,13 @@ enum class Verdict : std::uint32_t {
 inline constexpr auto kMinVerdict = static_cast<std::uint32_t>(Verdict::kVerdict2);
 inline constexpr auto kMaxVerdict = static_cast<std::uint32_t>(Verdict::kUnjudged);
 
-// Bytes that follow the context data of a reply: the end of a UTF-16 text.
+// Bytes after the context data of a reply; zero bytes end a UTF-16 text there.
 inline constexpr std::uint32_t kContextTerminatorSize = 2;
 
-// Notification codes. The driver sends kMin1 to kMax1 (without kUnused) and kMin2 to kMax2; those with a name of their
-// own are the ones that need more than an event type.
+// Notification codes. The driver sends kMin1 to kMax1 (except kUnused) and kMin2 to kMax2. Only codes that need more
+// than an event type have names of their own.
 namespace code {
-inline constexpr std::uint32_t kCategory1Begin = 4096;  // codes below this one belong to no category
+inline constexpr std::uint32_t kCategory1Begin = 4096;  // a code below this one is malformed
 inline constexpr std::uint32_t kCategory2Begin = 8192;
 
 inline constexpr std::uint32_t kMin1 = 4097;
@@ -74,7 +74,7 @@ inline constexpr std::uint32_t kNoReply = 4113;       // the driver expects no r
 inline constexpr std::uint32_t kEndpoint = 4114;      // carries an EndpointDetail
 inline constexpr std::uint32_t kUnused = 4115;        // never sent
 inline constexpr std::uint32_t kRemote1 = 4116;       // carries a RemoteDetail
-inline constexpr std::uint32_t kPrefixedPath = 4118;  // item 1 begins with kPathPrefixLength foreign characters
+inline constexpr std::uint32_t kPrefixedPath = 4118;  // item 1 begins with kPathPrefixLength extra characters
 inline constexpr std::uint32_t kMax1 = 4118;
 
 inline constexpr std::uint32_t kMin2 = 8193;
@@ -91,19 +91,19 @@ inline constexpr int kObjectType1 = 1;
 inline constexpr int kObjectType2 = 2;
 inline constexpr int kObjectType3 = 3;
 
-// What a client says of itself in the connect context and in ClientSwitchRequest.
+// Client types, in the connect context and in ClientSwitchRequest.
 inline constexpr std::uint32_t kClientType1 = 1;
 inline constexpr std::uint32_t kClientType2 = 2;
 constexpr std::uint32_t ClientType(bool clientTypeFlag) { return clientTypeFlag ? kClientType2 : kClientType1; }
 
-// The system processes that the driver is told of (command 20).
+// Kinds of system processes (command 20).
 enum class SystemProcess : std::uint32_t { kCsrss = 2, kServices = 3 };
-// The id of no process; never sent.
+// Stands for "no process"; never sent.
 inline constexpr std::uint64_t kNoProcess = 0xFFFFFFFFFFFFFFFF;
 
 // Modes of network control (command 19).
 enum class NetControlMode : std::uint32_t { kMode1 = 1, kItems = 2, kMode3 = 3, kAlternateItems = 4 };
-// The item lists of network control (commands 21 to 23). The third one goes with kItems and kAlternateItems.
+// Item lists of network control (commands 21 to 23). Modes kItems and kAlternateItems apply list 3.
 inline constexpr std::uint32_t kNetItemList1 = 1;
 inline constexpr std::uint32_t kNetItemList2 = 2;
 inline constexpr std::uint32_t kNetItemList3 = 3;
@@ -165,7 +165,7 @@ static_assert(sizeof(SpspStateRequest) == 16 && offsetof(SpspStateRequest, switc
               offsetof(SpspStateRequest, switch2) == 13 && offsetof(SpspStateRequest, switch3) == 14 &&
               offsetof(SpspStateRequest, switch4) == 15);
 
-// What the driver answers to command 13, in a buffer of at least kRequestSize bytes.
+// The reply to command 13, in a buffer of at least kRequestSize bytes.
 struct VersionReply {
   RequestHeader header;
   U32 version;
@@ -191,14 +191,14 @@ struct NetItemRequest {
 static_assert(sizeof(NetItemRequest) == 68 && offsetof(NetItemRequest, listType) == 12 &&
               offsetof(NetItemRequest, opaque) == 16 && offsetof(NetItemRequest, value) == 64);
 
-// Command 24: the host's configuration block stands directly behind the header.
+// Command 24: the host's configuration block follows the header directly.
 struct DriverConfigRequest {
   RequestHeader header;
   U8 block[kMaxPayloadSize];
 };
 static_assert(sizeof(DriverConfigRequest) == kRequestSize && offsetof(DriverConfigRequest, block) == 12);
 
-// What the driver is handed when the connection is opened.
+// Passed to the driver when the connection is opened.
 struct ConnectContext {
   U64 magic;
   U32 version;
@@ -207,7 +207,7 @@ struct ConnectContext {
 static_assert(sizeof(ConnectContext) == 16 && offsetof(ConnectContext, magic) == 0 &&
               offsetof(ConnectContext, version) == 8 && offsetof(ConnectContext, clientType) == 12);
 
-// The answer to a notification; `contextSize` bytes follow for Verdict::kContext.
+// The reply to a notification; `contextSize` bytes follow it for Verdict::kContext.
 struct Reply {
   U64 magic;
   U32 fixedSize;
@@ -218,8 +218,8 @@ struct Reply {
 static_assert(sizeof(Reply) == kReplyFixedSize && offsetof(Reply, magic) == 0 && offsetof(Reply, fixedSize) == 8 &&
               offsetof(Reply, verdict) == 12 && offsetof(Reply, contextSize) == 16);
 
-// A notification of the driver. Behind the fixed part stand item 1 (a path), item 2 (a second path), item 3 (bytes)
-// and item 4 (a further path); texts are UTF-16 and NUL-terminated.
+// A notification from the driver. Its fixed part is followed by item 1 (a path), item 2 (a second path), item 3 (bytes)
+// and item 4 (a further path). Texts are UTF-16 and NUL-terminated.
 struct Notification {
   U8 unused0[12];
   U64 processId;
@@ -236,7 +236,7 @@ struct Notification {
   U32 item4Present;
   U32 identityPresent;
   U8 identity[64];
-  U8 detail[33];  // EndpointDetail or RemoteDetail, by the code
+  U8 detail[33];  // EndpointDetail or RemoteDetail, depending on the code
   U8 accessKind;
   U32 accessValueA;
   U32 accessValueB;

@@ -1,4 +1,4 @@
-// The driver's version: asked for, compared with the module's, reported and logged.
+// The version handshake: reads the driver's version, compares it with the module's, reports and logs both.
 #include "common/log_codes.h"
 #include "common/text.h"
 #include "kdi/reported.h"
@@ -7,7 +7,7 @@
 namespace fenlux {
 namespace {
 
-constexpr std::uint32_t kModuleVersion = 19072701;  // one more where the host's version flag is set
+constexpr std::uint32_t kModuleVersion = 19072701;  // one more if the host's version flag is set
 
 }  // namespace
 
@@ -17,7 +17,7 @@ std::uint32_t CWinDriverInteract::GetDriverVersion() {
     const auto request = CreateRequest(records::Command::kDriverVersion);
     auto reply = CreateRequest(records::Command::kDriverVersion);
     RequirePortClient()->Send(request, reply, true);
-    // A short answer is no answer, and no failure either.
+    // A short reply counts as no reply; it is not an error.
     if (reply && reply->GetSize() >= records::kRequestSize) {
       version = FieldsOf<records::VersionReply>(*reply).version.value();
     }

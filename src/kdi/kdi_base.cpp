@@ -1,4 +1,4 @@
-// Construction of the driver interface: every service of the host, and the entry in its register.
+// Construction of the driver interface: obtains the host's services and registers the interface.
 #include "kdi/kdi_base.h"
 
 #include "common/required.h"
@@ -6,7 +6,7 @@
 namespace fenlux {
 namespace {
 
-// Empty where the host keeps no register of driver interfaces.
+// Returns an empty handle if the host does not register driver interfaces.
 std::shared_ptr<CRecordRegistration> RegisterInterface(CGlobalContext& context, CCfg& cfg, std::uint32_t portValue,
                                                        std::uint32_t value1, std::uint32_t value2) {
   const std::shared_ptr<CRecordFactory> factory = cfg.GetRecordFactory();

@@ -1,4 +1,4 @@
-// The measurement of one notification: asked for when the scope begins, logged when it ends.
+// The measurement starts with the scope and is logged at its end.
 #include "kdi/perf_scope.h"
 
 #include <string>

@@ -1,4 +1,4 @@
-// A scoped performance measurement: one log line when the scope ends.
+// Scoped performance measurement: logs one line when the scope ends.
 #pragma once
 
 #include <memory>
@@ -9,8 +9,8 @@ class CGlobalContext;
 class CLog;
 class CMeasurement;
 
-// Measures the handling of one notification where the host's configuration asks for it. Never throws: a failure while
-// it begins makes it inert, one while it ends loses the line. Delivery threads.
+// Measures the handling of one notification if CCfg::IsMeasuringEnabled says so. Never throws: a failure in the
+// constructor makes the scope inert, one in the destructor loses the line. Delivery threads.
 class CPerfScope {
  public:
   explicit CPerfScope(const std::shared_ptr<CGlobalContext>& context) noexcept;
@@ -19,7 +19,7 @@ class CPerfScope {
   CPerfScope& operator=(const CPerfScope&) = delete;
 
  private:
-  std::shared_ptr<CMeasurement> measurement;  // empty: the scope is inert
+  std::shared_ptr<CMeasurement> measurement;  // empty if the scope is inert
   std::shared_ptr<CLog> log;
 };
 

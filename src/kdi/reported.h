@@ -1,11 +1,11 @@
 // The guard of the driver interface's operations that never throw.
 #pragma once
 
-#include <string>
 #include <utility>
 
 #include "common/exception_report.h"
 #include "common/guarded.h"
+#include "common/log_codes.h"
 #include "kdi/win_driver_interact.h"
 
 namespace fenlux {
@@ -15,7 +15,7 @@ void CWinDriverInteract::Reported(const char* tag, Body&& body) noexcept {
   try {
     std::forward<Body>(body)();
   } catch (...) {
-    Quietly([&] { LogProblemQuietly(ReportCurrentException(tag)); });
+    Quietly([&] { log->LogProblem(kLogCode, ReportCurrentException(tag)); });
   }
 }
 

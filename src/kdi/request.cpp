@@ -1,8 +1,6 @@
-// Requests: how each is built, sent, and guarded; and the text of log lines.
+// Building and sending of requests, and the translation of log lines.
 #include "kdi/request.h"
 
-#include "common/guarded.h"
-#include "common/log_codes.h"
 #include "kdi/win_driver_interact.h"
 
 namespace fenlux {
@@ -41,10 +39,6 @@ std::string CWinDriverInteract::LocalizedText(const char* text) {
   std::string out;
   LocalizeText(out, text);
   return out;
-}
-
-void CWinDriverInteract::LogProblemQuietly(const std::string& line) noexcept {
-  Quietly([&] { log->LogProblem(kLogCode, line); });
 }
 
 }  // namespace fenlux

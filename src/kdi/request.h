@@ -1,4 +1,4 @@
-// Records in host buffers: the one way from a CBuf to a layout's fields.
+// Access to the fields of a record in a host buffer.
 #pragma once
 
 #include <stdexcept>
@@ -8,8 +8,8 @@
 
 namespace fenlux {
 
-// The fields of a record at the start of a buffer. The caller knows that the buffer is large enough; throws
-// std::runtime_error where it has no bytes at all.
+// Returns the record at the start of a buffer, which must be large enough for it. Throws std::runtime_error if the
+// buffer has no bytes at all.
 template <class Record>
 Record& FieldsOf(CBuf& buffer) {
   static_assert(alignof(Record) == 1);

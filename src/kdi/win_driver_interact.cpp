@@ -1,4 +1,4 @@
-// The driver interface's life, and the operations that only tell of it.
+// Construction, stop and shutdown of the driver interface, and its constant answers.
 #include "kdi/win_driver_interact.h"
 
 #include <stdexcept>
@@ -7,6 +7,11 @@
 #include "common/required.h"
 
 namespace fenlux {
+namespace {
+
+constexpr std::uint32_t kImplementationCode = 7;  // identifies this implementation to the host
+
+}  // namespace
 
 CWinDriverInteract::CWinDriverInteract(const std::shared_ptr<CGlobalContext>& globalContext)
     : CKDIBase(globalContext),
@@ -19,7 +24,7 @@ CWinDriverInteract::~CWinDriverInteract() {
 
 void CWinDriverInteract::StopInteract() {
   autoRefresh->StopRefresh();
-  stopped = true;  // first: a run that is just becoming ready looks at it after it has said so
+  stopped = true;  // before `ready`: RunDriverConnection sets `ready` first and then checks `stopped`
   ready = false;
   if (const auto client = portClient.Load()) client->Close();
 }
@@ -49,7 +54,7 @@ bool CWinDriverInteract::QueryOptionalFeature() { return false; }
 
 bool CWinDriverInteract::QuerySupportedFeature() { return true; }
 
-std::uint32_t CWinDriverInteract::GetImplementationCode() { return 7; }
+std::uint32_t CWinDriverInteract::GetImplementationCode() { return kImplementationCode; }
 
 void CWinDriverInteract::OnKernelData(std::uint64_t /*data*/) {}
 

@@ -1,10 +1,10 @@
-// The driver interface's one implementation: one connection with the kernel driver, from its opening to its end.
+// Implementation of the driver interface: one connection with the kernel driver, from opening to end.
 //
-// Shared between the connection worker, which runs the connection, the policy worker and host threads, which send
-// requests, and the port client's delivery threads, which dispatch notifications. `interactMutex` guards the two
-// pending lists and nothing else; the flags are atomic and the port client's handle is replaced atomically, so that
-// StopInteract never waits for a lock. A reply is owed to the driver from the moment that DispatchNotification is
-// entered until it has returned the reply to the port client.
+// Shared by the connection worker, which runs the connection, the policy worker and host threads, which send requests,
+// and the port client's delivery threads, which dispatch notifications. `interactMutex` guards the two pending lists
+// and nothing else. The flags are atomic and the port client's handle has a mutex of its own, under which nothing of
+// the host runs, so StopInteract never waits for a host call. DispatchNotification owes the driver a reply from its
+// first statement until it returns; from then on the port client does.
 #pragma once
 
 #include <atomic>
@@ -56,83 +56,88 @@ class CWinDriverInteract final : public CKDIBase {
   void OnKernelData(std::uint64_t data) override;
   void TriggerLtrkd() override;
 
-  // The value that names the port to the port client. Any thread.
+  // The port value that the port client was given. Any thread.
   std::uint32_t PortValue() const;
 
-  // Stops the connection, and, the first time only, withdraws the registration and releases the net object. Everything
-  // is tried; the first failure goes on. Host threads, connection worker, destructor.
+  // Stops the connection and, on the first call only, withdraws the registration and releases the net object. Tries
+  // every step, then rethrows the first exception. Host threads, connection worker, destructor.
   void Shutdown();
 
-  // Reads the driver's version, reports it to the host's configuration, logs both versions and warns where they
-  // differ. Throws what the host throws. Connection worker.
+  // Reads the driver's version, reports it to the host's configuration, logs both versions, and warns if they differ.
+  // Throws what the host throws. Connection worker.
   void CheckDriverVersion();
-  // Writes the translation of a fixed message text into `out` and returns it; the text itself without a locale service.
-  // Any thread.
-  std::string& LocalizeText(std::string& out, const char* text);
-  std::string LocalizedText(const char* text);
 
-  // A request of full size with its header in place. Throws what the host throws. Any thread.
-  std::shared_ptr<CBuf> CreateRequest(records::Command command);
-  // A reply with `contextSize` bytes behind the fixed part, not yet judged. Throws what the host throws. Any thread.
-  std::shared_ptr<CBuf> CreateReply(std::uint32_t contextSize);
-
-  // Decodes one notification, has it judged and returns the reply; empty where the driver expects none. Throws only
-  // where the reply cannot be made. Delivery threads.
-  std::shared_ptr<CBuf> DispatchNotification(const void* message, std::uint32_t size);
-
-  // Adds each path, commits them and logs the outcome; always true. Policy worker and host threads.
-  bool RegisterMonitors(const std::vector<std::wstring>& paths, int objectType) FENLUX_REQUIRES(interactMutex);
-  // The process of a system image that belongs to the system's own session; all ones where there is none.
+  // Returns the id of the first process of a system image that runs in the system's own session, or
+  // records::kNoProcess. `image` is relative to the system directory. Throws what the host throws. Connection worker.
   std::uint64_t FindSystemProcessId(const std::string& image);
-  // Replaces the driver's item list of a type; items that fail are counted in one line.
-  void LoadNetControlItems(std::uint32_t listType, const std::shared_ptr<NetControlItems>& items);
-  // Empties the driver's item list of a type.
-  void ClearNetControlItems(std::uint32_t listType);
+
+  // Decodes one notification, has it judged, and returns the reply, or an empty handle if the driver expects none.
+  // Reads `message` only during the call. Throws only if the reply buffer cannot be made. Delivery threads.
+  std::shared_ptr<CBuf> DispatchNotification(const void* message, std::uint32_t size);
 
  private:
   struct ModeSwitch;
 
+  // The connection (connection/).
   std::shared_ptr<CPortClient> OpenPortClient();
+  void RegisterSystemImage(records::SystemProcess kind, const char* image);
+  // Makes a reply with room for `contextSize` bytes after the fixed part and verdict 8. Throws what the host throws.
+  std::shared_ptr<CBuf> CreateReply(std::uint32_t contextSize);
   records::Verdict PassUnjudged(CArpRecord& record);
   records::Verdict Judge(const std::shared_ptr<CArpRecord>& record, std::uint32_t eventType,
                          std::shared_ptr<CBuf>& reply);
   std::shared_ptr<CBuf> ContextReply(CArpRecord& record);
-  void RegisterSystemImage(records::SystemProcess kind, const char* image);
 
+  // Monitored objects (connection/).
   std::vector<std::wstring>& PendingList(int objectType) FENLUX_REQUIRES(interactMutex);
+  // Adds each path, commits them, and logs the outcome of each. Returns true. Throws what logging throws; failures to
+  // send are logged.
+  bool RegisterMonitors(const std::vector<std::wstring>& paths, int objectType);
   void AddMonitor(const std::wstring& text, int objectType);
+  // Logs one line per text: `opening`, translated once, and the text.
   void LogEach(void (CLog::*operation)(std::uint32_t, const std::string&), const char* opening,
                const std::vector<std::string>& texts);
-  void SendModeSwitch(const ModeSwitch& modeSwitch, bool implemented, std::uint32_t mode);
-  void SetNetControlMode(records::NetControlMode mode);
 
-  // Sends a request and drops whatever comes back.
+  // Network control (connection/).
+  void SetNetControlMode(records::NetControlMode mode);
+  // Replaces the driver's item list of a type. Items that cannot be sent are counted and logged as one line.
+  void LoadNetControlItems(std::uint32_t listType, const std::shared_ptr<NetControlItems>& items);
+  void ClearNetControlItems(std::uint32_t listType);
+
+  // Requests (kdi/). All of them throw what the host throws, and may be called on any thread.
+  void SendModeSwitch(const ModeSwitch& modeSwitch, bool implemented, std::uint32_t mode);
+  // Makes a request of full size and writes its header.
+  std::shared_ptr<CBuf> CreateRequest(records::Command command);
+  // Sends a request and ignores the reply.
   void Send(const std::shared_ptr<CBuf>& request);
-  // Makes a request, has its payload written, and sends it.
+  // Makes a request, lets `fill` write its payload, and sends it.
   template <class Record, class Fill>
   void SendRequest(records::Command command, Fill&& fill) {
     const auto request = CreateRequest(command);
     fill(FieldsOf<Record>(*request));
     Send(request);
   }
-  // The same for the requests whose payload is one number.
+  // Sends a request whose payload is one number.
   void SendValue(records::Command command, std::uint32_t value);
-  // Throws std::runtime_error where no connection was ever opened.
+  // Throws std::runtime_error if no connection was ever opened.
   std::shared_ptr<CPortClient> RequirePortClient() const;
 
-  // Runs a body of which nothing may leave: a failure becomes one report line.
+  // Runs `body` and logs an exception as one line; ignores a log that throws. Defined in kdi/reported.h.
   template <class Body>
   void Reported(const char* tag, Body&& body) noexcept;
-  // Writes a problem line; a log that throws is none of the caller's business.
-  void LogProblemQuietly(const std::string& line) noexcept;
+
+  // Writes the translation of a fixed message text into `out` and returns it; without a locale service, the text
+  // itself. Throws what the host throws. Any thread.
+  std::string& LocalizeText(std::string& out, const char* text);
+  std::string LocalizedText(const char* text);
 
   std::shared_ptr<CWinWork> winWork;
-  AtomicHandle<CPortClient> portClient;  // empty until the connection run has made it
+  AtomicHandle<CPortClient> portClient;  // empty until the connection is opened
   std::shared_ptr<CAutoRefreshProcessInfo> autoRefresh;
   Mutex interactMutex;
   std::vector<std::wstring> pendingMonitorObjectsA FENLUX_GUARDED_BY(interactMutex);  // types 1 and 2
   std::vector<std::wstring> pendingMonitorObjectsB FENLUX_GUARDED_BY(interactMutex);  // type 3
-  std::atomic<bool> ready{false};    // set by the connection run once the port client has started
+  std::atomic<bool> ready{false};    // set by RunDriverConnection once the port client has started
   std::atomic<bool> stopped{false};  // set by StopInteract for good
 };
 

@@ -1,4 +1,4 @@
-// The refresh thread: a pass, a pause, a pass, until it is asked to end.
+// The refresh thread: pauses and refreshes the cache in turn until it is stopped.
 #include "procinfo/auto_refresh_process_info.h"
 
 #include <chrono>
@@ -23,9 +23,9 @@ CAutoRefreshProcessInfo::CAutoRefreshProcessInfo(const std::shared_ptr<CGlobalCo
       cfgex(Required(context->GetCfgEx(), "[arpi] Bad cfgex init!")) {}
 
 void CAutoRefreshProcessInfo::Start() {
-  RefreshAll();  // publishes the first map, so that look-ups have one to search
+  RefreshAll();  // publishes the first map, so that lookups have one to search
   std::thread([self = shared_from_this()] { self->RefreshThreadMain(); }).detach();
-  started = true;  // a stop request is not taken back: the thread of a Start after StopRefresh ends at once
+  started = true;  // stopRequested is never reset: after StopRefresh, the new thread ends at once
 }
 
 void CAutoRefreshProcessInfo::StopRefresh() {
@@ -37,7 +37,7 @@ void CAutoRefreshProcessInfo::RefreshThreadMain() {
   const std::unique_lock<std::mutex> only(threadMutex.Native(), std::try_to_lock);
   if (!only) return;
   WriteLog("Auto refresh process info thread start...");
-  std::chrono::milliseconds interval = std::chrono::seconds(1);  // until the host has given one
+  std::chrono::milliseconds interval = std::chrono::seconds(1);  // until the host returns one
   while (!stopRequested) {
     Quietly([&] { interval = std::chrono::milliseconds(cfgex->GetRefreshInterval()); });
     clock::PauseUntilWallClock(interval);

@@ -1,5 +1,4 @@
-// Look-ups, and the refresh pass. Host queries are always made outside the map's lock.
-#include <boost/thread/lock_types.hpp>
+// Lookups and the refresh pass. The host is always queried outside the map's lock.
 #include <stdexcept>
 #include <utility>
 
@@ -28,7 +27,7 @@ std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::BuildRecord(s
 std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::GetProcessInfo(std::uint32_t processId) {
   if (cfgex->IsCacheBypassed()) return BuildRecord(processId);
   {
-    const boost::shared_lock<boost::shared_mutex> lock(mapLock);
+    const SharedLock lock(mapLock);
     if (processes) {
       const auto found = processes->find(processId);
       if (found != processes->end()) return found->second;
@@ -40,7 +39,7 @@ std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::GetProcessInf
 std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::FetchAndCache(std::uint32_t processId) {
   auto info = BuildRecord(processId);
   if (!info) return info;
-  const boost::unique_lock<boost::shared_mutex> lock(mapLock);
+  const ExclusiveLock lock(mapLock);
   if (processes) processes->try_emplace(processId, info);
   return info;
 }
@@ -64,7 +63,7 @@ void CAutoRefreshProcessInfo::FillEventProcessInfo(CArpRecord& record, CArpProce
 void CAutoRefreshProcessInfo::RefreshAll() {
   auto fresh = std::make_shared<ProcessInfoMap>();
   {
-    const boost::shared_lock<boost::shared_mutex> lock(mapLock);
+    const SharedLock lock(mapLock);
     if (processes) *fresh = *processes;
   }
   if (!fresh->empty()) {
@@ -81,8 +80,8 @@ void CAutoRefreshProcessInfo::RefreshAll() {
       }
     }
   }
-  // What a look-up inserted since the copy was taken is lost here; its next miss fetches it again.
-  const boost::unique_lock<boost::shared_mutex> lock(mapLock);
+  // Drops entries added since the copy; the next lookup fetches them again.
+  const ExclusiveLock lock(mapLock);
   processes.swap(fresh);
 }
 

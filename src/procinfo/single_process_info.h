@@ -1,4 +1,4 @@
-// What the module knows of one process.
+// What the module knows about one process.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,7 @@
 
 namespace fenlux {
 
-// Never changed once it stands in the cache: a refresh puts a new one in its place, so that a reader's handle stays a
-// consistent snapshot.
+// Never changes once it is in the cache: a refresh replaces it, so a reader's handle stays a consistent snapshot.
 struct CSingleProcessInfo {
   std::uint32_t sessionId = kUnknownProcess;  // CWinWork::QueryProcessValue
   std::string narrowInfo;
