@@ -1,4 +1,4 @@
-// The maker of event records.
+// Creation of event records.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,8 @@ class CArpRecord;
 
 class CArpMgmt {
  public:
-  // Makes an empty event record; the module passes 0. Delivery threads, once per notification.
+  // Creates an empty event record in `out` and returns it. The module passes 0. If it throws, or the record is null,
+  // the driver receives verdict 8. Delivery threads, concurrently, once per notification.
   virtual std::shared_ptr<CArpRecord>& CreateRecord(std::shared_ptr<CArpRecord>& out, std::uint32_t reserved) = 0;
 
  protected:

@@ -1,4 +1,4 @@
-// A byte buffer made by the host: every request, reply and connect context lives in one.
+// Byte buffers, made by the host: every request, reply and connect context is in one.
 #pragma once
 
 #include <cstddef>
@@ -6,13 +6,12 @@
 
 namespace fenlux {
 
-// Owned by whoever holds a shared handle. The bytes belong to one writer at a time; the module never shares a buffer
-// between threads while it writes.
+// Owned by its shared handles. The module writes to a buffer on one thread only, before it passes the buffer on.
 class CBuf {
  public:
-  // The first byte, valid for the buffer's life. Any thread.
+  // Returns the first byte, valid for the life of the buffer. May be null only if the size is 0. Any thread.
   virtual std::uint8_t* GetData() = 0;
-  // The size in bytes; fixed once made. Any thread.
+  // Returns the size in bytes, which never changes. Any thread.
   virtual std::size_t GetSize() = 0;
 
  protected:

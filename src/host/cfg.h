@@ -1,4 +1,4 @@
-// The host's base configuration, as far as the module reads it.
+// The part of the host's base configuration that the module reads.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +8,11 @@ namespace fenlux {
 
 class CRecordFactory;
 
-// The switches that the module hands to the driver once per connection. Connection worker, host threads.
+// The switches that the module sends to the driver unread, once per connection. Connection worker, host threads.
 class CSpspSettings {
  public:
   virtual std::uint8_t GetSpspFlag1() = 0;
-  // Declared for the order of the table; the module never calls it.
+  // Never called; declared to keep the order of the table.
   virtual std::uint8_t GetReservedFlag() = 0;
   virtual std::uint8_t GetSpspFlag2() = 0;
   virtual std::uint8_t GetSpspFlag3() = 0;
@@ -22,19 +22,21 @@ class CSpspSettings {
   ~CSpspSettings() = default;
 };
 
-// The only kind of version that CCfg::ReportDriverVersion is given.
+// The only kind that the module passes to CCfg::ReportDriverVersion.
 inline constexpr std::uint32_t kDriverVersionKind = 1;
 
 class CCfg {
  public:
-  // The maker of registration records; an empty handle means that none is registered. Connection worker.
+  // Returns the factory of registration records, or an empty handle to register none. Connection worker.
   virtual const std::shared_ptr<CRecordFactory>& GetRecordFactory() = 0;
-  // The driver's switches; an empty handle is reported and none are sent. Connection worker, host threads.
+  // Returns the driver's switches. With an empty handle, the module logs an error and sends none. Connection worker,
+  // host threads.
   virtual const std::shared_ptr<CSpspSettings>& GetSpspSettings() = 0;
-  // Receives the driver's version once per connection, with kind 1 and true; 0 means that the driver gave none.
-  // Connection worker.
+  // Receives the driver's version once per connection, with kDriverVersionKind and true. Version 0 means that the
+  // driver did not answer. If it throws, the connection ends. Connection worker.
   virtual void ReportDriverVersion(std::uint32_t kind, bool current, std::uint32_t version) = 0;
-  // Whether notifications are measured; the module passes 0 and 0. Delivery threads, once per notification.
+  // Returns whether to measure notifications. The module passes 0 and 0. If it throws, the notification is not
+  // measured. Delivery threads, concurrently, once per notification.
   virtual bool IsMeasuringEnabled(std::uint32_t first, std::uint32_t second) = 0;
 
  protected:

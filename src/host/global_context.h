@@ -1,4 +1,4 @@
-// The service locator that the host hands to init: every service of the host is reached through it.
+// The service locator that the host passes to init; the module reaches every service of the host through it.
 #pragma once
 
 #include <memory>
@@ -17,22 +17,23 @@ class CRecordService;
 class CUtility;
 class CWinWork;
 
-// The module keeps the context, and each service it asked for, until its own objects end. An empty handle means that
-// the service is missing: where the module cannot work without it, construction fails with a message that names it.
-// Getters: any thread, several at once.
+// The module's objects keep the context, and the services they use, for as long as they live. An empty handle means
+// that the service is missing. If a required service is missing, constructing the object that needs it (the module in
+// init, or a driver interface on the connection worker) fails with a message that names the service. Getters: any
+// thread, concurrently.
 class CGlobalContext {
  public:
-  // Required. Also once per notification, on delivery threads.
+  // Required. Also called on delivery threads, once per notification.
   virtual std::shared_ptr<CCfg> GetCfg() = 0;
-  // Required. Also on delivery threads while notifications are measured.
+  // Required. Also called on delivery threads while notifications are measured.
   virtual std::shared_ptr<CLog> GetLog() = 0;
-  // Required by the driver interface; the module core logs untranslated, and asks again, while it is missing.
+  // Required by the driver interface. While it is missing, the module core logs untranslated texts and asks again.
   virtual std::shared_ptr<CLocale> GetLocale() = 0;
-  // Required. Also on delivery threads while notifications are measured.
+  // Required. Also called on delivery threads while notifications are measured.
   virtual std::shared_ptr<CUtility> GetUtility() = 0;
   // Required by the driver interface.
   virtual std::shared_ptr<CNet> GetNet() = 0;
-  // Optional: without it nothing is registered.
+  // Optional. Without it, nothing is registered.
   virtual const std::shared_ptr<CRecordService>& GetRecordService() = 0;
   // Required by the driver interface.
   virtual const std::shared_ptr<CWinWork>& GetWinWork() = 0;
@@ -42,8 +43,8 @@ class CGlobalContext {
   virtual std::shared_ptr<CCfgEx> GetCfgEx() = 0;
   // Required by the driver interface.
   virtual std::shared_ptr<CAoArp> GetAoArp() = 0;
-  // Receives the module, once, inside init. The module keeps itself alive; the host may keep the handle. No lock of
-  // the module is held: the host may drive the module from inside the call. Host thread.
+  // Receives the module, once, during init. The host may keep the handle; the module stays alive without it. The module
+  // holds no lock, so the host may call its operations from here. An exception leaves init. Host thread.
   virtual void RegisterModule(const std::shared_ptr<CFenlux>& module) = 0;
 
  protected:

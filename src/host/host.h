@@ -1,24 +1,28 @@
-// Everything the module requires of its host, in one include.
+// Everything that the module requires of its host, in one include.
 //
-// Every interface here is a table of operations: pure virtual, in a fixed order, without data and without overloads. A
-// host and the module share C++ types across the library boundary, so both are built with one compiler and one runtime.
+// Each interface is a table of operations: pure virtual, in a fixed order, without data or overloads. A host and the
+// module share C++ types across the library boundary, so build both with the same compiler and runtime.
 //
-// Getters that return a reference give a handle that the host keeps; the module copies it, on several threads at once.
-// The host must not replace the handle behind such a reference while the module may be reading it.
+// Getters that return a reference return a handle that the host keeps. The module copies it, on several threads at
+// once; do not replace the handle while the module may be reading it.
 //
-// Words used beside the operations, here and in kdi/, for the threads that call them:
+// The comments name the threads that call an operation:
 //   host thread         a thread of the host that calls init or an operation of CFenlux or CKDIBase
 //   connection worker   the module's thread that makes driver interfaces and runs their connections, one at a time
 //   policy worker       the module's thread that applies the monitoring policy
 //   refresh thread      the module's thread that keeps the process cache current, one per driver interface
-//   delivery thread     a thread of the host's port client inside the NotificationHandler, several at once
+//   delivery thread     a thread of the host's port client that calls the NotificationHandler; several at once
 //   any thread          any of these, several at once
 //
-// Most calls are made without a lock of the module. These hold one: the registration and clearing of monitor objects
-// (the driver interface's list lock), RegisterSystemProcess (its base lock), the clearing and shutdown of the current
-// driver interface (the module's interface lock), the first GetLocale (a lock of its own), and everything that a worker
-// calls (a lock that only says that the worker is there). A service must therefore never call back into the operation
-// that it is being called from.
+// The module calls the host without holding a lock, except in these cases:
+//   adding, sending and clearing monitor objects     the driver interface's list lock
+//   RegisterSystemProcess                            the driver interface's base lock
+//   clearing and shutting down by StartWork,         the module's interface lock
+//   StopWork, or the end of a connection attempt
+//   the first GetLocale of the module core           a lock of its own
+//   everything on the connection worker and the      a lock that keeps a second such thread from running
+//   refresh thread
+// The policy worker holds none of its own. A service must not call back into the operation that called it.
 #pragma once
 
 #include "host/ao_arp.h"

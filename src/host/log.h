@@ -1,4 +1,4 @@
-// The host's log. The host decides the severity of each operation; the module decides which operation a line takes.
+// The host's log. The module chooses the operation for a line; the host decides the severity of each operation.
 #pragma once
 
 #include <cstdint>
@@ -6,23 +6,23 @@
 
 namespace fenlux {
 
-// Every operation takes a log code (0x10003 for all lines but the performance line, which carries 0x10034) and one
-// complete line without a line end. All of them: any thread, several at once. LogProblem, LogDetail and, while
-// notifications are measured, LogEvent are called on delivery threads while the kernel waits for a verdict, so they
-// should not block. An exception is survived by the module wherever a verdict depends on it; the line is then lost.
+// Every operation takes a log code (0x10003, or 0x10034 for measurements) and one complete line without a line end.
+// LogProblem, LogDetail and, while notifications are measured, LogEvent are called on delivery threads while an
+// operation is blocked in the kernel, so they should not block. If a log call throws while a reply is pending, the
+// module drops the line and still replies. Any thread, concurrently.
 class CLog {
  public:
-  // The connection has been failing for a long time.
+  // The connection keeps failing.
   virtual void LogAlert(std::uint32_t code, const std::string& line) = 0;
-  // Exception reports, skipped policy objects, refused work.
+  // Exception reports, skipped policy objects, failed registrations.
   virtual void LogProblem(std::uint32_t code, const std::string& line) = 0;
   // The driver's version differs from the module's.
   virtual void LogWarning(std::uint32_t code, const std::string& line) = 0;
   // The monitoring policy is empty.
   virtual void LogNotice(std::uint32_t code, const std::string& line) = 0;
-  // The connection's milestones, versions, registered paths, measurements.
+  // Start and end of a connection, versions, registered paths, measurements.
   virtual void LogEvent(std::uint32_t code, const std::string& line) = 0;
-  // Operations that were passed without being judged.
+  // Operations that passed without being judged.
   virtual void LogDetail(std::uint32_t code, const std::string& line) = 0;
 
  protected:

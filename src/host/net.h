@@ -1,4 +1,4 @@
-// The host's network side: one object per driver interface, held for the interface's life.
+// The host's network objects: one per driver interface, held for the life of the interface.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@ namespace fenlux {
 
 class CNetObject {
  public:
-  // Lets go of what the object stands for. Called at most once, with 0; what is written into `out` is dropped. Host
-  // thread or connection worker.
+  // Releases what the object stands for. Called at most once, with 0, when the interface shuts down. The module ignores
+  // what is written into `out`. Any thread.
   virtual std::shared_ptr<CNetObject>& Release(std::shared_ptr<CNetObject>& out, std::uint32_t reserved) = 0;
 
  protected:
@@ -18,7 +18,8 @@ class CNetObject {
 
 class CNet {
  public:
-  // Makes the object of one driver interface from the two record values of CCfgEx. Connection worker.
+  // Creates the object of a driver interface in `out` from GetRecordValue1 and GetRecordValue2 of CCfgEx, and returns
+  // it; an empty handle means none. Connection worker.
   virtual std::shared_ptr<CNetObject>& CreateObject(std::shared_ptr<CNetObject>& out, std::uint32_t value1,
                                                     std::uint32_t value2) = 0;
 

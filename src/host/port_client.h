@@ -1,4 +1,4 @@
-// The host's client of the driver's communication port: one per connection.
+// Client of the driver's communication port: one per connection.
 #pragma once
 
 #include <cstdint>
@@ -9,32 +9,29 @@ namespace fenlux {
 
 class CBuf;
 
-// Called by a port client for every message of the driver, on its delivery threads, several at once. `message` holds
-// `size` bytes and belongs to the caller; it need live only for the call. The returned buffer is the reply to send; an
-// empty one means that no reply is sent. Until the handler has returned, the duty to answer the driver is the
-// module's; from then on it is the port client's. The handler throws only where the reply's buffer cannot be made; the
-// port client then answers for itself. It holds the driver interface weakly and may be called, and dropped, at any
-// time, also after the module has let go of the port client.
+// Handles one message of the driver and returns the reply to send, or an empty handle if no reply is to be sent.
+// `message` has `size` bytes and must be valid during the call. Until the handler returns, the module owes the driver
+// the reply; from then on the port client does, also if the handler throws, which it does only if the reply buffer
+// cannot be made. Holds the driver interface weakly: may be called or destroyed at any time, even after the module has
+// released the port client. Delivery threads, concurrently.
 using NotificationHandler = std::function<std::shared_ptr<CBuf>(const void* message, std::uint32_t size)>;
 
 class CPortClient {
  public:
-  // Opens the connection and passes the connect context to the driver. Throws where the driver refuses. Connection
+  // Opens the connection and passes the connect context to the driver. Throws if the driver refuses. Connection
   // worker, once, before Start.
   virtual void Connect() = 0;
-  // Begins the delivery of messages to the handler; replies that are not empty go back to the driver. Connection
-  // worker, once, after Connect.
+  // Starts passing messages to the handler and sending its replies to the driver. Returns at once. Connection worker,
+  // once, after Connect.
   virtual void Start() = 0;
-  // Blocks until the connection ends: the driver went away, or Close was called. Connection worker.
+  // Blocks until the connection ends: the driver goes away, or Close is called. Connection worker.
   virtual void Wait() = 0;
-  // Ends the connection. Final: after it, whatever was called before or comes later, every Wait returns. It may come
-  // before Connect, twice, and while Connect, Start, Wait or Send run on other threads; it must not wait for a handler
-  // call to return. Any thread.
+  // Closes the connection for good: current and future calls to Wait return. May be called before Connect, more than
+  // once, and concurrently with any other method. Must not wait for a running handler call. Any thread.
   virtual void Close() = 0;
-  // Sends `request` to the driver and puts the driver's answer into `reply`: the buffer that `reply` holds may be
-  // filled or replaced; an empty handle means that the caller wants no answer. The module passes true as `flag`. The
-  // request belongs to the caller again when the call returns. Throws where it could not be sent. Any thread, several
-  // at once.
+  // Sends `request` to the driver. If `reply` is non-null, receives the driver's answer, either in the given buffer or
+  // in a new one. If it is null, no answer is expected. The module passes true as `flag`. Does not keep `request` after
+  // returning. Throws if the request cannot be sent. Any thread, concurrently.
   virtual void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) = 0;
 
  protected:

@@ -1,4 +1,4 @@
-// The host's register of driver interfaces: one record per interface, withdrawn when it shuts down.
+// Registration of driver interfaces with the host: one record per interface, withdrawn when it shuts down.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,8 @@
 
 namespace fenlux {
 
-// What a driver interface says of itself. Connection worker; each setter is called once.
+// Describes a driver interface: the name "KDIB", and GetPortValue, GetRecordValue1 and GetRecordValue2 of CCfgEx. Each
+// setter is called once. Connection worker.
 class CKdiRecord {
  public:
   virtual void SetName(const std::string& name) = 0;
@@ -21,7 +22,8 @@ class CKdiRecord {
 
 class CRecordFactory {
  public:
-  // Makes an empty record; an empty handle means that none is registered. Connection worker.
+  // Creates an empty record in `out` and returns it; an empty handle means that nothing is registered. Connection
+  // worker.
   virtual std::shared_ptr<CKdiRecord>& CreateRecord(std::shared_ptr<CKdiRecord>& out) = 0;
 
  protected:
@@ -30,8 +32,7 @@ class CRecordFactory {
 
 class CRecordRegistration {
  public:
-  // Takes the record out of the register. Called at most once, on the thread that shuts the interface down: host
-  // thread or connection worker.
+  // Withdraws the record. Called at most once, on the thread that shuts the interface down. Any thread.
   virtual void Withdraw() = 0;
 
  protected:
@@ -40,8 +41,9 @@ class CRecordRegistration {
 
 class CRecordService {
  public:
-  // Enters a filled record. The registration that it returns lives as long as the driver interface; a registration
-  // released without Withdraw belongs to an interface whose construction failed. Connection worker.
+  // Registers a filled record and returns its registration, which the driver interface keeps for its life, or an empty
+  // handle. If a registration is released without Withdraw, the construction of its interface failed. Connection
+  // worker.
   virtual std::shared_ptr<CRecordRegistration> Register(const std::shared_ptr<CKdiRecord>& record) = 0;
 
  protected:
