@@ -1,10 +1,11 @@
-// Puts the parts of the emulator together, and stands between them and the port clients that the module holds.
+// Puts the emulated driver and its event source together.
 #include "refhost/emulator/driver_emulator.h"
 
-#include <mutex>
 #include <utility>
 
-#include "refhost/emulator/driver/driver_core.h"
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/emulator/driver/emulated_driver.h"
 #include "refhost/emulator/driver/port_client.h"
 #include "refhost/emulator/sources/fanotify_source.h"
 #include "refhost/emulator/sources/scripted_source.h"
@@ -15,35 +16,35 @@ class DriverEmulator::Impl {
  public:
   Impl(EmulatorSettings emulatorSettings, Scenario scenario, EmulatorHooks hooks)
       : settings(std::move(emulatorSettings)),
-        core(std::make_shared<DriverCore>(settings, scenario.faults, std::move(hooks))) {
+        driver(std::make_shared<EmulatedDriver>(settings, scenario.faults, std::move(hooks))) {
     if (settings.source == EventSourceKind::kFanotify) {
-      source = MakeFanotifySource(core, settings.kernel);
+      source = MakeFanotifySource(driver, settings.kernel);
     } else {
-      scripted = std::make_shared<ScriptedSource>(core, std::move(scenario));
+      scripted = std::make_shared<ScriptedSource>(driver, std::move(scenario));
       source = scripted;
     }
-    core->Attach(source);
+    driver->Attach(source);
     source->Start();
   }
 
   void Stop() {
-    const std::lock_guard lock(stopMutex);
+    const MutexLock lock(stopMutex);
     if (source == nullptr) return;
-    core->BeginStop();
+    driver->BeginStop();
     source->Stop(settings.stopGrace);
-    core->FinishStop();
-    source.reset();  // with it goes the kernel's own handle, unless a thread was left behind
+    driver->FinishStop();
+    source.reset();  // closes the kernel's handle, unless a thread was left behind
   }
 
-  const std::shared_ptr<DriverCore>& Core() const { return core; }
+  const std::shared_ptr<EmulatedDriver>& Driver() const { return driver; }
   const ScriptedSource* Scripted() const { return scripted.get(); }
 
  private:
   const EmulatorSettings settings;
-  const std::shared_ptr<DriverCore> core;
+  const std::shared_ptr<EmulatedDriver> driver;
   std::shared_ptr<ScriptedSource> scripted;
-  std::mutex stopMutex;
-  std::shared_ptr<EventSource> source;
+  Mutex stopMutex;
+  std::shared_ptr<EventSource> source FENLUX_GUARDED_BY(stopMutex);
 };
 
 DriverEmulator::DriverEmulator(EmulatorSettings settings, Scenario scenario, EmulatorHooks hooks)
@@ -57,7 +58,7 @@ std::shared_ptr<CPortClient> DriverEmulator::MakePortClient(const std::string& p
                                                             std::uint32_t portValue) {
   auto port = std::make_shared<DriverPort>(
       PortRequest{portName, connectContext, maxMessageSize, std::move(handler), portValue});
-  return std::make_shared<EmulatorPortClient>(impl->Core(), std::move(port));
+  return std::make_shared<EmulatorPortClient>(impl->Driver(), std::move(port));
 }
 
 void DriverEmulator::Stop() { impl->Stop(); }
@@ -68,8 +69,8 @@ bool DriverEmulator::WaitScenarioFinished(std::chrono::milliseconds limit) const
   return impl->Scripted() != nullptr && impl->Scripted()->WaitFinished(limit);
 }
 
-EmulatorState DriverEmulator::State() const { return impl->Core()->State(); }
+EmulatorState DriverEmulator::State() const { return impl->Driver()->Model().State(); }
 
-EmulatorTotals DriverEmulator::Totals() const { return impl->Core()->Totals().Snapshot(); }
+EmulatorTotals DriverEmulator::Totals() const { return impl->Driver()->Totals().Snapshot(); }
 
 }  // namespace fenlux::refhost

@@ -1,23 +1,23 @@
-// Reads the table of faults of a configuration or a scenario step; what it does not name stays as it is.
+// Reads a table of faults from a configuration or a scenario step; faults it does not name stay unset.
 #include "refhost/emulator/emulator_faults.h"
 
 #include "refhost/base/config/config_reader.h"
-#include "refhost/emulator/driver/driver_model.h"
+#include "refhost/emulator/driver/driver_commands.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kLongestMilliseconds = 3'600'000;
+constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
 
 std::optional<std::chrono::milliseconds> Delay(const ConfigTable& table, std::string_view key) {
   if (!table.Has(key)) return std::nullopt;
-  return std::chrono::milliseconds(table.Unsigned(key, 0, 0, kLongestMilliseconds));
+  return std::chrono::milliseconds(table.Unsigned(key, 0, 0, kMaxMilliseconds));
 }
 
 FailingSend ReadFailingSend(const ConfigTable& table) {
   FailingSend fault;
   fault.command = table.Unsigned("command", fault.command);
-  if (fault.command != 0 && CommandName(fault.command).empty()) {
+  if (fault.command != 0 && FindCommand(fault.command) == nullptr) {
     table.Report("command", "is not a command of the driver");
   }
   fault.nth = table.Unsigned("nth", fault.nth, 1);

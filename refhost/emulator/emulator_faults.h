@@ -1,4 +1,4 @@
-// The ways in which the emulated driver can be told to fail.
+// The faults that the emulated driver can be told to show.
 #pragma once
 
 #include <chrono>
@@ -11,10 +11,10 @@ class ConfigTable;
 
 // How the driver answers the version request.
 enum class VersionReply {
-  kFill,     // writes into the reply buffer that came along
-  kReplace,  // hands back a full buffer of its own
-  kShort,    // hands back a buffer one byte too short
-  kEmpty,    // hands back an empty handle
+  kFill,     // writes into the module's reply buffer
+  kReplace,  // returns a complete buffer of its own
+  kShort,    // returns a buffer one byte too short
+  kEmpty,    // returns an empty handle
 };
 
 // What a failing Send throws.
@@ -28,10 +28,10 @@ struct FailingSend {
   bool operator==(const FailingSend&) const = default;
 };
 
-// A set of faults. Where a scenario sets faults between its events, only those that it names change.
+// A set of faults. A scenario that sets faults between its events changes only those it names.
 struct EmulatorFaults {
-  std::optional<std::uint32_t> refuseConnects = {};  // so many attempts from now on are refused
-  std::optional<std::uint64_t> dropAfter = {};       // end the connection after so many notifications on it; 0: never
+  std::optional<std::uint32_t> refuseConnects = {};  // refuse this many attempts from now on
+  std::optional<std::uint64_t> dropAfter = {};       // end a connection after this many notifications; 0: never
   std::optional<std::uint32_t> driverVersion = {};
   std::optional<VersionReply> versionReply = {};
   std::optional<FailingSend> failSend = {};
@@ -41,7 +41,7 @@ struct EmulatorFaults {
   bool operator==(const EmulatorFaults&) const = default;
 };
 
-// Reads the table's faults and reports what is wrong with them; the caller calls Finish.
+// Reads the table's faults and reports errors in them. The caller calls Finish.
 EmulatorFaults ReadEmulatorFaults(const ConfigTable& table);
 
 }  // namespace fenlux::refhost

@@ -1,15 +1,15 @@
-// Reads [emulator] and its kernel events, and tells what is out of range or unknown.
+// Reads the [emulator] table and reports values that are out of range or unknown.
 #include "refhost/emulator/emulator_settings.h"
+
+#include <fmt/format.h>
 
 #include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kLongestMilliseconds = 3'600'000;
-constexpr std::uint32_t kMostThreads = 64;
-constexpr std::int64_t kLeastVerdict = 2;
-constexpr std::int64_t kGreatestVerdict = 8;
+constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
+constexpr std::uint32_t kMaxThreads = 64;
 
 struct KernelEventName {
   std::string_view name;
@@ -22,9 +22,9 @@ constexpr KernelEventName kKernelEvents[] = {
 };
 
 std::chrono::milliseconds Milliseconds(const ConfigTable& table, std::string_view key,
-                                       std::chrono::milliseconds standard, std::uint32_t least) {
+                                       std::chrono::milliseconds defaultValue, std::uint32_t min) {
   return std::chrono::milliseconds(
-      table.Unsigned(key, static_cast<std::uint32_t>(standard.count()), least, kLongestMilliseconds));
+      table.Unsigned(key, static_cast<std::uint32_t>(defaultValue.count()), min, kMaxMilliseconds));
 }
 
 void ReadEvents(const ConfigTable& table, KernelEventSettings& settings) {
@@ -38,9 +38,9 @@ void ReadEvents(const ConfigTable& table, KernelEventSettings& settings) {
       settings.*event.setting = true;
       known = true;
     }
-    if (!known) table.Report("events", "unknown event \"" + name + "\"; there are open, access and exec");
+    if (!known) table.Report("events", fmt::format("unknown event \"{}\"; the events are open, access and exec", name));
   }
-  if (names.empty()) table.Report("events", "names no event; there are open, access and exec");
+  if (names.empty()) table.Report("events", "names no event; the events are open, access and exec");
 }
 
 KernelEventSettings ReadKernelEventSettings(const ConfigTable& table) {
@@ -49,10 +49,10 @@ KernelEventSettings ReadKernelEventSettings(const ConfigTable& table) {
   for (const auto& directory : table.Paths("directories")) settings.directories.push_back(directory.string());
   settings.recursive = table.Boolean("recursive", settings.recursive);
   ReadEvents(table, settings);
-  settings.threads = table.Unsigned("threads", settings.threads, 1, kMostThreads);
+  settings.threads = table.Unsigned("threads", settings.threads, 1, kMaxThreads);
   if (table.Has("refusing_verdicts")) {
     settings.refusingVerdicts.clear();
-    for (const std::int64_t verdict : table.Integers("refusing_verdicts", kLeastVerdict, kGreatestVerdict)) {
+    for (const std::int64_t verdict : table.Integers("refusing_verdicts", records::kMinVerdict, records::kMaxVerdict)) {
       settings.refusingVerdicts.push_back(static_cast<std::uint32_t>(verdict));
     }
   }
@@ -68,7 +68,7 @@ EmulatorSettings ReadEmulatorSettings(const ConfigTable& table) {
                                                                 {"fanotify", EventSourceKind::kFanotify}});
   settings.scenarioFile = table.Path("scenario");
   if (settings.source == EventSourceKind::kFanotify && !settings.scenarioFile.empty()) {
-    table.Report("scenario", "belongs to source = \"scripted\"; kernel events have no scenario");
+    table.Report("scenario", "needs source = \"scripted\"; kernel events have no scenario");
   }
   settings.driverVersion = table.Unsigned("driver_version", settings.driverVersion);
   settings.deadline = Milliseconds(table, "deadline_ms", settings.deadline, 1);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kdi/driver_records.h"
 #include "refhost/emulator/emulator_faults.h"
 
 namespace fenlux::refhost {
@@ -15,33 +16,34 @@ class ConfigTable;
 
 enum class EventSourceKind { kScripted, kFanotify };
 
-// Where kernel events come from and what becomes of them.
+// Which kernel events to watch for, and what to do with them.
 struct KernelEventSettings {
-  bool followPolicy = true;              // watch what the module commits (types 1 and 2) ...
-  std::vector<std::string> directories;  // ... and always these
+  bool followPolicy = true;              // watch the directories that the module commits (types 1 and 2)
+  std::vector<std::string> directories;  // watch these as well
   bool recursive = false;                // with the directories below, as they are when the watch is set
   bool onOpen = true;
   bool onAccess = false;
   bool onExec = false;
   std::uint32_t threads = 2;  // that read kernel events and answer them
-  std::vector<std::uint32_t> refusingVerdicts{4, 5};
+  std::vector<std::uint32_t> refusingVerdicts{static_cast<std::uint32_t>(records::Verdict::kVerdict4),
+                                              static_cast<std::uint32_t>(records::Verdict::kVerdict5)};
 
   bool operator==(const KernelEventSettings&) const = default;
 };
 
 struct EmulatorSettings {
   EventSourceKind source = EventSourceKind::kScripted;
-  boost::filesystem::path scenarioFile;       // scripted source; empty: no events at all
+  boost::filesystem::path scenarioFile;       // of the scripted source; empty: no events
   std::uint32_t driverVersion = 19072701;     // the answer to the version request
   std::chrono::milliseconds deadline{1000};   // from delivery until the reply must have been taken
-  std::chrono::milliseconds stopGrace{2000};  // how long Stop waits for handler calls before it leaves them behind
-  EmulatorFaults faults;                      // in force from the start
+  std::chrono::milliseconds stopGrace{2000};  // how long Stop waits for handler calls before leaving them behind
+  EmulatorFaults faults;                      // set from the start
   KernelEventSettings kernel;
 
   bool operator==(const EmulatorSettings&) const = default;
 };
 
-// Reads the table and reports what is wrong with it; the caller calls Finish. Does not read the scenario file.
+// Reads the table and reports errors in it. The caller calls Finish. Does not read the scenario file.
 EmulatorSettings ReadEmulatorSettings(const ConfigTable& table);
 
 }  // namespace fenlux::refhost

@@ -1,5 +1,5 @@
-// What the driver believes: everything that the module told it over the present connection (or the last one, while
-// there is none), and how the module kept to the protocol over all of them.
+// What the driver knows: everything that the module told it over the current connection (or the previous one, while
+// there is none), and the violations of the protocol over all connections.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ struct MonitoredObject {
   bool operator==(const MonitoredObject&) const = default;
 };
 
-// The monitored objects of one type: what was added since the last commit, and what the last commit made valid.
+// The monitored objects of one type: those added since the last commit, and those the last commit put into effect.
 struct MonitoredSet {
   std::vector<MonitoredObject> pending;
   std::vector<MonitoredObject> committed;
@@ -37,15 +37,15 @@ struct EmulatorState {
 
   std::map<std::uint32_t, std::uint64_t> requests;          // by command code, of this connection
   std::array<MonitoredSet, 3> monitored;                    // of object types 1, 2 and 3
-  std::uint32_t netControlMode = 0;                         // 0: never told
-  std::array<NetControlItems, 3> netControlItems;           // lists 1, 2 and 3, as last ended
+  std::uint32_t netControlMode = 0;                         // 0: not set
+  std::array<NetControlItems, 3> netControlItems;           // lists 1, 2 and 3, as last completed
   std::optional<bool> grpmSwitch;                           // command 4
   std::optional<bool> grspSwitch;                           // command 6
   std::optional<std::uint32_t> grdtoValue;                  // command 8
   std::optional<bool> grharaOff;                            // command 9
   std::optional<std::array<std::uint8_t, 4>> spspSwitches;  // command 12
-  std::map<std::uint32_t, std::uint64_t> systemProcesses;   // kind to process id
-  std::optional<std::vector<std::uint8_t>> configBlock;     // command 24, without the zeros at its end
+  std::map<std::uint32_t, std::uint64_t> systemProcesses;   // process id by kind
+  std::optional<std::vector<std::uint8_t>> configBlock;     // command 24, without trailing zeros
   std::uint32_t dumps = 0;
   std::uint32_t versionsAsked = 0;
 

@@ -1,4 +1,4 @@
-// What the emulator counted: every notification that it delivered, and what became of it. The sums must hold.
+// What the emulator counted: every notification it delivered, and what became of it. The sums must add up.
 #pragma once
 
 #include <array>
@@ -10,34 +10,34 @@
 
 namespace fenlux::refhost {
 
-// Why an operation passed without the module's judgement.
+// Why an operation passed without a verdict of the module.
 enum class UnjudgedCause : std::size_t {
-  // Delivered to the module, without an answer in time.
-  kLate,  // the deadline passed while the module still worked on it
+  // Delivered to the module and not answered in time.
+  kLate,  // the deadline passed while the module was still working on it
   // Delivered to the module and lost.
-  kEmptyReply,       // the handler gave no reply where one is due
-  kHandlerThrew,     // the handler ended by an exception
+  kEmptyReply,       // the handler returned no reply although one is due
+  kHandlerThrew,     // the handler threw an exception
   kMalformedReply,   // the reply breaks the protocol
   kConnectionEnded,  // the connection ended before the reply was taken
   kStopped,          // the emulator stopped before the reply was taken
   // Never delivered.
   kNoConnection,   // kernel event while no module was connected
   kOwnProcess,     // kernel event of the host's own process
-  kReadersBusy,    // kernel event while every reader was held up beyond the deadline
-  kNotBuilt,       // the notification of a kernel event could not be made (memory)
-  kQueueOverflow,  // the kernel dropped events of its own accord
+  kReadersBusy,    // kernel event while every reader was blocked beyond the deadline
+  kNotBuilt,       // the notification of a kernel event could not be built (out of memory)
+  kQueueOverflow,  // the kernel dropped events because its queue was full
 };
 inline constexpr std::size_t kUnjudgedCauses = 11;
 
-// A name for summaries: "late", "empty reply" and so on.
+// The cause's name for summaries: "late", "empty reply" and so on.
 std::string_view UnjudgedCauseName(UnjudgedCause cause);
 
 inline constexpr std::array<UnjudgedCause, 5> kLostCauses{UnjudgedCause::kEmptyReply, UnjudgedCause::kHandlerThrew,
                                                           UnjudgedCause::kMalformedReply,
                                                           UnjudgedCause::kConnectionEnded, UnjudgedCause::kStopped};
 
-// Times from handing a notification to the module until its reply was taken, of all that were answered in time and of
-// those that need no answer. Quantiles are accurate to about 3 percent; all are 0 while nothing was counted.
+// Times from handing a notification to the module until its reply was taken, over those that were answered in time or
+// need no answer. Quantiles are accurate to about 3 percent. All values are 0 while nothing has been counted.
 struct LatencySummary {
   std::uint64_t count = 0;
   std::chrono::nanoseconds p50{0};
@@ -46,14 +46,14 @@ struct LatencySummary {
   std::chrono::nanoseconds max{0};
 };
 
-// A consistent picture of one moment.
+// A consistent snapshot.
 struct EmulatorTotals {
   std::uint64_t delivered = 0;
   std::uint64_t answered = 0;            // a well-formed reply, in time
   std::uint64_t unansweredByDesign = 0;  // code 4113, which expects no reply
   std::uint64_t late = 0;
   std::uint64_t lost = 0;
-  std::uint64_t inFlight = 0;                        // with the module at this moment; 0 once the emulator has stopped
+  std::uint64_t inFlight = 0;                        // with the module right now; 0 once the emulator has stopped
   std::map<std::uint32_t, std::uint64_t> byCode;     // of the delivered; messages too short for a code count under 0
   std::map<std::uint32_t, std::uint64_t> byVerdict;  // of the answered
   std::array<std::uint64_t, kUnjudgedCauses> unjudged{};
@@ -62,8 +62,8 @@ struct EmulatorTotals {
   // Kernel events only; all 0 with the scripted source.
   std::uint64_t kernelEvents = 0;    // permission events read from the kernel
   std::uint64_t kernelRefused = 0;   // answered so that the operation failed
-  std::uint64_t kernelAllowed = 0;   // answered so that it went on, by verdict or unjudged
-  std::uint64_t kernelInFlight = 0;  // read and not yet answered; 0 once the emulator has stopped
+  std::uint64_t kernelAllowed = 0;   // answered so that it continued, by verdict or unjudged
+  std::uint64_t kernelInFlight = 0;  // read and not answered yet; 0 once the emulator has stopped
 
   std::uint64_t Unjudged(UnjudgedCause cause) const { return unjudged[static_cast<std::size_t>(cause)]; }
   // delivered = answered + unanswered by design + late + lost + in flight, the sums by code, verdict and cause agree

@@ -1,50 +1,64 @@
-// What the driver knows and how requests change it: a table of commands, each with its check and its effect.
+// What the driver knows of the module: everything that it was told over the current connection, and the violations of
+// the protocol. Its lock is taken for each operation and calls nothing that blocks.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/emulator/driver/driver_commands.h"
+#include "refhost/emulator/driver/hook_caller.h"
 #include "refhost/emulator/emulator_state.h"
 
 namespace fenlux::refhost {
 
-// Not thread-safe; the caller holds its lock.
-class DriverModel {
- public:
-  // A new connection: the driver has forgotten what it was told over the last one.
-  void Open(std::uint32_t clientType, std::uint32_t portValue);
-  void Close() { state.connected = false; }
-
-  // What a request changed.
-  struct Effect {
-    std::string violation;             // empty where the request keeps to the protocol; otherwise it changed nothing
-    std::uint32_t command = 0;         // 0 where the request is not one
-    bool monitoredSetChanged = false;  // of types 1 and 2
-  };
-  // Checks a request and carries it out.
-  Effect Take(const std::uint8_t* request, std::size_t size);
-
-  // Notes a breach of the protocol that is not a request's.
-  void AddViolation(std::string text);
-  void CountRefusedConnect() { ++state.refusedConnects; }
-
-  const EmulatorState& State() const { return state; }
-  // The committed paths of types 1 and 2 while a connection is open.
-  std::vector<std::string> MonitoredPaths() const;
-
- private:
-  friend struct CommandEffects;
-
-  EmulatorState state;
-  std::array<std::optional<NetControlItems>, 3> loading;  // the item list between its begin and its end
+// The directories that the module wants watched. The highest revision is the current one.
+struct WatchSet {
+  std::uint64_t revision = 0;
+  std::vector<std::string> directories;
 };
 
-// The command's name for messages; empty for one that the driver does not know.
-std::string CommandName(std::uint32_t command);
+// What a request did.
+struct RequestEffect {
+  std::string violation;         // empty if the request keeps to the protocol; otherwise the request changed nothing
+  std::uint32_t command = 0;     // 0 if the request has no known command
+  bool watchSetChanged = false;  // objects of type 1 or 2 were committed
+};
+
+// Any thread.
+class DriverModel {
+ public:
+  explicit DriverModel(HookCaller& hookCaller) : hooks(hookCaller) {}
+
+  // Begins a connection and returns its number. The driver forgets what it learned over the previous one.
+  std::uint64_t Open(std::uint32_t clientType, std::uint32_t portValue);
+  void Close();
+
+  // Checks a request and carries it out; nothing, if that connection is over.
+  std::optional<RequestEffect> CarryOut(std::uint64_t connection, const std::uint8_t* request, std::size_t size);
+  // Whether the current connection has received the command this often.
+  bool Received(std::uint32_t command, std::uint64_t times) const;
+
+  // Counts a violation of the protocol and keeps its text; the second also logs it.
+  void CountViolation(const std::string& text);
+  void ReportViolation(const std::string& text);
+  void CountRefusedConnect();
+
+  EmulatorState State() const;
+  // The committed paths of types 1 and 2, none while no connection is open, with a new revision.
+  WatchSet TakeWatchSet();
+
+ private:
+  void AddViolation(const std::string& text) FENLUX_REQUIRES(mutex);
+
+  HookCaller& hooks;
+  mutable Mutex mutex;
+  DriverData data FENLUX_GUARDED_BY(mutex);
+  std::uint64_t watchRevision FENLUX_GUARDED_BY(mutex) = 0;
+};
 
 }  // namespace fenlux::refhost

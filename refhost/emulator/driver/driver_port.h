@@ -1,4 +1,4 @@
-// One port that the module opened: what it was made with, how far it has come, and its end, which is final.
+// One port that the module opens: what it was made with, how far it has come, and its end, which is final.
 #pragma once
 
 #include <atomic>
@@ -6,14 +6,17 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 
+#include "common/mutex.h"
 #include "host/buf.h"
 #include "host/port_client.h"
 #include "refhost/port/port_request.h"
 
 namespace fenlux::refhost {
+
+inline constexpr char kPortClosed[] = "the driver's port is closed";
 
 // Any thread.
 class DriverPort {
@@ -26,18 +29,22 @@ class DriverPort {
   // The client type of the connect context; 0 until the connection is open.
   std::uint32_t ClientType() const { return clientType; }
   bool Connected() const { return ClientType() != 0; }
-  void SetConnected(std::uint32_t type) { clientType = type; }
+  // The number of the connection; 0 until it is open.
+  std::uint64_t Connection() const { return connection; }
+  void SetConnected(std::uint32_t type, std::uint64_t connectionNumber) {
+    connection = connectionNumber;
+    clientType = type;
+  }
 
-  // Notes that delivery begins; false where it had begun before.
+  // Marks that delivery begins; false if it began before.
   bool SetStarted() { return !started.exchange(true); }
 
-  // How many more notifications may be delivered; unlimited at first.
-  void LimitDeliveries(std::uint64_t count) { budget = static_cast<std::int64_t>(count); }
-  void UnlimitDeliveries() { budget = kUnlimited; }
+  // Limits how many more notifications may be delivered; 0 and the initial state mean no limit.
+  void LimitDeliveries(std::uint64_t count) { budget = count == 0 ? kUnlimited : static_cast<std::int64_t>(count); }
   // Whether a notification can be delivered now.
   bool Deliverable() const { return started && !Ended() && budget != 0; }
   enum class Ticket { kNone, kOneOfMany, kLast };
-  // Takes the right to deliver one notification.
+  // Takes the right to deliver one notification; the last one within the limit is kLast.
   Ticket TakeTicket() {
     std::int64_t left = budget;
     while (left > 0) {
@@ -47,34 +54,38 @@ class DriverPort {
   }
 
   bool Ended() const { return ended; }
-  // Ends the port and wakes everyone who waits for that; false where it had ended before.
+  // Ends the port and wakes every thread that waits for its end; false if it ended before.
   bool MarkEnded() {
     {
-      const std::lock_guard lock(mutex);
+      const MutexLock lock(mutex);
       if (ended.exchange(true)) return false;
     }
     endedChanged.notify_all();
     return true;
   }
   void WaitEnded() {
-    std::unique_lock lock(mutex);
-    endedChanged.wait(lock, [this] { return Ended(); });
+    MutexLock lock(mutex);
+    while (!Ended()) lock.Wait(endedChanged);
   }
-  // True where the port ended in that time.
+  // True if the port ended within that time.
   bool WaitEndedFor(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex);
-    return endedChanged.wait_for(lock, limit, [this] { return Ended(); });
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    MutexLock lock(mutex);
+    while (!Ended() && lock.WaitUntil(endedChanged, deadline)) {
+    }
+    return Ended();
   }
 
  private:
   static constexpr std::int64_t kUnlimited = -1;
 
   const PortRequest request;
+  std::atomic<std::uint64_t> connection{0};
   std::atomic<std::uint32_t> clientType{0};
   std::atomic<bool> started{false};
   std::atomic<bool> ended{false};
   std::atomic<std::int64_t> budget{kUnlimited};
-  std::mutex mutex;
+  Mutex mutex;  // orders the end of the port and the waits for it
   std::condition_variable endedChanged;
 };
 

@@ -1,4 +1,4 @@
-// A slot for each notification on its way, which exactly one party empties; the watchdog looks for those that are due.
+// One slot per delivery thread; whoever is first takes the answer under the slot's lock.
 #include "refhost/emulator/driver/pending_answers.h"
 
 #include <algorithm>
@@ -9,9 +9,9 @@ namespace fenlux::refhost {
 
 bool AnswerSlot::Open(const std::shared_ptr<DriverPort>& deliveryPort, std::uint32_t code, TimePoint replyDeadline,
                       AnswerRelease* answerRelease) {
-  // The port's end is marked before the slots are gone through. Under the lock, either this sees the mark or the one
-  // who ends the port sees the open slot.
-  const std::lock_guard lock(mutex);
+  // The port is marked as ended before its slots are taken. So under the lock either this sees the mark, or the thread
+  // that ends the port sees the open slot.
+  const MutexLock lock(mutex);
   if (deliveryPort->Ended()) return false;
   totals.Delivered(code);
   out = true;
@@ -23,14 +23,14 @@ bool AnswerSlot::Open(const std::shared_ptr<DriverPort>& deliveryPort, std::uint
 }
 
 std::optional<UnjudgedCause> AnswerSlot::TakeBack() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   out = false;
   port.reset();
   return taken;
 }
 
 std::optional<AnswerSlot::TimePoint> AnswerSlot::TakeIfOverdue(TimePoint now) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   if (!out) return std::nullopt;
   if (now < deadline) return deadline;
   TakeAway(UnjudgedCause::kLate);
@@ -38,7 +38,7 @@ std::optional<AnswerSlot::TimePoint> AnswerSlot::TakeIfOverdue(TimePoint now) {
 }
 
 void AnswerSlot::TakeForEnd(const DriverPort* endedPort, UnjudgedCause cause) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   if (out && (endedPort == nullptr || endedPort == port.get())) TakeAway(cause);
 }
 
@@ -55,7 +55,7 @@ void AnswerSlot::TakeAway(UnjudgedCause cause) {
 
 std::shared_ptr<AnswerSlot> PendingAnswers::MakeSlot() {
   auto slot = std::make_shared<AnswerSlot>(totals);
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   std::erase_if(slots, [](const auto& known) { return known.expired(); });
   slots.push_back(slot);
   return slot;
@@ -76,7 +76,7 @@ void PendingAnswers::TakeForEnd(const DriverPort* port, UnjudgedCause cause) {
 
 std::vector<std::shared_ptr<AnswerSlot>> PendingAnswers::Slots() {
   std::vector<std::shared_ptr<AnswerSlot>> alive;
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   alive.reserve(slots.size());
   for (const auto& known : slots) {
     if (auto slot = known.lock()) alive.push_back(std::move(slot));

@@ -1,32 +1,34 @@
-// Which notifications are out with the module, and who takes the answer of each: exactly one party does, and it alone
-// counts the notification and lets its operation go.
+// The notifications that the module is working on, and who takes the answer of each: exactly one party does, and that
+// party counts the notification and lets its operation go.
 //
-// Ownership: a slot belongs to one delivery thread, which opens it before it calls the module and takes it back when
-// the reply has come. Until then the watchdog (at the deadline), whoever ends the connection, and Stop may take it
-// instead. A slot's lock is held for the taking and for the release, which writes a few bytes to the kernel and never
-// waits; it is not held while the module works.
+// Ownership: a slot belongs to one delivery thread, which opens it before it calls the module (Open) and takes it back
+// when the reply has come (TakeBack). Until then the watchdog (TakeIfOverdue, at the deadline), the end of the
+// connection, or Stop (TakeForEnd) may take it instead. A slot's lock is held for the taking and for the release, which
+// writes a few bytes to the kernel and never waits; it is not held while the module works. The totals' lock, and what
+// Release locks, are taken under it.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
-#include "refhost/emulator/totals_counter.h"
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/emulator/driver/totals_counter.h"
 
 namespace fenlux::refhost {
 
 class DriverPort;
 
-// What a delivery thread wants to know of a notification, and how its operation is let go.
+// Informs the owner of a notification, and lets its operation go.
 class AnswerRelease {
  public:
   // The notification was counted as delivered and now goes to the module. Owner of the slot.
   virtual void Delivered() noexcept {}
-  // Called at most once per delivery, under the slot's lock: must neither block nor deliver. The notification has been
-  // counted under `cause` already.
+  // Another party took the answer and has counted the notification under `cause`: let the operation go. Called at most
+  // once per delivery, under the slot's lock: must neither block nor deliver.
   virtual void Release(UnjudgedCause cause) noexcept = 0;
 
  protected:
@@ -39,28 +41,28 @@ class AnswerSlot {
 
   explicit AnswerSlot(TotalsCounter& counter) : totals(counter) {}
 
-  // Counts the notification as delivered and opens the slot; false, having done nothing, where the port has ended.
+  // Counts the notification as delivered and opens the slot. Does nothing and returns false if the port has ended.
   // Owner only.
   bool Open(const std::shared_ptr<DriverPort>& port, std::uint32_t code, TimePoint deadline, AnswerRelease* release);
-  // Takes the answer for the owner: nothing where it is the owner's to count, else the cause under which it was
-  // counted by whoever was first. Owner only.
+  // Closes the slot. Returns nothing if the notification is now the owner's to count, else the cause under which
+  // another party counted it. Owner only.
   std::optional<UnjudgedCause> TakeBack();
 
-  // Take the answer away where it is still out, and count it: for the deadline (which gives back the deadline of a
-  // slot whose time has not come), and for the end of `port` or, where that is null, of everything.
+  // Takes an answer that is overdue; returns the deadline of one that is not due yet. Any thread.
   std::optional<TimePoint> TakeIfOverdue(TimePoint now);
-  void TakeForEnd(const DriverPort* port, UnjudgedCause cause);
+  // Takes the answer if it is due on `endedPort`, or on any port if that is null. Any thread.
+  void TakeForEnd(const DriverPort* endedPort, UnjudgedCause cause);
 
  private:
-  void TakeAway(UnjudgedCause cause);
+  void TakeAway(UnjudgedCause cause) FENLUX_REQUIRES(mutex);
 
   TotalsCounter& totals;
-  std::mutex mutex;
-  bool out = false;
-  std::optional<UnjudgedCause> taken;
-  std::shared_ptr<DriverPort> port;
-  TimePoint deadline{};
-  AnswerRelease* release = nullptr;
+  Mutex mutex;
+  bool out FENLUX_GUARDED_BY(mutex) = false;  // with the module, and taken by nobody
+  std::optional<UnjudgedCause> taken FENLUX_GUARDED_BY(mutex);
+  std::shared_ptr<DriverPort> port FENLUX_GUARDED_BY(mutex);
+  TimePoint deadline FENLUX_GUARDED_BY(mutex){};
+  AnswerRelease* release FENLUX_GUARDED_BY(mutex) = nullptr;
 };
 
 // All slots. Any thread.
@@ -68,9 +70,9 @@ class PendingAnswers {
  public:
   explicit PendingAnswers(TotalsCounter& counter) : totals(counter) {}
 
-  // A slot for one delivery thread; forgotten once the thread lets go of it.
+  // A slot for one delivery thread; forgotten once the thread releases it.
   std::shared_ptr<AnswerSlot> MakeSlot();
-  // Takes what is overdue at `now`; the next deadline, where there is one.
+  // Takes what is overdue at `now`; returns the next deadline, if there is one.
   std::optional<AnswerSlot::TimePoint> TakeOverdue(AnswerSlot::TimePoint now);
   void TakeForEnd(const DriverPort* port, UnjudgedCause cause);
 
@@ -78,8 +80,8 @@ class PendingAnswers {
   std::vector<std::shared_ptr<AnswerSlot>> Slots();
 
   TotalsCounter& totals;
-  std::mutex mutex;
-  std::vector<std::weak_ptr<AnswerSlot>> slots;
+  Mutex mutex;
+  std::vector<std::weak_ptr<AnswerSlot>> slots FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux::refhost

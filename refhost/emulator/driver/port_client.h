@@ -1,35 +1,36 @@
-// What the module holds of its connection: a port client whose other end is the emulated driver.
+// The port client that the module holds: its other end is the emulated driver.
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "host/port_client.h"
-#include "refhost/emulator/driver/driver_core.h"
 #include "refhost/emulator/driver/driver_port.h"
+#include "refhost/emulator/driver/emulated_driver.h"
 
 namespace fenlux::refhost {
 
-// Letting go of it ends the connection, as Close does; neither waits for anybody.
+// Destroying it ends the connection, as Close does. Neither waits for any other thread.
 class EmulatorPortClient final : public CPortClient {
  public:
-  EmulatorPortClient(std::shared_ptr<DriverCore> driverCore, std::shared_ptr<DriverPort> driverPort)
-      : core(std::move(driverCore)), port(std::move(driverPort)) {}
-  ~EmulatorPortClient() { EndPort("the module let go of it"); }
+  EmulatorPortClient(std::shared_ptr<EmulatedDriver> emulatedDriver, std::shared_ptr<DriverPort> driverPort)
+      : driver(std::move(emulatedDriver)), port(std::move(driverPort)) {}
+  ~EmulatorPortClient() { EndPort("the module released it"); }
   EmulatorPortClient(const EmulatorPortClient&) = delete;
   EmulatorPortClient& operator=(const EmulatorPortClient&) = delete;
 
-  void Connect() override { core->Connect(port); }
-  void Start() override { core->StartDelivery(port); }
+  void Connect() override { driver->Connections().Connect(port); }
+  void Start() override { driver->Connections().Start(port); }
   void Wait() override { port->WaitEnded(); }
   void Close() override { EndPort("the module closed it"); }
   void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) override {
-    core->Send(port, request, reply, flag);
+    reply = driver->Requests().Send(*port, request, reply, flag);
   }
 
  private:
-  void EndPort(const char* reason) { core->End(port, UnjudgedCause::kConnectionEnded, reason); }
+  void EndPort(const char* reason) { driver->Connections().End(port, UnjudgedCause::kConnectionEnded, reason); }
 
-  const std::shared_ptr<DriverCore> core;
+  const std::shared_ptr<EmulatedDriver> driver;
   const std::shared_ptr<DriverPort> port;
 };
 

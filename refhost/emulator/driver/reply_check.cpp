@@ -1,53 +1,49 @@
-// The rules, one after the other; the first that is broken is told.
+// The rules, one after the other; the first broken one is reported.
 #include "refhost/emulator/driver/reply_check.h"
+
+#include <fmt/format.h>
 
 #include <cstring>
 
 #include "kdi/driver_records.h"
-#include "refhost/emulator/sources/notification_builder.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kFirstCode1 = 4097;  // file, process and network operations
-constexpr std::uint32_t kLastCode1 = 4118;
-constexpr std::uint32_t kUnusedCode = 4115;  // stands between them and is unknown
-constexpr std::uint32_t kFirstCode2 = 8193;
-constexpr std::uint32_t kLastCode2 = 8206;
-constexpr std::uint32_t kCodeWithoutReply = 4113;
-
-constexpr auto kLeastVerdict = static_cast<std::uint32_t>(records::Verdict::kVerdict2);
 constexpr auto kPass = static_cast<std::uint32_t>(records::Verdict::kPass);
 constexpr auto kContext = static_cast<std::uint32_t>(records::Verdict::kContext);
 constexpr auto kPassClient2 = static_cast<std::uint32_t>(records::Verdict::kPassClient2);
 constexpr auto kUnjudged = static_cast<std::uint32_t>(records::Verdict::kUnjudged);
-constexpr std::uint32_t kContextTail = 2;  // the bytes that follow the context data and end a UTF-16 text
 
-std::string Number(std::uint64_t value) { return std::to_string(value); }
-
-// The rule that the reply breaks, in words; empty where it breaks none.
+// What is wrong with the reply, in words; empty if nothing is.
 std::string Broken(const records::Reply& fixed, std::size_t size, const ReplyDue& due) {
   const std::uint32_t verdict = fixed.verdict.value();
   if (fixed.magic.value() != records::kReplyMagic) return "without the reply's magic";
   if (fixed.fixedSize.value() != records::kReplyFixedSize) {
-    return "that states a fixed size of " + Number(fixed.fixedSize.value());
+    return fmt::format("that states a fixed size of {}", fixed.fixedSize.value());
   }
-  if (verdict < kLeastVerdict || verdict > kUnjudged) return "with the unknown verdict " + Number(verdict);
+  if (verdict < records::kMinVerdict || verdict > records::kMaxVerdict) {
+    return fmt::format("with the unknown verdict {}", verdict);
+  }
   if (verdict == kContext) {
     const std::uint32_t contextSize = fixed.contextSize.value();
-    if (contextSize <= kContextTail) return "with context data of " + Number(contextSize) + " bytes";
+    if (contextSize <= records::kContextTerminatorSize) {
+      return fmt::format("with context data of {} bytes", contextSize);
+    }
     if (size != std::size_t{records::kReplyFixedSize} + contextSize) {
-      return "of " + Number(size) + " bytes that states " + Number(contextSize) + " bytes of context data";
+      return fmt::format("of {} bytes that states {} bytes of context data", size, contextSize);
     }
   } else if (size != records::kReplyFixedSize) {
-    return "of " + Number(size) + " bytes with verdict " + Number(verdict);
+    return fmt::format("of {} bytes with verdict {}", size, verdict);
   }
   if (verdict == kUnjudged) return {};
-  if (due.none) return "with verdict " + Number(verdict) + " where none is expected";
-  if (!due.judgeable) return "with verdict " + Number(verdict) + " to what cannot be judged";
-  if (due.client2 && verdict == kPass) return "with verdict 3 for client type 2";
+  if (due.none) return fmt::format("with verdict {} where none is expected", verdict);
+  if (!due.judgeable) return fmt::format("with verdict {} to what cannot be judged", verdict);
+  if (due.client2 && verdict == kPass) {
+    return fmt::format("with verdict {} for client type {}", verdict, records::kClientType2);
+  }
   if (due.oplock && verdict != (due.client2 ? kPassClient2 : kPass)) {
-    return "with verdict " + Number(verdict) + " to an oplock break";
+    return fmt::format("with verdict {} to an oplock break", verdict);
   }
   return {};
 }
@@ -55,28 +51,27 @@ std::string Broken(const records::Reply& fixed, std::size_t size, const ReplyDue
 }  // namespace
 
 bool IsKnownCode(std::uint32_t code) {
-  return (code >= kFirstCode1 && code <= kLastCode1 && code != kUnusedCode) ||
-         (code >= kFirstCode2 && code <= kLastCode2);
+  return (code >= records::code::kMin1 && code <= records::code::kMax1 && code != records::code::kUnused) ||
+         (code >= records::code::kMin2 && code <= records::code::kMax2);
 }
 
-ReplyDue DueReply(const std::uint8_t* message, std::size_t size, std::uint32_t clientType) {
+ReplyDue DueReply(const NotificationView& notification, std::uint32_t clientType) {
   ReplyDue due;
-  due.client2 = clientType == records::ClientType(true);
-  const std::uint32_t code = NotificationCode(message, size);
-  due.judgeable = size >= records::kNotificationFixedSize && IsKnownCode(code);
+  due.client2 = clientType == records::kClientType2;
+  due.judgeable = notification.Complete() && IsKnownCode(notification.Code());
   if (due.judgeable) {
-    due.none = code == kCodeWithoutReply;
-    due.oplock = message[offsetof(records::Notification, oplock)] != 0;
+    due.none = notification.Code() == records::code::kNoReply;
+    due.oplock = notification.Oplock();
   }
   return due;
 }
 
 ReplyFinding CheckReply(const std::uint8_t* reply, std::size_t size, const ReplyDue& due) {
-  if (reply == nullptr || size < records::kReplyFixedSize) return {0, "a reply of " + Number(size) + " bytes"};
+  if (reply == nullptr || size < records::kReplyFixedSize) return {kNoVerdict, fmt::format("a reply of {} bytes", size)};
   records::Reply fixed{};
   std::memcpy(&fixed, reply, sizeof(fixed));
   const std::string broken = Broken(fixed, size, due);
-  if (!broken.empty()) return {0, "a reply " + broken};
+  if (!broken.empty()) return {kNoVerdict, "a reply " + broken};
   return {fixed.verdict.value(), {}};
 }
 

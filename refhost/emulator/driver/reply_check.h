@@ -1,30 +1,34 @@
-// What makes a reply well-formed: the driver's demands on the module's answer to one notification.
+// What makes a reply well-formed: the driver's requirements on the module's reply to one notification.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
+
+#include "refhost/emulator/driver/notification_view.h"
 
 namespace fenlux::refhost {
 
-// What a notification demands.
+// In place of a verdict: there is no reply, or none that keeps to the protocol.
+inline constexpr std::uint32_t kNoVerdict = 0;
+
+// The reply that a notification requires.
 struct ReplyDue {
   bool none = false;      // the code expects no reply
-  bool judgeable = true;  // long enough, and of a known code
-  bool oplock = false;    // passed without being judged
+  bool judgeable = true;  // the notification is complete and its code is known
+  bool oplock = false;    // the operation passes without being judged
   bool client2 = false;   // the connection's client type is 2
 };
 
-// Reads off a notification what reply it demands.
-ReplyDue DueReply(const std::uint8_t* message, std::size_t size, std::uint32_t clientType);
+// Reads the required reply off a notification.
+ReplyDue DueReply(const NotificationView& notification, std::uint32_t clientType);
 
 struct ReplyFinding {
-  std::uint32_t verdict = 0;  // 0 where the reply breaks the protocol
-  std::string violation;      // empty where it does not
+  std::uint32_t verdict = kNoVerdict;
+  std::string violation;  // empty if the reply keeps to the protocol
 };
 
-// Judges a reply that came. A notification that expects none may still get the reply that says "unjudged".
+// Checks a reply. A notification that expects none may still get the reply that says "unjudged".
 ReplyFinding CheckReply(const std::uint8_t* reply, std::size_t size, const ReplyDue& due);
 
 // Whether the module knows the notification code.

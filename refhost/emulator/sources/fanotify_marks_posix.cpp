@@ -1,4 +1,4 @@
-// Adds and removes marks until they are those that are wanted; "/" and "/tmp" themselves are refused.
+// Adds and removes marks until they equal the requested set; refuses "/" and "/tmp" themselves.
 #include "refhost/emulator/sources/fanotify_marks.h"
 
 #include <fcntl.h>
@@ -7,20 +7,20 @@
 
 #include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <cerrno>
-#include <system_error>
+
+#include "refhost/base/platform/error_text.h"
 
 #include "refhost/base/platform/error_text.h"
 
 namespace fenlux::refhost {
 namespace {
 
-// Watching these would hold up programs that have nothing to do with the host.
+// Watching these would block programs that have nothing to do with the host.
 constexpr const char* kNeverWatched[] = {"/", "/tmp"};
 
 bool SameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
-// Fills in what the directory is; a reason where it may not be watched.
+// Fills in the directory's status. Returns why it may not be watched; empty if it may.
 std::string Inspect(const std::string& directory, struct stat& status) {
   if (directory.empty() || directory.front() != '/') return "is not an absolute path";
   if (::stat(directory.c_str(), &status) != 0) return LastErrorText();
@@ -51,10 +51,10 @@ FanotifyMarks::Change FanotifyMarks::Set(const std::vector<std::string>& directo
   for (const auto& [identity, directory] : marked) {
     if (wanted.contains(identity)) continue;
     change.removed.push_back(directory);
-    // A directory that was deleted took its mark along; one that was renamed did not.
+    // The mark of a deleted directory is gone; that of a renamed one is not.
     lost |= ::fanotify_mark(group, FAN_MARK_REMOVE, mask | FAN_EVENT_ON_CHILD, AT_FDCWD, directory.c_str()) != 0;
   }
-  // Where a mark cannot be found any more under its name, all are taken away and the wanted ones set anew.
+  // A mark that can no longer be found by name can only be removed with all others; the wanted ones are set again.
   if (lost) ::fanotify_mark(group, FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);
 
   for (const auto& [identity, directory] : wanted) {
@@ -92,7 +92,7 @@ void FanotifyMarks::Collect(const std::string& directory, Directories& wanted,
       Collect(entry->path().native(), wanted, refused);
     }
   }
-  if (error) refused.push_back(directory + ": its directories cannot be listed, " + error.message());
+  if (error) refused.push_back(directory + ": cannot list its directories: " + error.message());
 }
 
 std::string FanotifyMarks::Mark(const std::string& directory) const {

@@ -1,11 +1,11 @@
-// Where there is no fanotify, the kernel's events cannot be had this way.
+// The system has no fanotify: kernel events are not available.
 #include <stdexcept>
 
 #include "refhost/emulator/sources/fanotify_source.h"
 
 namespace fenlux::refhost {
 
-std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<DriverCore>, const KernelEventSettings&) {
+std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver>, const KernelEventSettings&) {
   throw std::runtime_error("kernel events need fanotify, which this system does not have; set source = \"scripted\"");
 }
 

@@ -1,4 +1,4 @@
-// Lays the named fields out as the driver does: the fixed part, then the items in their order.
+// Lays out the fields as the driver does: the fixed part, then the items in order.
 #include "refhost/emulator/sources/notification_builder.h"
 
 #include <algorithm>
@@ -95,13 +95,6 @@ std::vector<std::uint8_t> BuildNotification(const NotificationFields& fields) {
   std::vector<std::uint8_t> message(NotificationSize(fields));
   WriteNotification(fields, message.data());
   return message;
-}
-
-std::uint32_t NotificationCode(const std::uint8_t* message, std::size_t size) {
-  records::U32 code{};
-  if (size < offsetof(Notification, code) + sizeof(code)) return 0;
-  std::memcpy(&code, message + offsetof(Notification, code), sizeof(code));
-  return code.value();
 }
 
 }  // namespace fenlux::refhost

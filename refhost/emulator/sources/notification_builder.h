@@ -1,4 +1,4 @@
-// Builds the driver's notifications as byte blocks from named fields.
+// Builds the bytes of a driver's notification from named fields.
 #pragma once
 
 #include <array>
@@ -19,14 +19,14 @@ struct EndpointFields {
   std::variant<std::uint32_t, std::array<std::uint8_t, 16>> address = 0u;  // IPv4 or IPv6
 };
 
-// What codes 4116 and 8205 tell.
+// The detail of codes 4116 and 8205.
 struct RemoteFields {
   bool remote = false;
   std::array<std::uint64_t, 4> words{};
 };
 
-// A notification in words. Texts are given without their NUL; an empty one is absent. Lengths follow from the items,
-// unless a length is given here on purpose to make the message lie.
+// A notification's fields. Texts are given without their NUL; an empty text is absent. Lengths follow from the items,
+// unless a length is stated here, to make the message lie.
 struct NotificationFields {
   std::uint32_t code = 0;
   std::uint64_t processId = 0;
@@ -49,15 +49,12 @@ struct NotificationFields {
   std::optional<std::uint32_t> statedItem3Size = {};
 };
 
-// The size of the block that the fields make.
+// The size of the message.
 std::size_t NotificationSize(const NotificationFields& fields);
-// Writes exactly NotificationSize(fields) bytes at `destination`; what no field names is 0. Throws
+// Writes exactly NotificationSize(fields) bytes at `destination`; bytes that no field names are 0. Throws
 // std::invalid_argument for identity data of more than 64 bytes.
 void WriteNotification(const NotificationFields& fields, std::uint8_t* destination);
-// The block as a vector of exactly its size.
+// The same as a vector of exactly that size.
 std::vector<std::uint8_t> BuildNotification(const NotificationFields& fields);
-
-// The code of a block; 0 where it is too short to hold one.
-std::uint32_t NotificationCode(const std::uint8_t* message, std::size_t size);
 
 }  // namespace fenlux::refhost

@@ -1,6 +1,8 @@
-// The readers of a scenario's steps. A step is of the kind whose key it has; a table gives each kind its reader, and
-// keys that the reader does not ask for are reported as unknown.
+// Reads a scenario's steps. The key that a step has decides its kind; a table maps each kind to its reader. Keys that
+// the reader does not ask for are reported as unknown.
 #include "refhost/emulator/sources/scenario.h"
+
+#include <fmt/format.h>
 
 #include <boost/asio/ip/address.hpp>
 #include <random>
@@ -11,23 +13,21 @@
 #include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/hex.h"
 #include "refhost/base/text/utf_text.h"
-#include "refhost/emulator/driver/driver_model.h"
+#include "refhost/emulator/driver/driver_commands.h"
 #include "refhost/emulator/sources/notification_builder.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kMostThreads = 64;
-constexpr std::uint32_t kLongestMilliseconds = 3'600'000;
-constexpr std::uint32_t kGreatestVerdict = 8;
+constexpr std::uint32_t kMaxThreads = 64;
+constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
 constexpr std::size_t kRemoteWords = 4;
 constexpr std::size_t kAccessValues = 2;
 
-std::chrono::milliseconds Milliseconds(const ConfigTable& table, std::string_view key, std::uint32_t standard = 0) {
-  return std::chrono::milliseconds(table.Unsigned(key, standard, 0, kLongestMilliseconds));
+std::chrono::milliseconds Milliseconds(const ConfigTable& table, std::string_view key, std::uint32_t defaultValue = 0) {
+  return std::chrono::milliseconds(table.Unsigned(key, defaultValue, 0, kMaxMilliseconds));
 }
 
-// Bytes written as pairs of hexadecimal digits, with blanks between pairs where one likes.
 std::vector<std::uint8_t> HexBytes(const ConfigTable& table, std::string_view key) {
   const auto bytes = BytesFromHex(table.Text(key, {}));
   if (!bytes) table.Report(key, "is not a row of hexadecimal bytes such as \"01 ff\"");
@@ -40,7 +40,7 @@ std::uint8_t Flag(const ConfigTable& table, std::string_view key) {
 
 std::uint64_t ReadProcessId(const ConfigTable& table) {
   if (table.Text("process", "self") != "self") {
-    table.Report("process", "can only be \"self\"; another process is named by its number, as pid");
+    table.Report("process", "can only be \"self\"; use pid to name another process by its number");
   }
   if (!table.Has("pid")) return OwnProcessId();
   return static_cast<std::uint64_t>(table.Integer("pid", 0, 0));
@@ -54,7 +54,7 @@ void ReadEndpoint(const ConfigTable& table, NotificationFields& fields) {
   if (error) {
     table.Report("address", "is neither an IPv4 nor an IPv6 address");
   } else if (address.is_v4()) {
-    // The four bytes stand in the record as they go over the network.
+    // The record holds the four bytes in network order.
     const auto bytes = address.to_v4().to_bytes();
     endpoint.address = static_cast<std::uint32_t>(bytes[0] | (bytes[1] << 8) | (bytes[2] << 16)) |
                        (static_cast<std::uint32_t>(bytes[3]) << 24);
@@ -75,12 +75,16 @@ void ReadRemote(const ConfigTable& table, NotificationFields& fields) {
   fields.detail = remote;
 }
 
-// The parts of a notification that only some codes carry.
+// The details that only some codes carry.
 struct DetailReader {
   std::uint32_t code;
   void (*read)(const ConfigTable& table, NotificationFields& fields);
 };
-constexpr DetailReader kDetails[] = {{4114, ReadEndpoint}, {4116, ReadRemote}, {8205, ReadRemote}};
+constexpr DetailReader kDetails[] = {
+    {records::code::kEndpoint, ReadEndpoint},
+    {records::code::kRemote1, ReadRemote},
+    {records::code::kRemote2, ReadRemote},
+};
 
 NotificationFields ReadFields(const ConfigTable& table) {
   NotificationFields fields;
@@ -111,14 +115,14 @@ NotificationFields ReadFields(const ConfigTable& table) {
   return fields;
 }
 
-// What every step that delivers has.
+// Reads the keys that every step with notifications has.
 NotifyStep ReadDelivery(const ConfigTable& table, std::uint32_t threads) {
   NotifyStep step;
   step.count = table.Unsigned("count", 1, 1);
   step.ratePerSecond = table.Number("rate", 0, 0, 1e9);
-  step.threads = table.Unsigned("threads", threads, 1, kMostThreads);
+  step.threads = table.Unsigned("threads", threads, 1, kMaxThreads);
   if (step.threads > threads) table.Report("threads", "is more than the scenario's threads");
-  if (table.Has("expect_verdict")) step.expectedVerdict = table.Unsigned("expect_verdict", 0, 0, kGreatestVerdict);
+  if (table.Has("expect_verdict")) step.expectedVerdict = table.Unsigned("expect_verdict", 0, 0, records::kMaxVerdict);
   step.holdReply = Milliseconds(table, "hold_reply_ms");
   step.holdUntilEnd = table.Boolean("hold_until_end", false);
   step.inBackground = table.Boolean("background", false);
@@ -134,7 +138,7 @@ Actions ReadNotify(const ConfigTable& table, std::uint32_t threads) {
   const bool cut = table.Has("size");
   const std::uint32_t size = table.Unsigned("size", 0, 0, records::kMaxMessageSize);
   if (!cut && NotificationSize(fields) > records::kMaxMessageSize) {
-    table.Report({}, "makes a notification of more than " + std::to_string(records::kMaxMessageSize) + " bytes");
+    table.Report({}, fmt::format("makes a notification of more than {} bytes", records::kMaxMessageSize));
   }
   Actions actions;
   for (const bool second : {false, true}) {
@@ -142,8 +146,7 @@ Actions ReadNotify(const ConfigTable& table, std::uint32_t threads) {
     if (both) fields.variant = second ? 1 : 0;
     step.message = BuildNotification(fields);
     if (cut) step.message.resize(size);
-    step.code = NotificationCode(step.message.data(), step.message.size());
-    actions.emplace_back(step);
+        actions.emplace_back(step);
   }
   return actions;
 }
@@ -153,8 +156,7 @@ Actions ReadGarbage(const ConfigTable& table, std::uint32_t threads) {
   step.message.resize(table.Unsigned("garbage", 0, 0, records::kMaxMessageSize));
   std::mt19937 random(table.Unsigned("seed", 1));
   for (std::uint8_t& byte : step.message) byte = static_cast<std::uint8_t>(random() & 0xff);
-  step.code = NotificationCode(step.message.data(), step.message.size());
-  return {step};
+    return {step};
 }
 
 Actions ReadPause(const ConfigTable& table, std::uint32_t) { return {PauseStep{Milliseconds(table, "pause_ms")}}; }
@@ -171,7 +173,7 @@ Actions ReadFaultStep(const ConfigTable& table, std::uint32_t) {
 Actions ReadAwaitRequest(const ConfigTable& table, std::uint32_t) {
   AwaitRequestStep step;
   step.command = table.Unsigned("await_request", 0);
-  if (CommandName(step.command).empty()) table.Report("await_request", "is not a command of the driver");
+  if (FindCommand(step.command) == nullptr) table.Report("await_request", "is not a command of the driver");
   step.times = table.Unsigned("times", 1, 1);
   step.limit = Milliseconds(table, "limit_ms", static_cast<std::uint32_t>(step.limit.count()));
   return {step};
@@ -191,7 +193,7 @@ void ReadStep(const ConfigTable& table, std::uint32_t number, Scenario& scenario
   for (const StepReader& reader : kStepReaders) {
     if (!table.Has(reader.key)) continue;
     if (kind != nullptr) {
-      table.Report(reader.key, "stands beside " + std::string(kind->key) + "; a step does one thing");
+      table.Report(reader.key, fmt::format("conflicts with {}; a step does one thing", kind->key));
       continue;
     }
     kind = &reader;
@@ -208,7 +210,7 @@ void ReadStep(const ConfigTable& table, std::uint32_t number, Scenario& scenario
 Scenario ReadScenario(const ConfigTable& root) {
   Scenario scenario;
   scenario.name = root.Text("name", {});
-  scenario.threads = root.Unsigned("threads", scenario.threads, 1, kMostThreads);
+  scenario.threads = root.Unsigned("threads", scenario.threads, 1, kMaxThreads);
   scenario.repeat = root.Unsigned("repeat", 1);
   scenario.faults = ReadEmulatorFaults(root.Table("faults"));
   std::uint32_t number = 0;

@@ -1,4 +1,4 @@
-// A scenario: the ordered events and faults that the scripted source plays.
+// A scenario: the events and faults that the scripted source plays, in order.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -20,14 +20,13 @@ class ConfigTable;
 // The same notification, delivered `count` times.
 struct NotifyStep {
   std::vector<std::uint8_t> message;
-  std::uint32_t code = 0;  // 0 where the message is too short to hold one
   std::uint64_t count = 1;
   double ratePerSecond = 0;                      // 0: as fast as the threads can
-  std::uint32_t threads = 1;                     // that deliver side by side
-  std::optional<std::uint32_t> expectedVerdict;  // another one is a protocol violation; 0: no reply is expected
-  std::chrono::milliseconds holdReply{0};        // how long the reply waits before it is taken
-  bool holdUntilEnd = false;                     // the reply waits until the connection ends
-  bool inBackground = false;                     // the next step waits for the first deliveries, not for the answers
+  std::uint32_t threads = 1;                     // that deliver at the same time
+  std::optional<std::uint32_t> expectedVerdict;  // any other is a violation; 0: no reply is expected
+  std::chrono::milliseconds holdReply{0};        // how long to wait before taking the reply
+  bool holdUntilEnd = false;                     // take the reply only when the connection ends
+  bool inBackground = false;                     // the next step waits for the first deliveries, not for replies
 };
 
 struct PauseStep {
@@ -40,7 +39,7 @@ struct FaultStep {
   EmulatorFaults faults;
 };
 
-// Waits until the present connection has received a command that often; in vain is a protocol violation.
+// Waits until the current connection has received a command this often; a timeout is a violation.
 struct AwaitRequestStep {
   std::uint32_t command = 0;
   std::uint64_t times = 1;
@@ -49,20 +48,20 @@ struct AwaitRequestStep {
 
 struct ScenarioStep {
   std::variant<NotifyStep, PauseStep, DropStep, FaultStep, AwaitRequestStep> action;
-  std::uint32_t number = 0;  // its place in the scenario's file, counted from 1
+  std::uint32_t number = 0;  // its position in the scenario's file, counted from 1
 };
 
 struct Scenario {
   std::string name;
   std::uint32_t threads = 2;  // delivery threads
-  std::uint64_t repeat = 1;   // how often the steps are played; 0: until the end
-  EmulatorFaults faults;      // in force from the start
+  std::uint64_t repeat = 1;   // how often to play the steps; 0: until the emulator stops
+  EmulatorFaults faults;      // set from the start
   std::vector<ScenarioStep> steps;
 };
 
-// Reads a scenario from the root table of its file, reports what is wrong with it, and calls Finish.
+// Reads a scenario from the root table of its file, reports errors in it, and calls Finish.
 Scenario ReadScenario(const ConfigTable& root);
-// The same from a file; a file that cannot be parsed gives an empty scenario and its errors.
+// The same from a file. A file that cannot be parsed gives an empty scenario and its errors.
 Scenario LoadScenario(const boost::filesystem::path& file, ConfigErrors& errors);
 
 }  // namespace fenlux::refhost

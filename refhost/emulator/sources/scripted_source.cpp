@@ -1,5 +1,7 @@
-// Plays the steps of a scenario on as many threads as it asks for, and compares the verdicts with what it expects.
+// Plays the steps of a scenario, and delivers their notifications.
 #include "refhost/emulator/sources/scripted_source.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -8,7 +10,7 @@
 
 namespace fenlux::refhost {
 
-// The notifications of one step on their way. All counts are guarded by the source's lock.
+// The notifications of one step while they are delivered. The source's lock guards all counts.
 struct ScriptedSource::Batch {
   explicit Batch(const NotifyStep& notify) : step(notify), start(std::chrono::steady_clock::now()) {}
 
@@ -16,11 +18,11 @@ struct ScriptedSource::Batch {
   const std::chrono::steady_clock::time_point start;
   std::uint64_t begun = 0;
   std::uint64_t delivered = 0;
-  std::uint64_t settled = 0;  // their outcome is known, though their thread may still be inside the module
-  std::uint32_t threads = 0;  // that work for this step
+  std::uint64_t settled = 0;  // with a known outcome, although their thread may still be inside the module
+  std::uint32_t threads = 0;  // that work on this step
 
   bool CanTakeThread() const { return begun < step.count && threads < step.threads; }
-  // How many of them go to the module side by side.
+  // How many of them go to the module at the same time.
   std::uint64_t Width() const { return std::min<std::uint64_t>(step.count, step.threads); }
   // When the notification of that index is due.
   std::chrono::steady_clock::time_point Due(std::uint64_t index) const {
@@ -30,12 +32,12 @@ struct ScriptedSource::Batch {
   }
 };
 
-// Keeps a batch's counts, also where somebody else takes an answer.
+// Keeps a batch's counts, also when another party takes an answer.
 class ScriptedSource::Progress final : public AnswerRelease {
  public:
   Progress(ScriptedSource& owner, Batch& counted) : source(owner), batch(counted) {}
   void Delivered() noexcept override {
-    const std::lock_guard lock(source.mutex);
+    const MutexLock lock(source.mutex);
     ++batch.delivered;
     if (batch.delivered == batch.Width()) source.changed.notify_all();
   }
@@ -46,34 +48,35 @@ class ScriptedSource::Progress final : public AnswerRelease {
   Batch& batch;
 };
 
-// Carries out the steps that are not notifications, and queues those that are.
+// Carries out a step. Notifications go to the delivery threads as a batch.
 class ScriptedSource::StepPlayer {
  public:
-  StepPlayer(ScriptedSource& owner, std::uint32_t stepNumber) : source(owner), core(*owner.core), number(stepNumber) {}
+  StepPlayer(ScriptedSource& owner, std::uint32_t stepNumber) : source(owner), driver(*owner.driver), number(stepNumber) {}
 
   void operator()(const NotifyStep& step) const {
     const auto batch = std::make_shared<Batch>(step);
-    std::unique_lock lock(source.mutex);
+    const auto done = [&] {
+      return step.inBackground ? batch->delivered >= batch->Width() : batch->settled == step.count;
+    };
+    MutexLock lock(source.mutex);
     source.batches.push_back(batch);
     source.changed.notify_all();
-    source.changed.wait(lock, [&] {
-      const bool done = step.inBackground ? batch->delivered >= batch->Width() : batch->settled == step.count;
-      return done || source.stopping;
-    });
+    while (!source.stopping && !done()) lock.Wait(source.changed);
   }
-  void operator()(const PauseStep& step) const { core.Sleep(step.duration); }
+  void operator()(const PauseStep& step) const { driver.Wake().Sleep(step.duration); }
   void operator()(const DropStep&) const {
-    if (core.WaitDeliverable()) core.DropConnection("step " + std::to_string(number) + " drops it");
+    if (!driver.Deliveries().WaitDeliverable()) return;
+    driver.Connections().EndCurrent(UnjudgedCause::kConnectionEnded, fmt::format("step {} drops it", number));
   }
-  void operator()(const FaultStep& step) const { core.SetFaults(step.faults); }
+  void operator()(const FaultStep& step) const { driver.SetFaults(step.faults); }
   void operator()(const AwaitRequestStep& step) const {
-    if (core.WaitForRequest(step.command, step.times, step.limit) || core.Stopping()) return;
-    core.AddViolation("step " + std::to_string(number) + " waited in vain for request " + std::to_string(step.command));
+    if (driver.WaitForRequest(step.command, step.times, step.limit) || driver.Wake().Stopping()) return;
+    driver.Model().ReportViolation(fmt::format("step {} timed out waiting for request {}", number, step.command));
   }
 
  private:
   ScriptedSource& source;
-  DriverCore& core;
+  EmulatedDriver& driver;
   const std::uint32_t number;
 };
 
@@ -89,48 +92,49 @@ void ScriptedSource::Watch(std::uint64_t, const std::vector<std::string>&) {}  /
 void ScriptedSource::Play() {
   for (std::uint64_t round = 0; scenario.repeat == 0 || round < scenario.repeat; ++round) {
     for (const ScenarioStep& step : scenario.steps) {
-      if (core->Stopping()) return;
+      if (driver->Wake().Stopping()) return;
       std::visit(StepPlayer(*this, step.number), step.action);
     }
     // An endless scenario without events or pauses must not spin.
-    if (scenario.repeat == 0 && !core->Sleep(std::chrono::milliseconds(1))) return;
+    if (scenario.repeat == 0 && !driver->Wake().Sleep(std::chrono::milliseconds(1))) return;
   }
   {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return batches.empty() || stopping; });
-    if (stopping || core->Stopping()) return;
+    MutexLock lock(mutex);
+    while (!batches.empty() && !stopping) lock.Wait(changed);
+    if (stopping || driver->Wake().Stopping()) return;
     finished = true;
   }
   changed.notify_all();
-  core->ReportScenarioFinished();
+  driver->Hooks().ReportScenarioFinished();
 }
 
-// Notes the outcome of one notification; a batch is forgotten with its last.
 void ScriptedSource::Settle(Batch& batch) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   if (++batch.settled < batch.step.count) return;
   std::erase_if(batches, [&batch](const auto& known) { return known.get() == &batch; });
   changed.notify_all();
 }
 
+std::shared_ptr<ScriptedSource::Batch> ScriptedSource::FindWork() const {
+  const auto found =
+      std::find_if(batches.begin(), batches.end(), [](const auto& batch) { return batch->CanTakeThread(); });
+  return found == batches.end() ? nullptr : *found;
+}
+
 void ScriptedSource::Deliver() {
-  const auto slot = core->MakeSlot();
+  const auto slot = driver->Deliveries().MakeSlot();
   for (;;) {
     std::shared_ptr<Batch> batch;
     std::uint64_t index = 0;
     {
-      std::unique_lock lock(mutex);
-      changed.wait(lock, [&] {  // for the oldest step that has room
-        const auto found = std::find_if(batches.begin(), batches.end(), [](auto& b) { return b->CanTakeThread(); });
-        batch = found == batches.end() ? nullptr : *found;
-        return stopping || batch != nullptr;
-      });
+      MutexLock lock(mutex);
+      while (!stopping && (batch = FindWork()) == nullptr) lock.Wait(changed);
       if (stopping) return;
       index = batch->begun++;
       ++batch->threads;
     }
     const auto due = batch->Due(index) - std::chrono::steady_clock::now();
-    if (due.count() > 0 && !core->Sleep(due)) return;
+    if (due.count() > 0 && !driver->Wake().Sleep(due)) return;
 
     Progress release(*this, *batch);
     DeliveryOptions options;
@@ -140,13 +144,12 @@ void ScriptedSource::Deliver() {
     options.release = &release;
     Delivery delivery;
     do {
-      if (!core->WaitDeliverable()) return;
-      delivery = core->Deliver(*slot, batch->step.message.data(),
-                               static_cast<std::uint32_t>(batch->step.message.size()), options);
+      if (!driver->Deliveries().WaitDeliverable()) return;
+      delivery = driver->Deliveries().Deliver(*slot, NotificationView(batch->step.message), options);
     } while (delivery.outcome == Delivery::Outcome::kNotConnected);
     if (delivery.outcome != Delivery::Outcome::kTaken) Settle(*batch);
     {
-      const std::lock_guard lock(mutex);
+      const MutexLock lock(mutex);
       --batch->threads;
       if (!batch->CanTakeThread()) continue;
     }
@@ -156,7 +159,7 @@ void ScriptedSource::Deliver() {
 
 void ScriptedSource::Stop(std::chrono::milliseconds grace) {
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     stopping = true;
   }
   changed.notify_all();
@@ -164,13 +167,15 @@ void ScriptedSource::Stop(std::chrono::milliseconds grace) {
 }
 
 bool ScriptedSource::Finished() const {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return finished;
 }
 
 bool ScriptedSource::WaitFinished(std::chrono::milliseconds limit) const {
-  std::unique_lock lock(mutex);
-  changed.wait_for(lock, limit, [this] { return finished || stopping; });
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  MutexLock lock(mutex);
+  while (!finished && !stopping && lock.WaitUntil(changed, deadline)) {
+  }
   return finished;
 }
 

@@ -4,22 +4,25 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
-#include "refhost/emulator/driver/driver_core.h"
-#include "refhost/emulator/sources/event_source.h"
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/emulator/driver/emulated_driver.h"
+#include "refhost/emulator/driver/event_source.h"
 #include "refhost/emulator/sources/scenario.h"
-#include "refhost/emulator/thread_crew.h"
+#include "refhost/emulator/sources/thread_crew.h"
 
 namespace fenlux::refhost {
 
-// One thread walks through the steps; the scenario's delivery threads share each step's notifications. Notifications
-// wait for a connection to go over, so that every one is delivered, however often the connection is dropped.
+// One thread plays the steps; the scenario's delivery threads share each step's notifications. A notification waits for
+// a connection, so that each one is delivered, however often the connection is dropped.
+//
+// Locks: mutex may be taken under a slot's lock, because a release settles its batch.
 class ScriptedSource final : public EventSource, public std::enable_shared_from_this<ScriptedSource> {
  public:
-  ScriptedSource(std::shared_ptr<DriverCore> driverCore, Scenario played)
-      : core(std::move(driverCore)), scenario(std::move(played)) {}
+  ScriptedSource(std::shared_ptr<EmulatedDriver> emulatedDriver, Scenario scenarioToPlay)
+      : driver(std::move(emulatedDriver)), scenario(std::move(scenarioToPlay)) {}
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
@@ -36,17 +39,20 @@ class ScriptedSource final : public EventSource, public std::enable_shared_from_
 
   void Play();
   void Deliver();
+  // The oldest batch that can take one more thread; null if there is none.
+  std::shared_ptr<Batch> FindWork() const FENLUX_REQUIRES(mutex);
+  // Counts the outcome of one notification; a batch ends with its last.
   void Settle(Batch& batch);
 
-  const std::shared_ptr<DriverCore> core;
+  const std::shared_ptr<EmulatedDriver> driver;
   const Scenario scenario;
   ThreadCrew crew;
 
-  mutable std::mutex mutex;
+  mutable Mutex mutex;
   mutable std::condition_variable changed;
-  std::vector<std::shared_ptr<Batch>> batches;  // with unsettled notifications, oldest first
-  bool stopping = false;
-  bool finished = false;
+  std::vector<std::shared_ptr<Batch>> batches FENLUX_GUARDED_BY(mutex);  // with unsettled notifications, oldest first
+  bool stopping FENLUX_GUARDED_BY(mutex) = false;
+  bool finished FENLUX_GUARDED_BY(mutex) = false;
 };
 
 }  // namespace fenlux::refhost

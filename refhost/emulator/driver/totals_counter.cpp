@@ -1,5 +1,5 @@
-// What becomes of notifications as numbers: causes by name, sums that have to add up, latencies in a histogram.
-#include "refhost/emulator/totals_counter.h"
+// The counters, the checks that they add up, and the histogram of latencies.
+#include "refhost/emulator/driver/totals_counter.h"
 
 #include <algorithm>
 #include <bit>
@@ -81,14 +81,14 @@ LatencySummary LatencyHistogram::Summary() const {
 }
 
 void TotalsCounter::Delivered(std::uint32_t code) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   ++totals.delivered;
   ++totals.inFlight;
   ++totals.byCode[code];
 }
 
 void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.answered;
   ++totals.byVerdict[verdict];
@@ -96,40 +96,40 @@ void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds lat
 }
 
 void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.unansweredByDesign;
   latencies.Add(latency);
 }
 
 void TotalsCounter::Late() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.late;
   ++Cause(totals, UnjudgedCause::kLate);
 }
 
 void TotalsCounter::Lost(UnjudgedCause cause) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.lost;
   ++Cause(totals, cause);
 }
 
 void TotalsCounter::KernelRead() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   ++totals.kernelEvents;
   ++totals.kernelInFlight;
 }
 
 void TotalsCounter::KernelAnswered(bool refused) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   --totals.kernelInFlight;
   ++(refused ? totals.kernelRefused : totals.kernelAllowed);
 }
 
 void TotalsCounter::NotDelivered(UnjudgedCause cause) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   ++Cause(totals, cause);
 }
 
@@ -137,7 +137,7 @@ EmulatorTotals TotalsCounter::Snapshot() const {
   EmulatorTotals snapshot;
   LatencyHistogram latencyCounts;
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     snapshot = totals;
     latencyCounts = latencies;
   }

@@ -1,4 +1,4 @@
-// Threads that are waited for, but not for ever.
+// Threads that are joined within a time limit, or left behind.
 #pragma once
 
 #include <chrono>
@@ -9,18 +9,18 @@
 
 namespace fenlux::refhost {
 
-// Owned by one thread at a time. A body shares ownership of all it touches, because it may be left behind.
+// Owned by one thread at a time. A body shares ownership of everything it touches, because it may be left behind.
 class ThreadCrew {
  public:
   ThreadCrew();
-  // Leaves behind whatever Join did not end.
+  // Leaves behind the threads that are still running.
   ~ThreadCrew();
   ThreadCrew(const ThreadCrew&) = delete;
   ThreadCrew& operator=(const ThreadCrew&) = delete;
 
-  // Starts a thread; the body must not throw. Throws std::system_error where no thread can be made.
+  // Starts a thread; the body must not throw. Throws std::system_error if no thread can be started.
   void Add(std::function<void()> body);
-  // Waits for all threads to end; true where they did. The others are left behind.
+  // Waits for all threads to end; returns whether they did. The others are left behind.
   bool Join(std::chrono::milliseconds limit);
 
  private:

@@ -1,17 +1,19 @@
-// Each thread notes its end, so that those that have ended are joined and the others can be left.
-#include "refhost/emulator/thread_crew.h"
+// Each thread reports its end, so that Join joins those that have ended and leaves the others behind.
+#include "refhost/emulator/sources/thread_crew.h"
 
 #include <algorithm>
 #include <condition_variable>
-#include <mutex>
 #include <utility>
+
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
 
 namespace fenlux::refhost {
 
 struct ThreadCrew::Shared {
-  std::mutex mutex;
+  Mutex mutex;
   std::condition_variable ended;
-  std::vector<std::thread::id> endedIds;
+  std::vector<std::thread::id> endedIds FENLUX_GUARDED_BY(mutex);
 };
 
 ThreadCrew::ThreadCrew() : shared(std::make_shared<Shared>()) {}
@@ -22,17 +24,19 @@ void ThreadCrew::Add(std::function<void()> body) {
   threads.emplace_back([shared = shared, body = std::move(body)]() mutable {
     body();
     body = nullptr;
-    const std::lock_guard lock(shared->mutex);
+    const MutexLock lock(shared->mutex);
     shared->endedIds.push_back(std::this_thread::get_id());
     shared->ended.notify_all();
   });
 }
 
 bool ThreadCrew::Join(std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   std::vector<std::thread::id> ended;
   {
-    std::unique_lock lock(shared->mutex);
-    shared->ended.wait_for(lock, limit, [this] { return shared->endedIds.size() == threads.size(); });
+    MutexLock lock(shared->mutex);
+    while (shared->endedIds.size() < threads.size() && lock.WaitUntil(shared->ended, deadline)) {
+    }
     ended.swap(shared->endedIds);
   }
   bool all = true;

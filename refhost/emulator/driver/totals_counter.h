@@ -1,17 +1,18 @@
-// Counts what becomes of every notification. One short lock makes each snapshot a picture of a single moment; nothing
-// slow ever happens under it.
+// Counts what becomes of every notification. One lock makes each snapshot consistent; only counting and copying happens
+// under it.
 #pragma once
 
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
 #include "refhost/emulator/emulator_totals.h"
 
 namespace fenlux::refhost {
 
-// Times in buckets that grow with their value: 32 for every doubling.
+// Times in buckets that grow with the value: 32 for every doubling.
 class LatencyHistogram {
  public:
   void Add(std::chrono::nanoseconds latency);
@@ -32,14 +33,14 @@ class LatencyHistogram {
 // All operations: any thread.
 class TotalsCounter {
  public:
-  // A notification goes to the module. Exactly one of the four ends follows.
+  // A notification goes to the module. Exactly one of the next four calls follows.
   void Delivered(std::uint32_t code);
   void Answered(std::uint32_t verdict, std::chrono::nanoseconds latency);
   void UnansweredByDesign(std::chrono::nanoseconds latency);
   void Late();
   void Lost(UnjudgedCause cause);
 
-  // A permission event was read from the kernel; KernelAnswered follows once.
+  // A permission event was read from the kernel. One call of KernelAnswered follows.
   void KernelRead();
   void KernelAnswered(bool refused);
   // An event that was never delivered.
@@ -48,9 +49,9 @@ class TotalsCounter {
   EmulatorTotals Snapshot() const;
 
  private:
-  mutable std::mutex mutex;
-  EmulatorTotals totals;  // latency is filled in by Snapshot
-  LatencyHistogram latencies;
+  mutable Mutex mutex;
+  EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // Snapshot fills in the latency
+  LatencyHistogram latencies FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux::refhost

@@ -1,0 +1,64 @@
+// The module's requests: checked, carried out on the driver's model, and made to fail where the faults say so.
+//
+// Ownership: owns the faults that concern requests. It has no thread of its own: Send runs on the module's threads,
+// several at once, and blocks only for a fault's delay. A request's reply is due until Send returns it or throws; no
+// other party takes over that duty.
+//
+// Locks: the faults' lock is held to read or change the faults, and no other lock is taken under it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "host/buf.h"
+#include "refhost/emulator/driver/driver_model.h"
+#include "refhost/emulator/driver/driver_port.h"
+#include "refhost/emulator/driver/hook_caller.h"
+#include "refhost/emulator/driver/source_link.h"
+#include "refhost/emulator/driver/wake_signal.h"
+#include "refhost/emulator/emulator_faults.h"
+
+namespace fenlux::refhost {
+
+class DriverRequests {
+ public:
+  DriverRequests(std::uint32_t driverVersion, DriverModel& driverModel, SourceLink& sourceLink, WakeSignal& wakeSignal,
+                 HookCaller& hookCaller)
+      : model(driverModel), source(sourceLink), wake(wakeSignal), hooks(hookCaller), version{driverVersion} {}
+
+  // Carries out the request and returns the reply's buffer: `replyBuffer`, another one, or null. Throws
+  // std::runtime_error if the driver refuses the request, and whatever the faults ask for.
+  std::shared_ptr<CBuf> Send(DriverPort& port, const std::shared_ptr<CBuf>& request,
+                             const std::shared_ptr<CBuf>& replyBuffer, bool flag);
+  // Applies those faults that concern requests.
+  void SetFaults(const EmulatorFaults& changes);
+
+ private:
+  // How the version request is answered.
+  struct VersionAnswer {
+    std::uint32_t driverVersion = 0;
+    VersionReply manner = VersionReply::kFill;
+  };
+
+  std::chrono::milliseconds Delay() const;
+  VersionAnswer CurrentVersion() const;
+  // The failure of this request, if the faults make it fail.
+  std::optional<SendFailure> TakeFailure(CBuf* request);
+  std::shared_ptr<CBuf> AnswerVersion(const VersionAnswer& answer, const std::shared_ptr<CBuf>& replyBuffer);
+
+  DriverModel& model;
+  SourceLink& source;
+  WakeSignal& wake;
+  HookCaller& hooks;
+
+  mutable Mutex mutex;
+  VersionAnswer version FENLUX_GUARDED_BY(mutex);
+  std::optional<FailingSend> failSend FENLUX_GUARDED_BY(mutex);
+  std::chrono::milliseconds delay FENLUX_GUARDED_BY(mutex){0};
+};
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,62 @@
+// The emulated driver: its parts, put together. The event source's threads and the module's port clients share
+// ownership of it, because both may outlive the emulator.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "refhost/emulator/driver/driver_connections.h"
+#include "refhost/emulator/driver/driver_model.h"
+#include "refhost/emulator/driver/driver_requests.h"
+#include "refhost/emulator/driver/hook_caller.h"
+#include "refhost/emulator/driver/notification_delivery.h"
+#include "refhost/emulator/driver/pending_answers.h"
+#include "refhost/emulator/driver/source_link.h"
+#include "refhost/emulator/driver/totals_counter.h"
+#include "refhost/emulator/driver/wake_signal.h"
+#include "refhost/emulator/driver/watchdog.h"
+#include "refhost/emulator/emulator_hooks.h"
+#include "refhost/emulator/emulator_settings.h"
+
+namespace fenlux::refhost {
+
+class EmulatedDriver {
+ public:
+  // `scenarioFaults` override those of the settings.
+  EmulatedDriver(const EmulatorSettings& settings, const EmulatorFaults& scenarioFaults, EmulatorHooks hostHooks);
+
+  HookCaller& Hooks() { return hooks; }
+  WakeSignal& Wake() { return wake; }
+  TotalsCounter& Totals() { return totals; }
+  DriverModel& Model() { return model; }
+  DriverConnections& Connections() { return connections; }
+  DriverRequests& Requests() { return requests; }
+  NotificationDelivery& Deliveries() { return delivery; }
+
+  // Sets the faults that `changes` names. Any thread.
+  void SetFaults(const EmulatorFaults& changes);
+  // Blocks until the current connection has received the command this often; false if it does not in time, or if the
+  // emulator stops. Any thread.
+  bool WaitForRequest(std::uint32_t command, std::uint64_t times, std::chrono::milliseconds limit);
+
+  // Gives the source the directories to watch, now and after every change, and starts the watchdog. Once.
+  void Attach(std::shared_ptr<EventSource> eventSource);
+  // Ends the connection and takes every answer; no delivery begins after it.
+  void BeginStop();
+  // Ends the watchdog and releases the source and the hooks.
+  void FinishStop();
+
+ private:
+  HookCaller hooks;
+  WakeSignal wake;
+  TotalsCounter totals;
+  SourceLink source;
+  DriverModel model;
+  PendingAnswers answers;
+  DriverConnections connections;
+  DriverRequests requests;
+  NotificationDelivery delivery;
+  Watchdog watchdog;
+};
+
+}  // namespace fenlux::refhost

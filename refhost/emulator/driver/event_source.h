@@ -1,0 +1,28 @@
+// Where notifications come from, as the driver sees it: a scenario, or the kernel's own permission events.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fenlux::refhost {
+
+class EventSource {
+ public:
+  virtual ~EventSource() = default;
+
+  // Starts the delivery threads. Once.
+  virtual void Start() = 0;
+  // Sets the directories that the module wants watched. Calls may overtake each other: the highest revision is the
+  // current one. Any thread; must not block.
+  virtual void Watch(std::uint64_t revision, const std::vector<std::string>& directories) = 0;
+  // Called regularly, at least twice within every deadline, after the overdue answers were taken. Watchdog thread;
+  // must not block.
+  virtual void OnWatchdog() = 0;
+  // Lets everything through and ends the threads. Threads that do not end within `grace` are left behind. Called once,
+  // after the driver has begun to stop.
+  virtual void Stop(std::chrono::milliseconds grace) = 0;
+};
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,94 @@
+// One notification from the source to its answer.
+#include "refhost/emulator/driver/notification_delivery.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace fenlux::refhost {
+
+Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView& notification,
+                                       const DeliveryOptions& options) {
+  const std::shared_ptr<DriverPort> port = connections.CurrentPort();
+  if (port == nullptr || !port->Deliverable()) return {};
+  const DriverPort::Ticket ticket = port->TakeTicket();
+  if (ticket == DriverPort::Ticket::kNone) return {};
+  const auto start = std::chrono::steady_clock::now();
+  if (!slot.Open(port, notification.Code(), start + deadline, options.release)) return {};
+  if (options.release != nullptr) options.release->Delivered();
+
+  Answer answer = CallHandler(*port, notification);
+  if (options.expectedVerdict && !answer.lostFor && answer.verdict != *options.expectedVerdict) {
+    answer.violation = fmt::format("verdict {} where {} was expected", answer.verdict, *options.expectedVerdict);
+  }
+  if (!answer.violation.empty()) {
+    model.ReportViolation(fmt::format("notification {}: {}", notification.Code(), answer.violation));
+  }
+  const auto end = [this, &port] {
+    connections.End(port, UnjudgedCause::kConnectionEnded, "the limit of notifications on one connection is reached");
+  };
+  const bool last = ticket == DriverPort::Ticket::kLast;
+  if (last && options.holdUntilEnd) end();
+  HoldReply(*port, options);
+
+  const auto taken = slot.TakeBack();
+  // Whoever ended the port may not have reached this slot yet.
+  if (port->Ended()) answer.lostFor = wake.Stopping() ? UnjudgedCause::kStopped : UnjudgedCause::kConnectionEnded;
+  const Delivery delivery = taken ? Delivery{Delivery::Outcome::kTaken, kNoVerdict, *taken}
+                                  : Count(answer, std::chrono::steady_clock::now() - start);
+  if (last) end();
+  return delivery;
+}
+
+NotificationDelivery::Answer NotificationDelivery::CallHandler(const DriverPort& port,
+                                                               const NotificationView& notification) {
+  const ReplyDue due = DueReply(notification, port.ClientType());
+  Answer answer;
+  try {
+    const std::shared_ptr<CBuf> reply = port.Handler()(notification.Data(), notification.Size());
+    if (reply == nullptr) {
+      if (!due.none) answer.lostFor = UnjudgedCause::kEmptyReply;
+      return answer;
+    }
+    ReplyFinding finding = CheckReply(reply->GetData(), reply->GetSize(), due);
+    answer.verdict = finding.verdict;
+    answer.violation = std::move(finding.violation);
+    if (!answer.violation.empty()) answer.lostFor = UnjudgedCause::kMalformedReply;
+  } catch (...) {
+    answer = {};
+    answer.lostFor = UnjudgedCause::kHandlerThrew;
+  }
+  return answer;
+}
+
+void NotificationDelivery::HoldReply(DriverPort& port, const DeliveryOptions& options) {
+  if (options.holdUntilEnd) return port.WaitEnded();
+  const auto hold = options.holdReply + delayReplies.load();
+  if (hold.count() > 0) port.WaitEndedFor(hold);
+}
+
+Delivery NotificationDelivery::Count(const Answer& answer, std::chrono::nanoseconds latency) {
+  if (answer.lostFor) {
+    totals.Lost(*answer.lostFor);
+    return {Delivery::Outcome::kLost, kNoVerdict, *answer.lostFor};
+  }
+  if (answer.verdict == kNoVerdict) {
+    totals.UnansweredByDesign(latency);
+    return {Delivery::Outcome::kUnansweredByDesign};
+  }
+  totals.Answered(answer.verdict, latency);
+  return {Delivery::Outcome::kAnswered, answer.verdict};
+}
+
+bool NotificationDelivery::WaitDeliverable() {
+  return wake.WaitUntil([this] {
+    const auto port = connections.CurrentPort();
+    return port != nullptr && port->Deliverable();
+  });
+}
+
+void NotificationDelivery::SetFaults(const EmulatorFaults& changes) {
+  if (changes.delayReplies) delayReplies = *changes.delayReplies;
+}
+
+}  // namespace fenlux::refhost

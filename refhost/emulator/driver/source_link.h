@@ -1,0 +1,44 @@
+// The event source that the driver informs of the directories to watch and of the watchdog's rounds.
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/emulator/driver/driver_model.h"
+#include "refhost/emulator/driver/event_source.h"
+
+namespace fenlux::refhost {
+
+// Any thread. The source's methods are called outside the lock.
+class SourceLink {
+ public:
+  void Attach(std::shared_ptr<EventSource> eventSource) {
+    const MutexLock lock(mutex);
+    source = std::move(eventSource);
+  }
+  void Detach() { Attach(nullptr); }
+
+  // Hands the set of directories to watch to the source, if one is attached.
+  void UpdateWatch(DriverModel& model) {
+    const std::shared_ptr<EventSource> attached = Attached();
+    if (attached == nullptr) return;
+    const WatchSet watch = model.TakeWatchSet();
+    attached->Watch(watch.revision, watch.directories);
+  }
+  void OnWatchdog() {
+    if (const std::shared_ptr<EventSource> attached = Attached()) attached->OnWatchdog();
+  }
+
+ private:
+  std::shared_ptr<EventSource> Attached() {
+    const MutexLock lock(mutex);
+    return source;
+  }
+
+  Mutex mutex;
+  std::shared_ptr<EventSource> source FENLUX_GUARDED_BY(mutex);
+};
+
+}  // namespace fenlux::refhost

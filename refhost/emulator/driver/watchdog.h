@@ -1,0 +1,44 @@
+// The watchdog: lets go of operations whose reply is not taken by the deadline.
+//
+// Ownership: owns its thread, and nothing that the thread works on. PendingAnswers::TakeOverdue takes the duty to
+// answer from the delivery thread: the watchdog then counts the notification as late and lets its operation go.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <thread>
+
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/emulator/driver/pending_answers.h"
+#include "refhost/emulator/driver/source_link.h"
+
+namespace fenlux::refhost {
+
+// One thread at a time.
+class Watchdog {
+ public:
+  Watchdog(std::chrono::milliseconds replyDeadline, PendingAnswers& pendingAnswers, SourceLink& sourceLink)
+      : deadline(replyDeadline), answers(pendingAnswers), source(sourceLink) {}
+  ~Watchdog() { Stop(); }
+  Watchdog(const Watchdog&) = delete;
+  Watchdog& operator=(const Watchdog&) = delete;
+
+  // Once.
+  void Start();
+  // Ends the thread, if it was started.
+  void Stop();
+
+ private:
+  void Run();
+
+  const std::chrono::milliseconds deadline;
+  PendingAnswers& answers;
+  SourceLink& source;
+  Mutex mutex;
+  std::condition_variable wake;
+  bool stopping FENLUX_GUARDED_BY(mutex) = false;
+  std::thread thread;
+};
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,18 @@
+// What the emulator reports to its host.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace fenlux::refhost {
+
+enum class EmulatorLogLevel { kDetail, kEvent, kWarning, kProblem };
+
+// Each function may be empty. The emulator calls them on its own and the module's threads, one call at a time; they
+// must not block, throw, or call the emulator back. None is called after Stop has returned.
+struct EmulatorHooks {
+  std::function<void(EmulatorLogLevel level, const std::string& line)> log;
+  std::function<void()> scenarioFinished;
+};
+
+}  // namespace fenlux::refhost

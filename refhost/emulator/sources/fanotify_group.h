@@ -1,0 +1,35 @@
+// The kernel's side of permission events: reads them and writes the responses, and counts both.
+#pragma once
+
+#include <sys/fanotify.h>
+
+#include <optional>
+
+#include "refhost/base/platform/descriptor_posix.h"
+#include "refhost/emulator/driver/hook_caller.h"
+#include "refhost/emulator/driver/totals_counter.h"
+
+namespace fenlux::refhost {
+
+// Several threads may use one group. Every event that Read returns needs one response; its descriptor belongs to the
+// caller and stays open until the response is written, because the response names the event by it.
+class FanotifyGroup {
+ public:
+  // Throws std::runtime_error with the reason if the system has no permission events or the process may not have them.
+  FanotifyGroup(TotalsCounter& counter, HookCaller& hookCaller);
+
+  int Get() const { return group.Get(); }
+  // Reads one event without blocking; nothing if there is none.
+  std::optional<fanotify_event_metadata> Read();
+  // Lets the event's operation continue, or fail.
+  void Respond(int event, bool refuse) noexcept;
+  // Lets the operation continue without asking the module.
+  void LetThrough(int event, UnjudgedCause cause) noexcept;
+
+ private:
+  TotalsCounter& totals;
+  HookCaller& hooks;
+  const Descriptor group;
+};
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,80 @@
+// The system calls behind a group of permission events.
+#include "refhost/emulator/sources/fanotify_group.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+
+#include "refhost/base/platform/error_text.h"
+
+namespace fenlux::refhost {
+namespace {
+
+int OpenGroup() {
+  // The kernel opens every event's file for the reader. Without O_NONBLOCK that would wait for the other end of a named
+  // pipe, and nobody would be left to answer.
+  const int group =
+      ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS,
+                      O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);
+  if (group >= 0) return group;
+  const int error = errno;
+  throw std::runtime_error("kernel events cannot be opened: " + SystemErrorText(error) +
+                           (error == EPERM ? "; they need root (CAP_SYS_ADMIN)" : ""));
+}
+
+// The kernel refuses an event whose file it cannot open for the reader: allow as many descriptors as possible.
+void RaiseDescriptorLimit() {
+  struct rlimit limit {};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+FanotifyGroup::FanotifyGroup(TotalsCounter& counter, HookCaller& hookCaller)
+    : totals(counter), hooks(hookCaller), group(OpenGroup()) {
+  RaiseDescriptorLimit();
+}
+
+std::optional<fanotify_event_metadata> FanotifyGroup::Read() {
+  // The buffer holds a single event, so that a reader has no more than one open file at a time.
+  fanotify_event_metadata event{};
+  const ssize_t length = ::read(group.Get(), &event, sizeof(event));
+  if (length < 0) {
+    const int error = errno;
+    if (error != EAGAIN && error != EINTR) {
+      hooks.Log(EmulatorLogLevel::kProblem, "A kernel event could not be read: " + SystemErrorText(error) + ".");
+    }
+    return std::nullopt;
+  }
+  if (length != static_cast<ssize_t>(sizeof(event)) || event.vers != FANOTIFY_METADATA_VERSION) return std::nullopt;
+  if ((event.mask & FAN_Q_OVERFLOW) != 0) {
+    totals.NotDelivered(UnjudgedCause::kQueueOverflow);
+    return std::nullopt;
+  }
+  if (event.fd < 0) return std::nullopt;
+  totals.KernelRead();
+  return event;
+}
+
+void FanotifyGroup::Respond(int event, bool refuse) noexcept {
+  // Counted first, so that whoever sees the operation continue finds it in the totals.
+  totals.KernelAnswered(refuse);
+  const fanotify_response response{event, refuse ? std::uint32_t{FAN_DENY} : std::uint32_t{FAN_ALLOW}};
+  ssize_t written = 0;
+  do {
+    written = ::write(group.Get(), &response, sizeof(response));
+  } while (written < 0 && errno == EINTR);
+}
+
+void FanotifyGroup::LetThrough(int event, UnjudgedCause cause) noexcept {
+  totals.NotDelivered(cause);
+  Respond(event, false);
+}
+
+}  // namespace fenlux::refhost

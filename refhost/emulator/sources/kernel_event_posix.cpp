@@ -1,0 +1,68 @@
+// Maps the kernel's event masks to notification codes, and looks up the event's path.
+#include "refhost/emulator/sources/kernel_event.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <iterator>
+#include <string>
+
+#include "kdi/driver_records.h"
+#include "refhost/base/text/utf_text.h"
+#include "refhost/emulator/sources/notification_builder.h"
+
+namespace fenlux::refhost {
+namespace {
+
+struct EventKind {
+  std::uint64_t mask;
+  bool KernelEventSettings::*setting;
+  std::uint32_t code;
+  std::uint8_t conditionA;
+};
+// An event may have several bits of the mask; the first row that it matches describes it.
+constexpr EventKind kEventKinds[] = {
+    {FAN_OPEN_EXEC_PERM, &KernelEventSettings::onExec, records::code::kMin1, 1},
+    {FAN_OPEN_PERM, &KernelEventSettings::onOpen, records::code::kMin1, 0},
+    {FAN_ACCESS_PERM, &KernelEventSettings::onAccess, records::code::kMin1 + 1, 0},
+};
+constexpr const EventKind& kDefaultKind = kEventKinds[1];
+
+const EventKind& KindOf(std::uint64_t mask) {
+  const auto* kind = std::find_if(std::begin(kEventKinds), std::end(kEventKinds),
+                                  [mask](const EventKind& candidate) { return (candidate.mask & mask) != 0; });
+  return kind == std::end(kEventKinds) ? kDefaultKind : *kind;
+}
+
+// Empty if the system does not say.
+std::string PathOf(int file) {
+  char path[PATH_MAX];
+  const ssize_t length = ::readlink(fmt::format("/proc/self/fd/{}", file).c_str(), path, sizeof(path));
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
+}
+
+}  // namespace
+
+std::uint64_t KernelEventMask(const KernelEventSettings& settings) {
+  std::uint64_t mask = 0;
+  for (const EventKind& kind : kEventKinds) {
+    if (settings.*kind.setting) mask |= kind.mask;
+  }
+  return mask;
+}
+
+void BuildKernelNotification(const fanotify_event_metadata& event, std::vector<std::uint8_t>& message) {
+  const EventKind& kind = KindOf(event.mask);
+  NotificationFields fields;
+  fields.code = kind.code;
+  fields.conditionA = kind.conditionA;
+  fields.processId = static_cast<std::uint64_t>(event.pid);
+  fields.accessValueA = static_cast<std::uint32_t>(event.mask);
+  fields.path = Utf16FromNarrow(PathOf(event.fd));
+  message.resize(NotificationSize(fields));
+  WriteNotification(fields, message.data());
+}
+
+}  // namespace fenlux::refhost
