@@ -1,5 +1,5 @@
-// The kernel driver's side of the port: takes the module's requests, delivers notifications, requires an answer to each,
-// and fails on command.
+// The kernel driver's side of the port: takes the module's requests, delivers notifications, requires an answer to
+// each, and fails on command.
 //
 // Threads: the emulator owns the threads of its event source (the delivery threads) and one watchdog. A delivery thread
 // calls the module's handler itself. From then on exactly one party takes the answer and counts it: that thread with

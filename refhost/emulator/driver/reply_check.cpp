@@ -67,7 +67,8 @@ ReplyDue DueReply(const NotificationView& notification, std::uint32_t clientType
 }
 
 ReplyFinding CheckReply(const std::uint8_t* reply, std::size_t size, const ReplyDue& due) {
-  if (reply == nullptr || size < records::kReplyFixedSize) return {kNoVerdict, fmt::format("a reply of {} bytes", size)};
+  if (reply == nullptr || size < records::kReplyFixedSize)
+    return {kNoVerdict, fmt::format("a reply of {} bytes", size)};
   records::Reply fixed{};
   std::memcpy(&fixed, reply, sizeof(fixed));
   const std::string broken = Broken(fixed, size, due);

@@ -10,8 +10,6 @@
 
 #include "refhost/base/platform/error_text.h"
 
-#include "refhost/base/platform/error_text.h"
-
 namespace fenlux::refhost {
 namespace {
 

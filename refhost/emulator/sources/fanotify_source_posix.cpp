@@ -50,9 +50,7 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
     return std::find(settings.refusingVerdicts.begin(), settings.refusingVerdicts.end(), verdict) !=
            settings.refusingVerdicts.end();
   }
-  bool IsOwn(const fanotify_event_metadata& event) const {
-    return static_cast<std::uint64_t>(event.pid) == ownProcess;
-  }
+  bool IsOwn(const fanotify_event_metadata& event) const { return static_cast<std::uint64_t>(event.pid) == ownProcess; }
   // Empties the kernel's queue, letting everything through.
   void Drain();
   void LogEach(EmulatorLogLevel level, const std::string& text, const std::vector<std::string>& lines);

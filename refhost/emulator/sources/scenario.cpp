@@ -146,7 +146,7 @@ Actions ReadNotify(const ConfigTable& table, std::uint32_t threads) {
     if (both) fields.variant = second ? 1 : 0;
     step.message = BuildNotification(fields);
     if (cut) step.message.resize(size);
-        actions.emplace_back(step);
+    actions.emplace_back(step);
   }
   return actions;
 }
@@ -156,7 +156,7 @@ Actions ReadGarbage(const ConfigTable& table, std::uint32_t threads) {
   step.message.resize(table.Unsigned("garbage", 0, 0, records::kMaxMessageSize));
   std::mt19937 random(table.Unsigned("seed", 1));
   for (std::uint8_t& byte : step.message) byte = static_cast<std::uint8_t>(random() & 0xff);
-    return {step};
+  return {step};
 }
 
 Actions ReadPause(const ConfigTable& table, std::uint32_t) { return {PauseStep{Milliseconds(table, "pause_ms")}}; }

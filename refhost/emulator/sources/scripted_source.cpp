@@ -51,7 +51,8 @@ class ScriptedSource::Progress final : public AnswerRelease {
 // Carries out a step. Notifications go to the delivery threads as a batch.
 class ScriptedSource::StepPlayer {
  public:
-  StepPlayer(ScriptedSource& owner, std::uint32_t stepNumber) : source(owner), driver(*owner.driver), number(stepNumber) {}
+  StepPlayer(ScriptedSource& owner, std::uint32_t stepNumber)
+      : source(owner), driver(*owner.driver), number(stepNumber) {}
 
   void operator()(const NotifyStep& step) const {
     const auto batch = std::make_shared<Batch>(step);

@@ -1,4 +1,4 @@
-// Every command of the module: what the driver keeps of it, and what it finds wrong with it.
+// Every command of the module: what the driver stores, and which requests it refuses.
 #include "tests/unit/emulator/emulator_test.h"
 
 namespace fenlux::testing {
@@ -10,7 +10,7 @@ using ::testing::IsEmpty;
 
 class Commands : public EmulatorTest {
  protected:
-  // Sends the request; it must be refused with this text, which is counted as a violation, and change nothing else.
+  // Sends the request. The driver must refuse it with this text, count a violation, and change nothing else.
   void ExpectRefused(CPortClient& port, const Bytes& request, const std::string& text) {
     const EmulatorState before = State();
     EXPECT_EQ(FailureOf([&] { Send(port, request); }), "the driver refuses " + text);
@@ -21,7 +21,7 @@ class Commands : public EmulatorTest {
   }
 };
 
-TEST_F(Commands, CommitMakesValidWhatWasAddedSince) {
+TEST_F(Commands, CommitActivatesObjectsAddedSinceTheLastCommit) {
   const auto port = Opened();
   Send(*port, AddRequest(1, u"/data/one"));
   Send(*port, AddRequest(1, u"C:\\two", u"C:", 0));
@@ -45,7 +45,7 @@ TEST_F(Commands, CommitMakesValidWhatWasAddedSince) {
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
-TEST_F(Commands, PathsFillTheirFieldsToTheLastUnit) {
+TEST_F(Commands, PathsMayFillTheirFieldsCompletely) {
   const auto port = Opened();
   const std::u16string longest(32768, u'p');
   Send(*port, AddRequest(3, longest, u"abcd"));
@@ -55,7 +55,7 @@ TEST_F(Commands, PathsFillTheirFieldsToTheLastUnit) {
   EXPECT_EQ(State().monitored[2].pending.at(1).path, "\xf0\x9f\x90\xa7");
 }
 
-TEST_F(Commands, AddAndCommitAreChecked) {
+TEST_F(Commands, RefusesInvalidAddsAndCommits) {
   const auto port = Opened();
   ExpectRefused(*port, AddRequest(0, u"/x"), "request 1 (add monitor object): object type 0");
   ExpectRefused(*port, AddRequest(4, u"/x"), "request 1 (add monitor object): object type 4");
@@ -69,7 +69,7 @@ TEST_F(Commands, AddAndCommitAreChecked) {
   }
 }
 
-TEST_F(Commands, ClientSwitchesAreKeptApart) {
+TEST_F(Commands, StoresTheClientSwitchesSeparately) {
   const auto port = Opened(2);
   EXPECT_EQ(State().grpmSwitch, std::nullopt);
   Send(*port, Request(4, "02 00 00 00 01"));
@@ -80,7 +80,7 @@ TEST_F(Commands, ClientSwitchesAreKeptApart) {
   EXPECT_EQ(State().grpmSwitch, true);
 }
 
-TEST_F(Commands, ClientSwitchesAreChecked) {
+TEST_F(Commands, RefusesInvalidClientSwitches) {
   const auto port = Opened();
   ExpectRefused(*port, Request(4, "02 00 00 00 01"),
                 "request 4 (grpm switch): client type 2 on a connection of client type 1");
@@ -92,7 +92,7 @@ TEST_F(Commands, ClientSwitchesAreChecked) {
   EXPECT_EQ(State().grspSwitch, std::nullopt);
 }
 
-TEST_F(Commands, PlainValuesAreKept) {
+TEST_F(Commands, StoresPlainValues) {
   const auto port = Opened();
   Send(*port, Request(8, "78 56 34 12"));
   EXPECT_EQ(State().grdtoValue, 0x12345678u);
@@ -108,7 +108,7 @@ TEST_F(Commands, PlainValuesAreKept) {
   EXPECT_EQ(State().spspSwitches, (std::array<std::uint8_t, 4>{1, 0, 255, 2}));
 }
 
-TEST_F(Commands, NetControlModes) {
+TEST_F(Commands, StoresNetControlModesAndRefusesInvalidOnes) {
   const auto port = Opened();
   EXPECT_EQ(State().netControlMode, 0u);
   for (std::uint32_t mode = 1; mode <= 4; ++mode) {
@@ -120,7 +120,7 @@ TEST_F(Commands, NetControlModes) {
   EXPECT_EQ(State().netControlMode, 4u);
 }
 
-TEST_F(Commands, SystemProcesses) {
+TEST_F(Commands, StoresSystemProcessesAndRefusesInvalidOnes) {
   const auto port = Opened();
   Send(*port, Request(20, "02 00 00 00  90 01 00 00 00 00 00 00"));
   Send(*port, Request(20, "03 00 00 00  f4 01 00 00 00 00 00 80"));
@@ -130,7 +130,7 @@ TEST_F(Commands, SystemProcesses) {
                 "request 20 (system process): the id that means no process");
 }
 
-TEST_F(Commands, NetItemListsReplaceAsAWhole) {
+TEST_F(Commands, AnEndedNetItemListReplacesTheOldOne) {
   const auto port = Opened();
   const std::string opaque =
       "01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 11 12 13 14 15 16 17 18 19 1a 1b 1c 1d 1e 1f 20 21 22 23 24 25 "
@@ -153,7 +153,7 @@ TEST_F(Commands, NetItemListsReplaceAsAWhole) {
   EXPECT_THAT(State().netControlItems[1], IsEmpty());
 }
 
-TEST_F(Commands, NetItemsStandBetweenBeginAndEndOfTheirOwnList) {
+TEST_F(Commands, NetItemsMustComeBetweenBeginAndEndOfTheirList) {
   const auto port = Opened();
   ExpectRefused(*port, Request(22, "01 00 00 00"), "request 22 (net item): an item of list 1, which has not begun");
   ExpectRefused(*port, Request(23, "01 00 00 00"),
@@ -173,7 +173,7 @@ TEST_F(Commands, NetItemsStandBetweenBeginAndEndOfTheirOwnList) {
   Send(*port, Request(23, "01 00 00 00"));
 }
 
-TEST_F(Commands, TheConfigurationBlockIsKeptWithoutTheZerosAtItsEnd) {
+TEST_F(Commands, StoresTheConfigurationBlockWithoutTrailingZeros) {
   const auto port = Opened();
   EXPECT_EQ(State().configBlock, std::nullopt);
   Bytes request = Request(24, "01 00 02");
@@ -188,7 +188,7 @@ TEST_F(Commands, TheConfigurationBlockIsKeptWithoutTheZerosAtItsEnd) {
   EXPECT_EQ(State().configBlock, Bytes(65549, 7));
 }
 
-TEST_F(Commands, TheVersionIsWrittenIntoTheBufferThatCameAlong) {
+TEST_F(Commands, WritesTheVersionIntoTheReplyBuffer) {
   settings.driverVersion = 19072702;
   const auto port = Opened();
   const auto buffer = Buffer(Request(13));
@@ -198,7 +198,7 @@ TEST_F(Commands, TheVersionIsWrittenIntoTheBufferThatCameAlong) {
   EXPECT_EQ(State().versionsAsked, 1u);
 }
 
-TEST_F(Commands, TheVersionRequestWithoutAReplyHandleGetsNone) {
+TEST_F(Commands, GivesNoVersionWithoutAReplyBuffer) {
   const auto port = Opened();
   EXPECT_EQ(Send(*port, Request(13)), nullptr);
   EXPECT_EQ(State().versionsAsked, 1u);
@@ -211,12 +211,12 @@ TEST_F(Commands, AReplyBufferOfTheWrongSizeIsAViolation) {
   EXPECT_THAT(State().violationTexts, ElementsAre("a version request with a reply buffer of 14 bytes"));
 }
 
-TEST_F(Commands, OtherRequestsAreAnsweredWithAnEmptyHandle) {
+TEST_F(Commands, AnswersOtherRequestsWithAnEmptyHandle) {
   const auto port = Opened();
   EXPECT_EQ(Send(*port, Request(11), Buffer(Bytes(4))), nullptr);
 }
 
-TEST_F(Commands, RequestsThatAreNoneAreRefused) {
+TEST_F(Commands, RefusesMalformedRequests) {
   const auto port = Opened();
   Bytes request = Request(11);
   request.pop_back();
@@ -234,14 +234,14 @@ TEST_F(Commands, RequestsThatAreNoneAreRefused) {
   EXPECT_THAT(State().requests, IsEmpty());
 }
 
-TEST_F(Commands, TheFlagOfASendIsChecked) {
+TEST_F(Commands, ASendWithAFlagOfFalseIsAViolation) {
   const auto port = Opened();
   Send(*port, Request(11), nullptr, false);
   EXPECT_THAT(State().violationTexts, ElementsAre("a request sent with a flag of false"));
   EXPECT_EQ(State().dumps, 1u);
 }
 
-TEST_F(Commands, ANewConnectionStartsFromNothingButKeepsTheViolations) {
+TEST_F(Commands, ANewConnectionStartsEmptyButKeepsTheViolations) {
   auto port = Opened();
   Send(*port, AddRequest(1, u"/data"));
   Send(*port, Request(3, "01 00 00 00"));
@@ -251,7 +251,7 @@ TEST_F(Commands, ANewConnectionStartsFromNothingButKeepsTheViolations) {
   ExpectRefused(*port, Request(19, "09 00 00 00"), "request 19 (net control mode): mode 9");
   port->Close();
   EXPECT_FALSE(State().connected);
-  EXPECT_EQ(State().monitored[0].committed.size(), 1u);  // what it believed last
+  EXPECT_EQ(State().monitored[0].committed.size(), 1u);  // the state before the end
 
   port = Opened(2);
   const EmulatorState state = State();
@@ -267,7 +267,7 @@ TEST_F(Commands, ANewConnectionStartsFromNothingButKeepsTheViolations) {
   Send(*port, Request(21, "01 00 00 00"));  // the list begun on the old connection is forgotten
 }
 
-TEST_F(Commands, SendsFromManyThreadsAreAllCarriedOut) {
+TEST_F(Commands, CarriesOutSendsFromManyThreads) {
   const auto port = Opened();
   std::vector<std::thread> threads;
   for (std::uint32_t type = 1; type <= 3; ++type) {
@@ -280,7 +280,7 @@ TEST_F(Commands, SendsFromManyThreadsAreAllCarriedOut) {
   EXPECT_EQ(State().requests[1], 150u);
 }
 
-TEST_F(Commands, ViolationTextsAreBoundedAndStillCounted) {
+TEST_F(Commands, KeepsABoundedNumberOfViolationTextsAndCountsAll) {
   const auto port = Opened();
   for (std::size_t i = 0; i < refhost::kMaxViolationTexts + 5; ++i) {
     EXPECT_NE(FailureOf([&] { Send(*port, Request(99)); }), "");

@@ -1,4 +1,4 @@
-// How a port is opened, what the driver demands of that, and the end of a port under every order of calls.
+// Opening a port, what the driver requires of it, and the end of a port in every order of calls.
 #include "tests/unit/emulator/emulator_test.h"
 
 namespace fenlux::testing {
@@ -10,15 +10,15 @@ using ::testing::IsEmpty;
 
 class PortClient : public EmulatorTest {
  protected:
-  std::string ConnectFailure(const std::string& name, const Bytes& context, std::uint32_t largest) {
+  std::string ConnectFailure(const std::string& name, const Bytes& context, std::uint32_t maxMessageSize) {
     const auto port = Emulator().MakePortClient(
-        name, context.empty() ? nullptr : Buffer(context), largest,
+        name, context.empty() ? nullptr : Buffer(context), maxMessageSize,
         [](const void*, std::uint32_t) { return Buffer(Reply(2)); }, 1);
     return FailureOf([&] { port->Connect(); });
   }
 };
 
-TEST_F(PortClient, OpensWithWhatTheModuleSays) {
+TEST_F(PortClient, OpensWithTheModulesParameters) {
   const auto port = Opened(2);
   const EmulatorState state = State();
   EXPECT_TRUE(state.connected);
@@ -29,11 +29,11 @@ TEST_F(PortClient, OpensWithWhatTheModuleSays) {
   EXPECT_THAT(LogLines(), ElementsAre("Connection 1 opened, client type 2, port value 77."));
 }
 
-TEST_F(PortClient, IsRefusedWhereItWasMadeWrongly) {
+TEST_F(PortClient, IsRefusedForInvalidParameters) {
   const std::string name = kPortNameText;
   const Bytes context = ConnectContext();
   EXPECT_EQ(ConnectFailure("\\other", context, 196764), "unknown port name \\other");
-  EXPECT_EQ(ConnectFailure(name, context, 196763), "a largest message of 196763 bytes");
+  EXPECT_EQ(ConnectFailure(name, context, 196763), "a maximum message size of 196763 bytes");
   EXPECT_EQ(ConnectFailure(name, {}, 196764), "a connect context of 0 bytes");
   EXPECT_EQ(ConnectFailure(name, Bytes(15), 196764), "a connect context of 15 bytes");
   Bytes changed = context;
@@ -58,11 +58,11 @@ TEST_F(PortClient, IsRefusedWhereItWasMadeWrongly) {
 TEST_F(PortClient, IsTheOnlyOneAtATime) {
   const auto first = Opened();
   const auto second = Made();
-  EXPECT_EQ(FailureOf([&] { second->Connect(); }), "a second port was opened beside an open one");
+  EXPECT_EQ(FailureOf([&] { second->Connect(); }), "a second port was opened while another was open");
   first->Close();
   second->Connect();
   EXPECT_EQ(State().connects, 2u);
-  EXPECT_THAT(State().violationTexts, ElementsAre("connect: a second port was opened beside an open one"));
+  EXPECT_THAT(State().violationTexts, ElementsAre("connect: a second port was opened while another was open"));
 }
 
 TEST_F(PortClient, IsOpenedAndStartedOnceAndInOrder) {
@@ -100,7 +100,7 @@ TEST_F(PortClient, CloseIsFinalBetweenConnectAndStart) {
   EXPECT_FALSE(State().connected);
 }
 
-TEST_F(PortClient, CloseEndsEveryWaitThatHasBegun) {
+TEST_F(PortClient, CloseEndsEveryPendingWait) {
   for (const bool connected : {false, true}) {
     const auto port = Made();
     if (connected) port->Connect();
@@ -121,7 +121,7 @@ TEST_F(PortClient, CloseFromManyThreadsEndsOnce) {
                                       "Connection ended: the module closed it."));
 }
 
-TEST_F(PortClient, LettingGoOfItEndsTheConnection) {
+TEST_F(PortClient, DestroyingItEndsTheConnection) {
   auto port = Emulator().MakePortClient(
       kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(2)); }, 1);
   port->Connect();
@@ -144,10 +144,10 @@ TEST_F(PortClient, CloseDoesNotWaitForAHandler) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
   EXPECT_EQ(Totals().inFlight, 0u);
   gate->Open();
-  EXPECT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
 }
 
-TEST_F(PortClient, MayBeClosedAndLetGoOfInsideAHandler) {
+TEST_F(PortClient, MayBeClosedAndReleasedInsideAHandler) {
   const auto port = std::make_shared<std::shared_ptr<CPortClient>>();
   AddNotifications(Notification(4098));
   *port = Emulator().MakePortClient(
@@ -162,7 +162,7 @@ TEST_F(PortClient, MayBeClosedAndLetGoOfInsideAHandler) {
   (*port)->Connect();
   (*port)->Start();
   gate->Open();
-  EXPECT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   Emulator().Stop();
   EXPECT_EQ(*port, nullptr);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);

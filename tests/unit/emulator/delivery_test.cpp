@@ -1,4 +1,4 @@
-// Every notification has exactly one outcome, whoever comes first.
+// Every notification has exactly one outcome, whichever party is first.
 #include <atomic>
 #include <set>
 #include <stdexcept>
@@ -17,11 +17,11 @@ class Delivery : public EmulatorTest {
  protected:
   void PlayToTheEnd(std::uint32_t clientType = 1) {
     Opened(clientType);
-    ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+    ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   }
 };
 
-TEST_F(Delivery, GivesTheHandlerEveryMessageAsItIs) {
+TEST_F(Delivery, PassesEveryMessageUnchangedToTheHandler) {
   const Bytes message = BuildNotification({.code = 4098, .processId = 9, .path = u"C:\\x"});
   std::vector<Bytes> seen;
   scenario.threads = 1;
@@ -61,7 +61,7 @@ TEST_F(Delivery, DeliversAllOnSeveralThreads) {
   EXPECT_EQ(Totals().inFlight, 3u);
   EXPECT_TRUE(Totals().AddsUp());
   gate->Open();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(threads.size(), 3u);
   EXPECT_EQ(Totals().answered, 300u);
 }
@@ -75,7 +75,7 @@ TEST_F(Delivery, ExpectsNoReplyToCode4113) {
   EXPECT_THAT(State().violationTexts, IsEmpty());
 }
 
-TEST_F(Delivery, TakesTheUnjudgedReplyToCode4113AndNoOther) {
+TEST_F(Delivery, AcceptsOnlyTheUnjudgedReplyToCode4113) {
   std::atomic<std::uint32_t> verdict{8};
   handler = [&verdict](const Bytes&) { return Buffer(Reply(verdict--)); };
   scenario.threads = 1;
@@ -116,7 +116,7 @@ TEST_F(Delivery, CountsAMalformedReplyAsLostAndAsAViolation) {
   EXPECT_THAT(LogLines(), Contains("Protocol violation: notification 4098: a reply of 155 bytes."));
 }
 
-TEST_F(Delivery, HoldsVerdictsAgainstTheClientType) {
+TEST_F(Delivery, ChecksVerdictsAgainstTheClientType) {
   handler = [](const Bytes&) { return Buffer(Reply(3)); };
   AddNotifications(BuildNotification({.code = 4098, .oplock = 1}));
   PlayToTheEnd(2);
@@ -140,7 +140,7 @@ TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
   };
   AddNotifications(Notification(4098));
   Opened();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));  // while the handler is still at work
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));  // while the handler is still running
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().inFlight, 0u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kLate), 1u);
@@ -151,7 +151,7 @@ TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
   EXPECT_EQ(Totals().latency.count, 0u);
 }
 
-TEST_F(Delivery, OneLateHandlerDoesNotHoldUpTheOthers) {
+TEST_F(Delivery, OneLateHandlerDoesNotDelayTheOthers) {
   std::atomic<int> calls{0};
   settings.deadline = std::chrono::milliseconds(100);
   scenario.threads = 2;
@@ -161,7 +161,7 @@ TEST_F(Delivery, OneLateHandlerDoesNotHoldUpTheOthers) {
   };
   AddNotifications(Notification(4098), 50).threads = 2;
   Opened();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().answered, 49u);
   gate->Open();
@@ -178,12 +178,12 @@ TEST_F(Delivery, AReplyAfterTheConnectionEndedIsLost) {
   const auto port = Opened();
   gate->AwaitArrivals(1);
   port->Wait();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
   gate->Open();
 }
 
-TEST_F(Delivery, StopTakesWhatIsStillOutAndLeavesAHungHandlerBehind) {
+TEST_F(Delivery, StopTakesPendingAnswersAndLeavesAHungHandlerBehind) {
   const auto done = std::make_shared<Gate>();
   settings.stopGrace = std::chrono::milliseconds(1);
   handler = [gate = gate, done](const Bytes&) {
@@ -198,7 +198,7 @@ TEST_F(Delivery, StopTakesWhatIsStillOutAndLeavesAHungHandlerBehind) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped) + Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
   EXPECT_TRUE(Totals().AddsUp());
-  EXPECT_FALSE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_FALSE(Emulator().WaitScenarioFinished(kTestTimeout));
   gate->Open();
   done->Pass();
 }
@@ -220,14 +220,14 @@ TEST_F(Delivery, WaitsForStartAndForTheNextConnection) {
   EXPECT_THAT(LogLines(), Contains("Connection ended: step 2 drops it."));
 }
 
-TEST_F(Delivery, PlaysAgainAsOftenAsItIsTold) {
+TEST_F(Delivery, RepeatsTheScenario) {
   scenario.repeat = 3;
   AddNotifications(Notification(4098), 2);
   PlayToTheEnd();
   EXPECT_EQ(Totals().answered, 6u);
 }
 
-TEST_F(Delivery, PlaysWithoutEndUntilStopped) {
+TEST_F(Delivery, PlaysAnEndlessScenarioUntilStopped) {
   scenario.repeat = 0;
   std::atomic<int> calls{0};
   handler = [&](const Bytes&) {
@@ -252,11 +252,11 @@ TEST_F(Delivery, KeepsToTheRate) {
 }
 
 TEST_F(Delivery, AnEmptyScenarioIsFinishedAtOnce) {
-  EXPECT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  EXPECT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().delivered, 0u);
 }
 
-TEST_F(Delivery, TellsItsHostThatTheScenarioIsFinished) {
+TEST_F(Delivery, ReportsTheEndOfTheScenarioToTheHost) {
   const DriverEmulator signalling(settings, scenario, {.log = {}, .scenarioFinished = [gate = gate] { gate->Open(); }});
   gate->Pass();
   EXPECT_TRUE(signalling.ScenarioFinished());

@@ -1,4 +1,4 @@
-// The requests, contexts and buffers that the tests of the emulator send, and the module's side that sends them.
+// Builds the requests, contexts and buffers that the emulator's tests send, and sends them.
 #include "tests/unit/emulator/emulator_test.h"
 
 #include <algorithm>
@@ -81,7 +81,7 @@ void Gate::Pass() {
 
 void Gate::AwaitArrivals(int count) {
   std::unique_lock lock(mutex);
-  ASSERT_TRUE(changed.wait_for(lock, kPatience, [&] { return arrivals >= count; }));
+  ASSERT_TRUE(changed.wait_for(lock, kTestTimeout, [&] { return arrivals >= count; }));
 }
 
 void EmulatorTest::TearDown() {
@@ -146,7 +146,6 @@ std::vector<std::string> EmulatorTest::LogLines() {
 
 refhost::NotifyStep& EmulatorTest::AddNotifications(Bytes message, std::uint64_t count) {
   refhost::NotifyStep step;
-  step.code = refhost::NotificationCode(message.data(), message.size());
   step.message = std::move(message);
   step.count = count;
   AddStep(std::move(step));

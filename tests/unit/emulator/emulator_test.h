@@ -1,4 +1,4 @@
-// The module's side of the port as a test plays it, and the emulator that it talks to.
+// The module's side of the port, played by a test, and the emulator it talks to.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -18,6 +18,7 @@
 
 #include "host/host.h"
 #include "kdi/driver_records.h"
+#include "refhost/emulator/driver/notification_view.h"
 #include "refhost/emulator/driver_emulator.h"
 #include "refhost/emulator/sources/notification_builder.h"
 #include "tests/support/record_builders.h"
@@ -30,28 +31,28 @@ using refhost::EmulatorTotals;
 using refhost::UnjudgedCause;
 
 inline constexpr char kPortNameText[] = "\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
-// Long enough that only a hang gets there.
-inline constexpr std::chrono::milliseconds kPatience{60'000};
+// Only a hang reaches it.
+inline constexpr std::chrono::milliseconds kTestTimeout{60'000};
 
 std::shared_ptr<CBuf> Buffer(Bytes bytes);
 Bytes BytesOf(const std::shared_ptr<CBuf>& buffer);
-// The 16 bytes that a module opens its port with.
+// The connect context with which a module opens its port.
 Bytes ConnectContext(std::uint32_t clientType = 1);
-// A request of full size: header and payload, and 0xCD behind them.
+// A request of full size: header and payload, followed by 0xCD.
 Bytes Request(std::uint32_t command, std::string_view payloadDigits = {});
 // The add request for a path.
 Bytes AddRequest(std::uint32_t type, std::u16string_view path, std::u16string_view rootName = {},
                  std::uint8_t pathFlag = 1);
-// A reply as the module makes it; context data only with verdict 6.
+// A reply as the module builds it; context data only with verdict 6.
 Bytes Reply(std::uint32_t verdict, const Bytes& context = {});
 
-// A gate that a handler can be stopped at.
+// A gate at which handlers wait.
 class Gate {
  public:
   void Open();
-  // Until Open; also counts the arrival.
+  // Counts the arrival and blocks until Open.
   void Pass();
-  // Until so many have arrived.
+  // Blocks until this many have arrived.
   void AwaitArrivals(int count);
 
  private:
@@ -65,19 +66,19 @@ class EmulatorTest : public ::testing::Test {
  protected:
   using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
 
-  // Stops the emulator, and sees that it still adds up.
+  // Stops the emulator and checks that its totals add up.
   void TearDown() override;
 
   // Makes the emulator from `settings` and `scenario`.
   DriverEmulator& Emulator();
-  // For what outlives the test.
+  // For handlers and hosts that outlive the test.
   const std::shared_ptr<DriverEmulator>& Handle() const { return emulator; }
-  // A port client with everything as it should be, connected and started on demand.
+  // A valid port client; Opened also connects and starts it.
   std::shared_ptr<CPortClient> Made(std::uint32_t clientType = 1);
   std::shared_ptr<CPortClient> Opened(std::uint32_t clientType = 1);
-  // Sends a request and gives back the reply handle.
+  // Sends a request and returns the reply handle.
   std::shared_ptr<CBuf> Send(CPortClient& port, Bytes request, std::shared_ptr<CBuf> reply = nullptr, bool flag = true);
-  // The text of the exception that the action throws; empty where it throws none.
+  // The text of the exception that the action throws; empty if it throws none.
   static std::string FailureOf(const std::function<void()>& action);
 
   EmulatorState State() { return Emulator().State(); }
@@ -93,7 +94,7 @@ class EmulatorTest : public ::testing::Test {
 
   refhost::EmulatorSettings settings;
   refhost::Scenario scenario;
-  // For handlers that stand still; they share it, as one of them may be left behind.
+  // For handlers that block. They share ownership of it, because one may be left behind.
   const std::shared_ptr<Gate> gate = std::make_shared<Gate>();
   Handler handler = [](const Bytes&) { return Buffer(Reply(2)); };
 

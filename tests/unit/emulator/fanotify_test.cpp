@@ -1,5 +1,5 @@
-// Real permission events of the kernel, on directories of the test's own. Where the machine does not allow them, every
-// test that needs them says so and is skipped.
+// Real permission events of the kernel, on temporary directories. If the machine does not allow them, the tests are
+// skipped with the reason.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -97,7 +97,7 @@ TEST_F(KernelEvents, WhichVerdictsRefuseIsASetting) {
   EXPECT_EQ(other.Perform(file), EPERM);
 }
 
-TEST_F(KernelEvents, TellsTheModuleWhoOpensWhat) {
+TEST_F(KernelEvents, ReportProcessAndPathToTheModule) {
   const std::string strange = directory.MakeFile("\xc3\xa9\xf0\x9f\x90\xa7.txt").string();
   Bytes seen;
   handler = [&seen](const Bytes& message) {
@@ -114,7 +114,7 @@ TEST_F(KernelEvents, TellsTheModuleWhoOpensWhat) {
                         seen));
 }
 
-TEST_F(KernelEvents, TellsReadsAndExecutionsApartWhereAsked) {
+TEST_F(KernelEvents, DistinguishReadsAndExecutionsIfSelected) {
   settings.kernel.onAccess = settings.kernel.onExec = true;
   const std::string program = directory.Path().string() + "/program";
   {
@@ -126,7 +126,7 @@ TEST_F(KernelEvents, TellsReadsAndExecutionsApartWhereAsked) {
   std::vector<std::pair<std::uint32_t, int>> seen;  // code, condition flag A
   handler = [&](const Bytes& message) {
     const std::lock_guard lock(mutex);
-    seen.emplace_back(refhost::NotificationCode(message.data(), message.size()), message[25]);
+    seen.emplace_back(refhost::NotificationView(message).Code(), message[25]);
     return Buffer(Reply(2));
   };
   Opened();
@@ -136,7 +136,7 @@ TEST_F(KernelEvents, TellsReadsAndExecutionsApartWhereAsked) {
   EXPECT_THAT(seen, AllOf(Contains(std::pair(4097u, 0)), Contains(std::pair(4098u, 0)), Contains(std::pair(4097u, 1))));
 }
 
-TEST_F(KernelEvents, RefusesExecutionAlone) {
+TEST_F(KernelEvents, MayCoverExecutionsOnly) {
   settings.kernel.onOpen = false;
   settings.kernel.onExec = true;
   const std::string program = directory.MakeFile("program").string();
@@ -146,7 +146,7 @@ TEST_F(KernelEvents, RefusesExecutionAlone) {
   EXPECT_EQ(other.Perform(program), 0);
 }
 
-TEST_F(KernelEvents, OwnProcessIsNeverJudged) {
+TEST_F(KernelEvents, OfTheOwnProcessAreNeverJudged) {
   OpenedWithVerdict(4);
   EXPECT_TRUE(OwnOpenSucceeds(file));
   Emulator().Stop();
@@ -154,7 +154,7 @@ TEST_F(KernelEvents, OwnProcessIsNeverJudged) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
 }
 
-TEST_F(KernelEvents, PassWhileNobodyIsConnected) {
+TEST_F(KernelEvents, PassWhileNoModuleIsConnected) {
   Emulator();
   EXPECT_EQ(other.Perform(file), 0);
   const auto port = OpenedWithVerdict(4);
@@ -165,7 +165,7 @@ TEST_F(KernelEvents, PassWhileNobodyIsConnected) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 2u);
 }
 
-TEST_F(KernelEvents, PassWhereTheModuleGivesNoAnswer) {
+TEST_F(KernelEvents, PassIfTheModuleGivesNoAnswer) {
   std::atomic<int> calls{0};
   handler = [&calls](const Bytes&) -> std::shared_ptr<CBuf> {
     switch (calls++) {
@@ -185,7 +185,7 @@ TEST_F(KernelEvents, PassWhereTheModuleGivesNoAnswer) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kMalformedReply), 1u);
 }
 
-// A handler that stands still until the test opens its gate, and would then refuse.
+// A handler that blocks until the test opens its gate, and then refuses.
 class HeldKernelEvents : public KernelEvents {
  protected:
   HeldKernelEvents() {
@@ -226,7 +226,7 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
   Opened();
   other.Begin(file);
   gate->AwaitArrivals(1);
-  another.Begin(file);  // read by nobody, as the only reader is inside the module
+  another.Begin(file);  // nobody reads it: the only reader is inside the module
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
   EXPECT_EQ(another.Result(), 0);
@@ -246,11 +246,11 @@ TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
   EXPECT_EQ(another.Result(), EPERM);
 }
 
-TEST_F(HeldKernelEvents, DoNotWaitForReadersThatAreHeldUp) {
+TEST_F(HeldKernelEvents, DoNotWaitForBlockedReaders) {
   settings.deadline = std::chrono::milliseconds(50);
   settings.kernel.threads = 1;
   Opened();
-  EXPECT_EQ(other.Perform(file), 0);  // late; the only reader stays inside the module
+  EXPECT_EQ(other.Perform(file), 0);  // late; the only reader is still inside the module
   EXPECT_EQ(another.Perform(file), 0);
   EXPECT_GE(Totals().Unjudged(UnjudgedCause::kReadersBusy), 1u);
   gate->Open();
@@ -272,12 +272,12 @@ TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
 }
 
-TEST_F(KernelEvents, ANamedPipeDoesNotHoldUpItsReader) {
+TEST_F(KernelEvents, ANamedPipeDoesNotBlockItsReader) {
   const std::string pipe = directory.Path().string() + "/pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   settings.kernel.threads = 1;
   OpenedWithVerdict(4);
-  other.Perform(pipe);  // not every kernel asks about named pipes
+  other.Perform(pipe);  // not every kernel reports named pipes
   EXPECT_EQ(other.Perform(file), EPERM);
 }
 
@@ -300,7 +300,7 @@ class PolicyEvents : public KernelEvents {
   const std::string inSecond = directory.MakeFile("second/file").string();
 };
 
-TEST_F(PolicyEvents, FollowWhatIsCommittedWithoutARestart) {
+TEST_F(PolicyEvents, FollowCommitsWithoutARestart) {
   const auto port = OpenedWithVerdict(4);
   EXPECT_EQ(other.Perform(inFirst), 0);
   Send(*port, AddRequest(1, refhost::Utf16FromNarrow(first)));
@@ -316,7 +316,7 @@ TEST_F(PolicyEvents, FollowWhatIsCommittedWithoutARestart) {
   EXPECT_EQ(other.Perform(inSecond), EPERM);
   Commit(*port, {});
   EXPECT_EQ(other.Perform(inSecond), 0);
-  EXPECT_THAT(LogLines(), AllOf(Contains("Watched: " + first), Contains("Watched no longer: " + first)));
+  EXPECT_THAT(LogLines(), AllOf(Contains("Watched: " + first), Contains("No longer watched: " + first)));
 }
 
 TEST_F(PolicyEvents, CoverTypesOneAndTwoButNotThree) {
@@ -344,7 +344,7 @@ TEST_F(PolicyEvents, EndWithTheConnection) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 0u);
 }
 
-TEST_F(PolicyEvents, AreIgnoredWhereTheSettingsSaySo) {
+TEST_F(PolicyEvents, AreIgnoredIfTheSettingsSaySo) {
   settings.kernel.followPolicy = false;
   settings.kernel.directories = {second};
   const auto port = OpenedWithVerdict(4);
@@ -353,7 +353,7 @@ TEST_F(PolicyEvents, AreIgnoredWhereTheSettingsSaySo) {
   EXPECT_EQ(other.Perform(inSecond), EPERM);
 }
 
-TEST_F(PolicyEvents, PassOverWhatCannotBeWatched) {
+TEST_F(PolicyEvents, SkipWhatCannotBeWatched) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {"/", "/tmp", "relative", directory.Path().string() + "/missing", inFirst, second});
   EXPECT_EQ(other.Perform(inSecond), EPERM);
@@ -369,7 +369,7 @@ TEST_F(PolicyEvents, PassOverWhatCannotBeWatched) {
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
-TEST_F(PolicyEvents, KnowADirectoryByWhatItIs) {
+TEST_F(PolicyEvents, IdentifyADirectoryWhateverItsName) {
   const std::string link = directory.Path().string() + "/link";
   ASSERT_EQ(::symlink(first.c_str(), link.c_str()), 0);
   const auto port = OpenedWithVerdict(4);
@@ -381,7 +381,7 @@ TEST_F(PolicyEvents, KnowADirectoryByWhatItIs) {
   EXPECT_EQ(other.Perform(inFirst), 0);
 }
 
-TEST_F(PolicyEvents, FollowADirectoryThatIsMadeAgain) {
+TEST_F(PolicyEvents, FollowADirectoryThatIsCreatedAgain) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first});
   ASSERT_EQ(::unlink(inFirst.c_str()), 0);
@@ -392,7 +392,7 @@ TEST_F(PolicyEvents, FollowADirectoryThatIsMadeAgain) {
   EXPECT_EQ(other.Perform(inFirst), EPERM);
 }
 
-TEST_F(PolicyEvents, LetGoOfADirectoryThatWasRenamed) {
+TEST_F(PolicyEvents, StopWatchingARenamedDirectory) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first, second});
   const std::string renamed = directory.Path().string() + "/renamed";
@@ -403,7 +403,7 @@ TEST_F(PolicyEvents, LetGoOfADirectoryThatWasRenamed) {
   EXPECT_EQ(other.Perform(inSecond), EPERM);
 }
 
-TEST_F(PolicyEvents, ReachTheDirectoriesBelowWhereAsked) {
+TEST_F(PolicyEvents, IncludeSubdirectoriesIfSelected) {
   const std::string deep = directory.MakeDirectory("first/a/b").string();
   const std::string inDeep = directory.MakeFile("first/a/b/file").string();
   {
@@ -437,24 +437,24 @@ TEST_F(PolicyEvents, FollowThousandsOfDirectories) {
   EXPECT_EQ(other.Perform(inLast), 0);
 }
 
-TEST_F(KernelEvents, CannotBeOpenedOnDirectoriesThatAreNotTheirs) {
+TEST_F(KernelEvents, CannotBeOpenedOnForbiddenDirectories) {
   const std::string link = directory.Path().string() + "/link";
   ASSERT_EQ(::symlink("/tmp", link.c_str()), 0);
   const auto failure = [this](const std::string& path) {
     settings.kernel.directories = {path};
     return FailureOf([this] { const DriverEmulator refused(settings); });
   };
-  EXPECT_EQ(failure("/"), "directory / is / itself, which is never watched");
-  EXPECT_EQ(failure("/tmp"), "directory /tmp is /tmp itself, which is never watched");
-  EXPECT_EQ(failure("/tmp/../tmp/"), "directory /tmp/../tmp/ is /tmp itself, which is never watched");
-  EXPECT_EQ(failure(link), "directory " + link + " is /tmp itself, which is never watched");
-  EXPECT_EQ(failure("here"), "directory here is not an absolute path");
-  EXPECT_EQ(failure(file), "directory " + file + " is not a directory");
+  EXPECT_EQ(failure("/"), "directory /: is / itself, which is never watched");
+  EXPECT_EQ(failure("/tmp"), "directory /tmp: is /tmp itself, which is never watched");
+  EXPECT_EQ(failure("/tmp/../tmp/"), "directory /tmp/../tmp/: is /tmp itself, which is never watched");
+  EXPECT_EQ(failure(link), "directory " + link + ": is /tmp itself, which is never watched");
+  EXPECT_EQ(failure("here"), "directory here: is not an absolute path");
+  EXPECT_EQ(failure(file), "directory " + file + ": is not a directory");
   EXPECT_EQ(failure(directory.Path().string() + "/no"),
-            "directory " + directory.Path().string() + "/no No such file or directory");
+            "directory " + directory.Path().string() + "/no: No such file or directory");
   settings.kernel.directories = {};
   settings.kernel.onOpen = false;
-  EXPECT_EQ(FailureOf([this] { const DriverEmulator refused(settings); }), "no kind of kernel event is asked for");
+  EXPECT_EQ(FailureOf([this] { const DriverEmulator refused(settings); }), "no kind of kernel event is selected");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Every way in which the driver can be told to fail.
+// Every fault that the driver can be told to show.
 #include <atomic>
 
 #include "tests/unit/emulator/emulator_test.h"
@@ -28,7 +28,7 @@ TEST_F(Faults, RefusesTheFirstConnects) {
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
-TEST_F(Faults, TheScenariosFaultsComeOnTopOfTheSettings) {
+TEST_F(Faults, TheScenariosFaultsOverrideThoseOfTheSettings) {
   settings.faults.refuseConnects = 7;
   settings.faults.driverVersion = 5;
   scenario.faults.refuseConnects = 0;
@@ -36,7 +36,7 @@ TEST_F(Faults, TheScenariosFaultsComeOnTopOfTheSettings) {
   EXPECT_TRUE(SameBytes(Request(13, "05 00 00 00"), BytesOf(Send(*port, Request(13), Buffer(Request(13))))));
 }
 
-TEST_F(Faults, DropsEveryConnectionAfterSoManyNotifications) {
+TEST_F(Faults, DropsEveryConnectionAfterItsLimitOfNotifications) {
   settings.faults.dropAfter = 3;
   scenario.threads = 2;
   AddNotifications(Notification(4098), 7).threads = 2;
@@ -46,13 +46,13 @@ TEST_F(Faults, DropsEveryConnectionAfterSoManyNotifications) {
     EXPECT_EQ(Totals().delivered, 3u * (static_cast<unsigned>(connection) + 1));
   }
   Opened();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().delivered, 7u);
   EXPECT_TRUE(State().connected);
-  EXPECT_THAT(LogLines(), Contains("Connection ended: the driver has delivered as many notifications as it was to."));
+  EXPECT_THAT(LogLines(), Contains("Connection ended: the limit of notifications on one connection is reached."));
 }
 
-TEST_F(Faults, ADropSetInTheMiddleCountsFromThereAndCanBeTakenBack) {
+TEST_F(Faults, ALimitSetLaterCountsFromThereAndCanBeRemoved) {
   AddNotifications(Notification(4098), 5);
   AddStep(refhost::FaultStep{{.dropAfter = 100}});
   AddStep(refhost::FaultStep{{.dropAfter = 0}});
@@ -61,11 +61,11 @@ TEST_F(Faults, ADropSetInTheMiddleCountsFromThereAndCanBeTakenBack) {
   AddNotifications(Notification(4098), 2);
   const auto port = Opened();
   port->Wait();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().delivered, 207u);
 }
 
-TEST_F(Faults, VersionRepliesOfEveryManner) {
+TEST_F(Faults, AnswersTheVersionRequestInEveryManner) {
   const auto ask = [this](VersionReply manner) {
     scenario.faults.versionReply = manner;
     DriverEmulator asked(settings, scenario);
@@ -91,7 +91,7 @@ TEST_F(Faults, VersionRepliesOfEveryManner) {
 
 TEST_F(Faults, TheVersionCanChangeWhileRunning) {
   AddStep(refhost::FaultStep{{.driverVersion = 9}});
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   const auto port = Opened();
   EXPECT_TRUE(SameBytes(Request(13, "09 00 00 00"), BytesOf(Send(*port, Request(13), Buffer(Request(13))))));
 }
@@ -107,7 +107,7 @@ TEST_F(Faults, FailsTheNthSendOfACommandOnce) {
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
-TEST_F(Faults, FailsAnySendWithWhateverException) {
+TEST_F(Faults, FailsAnySendWithAnyException) {
   settings.faults.failSend = FailingSend{.failure = SendFailure::kNotAnException};
   auto port = Opened();
   EXPECT_EQ(FailureOf([&] { Send(*port, Request(11)); }), "not an exception");
@@ -145,14 +145,14 @@ TEST_F(Faults, DelaysRepliesPastTheDeadline) {
   AddStep(refhost::DropStep{});
   const auto port = Opened();
   port->Wait();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().late, 1u);
 }
 
 TEST_F(Faults, HoldsOneReplyForItsTime) {
   AddNotifications(Notification(4098)).holdReply = std::chrono::milliseconds(5);
   Opened();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().answered, 1u);
   EXPECT_GE(Totals().latency.max, std::chrono::milliseconds(5));
 }
@@ -167,7 +167,7 @@ TEST_F(Faults, HoldsAReplyUntilTheConnectionEnds) {
   AddStep(refhost::DropStep{});
   const auto port = Opened();
   port->Wait();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().answered, 10u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
 }
@@ -177,26 +177,26 @@ TEST_F(Faults, AHeldReplyThatIsTheLastOfItsConnectionEndsIt) {
   AddNotifications(Notification(4098)).holdUntilEnd = true;
   const auto port = Opened();
   port->Wait();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
 }
 
 TEST_F(Faults, AwaitsARequestOfTheModule) {
-  AddStep(refhost::AwaitRequestStep{.command = 11, .times = 2, .limit = kPatience});
+  AddStep(refhost::AwaitRequestStep{.command = 11, .times = 2, .limit = kTestTimeout});
   AddNotifications(Notification(4098));
   const auto port = Opened();
   Send(*port, Request(11));
   EXPECT_EQ(Totals().delivered, 0u);
   Send(*port, Request(11));
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().delivered, 1u);
   EXPECT_THAT(State().violationTexts, IsEmpty());
 }
 
-TEST_F(Faults, ARequestThatDoesNotComeIsAViolation) {
+TEST_F(Faults, ARequestThatDoesNotArriveIsAViolation) {
   AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = std::chrono::milliseconds(1)});
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
-  EXPECT_THAT(State().violationTexts, ElementsAre("step 1 waited in vain for request 24"));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
+  EXPECT_THAT(State().violationTexts, ElementsAre("step 1 timed out waiting for request 24"));
 }
 
 TEST_F(Faults, PausesEndWithTheEmulator) {

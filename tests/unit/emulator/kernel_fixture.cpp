@@ -1,4 +1,4 @@
-// A child process that opens, reads and executes files on order and says how it went.
+// A child process that opens, reads and executes files on command and reports the result.
 #include "tests/unit/emulator/kernel_fixture.h"
 
 #include <fcntl.h>
@@ -17,12 +17,12 @@ bool WriteAll(int file, const void* bytes, std::size_t size) {
   return ::write(file, bytes, size) == static_cast<ssize_t>(size);
 }
 
-// Orders and results are short enough to arrive whole.
-struct Order {
+// Commands and results are short enough to be written in one piece.
+struct Command {
   char operation;
   char path[PATH_MAX - 1];
 };
-static_assert(sizeof(Order) <= PIPE_BUF);
+static_assert(sizeof(Command) <= PIPE_BUF);
 
 int Open(const char* path, bool read) {
   const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -33,7 +33,7 @@ int Open(const char* path, bool read) {
   return error;
 }
 
-// In a process of its own, which gives back the errno of execve, or 0 where it succeeded.
+// Executes the program in a child process. Returns the errno of execve, or 0.
 int Execute(const char* path) {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -50,19 +50,20 @@ int Execute(const char* path) {
 }  // namespace
 
 OtherProcess::OtherProcess() {
-  int orders[2];
+  int commands[2];
   int results[2];
-  if (::pipe2(orders, O_CLOEXEC) != 0 || ::pipe2(results, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  if (::pipe2(commands, O_CLOEXEC) != 0 || ::pipe2(results, O_CLOEXEC) != 0)
+    throw std::runtime_error("cannot create a pipe");
   process = ::fork();
-  if (process < 0) throw std::runtime_error("no process can be made");
+  if (process < 0) throw std::runtime_error("cannot create a process");
   if (process == 0) {
-    ::close(orders[1]);
+    ::close(commands[1]);
     ::close(results[0]);
-    Serve(orders[0], results[1]);
+    Serve(commands[0], results[1]);
   }
-  ::close(orders[0]);
+  ::close(commands[0]);
   ::close(results[1]);
-  output = orders[1];
+  output = commands[1];
   input = results[0];
 }
 
@@ -73,18 +74,18 @@ OtherProcess::~OtherProcess() {
 }
 
 void OtherProcess::Serve(int input, int output) {
-  Order order;
-  while (::read(input, &order, sizeof(order)) == static_cast<ssize_t>(sizeof(order))) {
+  Command command;
+  while (::read(input, &command, sizeof(command)) == static_cast<ssize_t>(sizeof(command))) {
     int result = 0;
-    switch (static_cast<Operation>(order.operation)) {
+    switch (static_cast<Operation>(command.operation)) {
       case Operation::kOpen:
-        result = Open(order.path, false);
+        result = Open(command.path, false);
         break;
       case Operation::kOpenAndRead:
-        result = Open(order.path, true);
+        result = Open(command.path, true);
         break;
       case Operation::kExecute:
-        result = Execute(order.path);
+        result = Execute(command.path);
         break;
     }
     if (!WriteAll(output, &result, sizeof(result))) break;
@@ -93,10 +94,10 @@ void OtherProcess::Serve(int input, int output) {
 }
 
 void OtherProcess::Begin(const std::string& path, Operation operation) {
-  Order order{};
-  order.operation = static_cast<char>(operation);
-  std::strncpy(order.path, path.c_str(), sizeof(order.path) - 1);
-  if (!WriteAll(output, &order, sizeof(order))) throw std::runtime_error("the other process is gone");
+  Command command{};
+  command.operation = static_cast<char>(operation);
+  std::strncpy(command.path, path.c_str(), sizeof(command.path) - 1);
+  if (!WriteAll(output, &command, sizeof(command))) throw std::runtime_error("the other process is gone");
 }
 
 int OtherProcess::Result() {

@@ -8,7 +8,7 @@
 
 namespace fenlux::testing {
 
-// Another process that opens files when told to. Make it before any thread is started.
+// Another process that opens files on command. Create it before any thread is started.
 class OtherProcess {
  public:
   enum class Operation : char { kOpen = 'o', kOpenAndRead = 'r', kExecute = 'x' };
@@ -19,7 +19,7 @@ class OtherProcess {
   OtherProcess& operator=(const OtherProcess&) = delete;
 
   pid_t Id() const { return process; }
-  // Begins the operation; Result blocks until it is over and gives its errno, 0 where it succeeded.
+  // Begins the operation. Result blocks until it is over and returns its errno, or 0.
   void Begin(const std::string& path, Operation operation = Operation::kOpen);
   int Result();
   int Perform(const std::string& path, Operation operation = Operation::kOpen) {
@@ -32,7 +32,7 @@ class OtherProcess {
 
   pid_t process = -1;
   int input = -1;   // where results come from
-  int output = -1;  // where orders go
+  int output = -1;  // where commands go
 };
 
 }  // namespace fenlux::testing

@@ -1,5 +1,5 @@
-// The whole module on the emulated driver, in one process and on the manual clock: how it opens, how it comes back, and
-// what it makes of a driver that fails.
+// The whole module on the emulated driver, in one process and on the manual clock: how it connects, how it reconnects,
+// and how it handles a driver that fails.
 #include <boost/dll/runtime_symbol_info.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <map>
@@ -32,7 +32,7 @@ using refhost::BuildNotification;
 constexpr auto kRestartDelay = 5s;
 constexpr char kAlert[] = "Connection with driver failed for a long time!";
 
-// Remembers every line with its operation, and lets a test wait for one.
+// Records every line with its operation, and lets a test wait for one.
 class RecordingLog final : public CLog {
  public:
   void LogAlert(std::uint32_t, const std::string& line) override { Add("alert", line); }
@@ -46,10 +46,10 @@ class RecordingLog final : public CLog {
     const std::lock_guard lock(mutex);
     return counts[operation + ": " + line];
   }
-  // Until the line has been written so often; false where that does not come about.
+  // Waits until the line has been written this often; false if it is not.
   bool Await(const std::string& operation, const std::string& line, std::size_t times = 1) {
     std::unique_lock lock(mutex);
-    return changed.wait_for(lock, kPatience, [&] { return counts[operation + ": " + line] >= times; });
+    return changed.wait_for(lock, kTestTimeout, [&] { return counts[operation + ": " + line] >= times; });
   }
 
  private:
@@ -66,7 +66,7 @@ class RecordingLog final : public CLog {
   std::map<std::string, std::size_t> counts;
 };
 
-// The module's workers never end, and neither does what they use: each test leaves its host behind.
+// The module's workers never end, so each test leaves its host behind.
 class ModuleOnEmulator : public EmulatorTest {
  protected:
   ModuleOnEmulator() {
@@ -84,12 +84,12 @@ class ModuleOnEmulator : public EmulatorTest {
     if (module == nullptr) return;
     static auto& leftBehind = *new std::vector<std::shared_ptr<CFenluxImpl>>();
     leftBehind.push_back(module);
-    EXPECT_TRUE(clock.AwaitParked(kRestartDelay));  // so that the next test does not meet this one's worker
+    EXPECT_TRUE(clock.AwaitParked(kRestartDelay));  // so that this worker does not disturb the next test
   }
 
-  // Makes the host around the emulator, and the module in it, and lets it work.
+  // Creates the host around the emulator and the module in it, and starts the module.
   void Start() {
-    refhost::LogSettings quiet;  // for the lines that go past the log operations
+    refhost::LogSettings quiet;  // for lines that bypass the log operations
     quiet.consoleLeast = refhost::kSeverities;
     refhost::FixedSettings fixed;
     fixed.portValue = 77;
@@ -97,7 +97,7 @@ class ModuleOnEmulator : public EmulatorTest {
     const auto records = std::make_shared<refhost::RecordRegister>();
     const auto configuration = std::make_shared<refhost::Configuration>(fixed, live, records);
     Emulator();
-    const boost::filesystem::path self = boost::dll::program_location();  // stands in for both system processes
+    const boost::filesystem::path self = boost::dll::program_location();  // in place of both system processes
     const auto work = std::make_shared<refhost::WorkService>(
         refhost::SystemImages{{"system32\\csrss.exe", self}, {"system32\\services.exe", self}},
         [emulator = Handle()](const std::string& name, const std::shared_ptr<CBuf>& context, std::uint32_t largest,
@@ -127,7 +127,7 @@ class ModuleOnEmulator : public EmulatorTest {
   std::shared_ptr<CFenluxImpl> module;
 };
 
-TEST_F(ModuleOnEmulator, ComesBackAfterFiveSecondsAndAlertsAtTheTenthFailure) {
+TEST_F(ModuleOnEmulator, ReconnectsAfterFiveSecondsAndAlertsAtTheTenthFailure) {
   settings.faults.refuseConnects = 12;
   Start();
   for (int failure = 1; failure <= 12; ++failure) {
@@ -144,22 +144,22 @@ TEST_F(ModuleOnEmulator, ComesBackAfterFiveSecondsAndAlertsAtTheTenthFailure) {
   EXPECT_EQ(log->Count("problem", "[dci,tiwk,STDE] info=the driver refuses the connection"), 12u);
 }
 
-TEST_F(ModuleOnEmulator, FailuresFartherApartThanTheWindowRaiseNoAlert) {
+TEST_F(ModuleOnEmulator, FailuresSpreadBeyondTheWindowRaiseNoAlert) {
   settings.faults.refuseConnects = 11;
   Start();
   for (int failure = 1; failure <= 11; ++failure) {
     ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
-    clock.Advance(67s);  // of ten failures, the first is 603 seconds old
+    clock.Advance(67s);  // the first of ten failures is then 603 seconds old
   }
   ASSERT_TRUE(log->Await("event", "Driver Interact Ready."));
   EXPECT_EQ(log->Count("alert", kAlert), 0u);
 }
 
-TEST_F(ModuleOnEmulator, DoesItsOpeningExchanges) {
+TEST_F(ModuleOnEmulator, SendsItsOpeningRequests) {
   clientTypeFlag = true;
-  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kTestTimeout});
   Start();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   const EmulatorState state = State();
   EXPECT_EQ(state.clientType, 2u);
   EXPECT_EQ(state.portValue, 77u);
@@ -175,19 +175,18 @@ TEST_F(ModuleOnEmulator, AppliesItsPolicyOnEveryConnection) {
   const boost::filesystem::path directory = boost::filesystem::temp_directory_path() / boost::filesystem::unique_path();
   boost::filesystem::create_directory(directory);
   live.monitoredObjects = std::vector<boost::filesystem::path>{directory};
-  AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kPatience});
+  AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kTestTimeout});
   AddStep(refhost::DropStep{});
-  AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kPatience});
-  clock.PassAtOnce(100ms);  // the policy worker's polls,
-  clock.PassAtOnce(1s);     // and its pause where they were in vain
+  AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kTestTimeout});
+  clock.PassAtOnce(100ms);  // the policy worker's polls
+  clock.PassAtOnce(1s);     // and its pause if they time out
   Start();
   ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
   EXPECT_EQ(State().monitored[1].committed.size(), 1u);
   clock.Advance(kRestartDelay);
   ASSERT_TRUE(log->Await("event", "Driver Interact Ready.", 2));
-  // Where the connection was dropped while the policy worker was not waiting yet, the module does not remember that it
-  // was told; a host tells it again.
-  for (auto tries = kPatience / 10ms; tries > 0 && !Emulator().WaitScenarioFinished(10ms); --tries) {
+  // A notification that arrives while the policy worker is not waiting is lost; a host notifies again.
+  for (auto tries = kTestTimeout / 10ms; tries > 0 && !Emulator().WaitScenarioFinished(10ms); --tries) {
     module->NotifyPolicyChanged();
   }
   ASSERT_TRUE(Emulator().ScenarioFinished());
@@ -223,7 +222,7 @@ TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
   add(8206, u"C:\\plain", 3);
   clock.PassAtOnce(kRestartDelay, 1);
   Start();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   const EmulatorTotals totals = Totals();
   EXPECT_EQ(totals.delivered, 2500u);
   EXPECT_EQ(totals.answered, 2000u);
@@ -233,33 +232,33 @@ TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
   EXPECT_EQ(State().connects, 2u);
 }
 
-TEST_F(ModuleOnEmulator, TakesGarbageForWhatItIs) {
+TEST_F(ModuleOnEmulator, AnswersGarbageAsUnjudged) {
   for (const std::size_t size : {0u, 1u, 23u, 24u, 155u, 156u, 157u, 5000u}) {
     AddNotifications(Bytes(size, 0xEE)).expectedVerdict = 8;
   }
-  // Lengths that reach beyond the message and around the end of 32 bits.
+  // Lengths beyond the end of the message, and lengths that would overflow 32 bits.
   AddNotifications(BuildNotification({.code = 4098, .statedItem1Size = 0xffffffff})).expectedVerdict = 8;
   AddNotifications(BuildNotification({.code = 4098, .statedItem2Size = 0xffffffff})).expectedVerdict = 8;
   AddNotifications(BuildNotification({.code = 4098, .statedItem3Size = 0xffffff64})).expectedVerdict = 8;
   Start();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_THAT(State().violationTexts, IsEmpty());
   EXPECT_EQ(Totals().answered, 11u);
 }
 
-TEST_F(ModuleOnEmulator, TakesAShortVersionReplyForNone) {
+TEST_F(ModuleOnEmulator, TreatsAShortVersionReplyAsNone) {
   settings.faults.versionReply = refhost::VersionReply::kShort;
   Start();
   ASSERT_TRUE(log->Await("event", "Current driver version=0"));
 }
 
-TEST_F(ModuleOnEmulator, TakesAnEmptyVersionReplyForNone) {
+TEST_F(ModuleOnEmulator, TreatsAnEmptyVersionReplyAsNone) {
   settings.faults.versionReply = refhost::VersionReply::kEmpty;
   Start();
   ASSERT_TRUE(log->Await("event", "Current driver version=0"));
 }
 
-TEST_F(ModuleOnEmulator, TakesAVersionReplyOfTheDriversOwn) {
+TEST_F(ModuleOnEmulator, AcceptsAVersionReplyInTheDriversOwnBuffer) {
   settings.faults.versionReply = refhost::VersionReply::kReplace;
   settings.driverVersion = 42;
   Start();
@@ -268,14 +267,14 @@ TEST_F(ModuleOnEmulator, TakesAVersionReplyOfTheDriversOwn) {
 
 TEST_F(ModuleOnEmulator, ReportsASendThatFails) {
   settings.faults.failSend = refhost::FailingSend{.command = 12};
-  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kTestTimeout});
   Start();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(log->Count("problem", "[wdi,spsp,STDE] info=the driver fails on request"), 1u);
   EXPECT_EQ(State().spspSwitches, std::nullopt);
 }
 
-TEST_F(ModuleOnEmulator, ReportsASendThatFailsWithNoException) {
+TEST_F(ModuleOnEmulator, ReportsASendThatThrowsNoStandardException) {
   settings.faults.failSend = refhost::FailingSend{.command = 13, .failure = refhost::SendFailure::kNotAnException};
   Start();
   ASSERT_TRUE(log->Await("problem", "[wdi,gdv,OTHE]"));
@@ -284,9 +283,9 @@ TEST_F(ModuleOnEmulator, ReportsASendThatFailsWithNoException) {
 
 TEST_F(ModuleOnEmulator, StopWorkEndsTheConnectionAndANewOneFollows) {
   live.monitoredObjects.reset();  // no policy, no commits
-  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kTestTimeout});
   Start();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   module->StopWork(true);
   ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
   EXPECT_FALSE(State().connected);
@@ -296,16 +295,16 @@ TEST_F(ModuleOnEmulator, StopWorkEndsTheConnectionAndANewOneFollows) {
   EXPECT_EQ(State().connects, 2u);
 }
 
-TEST_F(ModuleOnEmulator, AHeldReplyHoldsUpNothingElse) {
+TEST_F(ModuleOnEmulator, AHeldReplyDelaysNothingElse) {
   scenario.threads = 2;
   auto& held = AddNotifications(BuildNotification({.code = 4098, .processId = 1}));
   held.holdUntilEnd = true;
   held.inBackground = true;
   AddNotifications(BuildNotification({.code = 4098, .processId = 1}), 20);
-  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kPatience});
+  AddStep(refhost::AwaitRequestStep{.command = 20, .times = 2, .limit = kTestTimeout});
   AddStep(refhost::DropStep{});
   Start();
-  ASSERT_TRUE(Emulator().WaitScenarioFinished(kPatience));
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().answered, 20u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
   ASSERT_TRUE(log->Await("event", "Driver interact exit."));

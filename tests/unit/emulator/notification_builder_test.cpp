@@ -1,10 +1,11 @@
-// Every field of a notification at its place, byte by byte, written over 0xCD so that a byte too few or too many shows.
+// Every field of a notification, byte by byte, written over 0xCD so that a byte too few or too many shows.
 #include "refhost/emulator/sources/notification_builder.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
+#include "refhost/emulator/driver/notification_view.h"
 #include "tests/support/record_builders.h"
 
 namespace fenlux::testing {
@@ -12,20 +13,20 @@ namespace {
 
 using refhost::BuildNotification;
 using refhost::EndpointFields;
-using refhost::NotificationCode;
 using refhost::NotificationFields;
 using refhost::NotificationSize;
+using refhost::NotificationView;
 using refhost::RemoteFields;
 using refhost::WriteNotification;
 
-// What the builder writes into memory filled with 0xCD, with eight bytes to spare behind it.
+// What the builder writes into memory filled with 0xCD, with eight bytes to spare at the end.
 Bytes Written(const NotificationFields& fields) {
   Bytes memory(NotificationSize(fields) + 8, 0xCD);
   WriteNotification(fields, memory.data());
   return memory;
 }
 
-// The expected message, zero but for what is put there, with the same eight bytes behind it.
+// The expected message: zero except for what is put into it, followed by the same eight bytes.
 Golden Expected(std::size_t size) {
   Golden golden(size + 8, 0);
   golden.Put(size, Bytes(8, 0xCD));
@@ -58,7 +59,7 @@ TEST(NotificationBuilder, WritesEveryFixedField) {
                         Written(fields)));
 }
 
-TEST(NotificationBuilder, LaysOutTheItemsOneBehindTheOther) {
+TEST(NotificationBuilder, LaysOutTheItemsOneAfterTheOther) {
   NotificationFields fields;
   fields.code = 8204;
   fields.path = u"ab";
@@ -98,7 +99,7 @@ TEST(NotificationBuilder, WritesTheRemoteWords) {
                         Written(fields)));
 }
 
-TEST(NotificationBuilder, StatesLengthsThatAreNotTrueWhereAsked) {
+TEST(NotificationBuilder, StatesFalseLengthsIfGiven) {
   const NotificationFields fields{
       .code = 4098, .path = u"a", .statedItem1Size = 0xffffffff, .statedItem2Size = 7, .statedItem3Size = 9};
   EXPECT_TRUE(SameBytes(
@@ -110,12 +111,12 @@ TEST(NotificationBuilder, RefusesIdentityDataThatDoesNotFit) {
   EXPECT_THROW(BuildNotification({.identity = Bytes(65)}), std::invalid_argument);
 }
 
-TEST(NotificationBuilder, ReadsTheCodeWhereThereIsOne) {
+TEST(NotificationView, ReadsTheCodeIfThereIsOne) {
   const Bytes message = BuildNotification({.code = 4097});
-  EXPECT_EQ(NotificationCode(message.data(), message.size()), 4097u);
-  EXPECT_EQ(NotificationCode(message.data(), 24), 4097u);
-  EXPECT_EQ(NotificationCode(message.data(), 23), 0u);
-  EXPECT_EQ(NotificationCode(nullptr, 0), 0u);
+  EXPECT_EQ(NotificationView(message).Code(), 4097u);
+  EXPECT_EQ(NotificationView(message.data(), 24).Code(), 4097u);
+  EXPECT_EQ(NotificationView(message.data(), 23).Code(), 0u);
+  EXPECT_EQ(NotificationView(nullptr, 0).Code(), 0u);
 }
 
 }  // namespace

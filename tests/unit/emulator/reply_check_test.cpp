@@ -1,4 +1,4 @@
-// What the driver demands of a reply, rule by rule.
+// What the driver requires of a reply, rule by rule.
 #include "refhost/emulator/driver/reply_check.h"
 
 #include "tests/unit/emulator/emulator_test.h"
@@ -23,7 +23,7 @@ Bytes Changed(Bytes bytes, std::size_t offset, std::uint8_t value) {
   return bytes;
 }
 
-TEST(ReplyCheck, TakesEveryVerdict) {
+TEST(ReplyCheck, AcceptsEveryVerdict) {
   for (const std::uint32_t verdict : {2u, 3u, 4u, 5u, 7u, 8u}) {
     const Bytes reply = Reply(verdict);
     EXPECT_EQ(CheckReply(reply.data(), reply.size(), {}).verdict, verdict);
@@ -32,7 +32,7 @@ TEST(ReplyCheck, TakesEveryVerdict) {
   EXPECT_EQ(CheckReply(context.data(), context.size(), {}).verdict, 6u);
 }
 
-TEST(ReplyCheck, NamesWhatBreaksTheRecord) {
+TEST(ReplyCheck, NamesWhatIsWrongWithTheRecord) {
   EXPECT_EQ(Violation(Bytes(155)), "a reply of 155 bytes");
   EXPECT_EQ(CheckReply(nullptr, 156, {}).violation, "a reply of 156 bytes");
   EXPECT_EQ(Violation(Changed(Reply(2), 0, 0)), "a reply without the reply's magic");
@@ -49,9 +49,9 @@ TEST(ReplyCheck, NamesWhatIsWrongWithContextData) {
   EXPECT_EQ(Violation(longer), "a reply of 157 bytes with verdict 2");
 }
 
-TEST(ReplyCheck, KnowsWhatANotificationDemands) {
+TEST(ReplyCheck, KnowsTheReplyThatANotificationRequires) {
   const auto due = [](const Bytes& message, std::uint32_t clientType = 1) {
-    return DueReply(message.data(), message.size(), clientType);
+    return DueReply(refhost::NotificationView(message), clientType);
   };
   EXPECT_FALSE(due(Notification(4098)).none);
   EXPECT_TRUE(due(Notification(4098)).judgeable);
@@ -67,7 +67,7 @@ TEST(ReplyCheck, KnowsWhatANotificationDemands) {
   EXPECT_FALSE(due({}).judgeable);
 }
 
-TEST(ReplyCheck, HoldsTheVerdictAgainstTheNotification) {
+TEST(ReplyCheck, ChecksTheVerdictAgainstTheNotification) {
   EXPECT_EQ(Violation(Reply(2), {.none = true}), "a reply with verdict 2 where none is expected");
   EXPECT_EQ(Violation(Reply(8), {.none = true}), "");
   EXPECT_EQ(Violation(Reply(2), {.judgeable = false}), "a reply with verdict 2 to what cannot be judged");
@@ -82,7 +82,7 @@ TEST(ReplyCheck, HoldsTheVerdictAgainstTheNotification) {
   EXPECT_EQ(Violation(Reply(8), {.oplock = true}), "");
 }
 
-TEST(ReplyCheck, KnowsTheCodesOfTheModule) {
+TEST(ReplyCheck, KnowsTheModulesCodes) {
   for (const std::uint32_t unknown : {0u, 4095u, 4096u, 4115u, 4119u, 8191u, 8192u, 8207u}) {
     EXPECT_FALSE(IsKnownCode(unknown)) << unknown;
   }

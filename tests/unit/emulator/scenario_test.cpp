@@ -1,4 +1,4 @@
-// Scenario files: what each kind of step becomes, and every mistake told with its place.
+// Scenario files: what each kind of step becomes, and every error reported with its position.
 #include "refhost/emulator/sources/scenario.h"
 
 #include <unistd.h>
@@ -21,7 +21,7 @@ Scenario Read(const std::string& text, std::string& errorTexts) {
   return scenario;
 }
 
-// A scenario of one step that must be right.
+// Reads a scenario of one step, which must be valid.
 NotifyStep ReadOneStep(const std::string& keys) {
   std::string errors;
   const Scenario scenario = Read("[[steps]]\n" + keys, errors);
@@ -95,7 +95,7 @@ background = true
                                             .accessValueA = 7,
                                             .accessValueB = 8});
   EXPECT_TRUE(SameBytes(expected, step.message));
-  EXPECT_EQ(step.code, 8204u);
+  EXPECT_EQ(NotificationView(step.message).Code(), 8204u);
   EXPECT_EQ(step.count, 9u);
   EXPECT_EQ(step.ratePerSecond, 2.5);
   EXPECT_EQ(step.threads, 2u);
@@ -105,12 +105,12 @@ background = true
   EXPECT_TRUE(step.inBackground);
 }
 
-TEST(Scenario, TheProcessIsItsOwnUnlessAnotherIsNamed) {
+TEST(Scenario, TheProcessIsTheHostUnlessAnotherIsNamed) {
   const auto self = static_cast<std::uint64_t>(::getpid());
   for (const char* keys : {"notify = 4098", "notify = 4098\nprocess = 'self'"}) {
     EXPECT_TRUE(SameBytes(BuildNotification({.code = 4098, .processId = self}), ReadOneStep(keys).message));
   }
-  EXPECT_NE(ErrorsOf("notify = 4098\nprocess = 'other'").find("another process is named by its number"),
+  EXPECT_NE(ErrorsOf("notify = 4098\nprocess = 'other'").find("use pid to name another process by its number"),
             std::string::npos);
 }
 
@@ -149,10 +149,10 @@ TEST(Scenario, PlaysBothVariantsAsTwoSteps) {
 TEST(Scenario, CutsAMessageToItsSize) {
   EXPECT_EQ(ReadOneStep("notify = 4098\nsize = 155").message.size(), 155u);
   EXPECT_EQ(ReadOneStep("notify = 4098\nsize = 0").message.size(), 0u);
-  EXPECT_EQ(ReadOneStep("notify = 4098\nsize = 10").code, 0u);
+  EXPECT_EQ(NotificationView(ReadOneStep("notify = 4098\nsize = 10").message).Code(), 0u);
 }
 
-TEST(Scenario, MakesTheSameGarbageFromTheSameSeed) {
+TEST(Scenario, GeneratesTheSameGarbageFromTheSameSeed) {
   const Bytes first = ReadOneStep("garbage = 300\nseed = 7").message;
   EXPECT_EQ(first.size(), 300u);
   EXPECT_EQ(first, ReadOneStep("garbage = 300\nseed = 7").message);
@@ -190,14 +190,14 @@ limit_ms = 5
   EXPECT_EQ(scenario.steps[3].number, 4u);
 }
 
-TEST(Scenario, TellsEveryMistakeWithItsPlace) {
+TEST(Scenario, ReportsEveryErrorWithItsPosition) {
   struct Case {
     const char* keys;
-    const char* told;
+    const char* reported;
   };
   const Case cases[] = {
       {"count = 1", "does nothing; a step has notify, garbage, pause_ms, drop, faults or await_request"},
-      {"notify = 4098\ndrop = true", ":3:8: steps[0].drop: stands beside notify; a step does one thing"},
+      {"notify = 4098\ndrop = true", ":3:8: steps[0].drop: conflicts with notify; a step does one thing"},
       {"notify = -1", ":2:10: steps[0].notify: "},
       {"notify = 'open'", ":2:10: steps[0].notify: "},
       {"notify = 4098\ncolour = 1", ":3:1: steps[0].colour: "},
@@ -217,7 +217,8 @@ TEST(Scenario, TellsEveryMistakeWithItsPlace) {
       {"await_request = 2", "await_request: is not a command of the driver"},
   };
   for (const Case& wrong : cases) {
-    EXPECT_NE(ErrorsOf(wrong.keys).find(wrong.told), std::string::npos) << wrong.keys << "\n" << ErrorsOf(wrong.keys);
+    EXPECT_NE(ErrorsOf(wrong.keys).find(wrong.reported), std::string::npos) << wrong.keys << "\n"
+                                                                            << ErrorsOf(wrong.keys);
   }
   const std::string longIdentity = "notify = 4098\nidentity_hex = '" + std::string(130, '0') + "'";
   EXPECT_NE(ErrorsOf(longIdentity).find("identity_hex: has more than 64 bytes"), std::string::npos);
@@ -225,14 +226,14 @@ TEST(Scenario, TellsEveryMistakeWithItsPlace) {
   EXPECT_NE(ErrorsOf(longPath).find("makes a notification of more than 196764 bytes"), std::string::npos);
 }
 
-TEST(Scenario, TellsOfAFileThatIsNotThere) {
+TEST(Scenario, ReportsAMissingFile) {
   ConfigErrors errors;
   EXPECT_TRUE(LoadScenario("/nowhere/scenario.toml", errors).steps.empty());
   EXPECT_FALSE(errors.Empty());
 }
 
-// The examples that ship: without mistakes, and complete.
-TEST(Scenario, TheExampleHoldsEveryCodeInBothVariants) {
+// The example that ships has no errors and is complete.
+TEST(Scenario, TheExampleContainsEveryCodeInBothVariants) {
   ConfigErrors errors;
   const Scenario scenario = LoadScenario(std::string(FENLUX_EXAMPLES_DIRECTORY) + "/scenario-all-codes.toml", errors);
   ASSERT_EQ(errors.Text(), "");
@@ -248,7 +249,7 @@ TEST(Scenario, TheExampleHoldsEveryCodeInBothVariants) {
     cut |= notify->message.size() == 155;
     if (notify->expectedVerdict) verdicts.insert(*notify->expectedVerdict);
     if (notify->message.size() < 156) continue;
-    played.emplace(notify->code, notify->message[24] != 0);
+    played.emplace(NotificationView(notify->message).Code(), notify->message[24] != 0);
     oplock |= notify->message[29] != 0;
   }
   std::vector<std::uint32_t> codes{4095, 8192, 8207};

@@ -20,19 +20,19 @@ EmulatorSettings Read(const std::string& text, std::string& errorTexts) {
   return settings;
 }
 
-void ExpectBesideTheConfiguration(const boost::filesystem::path& path, const std::string& name) {
+void ExpectNextToTheConfiguration(const boost::filesystem::path& path, const std::string& name) {
   EXPECT_TRUE(path.is_absolute() || path.has_root_directory()) << path;
   EXPECT_EQ(path.parent_path().filename(), "host") << path;
   EXPECT_EQ(path.filename(), name) << path;
 }
 
-TEST(EmulatorSettings, HaveTheirDefaults) {
+TEST(EmulatorSettings, HaveDefaults) {
   std::string errors;
   EXPECT_EQ(Read("", errors), EmulatorSettings());
   EXPECT_EQ(errors, "");
 }
 
-TEST(EmulatorSettings, AreReadWhole) {
+TEST(EmulatorSettings, AreReadCompletely) {
   std::string errors;
   const EmulatorSettings settings = Read(R"([emulator]
 source = "fanotify"
@@ -70,8 +70,8 @@ refusing_verdicts = [4]
   EXPECT_EQ(settings.faults.failSend, (FailingSend{22, 5, SendFailure::kNotAnException}));
   EXPECT_FALSE(settings.kernel.followPolicy);
   ASSERT_EQ(settings.kernel.directories.size(), 2u);
-  ExpectBesideTheConfiguration(settings.kernel.directories[0], "a");
-  ExpectBesideTheConfiguration(settings.kernel.directories[1], "b");
+  ExpectNextToTheConfiguration(settings.kernel.directories[0], "a");
+  ExpectNextToTheConfiguration(settings.kernel.directories[1], "b");
   EXPECT_TRUE(settings.kernel.recursive);
   EXPECT_FALSE(settings.kernel.onOpen);
   EXPECT_TRUE(settings.kernel.onAccess);
@@ -80,13 +80,13 @@ refusing_verdicts = [4]
   EXPECT_EQ(settings.kernel.refusingVerdicts, (std::vector<std::uint32_t>{4}));
 }
 
-TEST(EmulatorSettings, NameTheScenarioFromTheConfigurationsDirectory) {
+TEST(EmulatorSettings, ResolveTheScenarioRelativeToTheConfiguration) {
   std::string errors;
-  ExpectBesideTheConfiguration(Read("[emulator]\nscenario = 'all.toml'\n", errors).scenarioFile, "all.toml");
+  ExpectNextToTheConfiguration(Read("[emulator]\nscenario = 'all.toml'\n", errors).scenarioFile, "all.toml");
   EXPECT_EQ(errors, "");
 }
 
-TEST(EmulatorSettings, TellEveryMistakeWithItsPlace) {
+TEST(EmulatorSettings, ReportEveryErrorWithItsPosition) {
   std::string errors;
   Read(R"([emulator]
 source = "kernel"
@@ -104,11 +104,11 @@ refusing_verdicts = [9]
   for (const char* place : {":2:", ":3:", ":4:", ":6:", ":7:", ":9:", ":10:", ":11:"}) {
     EXPECT_NE(errors.find(std::string("host.toml") + place), std::string::npos) << place << "\n" << errors;
   }
-  EXPECT_NE(errors.find("unknown event \"close\"; there are open, access and exec"), std::string::npos) << errors;
+  EXPECT_NE(errors.find("unknown event \"close\"; the events are open, access and exec"), std::string::npos) << errors;
   EXPECT_NE(errors.find("is not a command of the driver"), std::string::npos) << errors;
 }
 
-TEST(EmulatorSettings, RefuseAScenarioForKernelEventsAndNoEvents) {
+TEST(EmulatorSettings, RefuseAScenarioForKernelEventsAndAnEmptyEventList) {
   std::string errors;
   Read("[emulator]\nsource = 'fanotify'\nscenario = 'x.toml'\n[emulator.kernel]\nevents = []\n", errors);
   EXPECT_NE(errors.find("kernel events have no scenario"), std::string::npos) << errors;

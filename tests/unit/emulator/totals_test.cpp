@@ -1,4 +1,4 @@
-// The sums, and the quantiles of known times.
+// The sums of the totals, and the quantiles of known times.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "refhost/emulator/totals_counter.h"
+#include "refhost/emulator/driver/totals_counter.h"
 
 namespace fenlux::testing {
 namespace {
@@ -102,7 +102,7 @@ TEST(Totals, EveryCauseHasItsOwnName) {
   EXPECT_FALSE(names.contains(""));
 }
 
-TEST(Latency, IsZeroWhileNothingWasCounted) {
+TEST(Latency, IsZeroBeforeAnythingIsCounted) {
   const auto summary = LatencyHistogram().Summary();
   EXPECT_EQ(summary.count, 0u);
   EXPECT_EQ(summary.p99, nanoseconds(0));
@@ -123,7 +123,7 @@ TEST(Latency, GivesTheQuantilesOfKnownTimes) {
   EXPECT_EQ(summary.max, nanoseconds(1'000'000));
 }
 
-TEST(Latency, TakesEveryTimeFromNothingToCenturies) {
+TEST(Latency, CoversTheWholeRangeOfTimes) {
   for (const std::int64_t value :
        {std::int64_t{0}, std::int64_t{1}, std::int64_t{31}, std::int64_t{32}, std::int64_t{33}, std::int64_t{1} << 40,
         std::numeric_limits<std::int64_t>::max(), std::int64_t{-5}}) {
