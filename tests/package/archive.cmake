@@ -1,5 +1,5 @@
-# cpack makes the packages, they hold what they should, and what is unpacked from them works: it is stripped, so it is
-# not what was built and installed.
+# cpack makes the packages, they contain what they should, and what is unpacked from them works: packaged binaries are
+# stripped, so they differ from the built and installed ones.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -18,7 +18,7 @@ else()
   endforeach()
 endif()
 
-# Two runs, because packages of one commit are the same bytes.
+# Two runs, because packages of one commit must be identical.
 set(folder ${FENLUX_WORK_DIR}/archive)
 foreach(run_folder ${folder} ${folder}-again)
   empty_folder(${run_folder})
@@ -31,15 +31,15 @@ function(contents_of variable package)
   list(LENGTH archive count)
   if(NOT count EQUAL 1)
     file(GLOB made RELATIVE ${folder} ${folder}/*)
-    message(FATAL_ERROR "cpack made no package ${package} but: ${made}")
+    message(FATAL_ERROR "cpack made no package ${package}, only: ${made}")
   endif()
   cmake_path(GET archive FILENAME name)
   file(SHA256 ${archive} hash)
   file(SHA256 ${folder}-again/${name} hash_again)
   if(NOT hash STREQUAL hash_again)
-    message(SEND_ERROR "${name} differs from one run to the next")
+    message(SEND_ERROR "${name} differs between two runs")
   endif()
-  if(FENLUX_WINDOWS)  # all archives unfold into one folder
+  if(FENLUX_WINDOWS)  # all archives unpack into one folder
     run(list ${CMAKE_COMMAND} -E tar tf ${archive})
     string(REPLACE "fenlux-${FENLUX_VERSION}-win64/" "" list "${list}")
   else()
@@ -54,7 +54,7 @@ endfunction()
 function(expect_files package list)
   foreach(file ${ARGN})
     if(NOT file IN_LIST list)
-      message(SEND_ERROR "${package} does not hold ${file} but: ${list}")
+      message(SEND_ERROR "${package} lacks ${file}; it contains: ${list}")
     endif()
   endforeach()
 endfunction()
@@ -70,7 +70,7 @@ endfunction()
 contents_of(files ${development})
 expect_files(${development} "${files}" ${FENLUX_DEVELOPMENT_FILES})
 if(files MATCHES "fenlux-host")
-  message(SEND_ERROR "the development package holds the reference host")
+  message(SEND_ERROR "the development package contains the reference host")
 endif()
 if(NOT FENLUX_WINDOWS)
   expect_field(Package "^fenlux\n$")

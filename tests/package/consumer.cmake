@@ -1,4 +1,4 @@
-# Every installed header compiles alone, and a program that links the module, where others load it, starts.
+# Every installed header compiles alone, and a program that links the module instead of loading it starts.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -15,12 +15,12 @@ endif()
 message(STATUS "${headerCount} headers compile alone")
 
 program_name(program linking)
-if(FENLUX_WINDOWS)  # a program's libraries are looked for beside it
+if(FENLUX_WINDOWS)  # Windows finds libraries beside the program
   file(GLOB libraries ${FENLUX_PREFIX}/bin/*.dll)
   file(COPY ${libraries} DESTINATION ${folder})
 endif()
 run(output ${FENLUX_EMULATOR} ${folder}/${program})
 string(STRIP "${output}" output)
 if(NOT output STREQUAL "[cl]Bad global class!")
-  message(FATAL_ERROR "the linked module's init did not refuse a missing context:\n${output}")
+  message(FATAL_ERROR "the linked module's init did not reject a missing context:\n${output}")
 endif()

@@ -1,5 +1,4 @@
-# Installs the development component into an empty prefix: everything is there, nothing else, and the prefix may be
-# moved.
+# Installs the development component into an empty prefix: it is complete, contains nothing else, and can be moved.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -13,7 +12,7 @@ foreach(file ${FENLUX_DEVELOPMENT_FILES})
   endif()
 endforeach()
 
-# Where the files of this package may lie.
+# Where the package may have files.
 set(places "^(include/fenlux/[a-z]+/[a-z_]+\\.h|lib/cmake/fenlux/[A-Za-z-]+\\.cmake|share/doc/fenlux/.*|")
 if(FENLUX_WINDOWS)
   string(APPEND places "bin/[^/]+\\.dll|lib/[^/]+\\.a)$")
@@ -22,20 +21,20 @@ else()
 endif()
 foreach(file ${installed})
   if(NOT file MATCHES "${places}")
-    message(SEND_ERROR "${file} is installed and belongs to no place of the package")
+    message(SEND_ERROR "${file} is installed where the package has no files")
   endif()
   if(file MATCHES "\\.(cmake|h|txt|cpp)$")
     file(READ ${FENLUX_PREFIX}/${file} text)
     foreach(folder ${FENLUX_SOURCE_DIR} ${FENLUX_BINARY_DIR} ${FENLUX_PREFIX})
       string(FIND "${text}" "${folder}" position)
       if(NOT position EQUAL -1)
-        message(SEND_ERROR "${file} names ${folder}, which is elsewhere on another machine")
+        message(SEND_ERROR "${file} contains ${folder}, which another machine does not have")
       endif()
     endforeach()
   endif()
 endforeach()
 
-# A DLL whose name begins with "lib" is the compiler's and no system's: it has to come along.
+# A DLL whose name begins with "lib" belongs to the compiler, not to Windows: it must be installed too.
 if(FENLUX_WINDOWS)
   run(output ${FENLUX_OBJDUMP} -p ${FENLUX_PREFIX}/${FENLUX_LIBRARY})
   string(REGEX MATCHALL "DLL Name: lib[^ \r\n]+" imports "${output}")

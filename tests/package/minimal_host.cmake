@@ -1,4 +1,4 @@
-# The installed copy of the minimal host is configured and built against the prefix, and runs to its end.
+# The installed copy of the minimal host is configured and built against the prefix, and runs to completion.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -8,7 +8,7 @@ build_consumer(${FENLUX_PREFIX}/share/doc/fenlux/examples/minimal-host ${folder}
 program_name(program minimal-host)
 run(output ${FENLUX_EMULATOR} ${folder}/${program})
 message(STATUS "${output}")
-# What the module said, what the driver got, and what the host made of it.
+# What the module logged, the driver received, and the host concluded.
 foreach(line "event +Driver Interact Ready\\." "event +Current driver version=19072701"
         "event +\\[Add Monitor OK!\\]\\[obj path\\]=." "detail +\\[Ignore OPLock\\]C:\\\\Work\\\\secret\\.txt"
         "driver +code 4098 got verdict 2" "driver +code 4098 got verdict 4" "driver +code 4098 got verdict 3"
@@ -21,9 +21,9 @@ if(output MATCHES "(problem|alert|warning) ")
   message(SEND_ERROR "the host printed a problem")
 endif()
 
-# It refuses a module that is not there.
+# It reports a module that does not exist.
 execute_process(COMMAND ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/no-such-module RESULT_VARIABLE result
                 OUTPUT_VARIABLE output ERROR_VARIABLE output)
 if(NOT result EQUAL 1 OR NOT output MATCHES "cannot be loaded")
-  message(SEND_ERROR "without its module the host ended with ${result}:\n${output}")
+  message(SEND_ERROR "without its module the host exited with ${result}:\n${output}")
 endif()

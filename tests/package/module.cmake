@@ -1,6 +1,6 @@
-# What a library of the module shows of itself, wherever it was installed or unpacked, and that a host runs with it.
+# Checks of the module's library, wherever it was installed or unpacked, and of a host that runs with it.
 
-# expect(<what> <list> <expected>...): the list, in whatever order, is what is expected of it.
+# expect(<what> <list> <expected>...): the list has the expected elements, in any order.
 function(expect what list)
   list(SORT list)
   list(SORT ARGN)
@@ -9,15 +9,15 @@ function(expect what list)
   endif()
 endfunction()
 
-# found(<variable> <text> <regular expression>): what the expression's group matches in the text, wherever it does.
+# found(<variable> <text> <regular expression>): everything in the text that the expression's group matches.
 function(found variable text expression)
   string(REGEX MATCHALL "${expression}" matches "${text}")
   list(TRANSFORM matches REPLACE "${expression}" "\\1")
   set(${variable} "${matches}" PARENT_SCOPE)
 endfunction()
 
-# The library exports init, undecorated, and nothing else; it loads what the embedding document names; and a Windows
-# library can lie anywhere and never executes data.
+# The library exports init, undecorated, and nothing else. It loads what the embedding document names. A Windows library
+# can be relocated anywhere and never executes data.
 function(check_library prefix)
   set(library ${prefix}/${FENLUX_LIBRARY})
   message(STATUS "${library}")
@@ -27,7 +27,7 @@ function(check_library prefix)
       message(FATAL_ERROR "the library has no export table:\n${description}")
     endif()
     found(exports "${CMAKE_MATCH_1}" "[ \t]([^ \t\n]+)\n")
-    found(numbers "${description}" "\\+base\\[ *([0-9]+)\\][^\n]*Export RVA")  # there may be some without a name
+    found(numbers "${description}" "\\+base\\[ *([0-9]+)\\][^\n]*Export RVA")  # exports may lack a name
     expect("exports the numbers" "${numbers}" 1)
     found(loaded "${description}" "DLL Name: ([^\n]+)")
     expect("loads" "${loaded}" KERNEL32.dll WS2_32.dll libgcc_s_seh-1.dll libstdc++-6.dll libwinpthread-1.dll msvcrt.dll)
@@ -40,7 +40,7 @@ function(check_library prefix)
     run(symbols ${FENLUX_OBJDUMP} -T ${library})
     string(REGEX REPLACE "[^\n]*\\*UND\\*[^\n]*\n" "" symbols "${symbols}")
     found(exports "${symbols}" "\n[0-9a-f]+ [^\n]* ([^ \n]+)")
-    # POCO's Net is loaded for its network initialiser alone; nothing of it is called.
+    # POCO's Net is loaded only for its network initializer; nothing in it is called.
     if(NOT description MATCHES "\n *NEEDED +libPocoNet[.]so")
       message(SEND_ERROR "the library does not load POCO's Net:\n${description}")
     endif()
@@ -48,10 +48,27 @@ function(check_library prefix)
   expect("exports" "${exports}" init)
 endfunction()
 
-# The reference host below the prefix finds the module there and plays its scripted example.
+# The reference host below the prefix finds the module there and plays its scripted example. Its control socket is its
+# own, in a directory with a short name, because paths of sockets are limited.
 function(play_example prefix)
   program_name(program fenlux-host)
-  run(output ${FENLUX_EMULATOR} ${prefix}/bin/${program} run --config ${prefix}/share/doc/fenlux/examples/scripted.toml)
+  set(directory)
+  if(FENLUX_WINDOWS)
+    string(RANDOM LENGTH 16 name)
+    set(socket "\\\\.\\pipe\\fenlux-test-${name}")
+  else()
+    run(directory mktemp -d)
+    string(STRIP "${directory}" directory)
+    set(socket ${directory}/host.sock)
+  endif()
+  execute_process(
+    COMMAND ${FENLUX_EMULATOR} ${prefix}/bin/${program} run --socket ${socket}
+            --config ${prefix}/share/doc/fenlux/examples/scripted.toml
+    RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  file(REMOVE_RECURSE ${directory})
+  if(NOT result STREQUAL "0")
+    message(FATAL_ERROR "the host exited with ${result}:\n${output}")
+  endif()
   foreach(line "Driver Interact Ready\\." "unjudged +none" "protocol_violations +0")
     if(NOT output MATCHES "${line}")
       message(SEND_ERROR "the host did not print: ${line}\n${output}")

@@ -1,4 +1,4 @@
-# The reference host, installed with the module, finds it and plays its scripted example from where both lie.
+# The reference host, installed with the module, finds it there and plays its scripted example.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 

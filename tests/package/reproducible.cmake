@@ -1,5 +1,5 @@
-# Sources that lie somewhere else, compiled anew, give the same module byte for byte. The compiler cache stays out of it:
-# a module out of the cache must be the same as well.
+# Sources at another path, compiled again, give the same module byte for byte. The compiler cache is not used here: a
+# module built from the cache must be identical too.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 

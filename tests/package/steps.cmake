@@ -1,4 +1,4 @@
-# Steps that the package tests share. Each ends the test where it fails, with what the program had to say.
+# Steps that the package tests share. A step that fails ends the test and prints the program's output.
 
 # run(<variable for its output> <command>...)
 function(run output)
@@ -16,7 +16,7 @@ function(empty_folder folder)
   file(MAKE_DIRECTORY ${folder})
 endfunction()
 
-# Configures and builds a project against the installed package, from nothing.
+# Configures and builds a project against the installed package, from scratch.
 function(build_consumer source folder)
   empty_folder(${folder})
   run(output ${CMAKE_COMMAND} -G ${FENLUX_GENERATOR} -C ${FENLUX_WORK_DIR}/consumer_cache.cmake -S ${source} -B ${folder})
@@ -38,7 +38,7 @@ else()
   set(FENLUX_LIBRARY lib/libfenlux.so)
 endif()
 
-# What the development package holds at least, relative to the prefix.
+# What the development package contains at least, relative to the prefix.
 file(GLOB FENLUX_DEVELOPMENT_FILES RELATIVE ${FENLUX_SOURCE_DIR}/src ${FENLUX_SOURCE_DIR}/src/host/*.h)
 list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h)
 list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
