@@ -1,12 +1,10 @@
 #!/usr/bin/env python3
-"""Counts what a run of ctest ran.
+"""Counts the tests of a ctest run.
 
-  count_tests.py REPORT LIST
-
-REPORT is what `ctest --output-junit` wrote, LIST what `ctest --show-only=json-v1` printed. A GoogleTest program that is
-one test of ctest counts with each of its cases. Prints the numbers of passed, failed and skipped tests and, by their
-labels, of all tests.
+Prints the numbers of passed, failed and skipped tests, and the number of tests per label. A GoogleTest program that is a
+single test of ctest counts with each of its cases.
 """
+import argparse
 import collections
 import json
 import re
@@ -24,7 +22,7 @@ def labels_of(path):
 
 
 def cases_of(test):
-    """Passed, failed and skipped cases of one test of ctest."""
+    """The numbers of passed, failed and skipped cases of one test of ctest."""
     output = test.findtext("system-out") or ""
     if not re.search(r"^\[==========\] \d+ tests? from .* ran\.", output, re.MULTILINE):
         status = test.get("status")
@@ -33,7 +31,7 @@ def cases_of(test):
                                (r"^\[  PASSED  \] (\d+) tests?\.", r"^\[  SKIPPED \] (\d+) tests?, listed below:",
                                 r"^\[  FAILED  \] (\d+) tests?, listed below:"))
     if test.get("status") == "fail":
-        failed = max(failed, 1)  # a failure of the program beside those of its cases
+        failed = max(failed, 1)  # the program failed outside of its cases
     return passed, failed, skipped
 
 
@@ -49,6 +47,9 @@ def main(report, listing):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 3:
-        sys.exit(__doc__)
-    main(*sys.argv[1:])
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter,
+                                     allow_abbrev=False)
+    parser.add_argument("report", help="what `ctest --output-junit` wrote")
+    parser.add_argument("listing", help="what `ctest --show-only=json-v1` printed")
+    arguments = parser.parse_args()
+    main(arguments.report, arguments.listing)

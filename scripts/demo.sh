@@ -1,40 +1,59 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds fenlux and its reference host, and shows them at work.
-#   scripts/demo.sh            a scripted driver: every notification code, faults, a dropped connection and the return
-#   scripts/demo.sh --kernel   the kernel's own permission events on fresh directories (Linux, root)
+# Installs what is needed, builds fenlux and its reference host, and runs a demo of at most a minute.
+#   scripts/demo.sh            a scripted driver: every notification code, faults, a dropped connection, a reconnect
+#   scripts/demo.sh --kernel   real permission events of the kernel in temporary directories (Linux, root)
 #   scripts/demo.sh --windows  the scripted driver again, with the DLL and the host as Windows programs under Wine
+# The last line is "demo: all as expected", or says what was not.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/demo_kernel.sh
-source scripts/windows_env.sh
+source scripts/lib/common.sh
+source scripts/lib/demo_kernel.sh
+source scripts/lib/demo_scripted.sh
+source scripts/lib/windows.sh
 
-mode=scripted
-case "${1:-}" in
-  "") ;;
-  --kernel) mode=kernel ;;
-  --windows) mode=windows ;;
-  *) sed -n '2,5s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+answer_help "$@"
+mode=${1:---scripted}
+case "$mode" in
+  --scripted | --kernel | --windows) if [ $# -gt 1 ]; then refuse "$2"; fi ;;
+  *) refuse "$mode" ;;
 esac
-if [ "$mode" = kernel ] && [ "$(id -u)" -ne 0 ]; then
-  echo "Permission events are given to root alone: sudo scripts/demo.sh --kernel" >&2
+if [ "$mode" = --kernel ] && [ "$(id -u)" -ne 0 ]; then
+  echo "Only root gets permission events: sudo scripts/demo.sh --kernel" >&2
   exit 1
 fi
 
+dir=$(mktemp -d -t fenlux-demo.XXXXXX)
+host_pid=""
+unexpected=()
+# shellcheck disable=SC2317  # called by the trap
+finish() {
+  if [ -n "$host_pid" ]; then
+    kill -INT "$host_pid" 2>/dev/null || true
+    wait "$host_pid" || true
+  fi
+  windows_end
+  rm -rf "$dir"
+}
+trap finish EXIT
+
 scripts/setup.sh
 preset=release
-if [ "$mode" = windows ]; then
+if [ "$mode" = --windows ]; then
   preset=windows
   scripts/setup.sh --windows
-  room=$(mktemp -d)
-  trap 'windows_end; rm -rf "$room"' EXIT
-  windows_begin "$room"
+  windows_begin "$dir"
 fi
-build=build/$preset
-cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset" --target fenlux fenlux-host
+build_preset "$preset" fenlux fenlux-host
 
 case "$mode" in
-  scripted) exec "$build/fenlux-host" run --config examples/scripted.toml ;;
-  kernel) demo_kernel "$build/fenlux-host" ;;
-  windows) wine64 "$build/fenlux-host.exe" run --config examples/scripted.toml ;;
+  --scripted) demo_scripted "$dir/host.sock" "build/$preset/fenlux-host" ;;
+  --kernel) demo_kernel "build/$preset/fenlux-host" ;;
+  --windows) demo_scripted "\\\\.\\pipe\\${dir##*/}" wine64 "build/$preset/fenlux-host.exe" ;;
 esac
+
+if [ ${#unexpected[@]} -eq 0 ]; then
+  echo "demo: all as expected"
+else
+  echo "demo: not as expected: $(printf '%s; ' "${unexpected[@]}" | sed 's/; $//')"
+  exit 1
+fi

@@ -1,32 +1,53 @@
 #!/usr/bin/env bash
-# Installs what fenlux is built and tested with: on Debian from its packages, elsewhere it says what is missing.
-#   scripts/setup.sh             what the Linux build, the tests and the demo need
-#   scripts/setup.sh --windows   what the Windows build and its tests under Wine need as well
+# Installs what fenlux is built and tested with. On other systems than Debian it lists what is needed.
+#   scripts/setup.sh [OPTION...]
+#     --windows   also what the Windows build and its tests under Wine need
+#     --debian    also what scripts/test_in_debian.sh needs
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/lib/common.sh
 
-lists=(scripts/packages.txt)
-case "${1:-}" in
-  "") ;;
-  --windows) lists+=(cmake/packages-windows.txt) ;;
-  *) echo "usage: scripts/setup.sh [--windows]" >&2; exit 2 ;;
-esac
+answer_help "$@"
+lists=(scripts/packages.txt) extra=()
+for argument in "$@"; do
+  case "$argument" in
+    --windows) lists+=(cmake/packages-windows.txt) ;;
+    --debian) extra+=(mmdebstrap debian-archive-keyring) ;;
+    *) refuse "$argument" ;;
+  esac
+done
 mapfile -t packages < <(sed 's/[[:space:]]*#.*//; /^[[:space:]]*$/d' "${lists[@]}" | sort -u)
+packages+=("${extra[@]}")
 
 if ! command -v apt-get >/dev/null; then
   echo "This is not a Debian system. Install the counterparts of these Debian packages:" >&2
   printf '  %s\n' "${packages[@]}" >&2
-  echo "Then run scripts/test.sh; CMake names whatever is still missing." >&2
+  echo "Then run scripts/test.sh; CMake reports what is still missing." >&2
   exit 1
 fi
 
-missing=()
-for package in "${packages[@]}"; do
-  dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
-done
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
-fi
+# The major version of the release's default clang: of the installed one, or else of the one that apt would install.
+clang_version() {
+  { dpkg-query -W -f 'Depends: ${Depends}\n' clang || apt-cache show --no-all-versions clang; } 2>/dev/null |
+    sed -n 's/^Depends:.*\bclang-\([0-9]\+\)\b.*/\1/p' || true
+}
+
+# Sets `missing` to the packages that are not installed.
+find_missing() {
+  local package clang
+  clang=$(clang_version)
+  missing=()
+  for package in "${packages[@]}"; do
+    package=${package//CLANG/$clang}
+    dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+  done
+}
+
+# One installation at a time, where two scripts of one clone run this.
+exec 9<scripts/packages.txt
+flock 9
+find_missing
+if [ ${#missing[@]} -eq 0 ]; then exit 0; fi
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
@@ -36,12 +57,17 @@ if [ "$(id -u)" -ne 0 ]; then
   fi
   as_root=(sudo)
 fi
-echo "Installing: ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-if ! { "${as_root[@]}" apt-get update && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-       apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
-  tail -n 30 "$log" >&2
-  echo "The installation failed; its last lines are above." >&2
-  exit 1
-fi
+
+run_logged() {
+  if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&1 9<&-; then
+    tail -n 30 "$log" >&2
+    echo "The installation failed; the end of its output is above." >&2
+    exit 1
+  fi
+}
+run_logged apt-get update
+find_missing  # again, because the lists may have told which clang this release has
+echo "Installing: ${missing[*]}"
+run_logged apt-get -o DPkg::Lock::Timeout=600 install -y --no-install-recommends "${missing[@]}"

@@ -1,43 +1,81 @@
 #!/usr/bin/env bash
 # Builds and tests fenlux.
-#   scripts/test.sh                 the quick preset (dev)
-#   scripts/test.sh --all           the form of the sources, release, both sanitizer presets, and Windows under Wine
-#   scripts/test.sh PRESET [...]    those presets: dev, release, asan-ubsan, tsan, windows
-# It ends with a line of counts for each preset and one for all of them.
+#   scripts/test.sh              the quick preset (dev)
+#   scripts/test.sh --all        formatting and lint, all presets, and the plain scripts/test.sh on the other Debian release
+#   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
+# Ends with a line of counts for each preset, and a line of totals.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/windows_env.sh
+source scripts/lib/common.sh
+source scripts/lib/debian.sh
+source scripts/lib/windows.sh
 
-presets=(dev)
-check=false
-case "${1:-}" in
-  "") ;;
-  --all) presets=(release asan-ubsan tsan windows); check=true ;;
-  -*) sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
-  *) presets=("$@") ;;
-esac
+answer_help "$@"
+all=false
+known=(dev release asan-ubsan tsan windows)
+presets=("$@")
+if [ "${1:-}" = --all ]; then
+  if [ $# -gt 1 ]; then refuse "$2"; fi
+  all=true presets=("${known[@]}")
+fi
+if [ ${#presets[@]} -eq 0 ]; then presets=(dev); fi
+for preset in "${presets[@]}"; do
+  if [[ " ${known[*]} " != *" $preset "* ]]; then refuse "$preset"; fi
+done
 
 scripts/setup.sh
-if [[ " ${presets[*]} " == *" windows "* ]]; then
-  scripts/setup.sh --windows || true  # what is missing then is told below
-fi
-if $check; then scripts/check.sh --tidy; fi
+if [[ " ${presets[*]} " == *" windows "* ]]; then scripts/setup.sh --windows || true; fi  # reported below if missing
+if $all; then scripts/setup.sh --debian || true; fi
 
-room=$(mktemp -d)
-finish() { windows_end; rm -rf "$room"; }
+dir=$(mktemp -d)
+# shellcheck disable=SC2317  # called by the trap
+finish() {
+  windows_end
+  rm -rf "$dir"
+}
 trap finish EXIT
-declare -a lines
+lines=()
 passed=0 failed=0 skipped=0 broken=false
 
-# count PRESET: adds up what ctest reports of it.
-count() {
-  local passes fails skips kinds
-  ctest --preset "$1" --show-only=json-v1 >"$room/$1.json"
-  read -r passes fails skips kinds < <(scripts/count_tests.py "$room/$1.xml" "$room/$1.json")
-  passed=$((passed + passes)) failed=$((failed + fails)) skipped=$((skipped + skips))
-  lines+=("$1: $passes passed, $fails failed, $skips skipped ($kinds)")
+# add NAME PASSED FAILED SKIPPED LABELS: adds a run to the totals.
+add() {
+  passed=$((passed + $2)) failed=$((failed + $3)) skipped=$((skipped + $4))
+  lines+=("$1: $2 passed, $3 failed, $4 skipped ($5)")
 }
 
+# test_preset PRESET
+test_preset() {
+  local preset=$1 counts passes fails skips labels
+  build_preset "$preset"
+  # Long output is cut at its beginning: a test program prints its counts at the end.
+  ctest --preset "$preset" --output-junit "$dir/$preset.xml" --test-output-truncation head \
+    --test-output-size-passed 65536 || broken=true
+  ctest --preset "$preset" --show-only=json-v1 >"$dir/$preset.json"
+  counts=$(scripts/count_tests.py "$dir/$preset.xml" "$dir/$preset.json")
+  read -r passes fails skips labels <<<"$counts"
+  add "$preset" "$passes" "$fails" "$skips" "$labels"
+}
+
+# Runs the plain test command on the other Debian release.
+test_other_debian() {
+  local release obstacle log=$dir/other-debian.log counts passes fails skips labels
+  release=$(other_debian_release)
+  obstacle=$(debian_obstacle)
+  if [ -n "$obstacle" ]; then
+    lines+=("Debian $release: skipped, because $obstacle")
+    return
+  fi
+  scripts/test_in_debian.sh "$release" scripts/test.sh 2>&1 | tee "$log" || broken=true
+  counts=$(sed -n 's/^dev: \([0-9]\+\) passed, \([0-9]\+\) failed, \([0-9]\+\) skipped (\(.*\))$/\1 \2 \3 \4/p' "$log")
+  if [ -z "$counts" ]; then
+    lines+=("Debian $release: failed before any test ran; the reason is above") broken=true
+    return
+  fi
+  read -r passes fails skips labels <<<"$counts"
+  add "Debian $release, dev" "$passes" "$fails" "$skips" "$labels"
+}
+
+if $all; then scripts/check.sh --tidy; fi
 for preset in "${presets[@]}"; do
   echo "== $preset"
   if [ "$preset" = windows ]; then
@@ -46,18 +84,17 @@ for preset in "${presets[@]}"; do
       lines+=("windows: skipped, because $obstacle")
       continue
     fi
-    if ! windows_begin "$room"; then
-      lines+=("windows: failed, because its libraries or Wine cannot be had; the reason is above") broken=true
+    if ! windows_begin "$dir"; then
+      lines+=("windows: failed, because its libraries or Wine are not available; the reason is above") broken=true
       continue
     fi
   fi
-  cmake --preset "$preset" >"$room/configure" 2>&1 || { cat "$room/configure" >&2; exit 1; }
-  cmake --build --preset "$preset"
-  # Of a long output the report keeps the end, where a program counts its cases.
-  ctest --preset "$preset" --output-junit "$room/$preset.xml" --test-output-truncation head \
-    --test-output-size-passed 65536 || broken=true
-  count "$preset"
+  test_preset "$preset"
 done
+if $all; then
+  echo "== Debian $(other_debian_release)"
+  test_other_debian
+fi
 
 echo
 printf '%s\n' "${lines[@]}"

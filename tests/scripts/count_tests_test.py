@@ -1,4 +1,4 @@
-"""What scripts/count_tests.py makes of ctest's report: every kind of test, and every end that one can have."""
+"""Tests of scripts/count_tests.py: every kind of test, with every possible result."""
 import json
 import pathlib
 import subprocess
@@ -10,7 +10,7 @@ SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "count_tests.
 
 
 def program(passed, skipped=0, failed=0):
-    """What a GoogleTest program prints at its end."""
+    """The end of a GoogleTest program's output."""
     lines = [f"[==========] {passed + skipped + failed} tests from 2 test suites ran. (3 ms total)"]
     lines.append(f"[  PASSED  ] {passed} test{'s' if passed != 1 else ''}.")
     for kind, count in (("SKIPPED ", skipped), ("FAILED  ", failed)):
@@ -21,40 +21,40 @@ def program(passed, skipped=0, failed=0):
 
 
 def counts(*tests):
-    """The script's line for tests of ctest: (name, label, status, output)."""
+    """The line that the script prints for tests of ctest: (name, label, status, output)."""
     report = "".join(f'<testcase name="{name}" status="{status}"><system-out>{output}</system-out></testcase>'
                      for name, _, status, output in tests)
     listing = {"tests": [{"name": name, "properties": [{"name": "LABELS", "value": [label]}] if label else []}
                          for name, label, _, _ in tests]}
-    with tempfile.TemporaryDirectory() as room:
-        paths = [pathlib.Path(room, "report.xml"), pathlib.Path(room, "list.json")]
+    with tempfile.TemporaryDirectory() as directory:
+        paths = [pathlib.Path(directory, "report.xml"), pathlib.Path(directory, "list.json")]
         paths[0].write_text(f"<testsuite>{report}</testsuite>", encoding="utf-8")
         paths[1].write_text(json.dumps(listing), encoding="utf-8")
         return subprocess.run([sys.executable, SCRIPT, *paths], check=True, capture_output=True, text=True).stdout
 
 
 class CountTests(unittest.TestCase):
-    def test_a_script_is_one_test(self):
+    def test_script_counts_once(self):
         self.assertEqual(counts(("a", "package", "run", "fine"), ("b", "package", "fail", "no"),
                                 ("c", "package", "notrun", "skipped, because")), "1 1 1 package 3\n")
 
-    def test_a_program_counts_with_its_cases(self):
+    def test_program_counts_with_its_cases(self):
         self.assertEqual(counts(("a", "unit", "run", program(7, skipped=2)), ("b", "unit", "run", program(1))),
                          "8 0 2 unit 10\n")
 
-    def test_failed_cases_are_counted(self):
+    def test_failed_cases_count(self):
         self.assertEqual(counts(("a", "unit", "fail", program(7, failed=2))), "7 2 0 unit 9\n")
 
-    def test_a_program_that_fails_beside_its_cases_is_a_failure(self):
+    def test_program_failing_outside_its_cases_counts_as_failure(self):
         self.assertEqual(counts(("a", "unit", "fail", program(7))), "7 1 0 unit 8\n")
 
-    def test_a_program_that_never_came_to_its_end_is_a_failure(self):
+    def test_program_ending_early_counts_as_failure(self):
         self.assertEqual(counts(("a", "unit", "fail", "[ RUN      ] Suite.Case\n")), "0 1 0 unit 1\n")
 
-    def test_a_case_that_is_a_test_of_its_own_and_skipped(self):
+    def test_skipped_case_as_its_own_test(self):
         self.assertEqual(counts(("a", "unit", "notrun", program(0, skipped=1))), "0 0 1 unit 1\n")
 
-    def test_kinds_are_told_apart(self):
+    def test_labels_are_counted_separately(self):
         self.assertEqual(counts(("a", "unit", "run", ""), ("b", "integration", "run", ""), ("c", None, "run", "")),
                          "3 0 0 integration 1, other 1, unit 1\n")
 

@@ -1,10 +1,11 @@
-# What runs Windows programs here, sourced by test.sh and demo.sh: the cross compiler's libraries, and a Wine of our own
-# that needs no display and leaves nothing behind.
+# shellcheck shell=bash
+# What Windows programs need to be built and run here; sourced, not run. Wine gets files of its own, needs no display and
+# leaves nothing behind.
 
-# Says why Windows programs cannot be built and run on this machine; says nothing where they can.
+# Prints why Windows programs cannot be built and run on this machine; prints nothing where they can.
 windows_obstacle() {
   local program
-  for program in x86_64-w64-mingw32-g++-posix:"the cross compiler" wine64:"Wine, which runs the programs,"; do
+  for program in x86_64-w64-mingw32-g++-posix:"the cross compiler" wine64:"Wine"; do
     if ! PATH="$PATH:/usr/lib/wine" command -v "${program%%:*}" >/dev/null; then
       echo "${program#*:} is not installed (${program%%:*}); scripts/setup.sh --windows installs it on Debian"
       return
@@ -12,15 +13,15 @@ windows_obstacle() {
   done
 }
 
-# windows_begin DIRECTORY: builds the libraries where they are not cached, and starts Wine with its files in DIRECTORY.
-# Where that cannot be done it says why and fails.
+# windows_begin DIRECTORY: builds the libraries if they are not cached, and starts Wine with its files in DIRECTORY.
+# Prints the reason to stderr if it fails.
 windows_begin() {
   FENLUX_WINDOWS_PREFIX=$(scripts/windows-deps.sh | tail -n 1) || return 1
   export FENLUX_WINDOWS_PREFIX WINEPREFIX=$1/wine WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
   unset DISPLAY WAYLAND_DISPLAY
   PATH="$PATH:/usr/lib/wine"
   mkdir -p "$WINEPREFIX"
-  # The server first, and told to stay: one that leaves between two programs makes each of them start it again.
+  # A persistent server: otherwise it exits between two programs, and each of them has to start it again.
   if ! { "$(windows_server)" -p && wine64 wineboot --init; } >"$1/wine.log" 2>&1 </dev/null; then
     echo "Wine does not start:" >&2
     tail -n 5 "$1/wine.log" >&2

@@ -1,0 +1,38 @@
+# shellcheck shell=bash
+# What the scripts share; sourced, not run.
+
+# Prints the help: the header comment of the running script.
+usage() { sed -n '2,/^\([^#]\|$\)/ s/^#\( \|$\)//p' "$0"; }
+
+# refuse ARGUMENT: reports an argument that the script does not know.
+refuse() {
+  echo "${0##*/}: unknown argument: $1" >&2
+  usage >&2
+  exit 2
+}
+
+# answer_help ARGUMENT...: prints the help and exits if the first argument asks for it.
+answer_help() {
+  case "${1:-}" in
+    -h | --help)
+      if [ $# -gt 1 ]; then refuse "$2"; fi
+      usage
+      exit 0
+      ;;
+  esac
+}
+
+# The folder for what is built or downloaded once and kept outside the source tree.
+fenlux_cache() { echo "${FENLUX_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/fenlux}"; }
+
+# build_preset PRESET [TARGET...]: configures and builds. Scripts that run at the same time take turns.
+build_preset() {
+  local preset=$1 log
+  shift
+  mkdir -p build
+  (
+    flock 9
+    log=$(cmake --preset "$preset" 2>&1) || { echo "$log" >&2; exit 1; }
+    cmake --build --preset "$preset" ${1:+--target "$@"} 9>&-
+  ) 9>"build/.$preset.lock"
+}

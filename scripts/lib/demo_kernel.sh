@@ -1,0 +1,62 @@
+# shellcheck shell=bash
+# The demo of kernel events, for scripts/demo.sh; sourced, not run. Uses `dir`, sets `host_pid` and `unexpected`.
+# A host watches a fresh directory, refuses one file name pattern to one program, and gets a new policy while it runs.
+# shellcheck disable=SC2154
+
+demo_kernel() {
+  local host=$1 socket=$dir/host.sock status=0
+  mkdir "$dir/first" "$dir/second"
+  echo "an ordinary letter" >"$dir/first/letter.txt"
+  echo "a well-kept secret" >"$dir/first/diary.secret"
+  echo "another one" >"$dir/second/plan.secret"
+  cp examples/kernel.toml "$dir/host.toml"
+
+  FENLUX_WATCHED=$dir/first timeout --kill-after=10 --signal=INT 60 \
+    "$host" run --config "$dir/host.toml" --socket "$socket" >"$dir/summary" 2> >(tee "$dir/log" >&2) &
+  host_pid=$!
+  demo_wait_for "OK!][obj path]=$dir/first" || return 0
+
+  demo_expect succeeds cat "$dir/first/letter.txt"
+  demo_expect refused cat "$dir/first/diary.secret"
+  demo_expect succeeds head "$dir/first/diary.secret"
+  demo_expect succeeds cat "$dir/second/plan.secret"
+
+  echo "-- adding a second directory to the policy of the running host"
+  sed -i "s|^directories = .*|directories = [\"$dir/first\", \"$dir/second\"]|" "$dir/host.toml"
+  "$host" ctl --socket "$socket" reload || unexpected+=("the host did not reload its policy")
+  demo_wait_for "OK!][obj path]=$dir/second" || return 0
+  demo_expect refused cat "$dir/second/plan.secret"
+
+  kill -INT "$host_pid"
+  wait "$host_pid" || status=$?
+  host_pid=""
+  cat "$dir/summary"
+  if [ "$status" -ne 0 ]; then unexpected+=("the host exited with $status"); fi
+}
+
+# Waits for a line in the host's log.
+demo_wait_for() {
+  local text=$1
+  for _ in $(seq 200); do
+    if grep -qsF "$text" "$dir/log"; then return; fi
+    kill -0 "$host_pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  unexpected+=("the host did not log \"$text\"")
+  return 1
+}
+
+# demo_expect succeeds|refused PROGRAM FILE
+demo_expect() {
+  local expected=$1 outcome output
+  shift
+  if output=$("$@" 2>&1); then
+    outcome=succeeds
+  elif [[ "$output" == *"Operation not permitted"* ]]; then
+    outcome=refused
+  else
+    outcome="failed for another reason"
+  fi
+  echo "-- $* -> $output"
+  if [ "$outcome" != "$expected" ]; then unexpected+=("$*: $outcome instead of $expected"); fi
+}
