@@ -1,10 +1,10 @@
-# What is installed, and what is packaged, in two components:
+# Installation and packages, in two components:
 #
-#   development   the module, its headers, the CMake package, the minimal host and the embedding documents: all that an
-#                 agent's engineers need, and little enough to carry along
-#   host          the reference host with its examples and its documents, for those who want to see the module work
+#   development   the module, its headers, the CMake package, the minimal host and the embedding documents: what an agent's
+#                 engineers need
+#   host          the reference host with its examples and documents
 #
-# The layout is the same on every system; only the library lies where the system looks for it: lib/libfenlux.so, or
+# The layout is the same on every system, except that the library is where the system expects it: lib/libfenlux.so, or
 # bin/fenlux.dll with its import library in lib.
 include(CMakePackageConfigHelpers)
 
@@ -13,24 +13,24 @@ set(FENLUX_INSTALL_CMAKE lib/cmake/fenlux)
 
 # ---- development
 
-# Everything that a host includes, laid out as the sources are: a host writes #include "host/host.h".
+# The headers that a host includes, laid out like the sources: a host writes #include "host/host.h".
 target_include_directories(fenlux_api INTERFACE $<INSTALL_INTERFACE:include/fenlux>)
 target_compile_features(fenlux_api INTERFACE cxx_std_20)
 set_target_properties(fenlux_api PROPERTIES EXPORT_NAME api)
-target_link_libraries(fenlux INTERFACE fenlux_api)  # who links the module instead of loading it includes them as well
+target_link_libraries(fenlux INTERFACE fenlux_api)  # for hosts that link the module instead of loading it
 
 install(TARGETS fenlux fenlux_api EXPORT fenluxTargets
   RUNTIME DESTINATION bin COMPONENT development
   LIBRARY DESTINATION lib COMPONENT development
   ARCHIVE DESTINATION lib COMPONENT development)
-# The runtime that the module and its host share, where the build names one (MinGW).
+# The runtime that the module and its host share (MinGW).
 install(FILES ${FENLUX_RUNTIME_DLLS} DESTINATION bin COMPONENT development)
 list(TRANSFORM FENLUX_RUNTIME_DLLS REPLACE ".*/" "bin/" OUTPUT_VARIABLE FENLUX_INSTALLED_DLLS)
 install(DIRECTORY src/host DESTINATION include/fenlux COMPONENT development FILES_MATCHING PATTERN "*.h")
 foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h common/mutex.h
         common/thread_annotations.h)
-  cmake_path(GET header PARENT_PATH room)
-  install(FILES src/${header} DESTINATION include/fenlux/${room} COMPONENT development)
+  cmake_path(GET header PARENT_PATH directory)
+  install(FILES src/${header} DESTINATION include/fenlux/${directory} COMPONENT development)
 endforeach()
 
 install(EXPORT fenluxTargets NAMESPACE fenlux:: DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
@@ -86,7 +86,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
-  # Both archives unfold into one folder: the reference host beside the module.
+  # Both archives unpack into one folder: the reference host beside the module.
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
   set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
   set(CPACK_ARCHIVE_DEVELOPMENT_FILE_NAME fenlux-${PROJECT_VERSION}-win64)
