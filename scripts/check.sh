@@ -1,27 +1,39 @@
 #!/usr/bin/env bash
-# Checks the form of the sources.
-#   scripts/check.sh           clang-format: nothing would change
-#   scripts/check.sh --tidy    clang-tidy too, over the module's sources (uses build/dev's compile commands)
-#   scripts/check.sh --fix     lets clang-format change what it would change
+# Checks formatting, and the scripts with shellcheck.
+#   scripts/check.sh           reports what clang-format would change, and findings of shellcheck
+#   scripts/check.sh --tidy    also runs clang-tidy on src/ and refhost/ (with the compile commands of build/dev)
+#   scripts/check.sh --fix     lets clang-format rewrite the files
+# Formatting is checked with clang-format 14 (Debian 12) only, because other versions format differently.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/lib/common.sh
 
-mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.h' '*.cpp')
-case "${1:-}" in
-  --fix) clang-format -i "${sources[@]}"; exit ;;
-  "" | --tidy) ;;
-  *) echo "usage: scripts/check.sh [--tidy | --fix]" >&2; exit 2 ;;
+answer_help "$@"
+mode=${1:-}
+case "$mode" in
+  --tidy | --fix) if [ $# -gt 1 ]; then refuse "$2"; fi ;;
+  *) if [ $# -gt 0 ]; then refuse "$mode"; fi ;;
 esac
 
-clang-format --dry-run --Werror "${sources[@]}"
-for script in $(git ls-files 'scripts/*.sh' .ci/run); do bash -n "$script"; done
-echo "format: ${#sources[@]} files as clang-format wants them"
+mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.h' '*.cpp')
+formatter=$(clang-format --version | sed -n 's/.*version \([0-9]*\).*/\1/p')
+if [ "$formatter" != 14 ]; then
+  echo "formatting: skipped, because clang-format is version $formatter and not 14"
+  if [ "$mode" = --fix ]; then exit 1; fi
+elif [ "$mode" = --fix ]; then
+  clang-format -i "${sources[@]}"
+  exit
+else
+  clang-format --dry-run --Werror "${sources[@]}"
+  echo "formatting: ${#sources[@]} files are formatted"
+fi
 
-if [ "${1:-}" = --tidy ]; then
+mapfile -t scripts < <(git ls-files --cached --others --exclude-standard 'scripts/*.sh' .ci/run)
+shellcheck "${scripts[@]}"
+echo "shellcheck: no findings in ${#scripts[@]} scripts"
+
+if [ "$mode" = --tidy ]; then
   cmake --preset dev >/dev/null
-  mapfile -t module < <(git ls-files 'src/*.cpp' | grep -v '_win\.cpp$')
-  # clang-tidy counts the warnings of other people's headers on the error stream, also where it shows none of them.
-  printf '%s\n' "${module[@]}" | xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build/dev \
-    2> >(grep -v ' warnings\? generated\.$' >&2)
-  echo "tidy: ${#module[@]} files without a finding"
+  mapfile -t sources < <(git ls-files 'src/*.cpp' 'refhost/*.cpp' | grep -v '_win\.cpp$')
+  scripts/tidy.py build/dev "${sources[@]}"
 fi
