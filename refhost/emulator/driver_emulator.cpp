@@ -1,4 +1,4 @@
-// Puts the emulated driver and its event source together.
+// Creates the emulated driver and its event source, and stops them in order.
 #include "refhost/emulator/driver_emulator.h"
 
 #include <utility>

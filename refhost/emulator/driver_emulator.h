@@ -3,8 +3,8 @@
 //
 // Threads: the emulator owns the threads of its event source (the delivery threads) and one watchdog. A delivery thread
 // calls the module's handler itself. From then on exactly one party takes the answer and counts it: that thread with
-// the reply, the watchdog at the deadline, whoever ends the connection, or Stop. Only the delivery thread inside a
-// handler call waits for it, and Stop, for a limited time.
+// the reply, the watchdog at the deadline, the thread that ends the connection, or Stop. Only the delivery thread
+// waits for a handler call, and Stop for a limited time.
 #pragma once
 
 #include <chrono>

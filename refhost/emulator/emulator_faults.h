@@ -1,4 +1,4 @@
-// The faults that the emulated driver can be told to show.
+// The faults that the emulated driver can inject.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// What the driver knows: everything that the module told it over the current connection (or the previous one, while
-// there is none), and the violations of the protocol over all connections.
+// What the driver knows: everything the module sent over the current connection (or the previous one, while there is
+// none), and the violations of the protocol over all connections.
 #pragma once
 
 #include <array>

@@ -25,7 +25,7 @@ struct ConnectFinding {
 
 ConnectFinding Violation(std::string text) { return {0, std::move(text)}; }
 
-// Checks what the module asked for, in the order in which the driver would notice.
+// Checks what the module asks for; reports the first violation.
 ConnectFinding CheckConnect(const DriverPort& port) {
   const PortRequest& request = port.Request();
   if (request.portName != DriverPortName()) return Violation("unknown port name " + request.portName);

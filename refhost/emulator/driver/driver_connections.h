@@ -1,10 +1,9 @@
 // The driver's connections: which port is connected now, how a port is connected, and how it ends.
 //
-// Ownership: owns the handle of the current port and the faults that concern connections. It has no thread of its own:
-// the module's connection worker calls Connect and Start; any thread may call the rest, a delivery thread inside a
-// handler included. End marks the port first and then takes every answer of it that is still out
-// (PendingAnswers::TakeForEnd): after that call a delivery thread no longer has the duty to answer, and the operations
-// have been let go.
+// Ownership: owns the handle of the current port and the faults that affect connections. It has no threads: the
+// module's connection worker calls Connect and Start; any thread may call the rest, including a delivery thread inside
+// a handler. End marks the port as ended and then takes its pending answers (PendingAnswers::TakeForEnd). After that
+// call the delivery threads no longer have the duty to reply, and the blocked operations have been released.
 //
 // Locks: connectMutex is held while a port is connected or removed, and taken before currentMutex and before the locks
 // of the model and the hooks. Delivery takes currentMutex alone, which is held only to copy or replace the handle.
@@ -36,21 +35,21 @@ class DriverConnections {
   void Connect(const std::shared_ptr<DriverPort>& port);
   // Begins delivery on the port. Throws std::runtime_error if it is not connected or was started before.
   void Start(const std::shared_ptr<DriverPort>& port);
-  // Ends the port, unless it has ended: answers that are still out are counted under `cause`.
+  // Ends the port and counts its pending answers under `cause`. Does nothing if it has ended already.
   void End(const std::shared_ptr<DriverPort>& port, UnjudgedCause cause, const std::string& reason);
   // Ends the current connection, if there is one.
   void EndCurrent(UnjudgedCause cause, const std::string& reason);
 
   // The connected port; null while there is none.
   std::shared_ptr<DriverPort> CurrentPort() const FENLUX_EXCLUDES(currentMutex);
-  // Applies those faults that concern connections, also to the current one.
+  // Applies the faults that affect connections, including the current one.
   void SetFaults(const EmulatorFaults& changes);
 
  private:
   // Makes the port the current one and returns the number of its connection.
   std::uint64_t Open(const std::shared_ptr<DriverPort>& port) FENLUX_REQUIRES(connectMutex);
   void SetCurrentPort(std::shared_ptr<DriverPort> port) FENLUX_EXCLUDES(currentMutex);
-  // Counts and logs the refusal, and throws it.
+  // Counts and logs the refusal, then throws it.
   [[noreturn]] void Refuse(EmulatorLogLevel level, const std::string& reason);
   [[noreturn]] void RefuseViolation(const std::string& violation);
 

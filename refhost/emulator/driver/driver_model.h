@@ -1,5 +1,5 @@
-// What the driver knows of the module: everything that it was told over the current connection, and the violations of
-// the protocol. Its lock is taken for each operation and calls nothing that blocks.
+// What the driver knows about the module: everything the module sent over the current connection, and the violations
+// of the protocol. Each operation holds the lock and does nothing that blocks.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ struct WatchSet {
   std::vector<std::string> directories;
 };
 
-// What a request did.
+// The effect of a request.
 struct RequestEffect {
   std::string violation;         // empty if the request keeps to the protocol; otherwise the request changed nothing
   std::uint32_t command = 0;     // 0 if the request has no known command
@@ -38,7 +38,7 @@ class DriverModel {
   std::uint64_t Open(std::uint32_t clientType, std::uint32_t portValue);
   void Close();
 
-  // Checks a request and carries it out; nothing, if that connection is over.
+  // Checks a request and carries it out. Returns nullopt if that connection is over.
   std::optional<RequestEffect> CarryOut(std::uint64_t connection, const std::uint8_t* request, std::size_t size);
   // Whether the current connection has received the command this often.
   bool Received(std::uint32_t command, std::uint64_t times) const;
@@ -49,7 +49,7 @@ class DriverModel {
   void CountRefusedConnect();
 
   EmulatorState State() const;
-  // The committed paths of types 1 and 2, none while no connection is open, with a new revision.
+  // The committed paths of types 1 and 2, with a new revision. There are none while no connection is open.
   WatchSet TakeWatchSet();
 
  private:

@@ -1,4 +1,4 @@
-// One request: delayed, failed or carried out, and answered.
+// Delays, fails or carries out one request, and answers it.
 #include "refhost/emulator/driver/driver_requests.h"
 
 #include <fmt/format.h>

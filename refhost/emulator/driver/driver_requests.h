@@ -1,8 +1,8 @@
-// The module's requests: checked, carried out on the driver's model, and made to fail where the faults say so.
+// The module's requests: checks them, carries them out on the driver's model, and fails those that the faults select.
 //
-// Ownership: owns the faults that concern requests. It has no thread of its own: Send runs on the module's threads,
-// several at once, and blocks only for a fault's delay. A request's reply is due until Send returns it or throws; no
-// other party takes over that duty.
+// Ownership: owns the faults that affect requests. It has no threads: Send runs on the module's threads, concurrently,
+// and blocks only for a fault's delay. Send has the duty to reply until it returns or throws; no other party takes it
+// over.
 //
 // Locks: the faults' lock is held to read or change the faults, and no other lock is taken under it.
 #pragma once
@@ -34,7 +34,7 @@ class DriverRequests {
   // std::runtime_error if the driver refuses the request, and whatever the faults ask for.
   std::shared_ptr<CBuf> Send(DriverPort& port, const std::shared_ptr<CBuf>& request,
                              const std::shared_ptr<CBuf>& replyBuffer, bool flag);
-  // Applies those faults that concern requests.
+  // Applies the faults that affect requests.
   void SetFaults(const EmulatorFaults& changes);
 
  private:

@@ -1,4 +1,4 @@
-// Puts the driver's parts together, and takes them down in order.
+// Connects the driver's parts to each other, and stops them in order.
 #include "refhost/emulator/driver/emulated_driver.h"
 
 #include <utility>

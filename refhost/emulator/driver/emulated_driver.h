@@ -1,5 +1,5 @@
-// The emulated driver: its parts, put together. The event source's threads and the module's port clients share
-// ownership of it, because both may outlive the emulator.
+// The emulated driver, composed of its parts. The event source's threads and the module's port clients share ownership
+// of it, because both may outlive the emulator.
 #pragma once
 
 #include <cstdint>
@@ -35,8 +35,8 @@ class EmulatedDriver {
 
   // Sets the faults that `changes` names. Any thread.
   void SetFaults(const EmulatorFaults& changes);
-  // Blocks until the current connection has received the command this often; false if it does not in time, or if the
-  // emulator stops. Any thread.
+  // Blocks until the current connection has received the command this often; false on timeout or if the emulator
+  // stops. Any thread.
   bool WaitForRequest(std::uint32_t command, std::uint64_t times, std::chrono::milliseconds limit);
 
   // Gives the source the directories to watch, now and after every change, and starts the watchdog. Once.

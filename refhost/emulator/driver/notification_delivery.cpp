@@ -1,4 +1,4 @@
-// One notification from the source to its answer.
+// Delivers one notification and takes its reply.
 #include "refhost/emulator/driver/notification_delivery.h"
 
 #include <fmt/format.h>
@@ -32,7 +32,7 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
   HoldReply(*port, options);
 
   const auto taken = slot.TakeBack();
-  // Whoever ended the port may not have reached this slot yet.
+  // The thread that ends the port may not have reached this slot yet.
   if (port->Ended()) answer.lostFor = wake.Stopping() ? UnjudgedCause::kStopped : UnjudgedCause::kConnectionEnded;
   const Delivery delivery = taken ? Delivery{Delivery::Outcome::kTaken, kNoVerdict, *taken}
                                   : Count(answer, std::chrono::steady_clock::now() - start);

@@ -1,13 +1,13 @@
-// The delivery of notifications: handing one to the module, checking its reply, and counting what came of it.
+// Delivers notifications: passes each to the module, checks the reply, and counts the outcome.
 //
-// Ownership: owns the faults that concern replies. It has no thread of its own: Deliver runs on the delivery threads of
-// the event source, one slot each. AnswerSlot::Open gives the delivery thread the duty to count the notification and to
-// let its operation go; the call of the module's handler passes the duty to reply to the module, and its return gives
-// it back. Meanwhile the watchdog, the end of the connection, or Stop may take the slot. AnswerSlot::TakeBack says who
-// was first, and the delivery thread counts the notification only if nobody else did.
+// Ownership: owns the faults that affect replies. It has no threads: Deliver runs on the delivery threads of the event
+// source, with one slot for each. AnswerSlot::Open gives the delivery thread the duty to count the notification and to
+// release its operation. The call of the module's handler passes the duty to reply to the module; its return passes it
+// back. Meanwhile the watchdog, the end of the connection, or Stop may take the slot. AnswerSlot::TakeBack decides who
+// was first: the delivery thread counts the notification only if no other party did.
 //
-// Locks: none of its own. Delivering takes the lock of the current port's handle, of the slot and of the totals, each
-// for a few instructions: neither a request being carried out nor a snapshot of the state holds it up.
+// Locks: none here. Deliver takes the locks of the current port's handle, the slot and the totals, each for a few
+// instructions: neither a request in progress nor a snapshot of the state delays it.
 #pragma once
 
 #include <atomic>
@@ -35,14 +35,14 @@ struct DeliveryOptions {
   AnswerRelease* release = nullptr;  // called if another party takes the answer
 };
 
-// What came of one delivery, for the thread that made it.
+// The outcome of one delivery.
 struct Delivery {
   enum class Outcome {
-    kNotConnected,  // nobody to deliver to; nothing was counted
+    kNotConnected,  // no module to deliver to; nothing was counted
     kAnswered,      // `verdict`
     kUnansweredByDesign,
     kLost,   // `cause`
-    kTaken,  // another party took the answer under `cause` and let the operation go
+    kTaken,  // another party took the answer, counted it under `cause` and released the operation
   };
   Outcome outcome = Outcome::kNotConnected;
   std::uint32_t verdict = kNoVerdict;
@@ -63,11 +63,11 @@ class NotificationDelivery {
 
   // A slot for one delivery thread.
   std::shared_ptr<AnswerSlot> MakeSlot() { return answers.MakeSlot(); }
-  // Delivers the notification over the current connection and blocks until its reply is taken. Owner of the slot.
+  // Delivers the notification over the current connection and blocks until the reply is taken. Owner of the slot.
   Delivery Deliver(AnswerSlot& slot, const NotificationView& notification, const DeliveryOptions& options);
   // Blocks until a notification can be delivered; false if the emulator stops.
   bool WaitDeliverable();
-  // Applies those faults that concern replies.
+  // Applies the faults that affect replies.
   void SetFaults(const EmulatorFaults& changes);
 
  private:

@@ -1,5 +1,5 @@
-// The notifications that the module is working on, and who takes the answer of each: exactly one party does, and that
-// party counts the notification and lets its operation go.
+// The notifications that the module is working on. Exactly one party takes the answer of each; that party counts the
+// notification and releases its operation.
 //
 // Ownership: a slot belongs to one delivery thread, which opens it before it calls the module (Open) and takes it back
 // when the reply has come (TakeBack). Until then the watchdog (TakeIfOverdue, at the deadline), the end of the
@@ -22,13 +22,13 @@ namespace fenlux::refhost {
 
 class DriverPort;
 
-// Informs the owner of a notification, and lets its operation go.
+// Informs the source of a notification, and releases the notification's operation.
 class AnswerRelease {
  public:
   // The notification was counted as delivered and now goes to the module. Owner of the slot.
   virtual void Delivered() noexcept {}
-  // Another party took the answer and has counted the notification under `cause`: let the operation go. Called at most
-  // once per delivery, under the slot's lock: must neither block nor deliver.
+  // Releases the operation: another party took the answer and has counted the notification under `cause`. Called at
+  // most once per delivery, under the slot's lock: must neither block nor deliver.
   virtual void Release(UnjudgedCause cause) noexcept = 0;
 
  protected:
@@ -58,7 +58,7 @@ class AnswerSlot {
 
   TotalsCounter& totals;
   Mutex mutex;
-  bool out FENLUX_GUARDED_BY(mutex) = false;  // with the module, and taken by nobody
+  bool out FENLUX_GUARDED_BY(mutex) = false;  // with the module, and not taken
   std::optional<UnjudgedCause> taken FENLUX_GUARDED_BY(mutex);
   std::shared_ptr<DriverPort> port FENLUX_GUARDED_BY(mutex);
   TimePoint deadline FENLUX_GUARDED_BY(mutex){};

@@ -1,4 +1,4 @@
-// Goes round the pending answers whenever one may be overdue.
+// Checks the pending answers whenever one may be overdue.
 #include "refhost/emulator/driver/watchdog.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void Watchdog::Stop() {
 }
 
 void Watchdog::Run() {
-  // A notification delivered right after a round is due a whole deadline later: two rounds in that time miss none.
+  // A notification delivered right after a round is due a whole deadline later, so two rounds per deadline miss none.
   const auto round = std::max<std::chrono::nanoseconds>(deadline / 2, std::chrono::milliseconds(1));
   for (;;) {
     const auto now = std::chrono::steady_clock::now();

@@ -1,7 +1,7 @@
-// The watchdog: lets go of operations whose reply is not taken by the deadline.
+// The watchdog: releases operations whose reply is not taken by the deadline.
 //
-// Ownership: owns its thread, and nothing that the thread works on. PendingAnswers::TakeOverdue takes the duty to
-// answer from the delivery thread: the watchdog then counts the notification as late and lets its operation go.
+// Ownership: owns its thread, and none of the state that the thread works on. PendingAnswers::TakeOverdue takes the
+// duty to reply from the delivery thread: it counts the notification as late and releases its operation.
 #pragma once
 
 #include <chrono>

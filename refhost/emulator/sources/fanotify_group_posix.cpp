@@ -16,7 +16,7 @@ namespace {
 
 int OpenGroup() {
   // The kernel opens every event's file for the reader. Without O_NONBLOCK that would wait for the other end of a named
-  // pipe, and nobody would be left to answer.
+  // pipe, and the reader could not answer.
   const int group =
       ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS,
                       O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);
@@ -63,7 +63,7 @@ std::optional<fanotify_event_metadata> FanotifyGroup::Read() {
 }
 
 void FanotifyGroup::Respond(int event, bool refuse) noexcept {
-  // Counted first, so that whoever sees the operation continue finds it in the totals.
+  // Counted first, so that a program that sees the operation continue finds it in the totals.
   totals.KernelAnswered(refuse);
   const fanotify_response response{event, refuse ? std::uint32_t{FAN_DENY} : std::uint32_t{FAN_ALLOW}};
   ssize_t written = 0;

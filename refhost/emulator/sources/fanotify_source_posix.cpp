@@ -1,11 +1,11 @@
 // Kernel permission events. An operation is blocked in the kernel from the moment its event is read until a response is
 // written. At every moment exactly one party has the duty to write it:
 //   - the reader that read the event, until it hands the notification to the module;
-//   - then whoever takes the answer's slot: the reader itself when the reply has come, or the watchdog at the deadline,
-//     the end of the connection, or Stop, each of which then writes "allow" under the slot's lock.
+//   - then the party that takes the answer's slot: the reader itself when the reply has come, or the watchdog at the
+//     deadline, the end of the connection, or Stop, each of which then writes "allow" under the slot's lock.
 // A reader whose answer was taken writes nothing. Responses name the event by its descriptor's number, so a reader
 // closes the descriptor only after it holds the slot again: no number is reused while a response can still be written.
-// Once the marks are removed and the group is closed, the kernel itself allows what nobody has answered.
+// Once the marks are removed and the group is closed, the kernel itself allows operations without a response.
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>

@@ -16,17 +16,21 @@
 namespace fenlux::refhost {
 namespace {
 
+// The notification codes for opening and for reading a file.
+constexpr std::uint32_t kOpenCode = records::code::kAccess1;
+constexpr std::uint32_t kReadCode = 4098;
+
 struct EventKind {
   std::uint64_t mask;
   bool KernelEventSettings::*setting;
   std::uint32_t code;
   std::uint8_t conditionA;
 };
-// An event may have several bits of the mask; the first row that it matches describes it.
+// An event may have several bits of the mask; the first matching row applies.
 constexpr EventKind kEventKinds[] = {
-    {FAN_OPEN_EXEC_PERM, &KernelEventSettings::onExec, records::code::kMin1, 1},
-    {FAN_OPEN_PERM, &KernelEventSettings::onOpen, records::code::kMin1, 0},
-    {FAN_ACCESS_PERM, &KernelEventSettings::onAccess, records::code::kMin1 + 1, 0},
+    {FAN_OPEN_EXEC_PERM, &KernelEventSettings::onExec, kOpenCode, 1},
+    {FAN_OPEN_PERM, &KernelEventSettings::onOpen, kOpenCode, 0},
+    {FAN_ACCESS_PERM, &KernelEventSettings::onAccess, kReadCode, 0},
 };
 constexpr const EventKind& kDefaultKind = kEventKinds[1];
 

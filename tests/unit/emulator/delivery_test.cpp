@@ -153,7 +153,7 @@ TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
 
 TEST_F(Delivery, OneLateHandlerDoesNotDelayTheOthers) {
   std::atomic<int> calls{0};
-  settings.deadline = std::chrono::milliseconds(100);
+  settings.deadline = std::chrono::milliseconds(500);  // time enough for the others on a busy machine
   scenario.threads = 2;
   handler = [&](const Bytes&) {
     if (calls++ == 0) gate->Pass();

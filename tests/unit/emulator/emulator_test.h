@@ -66,6 +66,9 @@ class EmulatorTest : public ::testing::Test {
  protected:
   using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
 
+  // No test waits for a deadline unless it sets one.
+  EmulatorTest() { settings.deadline = kTestTimeout; }
+
   // Stops the emulator and checks that its totals add up.
   void TearDown() override;
 

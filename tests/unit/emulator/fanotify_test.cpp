@@ -197,7 +197,7 @@ class HeldKernelEvents : public KernelEvents {
 };
 
 TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
-  settings.deadline = std::chrono::milliseconds(50);
+  settings.deadline = std::chrono::milliseconds(500);  // time enough for the second one on a busy machine
   Opened();
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().late, 1u);

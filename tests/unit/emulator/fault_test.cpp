@@ -1,4 +1,4 @@
-// Every fault that the driver can be told to show.
+// Every fault that the driver can inject.
 #include <atomic>
 
 #include "tests/unit/emulator/emulator_test.h"

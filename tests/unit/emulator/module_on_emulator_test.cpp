@@ -1,7 +1,6 @@
 // The whole module on the emulated driver, in one process and on the manual clock: how it connects, how it reconnects,
 // and how it handles a driver that fails.
 #include <boost/dll/runtime_symbol_info.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <map>
 
 #include "core/fenlux_impl.h"
@@ -17,6 +16,7 @@
 #include "refhost/services/record_register.h"
 #include "refhost/services/utility_service.h"
 #include "tests/support/manual_clock.h"
+#include "tests/support/temporary_directory.h"
 #include "tests/unit/emulator/emulator_test.h"
 
 namespace fenlux::testing {
@@ -172,9 +172,8 @@ TEST_F(ModuleOnEmulator, SendsItsOpeningRequests) {
 }
 
 TEST_F(ModuleOnEmulator, AppliesItsPolicyOnEveryConnection) {
-  const boost::filesystem::path directory = boost::filesystem::temp_directory_path() / boost::filesystem::unique_path();
-  boost::filesystem::create_directory(directory);
-  live.monitoredObjects = std::vector<boost::filesystem::path>{directory};
+  const TemporaryDirectory directory;
+  live.monitoredObjects = std::vector<boost::filesystem::path>{directory.Path()};
   AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kTestTimeout});
   AddStep(refhost::DropStep{});
   AddStep(refhost::AwaitRequestStep{.command = 24, .times = 1, .limit = kTestTimeout});
@@ -193,12 +192,11 @@ TEST_F(ModuleOnEmulator, AppliesItsPolicyOnEveryConnection) {
   const EmulatorState state = State();
   EXPECT_EQ(state.connects, 2u);
   ASSERT_EQ(state.monitored[1].committed.size(), 1u);
-  EXPECT_EQ(state.monitored[1].committed[0].path, directory.string());
+  EXPECT_EQ(state.monitored[1].committed[0].path, directory.Path().string());
   EXPECT_TRUE(state.monitored[1].committed[0].pathFlag);
   EXPECT_GE(state.dumps, 1u);
   EXPECT_EQ(state.configBlock, (Bytes{9, 8, 7}));
   EXPECT_THAT(state.violationTexts, IsEmpty());
-  boost::filesystem::remove(directory);
 }
 
 TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
