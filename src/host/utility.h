@@ -36,8 +36,8 @@ class CUtility {
   virtual std::string& ConvertText(std::string& out, const std::string& message) = 0;
   // Starts a measurement; an empty handle means that nothing is measured. Delivery threads.
   virtual std::shared_ptr<CMeasurement>& CreateMeasurement(std::shared_ptr<CMeasurement>& out) = 0;
-  // Writes `text` to `destination` in the driver's encoding, UTF-16 ended by a NUL, truncated to `limit` bytes. Policy
-  // worker, host threads.
+  // Writes `text` to `destination` in the encoding that the driver expects, truncated to `limit` bytes. Policy worker,
+  // host threads.
   virtual void CopyToField(void* destination, std::uint32_t limit, const std::wstring& text) = 0;
   // Converts narrow text to wide text. Policy worker, host threads, delivery threads.
   virtual std::wstring& ToWideString(std::wstring& out, const std::string& text) = 0;

@@ -54,6 +54,14 @@ TEST(ExceptionReport, AStandardExceptionIsTagAndMessage) {
   EXPECT_EQ(ReportByKindOf(std::logic_error("what")), "[a,b,STDE] info=what");
 }
 
+TEST(ExceptionReport, ANullMessageIsReportedAsAnEmptyText) {
+  struct Silent : std::exception {
+    const char* what() const noexcept override { return nullptr; }
+  };
+  EXPECT_EQ(ReportOf(Silent()), "[a,b,STDE] info=");
+  EXPECT_EQ(ReportByKindOf(Silent()), "[a,b,STDE] info=");
+}
+
 TEST(ExceptionReport, AnythingElseIsATagAlone) {
   EXPECT_EQ(ReportOf(7), "[c,OTHE]");
   EXPECT_EQ(ReportOf("text"), "[c,OTHE]");
