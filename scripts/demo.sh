@@ -12,12 +12,15 @@ source scripts/lib/demo_scripted.sh
 source scripts/lib/windows.sh
 
 answer_help "$@"
-mode=${1:---scripted}
-case "$mode" in
-  --scripted | --kernel | --windows) if [ $# -gt 1 ]; then refuse "$2"; fi ;;
-  *) refuse "$mode" ;;
-esac
-if [ "$mode" = --kernel ] && [ "$(id -u)" -ne 0 ]; then
+mode=scripted
+if [ $# -gt 0 ]; then
+  case "$1" in
+    --kernel | --windows) mode=${1#--} ;;
+    *) refuse "$1" ;;
+  esac
+  if [ $# -gt 1 ]; then refuse "$2"; fi
+fi
+if [ "$mode" = kernel ] && [ "$(id -u)" -ne 0 ]; then
   echo "Only root gets permission events: sudo scripts/demo.sh --kernel" >&2
   exit 1
 fi
@@ -38,7 +41,7 @@ trap finish EXIT
 
 scripts/setup.sh
 preset=release
-if [ "$mode" = --windows ]; then
+if [ "$mode" = windows ]; then
   preset=windows
   scripts/setup.sh --windows
   windows_begin "$dir"
@@ -46,9 +49,9 @@ fi
 build_preset "$preset" fenlux fenlux-host
 
 case "$mode" in
-  --scripted) demo_scripted "$dir/host.sock" "build/$preset/fenlux-host" ;;
-  --kernel) demo_kernel "build/$preset/fenlux-host" ;;
-  --windows) demo_scripted "\\\\.\\pipe\\${dir##*/}" wine64 "build/$preset/fenlux-host.exe" ;;
+  scripted) demo_scripted "$dir/host.sock" "build/$preset/fenlux-host" ;;
+  kernel) demo_kernel "build/$preset/fenlux-host" ;;
+  windows) demo_scripted "\\\\.\\pipe\\${dir##*/}" wine64 "build/$preset/fenlux-host.exe" ;;
 esac
 
 if [ ${#unexpected[@]} -eq 0 ]; then

@@ -82,6 +82,7 @@ cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
 if [ ${#include[@]} -gt 0 ] && [ -f /etc/ssl/certs/ca-certificates.crt ]; then
   cp /etc/ssl/certs/ca-certificates.crt "$root/etc/ssl/certs/"
 fi
+echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe-io"  # the root need not survive a power failure
 mkdir -p "$root/root/.cache/ccache" "$root/root/.cache/fenlux"
 
 variables=(HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin TERM="${TERM:-dumb}")
