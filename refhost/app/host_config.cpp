@@ -1,4 +1,4 @@
-// The tables of the file, each given to the service that knows it.
+// Passes each table of the file to the service that reads it.
 #include "refhost/app/host_config.h"
 
 #include <algorithm>
@@ -32,14 +32,14 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   const ConfigTable emulator = root.Table("emulator");
   config.emulator = ReadEmulatorSettings(emulator);
   if (config.start.driver.port != DriverPortKind::kEmulator && emulator.Present()) {
-    emulator.Report("", "belongs to [driver] port = \"emulator\"");
+    emulator.Report("", "requires [driver] port = \"emulator\"");
   }
   root.Finish();
   if (!config.emulator.scenarioFile.empty()) config.scenario = LoadScenario(config.emulator.scenarioFile, errors);
   return config;
 }
 
-// Whether the file is a scenario; what has a table of a host's configuration is none.
+// A file with any table of a host's configuration is not a scenario.
 bool IsScenario(const ConfigTable& root) {
   constexpr std::string_view kTables[] = {"control", "driver", "emulator", "judging",       "log",
                                           "module",  "policy", "spsp",     "system_images", "translations"};

@@ -1,4 +1,4 @@
-// The configuration of one host: the whole file as settings, read and validated at once.
+// The host's configuration file as settings.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -18,15 +18,15 @@ class ConfigErrors;
 
 struct ControlSettings {
   bool enabled = true;
-  boost::filesystem::path socket;  // empty: the user's default place
+  boost::filesystem::path socket;  // empty: the user's default socket
 
   bool operator==(const ControlSettings&) const = default;
 };
 
-// What stays for the host's life.
+// Fixed for the host's life.
 struct StartSettings {
-  boost::filesystem::path moduleLibrary;  // empty: the one beside the program
-  bool stopAtEnd = false;                 // end when the scenario has ended
+  boost::filesystem::path moduleLibrary;  // empty: the default one
+  bool stopAtEnd = false;                 // stop when the scenario ends
   LogSettings log;
   FixedSettings module;
   ControlSettings control;
@@ -36,7 +36,7 @@ struct StartSettings {
   bool operator==(const StartSettings&) const = default;
 };
 
-// What a running host takes over from a changed file.
+// Replaced when the file is reloaded.
 struct ReloadableSettings {
   LiveSettings module;
   Rules rules;
@@ -47,14 +47,13 @@ struct HostConfig {
   StartSettings start;
   ReloadableSettings reloadable;
   EmulatorSettings emulator;
-  Scenario scenario;  // the one that the emulator's settings name
+  Scenario scenario;  // the file named in the emulator's settings
 };
 
-// Reads and validates a host's configuration with the scenario that it names. The result is of use only where `errors`
-// stays empty.
+// Reads and validates a host's configuration and the scenario it names. Use the result only if `errors` stays empty.
 HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors);
 
-// Validates a file of either kind: a scenario, or a host's configuration with the scenario that it names.
+// Validates a scenario, or a host's configuration and the scenario it names.
 void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors);
 
 }  // namespace fenlux::refhost

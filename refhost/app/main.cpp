@@ -1,4 +1,4 @@
-// The command line of fenlux-host; the commands themselves are elsewhere.
+// The command line of fenlux-host. The commands are in commands/.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
@@ -18,29 +18,32 @@ namespace {
 using namespace fenlux::refhost;
 
 void AddRun(CLI::App& app, int& code) {
-  struct Words {
-    std::string config, module;
+  struct Values {
+    std::string config, module, socket;
     double duration = 0;
     bool json = false;
   };
-  auto words = std::make_shared<Words>();
-  CLI::App* const run = app.add_subcommand("run", "Run the host with its module and the emulated driver");
-  run->add_option("--config", words->config, "The host's configuration")->required();
-  run->add_option("--module", words->module,
-                  "The module's library; otherwise as configured, or the one beside this "
-                  "program");
+  auto values = std::make_shared<Values>();
+  CLI::App* const run = app.add_subcommand("run", "Run a host with the module and its driver");
+  run->add_option("--config", values->config, "The host's configuration")->required();
+  run->add_option("--module", values->module, "The module's library; overrides the configuration");
+  run->add_option("--socket", values->socket, "Control socket to listen on; overrides the configuration");
   CLI::Option* const duration =
-      run->add_option("--duration", words->duration, "End after so many seconds")->check(CLI::PositiveNumber);
-  run->add_flag("--json", words->json, "Log and summary as JSON, one object a line");
+      run->add_option("--duration", values->duration, "Stop after this many seconds")->check(CLI::PositiveNumber);
+  run->add_flag("--json", values->json, "Write the log and the summary as JSON, one object per line");
   run->footer(
       SignalHelp() +
-      "The log goes to the standard error output, the summary to the standard output.\n"
-      "Exit codes: 0 fine; 2 bad usage or configuration; 3 the module could not be loaded, or its init or start\n"
+      "The log goes to standard error, the summary to standard output.\n"
+      "Exit codes: 0 success; 2 bad usage or configuration; 3 the module could not be loaded, or its init or start\n"
       "failed; 4 the driver counted a protocol violation, or the totals do not add up.");
-  run->callback([words, duration, &code] {
-    RunOptions options{.config = words->config, .module = words->module, .duration = {}, .json = words->json};
+  run->callback([values, duration, &code] {
+    RunOptions options{.config = values->config,
+                       .module = values->module,
+                       .socket = values->socket,
+                       .duration = {},
+                       .json = values->json};
     if (duration->count() > 0) {
-      options.duration = std::chrono::milliseconds(static_cast<std::int64_t>(words->duration * 1000));
+      options.duration = std::chrono::milliseconds(static_cast<std::int64_t>(values->duration * 1000));
     }
     code = RunHost(options);
   });
@@ -48,39 +51,39 @@ void AddRun(CLI::App& app, int& code) {
 
 void AddCheck(CLI::App& app, int& code) {
   auto file = std::make_shared<std::string>();
-  CLI::App* const check = app.add_subcommand("check", "Validate a host's configuration or a scenario");
-  check->add_option("file", *file, "The file")->required();
-  check->footer("Every error is told as file:line:column: key: reason.\nExit codes: 0 no errors; 2 errors.");
+  CLI::App* const check = app.add_subcommand("check", "Validate a configuration or a scenario");
+  check->add_option("file", *file, "Configuration or scenario")->required();
+  check->footer("Errors are reported as file:line:column: key: reason.\nExit codes: 0 no errors; 2 errors.");
   check->callback([file, &code] { code = CheckConfiguration(*file); });
 }
 
-// What one operation's command line gave.
-struct OperationWords {
+// The arguments of one operation as given on the command line.
+struct OperationValues {
   std::map<std::string, std::string> texts;
   std::map<std::string, bool> flags;
 };
 
-void AddArgument(CLI::App& command, const ControlArgument& argument, OperationWords& words) {
+void AddArgument(CLI::App& command, const ControlArgument& argument, OperationValues& values) {
   const std::string name(argument.name);
   const std::string help(argument.help);
   if (argument.kind == ArgumentKind::kFlag) {
-    command.add_flag("--" + name, words.flags[name], help);
+    command.add_flag("--" + name, values.flags[name], help);
     return;
   }
-  CLI::Option* const option = command.add_option(name, words.texts[name], help)->required();
+  CLI::Option* const option = command.add_option(name, values.texts[name], help)->required();
   if (argument.kind == ArgumentKind::kOnOff) option->check(CLI::IsMember({"on", "off"}));
 }
 
-ControlOptions OptionsOf(const ControlOperation& operation, const OperationWords& words, ControlOptions options) {
+ControlOptions OptionsOf(const ControlOperation& operation, const OperationValues& values, ControlOptions options) {
   options.request.operation = operation.name;
   for (const ControlArgument& argument : operation.arguments) {
     const std::string name(argument.name);
     if (argument.kind == ArgumentKind::kFlag) {
-      if (words.flags.at(name)) options.request.arguments[name] = "true";
+      if (values.flags.at(name)) options.request.arguments[name] = "true";
     } else if (argument.kind == ArgumentKind::kItemFile) {
-      options.items = words.texts.at(name);
+      options.items = values.texts.at(name);
     } else {
-      const std::string& text = words.texts.at(name);
+      const std::string& text = values.texts.at(name);
       options.request.arguments[name] =
           argument.kind == ArgumentKind::kPath ? boost::filesystem::absolute(text).string() : text;
     }
@@ -89,20 +92,20 @@ ControlOptions OptionsOf(const ControlOperation& operation, const OperationWords
 }
 
 void AddControl(CLI::App& app, int& code) {
-  struct Words {
+  struct Values {
     std::string socket, config;
     bool json = false;
   };
-  auto words = std::make_shared<Words>();
-  CLI::App* const control = app.add_subcommand("ctl", "Have a running host carry out an operation");
+  auto values = std::make_shared<Values>();
+  CLI::App* const control = app.add_subcommand("ctl", "Run an operation on a running host");
   control->require_subcommand(1);
   control->fallthrough();
-  control->add_option("--socket", words->socket, "The host's control socket");
-  control->add_option("--config", words->config, "The host's configuration, which may name the socket");
-  control->add_flag("--json", words->json, "Show the result as JSON");
+  control->add_option("--socket", values->socket, "The host's control socket");
+  control->add_option("--config", values->config, "The host's configuration, which may name the socket");
+  control->add_flag("--json", values->json, "Show the result as JSON");
   control->footer(
-      "Exit codes: 0 carried out; 1 refused, with the reason or the module's own message; 2 bad usage or file;\n"
-      "3 no host could be reached.");
+      "Exit codes: 0 success; 1 refused, with the reason or the module's own message; 2 bad usage or file;\n"
+      "3 no host reachable.");
 
   std::map<std::string, CLI::App*> groups;
   for (const ControlOperation& operation : ControlOperations()) {
@@ -121,12 +124,12 @@ void AddControl(CLI::App& app, int& code) {
     }
     CLI::App* const command = parent->add_subcommand(name, std::string(operation.help));
     command->fallthrough();
-    auto operationWords = std::make_shared<OperationWords>();
-    for (const ControlArgument& argument : operation.arguments) AddArgument(*command, argument, *operationWords);
-    command->callback([&operation, operationWords, words, &code] {
+    auto operationValues = std::make_shared<OperationValues>();
+    for (const ControlArgument& argument : operation.arguments) AddArgument(*command, argument, *operationValues);
+    command->callback([&operation, operationValues, values, &code] {
       const ControlOptions common{
-          .socket = words->socket, .config = words->config, .items = {}, .json = words->json, .request = {}};
-      code = ControlHost(OptionsOf(operation, *operationWords, common));
+          .socket = values->socket, .config = values->config, .items = {}, .json = values->json, .request = {}};
+      code = ControlHost(OptionsOf(operation, *operationValues, common));
     });
   }
 }
@@ -137,16 +140,16 @@ int main(int argc, char** argv) {
   PrepareProgramText();
   CLI::App app("A reference host for the fenlux module, with an emulated kernel driver.", "fenlux-host");
   app.require_subcommand(1);
-  int code = kExitFine;
+  int code = kExitSuccess;
   AddRun(app, code);
   AddCheck(app, code);
   AddControl(app, code);
   try {
     std::vector<std::string> arguments = ProgramArguments(argc, argv);
-    std::reverse(arguments.begin(), arguments.end());  // the library takes them from the end
+    std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them from the end
     app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kExitFine : kExitUsage;
+    return app.exit(error) == 0 ? kExitSuccess : kExitUsage;
   }
   return code;
 }

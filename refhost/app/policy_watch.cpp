@@ -1,25 +1,26 @@
-// The policy counts as applied to a connection once it was asked for after the connection's beginning and after the
-// last change: the module asks for it on behalf of a ready connection only, and there is no other by then.
+// A connection has the policy once the module read it after the start of the connection and after the last change: the
+// module reads it only for a ready connection, and by then no other connection exists.
 #include "refhost/app/policy_watch.h"
 
 #include <algorithm>
 
 namespace fenlux::refhost {
 
-void PolicyWatch::Look(Clock::time_point now) {
-  if (!sight.isReady() || sight.policyRead() > std::max(sight.connectionBegun(), sight.policyChanged())) {
-    waiting = false;
+void PolicyWatch::Poll(Clock::time_point now) {
+  if (!callbacks.isReady() ||
+      callbacks.policyRead() > std::max(callbacks.connectionStarted(), callbacks.policyChanged())) {
+    pending = false;
     return;
   }
-  if (!waiting) {
-    waiting = true;
-    since = now;
+  if (!pending) {
+    pending = true;
+    pendingSince = now;
     return;
   }
-  if (now - since < kPatience) return;
-  since = now;
-  ++reminders;
-  sight.notify();
+  if (now - pendingSince < kPolicyTimeout) return;
+  pendingSince = now;
+  ++notificationCount;
+  callbacks.notify();
 }
 
 }  // namespace fenlux::refhost

@@ -1,13 +1,15 @@
-// Sees to it that no connection is left without policy, nor with an old one.
+// Ensures that every connection gets the current policy.
 //
-// The module applies the policy when a connection gets ready and whenever it is told to. A connection that ends while
-// its policy is still being applied can leave the next one without, and what it is told while it applies a policy is
-// lost: the module then waits to be told again, which is its host's duty.
+// The module applies the policy when a connection becomes ready and whenever NotifyPolicyChanged is called. Two things
+// can leave a connection without it: a connection may end while its policy is still being applied, and a notification
+// that arrives while the policy is applied is lost. The module then waits for another notification, which is the host's
+// duty to send.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <utility>
 
 namespace fenlux::refhost {
 
@@ -15,30 +17,29 @@ namespace fenlux::refhost {
 class PolicyWatch {
  public:
   using Clock = std::chrono::steady_clock;
-  // How long a ready connection may be without policy before the module is told.
-  static constexpr std::chrono::milliseconds kPatience{1000};
+  // How long a ready connection may be without the policy before the watch notifies the module.
+  static constexpr std::chrono::milliseconds kPolicyTimeout{1000};
 
-  // What the watch looks at, and what it does.
-  struct Sight {
-    std::function<bool()> isReady;                       // a connection is ready
-    std::function<Clock::time_point()> connectionBegun;  // when the module began its present connection
-    std::function<Clock::time_point()> policyChanged;    // when the policy was last replaced
-    std::function<Clock::time_point()> policyRead;       // when the module last asked for the policy
-    std::function<void()> notify;                        // has the policy applied again
+  struct Callbacks {
+    std::function<bool()> isReady;                         // whether a connection is ready
+    std::function<Clock::time_point()> connectionStarted;  // when the module started the current connection
+    std::function<Clock::time_point()> policyChanged;      // when the policy was last replaced
+    std::function<Clock::time_point()> policyRead;         // when the module last read the policy
+    std::function<void()> notify;                          // makes the module apply the policy again
   };
 
-  explicit PolicyWatch(Sight seen) : sight(std::move(seen)) {}
+  explicit PolicyWatch(Callbacks hostCallbacks) : callbacks(std::move(hostCallbacks)) {}
 
-  // Looks once; to be called several times a second.
-  void Look(Clock::time_point now);
-  // How often the module had to be told.
-  std::uint64_t Reminders() const { return reminders; }
+  // Checks once. Call it several times a second.
+  void Poll(Clock::time_point now);
+  // How often the watch notified the module.
+  std::uint64_t NotificationCount() const { return notificationCount; }
 
  private:
-  Sight sight;
-  bool waiting = false;  // a ready connection without policy was seen
-  Clock::time_point since;
-  std::uint64_t reminders = 0;
+  Callbacks callbacks;
+  bool pending = false;  // a ready connection has not read the policy yet
+  Clock::time_point pendingSince;
+  std::uint64_t notificationCount = 0;
 };
 
 }  // namespace fenlux::refhost

@@ -1,7 +1,10 @@
-// How the pieces of a host are put together, started, changed and stopped.
+// Composition, start, reload and stop of a host.
 #include "refhost/app/reference_host.h"
 
+#include <fmt/format.h>
+
 #include <boost/filesystem/operations.hpp>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 
@@ -38,12 +41,12 @@ std::shared_ptr<DriverEmulator> MakeEmulator(HostConfig& config, const std::shar
     log->Write(SeverityOf(level), "[emulator] " + line);
   };
   if (!config.emulator.scenarioFile.empty()) {
-    hooks.scenarioFinished = [log] { log->Write(Severity::kEvent, "[emulator] The scenario has ended."); };
+    hooks.scenarioFinished = [log] { log->Write(Severity::kEvent, "[emulator] scenario finished"); };
   }
   return std::make_shared<DriverEmulator>(std::move(config.emulator), std::move(config.scenario), std::move(hooks));
 }
 
-// Empty where the emulated driver is used.
+// Null if the emulated driver is used.
 std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const std::shared_ptr<LogService>& log) {
   if (settings.port != DriverPortKind::kFilterManager) return nullptr;
   return std::make_shared<FilterPort>(
@@ -87,13 +90,12 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config)
       })),
       policyWatch({
           .isReady = [this] { return Module() != nullptr && Module()->GetDriverInteract() != nullptr; },
-          .connectionBegun = [this] { return work->LastConnectionBegun(); },
+          .connectionStarted = [this] { return work->LastConnectionBegun(); },
           .policyChanged = [this] { return configuration->LastReplaced(); },
           .policyRead = [this] { return configuration->LastPolicyRead(); },
           .notify =
               [this] {
-                log->Write(Severity::kNotice,
-                           "[host] The connection has not got the policy yet: the module is told again.");
+                log->Write(Severity::kNotice, "[host] policy not read yet; notifying the module again");
                 Module()->NotifyPolicyChanged();
               },
       }) {}
@@ -101,21 +103,24 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config)
 ReferenceHost::~ReferenceHost() = default;
 
 void ReferenceHost::Start(const boost::filesystem::path& library) {
-  moduleLibrary = library;
-  if (moduleLibrary.empty()) moduleLibrary = start.moduleLibrary;
-  if (moduleLibrary.empty()) moduleLibrary = DefaultModuleLibrary();
+  boost::filesystem::path file = library.empty() ? start.moduleLibrary : library;
+  if (file.empty()) file = DefaultModuleLibrary();
+  {
+    const MutexLock lock(moduleMutex);
+    moduleLibrary = file;
+  }
   try {
-    ModuleLibrary(moduleLibrary).Init(context);
+    ModuleLibrary(file).Init(context);
   } catch (const ModuleLoadError& error) {
     throw ModuleError(error.what());
   } catch (...) {
     throw ModuleError("the module's init failed: " + CurrentExceptionText());
   }
-  if (Module() == nullptr) throw ModuleError("the module's init registered no module");
+  if (Module() == nullptr) throw ModuleError("the module's init did not register a module");
   try {
     Module()->StartWork();
   } catch (...) {
-    throw ModuleError("the module could not start its work: " + CurrentExceptionText());
+    throw ModuleError("the module failed to start its work: " + CurrentExceptionText());
   }
 }
 
@@ -124,45 +129,48 @@ void ReferenceHost::Stop() {
     try {
       module->StopWork(true);
     } catch (...) {
-      log->Write(Severity::kProblem, "[host] Stopping the module's work failed: " + CurrentExceptionText());
+      log->Write(Severity::kProblem, "[host] stopping the module's work failed: " + CurrentExceptionText());
     }
   }
-  // The module makes a new connection five seconds after each; from here on it is refused.
+  // The module reconnects after five seconds; from here on its connections are refused.
   emulator->Stop();
   if (filterPort != nullptr) filterPort->Stop();
   log->Drain(std::chrono::seconds(3));
 }
 
-void ReferenceHost::Tend() {
-  policyWatch.Look(PolicyWatch::Clock::now());
-  policyReminders.store(policyWatch.Reminders());
+void ReferenceHost::Poll() {
+  policyWatch.Poll(PolicyWatch::Clock::now());
+  policyNotifications.store(policyWatch.NotificationCount());
 }
 
 std::string ReferenceHost::Reload() {
-  const std::lock_guard lock(reloadMutex);
+  const MutexLock lock(reloadMutex);
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(configFile, errors);
   if (!errors.Empty()) {
     ++refusedReloads;
-    LogLines(Severity::kProblem,
-             "[host] The changed configuration is refused, the old one stays in force: ", errors.Text());
+    LogLines(Severity::kProblem, "[host] configuration not reloaded: ", errors.Text());
     return errors.Text();
   }
-  config.start.log.json = start.log.json;  // a matter of the command line
+  config.start.log.json = start.log.json;  // set on the command line, not in the file
   if (config.start != start) {
-    log->Write(Severity::kWarning,
-               "[host] The changed configuration differs in settings that take effect at the next start.");
+    log->Write(Severity::kWarning, "[host] some changed settings take effect only after a restart");
   }
   configuration->Replace(std::move(config.reloadable.module));
   judge->Replace(std::move(config.reloadable.rules));
   locale->Replace(std::move(config.reloadable.translations));
   ++reloads;
-  log->Write(Severity::kEvent, "[host] The changed configuration is in force.");
+  log->Write(Severity::kEvent, "[host] configuration reloaded");
   if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) module->NotifyPolicyChanged();
   return {};
 }
 
 std::shared_ptr<CFenlux> ReferenceHost::Module() const { return context->Module(); }
+
+boost::filesystem::path ReferenceHost::ModuleFile() const {
+  const MutexLock lock(moduleMutex);
+  return moduleLibrary;
+}
 
 bool ReferenceHost::ScenarioFinished() const { return emulator->ScenarioFinished(); }
 
@@ -170,49 +178,49 @@ EmulatorState ReferenceHost::DriverState() const { return emulator->State(); }
 
 SummaryFacts ReferenceHost::Facts() const {
   SummaryFacts facts;
-  facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begun);
+  facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - startTime);
   facts.totals = emulator->Totals();
   facts.driver = emulator->State();
   if (filterPort != nullptr) facts.filterPort = filterPort->Totals();
-  facts.believed = facts.driver;
+  facts.stateBeforeStop = facts.driver;
   facts.decisions = judge->Decisions();
   facts.log = log->Totals();
   facts.version = configuration->LastDriverVersion();
   facts.policyReads = configuration->PolicyReads();
-  facts.policyReminders = policyReminders.load();
+  facts.policyReminders = policyNotifications.load();
   facts.registered = records->Registered();
   return facts;
 }
 
 Report ReferenceHost::StatusReport() const {
   const SummaryFacts facts = Facts();
-  Report report;
-  report.Add("running_seconds", std::chrono::duration<double>(facts.running).count());
-  report.Add("configuration", boost::filesystem::absolute(configFile).string());
-  report.Add("reloads", reloads.load());
-  report.Add("refused_reloads", refusedReloads.load());
-  report.Add("module", moduleLibrary.string());
-  report.Add("ready", Module() != nullptr && Module()->GetDriverInteract() != nullptr);
-  report.Add("connections", facts.filterPort ? facts.filterPort->connects : facts.driver.connects);
-  report.Add("driver_version", facts.version.version);
-  report.Add("policy_reads", facts.policyReads);
-  report.Add("policy_reminders", facts.policyReminders);
+  Report report = Report::object();
+  report["running_seconds"] = RoundToTenths(std::chrono::duration<double>(facts.running).count());
+  report["configuration"] = boost::filesystem::absolute(configFile).string();
+  report["reloads"] = reloads.load();
+  report["refused_reloads"] = refusedReloads.load();
+  report["module"] = ModuleFile().string();
+  report["ready"] = Module() != nullptr && Module()->GetDriverInteract() != nullptr;
+  report["connections"] = facts.filterPort ? facts.filterPort->connects : facts.driver.connects;
+  report["driver_version"] = facts.version.version;
+  report["policy_reads"] = facts.policyReads;
+  report["policy_reminders"] = facts.policyReminders;
   std::vector<std::string> interfaces;
   for (const RegisteredInterface& entry : facts.registered) {
-    interfaces.push_back(entry.name + ", port value " + std::to_string(entry.portValue) + ", values " +
-                         std::to_string(entry.value1) + " and " + std::to_string(entry.value2));
+    interfaces.push_back(
+        fmt::format("{}, port value {}, values {} and {}", entry.name, entry.portValue, entry.value1, entry.value2));
   }
-  report.Add("registered_interfaces", std::move(interfaces));
-  report.Add("net_objects_held", net->Totals().held);
-  report.Add("delivered", facts.filterPort ? facts.filterPort->received : facts.totals.delivered);
-  report.Add("alerts", facts.log.Of(Severity::kAlert));
-  report.Add("protocol_violations", facts.driver.protocolViolations);
+  report["registered_interfaces"] = std::move(interfaces);
+  report["net_objects_held"] = net->Totals().held;
+  report["delivered"] = facts.filterPort ? facts.filterPort->received : facts.totals.delivered;
+  report["alerts"] = facts.log.Of(Severity::kAlert);
+  report["protocol_violations"] = facts.driver.protocolViolations;
   return report;
 }
 
-void ReferenceHost::LogLines(Severity severity, const std::string& title, const std::string& lines) {
+void ReferenceHost::LogLines(Severity severity, const std::string& prefix, const std::string& lines) {
   std::istringstream stream(lines);
-  for (std::string line; std::getline(stream, line);) log->Write(severity, title + line);
+  for (std::string line; std::getline(stream, line);) log->Write(severity, prefix + line);
 }
 
 }  // namespace fenlux::refhost

@@ -1,13 +1,14 @@
-// One running host: its services, its emulated driver and the module that it drives.
+// A running host: its services, its driver (emulated or real) and the module.
 #pragma once
 
 #include <atomic>
 #include <boost/filesystem/path.hpp>
 #include <chrono>
 #include <memory>
-#include <mutex>
+#include <stdexcept>
 #include <string>
 
+#include "common/mutex.h"
 #include "refhost/app/host_config.h"
 #include "refhost/app/policy_watch.h"
 #include "refhost/app/summary.h"
@@ -26,50 +27,52 @@ class LocaleService;
 class UtilityService;
 class WorkService;
 
-// A module that cannot be used, with the reason to show.
+// The module cannot be used; the text says why.
 class ModuleError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Made once in the life of a process. The module's threads are never joined, so the object stays until the process
-// ends. Operations: any thread, unless said otherwise.
+// Create one per process and keep it until the process ends: the module's threads are never joined. Any thread may call
+// any operation, except where noted.
 class ReferenceHost {
  public:
-  // Makes the services and the emulator. `file` is what Reload reads again. Throws std::runtime_error where the
-  // log or the emulator's event source cannot be opened.
+  // Creates the services and the driver. Reload reads `file`. Throws std::runtime_error if the log or the emulator's
+  // event source cannot be opened.
   ReferenceHost(boost::filesystem::path file, HostConfig config);
   ~ReferenceHost();
   ReferenceHost(const ReferenceHost&) = delete;
   ReferenceHost& operator=(const ReferenceHost&) = delete;
 
-  // Loads the module, hands it the services and has it start its work. Throws ModuleError. Once.
+  // Loads the module, passes it the services and starts its work. An empty `library` means the configured one, or the
+  // default. Call once. Throws ModuleError.
   void Start(const boost::filesystem::path& library);
-  // Stops the module's work, the emulator and the log, each for a limited time at most. Once.
+  // Stops the module's work, the driver and the log, waiting a limited time for each. Call once.
   void Stop();
 
-  // Looks after the connection's policy; to be called several times a second, on one thread.
-  void Tend();
-  // Reads the configuration file again; a bad one is logged and changes nothing, a good one replaces the policy and
-  // the other live settings and is announced to the module. Returns the errors, empty where it was taken.
+  // Ensures that the connection gets the current policy (see PolicyWatch). Call it several times a second, always on
+  // the same thread.
+  void Poll();
+  // Reloads the configuration file: replaces the policy and the other live settings and notifies the module. If the
+  // file has errors, logs them, changes nothing and returns them; otherwise returns an empty text.
   std::string Reload();
 
-  // The module; empty before Start.
+  // Null before Start.
   std::shared_ptr<CFenlux> Module() const;
   bool ScenarioFinished() const;
-  LogService& Log() { return *log; }
   EmulatorState DriverState() const;
 
   SummaryFacts Facts() const;
-  // What an operator asks first.
   Report StatusReport() const;
 
  private:
-  void LogLines(Severity severity, const std::string& title, const std::string& lines);
+  // The library that Start loads; empty before.
+  boost::filesystem::path ModuleFile() const;
+  void LogLines(Severity severity, const std::string& prefix, const std::string& lines);
 
   const boost::filesystem::path configFile;
   const StartSettings start;
-  const std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
+  const std::chrono::steady_clock::time_point startTime = std::chrono::steady_clock::now();
 
   std::shared_ptr<LogService> log;
   std::shared_ptr<LocaleService> locale;
@@ -78,16 +81,17 @@ class ReferenceHost {
   std::shared_ptr<Configuration> configuration;
   std::shared_ptr<Judge> judge;
   std::shared_ptr<DriverEmulator> emulator;
-  std::shared_ptr<FilterPort> filterPort;  // the real driver's, in place of the emulated one; empty otherwise
+  std::shared_ptr<FilterPort> filterPort;  // the real driver's; null if the emulated one is used
   std::shared_ptr<WorkService> work;
   std::shared_ptr<HostContext> context;
 
   PolicyWatch policyWatch;
-  std::atomic<std::uint64_t> policyReminders{0};
-  std::mutex reloadMutex;  // one reload at a time
+  std::atomic<std::uint64_t> policyNotifications{0};
+  Mutex reloadMutex;  // one reload at a time; nothing is guarded by it alone
   std::atomic<std::uint64_t> reloads{0};
   std::atomic<std::uint64_t> refusedReloads{0};
-  boost::filesystem::path moduleLibrary;
+  mutable Mutex moduleMutex;
+  boost::filesystem::path moduleLibrary FENLUX_GUARDED_BY(moduleMutex);
 };
 
 }  // namespace fenlux::refhost

@@ -1,6 +1,9 @@
-// From the counts to the reports, group by group in the order in which they are shown.
+// Builds the reports group by group, in the order in which they are shown.
 #include "refhost/app/summary.h"
 
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 
@@ -10,93 +13,95 @@ namespace fenlux::refhost {
 namespace {
 
 Report CountsReport(const std::map<std::uint32_t, std::uint64_t>& counts) {
-  Report report;
-  for (const auto& [name, count] : counts) report.Add(std::to_string(name), count);
+  Report report = Report::object();
+  for (const auto& [name, count] : counts) report[std::to_string(name)] = count;
   return report;
 }
 
-double Microseconds(std::chrono::nanoseconds time) { return std::chrono::duration<double, std::micro>(time).count(); }
+double Seconds(std::chrono::milliseconds time) { return RoundToTenths(std::chrono::duration<double>(time).count()); }
+
+double Microseconds(std::chrono::nanoseconds time) {
+  return RoundToTenths(std::chrono::duration<double, std::micro>(time).count());
+}
 
 std::string SumText(const EmulatorTotals& totals) {
-  std::string text = std::to_string(totals.delivered) + " = " + std::to_string(totals.answered) + " + " +
-                     std::to_string(totals.unansweredByDesign) + " + " + std::to_string(totals.late) + " + " +
-                     std::to_string(totals.lost);
-  if (totals.inFlight > 0) text += " + " + std::to_string(totals.inFlight) + " in flight";
-  return text;
+  const std::string sum = fmt::format("{} = {} + {} + {} + {}", totals.delivered, totals.answered,
+                                      totals.unansweredByDesign, totals.late, totals.lost);
+  return totals.inFlight == 0 ? sum : fmt::format("{} + {} in flight", sum, totals.inFlight);
 }
 
 Report NotificationsReport(const EmulatorTotals& totals) {
-  Report report;
-  report.Add("delivered", totals.delivered);
-  report.Add("answered", totals.answered);
-  report.Add("unanswered_by_design", totals.unansweredByDesign);
-  report.Add("late", totals.late);
-  report.Add("lost", totals.lost);
-  report.Add("in_flight", totals.inFlight);
-  report.Add("sum", SumText(totals));
-  report.Add("adds_up", totals.AddsUp());
+  Report report = Report::object();
+  report["delivered"] = totals.delivered;
+  report["answered"] = totals.answered;
+  report["unanswered_by_design"] = totals.unansweredByDesign;
+  report["late"] = totals.late;
+  report["lost"] = totals.lost;
+  report["in_flight"] = totals.inFlight;
+  report["sum"] = SumText(totals);
+  report["adds_up"] = totals.AddsUp();
   return report;
 }
 
-// A real driver keeps what else there is to count to itself.
+// What the port client counts. A real driver does not show its own counts.
 Report DriverPortReport(const FilterPortTotals& totals) {
-  Report report;
-  report.Add("requests", totals.requests);
-  report.Add("failed_requests", totals.failedRequests);
-  report.Add("received", totals.received);
-  report.Add("answered", totals.answered);
-  report.Add("no_answer_due", totals.noAnswerDue);
-  report.Add("answered_instead", totals.answeredInstead);
-  report.Add("late", totals.late);
-  report.Add("lost", totals.lost);
-  report.Add("in_flight", totals.inFlight);
-  report.Add("adds_up", totals.AddsUp());
+  Report report = Report::object();
+  report["requests"] = totals.requests;
+  report["failed_requests"] = totals.failedRequests;
+  report["received"] = totals.received;
+  report["answered"] = totals.answered;
+  report["no_answer_due"] = totals.noAnswerDue;
+  report["answered_instead"] = totals.answeredInstead;
+  report["late"] = totals.late;
+  report["lost"] = totals.lost;
+  report["in_flight"] = totals.inFlight;
+  report["adds_up"] = totals.AddsUp();
   return report;
 }
 
 Report DecisionsReport(const std::array<std::uint64_t, kMostDecision + 1>& decisions) {
-  Report report;
+  Report report = Report::object();
   for (std::size_t decision = kLeastDecision; decision < decisions.size(); ++decision) {
-    if (decisions[decision] > 0) report.Add(std::to_string(decision), decisions[decision]);
+    if (decisions[decision] > 0) report[std::to_string(decision)] = decisions[decision];
   }
   return report;
 }
 
 Report UnjudgedReport(const EmulatorTotals& totals) {
-  Report report;
+  Report report = Report::object();
   for (std::size_t index = 0; index < kUnjudgedCauses; ++index) {
     if (totals.unjudged[index] == 0) continue;
-    report.Add(std::string(UnjudgedCauseName(static_cast<UnjudgedCause>(index))), totals.unjudged[index]);
+    report[std::string(UnjudgedCauseName(static_cast<UnjudgedCause>(index)))] = totals.unjudged[index];
   }
   return report;
 }
 
 Report LatencyReport(const LatencySummary& latency) {
-  Report report;
-  report.Add("count", latency.count);
-  report.Add("p50_us", Microseconds(latency.p50));
-  report.Add("p95_us", Microseconds(latency.p95));
-  report.Add("p99_us", Microseconds(latency.p99));
-  report.Add("max_us", Microseconds(latency.max));
+  Report report = Report::object();
+  report["count"] = latency.count;
+  report["p50_us"] = Microseconds(latency.p50);
+  report["p95_us"] = Microseconds(latency.p95);
+  report["p99_us"] = Microseconds(latency.p99);
+  report["max_us"] = Microseconds(latency.max);
   return report;
 }
 
 Report LogReport(const LogTotals& log) {
-  Report report;
-  report.Add("alerts", log.Of(Severity::kAlert));
-  report.Add("problems", log.Of(Severity::kProblem));
-  report.Add("warnings", log.Of(Severity::kWarning));
-  report.Add("notices", log.Of(Severity::kNotice));
-  report.Add("events", log.Of(Severity::kEvent));
-  report.Add("details", log.Of(Severity::kDetail));
-  report.Add("lines_written", log.written);
-  report.Add("lines_dropped", log.dropped);
+  Report report = Report::object();
+  report["alerts"] = log.Of(Severity::kAlert);
+  report["problems"] = log.Of(Severity::kProblem);
+  report["warnings"] = log.Of(Severity::kWarning);
+  report["notices"] = log.Of(Severity::kNotice);
+  report["events"] = log.Of(Severity::kEvent);
+  report["details"] = log.Of(Severity::kDetail);
+  report["lines_written"] = log.written;
+  report["lines_dropped"] = log.dropped;
   return report;
 }
 
 template <typename Value>
-void AddIfTold(Report& report, const char* name, const std::optional<Value>& value) {
-  if (value) report.Add(name, *value);
+void AddIfSet(Report& report, const char* name, const std::optional<Value>& value) {
+  if (value) report[name] = *value;
 }
 
 std::vector<std::string> Paths(const std::vector<MonitoredObject>& objects) {
@@ -106,34 +111,34 @@ std::vector<std::string> Paths(const std::vector<MonitoredObject>& objects) {
 }
 
 Report MonitoredReport(const MonitoredSet& monitored) {
-  Report report;
-  report.Add("commits", monitored.commits);
-  report.Add("committed", Paths(monitored.committed));
-  report.Add("pending", Paths(monitored.pending));
+  Report report = Report::object();
+  report["commits"] = monitored.commits;
+  report["committed"] = Paths(monitored.committed);
+  report["pending"] = Paths(monitored.pending);
   return report;
 }
 
 std::vector<std::string> ItemTexts(const NetControlItems& items) {
   std::vector<std::string> texts;
   for (const NetControlItem& item : items) {
-    texts.push_back(HexText(item.opaque) + " " + std::to_string(item.value));
+    texts.push_back(fmt::format("{} {}", HexText(item.opaque), item.value));
   }
   return texts;
 }
 
-// How much the driver was told; DriverReport has all of it.
-Report BelievedReport(const EmulatorState& driver) {
-  Report report;
+// The sizes of what the driver was told; DriverReport shows the contents.
+Report DriverSizesReport(const EmulatorState& driver) {
+  Report report = Report::object();
   for (std::size_t index = 0; index < driver.monitored.size(); ++index) {
-    report.Add("monitored_type" + std::to_string(index + 1), driver.monitored[index].committed.size());
+    report[fmt::format("monitored_type{}", index + 1)] = driver.monitored[index].committed.size();
   }
-  report.Add("net_control_mode", driver.netControlMode);
+  report["net_control_mode"] = driver.netControlMode;
   for (std::size_t index = 0; index < driver.netControlItems.size(); ++index) {
-    report.Add("net_control_list" + std::to_string(index + 1), driver.netControlItems[index].size());
+    report[fmt::format("net_control_list{}", index + 1)] = driver.netControlItems[index].size();
   }
-  report.Add("system_processes", driver.systemProcesses.size());
-  report.Add("config_block_bytes", driver.configBlock ? driver.configBlock->size() : 0);
-  report.Add("dumps", driver.dumps);
+  report["system_processes"] = driver.systemProcesses.size();
+  report["config_block_bytes"] = driver.configBlock ? driver.configBlock->size() : 0;
+  report["dumps"] = driver.dumps;
   return report;
 }
 
@@ -145,85 +150,85 @@ bool IsFine(const SummaryFacts& facts) {
 }
 
 Report SummaryReport(const SummaryFacts& facts) {
-  Report report;
-  report.Add("fine", IsFine(facts));
-  report.Add("running_seconds", std::chrono::duration<double>(facts.running).count());
+  Report report = Report::object();
+  report["fine"] = IsFine(facts);
+  report["running_seconds"] = Seconds(facts.running);
 
-  Report connections;
+  Report connections = Report::object();
   if (facts.filterPort) {
-    connections.Add("opened", facts.filterPort->connects);
-    connections.Add("refused", facts.filterPort->refusedConnects);
+    connections["opened"] = facts.filterPort->connects;
+    connections["refused"] = facts.filterPort->refusedConnects;
   } else {
-    connections.Add("opened", facts.driver.connects);
-    connections.Add("refused", facts.driver.refusedConnects);
-    connections.Add("connected", facts.driver.connected);
+    connections["opened"] = facts.driver.connects;
+    connections["refused"] = facts.driver.refusedConnects;
+    connections["connected"] = facts.driver.connected;
   }
-  connections.Add("version_reports", facts.version.reports);
-  connections.Add("driver_version", facts.version.version);
-  connections.Add("policy_reads", facts.policyReads);
-  connections.Add("policy_reminders", facts.policyReminders);
-  connections.Add("registered_interfaces", facts.registered.size());
-  report.Add("connections", std::move(connections));
+  connections["version_reports"] = facts.version.reports;
+  connections["driver_version"] = facts.version.version;
+  connections["policy_reads"] = facts.policyReads;
+  connections["policy_reminders"] = facts.policyReminders;
+  connections["registered_interfaces"] = facts.registered.size();
+  report["connections"] = std::move(connections);
 
   if (facts.filterPort) {
-    report.Add("driver_port", DriverPortReport(*facts.filterPort));
-    report.Add("decisions", DecisionsReport(facts.decisions));
+    report["driver_port"] = DriverPortReport(*facts.filterPort);
+    report["decisions"] = DecisionsReport(facts.decisions);
   } else {
-    report.Add("driver_was_told", BelievedReport(facts.believed));
-    report.Add("notifications", NotificationsReport(facts.totals));
-    report.Add("codes", CountsReport(facts.totals.byCode));
-    report.Add("decisions", DecisionsReport(facts.decisions));
-    report.Add("verdicts", CountsReport(facts.totals.byVerdict));
-    report.Add("unjudged", UnjudgedReport(facts.totals));
-    report.Add("latency", LatencyReport(facts.totals.latency));
+    report["driver_was_told"] = DriverSizesReport(facts.stateBeforeStop);
+    report["notifications"] = NotificationsReport(facts.totals);
+    report["codes"] = CountsReport(facts.totals.byCode);
+    report["decisions"] = DecisionsReport(facts.decisions);
+    report["verdicts"] = CountsReport(facts.totals.byVerdict);
+    report["unjudged"] = UnjudgedReport(facts.totals);
+    report["latency"] = LatencyReport(facts.totals.latency);
   }
   if (facts.totals.kernelEvents > 0) {
-    Report kernel;
-    kernel.Add("events", facts.totals.kernelEvents);
-    kernel.Add("allowed", facts.totals.kernelAllowed);
-    kernel.Add("refused", facts.totals.kernelRefused);
-    report.Add("kernel", std::move(kernel));
+    Report kernel = Report::object();
+    kernel["events"] = facts.totals.kernelEvents;
+    kernel["allowed"] = facts.totals.kernelAllowed;
+    kernel["refused"] = facts.totals.kernelRefused;
+    report["kernel"] = std::move(kernel);
   }
-  report.Add("log", LogReport(facts.log));
-  report.Add("protocol_violations", facts.driver.protocolViolations);
-  if (!facts.driver.violationTexts.empty()) report.Add("violations", facts.driver.violationTexts);
+  report["log"] = LogReport(facts.log);
+  report["protocol_violations"] = facts.driver.protocolViolations;
+  if (!facts.driver.violationTexts.empty()) report["violations"] = facts.driver.violationTexts;
   return report;
 }
 
 Report DriverReport(const EmulatorState& driver) {
-  Report report;
-  report.Add("connected", driver.connected);
-  report.Add("connects", driver.connects);
-  report.Add("refused_connects", driver.refusedConnects);
-  report.Add("client_type", driver.clientType);
-  report.Add("port_value", driver.portValue);
-  report.Add("requests", CountsReport(driver.requests));
+  Report report = Report::object();
+  report["connected"] = driver.connected;
+  report["connects"] = driver.connects;
+  report["refused_connects"] = driver.refusedConnects;
+  report["client_type"] = driver.clientType;
+  report["port_value"] = driver.portValue;
+  report["requests"] = CountsReport(driver.requests);
   for (std::size_t index = 0; index < driver.monitored.size(); ++index) {
-    report.Add("monitored_type" + std::to_string(index + 1), MonitoredReport(driver.monitored[index]));
+    report[fmt::format("monitored_type{}", index + 1)] = MonitoredReport(driver.monitored[index]);
   }
-  report.Add("net_control_mode", driver.netControlMode);
+  report["net_control_mode"] = driver.netControlMode;
   for (std::size_t index = 0; index < driver.netControlItems.size(); ++index) {
-    report.Add("net_control_list" + std::to_string(index + 1), ItemTexts(driver.netControlItems[index]));
+    report[fmt::format("net_control_list{}", index + 1)] = ItemTexts(driver.netControlItems[index]);
   }
-  AddIfTold(report, "grpm_switch", driver.grpmSwitch);
-  AddIfTold(report, "grsp_switch", driver.grspSwitch);
-  AddIfTold(report, "grdto_value", driver.grdtoValue);
-  AddIfTold(report, "grhara_off", driver.grharaOff);
+  AddIfSet(report, "grpm_switch", driver.grpmSwitch);
+  AddIfSet(report, "grsp_switch", driver.grspSwitch);
+  AddIfSet(report, "grdto_value", driver.grdtoValue);
+  AddIfSet(report, "grhara_off", driver.grharaOff);
   if (driver.spspSwitches) {
-    Report spsp;
+    Report spsp = Report::object();
     for (std::size_t index = 0; index < driver.spspSwitches->size(); ++index) {
-      spsp.Add("switch" + std::to_string(index + 1), (*driver.spspSwitches)[index]);
+      spsp[fmt::format("switch{}", index + 1)] = (*driver.spspSwitches)[index];
     }
-    report.Add("spsp_switches", std::move(spsp));
+    report["spsp_switches"] = std::move(spsp);
   }
-  Report processes;
-  for (const auto& [kind, processId] : driver.systemProcesses) processes.Add(std::to_string(kind), processId);
-  report.Add("system_processes", std::move(processes));
-  if (driver.configBlock) report.Add("config_block", HexText(*driver.configBlock));
-  report.Add("dumps", driver.dumps);
-  report.Add("versions_asked", driver.versionsAsked);
-  report.Add("protocol_violations", driver.protocolViolations);
-  report.Add("violations", driver.violationTexts);
+  Report processes = Report::object();
+  for (const auto& [kind, processId] : driver.systemProcesses) processes[std::to_string(kind)] = processId;
+  report["system_processes"] = std::move(processes);
+  if (driver.configBlock) report["config_block"] = HexText(*driver.configBlock);
+  report["dumps"] = driver.dumps;
+  report["versions_asked"] = driver.versionsAsked;
+  report["protocol_violations"] = driver.protocolViolations;
+  report["violations"] = driver.violationTexts;
   return report;
 }
 

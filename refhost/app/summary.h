@@ -1,4 +1,4 @@
-// The host's reports: what happened so far, and what the driver believes.
+// The host's reports: its counts so far, and the driver's state.
 #pragma once
 
 #include <array>
@@ -18,13 +18,13 @@
 
 namespace fenlux::refhost {
 
-// Everything that a summary is made of.
+// Everything a summary shows.
 struct SummaryFacts {
   std::chrono::milliseconds running{0};
   EmulatorTotals totals;
   EmulatorState driver;
-  std::optional<FilterPortTotals> filterPort;  // of a real driver; then the emulated one stood idle
-  EmulatorState believed;                      // what the driver was told, as it stood before the host began to stop
+  std::optional<FilterPortTotals> filterPort;  // if a real driver is used; the emulated one is idle then
+  EmulatorState stateBeforeStop;               // what the driver had been told before the host began to stop
   std::array<std::uint64_t, kMostDecision + 1> decisions{};
   LogTotals log;
   DriverVersionReport version;
@@ -33,11 +33,11 @@ struct SummaryFacts {
   std::vector<RegisteredInterface> registered;
 };
 
-// Whether the driver was served as its protocol demands, and every notification is accounted for.
+// Whether the driver saw no protocol violation and every notification is accounted for.
 bool IsFine(const SummaryFacts& facts);
 
 Report SummaryReport(const SummaryFacts& facts);
-// What the driver was told over the present connection.
+// What the driver was told over the current connection.
 Report DriverReport(const EmulatorState& driver);
 
 }  // namespace fenlux::refhost

@@ -1,9 +1,12 @@
-// Rendering of the tree, and nothing of what it holds.
+// The two forms of a report.
 #include "refhost/base/report.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
+#include <boost/algorithm/string/replace.hpp>
 #include <charconv>
+#include <nlohmann/json.hpp>
 
 #include "refhost/base/text/utf_text.h"
 
@@ -12,122 +15,65 @@ namespace {
 
 constexpr std::size_t kIndent = 2;
 
-template <typename... Cases>
-struct Overloaded : Cases... {
-  using Cases::operator()...;
-};
-template <typename... Cases>
-Overloaded(Cases...) -> Overloaded<Cases...>;
+// One decimal, in any locale.
+std::string DecimalText(double value) { return fmt::format("{:.1f}", value); }
 
-// One decimal, whatever the process's locale.
-std::string DecimalText(double value) {
-  std::array<char, 64> digits{};
-  const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, 1);
-  return result.ec == std::errc() ? std::string(digits.data(), result.ptr) : "0.0";
+std::string ValueText(const Report& value) {
+  if (value.is_string()) {
+    const auto& text = value.get_ref<const std::string&>();
+    return text.empty() ? "-" : Printable(text);
+  }
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+  if (value.is_number_float()) return DecimalText(value.get<double>());
+  if (value.is_structured() && value.empty()) return "none";
+  return value.is_structured() ? std::string() : value.dump();
 }
 
-void AppendTextLine(std::string& out, std::size_t indent, const std::string& name, std::size_t width,
-                    const std::string& value) {
-  out.append(indent, ' ');
-  out += name;
-  if (!value.empty()) {
-    out.append(std::max(width, name.size()) - name.size() + kIndent, ' ');
-    out += value;
+void AppendLine(std::string& out, std::size_t indent, const std::string& name, std::size_t width,
+                const std::string& value) {
+  if (value.empty()) {
+    out += fmt::format("{:{}}{}\n", "", indent, name);
+  } else {
+    out += fmt::format("{:{}}{:<{}}{:{}}{}\n", "", indent, name, width, "", kIndent, value);
   }
-  out += '\n';
+}
+
+void AppendReport(std::string& out, const Report& report, std::size_t indent) {
+  std::size_t width = 0;
+  for (const auto& [name, value] : report.items()) {
+    if (!value.is_object()) width = std::max(width, name.size());
+  }
+  for (const auto& [name, value] : report.items()) {
+    AppendLine(out, indent, name, width, ValueText(value));
+    if (value.is_object()) AppendReport(out, value, indent + kIndent);
+    if (!value.is_array()) continue;
+    for (const Report& text : value) {
+      AppendLine(out, indent + kIndent, Printable(text.get_ref<const std::string&>()), 0, "");
+    }
+  }
 }
 
 }  // namespace
 
-std::string JsonString(std::string_view text) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  // Wide text and back: what is invalid is replaced.
-  const std::string valid = NarrowFromWide(WideFromNarrow(text));
-  std::string json = "\"";
-  for (const char character : valid) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (character == '"' || character == '\\') {
-      json += '\\';
-      json += character;
-    } else if (byte < 0x20 || byte == 0x7F) {
-      json += "\\u00";
-      json += kDigits[byte >> 4];
-      json += kDigits[byte & 0xF];
-    } else {
-      json += character;
-    }
-  }
-  return json += '"';
-}
-
-std::string Report::Json() const {
-  std::string json;
-  AppendJson(json);
-  return json;
-}
-
-std::string Report::Text() const {
-  std::string text;
-  AppendText(text, 0);
+std::string JsonText(const Report& json) {
+  std::string text = json.dump(-1, ' ', false, Report::error_handler_t::replace);
+  // The library escapes the other control characters. This one occurs only in strings.
+  boost::replace_all(text, "\x7F", "\\u007f");
   return text;
 }
 
-void Report::AppendJson(std::string& out) const {
-  out += '{';
-  bool first = true;
-  for (const auto& [name, value] : entries) {
-    if (!first) out += ',';
-    first = false;
-    out += JsonString(name) + ":";
-    std::visit(Overloaded{
-                   [&](const std::string& text) { out += JsonString(text); },
-                   [&](bool flag) { out += flag ? "true" : "false"; },
-                   [&](double number) { out += DecimalText(number); },
-                   [&](std::uint64_t number) { out += std::to_string(number); },
-                   [&](const std::vector<std::string>& texts) {
-                     out += '[';
-                     for (std::size_t index = 0; index < texts.size(); ++index) {
-                       if (index > 0) out += ',';
-                       out += JsonString(texts[index]);
-                     }
-                     out += ']';
-                   },
-                   [&](const std::vector<Report>& inner) { inner.front().AppendJson(out); },
-               },
-               value);
-  }
-  out += '}';
+std::string AlignedText(const Report& report) {
+  std::string text;
+  AppendReport(text, report, 0);
+  return text;
 }
 
-void Report::AppendText(std::string& out, std::size_t indent) const {
-  std::size_t width = 0;
-  for (const auto& [name, value] : entries) {
-    if (!std::holds_alternative<std::vector<Report>>(value)) width = std::max(width, name.size());
-  }
-  for (const auto& [name, value] : entries) {
-    const auto line = [&, &name = name](const std::string& text) { AppendTextLine(out, indent, name, width, text); };
-    std::visit(Overloaded{
-                   [&](const std::string& text) { line(text.empty() ? "-" : Printable(text)); },
-                   [&](bool flag) { line(flag ? "yes" : "no"); },
-                   [&](double number) { line(DecimalText(number)); },
-                   [&](std::uint64_t number) { line(std::to_string(number)); },
-                   [&](const std::vector<std::string>& texts) {
-                     line(texts.empty() ? "none" : "");
-                     for (const std::string& text : texts) {
-                       AppendTextLine(out, indent + kIndent, Printable(text), 0, "");
-                     }
-                   },
-                   [&](const std::vector<Report>& inner) {
-                     if (inner.front().Empty()) {
-                       line("none");
-                     } else {
-                       line("");
-                       inner.front().AppendText(out, indent + kIndent);
-                     }
-                   },
-               },
-               value);
-  }
+double RoundToTenths(double value) {
+  // The number nearest to the decimal text: written with as few digits as identify it, it reads as that text again.
+  double rounded = 0;
+  const std::string text = DecimalText(value);
+  std::from_chars(text.data(), text.data() + text.size(), rounded);
+  return rounded;
 }
 
 }  // namespace fenlux::refhost

@@ -6,7 +6,7 @@
 namespace fenlux::testing {
 namespace {
 
-TEST(Check, TakesTheExamples) {
+TEST(Check, AcceptsTheExamples) {
   Scene scene;
   for (const char* file : {"/scripted.toml", "/scenario-all-codes.toml"}) {
     const Outcome outcome = scene.Run({"check", FENLUX_EXAMPLES + std::string(file)});
@@ -19,7 +19,7 @@ TEST(Check, TakesTheExamples) {
   EXPECT_EQ(kernel.code, 0) << kernel.err;
 }
 
-TEST(Check, TellsEveryErrorWithFileLineColumnKeyAndReason) {
+TEST(Check, ReportsEveryErrorWithFileLineColumnKeyAndReason) {
   const Scene scene;
   const std::string scenario = scene.Write("s.toml", "[[steps]]\nnotify = 4098\ncount = 0\n");
   const std::string file = scene.Write("h.toml",
@@ -41,7 +41,7 @@ TEST(Check, TellsEveryErrorWithFileLineColumnKeyAndReason) {
                              ":3:9: steps[0].count: must be from 1 to 4294967295, not 0\n");
 }
 
-TEST(Check, TellsASyntaxErrorAndAMissingFile) {
+TEST(Check, ReportsASyntaxErrorAndAMissingFile) {
   const Scene scene;
   const std::string file = scene.Write("h.toml", "[module\n");
   const Outcome syntax = scene.Run({"check", file});
@@ -74,7 +74,7 @@ TEST(CommandLine, EveryCommandHasHelp) {
   }
 }
 
-TEST(CommandLine, BadUsageEndsWithTwo) {
+TEST(CommandLine, BadUsageExitsWithTwo) {
   const Scene scene;
   const std::vector<Arguments> commands = {{},
                                            {"walk"},

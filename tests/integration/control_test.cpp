@@ -1,4 +1,4 @@
-// `fenlux-host ctl`: every operation on a running host, and the module's own words where it refuses one.
+// `fenlux-host ctl`: every operation on a running host, and the module's own message if it refuses one.
 #include <gtest/gtest.h>
 
 #include "tests/integration/host_process.h"
@@ -14,7 +14,7 @@ class Control : public ::testing::Test {
         "[spsp]\nflag1 = 1\nflag2 = 2\nflag3 = 3\nflag4 = 4\n");
     host = std::make_unique<HostProcess>(scene, RunArguments(scene));
     ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
-    // The policy worker has done its part, so what the driver believes changes by operations only.
+    // Once the policy worker is done, only operations change the driver's state.
     ASSERT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
   }
 
@@ -24,7 +24,7 @@ class Control : public ::testing::Test {
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     return outcome.out;
   }
-  // What was said on refusing.
+  // Returns the reason for the refusal.
   std::string Refused(const Arguments& arguments) {
     const Outcome outcome = scene.Control(arguments);
     EXPECT_EQ(outcome.code, 1) << outcome.out;
@@ -35,7 +35,7 @@ class Control : public ::testing::Test {
   std::unique_ptr<HostProcess> host;
 };
 
-TEST_F(Control, ShowsTheStatusForPeopleAndForPrograms) {
+TEST_F(Control, ShowsTheStatusAsTextAndAsJson) {
   EXPECT_TRUE(Contains(Done({"status"}), "\nready                  yes\n"));
   EXPECT_TRUE(Contains(Done({"status"}), "  KDIB, port value 7, values 8 and 9\n"));
   const std::string json = scene.ControlJson({"status"});
@@ -55,7 +55,7 @@ TEST_F(Control, AsksForVersionPortValueAndFeatures) {
   EXPECT_EQ(JsonValue(features, "implementation_code"), "7");
 }
 
-TEST_F(Control, SetsTheSwitchesInTheirSenses) {
+TEST_F(Control, SetsTheSwitches) {
   EXPECT_EQ(Done({"grsp", "1"}), "returned  1\n");
   EXPECT_EQ(Driver("grsp_switch"), "false");
   EXPECT_EQ(Done({"grsp", "3"}), "returned  3\n");
@@ -77,7 +77,7 @@ TEST_F(Control, SetsTheSwitchesInTheirSenses) {
   EXPECT_NE(Driver("spsp_switches.switch2"), "0");
 }
 
-TEST_F(Control, RepeatsTheModulesOwnMessageWhereItRefuses) {
+TEST_F(Control, RepeatsTheMessageOfARefusal) {
   EXPECT_EQ(Refused({"grsp", "2"}), "[wdi,granra]Not supported-1.\n");
   EXPECT_EQ(Refused({"grsp", "4"}), "[wdi,granra]Not supported-2.\n");
   EXPECT_EQ(Refused({"grsp", "1", "--not-implemented"}), "[wdi,grsp]Not implemented.\n");
@@ -96,12 +96,10 @@ TEST_F(Control, RepeatsTheModulesOwnMessageWhereItRefuses) {
   EXPECT_EQ(Driver("grpm_switch"), "(none)");
 }
 
-TEST_F(Control, RefusesNumbersThatAreNone) {
-  EXPECT_EQ(Refused({"grsp", "x"}), "mode must be a whole number from 0 to 4294967295, not \"x\"\n");
-  EXPECT_EQ(Refused({"grdto", "4294967296"}),
-            "value must be a whole number from 0 to 4294967295, not \"4294967296\"\n");
-  EXPECT_EQ(Refused({"monitor", "send", "2x"}),
-            "type must be a whole number from -2147483648 to 2147483647, not \"2x\"\n");
+TEST_F(Control, RefusesMalformedNumbers) {
+  EXPECT_EQ(Refused({"grsp", "x"}), "mode must be an integer from 0 to 4294967295, not \"x\"\n");
+  EXPECT_EQ(Refused({"grdto", "4294967296"}), "value must be an integer from 0 to 4294967295, not \"4294967296\"\n");
+  EXPECT_EQ(Refused({"monitor", "send", "2x"}), "type must be an integer from -2147483648 to 2147483647, not \"2x\"\n");
 }
 
 TEST_F(Control, QueuesSendsAndClearsMonitorObjects) {
@@ -140,7 +138,7 @@ TEST_F(Control, LoadsNetworkControlItemsFromAFileAndChangesTheMode) {
   EXPECT_EQ(Driver("net_control_mode"), "3");
 }
 
-TEST_F(Control, TellsWhatIsWrongWithAFileOfItemsAndSendsNothing) {
+TEST_F(Control, ReportsErrorsInAFileOfItemsAndSendsNothing) {
   const std::string file = scene.Write("items.toml", "[[items]]\nopaque = 'zz'\n");
   const Outcome outcome = scene.Control({"net-control", "apply", file});
   EXPECT_EQ(outcome.code, 2);
@@ -160,12 +158,12 @@ TEST_F(Control, RegistersSystemProcessesAndSendsTheConfiguration) {
   EXPECT_EQ(Done({"interface", "kernel-data", "5"}), "done\n");
 }
 
-TEST_F(Control, AStopEndsTheConnectionAndTheModuleComesBack) {
+TEST_F(Control, TheModuleReconnectsAfterAStop) {
   EXPECT_EQ(Done({"monitor", "add", "2", "/a"}), "queued  yes\n");
   EXPECT_EQ(Done({"monitor", "send", "2"}), "done\n");
   EXPECT_EQ(Done({"stop", "--clear"}), "done\n");
   EXPECT_EQ(Driver("monitored_type2.committed"), "[]");
-  EXPECT_EQ(Refused({"version"}), "no connection with the driver is ready; the module tries again every 5 seconds\n");
+  EXPECT_EQ(Refused({"version"}), "no driver connection is ready; the module retries every 5 seconds\n");
   EXPECT_EQ(Refused({"port-value"}), "DCI,Driver Interact NOT ready.\n");
   EXPECT_EQ(JsonValue(scene.ControlJson({"status"}), "registered_interfaces"), "[]");
   EXPECT_TRUE(host->WaitForError("Driver Interact Ready.", 2));
@@ -175,15 +173,15 @@ TEST_F(Control, AStopEndsTheConnectionAndTheModuleComesBack) {
   EXPECT_EQ(host->Stop().code, 0);
 }
 
-TEST(ControlWithoutAHost, SaysSoAndEndsWithThree) {
+TEST(ControlWithoutAHost, ExitsWithThree) {
   const Scene scene;
   const Outcome outcome = scene.Control({"status"});
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_EQ(outcome.err, "fenlux-host: no host can be reached on the control socket " + scene.Path().string() +
+  EXPECT_EQ(outcome.err, "fenlux-host: no host reachable on the control socket " + scene.Path().string() +
                              "/control/host.sock: No such file or directory\n");
 }
 
-TEST(ControlPlace, IsTheUsersOwnWhereTheConfigurationNamesNone) {
+TEST(ControlSocket, IsTheUsersDefaultUnlessConfigured) {
   const Scene scene;
   scene.Write("host.toml", "");
   HostProcess host(scene, RunArguments(scene));
@@ -193,7 +191,7 @@ TEST(ControlPlace, IsTheUsersOwnWhereTheConfigurationNamesNone) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(ControlPlace, ASecondHostOnTheSamePlaceIsRefused) {
+TEST(ControlSocket, CannotBeSharedByTwoHosts) {
   const Scene scene;
   scene.WriteHost("");
   HostProcess host(scene, RunArguments(scene));
@@ -205,7 +203,33 @@ TEST(ControlPlace, ASecondHostOnTheSamePlaceIsRefused) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(ControlWithoutADriver, ARefusingDriverLeavesTheHostUsable) {
+TEST(ControlSocket, OnTheCommandLineOverridesTheConfiguration) {
+  const Scene scene;
+  scene.WriteHost("");
+  HostProcess first(scene, RunArguments(scene));
+  ASSERT_TRUE(first.WaitForError("Driver Interact Ready."));
+  const std::string socket = (scene.Path() / "other/host.sock").string();
+  HostProcess second(scene, RunArguments(scene, {"--socket", socket}));
+  ASSERT_TRUE(second.WaitForError("Driver Interact Ready."));
+  EXPECT_EQ(scene.Run({"ctl", "--socket", socket, "monitor", "add", "1", "/a"}).code, 0);
+  EXPECT_EQ(scene.Run({"ctl", "--socket", socket, "monitor", "send", "1"}).code, 0);
+  const Outcome other = scene.Run({"ctl", "--socket", socket, "--json", "driver"});
+  EXPECT_EQ(JsonValue(other.out, "monitored_type1.committed"), R"(["/a"])");
+  EXPECT_EQ(JsonValue(scene.ControlJson({"driver"}), "monitored_type1.committed"), "[]");
+  EXPECT_EQ(first.Stop().code, 0);
+  EXPECT_EQ(second.Stop().code, 0);
+}
+
+TEST(ControlSocket, OnTheCommandLineConflictsWithADisabledChannel) {
+  const Scene scene;
+  scene.Write("host.toml", "[control]\nenabled = false\n");
+  const Outcome outcome =
+      scene.Run(RunArguments(scene, {"--socket", (scene.Path() / "host.sock").string(), "--duration", "5"}));
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.err, "fenlux-host: --socket conflicts with [control] enabled = false\n");
+}
+
+TEST(ControlWithoutADriver, TheHostStaysUsable) {
   const Scene scene;
   scene.WriteHost("[emulator.faults]\nrefuse_connects = 1000\n");
   HostProcess host(scene, RunArguments(scene));

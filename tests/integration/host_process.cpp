@@ -1,9 +1,6 @@
-// Processes are polled, never waited for without a limit.
+// Child processes are polled, so that every wait has a timeout.
 #include "tests/integration/host_process.h"
 
-#include <Poco/JSON/Object.h>
-#include <Poco/JSON/Parser.h>
-#include <Poco/JSON/Stringifier.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -15,7 +12,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <fstream>
 #include <iterator>
-#include <sstream>
+#include <nlohmann/json.hpp>
 
 extern char** environ;
 
@@ -104,8 +101,8 @@ HostProcess::HostProcess(const Scene& scene, const std::string& program, const A
   const std::string number = std::to_string(++count);
   out = scene.Path() / ("process-" + number + ".out");
   err = scene.Path() / ("process-" + number + ".err");
-  std::vector<std::string> words{program};
-  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> commandLine{program};
+  commandLine.insert(commandLine.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = Environment(scene.Variables());
   posix_spawn_file_actions_t files;
   ::posix_spawn_file_actions_init(&files);
@@ -113,12 +110,12 @@ HostProcess::HostProcess(const Scene& scene, const std::string& program, const A
   ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out.c_str(), flags, 0600);
   ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err.c_str(), flags, 0600);
-  const int result =
-      ::posix_spawnp(&process, program.c_str(), &files, nullptr, Pointers(words).data(), Pointers(variables).data());
+  const int result = ::posix_spawnp(&process, program.c_str(), &files, nullptr, Pointers(commandLine).data(),
+                                    Pointers(variables).data());
   ::posix_spawn_file_actions_destroy(&files);
   if (result != 0) {
     process = -1;
-    ADD_FAILURE() << program << " could not be started";
+    ADD_FAILURE() << program << " did not start";
   }
 }
 
@@ -141,7 +138,7 @@ bool HostProcess::Ended() {
 
 Outcome HostProcess::Wait() {
   if (!Eventually([this] { return Ended(); })) {
-    ADD_FAILURE() << "the program did not end; its errors:\n" << Err();
+    ADD_FAILURE() << "the program did not end; its standard error:\n" << Err();
     Signal(SIGKILL);
     ::waitpid(process, nullptr, 0);
     ended = true;
@@ -160,7 +157,7 @@ bool HostProcess::WaitForOutput(const std::string& text, std::size_t times) { re
 
 bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::size_t times) {
   const bool found = Eventually([&] {
-    const bool isOver = Ended();  // looked at first, so that its last words are read
+    const bool isOver = Ended();  // checked before reading, so that the last output is seen
     return CountOf(FileText(file), text) >= times || isOver;
   });
   return found && CountOf(FileText(file), text) >= times;
@@ -184,25 +181,18 @@ std::size_t CountOf(const std::string& text, const std::string& part) {
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 std::string JsonValue(const std::string& json, const std::string& path) {
-  try {
-    Poco::JSON::Parser parser;
-    Poco::Dynamic::Var value = parser.parse(json);
-    std::size_t begin = 0;
-    while (begin <= path.size()) {
-      const std::size_t end = std::min(path.find('.', begin), path.size());
-      const auto object = value.extract<Poco::JSON::Object::Ptr>();
-      const std::string name = path.substr(begin, end - begin);
-      if (!object->has(name)) return "(none)";
-      value = object->get(name);
-      begin = end + 1;
-    }
-    if (value.isString()) return value.toString();
-    std::ostringstream text;
-    Poco::JSON::Stringifier::condense(value, text);
-    return text.str();
-  } catch (const Poco::Exception& error) {
-    return "(no JSON: " + error.displayText() + ")";
+  const auto root = nlohmann::ordered_json::parse(json, nullptr, /*allow_exceptions=*/false);
+  if (root.is_discarded()) return "(not JSON: " + json + ")";
+  const nlohmann::ordered_json* value = &root;
+  std::size_t begin = 0;
+  while (begin <= path.size()) {
+    const std::size_t end = std::min(path.find('.', begin), path.size());
+    const auto member = value->find(path.substr(begin, end - begin));
+    if (member == value->end()) return "(none)";
+    value = &*member;
+    begin = end + 1;
   }
+  return value->is_string() ? value->get<std::string>() : value->dump();
 }
 
 }  // namespace fenlux::testing

@@ -1,4 +1,4 @@
-// A program run in a process of its own, with its outputs in files of a temporary directory.
+// Runs fenlux-host and other programs as child processes, with their output in files of a temporary directory.
 #pragma once
 
 #include <sys/types.h>
@@ -11,19 +11,19 @@
 
 namespace fenlux::testing {
 
-// How long anything that should happen may take; waits end as soon as it has happened.
-inline constexpr std::chrono::seconds kPatience{60};
+// The longest any wait may take.
+inline constexpr std::chrono::seconds kTimeout{60};
 
 using Arguments = std::vector<std::string>;
 
-// What came of a program that ended.
+// The result of a program that ended.
 struct Outcome {
-  int code = -1;  // 128 and the signal's number where a signal ended it
+  int code = -1;  // 128 plus the signal's number if a signal ended it
   std::string out;
   std::string err;
 };
 
-// A temporary directory with the files that a host needs, and the means to run programs against them.
+// A temporary directory with a host's files and its control socket. Nothing in it is shared with other tests or hosts.
 class Scene {
  public:
   Scene();
@@ -33,20 +33,20 @@ class Scene {
 
   const boost::filesystem::path& Path() const { return path; }
   std::string Write(const std::string& name, const std::string& text) const;
-  // Adds to the environment of the programs that the scene runs.
+  // Sets an environment variable for the programs that the scene runs.
   void SetVariable(const std::string& name, const std::string& value) { variables[name] = value; }
   const std::map<std::string, std::string>& Variables() const { return variables; }
-  // Makes a directory and gives its path.
+  // Creates a directory and returns its path.
   std::string Directory(const std::string& name) const;
-  // Writes host.toml with a control socket in the scene, and scenario.toml.
+  // Writes host.toml, with a control socket in the scene, and scenario.toml.
   void WriteHost(const std::string& text, const std::string& scenario) const;
   void WriteHost(const std::string& text) const;
 
-  // Runs fenlux-host to its end.
+  // Runs fenlux-host and waits for it to end.
   Outcome Run(const Arguments& arguments) const;
   // Runs `fenlux-host ctl` against the scene's host.
   Outcome Control(const Arguments& arguments) const;
-  // The JSON that a `ctl` operation gives; a failed one fails the test and gives an empty text.
+  // Returns the JSON result of a `ctl` operation. If the operation fails, fails the test and returns an empty text.
   std::string ControlJson(const Arguments& arguments) const;
 
  private:
@@ -54,23 +54,23 @@ class Scene {
   std::map<std::string, std::string> variables;
 };
 
-// A program that runs; ended by force where a test leaves it running.
+// A running program. The destructor kills it if it still runs.
 class HostProcess {
  public:
   // Runs fenlux-host.
   HostProcess(const Scene& scene, const Arguments& arguments);
-  // Runs another program, found in the search path.
+  // Runs another program, found on PATH.
   HostProcess(const Scene& scene, const std::string& program, const Arguments& arguments);
   ~HostProcess();
   HostProcess(const HostProcess&) = delete;
   HostProcess& operator=(const HostProcess&) = delete;
 
   void Signal(int signal) const;
-  // Waits for the end; a program that does not end in time is ended by force, with the code -1.
+  // Waits for the program to end. Kills it on timeout and returns code -1.
   Outcome Wait();
-  // SIGTERM and its end.
+  // Sends SIGTERM and waits.
   Outcome Stop();
-  // Waits until the output holds the text `times` times; false where it did not in time or the program ended before.
+  // Waits until the output contains the text `times` times. Returns false on timeout or if the program ends before.
   bool WaitForError(const std::string& text, std::size_t times = 1);
   bool WaitForOutput(const std::string& text, std::size_t times = 1);
 
@@ -79,7 +79,7 @@ class HostProcess {
 
  private:
   bool WaitFor(const boost::filesystem::path& file, const std::string& text, std::size_t times);
-  // Whether it has ended, after which its code is known.
+  // Whether the program has ended; if so, `code` is set.
   bool Ended();
 
   boost::filesystem::path out;
@@ -89,18 +89,17 @@ class HostProcess {
   int code = -1;
 };
 
-// The host with the scene's configuration.
+// The arguments that run a host with the scene's configuration.
 Arguments RunArguments(const Scene& scene, const Arguments& more = {});
 
 std::size_t CountOf(const std::string& text, const std::string& part);
 bool Contains(const std::string& text, const std::string& part);
 
-// Polls until the condition holds; false where it did not in time.
+// Polls until the condition holds. Returns false on timeout.
 template <typename Condition>
 bool Eventually(const Condition& condition);
 
-// The value at a dotted path of a JSON object, as text ("driver_was_told.monitored_type2"); "(none)" where there is
-// none.
+// The value at a dotted path of a JSON object ("driver_was_told.monitored_type2"), as text; "(none)" if absent.
 std::string JsonValue(const std::string& json, const std::string& path);
 
 }  // namespace fenlux::testing
@@ -109,7 +108,7 @@ std::string JsonValue(const std::string& json, const std::string& path);
 
 template <typename Condition>
 bool fenlux::testing::Eventually(const Condition& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -1,4 +1,4 @@
-// The kernel's own permission events, where the machine lets a test have them: directories of the test's own only.
+// The kernel's permission events, if the machine allows a test to receive them, in the test's own directories only.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -13,10 +13,10 @@
 namespace fenlux::testing {
 namespace {
 
-// Why the kernel gives no permission events here; empty where it does.
+// Why the kernel delivers no permission events here; empty if it does.
 std::string Missing() {
   const int group = ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY);
-  if (group < 0) return std::string("no permission events of the kernel here: ") + std::strerror(errno);
+  if (group < 0) return std::string("the kernel delivers no permission events here: ") + std::strerror(errno);
   ::close(group);
   return {};
 }
@@ -31,7 +31,7 @@ std::string Rules(const std::string& directories) {
          directories + "]\n[[judging.rules]]\npath = '*.secret'\nprocess = 'cat'\ndecision = 3\n";
 }
 
-TEST(KernelEvents, RefuseOneNameToOneProgramInTheDirectoriesOfThePolicyAlsoInOneThatIsAddedLater) {
+TEST(KernelEvents, RefuseOneNameToOneProgramAlsoInADirectoryAddedLater) {
   if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
   const Scene scene;
   const std::string first = scene.Directory("first");
@@ -42,7 +42,7 @@ TEST(KernelEvents, RefuseOneNameToOneProgramInTheDirectoriesOfThePolicyAlsoInOne
   HostProcess host(scene, RunArguments(scene, {"--json"}));
   ASSERT_TRUE(host.WaitForError("[Add Monitor OK!][obj path]=" + first)) << host.Err();
 
-  // The watch is set when the module has committed; from then on the first answer is a refusal.
+  // The watch starts when the module has committed the directory; from then on reads are refused.
   EXPECT_TRUE(Eventually([&] { return Read(scene, "cat", first + "/diary.secret").code != 0; }));
   const Outcome refused = Read(scene, "cat", first + "/diary.secret");
   EXPECT_TRUE(Contains(refused.err, "Operation not permitted")) << refused.err;
@@ -60,11 +60,11 @@ TEST(KernelEvents, RefuseOneNameToOneProgramInTheDirectoriesOfThePolicyAlsoInOne
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.adds_up"), "true");
   EXPECT_GE(std::stoi(JsonValue(outcome.out, "summary.kernel.refused")), 3);
-  // It has let go: nothing stands in the way any more.
+  // After the host stopped, nothing is refused.
   EXPECT_EQ(Read(scene, "cat", first + "/diary.secret").out, "words\n");
 }
 
-TEST(KernelEvents, NeedADirectoryThatIsNoMountAndNotTheWholeOfTmp) {
+TEST(KernelEvents, AreRefusedForTheRootDirectory) {
   if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
   const Scene scene;
   scene.WriteHost("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['/']\n");

@@ -1,4 +1,4 @@
-// Libraries that a host cannot use end its run with 3 and a word why.
+// `fenlux-host run` with unusable modules: exit code 3 and the reason.
 #include <gtest/gtest.h>
 
 #include "tests/integration/host_process.h"
@@ -17,16 +17,16 @@ Outcome RunWith(const std::string& module) {
 TEST(ModuleLoading, SaysThatTheLibraryIsMissing) {
   const Outcome outcome = RunWith("/no/such/module.so");
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: the module cannot be loaded: /no/such/module.so: ")) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: cannot load the module: /no/such/module.so: ")) << outcome.err;
 }
 
-TEST(ModuleLoading, SaysThatTheFileIsNoLibrary) {
+TEST(ModuleLoading, SaysThatTheFileIsNotALibrary) {
   const Scene scene;
   scene.WriteHost("");
   const std::string file = scene.Write("module.so", "this is text\n");
   const Outcome outcome = scene.Run(RunArguments(scene, {"--module", file}));
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: the module cannot be loaded: " + file)) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: cannot load the module: " + file)) << outcome.err;
 }
 
 TEST(ModuleLoading, SaysThatTheLibraryHasNoInit) {
@@ -35,13 +35,13 @@ TEST(ModuleLoading, SaysThatTheLibraryHasNoInit) {
   EXPECT_EQ(outcome.err, "fenlux-host: the module " + BadModule("no_init") + " has no init\n");
 }
 
-TEST(ModuleLoading, RepeatsWhatAFailingInitSays) {
+TEST(ModuleLoading, RepeatsTheMessageOfAFailingInit) {
   const Outcome outcome = RunWith(BadModule("init_throws"));
   EXPECT_EQ(outcome.code, 3);
   EXPECT_EQ(outcome.err, "fenlux-host: the module's init failed: bad log init!\n");
 }
 
-TEST(ModuleLoading, SurvivesAnInitThatThrowsNoException) {
+TEST(ModuleLoading, SurvivesAnInitThatThrowsAnInt) {
   const Outcome outcome = RunWith(BadModule("init_throws_an_int"));
   EXPECT_EQ(outcome.code, 3);
   EXPECT_TRUE(Contains(outcome.err, "fenlux-host: the module's init failed: ")) << outcome.err;
@@ -50,16 +50,16 @@ TEST(ModuleLoading, SurvivesAnInitThatThrowsNoException) {
 TEST(ModuleLoading, SaysThatNoModuleWasRegistered) {
   const Outcome outcome = RunWith(BadModule("init_registers_nothing"));
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_EQ(outcome.err, "fenlux-host: the module's init registered no module\n");
+  EXPECT_EQ(outcome.err, "fenlux-host: the module's init did not register a module\n");
 }
 
-TEST(ModuleLoading, RepeatsWhatAFailingStartSays) {
+TEST(ModuleLoading, RepeatsTheMessageOfAFailingStart) {
   const Outcome outcome = RunWith(BadModule("start_work_throws"));
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_EQ(outcome.err, "fenlux-host: the module could not start its work: no thread today\n");
+  EXPECT_EQ(outcome.err, "fenlux-host: the module failed to start its work: no thread today\n");
 }
 
-TEST(ModuleLoading, TheConfigurationMayNameTheLibrary) {
+TEST(ModuleLoading, TakesTheLibraryFromTheConfiguration) {
   const Scene scene;
   scene.WriteHost("[module]\nlibrary = '" + BadModule("init_throws") + "'\n");
   EXPECT_EQ(scene.Run(RunArguments(scene)).err, "fenlux-host: the module's init failed: bad log init!\n");

@@ -1,4 +1,4 @@
-// `fenlux-host run`: how runs begin and end, what they print, and how they exit.
+// `fenlux-host run`: how runs start and stop, what they print, and their exit codes.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -17,7 +17,7 @@ constexpr char kThreeEvents[] =
     "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
 constexpr char kRules[] = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
 
-TEST(Run, PlaysAScenarioToItsEndAndAddsUp) {
+TEST(Run, PlaysAScenarioToItsEnd) {
   const Scene scene;
   scene.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
   const Outcome outcome = scene.Run(RunArguments(scene));
@@ -25,7 +25,7 @@ TEST(Run, PlaysAScenarioToItsEndAndAddsUp) {
   EXPECT_TRUE(Contains(outcome.err, "Driver Interact Ready.\n"));
   EXPECT_TRUE(Contains(outcome.err, "Current driver version=19072701\n"));
   EXPECT_TRUE(Contains(outcome.err, "[Driver]Monitor policy is empty-2.\n"));
-  // The line of the connection's end is left out: the module's worker writes it after the stop, if the process lasts.
+  // Does not check the line for the end of the connection: the worker may not write it before the process ends.
   EXPECT_TRUE(Contains(outcome.out, "  sum                   3 = 2 + 1 + 0 + 0\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n"));
 }
@@ -52,8 +52,8 @@ TEST(Run, WritesItsLogAndItsSummaryAsJson) {
   EXPECT_GT(count, 3);
 }
 
-TEST(Run, DoesNotDependOnTheLocaleOfItsEnvironment) {
-  for (const char* locale : {"C", "xx_XX.UTF-8"}) {  // the second one exists nowhere
+TEST(Run, IsIndependentOfTheLocale) {
+  for (const char* locale : {"C", "xx_XX.UTF-8"}) {  // the second one does not exist
     Scene scene;
     scene.SetVariable("LC_ALL", locale);
     scene.WriteHost("stop_at_end = true\n[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n",
@@ -67,13 +67,13 @@ TEST(Run, DoesNotDependOnTheLocaleOfItsEnvironment) {
   }
 }
 
-TEST(Run, EndsAfterItsDuration) {
+TEST(Run, StopsAfterItsDuration) {
   const Scene scene;
   scene.WriteHost("");
   EXPECT_EQ(scene.Run(RunArguments(scene, {"--duration", "0.3"})).code, 0);
 }
 
-TEST(Run, EndsOnSigintAndOnSigtermWithItsSummary) {
+TEST(Run, StopsOnSigintAndSigtermWithASummary) {
   for (const int signal : {SIGINT, SIGTERM}) {
     const Scene scene;
     scene.WriteHost("");
@@ -87,7 +87,7 @@ TEST(Run, EndsOnSigintAndOnSigtermWithItsSummary) {
   }
 }
 
-TEST(Run, PrintsItsSummaryOnSigusr1AndGoesOn) {
+TEST(Run, PrintsItsSummaryOnSigusr1AndContinues) {
   const Scene scene;
   scene.WriteHost("");
   HostProcess host(scene, RunArguments(scene));
@@ -99,7 +99,7 @@ TEST(Run, PrintsItsSummaryOnSigusr1AndGoesOn) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(Run, EndsWithFourWhereTheDriverCountedAViolation) {
+TEST(Run, ExitsWithFourAfterAProtocolViolation) {
   const Scene scene;
   scene.WriteHost("stop_at_end = true\n", "[[steps]]\nnotify = 4098\nexpect_verdict = 5\n");
   const Outcome outcome = scene.Run(RunArguments(scene));
@@ -108,7 +108,7 @@ TEST(Run, EndsWithFourWhereTheDriverCountedAViolation) {
   EXPECT_TRUE(Contains(outcome.out, "fine                 no\n")) << outcome.out;
 }
 
-TEST(Run, EndsWithTwoAndEveryErrorWhereItsConfigurationIsBad) {
+TEST(Run, ExitsWithTwoAndReportsEveryErrorOfABadConfiguration) {
   const Scene scene;
   const std::string file = scene.Write("host.toml", "one = 1\n[module]\ntwo = 2\n");
   const Outcome outcome = scene.Run(RunArguments(scene));
@@ -117,7 +117,7 @@ TEST(Run, EndsWithTwoAndEveryErrorWhereItsConfigurationIsBad) {
   EXPECT_EQ(scene.Run({"run", "--config", "no-such-file.toml"}).code, 2);
 }
 
-TEST(Run, EndsWithTwoWhereItsLogFileCannotBeOpened) {
+TEST(Run, ExitsWithTwoIfItsLogFileCannotBeOpened) {
   const Scene scene;
   scene.WriteHost("[log]\nfile = '" + scene.Directory("d") + "'\n");
   const Outcome outcome = scene.Run(RunArguments(scene));
@@ -125,18 +125,19 @@ TEST(Run, EndsWithTwoWhereItsLogFileCannotBeOpened) {
   EXPECT_EQ(outcome.err, "fenlux-host: the log file " + scene.Directory("d") + " cannot be opened for writing\n");
 }
 
-TEST(Run, EndsWithTwoWhereItsControlSocketWouldBeOpenToOthers) {
+TEST(Run, ExitsWithTwoIfOthersCouldReachItsControlSocket) {
   const Scene scene;
   const std::string directory = scene.Directory("control");
   boost::filesystem::permissions(directory, boost::filesystem::perms(0755));
   scene.WriteHost("");
   const Outcome outcome = scene.Run(RunArguments(scene));
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_TRUE(Contains(outcome.err, directory + " must be a directory of your own that is closed to others"))
+  EXPECT_TRUE(Contains(
+      outcome.err, "the directory " + directory + " of the control socket must belong to you and be closed to others"))
       << outcome.err;
 }
 
-TEST(Run, TheLogFileTakesItsOwnLevel) {
+TEST(Run, UsesASeparateLevelForTheLogFile) {
   const Scene scene;
   scene.WriteHost("stop_at_end = true\n[log]\nconsole = 'off'\nfile = 'host.log'\nfile_level = 'detail'\n",
                   "[[steps]]\nnotify = 4098\noplock = 1\npath = '/a'\n");
@@ -155,7 +156,7 @@ TEST(Run, TranslatesTheModulesTexts) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(Run, AModuleThatIsNotEnabledConnectsToNothing) {
+TEST(Run, ADisabledModuleDoesNotConnect) {
   const Scene scene;
   scene.WriteHost("[module]\nenabled = false\n");
   const Outcome outcome = scene.Run(RunArguments(scene, {"--duration", "0.5"}));
@@ -163,7 +164,7 @@ TEST(Run, AModuleThatIsNotEnabledConnectsToNothing) {
   EXPECT_TRUE(Contains(outcome.out, "  opened                 0\n")) << outcome.out;
 }
 
-TEST(Run, SendsContextDataAlongWithItsVerdict) {
+TEST(Run, SendsContextDataWithItsVerdict) {
   const Scene scene;
   scene.WriteHost("stop_at_end = true\n[[judging.rules]]\ndecision = 5\ncontext = 'hello'\n",
                   "[[steps]]\nnotify = 4098\nexpect_verdict = 6\n");

@@ -1,4 +1,4 @@
-// Validation without running anything.
+// The `check` command: validates a file without running anything.
 #include <iostream>
 
 #include "refhost/app/commands/commands.h"
@@ -13,7 +13,7 @@ int CheckConfiguration(const boost::filesystem::path& file) {
   CheckFile(file, errors);
   if (errors.Empty()) {
     std::cout << file.string() << ": no errors\n";
-    return kExitFine;
+    return kExitSuccess;
   }
   std::cerr << errors.Text();
   return kExitUsage;

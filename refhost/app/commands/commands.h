@@ -1,4 +1,4 @@
-// The program's commands, after their command lines have been read. Each returns the program's exit code.
+// The program's commands, after command-line parsing. Each returns the program's exit code.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -11,26 +11,28 @@ namespace fenlux::refhost {
 
 struct RunOptions {
   boost::filesystem::path config;
-  boost::filesystem::path module;                     // empty: as the configuration says
-  std::optional<std::chrono::milliseconds> duration;  // nothing: until a signal, or the scenario's end where configured
+  boost::filesystem::path module;                     // overrides the configuration unless empty
+  boost::filesystem::path socket;                     // overrides the configuration unless empty
+  std::optional<std::chrono::milliseconds> duration;  // if absent, run until a signal or the configured end
   bool json = false;
 };
 
-// Runs a host to its end. Returns where it could not begin; once the module works, the process is left from inside.
+// Runs a host. Returns only if the host could not be created; otherwise ends the process when the run is over, because
+// the module's threads are never joined.
 int RunHost(const RunOptions& options);
 
 // Validates a configuration or a scenario.
 int CheckConfiguration(const boost::filesystem::path& file);
 
 struct ControlOptions {
-  boost::filesystem::path socket;  // empty: that of the configuration
-  boost::filesystem::path config;  // empty: the default place
-  boost::filesystem::path items;   // a file of network-control items to send along; empty: none
+  boost::filesystem::path socket;  // empty: the socket of the configuration
+  boost::filesystem::path config;  // empty: use the default socket
+  boost::filesystem::path items;   // file of network-control items to send along; empty: none
   bool json = false;
   ControlRequest request;
 };
 
-// Has a running host carry out one operation.
+// Runs one operation on a running host.
 int ControlHost(ControlOptions options);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// The operator's side of the control channel.
+// The `ctl` command: sends one request to a running host and shows its answer.
 #include <iostream>
 
 #include "refhost/app/commands/commands.h"
@@ -11,21 +11,21 @@
 namespace fenlux::refhost {
 namespace {
 
-// Stopping with clearing waits for a driver that may be slow.
-constexpr std::chrono::seconds kAnswerPatience{60};
+// Long, because `stop --clear` waits for the driver.
+constexpr std::chrono::seconds kAnswerTimeout{60};
 
-boost::filesystem::path PlaceOf(const ControlOptions& options, ConfigErrors& errors) {
+boost::filesystem::path SocketPath(const ControlOptions& options, ConfigErrors& errors) {
   if (!options.socket.empty()) return options.socket;
-  if (options.config.empty()) return DefaultControlPlace();
+  if (options.config.empty()) return DefaultControlPath();
   const boost::filesystem::path socket = LoadHostConfig(options.config, errors).start.control.socket;
-  return socket.empty() ? DefaultControlPlace() : socket;
+  return socket.empty() ? DefaultControlPath() : socket;
 }
 
 }  // namespace
 
 int ControlHost(ControlOptions options) {
   ConfigErrors errors;
-  const boost::filesystem::path place = PlaceOf(options, errors);
+  const boost::filesystem::path path = SocketPath(options, errors);
   if (!options.items.empty()) {
     options.request.arguments["items"] = EncodeNetItems(LoadNetItems(options.items, errors));
   }
@@ -34,9 +34,9 @@ int ControlHost(ControlOptions options) {
     return kExitUsage;
   }
   try {
-    const std::string line = ControlExchange(place, EncodeRequest(options.request), kAnswerPatience);
+    const std::string line = SendControlRequest(path, EncodeRequest(options.request), kAnswerTimeout);
     const std::optional<ControlAnswer> answer = DecodeAnswer(line);
-    if (!answer) throw ControlChannelError("the host's answer cannot be understood");
+    if (!answer) throw ControlChannelError("the host's answer is malformed");
     if (!answer->done) {
       std::cerr << answer->error << '\n';
       return kExitRefused;
@@ -46,7 +46,7 @@ int ControlHost(ControlOptions options) {
     } else {
       std::cout << (answer->text.empty() ? "done\n" : answer->text);
     }
-    return kExitFine;
+    return kExitSuccess;
   } catch (const ControlChannelError& error) {
     std::cerr << "fenlux-host: " << error.what() << '\n';
     return kExitUnreachable;

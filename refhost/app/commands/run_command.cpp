@@ -1,8 +1,9 @@
-// The life of a host: made, started, tended, stopped, summed up.
+// The `run` command: starts a host, serves it until it has to stop, and prints the summary.
 #include <cstdio>
 #include <future>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "refhost/app/commands/commands.h"
@@ -18,43 +19,49 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How soon a signal's wait ends to look after everything else.
-constexpr std::chrono::milliseconds kLookEvery{100};
+// How often the loop polls while it waits for signals.
+constexpr std::chrono::milliseconds kPollInterval{100};
 
-// The control channel's thread. Operations run one after the other on it: those of network control may not overlap.
+// Serves the control channel on one thread, so that operations never overlap: those of network control must not.
 class ControlThread {
  public:
-  ControlThread(ReferenceHost& host, const boost::filesystem::path& place)
-      : listener(std::make_shared<ControlListener>(place)) {
+  ControlThread(ReferenceHost& host, const boost::filesystem::path& path)
+      : listener(std::make_shared<ControlListener>(path)) {
     std::packaged_task<void()> serve([listener = listener, &host] {
       listener->Serve([&host](const std::string& request) { return AnswerRequest(host, request); });
     });
-    ended = serve.get_future();
+    finished = serve.get_future();
     std::thread(std::move(serve)).detach();
   }
 
-  // Takes no more requests, and waits a little for one that is being carried out.
+  // Accepts no more requests and gives the current one a short time to finish.
   void Stop() {
     listener->Stop();
-    ended.wait_for(std::chrono::seconds(2));
+    finished.wait_for(std::chrono::seconds(2));
     listener.reset();
   }
 
  private:
   std::shared_ptr<ControlListener> listener;
-  std::future<void> ended;
+  std::future<void> finished;
 };
 
 void PrintSummary(const SummaryFacts& facts, bool json) {
   const Report report = SummaryReport(facts);
-  std::cout << (json ? "{\"summary\":" + report.Json() + "}\n" : "summary\n" + report.Text()) << std::flush;
+  if (json) {
+    Report object = Report::object();
+    object["summary"] = report;
+    std::cout << JsonText(object) << std::endl;
+  } else {
+    std::cout << "summary\n" << AlignedText(report) << std::flush;
+  }
 }
 
-// Until something ends the run.
+// Returns when the run has to stop.
 void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd) {
-  const Clock::time_point begun = Clock::now();
+  const Clock::time_point startTime = Clock::now();
   for (;;) {
-    switch (WaitForSignal(kLookEvery)) {
+    switch (WaitForSignal(kPollInterval)) {
       case HostSignal::kStop:
         return;
       case HostSignal::kReload:
@@ -66,9 +73,9 @@ void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd) {
       case HostSignal::kNone:
         break;
     }
-    if (options.duration && Clock::now() - begun >= *options.duration) return;
+    if (options.duration && Clock::now() - startTime >= *options.duration) return;
     if (stopAtEnd && host.ScenarioFinished()) return;
-    host.Tend();
+    host.Poll();
   }
 }
 
@@ -77,8 +84,8 @@ int Fail(int code, const std::string& text) {
   return code;
 }
 
-// The module's workers are detached and never end, so the process is left without unwinding what they still use:
-// everything that has to reach the outside was stopped, drained and flushed before.
+// The module's workers are detached and still use the host, so the process ends without destroying it. Everything that
+// matters outside has been stopped, drained and flushed.
 [[noreturn]] void LeaveProcess(int code) {
   std::cout << std::flush;
   std::fflush(nullptr);
@@ -88,7 +95,7 @@ int Fail(int code, const std::string& text) {
 }  // namespace
 
 int RunHost(const RunOptions& options) {
-  HoldSignals();
+  BlockSignals();
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(options.config, errors);
   if (!errors.Empty()) {
@@ -96,7 +103,11 @@ int RunHost(const RunOptions& options) {
     return kExitUsage;
   }
   config.start.log.json = options.json;
-  const ControlSettings control = config.start.control;
+  ControlSettings control = config.start.control;
+  if (!options.socket.empty()) {
+    if (!control.enabled) return Fail(kExitUsage, "--socket conflicts with [control] enabled = false");
+    control.socket = options.socket;
+  }
   const bool stopAtEnd = config.start.stopAtEnd;
 
   std::unique_ptr<ReferenceHost> host;
@@ -104,14 +115,14 @@ int RunHost(const RunOptions& options) {
   try {
     host = std::make_unique<ReferenceHost>(options.config, std::move(config));
     if (control.enabled) {
-      const auto place = control.socket.empty() ? DefaultControlPlace() : control.socket;
-      controlThread = std::make_unique<ControlThread>(*host, place);
+      const auto path = control.socket.empty() ? DefaultControlPath() : control.socket;
+      controlThread = std::make_unique<ControlThread>(*host, path);
     }
   } catch (const std::runtime_error& error) {
     return Fail(kExitUsage, error.what());
   }
 
-  int code = kExitFine;
+  int code = kExitSuccess;
   try {
     host->Start(options.module);
     Serve(*host, options, stopAtEnd);
@@ -119,11 +130,11 @@ int RunHost(const RunOptions& options) {
     code = Fail(kExitModule, error.what());
   }
   if (controlThread != nullptr) controlThread->Stop();
-  const EmulatorState believed = host->DriverState();
+  const EmulatorState stateBeforeStop = host->DriverState();
   host->Stop();
-  if (code == kExitFine) {
+  if (code == kExitSuccess) {
     SummaryFacts facts = host->Facts();
-    facts.believed = believed;
+    facts.stateBeforeStop = stateBeforeStop;
     PrintSummary(facts, options.json);
     if (!IsFine(facts)) code = kExitViolation;
   }

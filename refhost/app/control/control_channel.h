@@ -1,4 +1,5 @@
-// The line between a running host and its operator: one request, one answer. The bodies are the platform's.
+// The control channel between a running host and its operator: a line-based request and answer over a local socket
+// (POSIX) or a named pipe (Windows).
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -10,30 +11,33 @@
 
 namespace fenlux::refhost {
 
+inline constexpr std::size_t kMaxControlLine = std::size_t{64} << 20;
+// A client that connects and sends nothing must not block others for longer.
+inline constexpr std::chrono::seconds kControlClientTimeout{5};
+
 // The channel cannot be opened or reached; the text says what to do about it.
 class ControlChannelError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Where a host listens when its configuration names no place: one that belongs to the user alone.
-boost::filesystem::path DefaultControlPlace();
+// Where a host listens by default. The path belongs to the user alone.
+boost::filesystem::path DefaultControlPath();
 
-// The host's end. Only processes of the host's own user are heard.
+// The host's end. Accepts clients of the host's own user only.
 class ControlListener {
  public:
-  // Opens the channel. Throws ControlChannelError, also where another host listens there already or where others than
-  // the user could reach the place.
-  explicit ControlListener(const boost::filesystem::path& place);
+  // Opens the channel. Throws ControlChannelError, also if another host listens there or other users could reach it.
+  explicit ControlListener(const boost::filesystem::path& path);
   // Stops.
   ~ControlListener();
   ControlListener(const ControlListener&) = delete;
   ControlListener& operator=(const ControlListener&) = delete;
 
-  // Answers requests one after the other until Stop. `answer` gets a request of one line and gives an answer of one
-  // line, both without the line end; it must not throw.
+  // Answers requests one at a time until Stop. `answer` maps a request line to an answer line, both without the line
+  // end, and must not throw.
   void Serve(const std::function<std::string(const std::string& request)>& answer);
-  // Makes Serve return, and removes the place. Any thread.
+  // Makes Serve return and closes the channel. Any thread.
   void Stop();
 
  private:
@@ -41,8 +45,8 @@ class ControlListener {
   std::unique_ptr<Body> body;
 };
 
-// The operator's end: sends one request and waits for its answer. Throws ControlChannelError.
-std::string ControlExchange(const boost::filesystem::path& place, const std::string& request,
-                            std::chrono::seconds limit);
+// The operator's end: sends one request line and returns the answer line. Throws ControlChannelError.
+std::string SendControlRequest(const boost::filesystem::path& path, const std::string& request,
+                               std::chrono::seconds timeout);
 
 }  // namespace fenlux::refhost

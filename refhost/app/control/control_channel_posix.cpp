@@ -1,5 +1,6 @@
-// A socket of the file system inside a directory that is closed to everyone but its owner; the kernel tells the user at
-// the other end, and only the host's own is answered.
+// A Unix-domain socket in a directory that only its owner can enter. Each end also asks the kernel who the peer is and
+// talks to its own user only.
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -9,10 +10,11 @@
 
 #include <array>
 #include <atomic>
+#include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <system_error>
+#include <optional>
 #include <utility>
 
 #include "refhost/app/control/control_channel.h"
@@ -24,17 +26,13 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t kLongestLine = std::size_t{64} << 20;
-// A client that connects and says nothing must not keep others waiting.
-constexpr std::chrono::seconds kClientPatience{5};
-
-sockaddr_un AddressOf(const fs::path& place) {
+sockaddr_un AddressOf(const fs::path& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  const std::string& path = place.native();
   if (path.size() >= sizeof(address.sun_path)) {
-    throw ControlChannelError("the control socket's path " + path + " is longer than " +
-                              std::to_string(sizeof(address.sun_path) - 1) + " bytes; name a shorter one");
+    throw ControlChannelError(
+        fmt::format("the path of the control socket, {}, is longer than {} bytes; use a shorter one", path.native(),
+                    sizeof(address.sun_path) - 1));
   }
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   return address;
@@ -42,53 +40,55 @@ sockaddr_un AddressOf(const fs::path& place) {
 
 Descriptor NewSocket() {
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!socket.Valid()) throw ControlChannelError("no control socket can be made: " + LastErrorText());
+  if (!socket.Valid()) throw ControlChannelError("cannot create a control socket: " + LastErrorText());
   return socket;
 }
 
-// A pointer of the general type that the socket calls take.
+// The pointer type that the socket calls take.
 const sockaddr* Generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
 
-bool SomeoneListens(const sockaddr_un& address) {
+bool HasListener(const sockaddr_un& address) {
   const Descriptor socket = NewSocket();
   return ::connect(socket.Get(), Generic(address), sizeof(address)) == 0;
 }
 
-// The directory must be the user's own and closed to all others; one that is missing is made so.
+// The directory must belong to the user and be closed to others. Creates it if it is missing.
 void PrepareDirectory(const fs::path& directory) {
   if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-    throw ControlChannelError("the control socket's directory " + directory.string() +
-                              " cannot be made: " + LastErrorText());
+    throw ControlChannelError(
+        fmt::format("cannot create the directory {} of the control socket: {}", directory.native(), LastErrorText()));
   }
   struct stat status {};
   const bool closed = ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
                       status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
   if (!closed) {
-    throw ControlChannelError("the control socket's directory " + directory.string() +
-                              " must be a directory of your own that is closed to others (chmod 700)");
+    throw ControlChannelError(
+        fmt::format("the directory {} of the control socket must belong to you and be closed to others (chmod 700)",
+                    directory.native()));
   }
 }
 
-void SetPatience(const Descriptor& socket, std::chrono::seconds patience) {
-  const timeval time{static_cast<time_t>(patience.count()), 0};
+void SetTimeout(const Descriptor& socket, std::chrono::seconds timeout) {
+  const timeval time{static_cast<time_t>(timeout.count()), 0};
   ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof(time));
   ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
 }
 
-// One line without its end; false where the other side did not send a whole one.
-bool ReadLine(const Descriptor& socket, std::string& line) {
+// Reads one line and strips its end. Returns nothing if the peer did not send a whole line.
+std::optional<std::string> ReadLine(const Descriptor& socket) {
+  std::string line;
   std::array<char, 4096> chunk{};
-  while (line.size() < kLongestLine) {
+  while (line.size() < kMaxControlLine) {
     const ssize_t count = ::read(socket.Get(), chunk.data(), chunk.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
+    if (count <= 0) return std::nullopt;
     line.append(chunk.data(), static_cast<std::size_t>(count));
     if (line.back() == '\n') {
       line.pop_back();
-      return true;
+      return line;
     }
   }
-  return false;
+  return std::nullopt;
 }
 
 bool WriteLine(const Descriptor& socket, std::string line) {
@@ -111,7 +111,7 @@ bool IsOwnUser(const Descriptor& socket) {
 
 }  // namespace
 
-fs::path DefaultControlPlace() {
+fs::path DefaultControlPath() {
   const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
   const fs::path directory = runtime != nullptr && *runtime != '\0'
                                  ? fs::path(runtime) / "fenlux"
@@ -121,21 +121,21 @@ fs::path DefaultControlPlace() {
 
 class ControlListener::Body {
  public:
-  explicit Body(const fs::path& socketPath) : place(socketPath), socket(NewSocket()) {
-    const sockaddr_un address = AddressOf(place);
-    PrepareDirectory(place.parent_path());
-    if (SomeoneListens(address)) {
-      throw ControlChannelError("another host listens on the control socket " + place.string() +
-                                "; end it, or name another socket under [control]");
+  explicit Body(const fs::path& socketPath) : path(fs::absolute(socketPath)), socket(NewSocket()) {
+    const sockaddr_un address = AddressOf(path);
+    PrepareDirectory(path.parent_path());
+    if (HasListener(address)) {
+      throw ControlChannelError("another host listens on the control socket " + path.native() +
+                                "; stop it, or choose another socket with --socket or [control]");
     }
-    ::unlink(place.c_str());  // left behind by a host that ended without its stop
+    ::unlink(path.c_str());  // left by a host that was killed
     if (::bind(socket.Get(), Generic(address), sizeof(address)) != 0) {
-      throw ControlChannelError("the control socket " + place.string() + " cannot be opened: " + LastErrorText());
+      throw ControlChannelError(fmt::format("cannot open the control socket {}: {}", path.native(), LastErrorText()));
     }
-    if (::chmod(place.c_str(), S_IRUSR | S_IWUSR) != 0 || ::listen(socket.Get(), 8) != 0) {
+    if (::chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 || ::listen(socket.Get(), 8) != 0) {
       const std::string reason = LastErrorText();
-      ::unlink(place.c_str());
-      throw ControlChannelError("the control socket " + place.string() + " cannot be opened: " + reason);
+      ::unlink(path.c_str());
+      throw ControlChannelError(fmt::format("cannot open the control socket {}: {}", path.native(), reason));
     }
   }
 
@@ -144,49 +144,47 @@ class ControlListener::Body {
   void Serve(const std::function<std::string(const std::string&)>& answer) {
     while (!stopped.load()) {
       pollfd waiting{socket.Get(), POLLIN, 0};
-      // Stop shuts the socket down, which ends the wait; the limit only guards against a kernel that does not tell.
+      // Stop shuts the socket down, which ends the wait. The timeout is a safety net only.
       if (::poll(&waiting, 1, 500) <= 0) continue;
       const Descriptor client(::accept4(socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
       if (!client.Valid() || !IsOwnUser(client)) continue;
-      SetPatience(client, kClientPatience);
-      std::string request;
-      if (ReadLine(client, request)) WriteLine(client, answer(request));
+      SetTimeout(client, kControlClientTimeout);
+      if (const auto request = ReadLine(client)) WriteLine(client, answer(*request));
     }
   }
 
   void Stop() {
     if (stopped.exchange(true)) return;
     ::shutdown(socket.Get(), SHUT_RDWR);
-    ::unlink(place.c_str());
+    ::unlink(path.c_str());
   }
 
  private:
-  const fs::path place;
+  const fs::path path;
   const Descriptor socket;
   std::atomic<bool> stopped{false};
 };
 
-ControlListener::ControlListener(const fs::path& place) : body(std::make_unique<Body>(place)) {}
+ControlListener::ControlListener(const fs::path& path) : body(std::make_unique<Body>(path)) {}
 ControlListener::~ControlListener() { Stop(); }
 void ControlListener::Serve(const std::function<std::string(const std::string&)>& answer) { body->Serve(answer); }
 void ControlListener::Stop() { body->Stop(); }
 
-std::string ControlExchange(const fs::path& place, const std::string& request, std::chrono::seconds limit) {
-  const sockaddr_un address = AddressOf(place);
+std::string SendControlRequest(const fs::path& path, const std::string& request, std::chrono::seconds timeout) {
+  const sockaddr_un address = AddressOf(path);
   const Descriptor socket = NewSocket();
   if (::connect(socket.Get(), Generic(address), sizeof(address)) != 0) {
-    throw ControlChannelError("no host can be reached on the control socket " + place.string() + ": " +
-                              LastErrorText());
+    throw ControlChannelError(
+        fmt::format("no host reachable on the control socket {}: {}", path.native(), LastErrorText()));
   }
   if (!IsOwnUser(socket)) {
-    throw ControlChannelError("the control socket " + place.string() + " belongs to another user's process");
+    throw ControlChannelError("the control socket " + path.native() + " belongs to another user's process");
   }
-  SetPatience(socket, limit);
-  std::string answer;
-  if (!WriteLine(socket, request) || !ReadLine(socket, answer)) {
-    throw ControlChannelError("the host at the control socket " + place.string() + " gave no answer");
-  }
-  return answer;
+  SetTimeout(socket, timeout);
+  std::optional<std::string> answer;
+  if (WriteLine(socket, request)) answer = ReadLine(socket);
+  if (!answer) throw ControlChannelError("no answer from the host on the control socket " + path.native());
+  return *std::move(answer);
 }
 
 }  // namespace fenlux::refhost

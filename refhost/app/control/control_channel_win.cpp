@@ -1,6 +1,5 @@
-// A named pipe whose access list has one entry, the host's own user, and that no other machine can open. The name is
-// taken by making its first instance, so a second host, or somebody who was there before, is noticed; the operator's
-// end in turn looks at who owns the pipe before it says a word.
+// A named pipe that only the host's own user may open, and only on this machine. The host creates the pipe's first
+// instance, so it notices if the name is already taken. The operator's end checks who owns the pipe before it sends.
 #include "refhost/app/control/control_channel.h"
 
 #include <windows.h>
@@ -8,8 +7,11 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <fmt/format.h>
+
 #include <array>
 #include <boost/algorithm/string/predicate.hpp>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -23,13 +25,10 @@ namespace {
 namespace fs = boost::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kLongestLine = std::size_t{64} << 20;
-// A client that connects and says nothing must not keep others waiting.
-constexpr std::chrono::seconds kClientPatience{5};
-constexpr std::wstring_view kPipes = L"\\\\.\\pipe\\";
+constexpr std::wstring_view kPipePrefix = L"\\\\.\\pipe\\";
 constexpr DWORD kPipeBuffer = 65536;
 
-// What the system allocates with its local functions.
+// Memory that the system allocates with LocalAlloc.
 template <typename Value>
 struct LocalFreer {
   void operator()(Value* value) const { ::LocalFree(value); }
@@ -37,20 +36,20 @@ struct LocalFreer {
 template <typename Value>
 using Local = std::unique_ptr<Value, LocalFreer<Value>>;
 
-std::string NarrowText(const fs::path& place) { return NarrowFromWide(place.native()); }
+std::string NarrowText(const fs::path& path) { return NarrowFromWide(path.native()); }
 
-// The security identifier of the user whom this process belongs to, in the block that it came in.
+// The TOKEN_USER block with the security identifier of this process's user.
 std::vector<std::uint8_t> OwnUser() {
   HANDLE opened = nullptr;
   if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &opened)) {
-    throw ControlChannelError("the system does not tell who runs this program: " + LastErrorText());
+    throw ControlChannelError("cannot determine the user of this process: " + LastErrorText());
   }
   const Handle token(opened);
   DWORD size = 0;
   ::GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
   std::vector<std::uint8_t> block(size);
   if (!::GetTokenInformation(token.Get(), TokenUser, block.data(), size, &size)) {
-    throw ControlChannelError("the system does not tell who runs this program: " + LastErrorText());
+    throw ControlChannelError("cannot determine the user of this process: " + LastErrorText());
   }
   return block;
 }
@@ -61,34 +60,35 @@ std::wstring OwnUserText() {
   std::vector<std::uint8_t> user = OwnUser();
   wchar_t* text = nullptr;
   if (!::ConvertSidToStringSidW(UserOf(user), &text)) {
-    throw ControlChannelError("the system does not tell who runs this program: " + LastErrorText());
+    throw ControlChannelError("cannot determine the user of this process: " + LastErrorText());
   }
   return Local<wchar_t>(text).get();
 }
 
-// Owned by the user, and open to that user alone.
+// A security descriptor: owned by the user, and accessible to that user only.
 Local<void> OwnerOnly() {
   const std::wstring user = OwnUserText();
-  const std::wstring words = L"O:" + user + L"D:P(A;;GA;;;" + user + L")";
+  const std::wstring definition = L"O:" + user + L"D:P(A;;GA;;;" + user + L")";
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(words.c_str(), SDDL_REVISION_1, &descriptor, nullptr)) {
-    throw ControlChannelError("the control pipe cannot be protected: " + LastErrorText());
+  if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(definition.c_str(), SDDL_REVISION_1, &descriptor,
+                                                              nullptr)) {
+    throw ControlChannelError("cannot protect the control pipe: " + LastErrorText());
   }
   return Local<void>(descriptor);
 }
 
-// The pipe's name as the system wants it.
-std::wstring PipeName(const fs::path& place) {
-  const std::wstring name = fs::path(place).make_preferred().native();
-  if (!boost::algorithm::istarts_with(name, kPipes) || name.size() == kPipes.size() ||
-      name.find(L'\\', kPipes.size()) != std::wstring::npos || name.size() > 256) {
-    throw ControlChannelError("the control channel is a named pipe here; " + NarrowText(place) +
-                              " must be of the form \\\\.\\pipe\\NAME");
+// The pipe's name with backslashes.
+std::wstring PipeName(const fs::path& path) {
+  const std::wstring name = fs::path(path).make_preferred().native();
+  if (!boost::algorithm::istarts_with(name, kPipePrefix) || name.size() == kPipePrefix.size() ||
+      name.find(L'\\', kPipePrefix.size()) != std::wstring::npos || name.size() > 256) {
+    throw ControlChannelError("the control channel is a named pipe; " + NarrowText(path) +
+                              " must have the form \\\\.\\pipe\\NAME");
   }
   return name;
 }
 
-bool IsOwnUsers(HANDLE pipe) {
+bool IsOwnPipe(HANDLE pipe) {
   PSID owner = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (::GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
@@ -102,57 +102,59 @@ bool IsOwnUsers(HANDLE pipe) {
 
 Handle NewEvent(bool manualReset) { return Handle(::CreateEventW(nullptr, manualReset, FALSE, nullptr)); }
 
-// One operation on a pipe at a time, with an end to the waiting.
-class PipeTurn {
+// Runs one operation on a pipe at a time, with a deadline.
+class PipeOperation {
  public:
-  // `stopEvent` may be none; once it is set, every wait ends.
-  PipeTurn(HANDLE opened, HANDLE stopEvent) : pipe(opened), stop(stopEvent), done(NewEvent(true)) {}
+  // Setting `stopEvent`, which may be null, ends every wait.
+  PipeOperation(HANDLE opened, HANDLE stopEvent) : pipe(opened), stop(stopEvent), done(NewEvent(true)) {}
 
-  // Each gives whether it was done until `until`. Read adds to `text`.
-  bool Accept(Clock::time_point until) {
+  // Each returns whether it succeeded before the deadline.
+  bool Accept(Clock::time_point deadline) {
     Begin();
     const BOOL now = ::ConnectNamedPipe(pipe, &operation);
     const DWORD error = ::GetLastError();
-    DWORD count = 0;
-    return now || error == ERROR_PIPE_CONNECTED || (error == ERROR_IO_PENDING && Finish(until, count));
+    return now || error == ERROR_PIPE_CONNECTED || (error == ERROR_IO_PENDING && Finish(deadline));
   }
-  bool Read(std::string& text, Clock::time_point until) {
+  // Appends what it read to `text`.
+  bool Read(std::string& text, Clock::time_point deadline) {
     Begin();
     std::array<char, 4096> chunk{};
-    DWORD count = 0;
     const BOOL now = ::ReadFile(pipe, chunk.data(), static_cast<DWORD>(chunk.size()), nullptr, &operation);
     if (!now && ::GetLastError() != ERROR_IO_PENDING) return false;
-    if (!Finish(until, count) || count == 0) return false;
-    text.append(chunk.data(), count);
+    const std::optional<DWORD> count = Finish(deadline);
+    if (!count || *count == 0) return false;
+    text.append(chunk.data(), *count);
     return true;
   }
-  bool Write(std::string_view text, Clock::time_point until) {
+  bool Write(std::string_view text, Clock::time_point deadline) {
     while (!text.empty()) {
       Begin();
-      DWORD count = 0;
       const auto part = static_cast<DWORD>(std::min<std::size_t>(text.size(), kPipeBuffer));
       const BOOL now = ::WriteFile(pipe, text.data(), part, nullptr, &operation);
       if (!now && ::GetLastError() != ERROR_IO_PENDING) return false;
-      if (!Finish(until, count) || count == 0) return false;
-      text.remove_prefix(count);
+      const std::optional<DWORD> count = Finish(deadline);
+      if (!count || *count == 0) return false;
+      text.remove_prefix(*count);
     }
     return true;
   }
 
-  bool ReadLine(std::string& line, Clock::time_point until) {
-    while (line.size() < kLongestLine) {
-      if (!Read(line, until)) return false;
+  // Reads one line and strips its end. Returns nothing if the peer did not send a whole line.
+  std::optional<std::string> ReadLine(Clock::time_point deadline) {
+    std::string line;
+    while (line.size() < kMaxControlLine) {
+      if (!Read(line, deadline)) return std::nullopt;
       if (line.back() == '\n') {
         line.pop_back();
-        return true;
+        return line;
       }
     }
-    return false;
+    return std::nullopt;
   }
-  // Until the other end has closed; what it still says is not heard.
-  void AwaitEnd(Clock::time_point until) {
-    std::string unheard;
-    while (Read(unheard, until)) unheard.clear();
+  // Waits until the peer closes and ignores what it still sends.
+  void AwaitClose(Clock::time_point deadline) {
+    std::string ignored;
+    while (Read(ignored, deadline)) ignored.clear();
   }
 
  private:
@@ -162,15 +164,18 @@ class PipeTurn {
     ::ResetEvent(done.Get());
   }
 
-  // The operation uses memory of the caller: it has ended, done or cancelled, when this returns.
-  bool Finish(Clock::time_point until, DWORD& count) {
+  // Waits for the operation and returns the number of bytes moved; nothing if it failed or was cancelled. It is over
+  // when this returns, because it uses the caller's memory.
+  std::optional<DWORD> Finish(Clock::time_point deadline) {
     const HANDLE waited[] = {done.Get(), stop};
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     const DWORD limit = left <= 0 ? 0 : static_cast<DWORD>(std::min<decltype(left)>(left, INFINITE - 1));
     if (::WaitForMultipleObjects(stop == nullptr ? 1 : 2, waited, FALSE, limit) != WAIT_OBJECT_0) {
       ::CancelIoEx(pipe, &operation);
     }
-    return ::GetOverlappedResult(pipe, &operation, &count, TRUE);
+    DWORD count = 0;
+    if (!::GetOverlappedResult(pipe, &operation, &count, TRUE)) return std::nullopt;
+    return count;
   }
 
   const HANDLE pipe;
@@ -179,17 +184,17 @@ class PipeTurn {
   OVERLAPPED operation{};
 };
 
-// The pipe's one instance serves one client after the other, so a client may have to wait for its turn.
-Handle OpenPipe(const fs::path& place, const std::wstring& name, Clock::time_point until) {
+// The pipe has one instance, which serves one client after the other, so a client may have to wait.
+Handle OpenPipe(const fs::path& path, const std::wstring& name, Clock::time_point deadline) {
   for (;;) {
-    // A server that is an impostor's may learn who we are, but may not act in our name.
+    // An impostor's server may identify us, but not impersonate us.
     Handle pipe(::CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING,
                               FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (pipe.Valid()) return pipe;
     const DWORD error = ::GetLastError();
-    if (error != ERROR_PIPE_BUSY || Clock::now() >= until) {
-      throw ControlChannelError("no host can be reached on the control pipe " + NarrowText(place) + ": " +
-                                SystemErrorText(error));
+    if (error != ERROR_PIPE_BUSY || Clock::now() >= deadline) {
+      throw ControlChannelError(
+          fmt::format("no host reachable on the control pipe {}: {}", NarrowText(path), SystemErrorText(error)));
     }
     ::WaitNamedPipeW(name.c_str(), 100);
   }
@@ -197,12 +202,12 @@ Handle OpenPipe(const fs::path& place, const std::wstring& name, Clock::time_poi
 
 }  // namespace
 
-fs::path DefaultControlPlace() { return std::wstring(kPipes) + L"fenlux-host-" + OwnUserText(); }
+fs::path DefaultControlPath() { return std::wstring(kPipePrefix) + L"fenlux-host-" + OwnUserText(); }
 
 class ControlListener::Body {
  public:
-  explicit Body(const fs::path& place) : stop(NewEvent(true)) {
-    const std::wstring name = PipeName(place);
+  explicit Body(const fs::path& path) : stop(NewEvent(true)) {
+    const std::wstring name = PipeName(path);
     const Local<void> descriptor = OwnerOnly();
     SECURITY_ATTRIBUTES attributes{sizeof(attributes), descriptor.get(), FALSE};
     pipe = Handle(::CreateNamedPipeW(name.c_str(),
@@ -212,26 +217,26 @@ class ControlListener::Body {
     if (pipe.Valid() && stop.Valid()) return;
     const DWORD error = ::GetLastError();
     if (error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY) {
-      throw ControlChannelError("another host listens on the control pipe " + NarrowText(place) +
-                                "; end it, or name another pipe under [control]");
+      throw ControlChannelError("another host listens on the control pipe " + NarrowText(path) +
+                                "; stop it, or choose another pipe with --socket or [control]");
     }
-    throw ControlChannelError("the control pipe " + NarrowText(place) + " cannot be opened: " + SystemErrorText(error));
+    throw ControlChannelError(
+        fmt::format("cannot open the control pipe {}: {}", NarrowText(path), SystemErrorText(error)));
   }
 
   ~Body() { Stop(); }
 
   void Serve(const std::function<std::string(const std::string&)>& answer) {
-    PipeTurn turn(pipe.Get(), stop.Get());
+    PipeOperation operation(pipe.Get(), stop.Get());
     while (!Stopped()) {
-      if (turn.Accept(Clock::time_point::max())) {
-        std::string request;
-        if (turn.ReadLine(request, Clock::now() + kClientPatience) &&
-            turn.Write(answer(request) + "\n", Clock::now() + kClientPatience)) {
-          // Ending the connection throws away what the client has not read yet.
-          turn.AwaitEnd(Clock::now() + kClientPatience);
+      if (operation.Accept(Clock::time_point::max())) {
+        const auto request = operation.ReadLine(Clock::now() + kControlClientTimeout);
+        if (request && operation.Write(answer(*request) + "\n", Clock::now() + kControlClientTimeout)) {
+          // Disconnecting discards what the client has not read yet.
+          operation.AwaitClose(Clock::now() + kControlClientTimeout);
         }
       } else if (!Stopped()) {
-        ::WaitForSingleObject(stop.Get(), 100);  // not to spin on a pipe that does not work
+        ::WaitForSingleObject(stop.Get(), 100);  // do not spin on a broken pipe
       }
       ::DisconnectNamedPipe(pipe.Get());
     }
@@ -243,26 +248,25 @@ class ControlListener::Body {
   bool Stopped() const { return ::WaitForSingleObject(stop.Get(), 0) == WAIT_OBJECT_0; }
 
   const Handle stop;
-  Handle pipe;  // the name goes with it
+  Handle pipe;  // closing it frees the name
 };
 
-ControlListener::ControlListener(const fs::path& place) : body(std::make_unique<Body>(place)) {}
+ControlListener::ControlListener(const fs::path& path) : body(std::make_unique<Body>(path)) {}
 ControlListener::~ControlListener() { Stop(); }
 void ControlListener::Serve(const std::function<std::string(const std::string&)>& answer) { body->Serve(answer); }
 void ControlListener::Stop() { body->Stop(); }
 
-std::string ControlExchange(const fs::path& place, const std::string& request, std::chrono::seconds limit) {
-  const Clock::time_point until = Clock::now() + limit;
-  const Handle pipe = OpenPipe(place, PipeName(place), until);
-  if (!IsOwnUsers(pipe.Get())) {
-    throw ControlChannelError("the control pipe " + NarrowText(place) + " belongs to another user's process");
+std::string SendControlRequest(const fs::path& path, const std::string& request, std::chrono::seconds timeout) {
+  const Clock::time_point deadline = Clock::now() + timeout;
+  const Handle pipe = OpenPipe(path, PipeName(path), deadline);
+  if (!IsOwnPipe(pipe.Get())) {
+    throw ControlChannelError("the control pipe " + NarrowText(path) + " belongs to another user's process");
   }
-  PipeTurn turn(pipe.Get(), nullptr);
-  std::string answer;
-  if (!turn.Write(request + "\n", until) || !turn.ReadLine(answer, until)) {
-    throw ControlChannelError("the host at the control pipe " + NarrowText(place) + " gave no answer");
-  }
-  return answer;
+  PipeOperation operation(pipe.Get(), nullptr);
+  std::optional<std::string> answer;
+  if (operation.Write(request + "\n", deadline)) answer = operation.ReadLine(deadline);
+  if (!answer) throw ControlChannelError("no answer from the host on the control pipe " + NarrowText(path));
+  return *std::move(answer);
 }
 
 }  // namespace fenlux::refhost

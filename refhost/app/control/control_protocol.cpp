@@ -1,100 +1,100 @@
-// Writing is our own report's; reading is the JSON library's, which is large and met here only.
+// Encoding and decoding of requests and answers, and the call in between.
 #include "refhost/app/control/control_protocol.h"
 
-#include <Poco/Exception.h>
-#include <Poco/JSON/Object.h>
-#include <Poco/JSON/Parser.h>
-
-#include <sstream>
+#include <nlohmann/json.hpp>
 
 #include "refhost/base/exception_text.h"
 
 namespace fenlux::refhost {
 namespace {
 
-// The object of a line; empty where it is none.
-Poco::JSON::Object::Ptr ParseObject(const std::string& line) {
-  try {
-    Poco::JSON::ParseHandler::Ptr handler = new Poco::JSON::ParseHandler(true);  // keeps the order of names
-    Poco::JSON::Parser parser(handler);
-    parser.setDepth(16);
-    return parser.parse(line).extract<Poco::JSON::Object::Ptr>();
-  } catch (const Poco::Exception&) {
-    return nullptr;
-  }
+using Json = Report;
+
+// Valid messages nest less. Deeper ones are refused, because some of the library's functions recurse.
+constexpr int kMaxDepth = 16;
+
+// Discarded if the line is malformed.
+Json Parse(const std::string& line) {
+  bool tooDeep = false;
+  const auto checkDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
+    tooDeep = tooDeep || depth > kMaxDepth;
+    return !tooDeep;
+  };
+  Json json = Json::parse(line, checkDepth, /*allow_exceptions=*/false);
+  return tooDeep ? Json(Json::value_t::discarded) : json;
 }
 
-std::string RefusalAnswer(const std::string& error) {
-  ControlAnswer answer;
-  answer.error = error;
-  return EncodeAnswer(answer);
+// Null if the object has no such member, or one of another type.
+template <typename Value>
+const Value* Find(const Json& object, const char* name) {
+  const auto found = object.find(name);
+  return found == object.end() ? nullptr : found->get_ptr<const Value*>();
 }
 
 }  // namespace
 
 std::string EncodeRequest(const ControlRequest& request) {
-  Report arguments;
-  for (const auto& [name, value] : request.arguments) arguments.Add(name, value);
-  Report object;
-  object.Add("operation", request.operation);
-  object.Add("arguments", std::move(arguments));
-  return object.Json();
+  Json json = Json::object();
+  json["operation"] = request.operation;
+  json["arguments"] = request.arguments;
+  return JsonText(json);
 }
 
 std::optional<ControlRequest> DecodeRequest(const std::string& line) {
-  const Poco::JSON::Object::Ptr object = ParseObject(line);
-  if (object.isNull() || !object->has("operation")) return std::nullopt;
-  try {
-    ControlRequest request;
-    request.operation = object->getValue<std::string>("operation");
-    if (object->has("arguments")) {
-      const Poco::JSON::Object::Ptr arguments = object->getObject("arguments");
-      if (arguments.isNull()) return std::nullopt;
-      for (const auto& [name, value] : *arguments) request.arguments[name] = value.convert<std::string>();
-    }
-    return request;
-  } catch (const Poco::Exception&) {
-    return std::nullopt;
+  const Json json = Parse(line);
+  const auto* const operation = Find<std::string>(json, "operation");
+  if (operation == nullptr) return std::nullopt;
+  ControlRequest request{.operation = *operation, .arguments = {}};
+  if (!json.contains("arguments")) return request;
+  const Json& arguments = json["arguments"];
+  if (!arguments.is_object()) return std::nullopt;
+  for (const auto& [name, value] : arguments.items()) {
+    if (value.is_null() || value.is_structured()) return std::nullopt;
+    request.arguments[name] = value.is_string() ? value.get<std::string>() : value.dump();
   }
+  return request;
 }
 
-std::string EncodeAnswer(const ControlAnswer& answer) {
-  if (!answer.done) return R"({"done":false,"error":)" + JsonString(answer.error) + "}";
-  return R"({"done":true,"result":)" + answer.json + R"(,"text":)" + JsonString(answer.text) + "}";
+std::string EncodeResult(const Report& result) {
+  Json json = Json::object();
+  json["done"] = true;
+  json["result"] = result;
+  json["text"] = AlignedText(result);
+  return JsonText(json);
+}
+
+std::string EncodeRefusal(const std::string& error) {
+  Json json = Json::object();
+  json["done"] = false;
+  json["error"] = error;
+  return JsonText(json);
 }
 
 std::optional<ControlAnswer> DecodeAnswer(const std::string& line) {
-  const Poco::JSON::Object::Ptr object = ParseObject(line);
-  if (object.isNull()) return std::nullopt;
-  try {
-    ControlAnswer answer;
-    answer.done = object->getValue<bool>("done");
-    if (answer.done) {
-      std::ostringstream json;
-      object->getObject("result")->stringify(json);
-      answer.json = json.str();
-      answer.text = object->getValue<std::string>("text");
-    } else {
-      answer.error = object->getValue<std::string>("error");
-    }
-    return answer;
-  } catch (const Poco::Exception&) {
-    return std::nullopt;
+  const Json json = Parse(line);
+  const bool* const done = Find<bool>(json, "done");
+  if (done == nullptr) return std::nullopt;
+  if (!*done) {
+    const auto* const error = Find<std::string>(json, "error");
+    if (error == nullptr) return std::nullopt;
+    return ControlAnswer{.done = false, .json = {}, .text = {}, .error = *error};
   }
+  const auto* const text = Find<std::string>(json, "text");
+  if (text == nullptr || !json.contains("result") || !json["result"].is_object()) return std::nullopt;
+  return ControlAnswer{.done = true, .json = JsonText(json["result"]), .text = *text, .error = {}};
 }
 
 std::string AnswerRequest(ReferenceHost& host, const std::string& line) noexcept {
   try {
     const std::optional<ControlRequest> request = DecodeRequest(line);
-    if (!request) return RefusalAnswer("the request is no JSON object with an operation");
+    if (!request) return EncodeRefusal("the request is not a JSON object with an operation");
     const ControlOperation* const operation = FindControlOperation(request->operation);
-    if (operation == nullptr) return RefusalAnswer("there is no operation " + request->operation);
-    const Report result = operation->carryOut(host, request->arguments);
-    return EncodeAnswer({.done = true, .json = result.Json(), .text = result.Text(), .error = {}});
+    if (operation == nullptr) return EncodeRefusal("unknown operation " + request->operation);
+    return EncodeResult(operation->run(host, request->arguments));
   } catch (...) {
     try {
-      return RefusalAnswer(CurrentExceptionText());
-    } catch (...) {  // no memory for a longer answer
+      return EncodeRefusal(CurrentExceptionText());
+    } catch (...) {  // out of memory
       return {};
     }
   }

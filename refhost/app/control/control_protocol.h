@@ -1,9 +1,9 @@
-// The words of the control channel: one JSON object each way.
+// The control protocol: one JSON object each way, each on one line.
 //
 //   request   {"operation":"grsp","arguments":{"mode":"1"}}
 //   answer    {"done":true,"result":{...},"text":"..."}    or    {"done":false,"error":"..."}
 //
-// `text` is the result as a person reads it.
+// `text` is `result` as aligned text.
 #pragma once
 
 #include <optional>
@@ -20,18 +20,19 @@ struct ControlRequest {
 
 struct ControlAnswer {
   bool done = false;
-  std::string json;   // of the result, where done
-  std::string text;   // of the result, where done
-  std::string error;  // otherwise
+  std::string json;   // the result, if done
+  std::string text;   // the result, if done
+  std::string error;  // the reason, if not done
 };
 
-// The encoded forms are one line without its end; what does not decode gives nothing.
+// Lines have no line end. Decoding returns nothing if the line is malformed.
 std::string EncodeRequest(const ControlRequest& request);
 std::optional<ControlRequest> DecodeRequest(const std::string& line);
-std::string EncodeAnswer(const ControlAnswer& answer);
+std::string EncodeResult(const Report& result);
+std::string EncodeRefusal(const std::string& error);
 std::optional<ControlAnswer> DecodeAnswer(const std::string& line);
 
-// Carries a request out and gives its answer, both encoded; never throws.
+// Runs a request on the host. Takes a request line and returns an answer line.
 std::string AnswerRequest(ReferenceHost& host, const std::string& line) noexcept;
 
 }  // namespace fenlux::refhost

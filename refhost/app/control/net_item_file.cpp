@@ -1,5 +1,7 @@
-// An item travels as the hexadecimal digits of its 48 opaque bytes, a colon and its value; items are joined by commas.
+// In a request, an item is the hexadecimal digits of its 48 opaque bytes, a colon and its value. Commas separate items.
 #include "refhost/app/control/net_item_file.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
@@ -14,7 +16,7 @@ namespace {
 
 using Opaque = decltype(NetControlItem::opaque);
 
-// The bytes of exactly as many digits as they need.
+// Nothing unless there are exactly as many digits as the bytes need.
 std::optional<Opaque> ParseOpaque(std::string_view digits) {
   Opaque opaque{};
   const auto bytes = BytesFromHex(digits);
@@ -27,10 +29,10 @@ NetControlItem ReadItem(const ConfigTable& table) {
   NetControlItem item{};
   item.value = table.RequiredUnsigned("value");
   if (table.Has("opaque_text")) {
-    if (table.Has("opaque")) table.Report("opaque_text", "cannot stand beside opaque");
+    if (table.Has("opaque")) table.Report("opaque_text", "cannot be combined with opaque");
     const std::string text = table.Text("opaque_text", "");
     if (text.size() > item.opaque.size()) {
-      table.Report("opaque_text", "has " + std::to_string(text.size()) + " bytes; an item holds 48");
+      table.Report("opaque_text", fmt::format("has {} bytes; an item holds {}", text.size(), item.opaque.size()));
     } else {
       std::copy(text.begin(), text.end(), item.opaque.begin());
     }
@@ -75,7 +77,7 @@ std::string EncodeNetItems(const NetControlItems& items) {
   std::string text;
   for (const NetControlItem& item : items) {
     if (!text.empty()) text += ',';
-    text += HexText(item.opaque) + ":" + std::to_string(item.value);
+    text += fmt::format("{}:{}", HexText(item.opaque), item.value);
   }
   return text;
 }

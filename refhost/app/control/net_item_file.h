@@ -1,4 +1,4 @@
-// Network-control items, as an operator's file holds them and as they travel to the host.
+// Network-control items in an operator's file and in a control request.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -11,11 +11,11 @@ namespace fenlux::refhost {
 
 class ConfigErrors;
 
-// Reads a TOML file of [[items]] tables, each with `opaque` (96 hexadecimal digits, or a text that is filled up with
-// zeros under `opaque_text`) and `value`.
+// Reads a TOML file of [[items]] tables, each with `value` and either `opaque` (96 hexadecimal digits) or `opaque_text`
+// (up to 48 bytes, padded with zeros).
 NetControlItems LoadNetItems(const boost::filesystem::path& file, ConfigErrors& errors);
 
-// All items in one text, and back; std::invalid_argument for a text that holds none.
+// Converts items to one text and back. Decoding throws std::invalid_argument if the text is malformed.
 std::string EncodeNetItems(const NetControlItems& items);
 NetControlItems DecodeNetItems(std::string_view text);
 

@@ -1,4 +1,4 @@
-// Loading of the module's library: its init is looked up and called, and nothing else of it is known.
+// Loads the module's library and calls its init, its only export.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -12,20 +12,20 @@ class CGlobalContext;
 
 namespace fenlux::refhost {
 
-// The library could not be loaded, or has no init.
+// The library cannot be loaded, or has no init.
 class ModuleLoadError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// A loaded module. The library stays loaded when the object goes: the module's threads are never joined, so its code
-// must stay until the process ends.
+// A loaded module. The library stays loaded when the object is destroyed: the module's threads are never joined, so its
+// code must stay until the process ends.
 class ModuleLibrary {
  public:
   // Throws ModuleLoadError.
   explicit ModuleLibrary(const boost::filesystem::path& file);
 
-  // Calls the module's init; lets through what it throws.
+  // Calls the module's init. Throws whatever init throws.
   void Init(const std::shared_ptr<CGlobalContext>& context) const { init(&context); }
 
  private:
@@ -34,7 +34,7 @@ class ModuleLibrary {
   InitFunction init = nullptr;
 };
 
-// The module's library beside this program, or where an installation puts it.
+// The module's library next to this program, or in its installed place.
 boost::filesystem::path DefaultModuleLibrary();
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// dlopen and dlsym; the handle is let go of on purpose and never closed.
+// dlopen and dlsym. The handle is never closed, on purpose.
 #include <dlfcn.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -9,10 +9,10 @@
 namespace fenlux::refhost {
 
 ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
-  // An absolute path: a bare name would be searched in the system's library directories.
+  // Absolute, because dlopen searches the system's library directories for a bare name.
   const boost::filesystem::path path = boost::filesystem::absolute(file);
   void* const library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) throw ModuleLoadError("the module cannot be loaded: " + std::string(::dlerror()));
+  if (library == nullptr) throw ModuleLoadError("cannot load the module: " + std::string(::dlerror()));
   void* const symbol = ::dlsym(library, "init");
   if (symbol == nullptr) throw ModuleLoadError("the module " + path.string() + " has no init");
   init = reinterpret_cast<InitFunction>(symbol);
@@ -20,11 +20,11 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
 
 boost::filesystem::path DefaultModuleLibrary() {
   const boost::filesystem::path folder = OwnProgramPath().parent_path();
-  const boost::filesystem::path beside = folder / "libfenlux.so";
+  const boost::filesystem::path local = folder / "libfenlux.so";
   const boost::filesystem::path installed = folder.parent_path() / "lib" / "libfenlux.so";
   boost::system::error_code error;
-  const bool isInstalled = !boost::filesystem::exists(beside, error) && boost::filesystem::exists(installed, error);
-  return isInstalled ? installed : beside;
+  const bool isInstalled = !boost::filesystem::exists(local, error) && boost::filesystem::exists(installed, error);
+  return isInstalled ? installed : local;
 }
 
 }  // namespace fenlux::refhost

@@ -1,10 +1,10 @@
-// The way out of a process whose threads cannot be joined. The bodies are the platform's.
+// Ends a process whose threads cannot be joined.
 #pragma once
 
 namespace fenlux::refhost {
 
-// Ends the process at once with the code: nothing is unwound, no library is told. What has to reach the outside was
-// flushed before. Any thread.
+// Ends the process immediately: no destructors, no exit handlers, no unloading of libraries. Flush all output before.
+// Any thread.
 [[noreturn]] void EndProcess(int code);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Leaves by _Exit, which runs nothing of the process any more.
+// _Exit runs no code of the process.
 #include "refhost/app/platform/process_end.h"
 
 #include <cstdlib>

@@ -1,16 +1,14 @@
-// An ordinary exit, even the runtime's short one, ends all other threads wherever they are and then runs every
-// library's leave-taking, which waits for ever on a lock that one of them held.
+// TerminateProcess runs no code of the process. ExitProcess, and so exit and _Exit, would first end the other threads
+// wherever they are and then call every library's entry point, which deadlocks if one of those threads held a lock.
 #include "refhost/app/platform/process_end.h"
 
 #include <windows.h>
 
-#include <cstdlib>
-
 namespace fenlux::refhost {
 
 void EndProcess(int code) {
-  ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(code));
-  std::abort();
+  // The call does not return for the current process, but it is not declared so.
+  for (;;) ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(code));
 }
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Text at the program's edges. Inside, narrow text is UTF-8; the bodies see to it on each platform.
+// Text encoding of paths, console and command line. Inside the program, narrow text is UTF-8.
 #pragma once
 
 #include <string>
@@ -6,10 +6,10 @@
 
 namespace fenlux::refhost {
 
-// Has paths and the console take and give UTF-8. At the beginning of main, before any thread is started.
+// Switches paths and the console to UTF-8. Call it first in main, before any thread starts.
 void PrepareProgramText();
 
-// The command line without the program's name.
+// The command line without the program name, in UTF-8.
 std::vector<std::string> ProgramArguments(int argc, char** argv);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Bytes are passed through as they are; on systems of today they are UTF-8.
+// Passes bytes through unchanged; current systems use UTF-8.
 #include "refhost/app/platform/program_text.h"
 
 namespace fenlux::refhost {

@@ -1,5 +1,5 @@
-// Windows keeps its texts in UTF-16 and would give a program narrow ones in the system's code page, which loses what it
-// has no characters for.
+// Windows uses UTF-16. The narrow forms it offers are in the system's code page, which cannot represent every
+// character.
 #include "refhost/app/platform/program_text.h"
 
 #include <windows.h>
@@ -23,10 +23,10 @@ void PrepareProgramText() {
 std::vector<std::string> ProgramArguments(int /*argc*/, char** /*argv*/) {
   std::vector<std::string> arguments;
   int count = 0;
-  wchar_t** const words = ::CommandLineToArgvW(::GetCommandLineW(), &count);
-  if (words == nullptr) return arguments;
-  for (int index = 1; index < count; ++index) arguments.push_back(NarrowFromWide(words[index]));
-  ::LocalFree(words);
+  wchar_t** const wide = ::CommandLineToArgvW(::GetCommandLineW(), &count);
+  if (wide == nullptr) return arguments;
+  for (int index = 1; index < count; ++index) arguments.push_back(NarrowFromWide(wide[index]));
+  ::LocalFree(wide);
   return arguments;
 }
 

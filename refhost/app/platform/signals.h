@@ -1,4 +1,4 @@
-// The operating system's signals to a running host, taken on one thread at a time of its choosing.
+// Signals to a running host, received by waiting for them.
 #pragma once
 
 #include <chrono>
@@ -8,13 +8,14 @@ namespace fenlux::refhost {
 
 enum class HostSignal { kNone, kStop, kReload, kSummary };
 
-// Keeps the signals for Wait from now on, on this thread and all that it starts; so it is called before any is started.
-void HoldSignals();
+// Blocks the signals on this thread and on all threads it starts later, so that WaitForSignal receives them. Call it
+// before starting any thread.
+void BlockSignals();
 
-// The next signal; none where there was none within `limit`.
-HostSignal WaitForSignal(std::chrono::milliseconds limit);
+// Returns the next signal, or kNone if none arrives in time. One thread at a time.
+HostSignal WaitForSignal(std::chrono::milliseconds timeout);
 
-// What an operator can do while the host runs, for the command line's help; ended by a line end.
+// What the signals do, for the command line's help. Ends with a line feed.
 std::string SignalHelp();
 
 }  // namespace fenlux::refhost

@@ -1,5 +1,5 @@
-// SIGINT and SIGTERM stop, SIGHUP reloads, SIGUSR1 asks for the summary. They stay blocked and are picked up by
-// waiting, so no code ever runs inside a signal handler.
+// SIGINT and SIGTERM stop the host, SIGHUP reloads, SIGUSR1 prints the summary. The signals stay blocked and are
+// received with sigtimedwait, so no code runs in a signal handler.
 #include <signal.h>
 
 #include <ctime>
@@ -9,7 +9,7 @@
 namespace fenlux::refhost {
 namespace {
 
-sigset_t HeldSignals() {
+sigset_t BlockedSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) ::sigaddset(&signals, signal);
@@ -18,19 +18,19 @@ sigset_t HeldSignals() {
 
 }  // namespace
 
-void HoldSignals() {
-  const sigset_t signals = HeldSignals();
+void BlockSignals() {
+  const sigset_t signals = BlockedSignals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  // A reader of our output or of the control socket that goes away must not end the host.
+  // The host must survive a reader that closes our output or the control socket.
   ::signal(SIGPIPE, SIG_IGN);
 }
 
-HostSignal WaitForSignal(std::chrono::milliseconds limit) {
-  const sigset_t signals = HeldSignals();
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
-  const timespec timeout{static_cast<std::time_t>(seconds.count()),
-                         static_cast<long>(std::chrono::nanoseconds(limit - seconds).count())};
-  switch (::sigtimedwait(&signals, nullptr, &timeout)) {
+HostSignal WaitForSignal(std::chrono::milliseconds timeout) {
+  const sigset_t signals = BlockedSignals();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+  const timespec limit{static_cast<std::time_t>(seconds.count()),
+                       static_cast<long>(std::chrono::nanoseconds(timeout - seconds).count())};
+  switch (::sigtimedwait(&signals, nullptr, &limit)) {
     case SIGINT:
     case SIGTERM:
       return HostSignal::kStop;
@@ -44,7 +44,7 @@ HostSignal WaitForSignal(std::chrono::milliseconds limit) {
 }
 
 std::string SignalHelp() {
-  return "SIGINT and SIGTERM end the run, SIGHUP reads the configuration again, SIGUSR1 prints the summary so far.\n";
+  return "SIGINT and SIGTERM stop the host, SIGHUP reloads the configuration, SIGUSR1 prints the summary so far.\n";
 }
 
 }  // namespace fenlux::refhost

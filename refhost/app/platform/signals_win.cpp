@@ -1,5 +1,5 @@
-// Ctrl+C, Ctrl+Break and the end of the console, the login session or the system stop the host. Windows has no signals
-// that reload or ask for the summary: the control channel does both.
+// Ctrl+C, Ctrl+Break, closing the console, logging off and shutting down stop the host. Windows has no signals for
+// reloading or printing the summary; the control channel does both.
 #include "refhost/app/platform/signals.h"
 
 #include <windows.h>
@@ -7,17 +7,17 @@
 namespace fenlux::refhost {
 namespace {
 
-// Set by every call to stop. Made once and kept until the process ends, as the handler may run until then.
+// Set by every request to stop. Never closed, because the handler may run until the process ends.
 HANDLE StopEvent() {
   static const HANDLE event = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
   return event;
 }
 
-// Runs on a thread that the system makes for it.
+// Runs on a thread that the system creates for the call.
 BOOL WINAPI OnConsoleControl(DWORD control) {
   ::SetEvent(StopEvent());
-  // After these the system ends the process as soon as the handler returns; until then it grants some seconds, which
-  // the host has for its stop.
+  // After these events the system ends the process as soon as the handler returns, or after some seconds. Do not
+  // return, so that the host has these seconds to stop.
   if (control == CTRL_CLOSE_EVENT || control == CTRL_LOGOFF_EVENT || control == CTRL_SHUTDOWN_EVENT) {
     ::Sleep(INFINITE);
   }
@@ -26,19 +26,20 @@ BOOL WINAPI OnConsoleControl(DWORD control) {
 
 }  // namespace
 
-void HoldSignals() {
+void BlockSignals() {
   StopEvent();
   ::SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
 }
 
-HostSignal WaitForSignal(std::chrono::milliseconds limit) {
-  const DWORD waited = ::WaitForSingleObject(StopEvent(), static_cast<DWORD>(limit.count()));
-  return waited == WAIT_OBJECT_0 ? HostSignal::kStop : HostSignal::kNone;
+HostSignal WaitForSignal(std::chrono::milliseconds timeout) {
+  const DWORD result = ::WaitForSingleObject(StopEvent(), static_cast<DWORD>(timeout.count()));
+  return result == WAIT_OBJECT_0 ? HostSignal::kStop : HostSignal::kNone;
 }
 
 std::string SignalHelp() {
-  return "Ctrl+C and Ctrl+Break end the run; `ctl reload` reads the configuration again, `ctl summary` shows the "
-         "summary\nso far.\n";
+  return "Ctrl+C and Ctrl+Break stop the host. `ctl reload` reloads the configuration, `ctl summary` shows the summary "
+         "so\n"
+         "far.\n";
 }
 
 }  // namespace fenlux::refhost

@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -61,15 +62,15 @@ std::string TimeText(const Line& line, spdlog::pattern_formatter& formatter) {
   return std::string(text.data(), text.size());
 }
 
-std::string JsonText(const Line& line, spdlog::pattern_formatter& timeFormatter) {
-  Report object;
-  object.Add("time", TimeText(line, timeFormatter));
-  object.Add("severity", std::string(RowOf(line.severity).name));
-  object.Add("level", std::string(ViewOf(spdlog::level::to_string_view(RowOf(line.severity).level))));
-  if (line.code != 0) object.Add("code", line.code);
-  if (line.category != 0) object.Add("category", line.category);
-  object.Add("text", line.text);
-  return object.Json();
+std::string JsonLine(const Line& line, spdlog::pattern_formatter& timeFormatter) {
+  Report object = Report::object();
+  object["time"] = TimeText(line, timeFormatter);
+  object["severity"] = RowOf(line.severity).name;
+  object["level"] = ViewOf(spdlog::level::to_string_view(RowOf(line.severity).level));
+  if (line.code != 0) object["code"] = line.code;
+  if (line.category != 0) object["category"] = line.category;
+  object["text"] = line.text;
+  return JsonText(object);
 }
 
 std::string PlainText(const Line& line) {
@@ -200,7 +201,7 @@ class LogService::Queue {
   bool WriteOut(const Line& line) noexcept {
     bool taken = true;
     try {
-      const std::string text = json ? JsonText(line, timeFormatter) : PlainText(line);
+      const std::string text = json ? JsonLine(line, timeFormatter) : PlainText(line);
       const spdlog::details::log_msg message(line.time, {}, "", RowOf(line.severity).level, text);
       for (const Output& output : outputs) {
         if (static_cast<std::size_t>(line.severity) >= output.least) taken = WriteTo(output, message) && taken;

@@ -1,4 +1,4 @@
-// A module whose init fails without a word.
+// A module whose init throws something other than an exception object.
 #define FENLUX_BUILDING_MODULE
 #include "core/fenlux.h"
 

@@ -1,2 +1,2 @@
-// A library that is no module.
+// A library that is not a module.
 extern "C" __attribute__((visibility("default"))) int something_else() { return 1; }

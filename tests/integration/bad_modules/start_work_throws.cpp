@@ -1,4 +1,4 @@
-// A module that cannot start its work.
+// A module whose StartWork fails.
 #define FENLUX_BUILDING_MODULE
 #include <stdexcept>
 

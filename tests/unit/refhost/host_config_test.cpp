@@ -1,4 +1,4 @@
-// Whole files: what a configuration gives, and that a check finds everything that is wrong with one.
+// Whole files: the settings they produce, and the errors a check finds.
 #include "refhost/app/host_config.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@ namespace {
 
 using fenlux::testing::TemporaryDirectory;
 
-TEST(HostConfig, TakesAnEmptyFileAsAHostWithoutEvents) {
+TEST(HostConfig, AnEmptyFileIsAHostWithoutEvents) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   const HostConfig config = LoadHostConfig(directory.Write("h.toml", ""), errors);
@@ -23,7 +23,7 @@ TEST(HostConfig, TakesAnEmptyFileAsAHostWithoutEvents) {
   EXPECT_FALSE(config.reloadable.module.monitoredObjects);
 }
 
-TEST(HostConfig, GivesEveryTableToItsService) {
+TEST(HostConfig, ReadsEveryTable) {
   const TemporaryDirectory directory;
   directory.Write("s.toml", "[[steps]]\nnotify = 4098\n");
   ConfigErrors errors;
@@ -47,7 +47,7 @@ TEST(HostConfig, GivesEveryTableToItsService) {
   EXPECT_EQ(config.reloadable.rules.defaultDecision, 3U);
 }
 
-TEST(HostConfig, ACheckTellsTheErrorsOfTheConfigurationAndOfItsScenario) {
+TEST(HostConfig, ACheckReportsErrorsOfTheConfigurationAndOfItsScenario) {
   const TemporaryDirectory directory;
   const std::string scenario = directory.Write("s.toml", "[[steps]]\nnotify = 'x'\n").string();
   const std::string host =
@@ -64,7 +64,7 @@ TEST(HostConfig, ACheckTellsTheErrorsOfTheConfigurationAndOfItsScenario) {
                                ":2:10: steps[0].notify: must be an integer\n");
 }
 
-TEST(HostConfig, ACheckKnowsAScenarioByItsKeys) {
+TEST(HostConfig, ACheckRecognisesAScenarioByItsKeys) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   CheckFile(directory.Write("good.toml", "[[steps]]\npause_ms = 1\n"), errors);

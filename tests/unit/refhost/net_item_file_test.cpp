@@ -1,4 +1,4 @@
-// Network-control items from their file to the wire and back.
+// Network-control items from their file, and to a request and back.
 #include "refhost/app/control/net_item_file.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 using fenlux::testing::TemporaryDirectory;
 
-TEST(NetItemFile, GivesItsItemsInOrder) {
+TEST(NetItemFile, ReturnsItsItemsInOrder) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   const NetControlItems items =
@@ -32,7 +32,7 @@ TEST(NetItemFile, GivesItsItemsInOrder) {
   EXPECT_EQ(items[1].value, 0U);
 }
 
-TEST(NetItemFile, TellsEveryError) {
+TEST(NetItemFile, ReportsEveryError) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   const std::string file = directory
@@ -45,11 +45,11 @@ TEST(NetItemFile, TellsEveryError) {
   EXPECT_EQ(errors.Text(), file + ":2:10: items[0].opaque: must be 96 hexadecimal digits\n" + file +
                                ":3:9: items[0].value: must be from 0 to 4294967295, not -1\n" + file +
                                ":4:1: items[1].opaque: is missing\n" + file +
-                               ":8:15: items[2].opaque_text: cannot stand beside opaque\n" + file +
+                               ":8:15: items[2].opaque_text: cannot be combined with opaque\n" + file +
                                ":8:15: items[2].opaque_text: has 49 bytes; an item holds 48\n");
 }
 
-TEST(NetItemFile, ItemsSurviveTheWay) {
+TEST(NetItemFile, ItemsSurviveEncodingAndDecoding) {
   NetControlItems items(3);
   for (std::size_t index = 0; index < items.size(); ++index) {
     items[index].opaque.fill(static_cast<std::uint8_t>(0xA0 + index));
@@ -64,7 +64,7 @@ TEST(NetItemFile, ItemsSurviveTheWay) {
   EXPECT_TRUE(DecodeNetItems(EncodeNetItems({})).empty());
 }
 
-TEST(NetItemFile, RefusesWhatIsNoItem) {
+TEST(NetItemFile, RefusesMalformedItems) {
   const std::string digits(96, '0');
   const std::vector<std::string> texts{std::string("x"), digits, digits + ":",           digits + ":x",
                                        digits + ":1x",   "00:1", digits + ":4294967296", "," + digits + ":1"};

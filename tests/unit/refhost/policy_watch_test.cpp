@@ -1,4 +1,4 @@
-// When the module is told of the policy again.
+// When the watch notifies the module.
 #include "refhost/app/policy_watch.h"
 
 #include <gtest/gtest.h>
@@ -9,106 +9,106 @@ namespace {
 using Clock = PolicyWatch::Clock;
 using std::chrono::milliseconds;
 
-struct Scene {
+struct Fixture {
   bool ready = false;
-  Clock::time_point begun = Clock::time_point::min();
+  Clock::time_point started = Clock::time_point::min();
   Clock::time_point changed = Clock::time_point::min();
   Clock::time_point read = Clock::time_point::min();
   int notified = 0;
   Clock::time_point now = Clock::time_point(std::chrono::hours(1));
   PolicyWatch watch{{
       .isReady = [this] { return ready; },
-      .connectionBegun = [this] { return begun; },
+      .connectionStarted = [this] { return started; },
       .policyChanged = [this] { return changed; },
       .policyRead = [this] { return read; },
       .notify = [this] { ++notified; },
   }};
 
-  void Look(milliseconds later) {
-    now += later;
-    watch.Look(now);
+  void PollAfter(milliseconds pause) {
+    now += pause;
+    watch.Poll(now);
   }
   void Connect() {
-    begun = now;
+    started = now;
     ready = true;
   }
 };
 
-TEST(PolicyWatch, SaysNothingWhileNoConnectionIsReady) {
-  Scene scene;
-  for (int look = 0; look < 100; ++look) scene.Look(milliseconds(100));
-  EXPECT_EQ(scene.notified, 0);
+TEST(PolicyWatch, DoesNotNotifyWhileNoConnectionIsReady) {
+  Fixture fixture;
+  for (int poll = 0; poll < 100; ++poll) fixture.PollAfter(milliseconds(100));
+  EXPECT_EQ(fixture.notified, 0);
 }
 
-TEST(PolicyWatch, SaysNothingWhereThePolicyIsReadInTime) {
-  Scene scene;
-  scene.Connect();
-  scene.Look(milliseconds(100));
-  scene.Look(milliseconds(800));
-  scene.read = scene.now;
-  for (int look = 0; look < 100; ++look) scene.Look(milliseconds(100));
-  EXPECT_EQ(scene.notified, 0);
+TEST(PolicyWatch, DoesNotNotifyIfThePolicyIsReadInTime) {
+  Fixture fixture;
+  fixture.Connect();
+  fixture.PollAfter(milliseconds(100));
+  fixture.PollAfter(milliseconds(800));
+  fixture.read = fixture.now;
+  for (int poll = 0; poll < 100; ++poll) fixture.PollAfter(milliseconds(100));
+  EXPECT_EQ(fixture.notified, 0);
 }
 
-TEST(PolicyWatch, TellsTheModuleOfAChangeThatItMissedWhileItAppliedThePolicyBefore) {
-  Scene scene;
-  scene.Connect();
-  scene.now += milliseconds(10);
-  scene.read = scene.now;
-  scene.now += milliseconds(10);
-  scene.changed = scene.now;
-  scene.Look(milliseconds(0));
-  scene.Look(milliseconds(1000));
-  EXPECT_EQ(scene.notified, 1);
-  scene.read = scene.now;
-  for (int look = 0; look < 100; ++look) scene.Look(milliseconds(100));
-  EXPECT_EQ(scene.notified, 1);
+TEST(PolicyWatch, NotifiesAgainAfterAChangeThatTheModuleMissed) {
+  Fixture fixture;
+  fixture.Connect();
+  fixture.now += milliseconds(10);
+  fixture.read = fixture.now;
+  fixture.now += milliseconds(10);
+  fixture.changed = fixture.now;
+  fixture.PollAfter(milliseconds(0));
+  fixture.PollAfter(milliseconds(1000));
+  EXPECT_EQ(fixture.notified, 1);
+  fixture.read = fixture.now;
+  for (int poll = 0; poll < 100; ++poll) fixture.PollAfter(milliseconds(100));
+  EXPECT_EQ(fixture.notified, 1);
 }
 
-TEST(PolicyWatch, TellsTheModuleOnceASecondUntilThePolicyIsRead) {
-  Scene scene;
-  scene.Connect();
-  scene.Look(milliseconds(0));
-  scene.Look(milliseconds(999));
-  EXPECT_EQ(scene.notified, 0);
-  scene.Look(milliseconds(1));
-  EXPECT_EQ(scene.notified, 1);
-  scene.Look(milliseconds(999));
-  EXPECT_EQ(scene.notified, 1);
-  scene.Look(milliseconds(1));
-  EXPECT_EQ(scene.notified, 2);
-  scene.read = scene.now;
-  scene.Look(milliseconds(5000));
-  EXPECT_EQ(scene.notified, 2);
-  EXPECT_EQ(scene.watch.Reminders(), 2U);
+TEST(PolicyWatch, NotifiesOnceASecondUntilThePolicyIsRead) {
+  Fixture fixture;
+  fixture.Connect();
+  fixture.PollAfter(milliseconds(0));
+  fixture.PollAfter(milliseconds(999));
+  EXPECT_EQ(fixture.notified, 0);
+  fixture.PollAfter(milliseconds(1));
+  EXPECT_EQ(fixture.notified, 1);
+  fixture.PollAfter(milliseconds(999));
+  EXPECT_EQ(fixture.notified, 1);
+  fixture.PollAfter(milliseconds(1));
+  EXPECT_EQ(fixture.notified, 2);
+  fixture.read = fixture.now;
+  fixture.PollAfter(milliseconds(5000));
+  EXPECT_EQ(fixture.notified, 2);
+  EXPECT_EQ(fixture.watch.NotificationCount(), 2U);
 }
 
-TEST(PolicyWatch, APolicyReadForTheConnectionBeforeDoesNotCount) {
-  Scene scene;
-  scene.Connect();
-  scene.read = scene.now + milliseconds(10);
-  scene.Look(milliseconds(100));
-  scene.ready = false;
-  scene.Look(milliseconds(5000));
-  scene.Connect();
-  scene.Look(milliseconds(100));
-  scene.Look(milliseconds(1000));
-  EXPECT_EQ(scene.notified, 1);
+TEST(PolicyWatch, IgnoresAPolicyReadForThePreviousConnection) {
+  Fixture fixture;
+  fixture.Connect();
+  fixture.read = fixture.now + milliseconds(10);
+  fixture.PollAfter(milliseconds(100));
+  fixture.ready = false;
+  fixture.PollAfter(milliseconds(5000));
+  fixture.Connect();
+  fixture.PollAfter(milliseconds(100));
+  fixture.PollAfter(milliseconds(1000));
+  EXPECT_EQ(fixture.notified, 1);
 }
 
-TEST(PolicyWatch, ItsPatienceBeginsAnewWithEachConnection) {
-  Scene scene;
-  scene.Connect();
-  scene.Look(milliseconds(100));
-  scene.Look(milliseconds(900));
-  scene.ready = false;
-  scene.Look(milliseconds(50));
-  scene.Connect();
-  scene.Look(milliseconds(60));
-  scene.Look(milliseconds(900));
-  EXPECT_EQ(scene.notified, 0);
-  scene.Look(milliseconds(100));
-  EXPECT_EQ(scene.notified, 1);
+TEST(PolicyWatch, RestartsTheTimeoutWithEachConnection) {
+  Fixture fixture;
+  fixture.Connect();
+  fixture.PollAfter(milliseconds(100));
+  fixture.PollAfter(milliseconds(900));
+  fixture.ready = false;
+  fixture.PollAfter(milliseconds(50));
+  fixture.Connect();
+  fixture.PollAfter(milliseconds(60));
+  fixture.PollAfter(milliseconds(900));
+  EXPECT_EQ(fixture.notified, 0);
+  fixture.PollAfter(milliseconds(100));
+  EXPECT_EQ(fixture.notified, 1);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
-// The summary says what was counted, and whether it was fine.
+// The reports show the counts and whether all is well.
 #include "refhost/app/summary.h"
 
 #include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
 
 namespace fenlux::refhost {
 namespace {
@@ -25,22 +27,22 @@ SummaryFacts Facts() {
 }
 
 bool Shows(const Report& report, const std::string& line) {
-  return report.Text().find(line + "\n") != std::string::npos;
+  return AlignedText(report).find(line + "\n") != std::string::npos;
 }
 
-TEST(Summary, ShowsTheSumThatMustHold) {
+TEST(Summary, ShowsTheSumOfNotifications) {
   const SummaryFacts facts = Facts();
   ASSERT_TRUE(facts.totals.AddsUp());
   const Report report = SummaryReport(facts);
-  EXPECT_TRUE(Shows(report, "  sum                   10 = 6 + 1 + 1 + 2")) << report.Text();
+  EXPECT_TRUE(Shows(report, "  sum                   10 = 6 + 1 + 1 + 2")) << AlignedText(report);
   EXPECT_TRUE(Shows(report, "  adds_up               yes"));
   EXPECT_TRUE(Shows(report, "  4097  9"));
   EXPECT_TRUE(Shows(report, "  p50_us  1.5"));
-  EXPECT_NE(report.Json().find(R"("decisions":{"2":5},"verdicts":{"3":5,"4":1})"), std::string::npos);
-  EXPECT_NE(report.Json().find(R"("unjudged":{"late":1,)"), std::string::npos) << report.Json();
+  EXPECT_NE(JsonText(report).find(R"("decisions":{"2":5},"verdicts":{"3":5,"4":1})"), std::string::npos);
+  EXPECT_NE(JsonText(report).find(R"("unjudged":{"late":1,)"), std::string::npos) << JsonText(report);
 }
 
-TEST(Summary, IsFineOnlyWithoutViolationsAndWithASumThatHolds) {
+TEST(Summary, IsFineOnlyWithoutViolationsAndIfTheSumHolds) {
   SummaryFacts facts = Facts();
   EXPECT_TRUE(IsFine(facts));
   facts.driver.protocolViolations = 1;
@@ -51,20 +53,20 @@ TEST(Summary, IsFineOnlyWithoutViolationsAndWithASumThatHolds) {
   EXPECT_TRUE(Shows(SummaryReport(facts), "  adds_up               no"));
 }
 
-TEST(Summary, NamesTheViolations) {
+TEST(Summary, ListsViolations) {
   SummaryFacts facts = Facts();
   facts.driver.protocolViolations = 1;
   facts.driver.violationTexts = {"request 99: unknown"};
   EXPECT_TRUE(Shows(SummaryReport(facts), "  request 99: unknown"));
 }
 
-TEST(Summary, ShowsKernelEventsOnlyWhereThereWereAny) {
+TEST(Summary, ShowsKernelEventsOnlyIfThereAreAny) {
   SummaryFacts facts = Facts();
-  EXPECT_EQ(SummaryReport(facts).Json().find("kernel"), std::string::npos);
+  EXPECT_EQ(JsonText(SummaryReport(facts)).find("kernel"), std::string::npos);
   facts.totals.kernelEvents = 3;
   facts.totals.kernelRefused = 1;
   facts.totals.kernelAllowed = 2;
-  EXPECT_NE(SummaryReport(facts).Json().find(R"("kernel":{"events":3,"allowed":2,"refused":1})"), std::string::npos);
+  EXPECT_NE(JsonText(SummaryReport(facts)).find(R"("kernel":{"events":3,"allowed":2,"refused":1})"), std::string::npos);
 }
 
 TEST(DriverReport, ShowsWhatTheDriverWasTold) {
@@ -80,7 +82,7 @@ TEST(DriverReport, ShowsWhatTheDriverWasTold) {
   driver.grspSwitch = true;
   driver.systemProcesses = {{2, 77}};
   driver.configBlock = std::vector<std::uint8_t>{0x01, 0xFF};
-  const std::string json = DriverReport(driver).Json();
+  const std::string json = JsonText(DriverReport(driver));
   EXPECT_NE(json.find(R"("monitored_type2":{"commits":0,"committed":["/a"],"pending":["/b"]})"), std::string::npos);
   EXPECT_NE(json.find(R"("net_control_mode":3)"), std::string::npos);
   EXPECT_NE(json.find(R"("net_control_list3":["ab)" + std::string(94, '0') + R"( 9"])"), std::string::npos) << json;

@@ -1,0 +1,51 @@
+// The arguments of a control operation: how they are declared, and how an operation reads them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "kdi/drvx_control.h"
+
+namespace fenlux::refhost {
+
+// How an argument is written on the command line. Every kind travels to the host as text.
+enum class ArgumentKind {
+  kInteger,
+  kPath,      // made absolute by `ctl` if relative
+  kItemFile,  // a file of network-control items; `ctl` sends its items
+  kFlag,      // "--name"; present or absent
+  kOnOff,     // "on" or "off"
+};
+
+struct ControlArgument {
+  std::string_view name;
+  ArgumentKind kind;
+  std::string_view help;
+};
+
+// Texts by argument name. A flag that is absent has no entry.
+using ControlArguments = std::map<std::string, std::string, std::less<>>;
+
+// The operation cannot run as requested; the text says why.
+class ControlRefusal : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Each reads one argument and throws ControlRefusal if it is missing or malformed.
+std::string_view TextArgument(const ControlArguments& arguments, std::string_view name);
+// An integer that fits the type. Whether the value makes sense is for the module to decide.
+std::int32_t Int32Argument(const ControlArguments& arguments, std::string_view name);
+std::uint32_t Uint32Argument(const ControlArguments& arguments, std::string_view name);
+std::uint64_t Uint64Argument(const ControlArguments& arguments, std::string_view name);
+bool OnOffArgument(const ControlArguments& arguments, std::string_view name);
+std::shared_ptr<NetControlItems> ItemsArgument(const ControlArguments& arguments, std::string_view name);
+
+bool HasFlag(const ControlArguments& arguments, std::string_view name);
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,52 @@
+// A control channel that serves for the length of a test, and what tests need on each platform.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "refhost/app/control/control_channel.h"
+#include "tests/support/temporary_directory.h"
+
+namespace fenlux::testing {
+
+// Listens at a path and answers each request with "re: " and the request.
+class ControlServing {
+ public:
+  explicit ControlServing(const boost::filesystem::path& path)
+      : listener(path),
+        thread([this] { listener.Serve([](const std::string& request) { return "re: " + request; }); }) {}
+  ~ControlServing() {
+    listener.Stop();
+    thread.join();
+  }
+  ControlServing(const ControlServing&) = delete;
+  ControlServing& operator=(const ControlServing&) = delete;
+
+ private:
+  refhost::ControlListener listener;
+  std::thread thread;
+};
+
+// The text of the ControlChannelError that the action throws; empty if it throws none.
+inline std::string ControlErrorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const refhost::ControlChannelError& error) {
+    return error.what();
+  }
+  return {};
+}
+
+// What the platform calls a channel in messages: "control socket" or "control pipe".
+extern const std::string_view kChannelName;
+
+// A path for a test's own channel. On POSIX it is in the directory.
+boost::filesystem::path NewControlPath(const TemporaryDirectory& directory);
+
+// Connects as a client and disconnects again, after sending the text if there is any. Returns whether it connected.
+bool ConnectAndSend(const boost::filesystem::path& path, std::string_view text);
+
+}  // namespace fenlux::testing
