@@ -6,7 +6,9 @@
 namespace fenlux::testing {
 namespace {
 
-std::string BadModule(const std::string& name) { return FENLUX_PROGRAM_DIRECTORY "/libfenluxBadModule" + name + ".so"; }
+std::string BadModule(const std::string& name) {
+  return FENLUX_PROGRAM_DIRECTORY "/libfenlux_bad_module_" + name + ".so";
+}
 
 Outcome RunWith(const std::string& module) {
   const Scene scene;

@@ -71,7 +71,7 @@ TEST(LogService, WritesOneJsonObjectALine) {
   const std::vector<std::string> lines = LinesOf(settings.file);
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(lines[0].find(R"({"time":")"), 0U);
-  const std::string rest = R"("severity":"problem","level":"error","code":65539,"text":"a \"quoted\"\u000aline"})";
+  const std::string rest = R"("severity":"problem","level":"error","code":65539,"text":"a \"quoted\"\nline"})";
   ASSERT_GT(lines[0].size(), rest.size());
   EXPECT_EQ(lines[0].substr(lines[0].size() - rest.size()), rest);
 }
