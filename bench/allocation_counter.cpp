@@ -1,4 +1,4 @@
-// Replaces the global operators new by ones that count for their thread.
+// Replaces the global operator new with one that counts per thread.
 #include "bench/allocation_counter.h"
 
 #include <cstdlib>

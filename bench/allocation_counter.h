@@ -5,7 +5,7 @@
 
 namespace fenlux::bench {
 
-// Since the thread began.
+// Returns the number of allocations since the thread started.
 std::uint64_t AllocationsOfThisThread();
 
 }  // namespace fenlux::bench

@@ -1,4 +1,4 @@
-// A driver interface that has been through its opening exchanges on the fake host, with nothing recorded.
+// A connected driver interface on the fake host, with all recording switched off.
 #pragma once
 
 #include <memory>

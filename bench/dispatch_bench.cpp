@@ -1,4 +1,4 @@
-// Dispatch of one notification on one delivery thread, beside the bare host calls that it forces.
+// Dispatch of one notification on one delivery thread, compared with the host calls that it requires.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -23,7 +23,7 @@ testing::Bytes TwoPaths() {
       .Build();
 }
 
-// What the contract makes the module call for such a notification, in the same order, with nothing of the module.
+// The host calls that the contract requires for such a notification, in the same order, without the module.
 class Floor {
  public:
   explicit Floor(testing::FakeHost& fakeHost) : host(fakeHost) {
@@ -40,12 +40,12 @@ class Floor {
     const auto cfg = host.Context()->GetCfg();
     benchmark::DoNotOptimize(cfg->IsMeasuringEnabled(0, 0));
     std::shared_ptr<CBuf> reply;
-    host.Utility()->CreateBuffer(reply, true, 156, false);
+    host.Utility()->CreateBuffer(reply, true, records::kReplyFixedSize, false);
     benchmark::DoNotOptimize(reply->GetData());
     std::shared_ptr<CArpRecord> record;
     host.ArpMgmt()->CreateRecord(record, 0);
-    record->SetSource(1);
-    record->SetCategory(1);
+    record->SetSource(kDriverEventSource);
+    record->SetCategory(kEventCategory1);
     const auto& process = record->ProcessPart();
     process->SetProcessId(kProcess);
     benchmark::DoNotOptimize(process->GetProcessId());
@@ -55,7 +55,7 @@ class Floor {
     record->SetWideInfo(wide);
     benchmark::DoNotOptimize(host.CfgEx()->IsIdentityTextAdded());
     if (!path.empty()) {
-      // ToRecordString takes a wide string, and a message holds none: making one is forced as well.
+      // ToRecordString takes a wide string and a message has none, so making one is part of the floor.
       const std::wstring pathCopy(path.begin(), path.end());
       std::wstring recordPath;
       record->SetPath(host.Utility()->ToRecordString(recordPath, pathCopy));
@@ -79,7 +79,7 @@ class Floor {
 
 template <class Body>
 void Measure(benchmark::State& state, Body&& body) {
-  benchmark::DoNotOptimize(body());  // the process cache is filled
+  benchmark::DoNotOptimize(body());  // fills the process cache
   const std::uint64_t before = AllocationsOfThisThread();
   for (auto _ : state) benchmark::DoNotOptimize(body());
   state.counters["allocations"] = benchmark::Counter(static_cast<double>(AllocationsOfThisThread() - before) /

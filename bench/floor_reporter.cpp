@@ -1,5 +1,4 @@
-// Runs the benchmarks and closes with what they are for: each operation's ratio to its floor, from medians of runs that
-// took turns.
+// Runs the benchmarks and prints the ratio of each operation to its floor at the end, from medians of interleaved runs.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -41,14 +40,14 @@ class FloorReporter final : public benchmark::ConsoleReporter {
     double time = 0;
     double allocations = 0;
   };
-  std::map<std::string, std::map<std::string, Figure>> figures;  // by operation, by who performs it
+  std::map<std::string, std::map<std::string, Figure>> figures;  // by operation, then by variant
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::vector<char*> arguments(argv, argv + argc);
-  // Defaults; what stands on the command line comes later and wins.
+  // Defaults; the command line comes later and overrides them.
   char repetitions[] = "--benchmark_repetitions=11";
   char interleaving[] = "--benchmark_enable_random_interleaving=true";
   char aggregates[] = "--benchmark_report_aggregates_only=true";

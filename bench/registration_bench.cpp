@@ -1,5 +1,4 @@
-// Registration of 10,000 monitored directories in one batch, beside the making, filling and handing over of its
-// buffers.
+// Registration of 10,000 monitored directories in one batch, compared with creating, filling and sending its buffers.
 #include <benchmark/benchmark.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -14,7 +13,7 @@ namespace fenlux::bench {
 namespace {
 
 constexpr int kPaths = 10'000;
-constexpr int kObjectType = 1;
+constexpr int kObjectType = records::kObjectType1;
 
 std::vector<std::string> Paths() {
   std::vector<std::string> paths;
@@ -34,7 +33,7 @@ void RegisterModule(benchmark::State& state) {
   }
 }
 
-// One object's buffer: made as the host makes it, the path copied in, handed to a port client that does nothing.
+// Creates a buffer for one object, copies the path into it, and passes it to a port client that does nothing.
 void SendBuffer(ConnectedInteract& connected, CPortClient& client, const std::wstring& path) {
   std::shared_ptr<CBuf> request;
   connected.host.Utility()->CreateBuffer(request, true, records::kRequestSize, false);
@@ -62,7 +61,7 @@ void RegisterFloor(benchmark::State& state) {
   }
 }
 
-// The floor and the file system's answer that every request carries: what no implementation can do without.
+// The floor plus the file status that every request contains, which no implementation can avoid.
 void RegisterFloorWithStatus(benchmark::State& state) {
   ConnectedInteract connected;
   const auto paths = WidePaths(*connected.host.Utility());

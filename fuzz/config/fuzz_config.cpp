@@ -1,5 +1,5 @@
-// Any text as a configuration and as a scenario: every reader comes to an end, tells every problem with its place, and
-// what it accepts lies in the ranges that the rest of the host relies on.
+// Reads any text as a configuration and as a scenario. Every reader must return, report every problem with its place,
+// and accept only values in the ranges that the rest of the host relies on.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -22,20 +22,20 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr char kFile[] = "/nowhere/fuzzed.toml";
-constexpr std::uint32_t kMostThreads = 64;
+constexpr std::uint32_t kMaxThreads = 64;
 
 void Require(bool holds, const char* what) {
   if (holds) return;
-  std::fprintf(stderr, "fuzz_config: this does not hold: %s\n", what);
+  std::fprintf(stderr, "fuzz_config: failed: %s\n", what);
   std::abort();
 }
 
-bool IsVerdict(std::uint32_t verdict) { return verdict >= 2 && verdict <= 8; }
+bool IsVerdict(std::uint32_t verdict) { return verdict >= records::kMinVerdict && verdict <= records::kMaxVerdict; }
 
 void CheckErrors(const ConfigErrors& errors, std::string_view text, bool parsed) {
   const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
   const auto sorted = errors.Sorted();
-  Require(parsed || sorted.size() == 1, "a file that is no TOML gives one error");
+  Require(parsed || sorted.size() == 1, "a file that is not TOML gives one error");
   Require(sorted.empty() == errors.Empty(), "no error is lost");
   for (const ConfigError& error : sorted) {
     Require(error.file == kFile, "an error names its file");
@@ -45,10 +45,10 @@ void CheckErrors(const ConfigErrors& errors, std::string_view text, bool parsed)
   }
 }
 
-// Holds whatever the file says: a refused value is replaced by a usable one.
+// Must hold for any file: a refused value is replaced by a usable one.
 void CheckEmulator(const EmulatorSettings& settings) {
-  Require(settings.kernel.threads >= 1 && settings.kernel.threads <= kMostThreads, "1 to 64 threads read events");
-  Require(settings.deadline.count() >= 1, "the deadline is not over at once");
+  Require(settings.kernel.threads >= 1 && settings.kernel.threads <= kMaxThreads, "1 to 64 threads read events");
+  Require(settings.deadline.count() >= 1, "the deadline is at least a millisecond");
   Require(std::all_of(settings.kernel.refusingVerdicts.begin(), settings.kernel.refusingVerdicts.end(), IsVerdict),
           "refusing verdicts are verdicts");
 }
@@ -57,7 +57,9 @@ void CheckRules(const Rules& rules, bool accepted) {
   Require(rules.defaultDecision >= kLeastDecision && rules.defaultDecision <= kMostDecision, "decisions are 1 to 7");
   for (const Rule& rule : rules.ordered) {
     Require(rule.decision >= kLeastDecision && rule.decision <= kMostDecision, "decisions are 1 to 7");
-    if (accepted) Require((rule.context != nullptr) == (rule.decision == kContextDecision), "5 comes with a context");
+    if (accepted)
+      Require((rule.context != nullptr) == (rule.decision == kContextDecision),
+              "decision 5, and no other, has a context");
   }
 }
 
@@ -77,16 +79,16 @@ void ReadAsConfiguration(std::string_view text) {
   root.Finish();
   CheckErrors(errors, text, document.Parsed());
 
-  Require(ReadFixedSettings(root) == fixed, "reading twice gives the same");
+  Require(ReadFixedSettings(root) == fixed, "reading twice gives the same result");
   Require(live.configBlock.size() <= records::kMaxPayloadSize, "the configuration block fits in its request");
-  Require(log.queueLines >= 1, "the log's queue takes a line");
+  Require(log.queueLines >= 1, "the log's queue has room for a line");
   CheckRules(rules, errors.Empty());
   CheckEmulator(emulator);
-  Require(driver.filter.threads >= 1 && driver.filter.threads <= kMostThreads, "1 to 64 threads deliver");
+  Require(driver.filter.threads >= 1 && driver.filter.threads <= kMaxThreads, "1 to 64 threads deliver");
   if (!errors.Empty()) return;
   Require(driver.filter.buffers >= driver.filter.threads, "every thread has a buffer");
   for (const auto& [name, path] : images) Require(path.is_absolute(), "accepted paths are absolute");
-  for (const auto& [source, target] : translations) Require(!target.empty(), "accepted translations say something");
+  for (const auto& [source, target] : translations) Require(!target.empty(), "accepted translations are not empty");
   if (!live.monitoredObjects) return;
   for (const auto& path : *live.monitoredObjects) Require(path.is_absolute(), "accepted paths are absolute");
 }
@@ -103,7 +105,7 @@ void ReadAsScenario(std::string_view text) {
   const ConfigDocument document(text, kFile, errors);
   const Scenario scenario = ReadScenario(document.Root());
   CheckErrors(errors, text, document.Parsed());
-  Require(scenario.threads >= 1 && scenario.threads <= kMostThreads, "1 to 64 threads deliver");
+  Require(scenario.threads >= 1 && scenario.threads <= kMaxThreads, "1 to 64 threads deliver");
   if (!errors.Empty()) return;
   std::uint32_t number = 0;
   for (const ScenarioStep& step : scenario.steps) {
@@ -119,7 +121,7 @@ void ReadAsScenario(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace fenlux::refhost;
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  // This key opens the file that it names: not a thing to leave to chance.
+  // This key opens the file that it names, and a fuzzed name could be any file.
   if (text.find("config_block_file") != std::string_view::npos) return 0;
   ReadAsConfiguration(text);
   ReadAsScenario(text);

@@ -1,7 +1,8 @@
-// Any message, any host: dispatch must answer with a well-formed reply, or with none to the one code that wants none.
+// Dispatches any message on a host that may fail in any way. Dispatch must return a well-formed reply, or none for the
+// one code that needs none.
 //
-// An input is six control bytes, which choose how the fake host behaves (see the README), and the message. Nothing of a
-// run reaches the next one: processes that the cache may keep are in it before the first.
+// An input is six control bytes, which select how the fake host behaves (see the README), and the message. Runs do not
+// influence each other: every process that the cache may hold is in it before the first run.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -21,15 +22,15 @@ namespace fenlux::testing {
 namespace {
 
 constexpr std::size_t kControlBytes = 6;
+// Numbers of the protocol, written out so that the check does not depend on the module's own constants.
 constexpr std::uint32_t kNoReplyCode = 4113;
 constexpr std::uint32_t kContextDecision = 5;
-constexpr std::uint32_t kUnjudged = 8;
 constexpr std::uint32_t kContextVerdict = 6;
-constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
-constexpr std::uint32_t kCachedProcesses = 64;  // the ids below this are in the cache from the start
+constexpr std::uint32_t kUnjudged = 8;
+constexpr std::uint32_t kCachedProcesses = 64;  // ids below this one are in the cache from the start
 constexpr std::chrono::milliseconds kRefreshInterval(3'600'000);
 
-// What a control byte names by its number; number 0 stands for nothing.
+// Operations that a control byte selects by index; 0 selects none.
 constexpr const char* kGivesEmpty[] = {nullptr,
                                        "CUtility::CreateBuffer",
                                        "CArpMgmt::CreateRecord",
@@ -51,7 +52,7 @@ constexpr const char* kAlwaysThrows[] = {nullptr,
 
 void Require(bool holds, const char* what) {
   if (holds) return;
-  std::fprintf(stderr, "fuzz_dispatch: this does not hold: %s\n", what);
+  std::fprintf(stderr, "fuzz_dispatch: failed: %s\n", what);
   std::abort();
 }
 
@@ -65,10 +66,10 @@ struct Behaviour {
   std::uint32_t decision;
   bool clientType2, stopped, cacheBypassed, identityTextAdded, measuring, convertsPaths, nullMessage;
   std::optional<Bytes> contextData;
-  std::size_t throwingCall;  // the how-manieth call throws; 0: none
+  std::size_t throwingCall;  // index of the call that throws, from 1; 0: none
   Failure throwing;
   const char* givesEmpty;
-  std::size_t emptyCall;  // the how-manieth of its calls; 0: every one
+  std::size_t emptyCall;  // index of the call that does, from 1; 0: every call
   const char* alwaysThrows;
   Failure alwaysThrowing;
 };
@@ -89,11 +90,11 @@ Behaviour Read(const std::uint8_t* control) {
   behaviour.givesEmpty = kGivesEmpty[(control[4] & 0x0F) % std::size(kGivesEmpty)];
   behaviour.emptyCall = control[4] >> 4;
   behaviour.alwaysThrows = kAlwaysThrows[(control[5] & 0x0F) % std::size(kAlwaysThrows)];
-  behaviour.alwaysThrowing = kAllFailures[(control[5] >> 4) & 3];
+  behaviour.alwaysThrowing = kAllFailures[(control[5] >> 4) % std::size(kAllFailures)];
   return behaviour;
 }
 
-// What a judged notification is answered with.
+// The verdict of a judged notification.
 std::uint32_t VerdictOf(const Behaviour& behaviour) {
   const std::uint32_t pass = behaviour.clientType2 ? 7 : 3;
   const std::uint32_t verdicts[] = {kUnjudged, 2, pass, 4, 5, kContextVerdict, 7};
@@ -119,7 +120,7 @@ class Setting {
         settings.clientTypeFlag = clientType2;
         const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
         interact->RunDriverConnection();  // the fake port client's Wait returns at once
-        // Its refresh thread stands still from here on, so that only the fuzzed calls are counted.
+        // Its refresh thread stays parked from here on, so that only the fuzzed calls are counted.
         Require(ManualClock::Instance().AwaitParked(kRefreshInterval, ++parked), "the refresh threads park");
         FillCache(*interact);
         if (stopped) interact->StopInteract();
@@ -195,65 +196,65 @@ class Setting {
     if (behaviour.givesEmpty != nullptr) host.Gate().GiveAgain(behaviour.givesEmpty);
   }
 
-  // The operation that threw last in this run; empty where none was to throw.
+  // The operation that threw last in this run; empty if none was selected to throw.
   std::string FailedOperation(const Behaviour& behaviour) const {
     const bool planned = behaviour.alwaysThrows != nullptr || behaviour.throwingCall != 0;
     return planned ? host.Gate().FailedOperation() : std::string();
   }
 
-  // Only the first reply's making may fail outwards: its buffer was asked for, and nothing of the message looked at.
+  // Dispatch may throw only if it cannot make the first reply: before it has read anything of the message.
   void CheckThrown(const std::string& thrown) const {
     Require(buffersAsked == 1 && !recordReached && thrown.find("wdaokd") == std::string::npos,
-            "what leaves dispatch comes from making the reply");
-    Require(problems == 0, "what leaves dispatch is not reported as well");
+            "an exception comes from making the reply");
+    Require(problems == 0, "an exception is not logged as well");
   }
 
   void CheckReply(const Behaviour& behaviour, const std::shared_ptr<CBuf>& reply, const std::uint8_t* message,
                   std::size_t size) const {
     const std::uint32_t code = size >= records::kNotificationFixedSize ? U32At(message, 20) : 0;
-    Require(problems <= 1, "a failure gives one line");
+    Require(problems <= 1, "a failure is logged as one line");
     if (!reply) {
-      Require(code == kNoReplyCode, "only code 4113 is not answered");
+      Require(code == kNoReplyCode, "only code 4113 has no reply");
       return;
     }
     const Bytes bytes = BytesOf(reply);
     static constexpr std::uint8_t kReplyMagic[] = {0xe4, 0x42, 0x33, 0xb1, 0xb2, 0xc3, 0x65, 0x53};
     Require(bytes.size() >= 156, "a reply has its fixed part");
-    Require(std::memcmp(bytes.data(), kReplyMagic, sizeof(kReplyMagic)) == 0, "a reply begins with its magic");
-    Require(U32At(bytes.data(), 8) == 156, "a reply tells the size of its fixed part");
+    Require(std::memcmp(bytes.data(), kReplyMagic, sizeof(kReplyMagic)) == 0, "a reply starts with its magic");
+    Require(U32At(bytes.data(), 8) == 156, "a reply has the size of its fixed part");
     const std::uint32_t verdict = U32At(bytes.data(), 12);
-    Require(verdict >= 2 && verdict <= 8, "a verdict is one of 2 to 8");
-    Require(code != kNoReplyCode || problems == 1, "code 4113 is answered only where it failed");
+    Require(verdict >= 2 && verdict <= 8, "a verdict is 2 to 8");
+    Require(code != kNoReplyCode || problems == 1, "code 4113 has a reply only after a failure");
 
     const bool oplock = code != 0 && message[29] != 0;
     const std::uint32_t judged = oplock ? (behaviour.clientType2 ? 7U : 3U) : VerdictOf(behaviour);
-    Require(verdict == judged || verdict == kUnjudged, "the verdict is what the decision stands for, or 8");
-    Require(verdict == kUnjudged || problems == 0, "a judged reply comes without a problem");
-    Require(verdict != kUnjudged || judged == kUnjudged || problems == 1, "verdict 8 is explained by a line");
+    Require(verdict == judged || verdict == kUnjudged, "the verdict is that of the decision, or 8");
+    Require(verdict == kUnjudged || problems == 0, "a judged reply logs no problem");
+    Require(verdict != kUnjudged || judged == kUnjudged || problems == 1, "verdict 8 comes with a line");
     const std::string failed = FailedOperation(behaviour);
     const bool lineLost = failed == "CLog::LogDetail" || failed == "CLocale::TranslateText";
-    Require(!lineLost || verdict == judged, "a line that is lost costs no verdict");
+    Require(!lineLost || verdict == judged, "a lost line does not change the verdict");
     Require(code >= 4097 && code <= 8206 ? true : verdict == kUnjudged, "an unknown code is not judged");
     CheckContext(behaviour, bytes, verdict);
   }
 
   static void CheckContext(const Behaviour& behaviour, const Bytes& bytes, std::uint32_t verdict) {
     if (bytes.size() == 156) {
-      Require(verdict != kContextVerdict, "verdict 6 carries context data");
+      Require(verdict != kContextVerdict, "verdict 6 has context data");
       return;
     }
     const auto& data = behaviour.contextData;
-    Require(behaviour.decision == kContextDecision && data && !data->empty(), "context data goes with decision 5");
-    Require(bytes.size() == 156 + data->size() + 2, "a reply is as long as its context data and two bytes");
-    Require(U32At(bytes.data(), 16) == data->size() + 2, "a reply tells the size of what follows");
+    Require(behaviour.decision == kContextDecision && data && !data->empty(), "only decision 5 has context data");
+    Require(bytes.size() == 156 + data->size() + 2, "a reply has room for its context data and two bytes");
+    Require(U32At(bytes.data(), 16) == data->size() + 2, "a reply has the size of what follows");
     Require(std::memcmp(bytes.data() + 156, data->data(), data->size()) == 0, "context data arrives unchanged");
   }
 
   FakeHost host;
   std::shared_ptr<CWinDriverInteract> interacts[2][2];  // by client type, by stopped
   int problems = 0;                                     // problem lines of the current run
-  bool recordReached = false;                           // whether the current run came as far as its record
-  int buffersAsked = 0;                                 // how often the current run asked for a buffer
+  bool recordReached = false;                           // whether the current run created its record
+  int buffersAsked = 0;                                 // buffers that the current run asked for
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Writes the seeds of fuzz_dispatch: one small input for each way through dispatch. Run it after a change of the layout
-of the control bytes; the seeds are kept beside it."""
+"""Writes the seeds of fuzz_dispatch: one small input for each path through dispatch. Run it after changing the layout of
+the control bytes, and commit the seeds."""
 import pathlib
 import struct
 
