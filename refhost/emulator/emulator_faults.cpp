@@ -2,7 +2,7 @@
 #include "refhost/emulator/emulator_faults.h"
 
 #include "refhost/base/config/config_reader.h"
-#include "refhost/emulator/driver/driver_commands.h"
+#include "refhost/emulator/driver/shared/driver_commands.h"
 
 namespace fenlux::refhost {
 namespace {

@@ -15,12 +15,12 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
-#include "refhost/emulator/driver/driver_model.h"
 #include "refhost/emulator/driver/driver_port.h"
-#include "refhost/emulator/driver/hook_caller.h"
 #include "refhost/emulator/driver/pending_answers.h"
-#include "refhost/emulator/driver/source_link.h"
-#include "refhost/emulator/driver/wake_signal.h"
+#include "refhost/emulator/driver/shared/driver_model.h"
+#include "refhost/emulator/driver/shared/hook_caller.h"
+#include "refhost/emulator/driver/shared/source_link.h"
+#include "refhost/emulator/driver/shared/wake_signal.h"
 #include "refhost/emulator/emulator_faults.h"
 
 namespace fenlux::refhost {

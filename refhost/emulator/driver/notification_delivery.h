@@ -18,13 +18,13 @@
 #include <string>
 
 #include "refhost/emulator/driver/driver_connections.h"
-#include "refhost/emulator/driver/driver_model.h"
 #include "refhost/emulator/driver/driver_port.h"
 #include "refhost/emulator/driver/notification_view.h"
 #include "refhost/emulator/driver/pending_answers.h"
 #include "refhost/emulator/driver/reply_check.h"
-#include "refhost/emulator/driver/totals_counter.h"
-#include "refhost/emulator/driver/wake_signal.h"
+#include "refhost/emulator/driver/shared/driver_model.h"
+#include "refhost/emulator/driver/shared/totals_counter.h"
+#include "refhost/emulator/driver/shared/wake_signal.h"
 
 namespace fenlux::refhost {
 

@@ -16,7 +16,7 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
-#include "refhost/emulator/driver/totals_counter.h"
+#include "refhost/emulator/driver/shared/totals_counter.h"
 
 namespace fenlux::refhost {
 

@@ -11,7 +11,7 @@
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
 #include "refhost/emulator/driver/pending_answers.h"
-#include "refhost/emulator/driver/source_link.h"
+#include "refhost/emulator/driver/shared/source_link.h"
 
 namespace fenlux::refhost {
 

@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "refhost/base/platform/descriptor_posix.h"
-#include "refhost/emulator/driver/hook_caller.h"
-#include "refhost/emulator/driver/totals_counter.h"
+#include "refhost/emulator/driver/shared/hook_caller.h"
+#include "refhost/emulator/driver/shared/totals_counter.h"
 
 namespace fenlux::refhost {
 

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "refhost/emulator/driver/emulated_driver.h"
-#include "refhost/emulator/driver/event_source.h"
+#include "refhost/emulator/driver/shared/event_source.h"
 #include "refhost/emulator/emulator_settings.h"
 
 namespace fenlux::refhost {

@@ -13,7 +13,7 @@
 #include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/hex.h"
 #include "refhost/base/text/utf_text.h"
-#include "refhost/emulator/driver/driver_commands.h"
+#include "refhost/emulator/driver/shared/driver_commands.h"
 #include "refhost/emulator/sources/notification_builder.h"
 
 namespace fenlux::refhost {

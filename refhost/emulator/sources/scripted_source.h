@@ -9,7 +9,7 @@
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
 #include "refhost/emulator/driver/emulated_driver.h"
-#include "refhost/emulator/driver/event_source.h"
+#include "refhost/emulator/driver/shared/event_source.h"
 #include "refhost/emulator/sources/scenario.h"
 #include "refhost/emulator/sources/thread_crew.h"
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "refhost/emulator/driver/totals_counter.h"
+#include "refhost/emulator/driver/shared/totals_counter.h"
 
 namespace fenlux::testing {
 namespace {

@@ -1,5 +1,5 @@
 // The counters, the checks that they add up, and the histogram of latencies.
-#include "refhost/emulator/driver/totals_counter.h"
+#include "refhost/emulator/driver/shared/totals_counter.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,5 +1,5 @@
 // Carries out requests under the model's lock, and keeps what they changed.
-#include "refhost/emulator/driver/driver_model.h"
+#include "refhost/emulator/driver/shared/driver_model.h"
 
 #include <fmt/format.h>
 

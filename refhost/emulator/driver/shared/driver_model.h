@@ -10,8 +10,8 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
-#include "refhost/emulator/driver/driver_commands.h"
-#include "refhost/emulator/driver/hook_caller.h"
+#include "refhost/emulator/driver/shared/driver_commands.h"
+#include "refhost/emulator/driver/shared/hook_caller.h"
 #include "refhost/emulator/emulator_state.h"
 
 namespace fenlux::refhost {

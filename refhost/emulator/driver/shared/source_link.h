@@ -6,8 +6,8 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
-#include "refhost/emulator/driver/driver_model.h"
-#include "refhost/emulator/driver/event_source.h"
+#include "refhost/emulator/driver/shared/driver_model.h"
+#include "refhost/emulator/driver/shared/event_source.h"
 
 namespace fenlux::refhost {
 

@@ -1,6 +1,6 @@
 // The commands, one per row. A row's effect gets the whole request of kRequestSize bytes. It returns what is wrong with
 // the request, or carries it out and returns an empty text.
-#include "refhost/emulator/driver/driver_commands.h"
+#include "refhost/emulator/driver/shared/driver_commands.h"
 
 #include <fmt/format.h>
 
