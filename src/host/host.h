@@ -22,7 +22,7 @@
 //   the first GetLocale of the module core           a lock of its own
 //   everything on the connection worker and the      a lock that keeps a second such thread from running
 //   refresh thread
-// The policy worker holds none of its own. A service must not call back into the operation that called it.
+// The policy worker has no such lock. A service must not call back into the operation that called it.
 #pragma once
 
 #include "host/ao_arp.h"

@@ -8,7 +8,7 @@ namespace fenlux {
 
 class CNetObject {
  public:
-  // Releases what the object stands for. Called at most once, with 0, when the interface shuts down. The module ignores
+  // Releases the object's resources. Called at most once, with 0, when the interface shuts down. The module ignores
   // what is written into `out`. Any thread.
   virtual std::shared_ptr<CNetObject>& Release(std::shared_ptr<CNetObject>& out, std::uint32_t reserved) = 0;
 

@@ -44,8 +44,8 @@ enum class Command : std::uint32_t {
   kDriverConfig = 24,
 };
 
-// Verdicts of a reply. The driver defines what each does to the operation. The module only passes them on: it knows
-// verdicts 2, 4 and 5 by number alone.
+// Verdicts of a reply. The driver defines what each does to the operation. The module only passes them on; of
+// verdicts 2, 4 and 5 it knows the numbers only.
 enum class Verdict : std::uint32_t {
   kVerdict2 = 2,
   kPass = 3,  // also for an operation that is not judged

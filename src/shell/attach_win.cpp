@@ -1,8 +1,8 @@
-// The library's attach hook: threads that come and go while the library is loaded need not call in here.
+// The library's attach hook: turns off the calls for threads that start and end while the library is loaded.
 //
-// The system grants that only to a library without static thread-local storage. What MinGW links always has some, for
-// its runtime's own thread hooks, so in such a build the call fails and threads go on calling in, where nothing is done
-// for them. That is no reason to refuse to load.
+// Windows refuses this for a library with static thread-local storage. A MinGW build always has some, for the runtime's
+// own thread hooks, so there the call fails, and the hook ignores the thread calls. The result is not checked: the
+// library works either way.
 #include <windows.h>
 
 BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, LPVOID /*reserved*/) {
