@@ -1,4 +1,4 @@
-// Each program has a console of its own, so that a key reaches it alone, and files for its outputs, which outlive it.
+// Each program has its own console, so that a key reaches no other program, and its own output files.
 #include "tests/windows/host_program.h"
 
 #include <boost/filesystem/operations.hpp>
@@ -20,8 +20,8 @@ std::wstring Wide(const std::string& text) {
   return wide;
 }
 
-// Arguments of tests hold neither quotes nor backslashes before one.
-std::wstring Quoted(const std::wstring& word) { return L"\"" + word + L"\""; }
+// The tests' arguments contain no quotes and do not end with a backslash.
+std::wstring Quoted(const std::wstring& argument) { return L"\"" + argument + L"\""; }
 
 HANDLE OutputFile(const fs::path& path) {
   SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
@@ -29,24 +29,24 @@ HANDLE OutputFile(const fs::path& path) {
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// This process's environment and what is added to it.
-std::wstring EnvironmentWith(const std::vector<std::wstring>& more) {
+// This process's environment with additional entries.
+std::wstring EnvironmentWith(const std::vector<std::wstring>& additional) {
   std::wstring block;
   wchar_t* const own = ::GetEnvironmentStringsW();
   for (const wchar_t* at = own; *at != L'\0'; at += std::wcslen(at) + 1) block.append(at).push_back(L'\0');
   ::FreeEnvironmentStringsW(own);
-  for (const std::wstring& each : more) block.append(each).push_back(L'\0');
+  for (const std::wstring& entry : additional) block.append(entry).push_back(L'\0');
   block.push_back(L'\0');
   return block;
 }
 
-// Takes every key event for itself, so that it does not end this process.
+// Ignores key events, so that they do not end this process.
 BOOL WINAPI IgnoreKeys(DWORD /*event*/) { return TRUE; }
 
-// What the system does in each program of a console where a key was pressed: it starts a thread that calls the
-// handlers. Wine passes no Ctrl+Break on to where it would do so.
+// Does what the system does when a key is pressed: starts a thread in the program that calls its handlers. Wine does
+// not do it for Ctrl+Break.
 bool StartKeyThread(HANDLE process, DWORD event) {
-  // System libraries lie at the same place in every process.
+  // System libraries have the same address in every process.
   const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
   if (routine == nullptr) return false;
   const HANDLE thread = ::CreateRemoteThread(process, nullptr, 0,
@@ -95,12 +95,12 @@ std::string Room::Pipe() const {
 HiddenConsole::HiddenConsole() {
   if (!::CreatePipe(&pipes[0], &pipes[1], nullptr, 0) || !::CreatePipe(&pipes[2], &pipes[3], nullptr, 0) ||
       FAILED(::CreatePseudoConsole(COORD{80, 25}, pipes[0], pipes[3], 0, &console))) {
-    throw std::runtime_error("a console cannot be made");
+    throw std::runtime_error("cannot create a console");
   }
 }
 
 HiddenConsole::~HiddenConsole() {
-  ::CloseHandle(pipes[2]);  // nobody reads what the console would show
+  ::CloseHandle(pipes[2]);  // nothing reads the console's output
   ::ClosePseudoConsole(console);
   for (const HANDLE pipe : {pipes[0], pipes[1], pipes[3]}) ::CloseHandle(pipe);
 }
@@ -130,7 +130,7 @@ HostProgram::HostProgram(const Room& room, const std::vector<std::string>& argum
   ::DeleteProcThreadAttributeList(startup.lpAttributeList);
   ::CloseHandle(startup.StartupInfo.hStdOutput);
   ::CloseHandle(startup.StartupInfo.hStdError);
-  if (!made) throw std::runtime_error("fenlux-host.exe cannot be run");
+  if (!made) throw std::runtime_error("cannot run fenlux-host.exe");
   ::CloseHandle(information.hThread);
   process = information.hProcess;
   id = information.dwProcessId;
@@ -147,23 +147,23 @@ HostProgram::~HostProgram() {
 bool HostProgram::Running() const { return ::WaitForSingleObject(process, 0) == WAIT_TIMEOUT; }
 
 bool HostProgram::AwaitLog(const std::string& text) const {
-  const auto until = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   for (;;) {
-    const bool running = Running();  // asked before reading, so that the last words are read
+    const bool running = Running();  // checked before reading, so that the last output is seen
     if (FileText(err).find(text) != std::string::npos) return true;
-    if (!running || std::chrono::steady_clock::now() > until) return false;
+    if (!running || std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
 }
 
 bool HostProgram::Press(DWORD event) const {
-  // The event is for all programs of the caller's console, so this one joins for a moment and turns a deaf ear.
+  // The event goes to all programs of the caller's console. Attach to the program's console and ignore the event here.
   ::FreeConsole();
   if (!::AttachConsole(id)) return false;
   ::SetConsoleCtrlHandler(&IgnoreKeys, TRUE);
   const bool pressed =
       ::GenerateConsoleCtrlEvent(event, 0) || (event == CTRL_BREAK_EVENT && StartKeyThread(process, event));
-  if (pressed) ::WaitForSingleObject(process, 60000);  // only then has it been heard for certain
+  if (pressed) ::WaitForSingleObject(process, 60000);  // only then has it certainly arrived
   ::FreeConsole();
   ::SetConsoleCtrlHandler(&IgnoreKeys, FALSE);
   return pressed;
@@ -171,7 +171,7 @@ bool HostProgram::Press(DWORD event) const {
 
 ProgramOutcome HostProgram::End() {
   ProgramOutcome outcome;
-  const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(kPatience).count();
+  const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(kTimeout).count();
   if (::WaitForSingleObject(process, static_cast<DWORD>(limit)) == WAIT_OBJECT_0) {
     DWORD code = 0;
     ::GetExitCodeProcess(process, &code);

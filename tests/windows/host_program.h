@@ -1,4 +1,4 @@
-// fenlux-host.exe in a process of its own, with its outputs in files of a temporary directory.
+// Runs fenlux-host.exe as a child process, with its output in files of a temporary directory.
 #pragma once
 
 #include <windows.h>
@@ -11,23 +11,24 @@
 
 namespace fenlux::testing {
 
-// How long anything that should happen may take; waits end as soon as it has happened.
-inline constexpr std::chrono::seconds kPatience{90};
+// The longest any wait may take.
+inline constexpr std::chrono::seconds kTimeout{90};
 
-// What came of a program that ended. Line ends are single characters.
+// The result of a program that ended. Lines end with a line feed only.
 struct ProgramOutcome {
   int code = -1;
   std::string out;
   std::string err;
 };
 
-// A file's text; line ends are single characters.
+// A file's text. Lines end with a line feed only.
 std::string FileText(const boost::filesystem::path& path);
 
-// The directory of this program, where all the others lie.
+// The directory of this program, which contains all the others.
 boost::filesystem::path ProgramDirectory();
 
-// A temporary directory with the files that a host needs; removed at the end.
+// A temporary directory with a host's files, and the name of its control pipe. Nothing in it is shared with other
+// hosts.
 class Room {
  public:
   Room();
@@ -37,14 +38,14 @@ class Room {
 
   const boost::filesystem::path& Path() const { return path; }
   boost::filesystem::path Write(const std::string& name, const std::string& text) const;
-  // A control pipe of this room's own.
+  // The name of this directory's control pipe.
   std::string Pipe() const;
 
  private:
   boost::filesystem::path path;
 };
 
-// A console that no window shows, for a program to run in.
+// A console without a window, for a program to run in.
 class HiddenConsole {
  public:
   HiddenConsole();
@@ -59,10 +60,10 @@ class HiddenConsole {
   HPCON console = nullptr;
 };
 
-// A run of fenlux-host in a console of its own; ended by force where a test leaves it running.
+// A running fenlux-host with its own console. The destructor terminates it if it still runs.
 class HostProgram {
  public:
-  // `arguments` are UTF-8. `environment`: "NAME=value" beside what this process has.
+  // `arguments` are UTF-8. `environment` adds "NAME=value" entries to this process's environment.
   HostProgram(const Room& room, const std::vector<std::string>& arguments,
               const std::vector<std::wstring>& environment = {});
   ~HostProgram();
@@ -71,12 +72,12 @@ class HostProgram {
 
   DWORD Id() const { return id; }
   bool Running() const;
-  // Until the standard error output has the text; false where the program ended before, or it took too long.
+  // Waits until standard error contains the text. Returns false on timeout or if the program ends before.
   bool AwaitLog(const std::string& text) const;
-  // Ctrl+C and Ctrl+Break, as they reach every program of the console.
+  // Send Ctrl+C or Ctrl+Break to every program of the console.
   bool PressCtrlC() const { return Press(CTRL_C_EVENT); }
   bool PressCtrlBreak() const { return Press(CTRL_BREAK_EVENT); }
-  // Waits for the end.
+  // Waits for the program to end.
   ProgramOutcome End();
 
  private:

@@ -1,5 +1,5 @@
-// The program fenlux-host.exe as an operator runs it: it loads the module by name, serves it, is controlled and
-// stopped. Its files lie in a directory whose name is not ASCII.
+// fenlux-host.exe as an operator runs it: it loads the module by name, serves it, and is controlled and stopped. Its
+// files are in a directory whose name is not ASCII.
 #include "tests/windows/host_program.h"
 
 #include <gtest/gtest.h>
@@ -26,19 +26,20 @@ std::string Utf8(const boost::filesystem::path& path) {
 
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-std::string ConfigText(const Room& room, const std::string& more) {
-  return more + "\n[control]\nsocket = '" + room.Pipe() + "'\n";
+std::string ConfigText(const Room& room, const std::string& text) {
+  return text + "\n[control]\nsocket = '" + room.Pipe() + "'\n";
 }
 
-ProgramOutcome Control(const Room& room, std::vector<std::string> words) {
+ProgramOutcome Control(const Room& room, const std::vector<std::string>& operation) {
   std::vector<std::string> arguments{"ctl", "--socket", room.Pipe()};
-  arguments.insert(arguments.end(), words.begin(), words.end());
+  arguments.insert(arguments.end(), operation.begin(), operation.end());
   return RunHostProgram(room, arguments);
 }
 
-TEST(HostProgram, RunsTheScriptedExampleToASummaryThatAddsUp) {
+TEST(HostProgram, RunsTheScriptedExample) {
   const Room room;
-  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", FENLUX_EXAMPLES "/scripted.toml"});
+  const ProgramOutcome outcome =
+      RunHostProgram(room, {"run", "--config", FENLUX_EXAMPLES "/scripted.toml", "--socket", room.Pipe()});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n")) << outcome.out;
@@ -48,7 +49,7 @@ TEST(HostProgram, RunsTheScriptedExampleToASummaryThatAddsUp) {
   EXPECT_TRUE(Contains(outcome.err, "[Add Monitor OK!][obj path]=")) << outcome.err;
 }
 
-// Processes whose image lies in the system's directory and that this user may look at.
+// Processes with an image in the system directory that this user may query.
 struct SystemProcesses {
   explicit SystemProcesses(const std::wstring& name) {
     std::wstring image(MAX_PATH, L'\0');
@@ -74,45 +75,45 @@ struct SystemProcesses {
     ::CloseHandle(snapshot);
   }
   bool AnyInSession0() const {
-    return std::ranges::any_of(sessions, [](const auto& each) { return each.second == 0; });
+    return std::ranges::any_of(sessions, [](const auto& session) { return session.second == 0; });
   }
 
   std::wstring path;
   std::map<DWORD, DWORD> sessions;  // by process id
 };
 
-// The id under which the driver knows a kind of system process; 0 where it was told of none.
+// The process id that the driver has for a kind of system process; 0 if it has none.
 DWORD RegisteredProcess(const std::string& driver, int kind) {
   const std::regex pattern(R"("system_processes":\{[^}]*")" + std::to_string(kind) + R"(":(\d+))");
   std::smatch found;
   return std::regex_search(driver, found, pattern) ? static_cast<DWORD>(std::stoul(found[1])) : 0;
 }
 
-TEST(HostProgram, RegistersTheSystemsOwnProcessesWhereTheyRun) {
+TEST(HostProgram, RegistersTheSystemProcesses) {
   const SystemProcesses before(L"services.exe");
-  if (before.sessions.empty()) GTEST_SKIP() << "no service controller runs here that this user may look at";
-  const int told = SystemProcesses(L"csrss.exe").AnyInSession0() ? 2 : 1;
+  if (before.sessions.empty()) GTEST_SKIP() << "this user can query no service controller";
+  const int registrations = SystemProcesses(L"csrss.exe").AnyInSession0() ? 2 : 1;
   const Room room;
-  // The line of the notification's measurement says that the registrations before it are through.
-  room.Write("scenario.toml", "name = 'told'\nsteps = [{ await_request = 20, times = " + std::to_string(told) +
-                                  " }, { notify = 4098 }]\n");
+  // The measurement line of the notification shows that the registrations before it are complete.
+  room.Write("scenario.toml", "name = 'registrations'\nsteps = [{ await_request = 20, times = " +
+                                  std::to_string(registrations) + " }, { notify = 4098 }]\n");
   std::string settings = "[emulator]\nscenario = 'scenario.toml'\n[module]\nmeasure = true\n";
-  // Session 0 is the system's own, and only there does the module look. Wine has one session for all; there the
-  // configuration says that the image is one of the system's.
+  // The module looks only in session 0, the system's own. Wine has a single session; there the configuration declares
+  // that the image is a system process's.
   if (!before.AnyInSession0()) settings += "[system_images]\n'system32\\services.exe' = '" + Utf8(before.path) + "'\n";
   const auto config = room.Write("host.toml", ConfigText(room, settings + "[log]\nconsole = 'detail'\n"));
   HostProgram host(room, {"run", "--config", Utf8(config)});
   ASSERT_TRUE(host.AwaitLog("[PFM final]="));
   const ProgramOutcome driver = Control(room, {"--json", "driver"});
   EXPECT_EQ(driver.code, 0) << driver.err;
-  EXPECT_TRUE(Contains(driver.out, "\"20\":" + std::to_string(told))) << driver.out;
+  EXPECT_TRUE(Contains(driver.out, "\"20\":" + std::to_string(registrations))) << driver.out;
   const DWORD controller = RegisteredProcess(driver.out, 3);
-  const SystemProcesses after(L"services.exe");  // Wine runs two of them for a moment
+  const SystemProcesses after(L"services.exe");  // Wine briefly runs two of them
   EXPECT_TRUE(before.sessions.contains(controller) || after.sessions.contains(controller)) << driver.out;
-  EXPECT_EQ(RegisteredProcess(driver.out, 2) != 0, told == 2) << driver.out;
+  EXPECT_EQ(RegisteredProcess(driver.out, 2) != 0, registrations == 2) << driver.out;
 }
 
-TEST(HostProgram, IsControlledThroughItsPipe) {
+TEST(HostProgram, TakesOperationsThroughItsPipe) {
   const Room room;
   const auto config = room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = ['.']\n"));
   HostProgram host(room, {"run", "--config", Utf8(config)});
@@ -129,7 +130,7 @@ TEST(HostProgram, IsControlledThroughItsPipe) {
   EXPECT_EQ(refused.code, 1);
   EXPECT_NE(refused.err, "");
 
-  // A directory that the policy gets while the host runs, by its whole name with a drive letter.
+  // Adds a directory to the policy while the host runs, by its absolute path with a drive letter.
   boost::filesystem::create_directory(room.Path() / "further");
   room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = ['.', '" + Utf8(room.Path() / "further") + "']\n"));
   EXPECT_EQ(Control(room, {"reload"}).code, 0);
@@ -146,10 +147,10 @@ TEST(HostProgram, IsControlledThroughItsPipe) {
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
   const ProgramOutcome gone = Control(room, {"status"});
   EXPECT_EQ(gone.code, 3);
-  EXPECT_TRUE(Contains(gone.err, "fenlux-host: no host can be reached on the control pipe ")) << gone.err;
+  EXPECT_TRUE(Contains(gone.err, "fenlux-host: no host reachable on the control pipe ")) << gone.err;
 }
 
-TEST(HostProgram, CtrlBreakEndsTheRunAsCtrlCDoes) {
+TEST(HostProgram, CtrlBreakStopsTheHost) {
   const Room room;
   const auto config = room.Write("host.toml", ConfigText(room, ""));
   HostProgram host(room, {"run", "--config", Utf8(config)});
@@ -160,7 +161,7 @@ TEST(HostProgram, CtrlBreakEndsTheRunAsCtrlCDoes) {
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
 }
 
-TEST(HostProgram, RefusesAPipeWhereAnotherHostListens) {
+TEST(HostProgram, RefusesThePipeOfAnotherHost) {
   const Room room;
   const auto config = room.Write("host.toml", ConfigText(room, ""));
   HostProgram host(room, {"run", "--config", Utf8(config)});
@@ -171,7 +172,7 @@ TEST(HostProgram, RefusesAPipeWhereAnotherHostListens) {
   EXPECT_TRUE(host.Running());
 }
 
-TEST(HostProgram, ChecksFilesAndTellsEveryError) {
+TEST(HostProgram, ChecksFilesAndReportsEveryError) {
   const Room room;
   const auto good = room.Write("good-\u00E4.toml", "[log]\nconsole = 'off'\n");
   const ProgramOutcome fine = RunHostProgram(room, {"check", Utf8(good)});
@@ -188,14 +189,14 @@ TEST(HostProgram, ChecksFilesAndTellsEveryError) {
   EXPECT_EQ(RunHostProgram(room, {}).code, 2);
 }
 
-TEST(HostProgram, HelpTellsWhatEndsARun) {
+TEST(HostProgram, HelpNamesTheKeysThatStopAHost) {
   const Room room;
   const ProgramOutcome help = RunHostProgram(room, {"run", "--help"});
   EXPECT_EQ(help.code, 0);
-  EXPECT_TRUE(Contains(help.out, "Ctrl+C and Ctrl+Break end the run")) << help.out;
+  EXPECT_TRUE(Contains(help.out, "Ctrl+C and Ctrl+Break stop the host")) << help.out;
 }
 
-TEST(HostProgram, RefusesKernelEventsThatThisSystemDoesNotHave) {
+TEST(HostProgram, RefusesKernelEventsBecauseWindowsHasNone) {
   const Room room;
   const auto config = room.Write("host.toml", ConfigText(room, "[emulator]\nsource = 'fanotify'\n"));
   const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
@@ -203,13 +204,13 @@ TEST(HostProgram, RefusesKernelEventsThatThisSystemDoesNotHave) {
   EXPECT_TRUE(Contains(outcome.err, "kernel events need fanotify, which this system does not have")) << outcome.err;
 }
 
-TEST(HostProgram, SaysWhyAModuleCannotBeUsed) {
+TEST(HostProgram, SaysWhyAModuleIsUnusable) {
   const Room room;
   const auto config = room.Write("host.toml", ConfigText(room, ""));
   const ProgramOutcome missing = RunHostProgram(
       room, {"run", "--config", Utf8(config), "--module", Utf8(room.Path() / "no-such.dll"), "--duration", "5"});
   EXPECT_EQ(missing.code, 3);
-  EXPECT_TRUE(Contains(missing.err, "the module " + Utf8(room.Path() / "no-such.dll") + " cannot be loaded: "))
+  EXPECT_TRUE(Contains(missing.err, "cannot load the module " + Utf8(room.Path() / "no-such.dll") + ": "))
       << missing.err;
   const auto text = room.Write("text.dll", "this is text\n");
   EXPECT_EQ(RunHostProgram(room, {"run", "--config", Utf8(config), "--module", Utf8(text), "--duration", "5"}).code, 3);
@@ -220,7 +221,7 @@ TEST(HostProgram, SaysWhyAModuleCannotBeUsed) {
   EXPECT_TRUE(Contains(other.err, "libwinpthread-1.dll has no init")) << other.err;
 }
 
-TEST(HostProgram, EndsWithFourWhereTheDriverCountsAViolation) {
+TEST(HostProgram, ExitsWithFourAfterAProtocolViolation) {
   const Room room;
   room.Write(
       "scenario.toml",
@@ -232,15 +233,15 @@ TEST(HostProgram, EndsWithFourWhereTheDriverCountsAViolation) {
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 no\n")) << outcome.out;
 }
 
-TEST(HostProgram, WritesItsLogFileWhereItIsTold) {
+TEST(HostProgram, WritesItsLogFileWhereConfigured) {
   const Room room;
   room.Write("scenario.toml", "name = 'short'\nsteps = [{ await_request = 13 }]\n");
   const auto config =
       room.Write("host.toml", ConfigText(room,
                                          "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"
-                                         "[log]\nconsole = 'off'\nfile = '${FENLUX_PLACE}/log-\u00FC.txt'\n"));
+                                         "[log]\nconsole = 'off'\nfile = '${FENLUX_LOG_DIRECTORY}/log-\u00FC.txt'\n"));
   const ProgramOutcome outcome =
-      RunHostProgram(room, {"run", "--config", Utf8(config)}, {L"FENLUX_PLACE=" + room.Path().native()});
+      RunHostProgram(room, {"run", "--config", Utf8(config)}, {L"FENLUX_LOG_DIRECTORY=" + room.Path().native()});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_FALSE(Contains(outcome.err, "Driver Interact Ready.")) << outcome.err;
   const std::string log = FileText(room.Path() / L"log-\u00FC.txt");
@@ -254,7 +255,7 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
       "host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nfilter_library = '" +
                                         Utf8(ProgramDirectory() / "fenlux-filter-stand-in.dll") + "'\nthreads = 2\n"));
   HostProgram host(room, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
-  // The stand-in delivers its messages and goes away.
+  // The stand-in delivers its messages and closes the connection.
   ASSERT_TRUE(host.AwaitLog("[driver port] Connection ended: ")) << host.End().err;
   ASSERT_TRUE(host.PressCtrlC());
   const ProgramOutcome outcome = host.End();
@@ -283,7 +284,7 @@ TEST(HostProgram, ChecksTheDriversSettings) {
   EXPECT_EQ(outcome.code, 2);
   EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must not be less than threads, which is 4\n"))
       << outcome.err;
-  EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: belongs to [driver] port = \"emulator\"\n")) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: requires [driver] port = \"emulator\"\n")) << outcome.err;
   const auto other = room.Write("other.toml", "[driver]\nfilter_library = 'x.dll'\n");
   EXPECT_TRUE(Contains(RunHostProgram(room, {"check", Utf8(other)}).err,
                        ":2:18: driver.filter_library: belongs to port = \"filter-manager\"\n"));

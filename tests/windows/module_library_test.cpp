@@ -1,10 +1,10 @@
-// The library itself, loaded by name as a host does, with the fake host at its other side: what crosses the boundary
-// between the two (calls, exceptions, threads) and what it leaves behind.
+// The library as a host loads it, served by the fake host: calls, exceptions and threads that cross the boundary
+// between the two.
 //
-// The module exists once in a process, so these cases build on each other and run in the order in which they stand.
+// A process has one module, so these cases build on each other and run in the order of this file.
 #include <gtest/gtest.h>
 #include <winsock2.h>
-// After winsock2.h, in whose place it would bring an older one.
+// After winsock2.h; otherwise it includes the older winsock.h.
 #include <windows.h>
 
 #include <array>
@@ -27,7 +27,7 @@ class ModuleLibrary : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     networkBefore = NetworkStarted();
-    // Never let go of: its threads are detached.
+    // Never freed: its threads are detached.
     library = ::LoadLibraryW(L"fenlux.dll");
     networkAfter = NetworkStarted();
     if (library != nullptr)
@@ -38,7 +38,7 @@ class ModuleLibrary : public ::testing::Test {
   }
   void SetUp() override { ASSERT_NE(init, nullptr) << "fenlux.dll beside this program has no init"; }
 
-  // Whether anything in this process has started the system's network library.
+  // Whether the system's network library has been started in this process.
   static bool NetworkStarted() {
     const SOCKET made = ::socket(AF_INET, SOCK_DGRAM, 0);
     const bool started = made != INVALID_SOCKET || ::WSAGetLastError() != WSANOTINITIALISED;
@@ -68,11 +68,11 @@ class ModuleLibrary : public ::testing::Test {
 };
 
 TEST_F(ModuleLibrary, StartsTheNetworkLibraryWhenItLoads) {
-  EXPECT_FALSE(networkBefore) << "something else in this program has";
+  EXPECT_FALSE(networkBefore) << "something else in this program started it";
   EXPECT_TRUE(networkAfter);
 }
 
-TEST_F(ModuleLibrary, ShowsTheModulesVersionToTheSystem) {
+TEST_F(ModuleLibrary, HasAVersionResource) {
   std::array<std::uint8_t, 4096> information{};
   ASSERT_TRUE(::GetFileVersionInfoW(L"fenlux.dll", 0, static_cast<DWORD>(information.size()), information.data()));
   void* found = nullptr;
@@ -84,7 +84,7 @@ TEST_F(ModuleLibrary, ShowsTheModulesVersionToTheSystem) {
                                      std::pair(version->dwProductVersionMS, version->dwProductVersionLS)}) {
     EXPECT_EQ(HIWORD(upper) * 1000000U + LOWORD(upper) * 10000U + HIWORD(lower) * 100U + LOWORD(lower), 19072701U);
   }
-  // The language and character set under which the strings are looked up.
+  // The language and character set of the strings.
   ASSERT_TRUE(::VerQueryValueW(information.data(), L"\\VarFileInfo\\Translation", &found, &size));
   EXPECT_EQ(*static_cast<const DWORD*>(found), 0x04B00409U);
   for (const auto& [name, text] :
@@ -114,7 +114,7 @@ TEST_F(ModuleLibrary, SaysWhichServiceIsMissing) {
   EXPECT_EQ(Registrations(), 0U);
 }
 
-TEST_F(ModuleLibrary, WhatAServiceThrowsComesBackAsWhatItWas) {
+TEST_F(ModuleLibrary, LetsExceptionsOfServicesThroughUnchanged) {
   const auto throws = [](Failure failure) {
     host->Gate().FailAlways("CGlobalContext::GetLog", failure);
     std::string caught = "nothing";
@@ -147,17 +147,17 @@ TEST_F(ModuleLibrary, RegistersItsModuleOnce) {
   EXPECT_EQ(host->Module(), module);
 }
 
-TEST_F(ModuleLibrary, TellsItsHostThatNoConnectionIsReady) {
+TEST_F(ModuleLibrary, RefusesThePortValueWithoutAConnection) {
   try {
     host->Module()->GetDriverPortValue();
-    FAIL() << "a port value of no connection";
+    FAIL() << "a port value without a connection";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "DCI,Driver Interact NOT ready.");
   }
   EXPECT_EQ(host->Module()->GetDriverInteract(), nullptr);
 }
 
-TEST_F(ModuleLibrary, StartsItsWorkAndGetsReady) {
+TEST_F(ModuleLibrary, StartsItsWorkAndBecomesReady) {
   host->Module()->StartWork();
   ASSERT_TRUE(host->Gate().AwaitCount("CPortClient::Wait(", 1));
   EXPECT_EQ(host->Module()->GetDriverPortValue(), 77U);
@@ -166,7 +166,7 @@ TEST_F(ModuleLibrary, StartsItsWorkAndGetsReady) {
   ASSERT_EQ(host->ConnectContexts().size(), 1U);
 }
 
-TEST_F(ModuleLibrary, JudgesOnThreadsOfTheHostThatEndWhileItIsLoaded) {
+TEST_F(ModuleLibrary, DispatchesOnShortLivedThreadsOfTheHost) {
   const auto port = host->PortClient();
   ASSERT_NE(port, nullptr);
   std::atomic<int> right{0};
@@ -180,7 +180,7 @@ TEST_F(ModuleLibrary, JudgesOnThreadsOfTheHostThatEndWhileItIsLoaded) {
     for (std::thread& thread : delivering) thread.join();
   }
   EXPECT_EQ(right, 200);
-  // Threads of the system's own making, which know nothing of a C++ runtime.
+  // A thread created by the system, without the C++ runtime.
   struct Order {
     FakePortClient* port;
     std::uint32_t verdict;
@@ -199,7 +199,7 @@ TEST_F(ModuleLibrary, JudgesOnThreadsOfTheHostThatEndWhileItIsLoaded) {
   EXPECT_EQ(order.verdict, 2U);
 }
 
-TEST_F(ModuleLibrary, TellsTheKindsOfTheHostsExceptionsApart) {
+TEST_F(ModuleLibrary, DistinguishesTheKindsOfTheHostsExceptions) {
   const auto lineFor = [](Failure failure) {
     host->Gate().ClearJournal();
     host->Gate().FailAlways("CAoArp::Evaluate", failure);
@@ -215,7 +215,7 @@ TEST_F(ModuleLibrary, TellsTheKindsOfTheHostsExceptionsApart) {
   EXPECT_EQ(lineFor(Failure::kInt), "CLog::LogProblem(0x10003, [wdi,wdaokd,OTHE])");
 }
 
-TEST_F(ModuleLibrary, ThrowsAtItsHostWhatTheHostThrewInside) {
+TEST_F(ModuleLibrary, LetsExceptionsOfTheHostThrough) {
   const auto interact = host->Module()->GetDriverInteract();
   ASSERT_NE(interact, nullptr);
   host->Gate().FailAlways("CPortClient::Send", Failure::kStandard);
@@ -226,7 +226,7 @@ TEST_F(ModuleLibrary, ThrowsAtItsHostWhatTheHostThrewInside) {
   host->Gate().StopFailing();
 }
 
-TEST_F(ModuleLibrary, StopsAndComesBackFiveSecondsLater) {
+TEST_F(ModuleLibrary, ReconnectsFiveSecondsAfterAStop) {
   host->Gate().ClearJournal();
   const auto old = host->PortClient();
   const auto begun = std::chrono::steady_clock::now();
@@ -236,14 +236,14 @@ TEST_F(ModuleLibrary, StopsAndComesBackFiveSecondsLater) {
   ASSERT_TRUE(host->Gate().AwaitCount("CPortClient::Wait(", 1));
   EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(4500));
   EXPECT_EQ(host->PortClientCount(), 2U);
-  // The handler of the connection before serves nobody any more, and does no harm.
+  // The previous connection's handler is unused now.
   EXPECT_NE(host->PortClient(), old);
   EXPECT_EQ(VerdictOf(host->PortClient()->Deliver(Notification())), 2U);
 }
 
-TEST_F(ModuleLibrary, StaysWhereItIs) {
+TEST_F(ModuleLibrary, StaysLoaded) {
   host->Module()->StopWork(false);
-  // The process ends from here on while the module's threads are at work, as a host's does.
+  // From here on the process ends while the module's threads still run, as a host's process does.
   EXPECT_EQ(::GetModuleHandleW(L"fenlux.dll"), library);
 }
 
