@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "kdi/win_driver_interact.h"
-#include "tests/support/fake_host.h"
+#include "tests/support/fake_host/fake_host.h"
 
 namespace fenlux::bench {
 

@@ -15,7 +15,7 @@
 
 #include "kdi/driver_records.h"
 #include "kdi/win_driver_interact.h"
-#include "tests/support/fake_host.h"
+#include "tests/support/fake_host/fake_host.h"
 #include "tests/support/manual_clock.h"
 
 namespace fenlux::testing {
@@ -193,7 +193,7 @@ class Setting {
 
   void Relax(const Behaviour& behaviour) {
     host.Gate().StopFailing();
-    if (behaviour.givesEmpty != nullptr) host.Gate().GiveAgain(behaviour.givesEmpty);
+    if (behaviour.givesEmpty != nullptr) host.Gate().StopGivingEmpty(behaviour.givesEmpty);
   }
 
   // The operation that threw last in this run; empty if none was selected to throw.

@@ -1,21 +1,16 @@
-// A watched call: journal, hook, and the decision whether it fails, all in the order in which calls come.
+// Journals a call, runs its hook and decides whether it fails; calls are processed one at a time.
 #include "tests/support/call_gate.h"
 
-#include <Poco/Exception.h>
-
 #include <algorithm>
-#include <boost/system/error_code.hpp>
-#include <boost/system/system_error.hpp>
 #include <charconv>
-#include <chrono>
 #include <limits>
-#include <stdexcept>
 #include <utility>
+
+#include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {
 namespace {
 
-constexpr std::chrono::seconds kPatience{60};
 constexpr std::size_t kAlwaysEmpty = std::numeric_limits<std::size_t>::max();
 
 bool BeginsWith(const std::string& text, const std::string& prefix) {
@@ -60,61 +55,6 @@ void AppendCodePoint(std::string& out, std::uint32_t code) {
 
 }  // namespace
 
-const char* NameOf(Failure failure) {
-  switch (failure) {
-    case Failure::kStandard:
-      return "standard exception";
-    case Failure::kPoco:
-      return "Poco exception";
-    case Failure::kBoostSystem:
-      return "Boost system error";
-    case Failure::kInt:
-      return "int";
-  }
-  return "";
-}
-
-void Throw(Failure failure) {
-  switch (failure) {
-    case Failure::kStandard:
-      throw std::runtime_error("standard failure");
-    case Failure::kPoco:
-      throw Poco::IOException("poco failure", 42);
-    case Failure::kBoostSystem:
-      throw boost::system::system_error(boost::system::errc::make_error_code(boost::system::errc::permission_denied));
-    case Failure::kInt:
-      throw 7;
-  }
-  throw std::logic_error("no such failure");
-}
-
-std::string MessageOf(Failure failure) {
-  try {
-    Throw(failure);
-  } catch (const std::exception& caught) {
-    return caught.what();
-  } catch (...) {
-    return {};
-  }
-}
-
-std::string ReportByKind(const std::string& tag, Failure failure) {
-  switch (failure) {
-    case Failure::kStandard:
-      return "[" + tag + ",STDE] info=standard failure";
-    case Failure::kPoco:
-      return "[" + tag + ",PCE] code=42,info=I/O error: poco failure";
-    case Failure::kBoostSystem: {
-      const auto code = boost::system::errc::make_error_code(boost::system::errc::permission_denied);
-      return "[" + tag + ",BSTE] code=" + std::string(code.category().name()) + ":" + std::to_string(code.value()) +
-             ",info=<" + code.message() + ">";
-    }
-    case Failure::kInt:
-      return "[" + tag + ",OTHE]";
-  }
-  return {};
-}
-
 std::string Display(const std::wstring& text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -152,18 +92,18 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
   bool gives = true;
   Failure failure{};
   {
-    // One critical section: what a test arms when it has seen the entry is for the next call.
+    // One critical section: a failure that a test plans once it has seen the entry applies to the next call.
     const std::lock_guard lock(mutex);
     if (!entry.empty()) {
       entries.push_back(entry);
-      grown.notify_all();
+      changed.notify_all();
     }
     if (!hooks.empty()) {
       const auto found = hooks.find(operation);
       if (found != hooks.end()) hook = found->second;
     }
     for (auto planned = failures.begin(); planned != failures.end(); ++planned) {
-      if (planned->operation.empty() ? leftOut.count(operation) != 0 : planned->operation != operation) continue;
+      if (planned->operation.empty() ? uncounted.count(operation) != 0 : planned->operation != operation) continue;
       if (planned->remaining > 0) {
         --planned->remaining;
         continue;
@@ -191,7 +131,7 @@ bool CallGate::PassWatched(const char* operation, const std::string& entry) {
   return gives;
 }
 
-void CallGate::SetWatch() {
+void CallGate::UpdateWatch() {
   const bool watch = !failures.empty() || !empties.empty() || !hooks.empty();
   if (watch) {
     mode.fetch_or(kWatch, std::memory_order_release);
@@ -242,7 +182,7 @@ std::size_t CallGate::Count(const std::string& prefix) const {
 
 bool CallGate::AwaitCount(const std::string& prefix, std::size_t count) const {
   std::unique_lock lock(mutex);
-  return grown.wait_for(lock, kPatience, [&] {
+  return changed.wait_for(lock, kTestTimeout, [&] {
     return static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(), [&](const std::string& entry) {
              return BeginsWith(entry, prefix);
            })) >= count;
@@ -255,32 +195,32 @@ void CallGate::FailAt(const std::string& operation, std::size_t n, Failure failu
   const std::lock_guard lock(mutex);
   failedOperation.clear();
   failures.push_back({operation, n - 1, false, failure});
-  SetWatch();
+  UpdateWatch();
 }
 
 void CallGate::FailFrom(std::size_t n, Failure failure) {
   const std::lock_guard lock(mutex);
   failedOperation.clear();
   failures.push_back({{}, n - 1, true, failure});
-  SetWatch();
+  UpdateWatch();
 }
 
 void CallGate::FailAlways(const std::string& operation, Failure failure) {
   const std::lock_guard lock(mutex);
   failedOperation.clear();
   failures.push_back({operation, 0, true, failure});
-  SetWatch();
+  UpdateWatch();
 }
 
 void CallGate::StopFailing() {
   const std::lock_guard lock(mutex);
   failures.clear();
-  SetWatch();
+  UpdateWatch();
 }
 
-void CallGate::LeaveOutOfCount(const std::string& operation) {
+void CallGate::ExcludeFromCount(const std::string& operation) {
   const std::lock_guard lock(mutex);
-  leftOut.insert(operation);
+  uncounted.insert(operation);
 }
 
 std::string CallGate::FailedOperation() const {
@@ -291,60 +231,37 @@ std::string CallGate::FailedOperation() const {
 void CallGate::GiveEmpty(const std::string& operation) {
   const std::lock_guard lock(mutex);
   empties[operation] = kAlwaysEmpty;
-  SetWatch();
+  UpdateWatch();
 }
 
 void CallGate::GiveEmptyAt(const std::string& operation, std::size_t n) {
   const std::lock_guard lock(mutex);
   empties[operation] = n - 1;
-  SetWatch();
+  UpdateWatch();
 }
 
-void CallGate::GiveAgain(const std::string& operation) {
+void CallGate::StopGivingEmpty(const std::string& operation) {
   const std::lock_guard lock(mutex);
   empties.erase(operation);
-  SetWatch();
+  UpdateWatch();
 }
 
 void CallGate::OnCall(const std::string& operation, std::function<void()> hook) {
   const std::lock_guard lock(mutex);
   hooks[operation] = std::move(hook);
-  SetWatch();
+  UpdateWatch();
 }
 
-void CallGate::NoHook(const std::string& operation) {
+void CallGate::RemoveHook(const std::string& operation) {
   const std::lock_guard lock(mutex);
   hooks.erase(operation);
-  SetWatch();
+  UpdateWatch();
 }
 
-void CallGate::NoHooks() {
+void CallGate::RemoveHooks() {
   const std::lock_guard lock(mutex);
   hooks.clear();
-  SetWatch();
-}
-
-void Turnstile::Pass() {
-  std::unique_lock lock(mutex);
-  ++arrivals;
-  changed.notify_all();
-  changed.wait(lock, [this] { return open; });
-}
-
-bool Turnstile::AwaitArrivals(std::size_t count) {
-  std::unique_lock lock(mutex);
-  return changed.wait_for(lock, kPatience, [&] { return arrivals >= count; });
-}
-
-std::size_t Turnstile::Arrivals() {
-  const std::lock_guard lock(mutex);
-  return arrivals;
-}
-
-void Turnstile::Open() {
-  const std::lock_guard lock(mutex);
-  open = true;
-  changed.notify_all();
+  UpdateWatch();
 }
 
 }  // namespace fenlux::testing

@@ -1,5 +1,5 @@
-// The gate that every call of the fake host passes: it keeps the journal, runs hooks, throws and gives empty handles
-// where a test asked for it. With nothing asked and the journal off, a call costs one atomic load.
+// The gate that every call of the fake host passes. It keeps a journal of the calls, runs hooks, and makes calls throw
+// or return empty handles as the test plans. With the journal off and nothing planned, a call costs one atomic load.
 #pragma once
 
 #include <atomic>
@@ -14,29 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/failure.h"
+
 namespace fenlux::testing {
 
-// What a failing call throws.
-enum class Failure { kStandard, kPoco, kBoostSystem, kInt };
-
-inline constexpr Failure kAllFailures[] = {Failure::kStandard, Failure::kPoco, Failure::kBoostSystem, Failure::kInt};
-
-const char* NameOf(Failure failure);
-
-// Throws what `failure` names: std::runtime_error("standard failure"), Poco::IOException("poco failure", 42),
-// boost::system::system_error(permission_denied) or the int 7.
-[[noreturn]] void Throw(Failure failure);
-
-// The message of the thrown exception where it is a standard one, as a report gives it after "info=".
-std::string MessageOf(Failure failure);
-
-// The module's report of a failure where it tells the kinds of exceptions apart.
-std::string ReportByKind(const std::string& tag, Failure failure);
-
-// Text as a test prints and compares it: UTF-8, a lone surrogate as \uD800.
+// Wide text as tests print and compare it: UTF-8, a lone surrogate as \uD800.
 std::string Display(const std::wstring& text);
 
-// A number that the journal writes in hexadecimal.
+// A number that the journal shows in hexadecimal.
 struct Hex {
   std::uint64_t value;
 };
@@ -45,7 +30,8 @@ class CallGate {
  public:
   CallGate();
 
-  // Notes the call, runs its hook and throws if it is its turn. False: the call is to give an empty handle.
+  // Journals the call, runs its hook, and throws if a failure is planned for it. False: the call must return an empty
+  // handle.
   template <class... Args>
   bool Pass(const char* operation, const Args&... args) {
     const std::uint32_t current = mode.load(std::memory_order_acquire);
@@ -64,37 +50,37 @@ class CallGate {
   void SetJournal(bool on);
   void ClearJournal();
   std::vector<std::string> Entries() const;
-  // The entries whose text begins with one of the prefixes, or with none of them.
+  // The entries that begin with one of the prefixes, or with none of them.
   std::vector<std::string> EntriesOf(const std::vector<std::string>& prefixes) const;
   std::vector<std::string> EntriesWithout(const std::vector<std::string>& prefixes) const;
   std::size_t Count(const std::string& prefix) const;
-  // Blocks until `count` entries begin with the prefix; false when that does not come about in a minute.
+  // Waits until `count` entries begin with the prefix. False: timed out.
   bool AwaitCount(const std::string& prefix, std::size_t count) const;
 
   // --- failures
-  // The n-th call from now on (of the operation, where one is named) throws, once.
+  // Makes the n-th call from now on throw, once; if an operation is named, the n-th call of that operation.
   void FailAt(std::size_t n, Failure failure);
   void FailAt(const std::string& operation, std::size_t n, Failure failure);
-  // The n-th call from now on and every one after it throw.
+  // Makes the n-th call from now on and all later calls throw.
   void FailFrom(std::size_t n, Failure failure);
-  // Every call of the operation throws.
+  // Makes every call of the operation throw.
   void FailAlways(const std::string& operation, Failure failure);
   void StopFailing();
-  // Calls of this operation are not counted where no operation is named: those of a thread beside the one under test.
-  void LeaveOutOfCount(const std::string& operation);
-  // The operation that was made to throw last; empty where none was.
+  // Excludes the operation from failures that name no operation, because a thread that is not under test calls it.
+  void ExcludeFromCount(const std::string& operation);
+  // The operation that threw last; empty if none did.
   std::string FailedOperation() const;
 
   // --- empty handles
-  // The operation gives an empty handle: always, or in its n-th call from now on.
+  // Makes the operation return an empty handle: always, or in its n-th call from now on.
   void GiveEmpty(const std::string& operation);
   void GiveEmptyAt(const std::string& operation, std::size_t n);
-  void GiveAgain(const std::string& operation);
+  void StopGivingEmpty(const std::string& operation);
 
-  // --- hooks, run inside the call, before it can fail, on the calling thread and without a lock of the gate
+  // --- hooks: run inside the call, before it can fail, on the calling thread, with no lock of the gate held
   void OnCall(const std::string& operation, std::function<void()> hook);
-  void NoHook(const std::string& operation);
-  void NoHooks();
+  void RemoveHook(const std::string& operation);
+  void RemoveHooks();
 
  private:
   static constexpr std::uint32_t kJournal = 1;
@@ -103,7 +89,7 @@ class CallGate {
   struct PlannedFailure {
     std::string operation;    // empty: any
     std::size_t remaining{};  // calls before the failing one
-    bool always{};            // the calls after it fail too
+    bool always{};            // later calls fail too
     Failure failure{};
   };
 
@@ -124,34 +110,17 @@ class CallGate {
   }
 
   bool PassWatched(const char* operation, const std::string& entry);
-  void SetWatch();
+  void UpdateWatch();
 
   std::atomic<std::uint32_t> mode;
   mutable std::mutex mutex;
-  mutable std::condition_variable grown;
+  mutable std::condition_variable changed;  // an entry was added
   std::vector<std::string> entries;
   std::vector<PlannedFailure> failures;
-  std::set<std::string> leftOut;
+  std::set<std::string> uncounted;
   std::string failedOperation;
   std::map<std::string, std::size_t> empties;  // operation -> calls before the empty one; kAlwaysEmpty
   std::map<std::string, std::function<void()>> hooks;
-};
-
-// Threads stop here until the test opens it. Used as a hook: gate.OnCall("...", [&] { turnstile.Pass(); }).
-class Turnstile {
- public:
-  void Pass();
-  // Blocks until `count` threads have come; false when that does not come about in a minute.
-  bool AwaitArrivals(std::size_t count);
-  std::size_t Arrivals();
-  // Lets everyone through, now and later.
-  void Open();
-
- private:
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::size_t arrivals = 0;
-  bool open = false;
 };
 
 }  // namespace fenlux::testing

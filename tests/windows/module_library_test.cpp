@@ -15,7 +15,7 @@
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
-#include "tests/support/fake_host.h"
+#include "tests/support/fake_host/fake_host.h"
 #include "tests/support/record_builders.h"
 
 namespace fenlux::testing {
@@ -109,7 +109,7 @@ TEST_F(ModuleLibrary, SaysWhichServiceIsMissing) {
         std::pair{"CGlobalContext::GetCfgEx", "bad cfgex init!"}}) {
     host->Gate().GiveEmpty(getter);
     EXPECT_EQ(FailureOfInit(&host->Context()), text);
-    host->Gate().GiveAgain(getter);
+    host->Gate().StopGivingEmpty(getter);
   }
   EXPECT_EQ(Registrations(), 0U);
 }

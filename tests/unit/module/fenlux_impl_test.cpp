@@ -1,4 +1,5 @@
 // The module's object: init, construction, translation, and the host's five operations.
+#include "tests/support/turnstile.h"
 #include "tests/unit/module/no_threads.h"
 #include "tests/unit/module/worker_test.h"
 
@@ -156,7 +157,7 @@ TEST_F(FenluxImpl, WithoutALocaleServiceTextsStayAndItIsAskedForAgain) {
   Gate().GiveEmpty("CGlobalContext::GetLocale");
   EXPECT_EQ(impl->Translate("one"), "one");
   EXPECT_EQ(impl->Translate("two"), "two");
-  Gate().GiveAgain("CGlobalContext::GetLocale");
+  Gate().StopGivingEmpty("CGlobalContext::GetLocale");
   EXPECT_EQ(impl->Translate("three"), "<three>");
   EXPECT_EQ(impl->Translate("four"), "<four>");
   EXPECT_EQ(Gate().Count("CGlobalContext::GetLocale"), 3u);
@@ -321,7 +322,7 @@ TEST_F(ConnectedModule, NobodyGetsAtTheInterfaceFromItsClearingToTheEndOfItsShut
   impl->StopWork(true);
   EXPECT_EQ(others.size(), operations.size());
   others.clear();
-  Gate().NoHooks();
+  Gate().RemoveHooks();
   worker.Open();
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }

@@ -1,6 +1,7 @@
 // Stopping, shutting down and destroying a driver interface, and the operations that only tell of it.
 #include <future>
 
+#include "tests/support/turnstile.h"
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {

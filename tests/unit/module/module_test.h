@@ -15,7 +15,7 @@
 
 #include "core/fenlux_impl.h"
 #include "kdi/win_driver_interact.h"
-#include "tests/support/fake_host.h"
+#include "tests/support/fake_host/fake_host.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/record_builders.h"
 #include "tests/support/temporary_directory.h"
@@ -154,8 +154,12 @@ template <class Call>
   try {
     std::forward<Call>(call)();
   } catch (const std::exception& error) {
-    thrown = error.what();
-    if (failure != Failure::kInt && thrown == MessageOf(failure)) return ::testing::AssertionSuccess();
+    const char* const message = error.what();
+    thrown = message != nullptr ? message : "";
+    const bool expectsNull = failure == Failure::kNullWhat;
+    if (failure != Failure::kInt && (message == nullptr) == expectsNull && thrown == MessageOf(failure)) {
+      return ::testing::AssertionSuccess();
+    }
   } catch (int value) {
     thrown = "int " + std::to_string(value);
     if (failure == Failure::kInt && value == 7) return ::testing::AssertionSuccess();

@@ -57,7 +57,7 @@ TEST_F(PerfScope, AMissingServiceMakesItInert) {
     Gate().GiveEmpty(getter);
     RunScope();
     EXPECT_TRUE(Logged().empty()) << getter;
-    Gate().GiveAgain(getter);
+    Gate().StopGivingEmpty(getter);
   }
 }
 

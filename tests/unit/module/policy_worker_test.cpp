@@ -1,4 +1,5 @@
 // The policy worker: its polls, the policy's way to the driver, its one wait and its pause after a failure.
+#include "tests/support/turnstile.h"
 #include "tests/unit/module/worker_test.h"
 
 namespace fenlux::testing {
@@ -25,7 +26,7 @@ class PolicyWorker : public WorkerTest {
       impl->NotifyPolicyChanged();
       std::this_thread::yield();
     }
-    Gate().NoHook("CCfgEx::GetMonitorPolicy");
+    Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
     begun->Open();
     ASSERT_TRUE(Gate().AwaitCount(kLastCall, applied + 1));
   }
@@ -282,7 +283,7 @@ TEST_F(PolicyWorker, OneNotificationWakesEveryWorker) {
     Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
     impl->NotifyPolicyChanged();
     for (int turn = 0; turn < 5000 && begun->Arrivals() < 2; ++turn) std::this_thread::yield();
-    Gate().NoHook("CCfgEx::GetMonitorPolicy");
+    Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
     woken = begun->Arrivals();
     begun->Open();
     ASSERT_TRUE(Gate().AwaitCount(kLastCall, applied + woken));
@@ -330,8 +331,8 @@ TEST_F(PolicyWorker, LetsGoOfThePolicyBeforeItSendsTheConfiguration) {
   host.SetPolicy({directory.Path()});
   Connect();
   bool heldWhileRead = false, letGoAfterwards = false;
-  Gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.PolicyIsLetGo(); });
-  Gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { letGoAfterwards = host.PolicyIsLetGo(); });
+  Gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.IsPolicyReleased(); });
+  Gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { letGoAfterwards = host.IsPolicyReleased(); });
   StartPolicyWorker();
   ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_TRUE(heldWhileRead);
@@ -360,7 +361,7 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
   StartPolicyWorker();
   ASSERT_TRUE(applying->AwaitArrivals(1));
   std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
-  Gate().NoHook("CCfgEx::GetMonitorPolicy");
+  Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
   impl->StopWork(false);
   ASSERT_TRUE(Clock().AwaitParked(5s));
   Clock().Advance(5s);

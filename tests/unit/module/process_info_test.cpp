@@ -1,6 +1,7 @@
 // The process cache: look-ups, what they put into records, and a refresh pass.
 #include "procinfo/auto_refresh_process_info.h"
 
+#include "tests/support/turnstile.h"
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -178,7 +179,7 @@ TEST_F(ProcessInfo, TwoThreadsMissingTheSameIdEachGetTheirOwnAndTheMapKeepsTheFi
   ASSERT_TRUE(both.AwaitArrivals(2));
   both.Open();
   for (std::thread& thread : threads) thread.join();
-  Gate().NoHook("CWinWork::QueryProcessValue");
+  Gate().RemoveHook("CWinWork::QueryProcessValue");
   EXPECT_EQ(inside, 2);
   ASSERT_TRUE(found[0] && found[1]);
   EXPECT_NE(found[0], found[1]);
@@ -293,7 +294,7 @@ TEST_F(ProcessInfo, AnEntryInsertedDuringAPassIsLostAndFetchedAgain) {
     if (std::exchange(once, false)) info->GetProcessInfo(2);
   });
   info->RefreshAll();
-  Gate().NoHook("CWinWork::GetRunningProcessIds");
+  Gate().RemoveHook("CWinWork::GetRunningProcessIds");
   Forget();
   EXPECT_TRUE(info->GetProcessInfo(2));
   EXPECT_EQ(Gate().Entries(), Miss(2));
@@ -313,7 +314,7 @@ TEST_F(ProcessInfo, NoLockIsHeldWhileTheHostIsAsked) {
     });
     info->RefreshAll();
     EXPECT_TRUE(nested) << operation;
-    Gate().NoHook(operation);
+    Gate().RemoveHook(operation);
   }
 }
 

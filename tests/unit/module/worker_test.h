@@ -11,7 +11,7 @@ class WorkerTest : public ModuleTest {
   WorkerTest() : impl(Keep(std::make_shared<CFenluxImpl>(host.Context()))) { Forget(); }
   ~WorkerTest() override {
     Gate().StopFailing();
-    Gate().NoHooks();
+    Gate().RemoveHooks();
     Clock().Reset();  // whoever is parked stays so
   }
 

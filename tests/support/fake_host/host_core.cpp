@@ -1,0 +1,11 @@
+// Refresh intervals that tell the hosts of one process apart.
+#include "tests/support/fake_host/host_core.h"
+
+namespace fenlux::testing {
+
+std::uint32_t OwnRefreshInterval() {
+  static std::atomic<std::uint32_t> next{3'600'000};
+  return next++;
+}
+
+}  // namespace fenlux::testing
