@@ -1,13 +1,15 @@
-// Reads [driver], and refuses what does not belong to the driver that it names.
+// Reads [driver] and rejects settings of the driver that is not selected.
 #include "refhost/port/driver_settings.h"
+
+#include <fmt/format.h>
 
 #include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kMostThreads = 64;
-constexpr std::uint32_t kMostBuffers = 256;
+constexpr std::uint32_t kMaxThreads = 64;
+constexpr std::uint32_t kMaxBuffers = 256;
 
 }  // namespace
 
@@ -17,17 +19,17 @@ DriverSettings ReadDriverSettings(const ConfigTable& table) {
                                ConfigChoices<DriverPortKind>{{"emulator", DriverPortKind::kEmulator},
                                                              {"filter-manager", DriverPortKind::kFilterManager}});
   settings.filter.filterLibrary = table.Path("filter_library");
-  settings.filter.threads = table.Unsigned("threads", settings.filter.threads, 1, kMostThreads);
-  settings.filter.buffers = table.Unsigned("buffers", 2 * settings.filter.threads, 1, kMostBuffers);
+  settings.filter.threads = table.Unsigned("threads", settings.filter.threads, 1, kMaxThreads);
+  settings.filter.buffers = table.Unsigned("buffers", 2 * settings.filter.threads, 1, kMaxBuffers);
   if (settings.port == DriverPortKind::kEmulator) {
     for (const char* key : {"filter_library", "threads", "buffers"}) {
-      if (table.Has(key)) table.Report(key, "belongs to port = \"filter-manager\"");
+      if (table.Has(key)) table.Report(key, "requires port = \"filter-manager\"");
     }
   } else if (!FilterPortExists()) {
     table.Report("port", "the Filter Manager exists on Windows only; set port = \"emulator\"");
   }
   if (settings.filter.buffers < settings.filter.threads) {
-    table.Report("buffers", "must not be less than threads, which is " + std::to_string(settings.filter.threads));
+    table.Report("buffers", fmt::format("must be at least threads, which is {}", settings.filter.threads));
   }
   return settings;
 }

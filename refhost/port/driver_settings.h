@@ -1,4 +1,4 @@
-// Which driver the host's module is connected with: the [driver] table of the configuration.
+// The [driver] table of the configuration: which driver the module connects to.
 #pragma once
 
 #include "refhost/port/filter_port_client.h"
@@ -16,7 +16,7 @@ struct DriverSettings {
   bool operator==(const DriverSettings&) const = default;
 };
 
-// Reads the table and reports what is wrong with it; the caller calls Finish.
+// Reads the table and reports its errors. The caller calls Finish.
 DriverSettings ReadDriverSettings(const ConfigTable& table);
 
 }  // namespace fenlux::refhost

@@ -1,11 +1,11 @@
-// The calls of the Filter Manager, and what the delivery threads do with a message.
+// Opening and closing the port, sending requests, and the uses of the port's handle.
 #include "refhost/port/filter_connection_win.h"
 
-#include <array>
-#include <chrono>
-#include <cstring>
+#include <fmt/format.h>
+
 #include <limits>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 
 #include "host/buf.h"
@@ -14,61 +14,38 @@
 #include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
-namespace {
-
-// Of FilterReplyMessage: nobody waits for the reply any more.
-constexpr HRESULT kNoWaiter = static_cast<HRESULT>(0x801F0020);
-// Our own word for a reply that finds no port.
-constexpr HRESULT kPortEnded = static_cast<HRESULT>(0x800700E9);  // of ERROR_PIPE_NOT_CONNECTED
-// The queue's word to the delivery threads that no buffer will come any more.
-constexpr ULONG_PTR kNothingMore = 1;
-constexpr std::chrono::milliseconds kCancelInterval{50};
-
-std::string ResultText(HRESULT result) { return SystemErrorText(static_cast<unsigned long>(result)); }
-
-// The reply that says that the operation was not judged.
-std::array<std::uint8_t, records::kReplyFixedSize> UnjudgedReply() {
-  records::Reply reply{};
-  reply.magic = records::kReplyMagic;
-  reply.fixedSize = records::kReplyFixedSize;
-  reply.verdict = static_cast<std::uint32_t>(records::Verdict::kUnjudged);
-  std::array<std::uint8_t, records::kReplyFixedSize> bytes{};
-  std::memcpy(bytes.data(), &reply, sizeof(reply));
-  return bytes;
-}
-
-}  // namespace
 
 void FilterConnection::Connect() {
   {
-    const std::lock_guard lock(mutex);
-    if (connecting) throw std::logic_error("the driver's port is opened once for each port client");
+    const MutexLock lock(mutex);
+    if (connecting) throw std::logic_error("a port client connects only once");
     connecting = true;
     if (ended) throw std::runtime_error("the driver's port was closed before it was opened");
   }
-  if (board->Stopped()) throw std::runtime_error("the host is stopping: the driver's port is not opened any more");
+  if (state->Stopped()) throw std::runtime_error("the host is stopping and opens no more driver ports");
   const std::size_t contextSize = request.connectContext == nullptr ? 0 : request.connectContext->GetSize();
   if (contextSize > std::numeric_limits<WORD>::max()) throw std::runtime_error("the connect context is too large");
   HANDLE opened = nullptr;
-  const HRESULT result = board->Functions().connect(WideFromNarrow(request.portName).c_str(), 0,
+  const HRESULT result = state->Functions().connect(WideFromNarrow(request.portName).c_str(), 0,
                                                     contextSize == 0 ? nullptr : request.connectContext->GetData(),
                                                     static_cast<WORD>(contextSize), nullptr, &opened);
   Handle newPort(opened);
   if (FAILED(result) || !newPort.Valid()) {
-    board->Count(&FilterPortTotals::refusedConnects);
-    throw std::runtime_error("the driver's port " + request.portName + " cannot be opened: " + ResultText(result));
+    state->Count(&FilterPortTotals::refusedConnects);
+    throw std::runtime_error(
+        fmt::format("the driver's port {} cannot be opened: {}", request.portName, SystemErrorText(result)));
   }
-  board->Count(&FilterPortTotals::connects);
-  const std::lock_guard lock(mutex);
+  state->Count(&FilterPortTotals::connects);
+  const MutexLock lock(mutex);
   if (ended) throw std::runtime_error("the driver's port was closed while it was being opened");
   port = std::move(newPort);
 }
 
 void FilterConnection::Start() {
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     if (ended) return;
-    if (!port.Valid() || started) throw std::logic_error("delivery begins once, on a port that is open");
+    if (!port.Valid() || started) throw std::logic_error("delivery starts once, on an open port");
     started = true;
   }
   {
@@ -81,7 +58,7 @@ void FilterConnection::Start() {
       throw std::runtime_error(reason);
     }
   }
-  const FilterPortSettings& settings = board->Settings();
+  const FilterPortSettings& settings = state->Settings();
   for (std::uint32_t index = 0; index < settings.buffers; ++index) {
     auto slot = std::make_unique<Slot>();
     slot->message.resize(sizeof(FILTER_MESSAGE_HEADER) + request.maxMessageSize);
@@ -90,14 +67,14 @@ void FilterConnection::Start() {
   }
   try {
     for (std::uint32_t index = 0; index < settings.threads; ++index) {
-      std::thread([self = shared_from_this()] { self->Deliver(); }).detach();
+      std::thread([self = shared_from_this()] { self->RunDelivery(); }).detach();
     }
   } catch (const std::system_error& error) {
-    End(std::string("no delivery thread can be made: ") + error.what());
-    Retire();
+    End(fmt::format("a delivery thread cannot be started: {}", error.what()));
+    StopThreadsIfIdle();
     throw;
   }
-  for (const auto& slot : slots) Receive(*slot);
+  for (const auto& slot : slots) PostReceive(*slot);
 }
 
 void FilterConnection::Send(CBuf& message, CBuf* reply) {
@@ -108,170 +85,57 @@ void FilterConnection::Send(CBuf& message, CBuf* reply) {
   if (size > std::numeric_limits<DWORD>::max() || room > std::numeric_limits<DWORD>::max()) {
     throw std::runtime_error("the request is too large for the driver's port");
   }
-  // What the driver does not fill of the reply's buffer stays as it is.
+  // The rest of a reply buffer that the driver does not fill stays as it is.
   DWORD returned = 0;
   const HRESULT result =
-      board->Functions().sendMessage(use.Get(), message.GetData(), static_cast<DWORD>(size),
+      state->Functions().sendMessage(use.Get(), message.GetData(), static_cast<DWORD>(size),
                                      room == 0 ? nullptr : reply->GetData(), static_cast<DWORD>(room), &returned);
   if (FAILED(result)) {
-    board->Count(&FilterPortTotals::failedRequests);
-    throw std::runtime_error("the driver did not take a request: " + ResultText(result));
+    state->Count(&FilterPortTotals::failedRequests);
+    throw std::runtime_error("the driver rejected a request: " + SystemErrorText(result));
   }
-  board->Count(&FilterPortTotals::requests);
+  state->Count(&FilterPortTotals::requests);
+}
+
+void FilterConnection::WaitEnded() {
+  MutexLock lock(mutex);
+  while (!ended) lock.Wait(changed);
 }
 
 void FilterConnection::End(const std::string& reason) {
   bool opened = false;
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     if (ended) return;
     ended = true;
     opened = port.Valid();
-    // Calls that are held up in the driver come back.
-    if (port.Valid()) ::CancelIoEx(port.Get(), nullptr);
+    // Unblocks calls that are blocked in the driver.
+    if (opened) ::CancelIoEx(port.Get(), nullptr);
     CloseIfUnused();
   }
   changed.notify_all();
-  if (opened) board->Log(Severity::kEvent, "Connection ended: " + reason + ".");
+  if (opened) state->Log(Severity::kEvent, fmt::format("Connection ended: {}.", reason));
 }
 
-// A delivery thread.
-void FilterConnection::Deliver() {
-  for (;;) {
-    DWORD size = 0;
-    ULONG_PTR key = 0;
-    OVERLAPPED* operation = nullptr;
-    const BOOL done = ::GetQueuedCompletionStatus(queue.Get(), &size, &key, &operation, INFINITE);
-    const DWORD error = done ? ERROR_SUCCESS : ::GetLastError();
-    if (operation == nullptr) {
-      if (!done) End("its messages cannot be received: " + SystemErrorText(error));
-      ::PostQueuedCompletionStatus(queue.Get(), 0, kNothingMore, nullptr);  // to the next thread
-      CancelUntilUnused();
-      return;
-    }
-    {
-      const std::lock_guard lock(mutex);
-      --outstanding;
-    }
-    Slot& slot = *reinterpret_cast<Slot*>(operation);
-    if (done) {
-      try {
-        Judge(slot, size);
-      } catch (const std::exception& thrown) {  // no memory for the reply or for a line of the log
-        End(std::string("a message could not be served: ") + thrown.what());
-      }
-      Receive(slot);
-    } else {
-      // Whether the driver has gone or a message did not fit: ending the port is what releases everyone who waits.
-      End("the driver's messages ended: " + SystemErrorText(error));
-      Retire();
-    }
-  }
+HANDLE FilterConnection::BeginUse(std::size_t receptions) {
+  const MutexLock lock(mutex);
+  if (ended || !port.Valid()) return nullptr;
+  ++uses;
+  outstanding += receptions;
+  return port.Get();
 }
 
-// A request that was on its way to the driver when the port ended came too late to be cancelled with the others.
-void FilterConnection::CancelUntilUnused() {
-  std::unique_lock lock(mutex);
-  while (port.Valid()) {
-    ::CancelIoEx(port.Get(), nullptr);
-    changed.wait_for(lock, kCancelInterval);
-  }
+void FilterConnection::EndUse() {
+  const MutexLock lock(mutex);
+  --uses;
+  CloseIfUnused();
 }
 
-// Hands a buffer to the Filter Manager.
-void FilterConnection::Receive(Slot& slot) {
-  {
-    const Use use(*this, 1);
-    if (use) {
-      slot.operation = {};
-      const HRESULT result =
-          board->Functions().getMessage(use.Get(), reinterpret_cast<FILTER_MESSAGE_HEADER*>(slot.message.data()),
-                                        static_cast<DWORD>(slot.message.size()), &slot.operation);
-      // A message that was there at once arrives by the queue as well.
-      if (SUCCEEDED(result) || result == HRESULT_FROM_WIN32(ERROR_IO_PENDING)) return;
-      {
-        const std::lock_guard lock(mutex);
-        --outstanding;
-      }
-      End("the driver sends no more messages: " + ResultText(result));
-    }
-  }
-  Retire();
-}
-
-// Tells the threads when no buffer is left that could come back.
-void FilterConnection::Retire() {
-  {
-    const std::lock_guard lock(mutex);
-    if (!ended || outstanding > 0) return;
-  }
-  ::PostQueuedCompletionStatus(queue.Get(), 0, kNothingMore, nullptr);
-}
-
-// The module's reply; empty where it gives none, with the reason where that was a failure.
-std::shared_ptr<CBuf> FilterConnection::Ask(const void* message, std::uint32_t size, std::string& failure) const {
-  try {
-    return request.handler(message, size);
-  } catch (const std::exception& error) {
-    failure = std::string("the module's handler failed: ") + error.what();
-  } catch (...) {
-    failure = "the module's handler failed";
-  }
-  return nullptr;
-}
-
-void FilterConnection::Judge(Slot& slot, std::size_t size) {
-  if (size < sizeof(FILTER_MESSAGE_HEADER) || size > slot.message.size()) {
-    board->Log(Severity::kProblem, "A message of " + std::to_string(size) + " bytes has no header.");
-    return;  // nobody can be answered
-  }
-  board->CountReceived();
-  FILTER_MESSAGE_HEADER header{};
-  std::memcpy(&header, slot.message.data(), sizeof(header));
-  std::string failure;
-  const std::shared_ptr<CBuf> reply =
-      Ask(slot.message.data() + sizeof(header), static_cast<std::uint32_t>(size - sizeof(header)), failure);
-  if (header.ReplyLength == 0) {
-    if (!failure.empty()) board->Log(Severity::kProblem, failure + ".");
-    board->CountOutcome(&FilterPortTotals::noAnswerDue);
-    return;
-  }
-  if (reply != nullptr) {
-    const HRESULT result = Answer(slot, header.MessageId, reply->GetData(), reply->GetSize());
-    if (SUCCEEDED(result)) {
-      board->CountOutcome(&FilterPortTotals::answered);
-      return;
-    }
-    if (result == kNoWaiter || result == kPortEnded) {
-      const bool late = result == kNoWaiter;
-      board->CountOutcome(late ? &FilterPortTotals::late : &FilterPortTotals::lost);
-      board->Log(Severity::kWarning, late ? "A reply came too late: the driver had given up waiting."
-                                          : "A reply came after the end of the connection.");
-      return;
-    }
-    failure = "the module's reply was not taken: " + ResultText(result);
-  } else if (failure.empty()) {
-    failure = "the module has no reply for a message that demands one";
-  }
-  const auto unjudged = UnjudgedReply();
-  const HRESULT result = Answer(slot, header.MessageId, unjudged.data(), unjudged.size());
-  board->CountOutcome(SUCCEEDED(result)     ? &FilterPortTotals::answeredInstead
-                      : result == kNoWaiter ? &FilterPortTotals::late
-                                            : &FilterPortTotals::lost);
-  board->Log(Severity::kProblem, "An operation was not judged, as " + failure +
-                                     (SUCCEEDED(result) ? "." : "; nor could that be told: " + ResultText(result)));
-}
-
-HRESULT FilterConnection::Answer(Slot& slot, std::uint64_t messageId, const std::uint8_t* bytes, std::size_t size) {
-  const Use use(*this);
-  if (!use) return kPortEnded;
-  FILTER_REPLY_HEADER header{};
-  header.MessageId = messageId;
-  slot.reply.resize(sizeof(header) + size);
-  std::memcpy(slot.reply.data(), &header, sizeof(header));
-  if (size > 0) std::memcpy(slot.reply.data() + sizeof(header), bytes, size);
-  return board->Functions().replyMessage(use.Get(), reinterpret_cast<FILTER_REPLY_HEADER*>(slot.reply.data()),
-                                         static_cast<DWORD>(slot.reply.size()));
+void FilterConnection::CloseIfUnused() {
+  if (!ended || uses > 0 || !port.Valid()) return;
+  ::CancelIoEx(port.Get(), nullptr);
+  port.Reset();
+  changed.notify_all();
 }
 
 }  // namespace fenlux::refhost

@@ -1,5 +1,7 @@
-// The look-up, and the texts of what is missing.
+// Loading of the library and lookup of its functions.
 #include "refhost/port/filter_functions_win.h"
+
+#include <fmt/format.h>
 
 #include <stdexcept>
 #include <string>
@@ -11,31 +13,34 @@ namespace fenlux::refhost {
 namespace {
 
 template <typename Function>
-void Find(HMODULE library, const std::string& libraryName, const char* name, Function& function) {
+Function Find(HMODULE library, const std::string& libraryName, const char* name) {
   const FARPROC found = ::GetProcAddress(library, name);
-  if (found == nullptr) throw std::runtime_error("the Filter Manager's library " + libraryName + " has no " + name);
-  function = reinterpret_cast<Function>(reinterpret_cast<void*>(found));
+  if (found == nullptr) {
+    throw std::runtime_error(fmt::format("the Filter Manager's library {} has no {}", libraryName, name));
+  }
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(found));
 }
 
 }  // namespace
 
 FilterFunctions LoadFilterFunctions(const boost::filesystem::path& file) {
-  const bool standard = file.empty();
-  const boost::filesystem::path path = standard ? boost::filesystem::path(L"fltlib.dll") : file;
+  const bool isDefault = file.empty();
+  const boost::filesystem::path path = isDefault ? boost::filesystem::path(L"fltlib.dll") : file;
   const std::string name = NarrowFromWide(path.native());
-  // By its name alone the system's own is found, and no other.
+  // The default is searched in the system's directory only.
   const DWORD where =
-      standard ? LOAD_LIBRARY_SEARCH_SYSTEM32
-               : LOAD_LIBRARY_SEARCH_DEFAULT_DIRS | (path.is_absolute() ? LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR : 0);
+      isDefault ? LOAD_LIBRARY_SEARCH_SYSTEM32
+                : LOAD_LIBRARY_SEARCH_DEFAULT_DIRS | (path.is_absolute() ? LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR : 0);
   const HMODULE library = ::LoadLibraryExW(path.c_str(), nullptr, where);
   if (library == nullptr) {
-    throw std::runtime_error("the Filter Manager's library " + name + " cannot be loaded: " + LastErrorText());
+    throw std::runtime_error(
+        fmt::format("the Filter Manager's library {} cannot be loaded: {}", name, LastErrorText()));
   }
   FilterFunctions functions;
-  Find(library, name, "FilterConnectCommunicationPort", functions.connect);
-  Find(library, name, "FilterGetMessage", functions.getMessage);
-  Find(library, name, "FilterReplyMessage", functions.replyMessage);
-  Find(library, name, "FilterSendMessage", functions.sendMessage);
+  functions.connect = Find<decltype(functions.connect)>(library, name, "FilterConnectCommunicationPort");
+  functions.getMessage = Find<decltype(functions.getMessage)>(library, name, "FilterGetMessage");
+  functions.replyMessage = Find<decltype(functions.replyMessage)>(library, name, "FilterReplyMessage");
+  functions.sendMessage = Find<decltype(functions.sendMessage)>(library, name, "FilterSendMessage");
   return functions;
 }
 

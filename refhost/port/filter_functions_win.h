@@ -1,5 +1,5 @@
-// The functions by which the Filter Manager connects programs with filter drivers, looked up by name when they are
-// wanted: a host that needs none of them runs where there are none.
+// The Filter Manager's user-mode functions, looked up at run time so that a host that needs none of them also runs
+// where there are none.
 #pragma once
 
 #include <windows.h>
@@ -7,6 +7,11 @@
 #include <fltuser.h>
 
 #include <boost/filesystem/path.hpp>
+
+// The result of FilterReplyMessage if nobody waits for the reply any more. MinGW's headers do not have it.
+#ifndef ERROR_FLT_NO_WAITER_FOR_REPLY
+#define ERROR_FLT_NO_WAITER_FOR_REPLY _HRESULT_TYPEDEF_(0x801F0020L)
+#endif
 
 namespace fenlux::refhost {
 
@@ -17,8 +22,8 @@ struct FilterFunctions {
   decltype(&::FilterSendMessage) sendMessage = nullptr;
 };
 
-// From the library at the path; from the system's own where it is empty. Throws std::runtime_error that says what is
-// missing. The library stays loaded: its code may be at work on a thread of ours at any time.
+// Loads the functions from the given library, or from the system's own if `file` is empty. Throws std::runtime_error
+// naming what is missing. The library is never unloaded, because a thread of ours may be running its code at any time.
 FilterFunctions LoadFilterFunctions(const boost::filesystem::path& file);
 
 }  // namespace fenlux::refhost

@@ -1,12 +1,11 @@
-// The door to a real driver: port clients over the Filter Manager, by which Windows connects programs with filter
-// drivers. Other systems have none, and there a FilterPort cannot be made.
+// Port clients over the Filter Manager, through which Windows connects programs with filter drivers. Other systems have
+// no Filter Manager, and there a FilterPort cannot be made.
 //
-// Who answers the driver: an operation waits in the kernel for every message that demands an answer. The module has
-// that duty while its handler runs; before and after, the port client has it. Where the module gives no answer (its
-// handler throws, or has no reply for a message that demands one) or its reply is not taken, the port client answers
-// that the operation was not judged. Where even that is impossible the connection is gone, and with it the driver's
-// waiting: the Filter Manager releases everyone who waits when a port is closed. Each case is counted, and the
-// exceptional ones are logged.
+// The duty to reply: an operation is blocked in the kernel for every message that requires a reply. The module has the
+// duty while its handler runs; before and after, the port client has it. If the module gives no reply (its handler
+// throws, or returns none for a message that requires one), or its reply is not accepted, the port client replies that
+// the operation was not judged. If even that fails, the connection is gone, and with it the operation's wait: the
+// Filter Manager releases all waiting operations when a port is closed. Each case is counted, and failures are logged.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -21,25 +20,25 @@
 namespace fenlux::refhost {
 
 struct FilterPortSettings {
-  boost::filesystem::path filterLibrary;  // with the functions of the Filter Manager; empty: the system's own
+  boost::filesystem::path filterLibrary;  // with the Filter Manager's functions; empty: the system's own
   std::uint32_t threads = 4;              // that call the module's handler
-  std::uint32_t buffers = 8;              // for messages that the driver may send ahead; at least as many as threads
+  std::uint32_t buffers = 8;              // for messages the driver may send ahead; at least `threads`
 
   bool operator==(const FilterPortSettings&) const = default;
 };
 
-// Over all connections. Messages received = answered + no answer due + answered instead + late + lost + in flight.
+// Over all connections. received = answered + noAnswerDue + answeredInstead + late + lost + inFlight.
 struct FilterPortTotals {
   std::uint64_t connects = 0;
   std::uint64_t refusedConnects = 0;
-  std::uint64_t requests = 0;        // that the driver took
-  std::uint64_t failedRequests = 0;  // that it did not
+  std::uint64_t requests = 0;        // accepted by the driver
+  std::uint64_t failedRequests = 0;  // not accepted
   std::uint64_t received = 0;
   std::uint64_t answered = 0;         // with the module's reply
-  std::uint64_t noAnswerDue = 0;      // the driver did not wait for one
-  std::uint64_t answeredInstead = 0;  // with "not judged", for want of a reply that could be sent
-  std::uint64_t late = 0;             // the driver had given up waiting
-  std::uint64_t lost = 0;             // no answer could be given any more
+  std::uint64_t noAnswerDue = 0;      // the driver did not wait for a reply
+  std::uint64_t answeredInstead = 0;  // with "not judged", because there was no reply that could be sent
+  std::uint64_t late = 0;             // the driver no longer waited
+  std::uint64_t lost = 0;             // no reply could be sent
   std::uint64_t inFlight = 0;
 
   bool AddsUp() const { return received == answered + noAnswerDue + answeredInstead + late + lost + inFlight; }
@@ -48,25 +47,25 @@ struct FilterPortTotals {
 // Whether this system has a Filter Manager.
 bool FilterPortExists();
 
-// Any thread, save where it says so.
+// Any thread.
 class FilterPort {
  public:
-  // Called on the delivery threads and the module's, several at once; must not block or throw.
+  // Called on the delivery threads and the module's threads, concurrently. Must not block or throw.
   using LogHook = std::function<void(Severity severity, const std::string& line)>;
 
-  // Looks up the library's functions. Throws std::runtime_error that says what is missing.
+  // Looks up the library's functions. Throws std::runtime_error naming what is missing.
   FilterPort(const FilterPortSettings& settings, LogHook log);
   // Stops.
   ~FilterPort();
   FilterPort(const FilterPort&) = delete;
   FilterPort& operator=(const FilterPort&) = delete;
 
-  // What a host's CWinWork::CreatePortClient hands to the module; it stays usable after the FilterPort has gone. The
-  // port value is the host's own matter and does not reach the driver.
+  // For a host's CWinWork::CreatePortClient. The client may outlive the FilterPort. The port value is not sent to the
+  // driver.
   std::shared_ptr<CPortClient> MakePortClient(const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
                                               std::uint32_t maxMessageSize, NotificationHandler handler,
                                               std::uint32_t portValue);
-  // Refuses every later connection. Those that are open go on.
+  // Refuses new connections. Open ones stay open.
   void Stop();
   FilterPortTotals Totals() const;
 

@@ -1,7 +1,7 @@
-// There is no Filter Manager here: the configuration is refused before anybody gets this far.
-#include "refhost/port/filter_port_client.h"
-
+// There is no Filter Manager on this system. The configuration is rejected before a FilterPort is made.
 #include <stdexcept>
+
+#include "refhost/port/filter_port_client.h"
 
 namespace fenlux::refhost {
 

@@ -1,4 +1,4 @@
-// Port clients over connections with a filter driver, and the port that makes them.
+// Port clients for connections with a filter driver, and the port that makes them.
 #include "refhost/port/filter_port_client.h"
 
 #include <memory>
@@ -10,11 +10,11 @@
 namespace fenlux::refhost {
 namespace {
 
-// What the module holds. Letting go of it ends the connection.
+// The module's end of a connection. Destroying it ends the connection.
 class FilterPortClient final : public CPortClient {
  public:
   explicit FilterPortClient(std::shared_ptr<FilterConnection> shared) : connection(std::move(shared)) {}
-  ~FilterPortClient() { connection->End("the module let go of it"); }
+  ~FilterPortClient() { connection->End("the module released it"); }
   FilterPortClient(const FilterPortClient&) = delete;
   FilterPortClient& operator=(const FilterPortClient&) = delete;
 
@@ -23,7 +23,7 @@ class FilterPortClient final : public CPortClient {
   void Wait() override { connection->WaitEnded(); }
   void Close() override { connection->End("the module closed it"); }
   void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool /*flag*/) override {
-    if (request == nullptr) throw std::invalid_argument("there is no request to send to the driver");
+    if (request == nullptr) throw std::invalid_argument("there is no request to send");
     connection->Send(*request, reply.get());
   }
 
@@ -33,9 +33,9 @@ class FilterPortClient final : public CPortClient {
 
 }  // namespace
 
-class FilterPort::Impl : public FilterBoard {
+class FilterPort::Impl : public FilterPortState {
  public:
-  using FilterBoard::FilterBoard;
+  using FilterPortState::FilterPortState;
 };
 
 bool FilterPortExists() { return true; }

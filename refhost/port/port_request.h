@@ -1,4 +1,4 @@
-// What the module asks for when it has a port client made: the arguments of CWinWork::CreatePortClient.
+// The arguments of CWinWork::CreatePortClient: what the module asks for when it wants a port client.
 #pragma once
 
 #include <cstdint>
