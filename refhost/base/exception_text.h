@@ -1,4 +1,4 @@
-// What an exception says, for whoever asked for the operation that it ended.
+// The message of an exception, to report why an operation failed.
 #pragma once
 
 #include <exception>
@@ -6,14 +6,14 @@
 
 namespace fenlux::refhost {
 
-// The message of the exception that is being handled; only inside a catch clause.
+// The message of the exception being handled. Call it only in a catch clause.
 inline std::string CurrentExceptionText() {
   try {
     throw;
   } catch (const std::exception& error) {
-    return error.what();
+    return error.what() == nullptr ? "" : error.what();
   } catch (...) {
-    return "it ended by something that is no exception and says nothing";
+    return "unknown exception";
   }
 }
 

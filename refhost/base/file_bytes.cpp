@@ -1,4 +1,4 @@
-// Read in pieces through the stream itself: its buffer would throw for a directory.
+// Reads through the stream, not through its buffer, which throws for a directory.
 #include "refhost/base/file_bytes.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-// The whole of a file at once.
+// Reading of whole files.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -7,7 +7,7 @@
 
 namespace fenlux::refhost {
 
-// Nothing where it cannot be read to its end, or is a directory.
+// The content of a file; nullopt if it cannot be read to its end or is a directory.
 std::optional<std::string> ReadFileBytes(const boost::filesystem::path& file);
 
 }  // namespace fenlux::refhost

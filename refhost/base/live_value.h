@@ -1,32 +1,33 @@
-// A value that can be replaced while others read it: a reader holds the snapshot it got, a writer puts a new one.
+// A value that can be replaced while others read it. Readers hold a snapshot; writers replace the value as a whole.
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <utility>
+
+#include "common/mutex.h"
 
 namespace fenlux::refhost {
 
-// Any thread, several at once. The lock is held for the copy of one handle only.
+// Any thread. The lock is held only to copy or swap one handle.
 template <typename Value>
 class LiveValue {
  public:
   explicit LiveValue(Value value) : current(std::make_shared<const Value>(std::move(value))) {}
 
   std::shared_ptr<const Value> Get() const {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     return current;
   }
 
   void Set(Value value) {
     auto next = std::make_shared<const Value>(std::move(value));
-    const std::lock_guard lock(mutex);
-    current.swap(next);
+    const MutexLock lock(mutex);
+    current.swap(next);  // the old value is destroyed outside the lock
   }
 
  private:
-  mutable std::mutex mutex;
-  std::shared_ptr<const Value> current;
+  mutable Mutex mutex;
+  std::shared_ptr<const Value> current FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux::refhost

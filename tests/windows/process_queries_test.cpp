@@ -1,6 +1,5 @@
-// The system's answers about processes that the test knows: itself and a child.
+// Queries about processes that the test knows: its own and a child.
 #include "refhost/services/processes/process_queries.h"
-#include "refhost/base/platform/own_process.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 
 #include "refhost/base/platform/handle_win.h"
+#include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
@@ -15,7 +15,7 @@ namespace {
 
 std::uint32_t Own() { return ::GetCurrentProcessId(); }
 
-// This program once more, not yet running.
+// A suspended process of this program.
 class Child {
  public:
   explicit Child(std::wstring arguments) {
@@ -41,7 +41,7 @@ class Child {
   std::uint32_t id = 0;
 };
 
-TEST(ProcessQueries, KnowTheirOwnProcess) {
+TEST(ProcessQueries, DescribeTheirOwnProcess) {
   EXPECT_TRUE(ProcessRuns(Own()));
   EXPECT_EQ(ProcessImagePath(Own()), OwnProgramPath().native());
   EXPECT_EQ(OwnProgramPath().filename(), "fenlux_windows_refhost_tests.exe");
@@ -59,7 +59,7 @@ TEST(ProcessQueries, CompareImagesAsWindowsDoes) {
   EXPECT_NE(std::ranges::find(found, Own()), found.end());
 }
 
-TEST(ProcessQueries, KnowAnotherProcessWhileItRuns) {
+TEST(ProcessQueries, DescribeAnotherProcessWhileItRuns) {
   Child child(L"an argument with \u00DCml\u00E4uts");
   ASSERT_NE(child.id, 0U);
   EXPECT_TRUE(ProcessRuns(child.id));
@@ -69,24 +69,24 @@ TEST(ProcessQueries, KnowAnotherProcessWhileItRuns) {
   const std::vector<std::uint32_t> found = ProcessesOfImage(OwnProgramPath());
   EXPECT_NE(std::ranges::find(found, child.id), found.end());
   child.End();
-  // The handle that is still held keeps the process's remains.
+  // Our open handle keeps the ended process's object alive.
   EXPECT_FALSE(ProcessRuns(child.id));
 }
 
-TEST(ProcessQueries, CutLongCommandLines) {
+TEST(ProcessQueries, TruncateLongCommandLines) {
   Child child(std::wstring(6000, L'x'));
   ASSERT_NE(child.id, 0U);
   EXPECT_EQ(ProcessCommandLine(child.id).size(), 4096U);
 }
 
-TEST(ProcessQueries, TakeAnIdForItself) {
+TEST(ProcessQueries, DoNotRoundIds) {
   // The system's own calls round ids down to a multiple of four.
   EXPECT_FALSE(ProcessRuns(Own() + 1));
   EXPECT_EQ(ProcessImagePath(Own() + 1), L"");
   EXPECT_EQ(ProcessCommandLine(Own() + 2), "");
 }
 
-TEST(ProcessQueries, KnowNothingOfAProcessThatEnded) {
+TEST(ProcessQueries, ReturnNothingForAnEndedProcess) {
   std::uint32_t ended = 0;
   {
     Child child(L"");
@@ -98,19 +98,19 @@ TEST(ProcessQueries, KnowNothingOfAProcessThatEnded) {
   EXPECT_EQ(ProcessCommandLine(ended), "");
 }
 
-TEST(ProcessQueries, TellTheSession) {
+TEST(ProcessQueries, ReturnTheSession) {
   DWORD session = 0;
   ASSERT_TRUE(::ProcessIdToSessionId(Own(), &session));
   EXPECT_EQ(ProcessSession(Own()), session);
   EXPECT_EQ(ProcessSession(0xFFFFFFF0), 0U);
 }
 
-TEST(ProcessQueries, FindNoProcessOfAnImageThatIsNotThere) {
+TEST(ProcessQueries, FindNoProcessOfAMissingImage) {
   EXPECT_TRUE(ProcessesOfImage("C:\\no\\such\\image.exe").empty());
   EXPECT_TRUE(ProcessesOfImage("C:\\").empty());
 }
 
-TEST(ProcessQueries, PlaceSystemImagesBelowTheSystemsDirectory) {
+TEST(ProcessQueries, ResolveSystemImagesAgainstTheWindowsDirectory) {
   std::wstring directory(MAX_PATH, L'\0');
   directory.resize(::GetWindowsDirectoryW(directory.data(), MAX_PATH));
   EXPECT_EQ(SystemImagePath("system32\\csrss.exe").native(), directory + L"\\system32\\csrss.exe");
@@ -118,8 +118,7 @@ TEST(ProcessQueries, PlaceSystemImagesBelowTheSystemsDirectory) {
 }
 
 TEST(ProcessQueries, FindTheServiceController) {
-  // Wine runs one, as Windows does, and for a moment after its start two; whether an image may be looked at is the
-  // system's matter.
+  // Wine runs one as Windows does, briefly even two after its start. The system may not let us query its image.
   std::uint32_t controller = 0;
   for (const std::uint64_t id : RunningProcesses()) {
     const std::wstring image = ProcessImagePath(static_cast<std::uint32_t>(id));
@@ -128,7 +127,7 @@ TEST(ProcessQueries, FindTheServiceController) {
       controller = static_cast<std::uint32_t>(id);
     }
   }
-  if (controller == 0) GTEST_SKIP() << "no service controller runs here that this user may look at";
+  if (controller == 0) GTEST_SKIP() << "no service controller runs here that this user may query";
   const auto found = ProcessesOfImage(SystemImagePath("system32\\services.exe"));
   EXPECT_NE(std::find(found.begin(), found.end(), controller), found.end());
 }

@@ -1,4 +1,4 @@
-// The module's questions about processes where drive letters are real.
+// The module's process queries on Windows, where paths have drive letters.
 #include "refhost/services/processes/work_service.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 std::uint32_t Own() { return ::GetCurrentProcessId(); }
 
-TEST(WorkService, FindsAConfiguredSystemImageAndCountsItsProcessesAsTheSystems) {
+TEST(WorkService, TreatsProcessesOfAConfiguredSystemImageAsTheSystems) {
   WorkService work({{"system32\\csrss.exe", OwnProgramPath()}}, {});
   boost::filesystem::path path;
   EXPECT_EQ(work.SystemPath(path, "system32\\csrss.exe"), OwnProgramPath());
@@ -27,19 +27,19 @@ TEST(WorkService, FindsAConfiguredSystemImageAndCountsItsProcessesAsTheSystems) 
   EXPECT_EQ(work.QueryProcessValue(Own(), 0), 0U);
 }
 
-TEST(WorkService, LooksForOtherSystemImagesWhereTheSystemKeepsThem) {
+TEST(WorkService, ResolvesOtherSystemImagesAgainstTheSystem) {
   WorkService work({}, {});
   boost::filesystem::path path;
   EXPECT_EQ(work.SystemPath(path, "system32\\services.exe"), SystemImagePath("system32\\services.exe"));
 }
 
-TEST(WorkService, SaysThatAProcessIsUnknown) {
+TEST(WorkService, ReportsAnUnknownProcess) {
   WorkService work({}, {});
   EXPECT_EQ(work.QueryProcessValue(0xFFFFFFF0, 0), WorkService::kUnknownProcess);
   EXPECT_EQ(work.QueryProcessValue(Own(), 0), ProcessSession(Own()));
 }
 
-TEST(WorkService, TellsAProcessByItsImageAndItsCommandLine) {
+TEST(WorkService, ReturnsTheImageAndTheCommandLineOfAProcess) {
   WorkService work({}, {});
   std::wstring wide;
   std::string narrow;
@@ -51,8 +51,8 @@ TEST(WorkService, TellsAProcessByItsImageAndItsCommandLine) {
   EXPECT_TRUE(running->contains(Own()));
 }
 
-TEST(WorkService, GivesARealIdentityAsTheSystemWritesIt) {
-  // The local system's account, as the system itself lays it out.
+TEST(WorkService, FormatsASecurityIdentifierOfTheSystem) {
+  // The local system's account in the system's own layout.
   std::array<std::uint8_t, 64> block{};
   DWORD size = static_cast<DWORD>(block.size());
   ASSERT_TRUE(::CreateWellKnownSid(WinLocalSystemSid, nullptr, block.data(), &size));

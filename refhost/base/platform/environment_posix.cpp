@@ -1,4 +1,4 @@
-// The environment as getenv has it: its bytes are taken for UTF-8.
+// The environment through getenv, whose bytes are taken as UTF-8.
 #include "refhost/base/platform/environment.h"
 
 #include <cstdlib>

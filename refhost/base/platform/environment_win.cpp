@@ -1,4 +1,4 @@
-// The environment in UTF-16, in which the system keeps it: getenv would give it in the code page.
+// The environment through the UTF-16 functions: getenv would return text in the code page.
 #include "refhost/base/platform/environment.h"
 
 #include <windows.h>
@@ -18,7 +18,7 @@ std::optional<std::string> EnvironmentText(const std::string& name) {
       value.resize(length);
       return NarrowFromWide(value);
     }
-    value.resize(length);  // with room for the zero behind it
+    value.resize(length);  // includes the terminating zero
   }
 }
 

@@ -1,4 +1,4 @@
-// The system's messages for its error codes, in UTF-8. The bodies are the platform's.
+// The system's messages for its error codes, in UTF-8. The bodies are platform-specific.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The process this code runs in: its id and its program.
+// Id and program of the current process.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -8,7 +8,7 @@ namespace fenlux::refhost {
 
 // Any thread.
 std::uint64_t OwnProcessId();
-// Empty if the system does not say.
+// Empty if it cannot be determined.
 boost::filesystem::path OwnProgramPath();
 
 }  // namespace fenlux::refhost

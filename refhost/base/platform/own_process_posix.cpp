@@ -1,4 +1,4 @@
-// The own process on Linux.
+// The current process on Linux.
 #include <unistd.h>
 
 #include <boost/filesystem/operations.hpp>

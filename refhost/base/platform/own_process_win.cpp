@@ -1,4 +1,4 @@
-// The own process on Windows.
+// The current process on Windows.
 #include <windows.h>
 
 #include <string>
@@ -8,7 +8,7 @@
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::size_t kMaxPathUnits = 32768;  // with the NUL
+constexpr std::size_t kMaxPathUnits = 32768;  // including the terminating zero
 
 }  // namespace
 

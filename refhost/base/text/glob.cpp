@@ -1,5 +1,5 @@
-// Matching without recursion: only the last star of each kind can ever need another try, so the work is bounded by the
-// product of the lengths.
+// Matching without recursion: only the last star of each kind may need to match more characters, so the work is at most
+// the product of the lengths.
 #include "refhost/base/text/glob.h"
 
 #include "refhost/base/text/utf_text.h"
@@ -12,10 +12,10 @@ constexpr std::size_t kNone = std::wstring_view::npos;
 
 bool IsSeparator(wchar_t character) { return kSeparators.find(character) != kNone; }
 
-// Where a star stood, and the text it swallowed up to now.
+// A star of the pattern, and how much text it matches so far.
 struct Star {
   std::size_t pattern = kNone;  // what follows the star
-  std::size_t text = 0;         // the first character that it did not swallow
+  std::size_t text = 0;         // the first character that it does not match
 };
 
 }  // namespace
@@ -51,7 +51,7 @@ bool Glob::Matches(std::wstring_view path) const {
         continue;
       }
     }
-    // No match here: the last star takes one character more.
+    // No match: let the last star match one more character.
     if (inComponent.pattern != kNone && inComponent.text < path.size() && !IsSeparator(path[inComponent.text])) {
       at = inComponent.pattern;
       text = ++inComponent.text;

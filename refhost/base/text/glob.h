@@ -1,4 +1,4 @@
-// Patterns of paths, as rules write them.
+// Path patterns of rules.
 #pragma once
 
 #include <string>
@@ -6,15 +6,15 @@
 
 namespace fenlux::refhost {
 
-// "*" stands for any characters of one path component, "**" for any characters at all, "?" for one character of a
-// component, and everything else for itself. "/" and "\" are both separators, and each matches only itself. A pattern
-// without a separator is matched against the last component, any other against the whole path.
+// "*" matches any characters of one path component, "**" any characters at all, "?" one character of a component, and
+// everything else itself. "/" and "\" are both separators, but each matches only itself. A pattern without a separator
+// is matched against the last component, any other against the whole path.
 class Glob {
  public:
   // `pattern` is UTF-8.
   explicit Glob(std::string_view pattern);
 
-  // Any thread, several at once.
+  // Any thread.
   bool Matches(std::wstring_view path) const;
 
  private:

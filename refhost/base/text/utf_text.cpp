@@ -1,4 +1,4 @@
-// Every conversion decodes character by character, so that what is invalid costs one replacement and no more.
+// All conversions decode one character at a time, so that an invalid unit costs exactly one replacement.
 #include "refhost/base/text/utf_text.h"
 
 #include <fmt/format.h>
@@ -14,7 +14,7 @@ namespace utf = boost::locale::utf;
 
 constexpr utf::code_point kReplacement = 0xFFFD;
 
-// Reads one character and moves `at` behind it; one unit that belongs to no character is skipped and replaced.
+// Reads one character and moves `at` past it. A unit that is not part of a valid character is replaced.
 template <typename Unit>
 utf::code_point Decode(const Unit*& at, const Unit* end) {
   const Unit* const start = at;

@@ -1,4 +1,4 @@
-// Conversions between the three forms of text that a host meets: UTF-8 (narrow), wide text and UTF-16.
+// Conversions between UTF-8 (narrow), wide text and UTF-16.
 #pragma once
 
 #include <string>
@@ -6,15 +6,16 @@
 
 namespace fenlux::refhost {
 
-// What is no valid text in the source form becomes U+FFFD, so that two different texts of valid characters never become
-// one. None of these throws for what a text contains.
+// Each invalid unit becomes U+FFFD; valid characters are never changed. Nothing here throws because of what a text
+// contains.
 std::string NarrowFromWide(std::wstring_view text);
 std::wstring WideFromNarrow(std::string_view text);
 std::u16string Utf16FromWide(std::wstring_view text);
 std::u16string Utf16FromNarrow(std::string_view text);
 std::string NarrowFromUtf16(std::u16string_view text);
 
-// Valid UTF-8 on one line: control characters are written as "\n", "\t" or "\x1b", whatever a name or message brings.
+// Valid UTF-8 on one line: control characters become "\n", "\t", "\x1b" and the like. For names and messages from
+// outside, which may contain anything.
 std::string Printable(std::string_view text);
 
 }  // namespace fenlux::refhost

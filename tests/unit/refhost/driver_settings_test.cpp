@@ -1,4 +1,4 @@
-// The [driver] table, and its refusal where the system has no Filter Manager.
+// The [driver] table, with and without a Filter Manager.
 #include "refhost/port/driver_settings.h"
 
 #include <gtest/gtest.h>
@@ -19,14 +19,14 @@ struct Read {
   DriverSettings settings;
 };
 
-TEST(DriverSettings, TheEmulatorIsTheDriverUnlessTheFileSaysOtherwise) {
+TEST(DriverSettings, SelectsTheEmulatorByDefault) {
   const Read read("");
   EXPECT_EQ(read.errors.Text(), "");
   EXPECT_EQ(read.settings, DriverSettings());
   EXPECT_EQ(read.settings.port, DriverPortKind::kEmulator);
 }
 
-TEST(DriverSettings, TheFilterManagerIsTakenWhereThereIsOne) {
+TEST(DriverSettings, SelectsTheFilterManagerIfThereIsOne) {
   const Read read("[driver]\nport = 'filter-manager'\nthreads = 5\n");
   EXPECT_EQ(read.settings.port, DriverPortKind::kFilterManager);
   EXPECT_EQ(read.settings.filter.threads, 5U);
@@ -37,17 +37,17 @@ TEST(DriverSettings, TheFilterManagerIsTakenWhereThereIsOne) {
                                       "\"emulator\"\n");
 }
 
-TEST(DriverSettings, WhatBelongsToTheFilterManagerIsRefusedBesideTheEmulator) {
+TEST(DriverSettings, RejectsSettingsOfTheFilterManagerForTheEmulator) {
   EXPECT_EQ(Read("[driver]\nbuffers = 9\nthreads = 3\nfilter_library = 'x.dll'\n").errors.Text(),
-            "c.toml:2:11: driver.buffers: belongs to port = \"filter-manager\"\n"
-            "c.toml:3:11: driver.threads: belongs to port = \"filter-manager\"\n"
-            "c.toml:4:18: driver.filter_library: belongs to port = \"filter-manager\"\n");
+            "c.toml:2:11: driver.buffers: requires port = \"filter-manager\"\n"
+            "c.toml:3:11: driver.threads: requires port = \"filter-manager\"\n"
+            "c.toml:4:18: driver.filter_library: requires port = \"filter-manager\"\n");
 }
 
-TEST(DriverSettings, UnknownPortsAndTooFewBuffersAreTold) {
+TEST(DriverSettings, ReportsUnknownPortsAndTooFewBuffers) {
   EXPECT_NE(Read("[driver]\nport = 'serial'\n").errors.Text(), "");
   const std::string errors = Read("[driver]\nport = 'filter-manager'\nthreads = 6\nbuffers = 5\n").errors.Text();
-  EXPECT_NE(errors.find("c.toml:4:11: driver.buffers: must not be less than threads, which is 6\n"), std::string::npos);
+  EXPECT_NE(errors.find("c.toml:4:11: driver.buffers: must be at least threads, which is 6\n"), std::string::npos);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The system's answers about processes that the test knows: itself and a child.
+// Queries about processes that the test knows: its own and a child.
 #include "refhost/services/processes/process_queries.h"
-#include "refhost/base/platform/own_process.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,6 +10,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 
+#include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
@@ -18,7 +18,7 @@ namespace {
 
 std::uint32_t Own() { return static_cast<std::uint32_t>(::getpid()); }
 
-// The id of a process that ended and was waited for.
+// The id of a process that has ended and was waited for.
 std::uint32_t EndedProcess() {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(0);
@@ -26,7 +26,7 @@ std::uint32_t EndedProcess() {
   return static_cast<std::uint32_t>(child);
 }
 
-TEST(ProcessQueries, KnowTheirOwnProcess) {
+TEST(ProcessQueries, DescribeTheirOwnProcess) {
   EXPECT_TRUE(ProcessRuns(Own()));
   EXPECT_EQ(NarrowFromWide(ProcessImagePath(Own())), OwnProgramPath().string());
   EXPECT_TRUE(RunningProcesses().contains(Own()));
@@ -42,7 +42,7 @@ TEST(ProcessQueries, FollowLinksToAnImage) {
   EXPECT_NE(std::ranges::find(found, Own()), found.end());
 }
 
-TEST(ProcessQueries, KnowNothingOfAProcessThatEnded) {
+TEST(ProcessQueries, ReturnNothingForAnEndedProcess) {
   const std::uint32_t ended = EndedProcess();
   EXPECT_FALSE(ProcessRuns(ended));
   EXPECT_EQ(ProcessImagePath(ended), L"");
@@ -50,17 +50,17 @@ TEST(ProcessQueries, KnowNothingOfAProcessThatEnded) {
   EXPECT_FALSE(RunningProcesses().contains(ended));
 }
 
-TEST(ProcessQueries, FindNoProcessOfAnImageThatIsNotThere) {
+TEST(ProcessQueries, FindNoProcessOfAMissingImage) {
   EXPECT_TRUE(ProcessesOfImage("/no/such/image").empty());
   EXPECT_TRUE(ProcessesOfImage("/").empty());
 }
 
-TEST(ProcessQueries, CountTheSystemsAccountAsNoSession) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only the system's account can look at its processes for certain";
+TEST(ProcessQueries, ReportNoSessionForTheSystemsAccount) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root is certain to own a process of the system's account";
   EXPECT_EQ(ProcessSession(Own()), 0U);
 }
 
-TEST(ProcessQueries, PlaceSystemImagesUnderTheRoot) {
+TEST(ProcessQueries, ResolveSystemImagesAgainstTheRoot) {
   EXPECT_EQ(SystemImagePath("system32\\csrss.exe"), "/system32/csrss.exe");
 }
 

@@ -1,4 +1,4 @@
-// The module's questions about processes, and the door to the port.
+// The module's process queries and the creation of port clients.
 #include "refhost/services/processes/work_service.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ namespace {
 
 std::uint32_t Own() { return static_cast<std::uint32_t>(::getpid()); }
 
-TEST(WorkService, FindsAConfiguredSystemImageAndCountsItsProcessesAsTheSystems) {
+TEST(WorkService, TreatsProcessesOfAConfiguredSystemImageAsTheSystems) {
   WorkService work({{"system32\\csrss.exe", "/proc/self/exe"}}, {});
   boost::filesystem::path path;
   EXPECT_EQ(work.SystemPath(path, "system32\\csrss.exe"), OwnProgramPath());
@@ -30,7 +30,7 @@ TEST(WorkService, FindsAConfiguredSystemImageAndCountsItsProcessesAsTheSystems) 
   EXPECT_EQ(work.QueryProcessValue(Own(), 0), 0U);
 }
 
-TEST(WorkService, LooksForOtherSystemImagesWhereTheSystemKeepsThem) {
+TEST(WorkService, ResolvesOtherSystemImagesAgainstTheSystem) {
   WorkService work({}, {});
   boost::filesystem::path path;
   EXPECT_EQ(work.SystemPath(path, "system32\\services.exe"), "/system32/services.exe");
@@ -40,7 +40,7 @@ TEST(WorkService, LooksForOtherSystemImagesWhereTheSystemKeepsThem) {
   EXPECT_TRUE(found->empty());
 }
 
-TEST(WorkService, SaysThatAProcessIsUnknown) {
+TEST(WorkService, ReportsAnUnknownProcess) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(0);
   ::waitpid(child, nullptr, 0);
@@ -49,7 +49,7 @@ TEST(WorkService, SaysThatAProcessIsUnknown) {
   EXPECT_NE(work.QueryProcessValue(Own(), 0), WorkService::kUnknownProcess);
 }
 
-TEST(WorkService, TellsAProcessByItsImageAndItsCommandLine) {
+TEST(WorkService, ReturnsTheImageAndTheCommandLineOfAProcess) {
   WorkService work({}, {});
   std::wstring wide;
   std::string narrow;
@@ -67,7 +67,7 @@ TEST(WorkService, ReadsTheWholeIdentityBlock) {
   EXPECT_EQ(WorkService({}, {}).GetIdentityText(text, block.data()), "S-1-5-18");
 }
 
-TEST(WorkService, HandsEverythingToTheMakerOfPortClientsAndNotesTheTime) {
+TEST(WorkService, PassesAllArgumentsToThePortClientMakerAndNotesTheTime) {
   std::string name;
   std::uint32_t size = 0;
   std::uint32_t value = 0;
@@ -97,7 +97,7 @@ TEST(WorkService, HandsEverythingToTheMakerOfPortClientsAndNotesTheTime) {
   EXPECT_GE(work.LastConnectionBegun(), before);
 }
 
-TEST(WorkService, ReadsItsImages) {
+TEST(WorkService, ReadsTheConfiguredImages) {
   ConfigErrors errors;
   const ConfigDocument document("'system32\\a.exe' = '/x/a'\n'b' = 1\n", "c.toml", errors);
   const SystemImages images = ReadSystemImages(document.Root());
