@@ -1,16 +1,13 @@
-// Parks whoever pauses, and lets go whose time has come.
+// Parks threads that pause and releases them when their time has come.
 #include "tests/support/manual_clock.h"
 
 #include <algorithm>
 #include <thread>
 
 #include "common/clock.h"
+#include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {
-namespace {
-constexpr std::chrono::seconds kPatience{60};
-}  // namespace
-
 ManualClock& ManualClock::Instance() {
   static ManualClock* const clock = new ManualClock();  // outlives the parked threads
   return *clock;
@@ -45,12 +42,12 @@ void ManualClock::Advance(std::chrono::milliseconds duration) {
 
 bool ManualClock::AwaitParked(std::chrono::milliseconds duration, std::size_t count) {
   std::unique_lock lock(mutex);
-  return changed.wait_for(lock, kPatience, [&] { return ParkedLocked(duration) >= count; });
+  return changed.wait_for(lock, kTestTimeout, [&] { return ParkedLocked(duration) >= count; });
 }
 
 bool ManualClock::AwaitPauses(std::chrono::milliseconds duration, std::size_t count) {
   std::unique_lock lock(mutex);
-  return changed.wait_for(lock, kPatience, [&] { return BegunLocked(duration) >= count; });
+  return changed.wait_for(lock, kTestTimeout, [&] { return BegunLocked(duration) >= count; });
 }
 
 std::size_t ManualClock::Parked(std::chrono::milliseconds duration) {

@@ -1,5 +1,5 @@
-// Time as a test tells it: the module's clock, linked in place of the system's. Workers that pause are parked until the
-// test advances the time, so that a window of 600 seconds takes microseconds and no test sleeps.
+// The module's clock under a test's control, linked instead of the system clock. Workers that pause are parked until
+// the test advances the time, so a window of 600 seconds takes microseconds and no test sleeps.
 #pragma once
 
 #include <chrono>
@@ -12,8 +12,8 @@
 
 namespace fenlux::testing {
 
-// The module's worker threads never end. A test that is done with them leaves them parked here, with the objects that
-// they use alive; the clock itself is never destroyed.
+// The module's worker threads never end. A finished test leaves them parked here and keeps the objects they use alive;
+// the clock itself is never destroyed.
 class ManualClock {
  public:
   enum class Kind { kPause, kWallClock };
@@ -26,20 +26,21 @@ class ManualClock {
 
   static ManualClock& Instance();
 
-  // For the start of a test: forgets what was recorded; those parked so far stay parked for good; every pause parks.
+  // Call at the start of a test: clears the recordings, leaves parked threads parked for good, and makes every pause
+  // park.
   void Reset();
-  // Pauses of this duration return at once, with the time advanced by it; after `times` of them they park again.
+  // Makes pauses of this duration advance the time by it and return at once; after `times` of them, they park again.
   void PassAtOnce(std::chrono::milliseconds duration, std::size_t times = kForever);
-  // Every pause returns at once, with the time advanced by it.
+  // Makes every pause advance the time by its duration and return at once.
   void PassEverything();
-  // Moves the time, and lets those go whose pause is over.
+  // Advances the time and releases the threads whose pause is over.
   void Advance(std::chrono::milliseconds duration);
-  // Blocks until `count` threads stand parked with this duration; false when that does not come about in a minute.
+  // Waits until `count` threads are parked with this duration. False: timed out.
   bool AwaitParked(std::chrono::milliseconds duration, std::size_t count = 1);
-  // Blocks until `count` pauses of this duration have begun since Reset, parked or not; false as above.
+  // Waits until `count` pauses of this duration have begun since Reset, parked or not. False: timed out.
   bool AwaitPauses(std::chrono::milliseconds duration, std::size_t count);
   std::size_t Parked(std::chrono::milliseconds duration);
-  // Every pause since Reset, in order, save those of an hour and more: refresh threads beside what is tested.
+  // All pauses since Reset, in order, except those of an hour or more, which belong to refresh threads.
   std::vector<PauseRecord> Pauses();
 
   // What the module calls.

@@ -1,4 +1,4 @@
-// Bytes of records from named fields, and their comparison with golden ones.
+// Builds records from named fields and compares them with golden bytes.
 #include "tests/support/record_builders.h"
 
 #include <algorithm>
@@ -55,14 +55,14 @@ Bytes FromHex(std::string_view digits) {
       high = -1;
     }
   }
-  if (high >= 0) throw std::logic_error("half a byte");
+  if (high >= 0) throw std::logic_error("odd number of digits");
   return bytes;
 }
 
 Golden& Golden::Hex(std::size_t offset, std::string_view digits) { return Put(offset, FromHex(digits)); }
 
 Golden& Golden::Put(std::size_t offset, const Bytes& replacement) {
-  if (offset + replacement.size() > bytes.size()) throw std::logic_error("beyond the golden record");
+  if (offset + replacement.size() > bytes.size()) throw std::logic_error("past the end of the golden record");
   std::copy(replacement.begin(), replacement.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
   return *this;
 }

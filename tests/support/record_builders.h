@@ -1,4 +1,4 @@
-// Driver records as a test writes and compares them: notifications by field, everything else as golden bytes.
+// Builders for driver records: notifications by field, everything else as golden bytes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,10 +13,10 @@ namespace fenlux::testing {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Bytes written as hexadecimal digits, blanks between them as one likes: "e3 4a a3 29".
+// Parses hexadecimal digits; spaces are ignored: "e3 4a a3 29".
 Bytes FromHex(std::string_view digits);
 
-// A record to compare with: `size` bytes of the fake buffers' filling, and what is put over them.
+// An expected record: `size` bytes of the fake buffers' filling, overwritten in places.
 class Golden {
  public:
   explicit Golden(std::size_t size, std::uint8_t filling = 0xCD) : bytes(size, filling) {}
@@ -28,16 +28,16 @@ class Golden {
   Bytes bytes;
 };
 
-// A request of 65561 bytes that begins with these digits (magic, command and payload) and is untouched behind them.
+// A request of 65561 bytes that starts with these digits (magic, command, payload); the rest is untouched filling.
 Bytes GoldenRequest(std::string_view digits);
 
-// Equal, or the rows in which they differ.
+// Compares bytes; a failure shows the rows that differ.
 ::testing::AssertionResult SameBytes(const Bytes& expected, const Bytes& actual);
 
-// UTF-16 text with its NUL, as it lies in a notification.
+// UTF-16 text as a notification contains it, by default with its NUL.
 Bytes Utf16(std::u16string_view text, bool terminated = true);
 
-// A notification of the driver. What is not set is zero; every setter writes the field and returns the builder.
+// Builds a notification of the driver. Fields that are not set are zero; every setter returns the builder.
 class NotificationBuilder {
  public:
   explicit NotificationBuilder(std::uint32_t code, std::uint64_t processId = 0x1234);
@@ -48,18 +48,18 @@ class NotificationBuilder {
   NotificationBuilder& ConditionB(std::uint8_t value) { return U8(27, value); }
   NotificationBuilder& ConditionC(std::uint8_t value) { return U8(28, value); }
   NotificationBuilder& Oplock(std::uint8_t value) { return U8(29, value); }
-  // Item texts get their NUL and their byte length (the NUL counted).
+  // Texts get a NUL; their byte length includes it.
   NotificationBuilder& Item1(std::u16string_view text);
   NotificationBuilder& Item2(std::u16string_view text);
   NotificationBuilder& Item3(Bytes bytes);
   NotificationBuilder& Item4(std::u16string_view text);
-  // Length fields as they are, whatever follows the fixed part.
+  // Sets a length field without changing the bytes after the fixed part.
   NotificationBuilder& Item1Size(std::uint32_t size);
   NotificationBuilder& Item2Size(std::uint32_t size);
   NotificationBuilder& Item3Size(std::uint32_t size);
   NotificationBuilder& Item4Present(std::uint32_t value) { return U32(42, value); }
   NotificationBuilder& IdentityPresent(std::uint32_t value) { return U32(46, value); }
-  // Everything behind the fixed part, in place of the items.
+  // Sets everything after the fixed part, replacing the items.
   NotificationBuilder& Tail(Bytes bytes);
 
   NotificationBuilder& U8(std::size_t offset, std::uint8_t value);

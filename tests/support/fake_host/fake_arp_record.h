@@ -54,7 +54,7 @@ class FakeArpRecord final : public CArpRecord {
   void SetValueB(std::uint32_t value) override;
   void SetWideInfo(const std::wstring& text) override;
 
-  // What the record holds, without a host call.
+  // The record's fields, readable without a host call.
   std::wstring path;
   std::wstring secondPath;
   std::uint32_t eventType = 0;

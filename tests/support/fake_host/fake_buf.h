@@ -17,7 +17,7 @@ class FakeBuf final : public CBuf {
   std::uint8_t* GetData() override;
   std::size_t GetSize() override;
 
-  // The same without a host call.
+  // The same, without a host call.
   std::uint8_t* data() { return storage.get(); }
   const std::uint8_t* data() const { return storage.get(); }
   std::size_t size() const { return length; }

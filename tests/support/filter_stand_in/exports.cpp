@@ -1,8 +1,7 @@
-// The Filter Manager's functions as programs call them, each handed to the stand-in.
+// The Filter Manager's functions under their real names; each forwards to the stand-in.
 //
-// A program that cannot talk to the stand-in, because it is no test, gets a driver that plays by itself where the
-// environment says so: FENLUX_STAND_IN_MESSAGES is how many notifications it delivers once it was asked for its
-// version.
+// For a program that is not a test and cannot control the stand-in, the environment can make the driver act on its own:
+// FENLUX_STAND_IN_MESSAGES is the number of notifications it delivers after the version request.
 #include <windows.h>
 // After windows.h, which it needs.
 #include <fltuser.h>
@@ -20,9 +19,9 @@ namespace {
 using fenlux::testing::FilterStandIn;
 namespace records = fenlux::records;
 
-constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::seconds kReplyTimeout{30};
 
-// Notifications of code 4097, one after the other, and then the end of the driver.
+// Delivers notifications of code 4097 one after the other, then ends the driver.
 void Play(std::uint64_t count) {
   records::Notification notification{};
   notification.processId = ::GetCurrentProcessId();
@@ -30,12 +29,12 @@ void Play(std::uint64_t count) {
   std::vector<std::uint8_t> message(sizeof(notification));
   std::memcpy(message.data(), &notification, sizeof(notification));
   for (std::uint64_t index = 0; index < count; ++index) {
-    FilterStandIn::Instance().Deliver(message, records::kReplyFixedSize, kPatience);
+    FilterStandIn::Instance().Deliver(message, records::kReplyFixedSize, kReplyTimeout);
   }
   FilterStandIn::Instance().Drop();
 }
 
-// Once in a process.
+// Starts the driver's own notifications, once per process.
 void PlayByItself(const void* request, DWORD size) {
   static std::atomic<bool> played{false};
   const char* const words = std::getenv("FENLUX_STAND_IN_MESSAGES");

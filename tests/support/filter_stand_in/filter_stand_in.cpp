@@ -1,4 +1,4 @@
-// The driver's memory and its ends of the pipes. One thread a port watches for the other end to be closed.
+// The driver's state and its ends of the pipes. One thread per port watches for the other end to be closed.
 #include "tests/support/filter_stand_in/filter_stand_in.h"
 
 #include <fltuser.h>
@@ -27,13 +27,13 @@ struct Port {
     if (server != INVALID_HANDLE_VALUE) ::CloseHandle(server);
   }
 
-  HANDLE client = nullptr;               // the caller's; ours only to know it again
+  HANDLE client = nullptr;               // owned by the caller; used only to recognise the port
   HANDLE server = INVALID_HANDLE_VALUE;  // the driver's end
-  std::mutex writing;                    // one message after the other
+  std::mutex writing;                    // one message at a time
   std::atomic<bool> ended{false};
 };
 
-// A message that waits for its answer.
+// A message waiting for its answer.
 struct Waiter {
   bool replied = false;
   StandInAnswer answer;
@@ -94,7 +94,7 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   bool Write(const std::shared_ptr<Port>& port, const std::vector<std::uint8_t>& bytes);
   void EndPort(const std::shared_ptr<Port>& port);
 
-  // The port that messages go to; empty where none is open. With the lock held.
+  // The port that receives messages; null if none is open. Call with the lock held.
   std::shared_ptr<Port> Newest() const { return newestPort != nullptr && !newestPort->ended ? newestPort : nullptr; }
 
   // All guarded by the lock.
@@ -102,7 +102,7 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   std::uint64_t failingReplies = 0;
   bool holdConnects = false, holdSends = false, holdSendsInPort = false;
   std::map<OVERLAPPED*, std::uint32_t> receptions;      // of the newest port, and their sizes
-  std::vector<std::pair<HANDLE, OVERLAPPED*>> blocked;  // the operations by which sending waits in a port
+  std::vector<std::pair<HANDLE, OVERLAPPED*>> blocked;  // the operations in which sends wait
   std::uint64_t held = 0;
   std::uint32_t version = 19072701, answerSize = records::kRequestSize;
   std::uint64_t connects = 0, badConnects = 0, replies = 0, strayReplies = 0;
@@ -172,7 +172,7 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
   return S_OK;
 }
 
-// The other end never writes, so this reading ends when it is closed, or when the driver closes its own.
+// The other end never writes, so this read ends when either end is closed.
 void FilterStandIn::Body::Watch(const std::shared_ptr<Port>& port) {
   const HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
   OVERLAPPED operation{};
@@ -244,7 +244,7 @@ StandInAnswer FilterStandIn::Body::Deliver(const std::vector<std::uint8_t>& mess
 }
 
 HRESULT FilterStandIn::Body::Receive(HANDLE handle, void* message, std::uint32_t size, OVERLAPPED* operation) {
-  // Under the lock, as a message that is there at once may end the operation before this call does.
+  // Under the lock, because a message that is already there may complete the operation before this call returns.
   const std::lock_guard lock(mutex);
   const DWORD error = ::ReadFile(handle, message, size, nullptr, operation) ? ERROR_SUCCESS : ::GetLastError();
   if (newestPort != nullptr && newestPort->client == handle && (error == ERROR_SUCCESS || error == ERROR_IO_PENDING)) {
@@ -278,11 +278,11 @@ HRESULT FilterStandIn::Body::Reply(HANDLE handle, const void* reply, std::uint32
   return S_OK;
 }
 
-// False where the caller cancelled the waiting, or the port ended.
+// False: the caller cancelled the wait, or the port was closed.
 bool FilterStandIn::Body::WaitInPort(HANDLE handle, std::unique_lock<std::mutex>& lock) {
   const HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
   OVERLAPPED operation{};
-  // The lowest bit keeps the operation out of the queue to which the caller has tied the port.
+  // The lowest bit keeps the operation out of the completion port that the caller associated with the handle.
   operation.hEvent = reinterpret_cast<HANDLE>(reinterpret_cast<std::uintptr_t>(done) | 1);
   std::uint8_t byte = 0;
   if (!::ReadFile(handle, &byte, 1, nullptr, &operation) && ::GetLastError() == ERROR_IO_PENDING) {
@@ -337,7 +337,7 @@ HRESULT FilterStandIn::Body::Send(HANDLE handle, const void* request, std::uint3
 }
 
 FilterStandIn& FilterStandIn::Instance() {
-  // Never destroyed: watching threads may outlive everything else.
+  // Never destroyed: the watching threads may outlive everything else.
   static FilterStandIn* const instance = new FilterStandIn;
   return *instance;
 }

@@ -1,15 +1,15 @@
-// A stand-in for the Filter Manager and a filter driver behind it, both inside the test's own process.
+// A stand-in for the Filter Manager and a filter driver, both inside the test's own process.
 //
 // The library exports the four functions that the reference host's port client uses, under their real names, and this
-// class, by which a test says what the driver does. It is ours, made for tests: what it shows is that the port client
-// keeps to the functions' documented contract as we read it, not that it works with a real driver.
+// class, with which a test controls the driver. It is written for these tests: it shows that the port client follows
+// the documented contract of the functions as we understand it, not that it works with a real driver.
 //
-// A port is a named pipe that carries whole messages, so its handle is one that the system's own calls take: completion
-// queues, CancelIoEx, CloseHandle. Messages go through the pipe; replies and requests are calls.
+// A port is a message-mode named pipe, so the system's own calls accept its handle: completion ports, CancelIoEx,
+// CloseHandle. Messages go through the pipe; replies and requests are calls.
 //
-// What differs from the real thing, as far as we know: a message larger than the buffer ends its reception with
-// ERROR_MORE_DATA and a port whose driver has gone with ERROR_BROKEN_PIPE, where the Filter Manager has results of its
-// own; and there is no receiving without an OVERLAPPED.
+// Known differences from the real Filter Manager: a message larger than the buffer completes with ERROR_MORE_DATA and a
+// lost driver with ERROR_BROKEN_PIPE, while the Filter Manager has its own results; and receiving requires an
+// OVERLAPPED.
 #pragma once
 
 #include <windows.h>
@@ -29,18 +29,18 @@
 
 namespace fenlux::testing {
 
-// What became of one delivered message.
+// The outcome of one delivered message.
 struct StandInAnswer {
   enum class Outcome {
     kReplied,
-    kNotDue,        // none was asked for
+    kNotDue,        // no reply was requested
     kTimedOut,      // the driver gave up waiting
     kDisconnected,  // the port was closed before an answer came, or no port was open
   };
 
   Outcome outcome = Outcome::kDisconnected;
   std::int32_t status = 0;          // of the reply's header
-  std::vector<std::uint8_t> bytes;  // behind the reply's header
+  std::vector<std::uint8_t> bytes;  // after the reply's header
 };
 
 // One for the process. Any thread.
@@ -48,54 +48,54 @@ class FENLUX_STAND_IN_API FilterStandIn {
  public:
   static FilterStandIn& Instance();
 
-  // Back to the beginning: no port, nothing counted, nothing refused. No port may be open.
+  // Restores the initial state: no port, counters at zero, nothing refused. No port may be open.
   void Reset();
 
-  // From now on: the result of opening a port (S_OK: it opens), of replying, and of sending.
+  // Sets the result of opening a port (S_OK: it opens), of replying, and of sending.
   void FailConnects(HRESULT result);
   void FailReplies(HRESULT result, std::uint64_t count);  // the next `count` replies
   void FailSends(HRESULT result);
-  // From now on opening a port, or sending, waits until Release.
+  // Makes opening a port, or sending, block until Release.
   void HoldConnects();
   void HoldSends();
-  // From now on sending waits in an operation of the port, until Release or until the caller cancels it. That operation
-  // stands behind the receptions that are pending, so no more messages than those may be delivered meanwhile. What
-  // HoldSends holds goes on into it.
+  // Makes sending wait in an operation on the port until Release or until the caller cancels it. That operation queues
+  // after the pending receptions, so deliver no more messages than those until then. Sends that HoldSends blocks move
+  // on into it.
   void HoldSendsUntilCancelled();
   void Release();
-  // Until so many calls are being held.
+  // Waits until this many calls are blocked.
   bool AwaitHeld(std::uint64_t count, std::chrono::milliseconds limit);
 
-  // What the driver answers to request 13: the version, in this many bytes.
+  // Sets the answer to request 13: the version, and the size of the answer in bytes.
   void SetVersion(std::uint32_t version, std::uint32_t answerSize);
 
-  // Waits for a port to be open.
+  // Waits until a port is open.
   bool AwaitPort(std::chrono::milliseconds limit);
   bool PortOpen();
 
-  // Delivers a message and waits for its answer, as an operation does that is held up in the kernel. `replyRoom` is the
-  // size of the reply that the driver has room for, without its header; 0 asks for none. Several threads at once.
+  // Delivers a message and waits for its answer, as a blocked kernel operation does. `replyRoom` is the maximum size of
+  // the reply without its header; 0 requests none. Any thread, concurrently.
   StandInAnswer Deliver(const std::vector<std::uint8_t>& message, std::uint32_t replyRoom,
                         std::chrono::milliseconds limit);
-  // Sends bytes through the port as they are, without a header.
+  // Sends raw bytes through the port, without a header.
   bool DeliverRaw(const std::vector<std::uint8_t>& bytes);
-  // The driver goes away.
+  // Closes the port, as if the driver were unloaded.
   void Drop();
 
-  // The sizes of the receptions that are pending. Looks at the caller's operations, so it is only asked while the port
-  // client of the newest port is there.
+  // Returns the sizes of the pending receptions. Reads the caller's OVERLAPPED structures, so call it only while the
+  // port client of the newest port exists.
   std::vector<std::uint32_t> PendingReceptions();
 
-  // What was seen.
+  // What the stand-in has seen.
   std::uint64_t Connects();
-  std::uint64_t BadConnects();  // with a context or name that is not the module's; refused
+  std::uint64_t BadConnects();  // refused: the context or name is not the module's
   std::wstring PortName();
   std::vector<std::uint8_t> ConnectContext();
   std::vector<std::vector<std::uint8_t>> Requests();
   std::uint64_t Replies();
   std::uint64_t RepliesWithoutWaiter();
 
-  // The library's side.
+  // For the exported functions.
   HRESULT Connect(const wchar_t* name, const void* context, std::uint16_t contextSize, HANDLE* port);
   HRESULT Receive(HANDLE port, void* message, std::uint32_t size, OVERLAPPED* operation);
   HRESULT Reply(HANDLE port, const void* reply, std::uint32_t size);

@@ -1,4 +1,4 @@
-// Several threads at once: what each of them is promised, and, under the thread sanitizer, that no data race is in it.
+// Several threads at once: each operation keeps its promises and, under the thread sanitizer, there is no data race.
 #include <boost/thread/barrier.hpp>
 
 #include "tests/unit/module/notification_test.h"
@@ -7,7 +7,7 @@
 namespace fenlux::testing {
 namespace {
 
-// Runs the bodies on threads of their own that begin together, and waits for all of them.
+// Runs each body on its own thread, starting all at the same time, and waits for all of them.
 void RunTogether(std::vector<std::function<void()>> bodies) {
   boost::barrier start(static_cast<unsigned>(bodies.size()));
   std::vector<std::thread> threads;
@@ -27,7 +27,7 @@ class Concurrency : public ModuleTest {
 
 }  // namespace
 
-TEST_F(Concurrency, MonitorBatchesNeverMixAndNothingIsLostOrSentTwice) {
+TEST_F(Concurrency, MonitorBatchesDoNotInterleaveAndNothingIsLostOrSentTwice) {
   constexpr int kPerThread = 100;
   const auto interact = ReadyInteract();
   std::vector<std::function<void()>> bodies;
@@ -49,7 +49,7 @@ TEST_F(Concurrency, MonitorBatchesNeverMixAndNothingIsLostOrSentTwice) {
   for (const SentRequest& request : host.Requests()) {
     const std::uint8_t type = request.bytes.at(12);
     if (batch != 0) {
-      EXPECT_EQ(type, batch) << "a request of another batch in between";
+      EXPECT_EQ(type, batch) << "a request of another batch is in between";
     }
     batch = request.command == 3 ? std::uint8_t{0} : type;
     if (request.command != 1) continue;
@@ -60,7 +60,7 @@ TEST_F(Concurrency, MonitorBatchesNeverMixAndNothingIsLostOrSentTwice) {
   EXPECT_EQ(added.size(), 3u * kPerThread);
 }
 
-TEST_F(Concurrency, ListsAreClearedFilledAndSentFromManyThreads) {
+TEST_F(Concurrency, ListsMayBeClearedFilledAndSentFromManyThreads) {
   const auto interact = ReadyInteract();
   std::vector<std::function<void()>> bodies;
   for (int type = 1; type <= 3; ++type) {
@@ -105,7 +105,7 @@ TEST_F(Concurrency, NotificationsAreAnsweredWhileTheCacheIsRefreshedAndTheInterf
       if (reply && BytesOf(reply).at(12) == 2) ++answered;
     }
   };
-  // A second start makes passes on threads of the test as well as on the refresh thread.
+  // The refresh thread runs a pass whenever the clock advances.
   RunTogether({[&] { deliver(0); }, [&] { deliver(1); }, [&] { deliver(2); },
                [&] {
                  for (int i = 0; i < 50; ++i) Clock().Advance(std::chrono::hours(1));
@@ -117,7 +117,7 @@ TEST_F(Concurrency, NotificationsAreAnsweredWhileTheCacheIsRefreshedAndTheInterf
   EXPECT_EQ(answered, 3 * kPerThread);
 }
 
-TEST_F(Concurrency, LookUpsAndPassesShareTheCache) {
+TEST_F(Concurrency, LookupsAndRefreshesShareTheCache) {
   Settings().running = [] { return std::set<std::uint64_t>{0, 1, 2, 3, 4, 5}; };
   const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
   info->RefreshAll();
@@ -170,7 +170,7 @@ TEST_F(Concurrency, TheHandlerOutlivesTheInterfaceUnderLoad) {
   }
 }
 
-TEST_F(Concurrency, RequestsOfManyThreadsAreWhole) {
+TEST_F(Concurrency, ConcurrentRequestsAreNotTorn) {
   const auto interact = ReadyInteract();
   RunTogether({[&] {
                  for (int i = 0; i < 50; ++i) interact->SetGrspSwitch(true, 1);
@@ -208,11 +208,9 @@ TEST_F(ModuleConcurrency, TheHostMayDriveTheModuleFromManyThreads) {
   std::atomic<int> ended{0};
   RunTogether({[&] {
                  for (int i = 0; i < 20; ++i) {
-                   // More than once where the stop was for the interface before.
-                   while (Clock().Parked(5s) == 0) {
-                     impl->StopWork(i % 2 == 0);
-                     std::this_thread::yield();
-                   }
+                   // A stop may still apply to the previous interface; then another one is needed.
+                   ASSERT_TRUE(
+                       RepeatUntil([] { return Clock().Parked(5s) != 0; }, [&] { impl->StopWork(i % 2 == 0); }));
                    Clock().Advance(5s);
                  }
                  ++ended;
@@ -238,8 +236,8 @@ TEST_F(ModuleConcurrency, TheHostMayDriveTheModuleFromManyThreads) {
                  ++ended;
                }});
   EXPECT_EQ(ended, 4);
-  // Left behind: a connection that stands.
-  while (!impl->GetDriverInteract()) std::this_thread::yield();
+  // Leaves an open connection behind.
+  EXPECT_TRUE(RepeatUntil([&] { return impl->GetDriverInteract() != nullptr; }, [] {}));
 }
 
 }  // namespace fenlux::testing

@@ -1,4 +1,4 @@
-// One connection run, from the stop flag to the exit line, and the handler that it gives to the port client.
+// A connection run, from the stop flag to the exit line, and the handler it passes to the port client.
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -14,59 +14,59 @@ class ConnectionRun : public ModuleTest {
     return interact;
   }
 
-  // The calls of the connection worker: those of the refresh thread beside it, and those into buffers, left out.
-  Lines WorkersCalls() const {
+  // The calls of the connection worker, without those of the refresh thread and accesses to buffers.
+  Lines WorkerCalls() const {
     return Gate().EntriesWithout({"CUtility::WriteLog", "CCfgEx::GetRefreshInterval", "CBuf::"});
   }
 
-  const Lines kWholeRun{"CUtility::CreateBuffer(true, 16, false)",
-                        std::string("CUtility::ToNarrowString(") + kPortName + ")",
-                        std::string("CWinWork::CreatePortClient(") + kPortName + ", context, 196764, handler, 77)",
-                        "CPortClient::Connect()",
-                        "CPortClient::Start()",
-                        Translation("Driver Interact Ready."),
-                        Event("Driver Interact Ready."),
-                        "CUtility::CreateBuffer(true, 65561, false)",
-                        "CCfg::GetSpspSettings()",
-                        "CSpspSettings::GetSpspFlag1()",
-                        "CSpspSettings::GetSpspFlag2()",
-                        "CSpspSettings::GetSpspFlag3()",
-                        "CSpspSettings::GetSpspFlag4()",
-                        "CPortClient::Send(12, no reply, true)",
-                        "CUtility::CreateBuffer(true, 65561, false)",
-                        "CUtility::CreateBuffer(true, 65561, false)",
-                        "CPortClient::Send(13, reply, true)",
-                        "CCfg::ReportDriverVersion(1, true, 19072701)",
-                        "CUtility::QueryVersionFlag()",
-                        Translation("Current driver version="),
-                        Event("Current driver version=19072701"),
-                        Translation("Current fenlux version="),
-                        Event("Current fenlux version=19072701"),
-                        "CWinWork::SystemPath(system32\\csrss.exe)",
-                        "CWinWork::FindProcessesByImage(system-root\\system32\\csrss.exe, 0)",
-                        "CWinWork::QueryProcessValue(400, 0)",
-                        "CUtility::CreateBuffer(true, 65561, false)",
-                        "CPortClient::Send(20, no reply, true)",
-                        "CWinWork::SystemPath(system32\\services.exe)",
-                        "CWinWork::FindProcessesByImage(system-root\\system32\\services.exe, 0)",
-                        "CWinWork::QueryProcessValue(500, 0)",
-                        "CUtility::CreateBuffer(true, 65561, false)",
-                        "CPortClient::Send(20, no reply, true)",
-                        "CPortClient::Wait()",
-                        Translation("Driver interact exit."),
-                        Event("Driver interact exit.")};
+  const Lines kCompleteRun{"CUtility::CreateBuffer(true, 16, false)",
+                           std::string("CUtility::ToNarrowString(") + kPortName + ")",
+                           std::string("CWinWork::CreatePortClient(") + kPortName + ", context, 196764, handler, 77)",
+                           "CPortClient::Connect()",
+                           "CPortClient::Start()",
+                           Translation("Driver Interact Ready."),
+                           Event("Driver Interact Ready."),
+                           "CUtility::CreateBuffer(true, 65561, false)",
+                           "CCfg::GetSpspSettings()",
+                           "CSpspSettings::GetSpspFlag1()",
+                           "CSpspSettings::GetSpspFlag2()",
+                           "CSpspSettings::GetSpspFlag3()",
+                           "CSpspSettings::GetSpspFlag4()",
+                           "CPortClient::Send(12, no reply, true)",
+                           "CUtility::CreateBuffer(true, 65561, false)",
+                           "CUtility::CreateBuffer(true, 65561, false)",
+                           "CPortClient::Send(13, reply, true)",
+                           "CCfg::ReportDriverVersion(1, true, 19072701)",
+                           "CUtility::QueryVersionFlag()",
+                           Translation("Current driver version="),
+                           Event("Current driver version=19072701"),
+                           Translation("Current fenlux version="),
+                           Event("Current fenlux version=19072701"),
+                           "CWinWork::SystemPath(system32\\csrss.exe)",
+                           "CWinWork::FindProcessesByImage(system-root\\system32\\csrss.exe, 0)",
+                           "CWinWork::QueryProcessValue(400, 0)",
+                           "CUtility::CreateBuffer(true, 65561, false)",
+                           "CPortClient::Send(20, no reply, true)",
+                           "CWinWork::SystemPath(system32\\services.exe)",
+                           "CWinWork::FindProcessesByImage(system-root\\system32\\services.exe, 0)",
+                           "CWinWork::QueryProcessValue(500, 0)",
+                           "CUtility::CreateBuffer(true, 65561, false)",
+                           "CPortClient::Send(20, no reply, true)",
+                           "CPortClient::Wait()",
+                           Translation("Driver interact exit."),
+                           Event("Driver interact exit.")};
 };
 
 }  // namespace
 
-TEST_F(ConnectionRun, MakesEveryCallInItsOrder) {
+TEST_F(ConnectionRun, MakesItsCallsInOrder) {
   const auto interact = Fresh();
   interact->RunDriverConnection();
-  EXPECT_EQ(WorkersCalls(), kWholeRun);
+  EXPECT_EQ(WorkerCalls(), kCompleteRun);
   Settle();
 }
 
-TEST_F(ConnectionRun, RegistersBothSystemProcessesEvenWhereWaitReturnsAtOnce) {
+TEST_F(ConnectionRun, RegistersBothSystemProcessesEvenIfWaitReturnsAtOnce) {
   const auto interact = Fresh();
   interact->RunDriverConnection();
   const auto sent = host.RequestsOf(20);
@@ -87,7 +87,7 @@ TEST_F(ConnectionRun, LeavesTheReadyFlagSet) {
   Settle();
 }
 
-TEST_F(ConnectionRun, WithTheStopFlagSetOnlyNeedStopIsLogged) {
+TEST_F(ConnectionRun, LogsOnlyNeedStopIfAlreadyStopped) {
   const auto interact = Fresh();
   interact->StopInteract();
   Forget();
@@ -97,7 +97,7 @@ TEST_F(ConnectionRun, WithTheStopFlagSetOnlyNeedStopIsLogged) {
   EXPECT_FALSE(interact->IsDriverReady());
 }
 
-TEST_F(ConnectionRun, TheConnectContextIsOfClientType1) {
+TEST_F(ConnectionRun, TheConnectContextHasClientType1ByDefault) {
   const auto interact = Fresh();
   interact->RunDriverConnection();
   ASSERT_EQ(host.ConnectContexts().size(), 1u);
@@ -105,7 +105,7 @@ TEST_F(ConnectionRun, TheConnectContextIsOfClientType1) {
   Settle();
 }
 
-TEST_F(ConnectionRun, TheConnectContextIsOfClientType2WhereTheFlagIsSet) {
+TEST_F(ConnectionRun, TheConnectContextHasClientType2IfTheFlagIsSet) {
   Settings().clientTypeFlag = true;
   const auto interact = Fresh();
   interact->RunDriverConnection();
@@ -129,7 +129,7 @@ TEST_F(ConnectionRun, TheLinesAreTranslated) {
   EXPECT_EQ(Gate().EntriesOf({"CLog::"}), Lines{Problem("<Need stop.>")});
 }
 
-TEST_F(ConnectionRun, IsReadyOnlyOnceThePortClientHasStarted) {
+TEST_F(ConnectionRun, BecomesReadyOnlyAfterThePortClientHasStarted) {
   const auto interact = Fresh();
   bool readyInConnect = true, readyInStart = true, readyInFirstRequest = false;
   Gate().OnCall("CPortClient::Connect", [&] { readyInConnect = interact->IsDriverReady(); });
@@ -142,8 +142,8 @@ TEST_F(ConnectionRun, IsReadyOnlyOnceThePortClientHasStarted) {
   Settle();
 }
 
-TEST_F(ConnectionRun, AStopWhileThePortClientIsBeingMadeClosesItOnceItIsThere) {
-  Settings().waitBlocks = true;  // only a Close ends it
+TEST_F(ConnectionRun, AStopDuringCreatePortClientClosesTheNewPortClient) {
+  Settings().waitBlocks = true;  // until Close
   const auto interact = Fresh();
   Gate().OnCall("CWinWork::CreatePortClient", [&] { interact->StopInteract(); });
   interact->RunDriverConnection();
@@ -158,7 +158,7 @@ TEST_F(ConnectionRun, AStopWhileThePortClientIsBeingMadeClosesItOnceItIsThere) {
   EXPECT_TRUE(host.Requests().empty());
 }
 
-TEST_F(ConnectionRun, AStopJustBeforeTheInterfaceBecomesReadyIsNotLostEither) {
+TEST_F(ConnectionRun, AStopJustBeforeTheInterfaceBecomesReadyIsNotLost) {
   Settings().waitBlocks = true;
   const auto interact = Fresh();
   Gate().OnCall("CPortClient::Start", [&] { interact->StopInteract(); });
@@ -196,7 +196,7 @@ TEST_F(ConnectionRun, AnEmptyConnectContextIsARuntimeError) {
   Settle();
 }
 
-TEST_F(ConnectionRun, FailuresOfHostServicesLeaveItAtOnceAndUnlogged) {
+TEST_F(ConnectionRun, AFailingHostServiceEndsTheRunAtOnceWithoutALogLine) {
   for (const char* operation :
        {"CUtility::CreateBuffer", "CUtility::ToNarrowString", "CWinWork::CreatePortClient", "CPortClient::Connect",
         "CPortClient::Start", "CLog::LogEvent", "CCfg::ReportDriverVersion", "CUtility::QueryVersionFlag",
@@ -212,7 +212,7 @@ TEST_F(ConnectionRun, FailuresOfHostServicesLeaveItAtOnceAndUnlogged) {
   }
 }
 
-TEST_F(ConnectionRun, AFailedFirstRefreshLeavesItBeforeAnythingElse) {
+TEST_F(ConnectionRun, AFailedFirstRefreshEndsTheRunBeforeAnythingElse) {
   const auto interact = ReadyInteract();
   // The second run of one object refreshes a cache that is not empty.
   const Bytes message = NotificationBuilder(4098, 900).Build();
@@ -232,7 +232,7 @@ TEST_F(ConnectionRun, TheHandlerDispatches) {
   EXPECT_EQ(BytesOf(reply).at(12), 2);
 }
 
-TEST_F(ConnectionRun, TheHandlerPassesAnEmptyReplyOn) {
+TEST_F(ConnectionRun, TheHandlerForwardsAnEmptyReply) {
   const auto interact = ReadyInteract();
   EXPECT_FALSE(host.PortClient()->Deliver(NotificationBuilder(4113).Build()));
 }
@@ -245,7 +245,7 @@ TEST_F(ConnectionRun, TheHandlerDoesNotKeepTheInterfaceAlive) {
   EXPECT_TRUE(weak.expired());
   Forget();
   EXPECT_FALSE(client->Deliver(NotificationBuilder(4098).Build()));
-  EXPECT_TRUE(Gate().Entries().empty()) << "nothing is dispatched for an interface that is gone";
+  EXPECT_TRUE(Gate().Entries().empty()) << "a destroyed interface dispatches nothing";
 }
 
 TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {
@@ -262,7 +262,7 @@ TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {
   EXPECT_TRUE(weak.expired());
 }
 
-TEST_F(ConnectionRun, NotificationsAreServedBeforeTheReadyFlagIsSet) {
+TEST_F(ConnectionRun, NotificationsAreAnsweredBeforeTheReadyFlagIsSet) {
   const auto interact = Fresh();
   bool answered = false;
   Gate().OnCall("CPortClient::Start", [&] {
@@ -274,7 +274,7 @@ TEST_F(ConnectionRun, NotificationsAreServedBeforeTheReadyFlagIsSet) {
   Settle();
 }
 
-TEST_F(ConnectionRun, OnlyTheFailureOfTheFirstReplyReachesThePortClient) {
+TEST_F(ConnectionRun, OnlyAFailureToCreateTheFirstReplyReachesThePortClient) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
     Gate().FailAt("CUtility::CreateBuffer", 1, failure);

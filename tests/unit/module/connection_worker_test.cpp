@@ -1,5 +1,5 @@
-// The connection worker: attempts five seconds apart, reports of what ended them, the alert at the tenth in ten
-// minutes.
+// The connection worker: attempts five seconds apart, reports of why they ended, and the alert at the tenth attempt
+// within ten minutes.
 #include "tests/unit/module/worker_test.h"
 
 namespace fenlux::testing {
@@ -9,7 +9,7 @@ const std::string kAlert = "CLog::LogAlert(0x10003, Connection with driver faile
 
 class ConnectionWorker : public WorkerTest {
  protected:
-  // Attempts that end at once, until `count` of them are over since the start of the test.
+  // Runs attempts that end at once, until `count` have ended since the start of the test.
   void RunAttempts(std::size_t count) {
     if (!std::exchange(started, true)) StartConnectionWorker();
     for (;;) {
@@ -25,9 +25,9 @@ class ConnectionWorker : public WorkerTest {
     for (const auto& pause : Clock().Pauses()) attempts += pause.duration == 5s ? 1 : 0;
     return attempts;
   }
-  // Ends attempts until the policy worker, which nobody else wakes, polls for a driver. An end that comes before its
-  // wait has begun passes it by; false where that many did.
-  bool EndsWakeThePolicyWorker(int ends) {
+  // Ends attempts until the policy worker, which nothing else wakes, polls for a driver. It misses an end that comes
+  // before it waits. False: it missed all of them.
+  bool EndedAttemptsWakeThePolicyWorker(int ends) {
     for (int end = 0; end < ends; ++end) {
       if (!Clock().AwaitParked(5s)) break;
       if (Clock().Parked(100ms) != 0) return true;
@@ -36,10 +36,10 @@ class ConnectionWorker : public WorkerTest {
       if (!Clock().AwaitPauses(5s, before + 1)) break;
       if (end + 1 == ends) return false;
     }
-    ADD_FAILURE() << "the attempts do not go on";
+    ADD_FAILURE() << "no further attempt was made";
     return false;
   }
-  // A policy worker that has applied the policy and gone to its wait, or is on the way to it.
+  // Starts a policy worker and waits until it has applied the policy; it then waits or is about to.
   void ApplyPolicyOnce() {
     StartPolicyWorker();
     ASSERT_TRUE(Gate().AwaitCount("CPortClient::Send(24, no reply, true)", 1));
@@ -53,16 +53,16 @@ class ConnectionWorkerFailure : public ConnectionWorker, public ::testing::WithP
 
 }  // namespace
 
-TEST_F(ConnectionWorker, ASecondOneSaysSoOnceAndEnds) {
+TEST_F(ConnectionWorker, ASecondWorkerLogsThatAndEnds) {
   Connect();
   impl->ConnectionWorker();
   EXPECT_EQ(Gate().Entries(), (Lines{"CGlobalContext::GetLocale()",
                                      Translation("[dci,tiwk] There is another thread doing work. We should exit."),
                                      Problem("[dci,tiwk] There is another thread doing work. We should exit.")}));
-  EXPECT_TRUE(impl->GetDriverInteract()) << "the first one goes on undisturbed";
+  EXPECT_TRUE(impl->GetDriverInteract()) << "the first one is not disturbed";
 }
 
-TEST_F(ConnectionWorker, AnEndedAttemptIsTidiedUpAndFollowedFiveSecondsLater) {
+TEST_F(ConnectionWorker, AnEndedAttemptIsCleanedUpAndRetriedAfterFiveSeconds) {
   RunAttempts(1);
   const Lines calls = Gate().EntriesWithout({"CBuf::", "CUtility::WriteLog", "CCfgEx::GetRefreshInterval"});
   ASSERT_GE(calls.size(), 6u);
@@ -80,12 +80,12 @@ TEST_F(ConnectionWorker, AnEndedAttemptIsTidiedUpAndFollowedFiveSecondsLater) {
   EXPECT_EQ(host.PortClientCount(), 2u);
 }
 
-TEST_F(ConnectionWorker, TheInterfaceBeforeIsReleasedBetweenSwapAndRunAndOutsideTheLock) {
+TEST_F(ConnectionWorker, ThePreviousInterfaceIsReleasedAfterTheSwapOutsideTheLock) {
   RunAttempts(1);
   Forget();
   bool reached = false;
   Gate().OnCall("CPortClient::Close", [&] {
-    // The first Close from here on is that of the destructor. Whoever asks for the interface must not have to wait.
+    // The first Close is the destructor's. Requesting the interface must not block.
     if (std::exchange(reached, true)) return;
     std::thread([&] { impl->GetDriverInteract(); }).join();
   });
@@ -97,10 +97,10 @@ TEST_F(ConnectionWorker, TheInterfaceBeforeIsReleasedBetweenSwapAndRunAndOutside
   EXPECT_EQ((Lines(calls.begin(), calls.begin() + 4)),
             (Lines{"CGlobalContext::GetWinWork()", "CGlobalContext::GetWinWork()", "CPortClient::Close()",
                    "CUtility::CreateBuffer(true, 16, false)"}));
-  EXPECT_EQ(Gate().Count("CRecordRegistration::Withdraw"), 1u) << "of the second interface alone";
+  EXPECT_EQ(Gate().Count("CRecordRegistration::Withdraw"), 1u) << "only of the second interface";
 }
 
-TEST_F(ConnectionWorker, AFailedConstructionLeavesTheInterfaceBeforeInPlaceAndCounts) {
+TEST_F(ConnectionWorker, AFailedConstructionKeepsThePreviousInterfaceAndCountsAsAnAttempt) {
   Connect();
   const std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
   Settings().waitBlocks = false;
@@ -117,7 +117,7 @@ TEST_F(ConnectionWorker, AFailedConstructionLeavesTheInterfaceBeforeInPlaceAndCo
   EXPECT_TRUE(first.expired());
 }
 
-TEST_F(ConnectionWorker, StopWorkEndsTheAttemptAndANewOneComes) {
+TEST_F(ConnectionWorker, StopWorkEndsTheAttemptAndANewOneFollows) {
   Connect();
   impl->StopWork(false);
   ASSERT_TRUE(Clock().AwaitParked(5s));
@@ -134,7 +134,7 @@ TEST_F(ConnectionWorker, TheEndOfAnAttemptWakesThePolicyWorker) {
   ApplyPolicyOnce();
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   impl->StopWork(false);
-  EXPECT_TRUE(EndsWakeThePolicyWorker(1000));
+  EXPECT_TRUE(EndedAttemptsWakeThePolicyWorker(1000));
 }
 
 TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenOnlyAfterTheShutdown) {
@@ -144,7 +144,7 @@ TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenOnlyAfterTheShutdown) {
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   Gate().FailAlways("CPortClient::Close", Failure::kStandard);
   EXPECT_THROW(impl->StopWork(false), std::runtime_error);
-  EXPECT_FALSE(EndsWakeThePolicyWorker(50)) << "a shutdown that fails leaves nothing to come after it";
+  EXPECT_FALSE(EndedAttemptsWakeThePolicyWorker(50)) << "nothing follows a failed shutdown";
 }
 
 TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenBeforeTheAttemptIsCounted) {
@@ -158,10 +158,10 @@ TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenBeforeTheAttemptIsCounted) {
   ApplyPolicyOnce();
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   impl->StopWork(false);
-  EXPECT_TRUE(EndsWakeThePolicyWorker(1000));
+  EXPECT_TRUE(EndedAttemptsWakeThePolicyWorker(1000));
 }
 
-TEST_F(ConnectionWorker, AStopDuringTheConstructionOfTheNextInterfaceIsForTheOneBefore) {
+TEST_F(ConnectionWorker, AStopDuringTheNextConstructionAppliesToThePreviousInterface) {
   RunAttempts(1);
   Forget();
   Gate().OnCall("CGlobalContext::GetNet", [&] { impl->StopWork(false); });
@@ -171,21 +171,21 @@ TEST_F(ConnectionWorker, AStopDuringTheConstructionOfTheNextInterfaceIsForTheOne
   EXPECT_TRUE(impl->GetDriverInteract());
 }
 
-TEST_P(ConnectionWorkerFailure, OfAnAttemptIsReportedAndTheAttemptRepeated) {
+TEST_P(ConnectionWorkerFailure, AFailedAttemptIsReportedAndRetried) {
   Gate().FailAt("CPortClient::Connect", 1, GetParam());
   RunAttempts(1);
   EXPECT_EQ(Gate().EntriesOf({"CLog::"}), Lines{Problem(InnerReport(GetParam()))});
   const Lines calls = Gate().EntriesOf({"CLog::", "CPortClient::Close", "CRecordRegistration", "CNetObject"});
   EXPECT_EQ(calls, (Lines{Problem(InnerReport(GetParam())), "CPortClient::Close()", "CRecordRegistration::Withdraw()",
                           "CNetObject::Release(0)"}))
-      << "the report comes before the tidying";
+      << "the report comes before the cleanup";
   Forget();
   RunAttempts(2);
   EXPECT_EQ(Gate().Count("CLog::LogProblem"), 0u);
   EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
 }
 
-TEST_P(ConnectionWorkerFailure, OutsideTheAttemptIsReportedByTheOuterHandler) {
+TEST_P(ConnectionWorkerFailure, AFailureOutsideTheAttemptIsReportedByTheOuterHandler) {
   Gate().FailAt("CPortClient::Close", 1, GetParam());
   RunAttempts(1);
   EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Problem(OuterReport(GetParam())));
@@ -196,7 +196,7 @@ TEST_P(ConnectionWorkerFailure, OutsideTheAttemptIsReportedByTheOuterHandler) {
   EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
 }
 
-TEST_P(ConnectionWorkerFailure, OutsideTheAttemptCountsToo) {
+TEST_P(ConnectionWorkerFailure, AFailureOutsideTheAttemptCountsToo) {
   Gate().FailAlways("CPortClient::Close", GetParam());
   RunAttempts(9);
   EXPECT_EQ(Gate().Count("CLog::LogAlert"), 0u);
@@ -204,11 +204,11 @@ TEST_P(ConnectionWorkerFailure, OutsideTheAttemptCountsToo) {
   EXPECT_EQ(Gate().Count(kAlert), 1u);
 }
 
-TEST_P(ConnectionWorkerFailure, OfTheReportItselfIsSurvived) {
+TEST_P(ConnectionWorkerFailure, TheWorkerSurvivesAFailingReport) {
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   Gate().FailAlways("CLog::LogProblem", GetParam());
   RunAttempts(3);
-  // Each attempt's report, and the report of its failure.
+  // Each attempt's report, and the report that writing it failed.
   EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}),
             (Lines{Problem(InnerReport(Failure::kStandard)), Problem(OuterReport(GetParam())),
                    Problem(InnerReport(Failure::kStandard)), Problem(OuterReport(GetParam())),
@@ -219,13 +219,13 @@ TEST_P(ConnectionWorkerFailure, OfTheReportItselfIsSurvived) {
   EXPECT_EQ(Gate().EntriesOf({"CLog::"}).back(), Event("Driver interact exit."));
 }
 
-TEST_P(ConnectionWorkerFailure, OfTheAlertIsSurvived) {
+TEST_P(ConnectionWorkerFailure, TheWorkerSurvivesAFailingAlertAndRepeatsIt) {
   Gate().FailAlways("CLog::LogAlert", GetParam());
   RunAttempts(12);
-  EXPECT_GE(Gate().Count("CLog::LogAlert"), 3u) << "what could not be said is said again";
+  EXPECT_GE(Gate().Count("CLog::LogAlert"), 3u) << "an alert that could not be logged is repeated";
 }
 
-TEST_P(ConnectionWorkerFailure, OfTheMessageConversionLosesNoReport) {
+TEST_P(ConnectionWorkerFailure, AFailingMessageConversionLosesNoReport) {
   Gate().FailAt("CPortClient::Close", 1, Failure::kBoostSystem);
   Gate().FailAt("CUtility::ConvertText", 1, GetParam());
   RunAttempts(1);
@@ -234,7 +234,7 @@ TEST_P(ConnectionWorkerFailure, OfTheMessageConversionLosesNoReport) {
   EXPECT_EQ(problems[0].rfind("CLog::LogProblem(0x10003, [dci,tiwk-2,BSTE] code=generic:", 0), 0u) << problems[0];
 }
 
-TEST_P(ConnectionWorkerFailure, OfTheSecondWorkersLineIsReportedAndTheWorkerEndsWithTheNextTry) {
+TEST_P(ConnectionWorkerFailure, AFailingLineOfTheSecondWorkerIsReportedAndTheWorkerEndsOnItsNextTry) {
   Connect();
   Gate().FailAt("CLog::LogProblem", 1, GetParam());
   std::atomic<bool> ended{false};
@@ -254,7 +254,7 @@ TEST_P(ConnectionWorkerFailure, OfTheSecondWorkersLineIsReportedAndTheWorkerEnds
 
 INSTANTIATE_TEST_SUITE_P(Failures, ConnectionWorkerFailure, ::testing::ValuesIn(kAllFailures));
 
-TEST_F(ConnectionWorker, ReportsAreLoggedAsTheyWereMade) {
+TEST_F(ConnectionWorker, ReportsAreNotTranslated) {
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Gate().FailAt("CPortClient::Connect", 1, Failure::kStandard);
   Gate().FailAt("CPortClient::Close", 1, Failure::kPoco);
@@ -265,7 +265,7 @@ TEST_F(ConnectionWorker, ReportsAreLoggedAsTheyWereMade) {
 
 // ---------------------------------------------------------------- counting
 
-TEST_F(ConnectionWorker, TheTenthAttemptWithinTenMinutesRaisesTheAlertAndTheCountBeginsAnew) {
+TEST_F(ConnectionWorker, TheTenthAttemptWithinTenMinutesRaisesTheAlertAndResetsTheCount) {
   RunAttempts(9);
   EXPECT_EQ(Gate().Count("CLog::LogAlert"), 0u);
   RunAttempts(10);
@@ -276,7 +276,7 @@ TEST_F(ConnectionWorker, TheTenthAttemptWithinTenMinutesRaisesTheAlertAndTheCoun
   EXPECT_EQ(Gate().Count(kAlert), 2u);
 }
 
-TEST_F(ConnectionWorker, AttemptsThatTheHostStoppedCountAsWell) {
+TEST_F(ConnectionWorker, AttemptsStoppedByTheHostCountToo) {
   Settings().waitBlocks = true;
   StartConnectionWorker();
   for (std::size_t attempt = 1; attempt <= 10; ++attempt) {
@@ -307,7 +307,7 @@ TEST_F(ConnectionWorker, AnEntryExactlyTenMinutesOldIsDroppedBeforeCounting) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(ConnectionWorker, AnEntryOfLessIsKept) {
+TEST_F(ConnectionWorker, AnEntryJustUnderTenMinutesOldIsKept) {
   CFenluxImpl::FailureTimes times;
   for (int i = 0; i < 9; ++i) impl->RecordConnectionFailure(times);
   Clock().Advance(599'999ms);
@@ -316,7 +316,7 @@ TEST_F(ConnectionWorker, AnEntryOfLessIsKept) {
   EXPECT_TRUE(times.empty());
 }
 
-TEST_F(ConnectionWorker, OnlyTheOldOnesAreDropped) {
+TEST_F(ConnectionWorker, OnlyOldEntriesAreDropped) {
   CFenluxImpl::FailureTimes times;
   for (int i = 0; i < 9; ++i) {
     impl->RecordConnectionFailure(times);
@@ -330,7 +330,7 @@ TEST_F(ConnectionWorker, OnlyTheOldOnesAreDropped) {
   EXPECT_EQ(Logged(), Lines{kAlert});
 }
 
-TEST_F(ConnectionWorker, AttemptsAMinuteApartRaiseTheAlertAndSlowerOnesNever) {
+TEST_F(ConnectionWorker, AttemptsAMinuteApartRaiseTheAlertAndSlowerOnesDoNot) {
   CFenluxImpl::FailureTimes times;
   for (int i = 0; i < 10; ++i) {
     impl->RecordConnectionFailure(times);

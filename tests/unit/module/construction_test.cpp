@@ -1,4 +1,4 @@
-// Construction of a driver interface: which services are taken in which order, and what a missing one does.
+// Construction of a driver interface: the services it requests, their order, and the effect of a missing one.
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -6,7 +6,7 @@ namespace {
 
 class InteractConstruction : public ModuleTest {};
 
-const Lines kWholeConstruction{
+const Lines kCompleteConstruction{
     "CGlobalContext::GetUtility()",     "CGlobalContext::GetLocale()",  "CGlobalContext::GetLog()",
     "CGlobalContext::GetCfg()",         "CGlobalContext::GetNet()",     "CGlobalContext::GetCfgEx()",
     "CGlobalContext::GetArpMgmt()",     "CGlobalContext::GetAoArp()",   "CCfgEx::GetDriverInterfaceFlag()",
@@ -20,16 +20,16 @@ const Lines kWholeConstruction{
 struct MissingService {
   const char* getter;
   const char* message;
-  std::size_t calls;  // host calls up to and with the getter
+  std::size_t calls;  // host calls up to and including the getter
 };
 
-class MissingServiceTest : public ModuleTest, public ::testing::WithParamInterface<MissingService> {};
+class MissingInteractService : public ModuleTest, public ::testing::WithParamInterface<MissingService> {};
 
 }  // namespace
 
-TEST_F(InteractConstruction, TakesTheServicesInOrderAndRegistersItself) {
+TEST_F(InteractConstruction, RequestsTheServicesInOrderAndRegistersItself) {
   const auto interact = std::make_shared<CWinDriverInteract>(host.Context());
-  EXPECT_EQ(Gate().Entries(), kWholeConstruction);
+  EXPECT_EQ(Gate().Entries(), kCompleteConstruction);
 }
 
 TEST_F(InteractConstruction, IsNeitherReadyNorStopped) {
@@ -45,16 +45,16 @@ TEST_F(InteractConstruction, HandsOutWeakReferencesToItself) {
   EXPECT_EQ(interact->shared_from_this(), interact);
 }
 
-TEST_P(MissingServiceTest, EndsConstructionWithItsOwnMessageAndAsksForNothingElse) {
+TEST_P(MissingInteractService, FailsConstructionWithItsOwnMessageAndRequestsNothingElse) {
   Gate().GiveEmpty(GetParam().getter);
   EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.Context()); }), GetParam().message);
-  const Lines upToTheGetter(kWholeConstruction.begin(),
-                            kWholeConstruction.begin() + static_cast<std::ptrdiff_t>(GetParam().calls));
-  EXPECT_EQ(Gate().Entries(), upToTheGetter);
-  EXPECT_EQ(upToTheGetter.back(), std::string(GetParam().getter) + "()");
+  const Lines expected(kCompleteConstruction.begin(),
+                       kCompleteConstruction.begin() + static_cast<std::ptrdiff_t>(GetParam().calls));
+  EXPECT_EQ(Gate().Entries(), expected);
+  EXPECT_EQ(expected.back(), std::string(GetParam().getter) + "()");
 }
 
-INSTANTIATE_TEST_SUITE_P(Services, MissingServiceTest,
+INSTANTIATE_TEST_SUITE_P(Services, MissingInteractService,
                          ::testing::Values(MissingService{"CGlobalContext::GetUtility", "bad utility init!", 1},
                                            MissingService{"CGlobalContext::GetLocale", "bad locale init!", 2},
                                            MissingService{"CGlobalContext::GetLog", "bad log init!", 3},
@@ -66,18 +66,18 @@ INSTANTIATE_TEST_SUITE_P(Services, MissingServiceTest,
                                            MissingService{"CGlobalContext::GetWinWork", "Bad win_work init!", 23}),
                          [](const auto& instance) { return std::string(instance.param.getter).substr(16); });
 
-TEST_F(InteractConstruction, ACfgExThatVanishesBeforeTheProcessCacheIsMadeEndsItToo) {
+TEST_F(InteractConstruction, ACfgExThatVanishesBeforeTheProcessCacheIsCreatedFailsConstruction) {
   Gate().GiveEmptyAt("CGlobalContext::GetCfgEx", 2);
   EXPECT_EQ(RuntimeErrorOf([&] { std::make_shared<CWinDriverInteract>(host.Context()); }), "[arpi] Bad cfgex init!");
 }
 
-TEST_F(InteractConstruction, NothingIsLoggedWhenItFails) {
+TEST_F(InteractConstruction, AFailedConstructionLogsNothing) {
   Gate().GiveEmpty("CGlobalContext::GetWinWork");
   EXPECT_THROW(std::make_shared<CWinDriverInteract>(host.Context()), std::runtime_error);
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_F(InteractConstruction, AnAbsentNetObjectIsPassedOver) {
+TEST_F(InteractConstruction, AnAbsentNetObjectIsSkipped) {
   Gate().GiveEmpty("CNet::CreateObject");
   const auto interact = NewInteract();
   interact->Shutdown();
@@ -121,7 +121,7 @@ TEST_F(InteractConstruction, AnEmptyContextIsRefused) {
   EXPECT_THROW(std::make_shared<CWinDriverInteract>(nullptr), std::runtime_error);
 }
 
-TEST_F(InteractConstruction, AFailedConstructionLetsGoOfEveryService) {
+TEST_F(InteractConstruction, AFailedConstructionReleasesEveryService) {
   Gate().GiveEmpty("CGlobalContext::GetWinWork");
   const auto holders = host.Core().use_count();
   const auto contexts = host.Context().use_count();

@@ -6,7 +6,7 @@ namespace {
 
 class ControlRequests : public ModuleTest {
  protected:
-  // The one request that was sent, whose bytes begin with these and are untouched behind them.
+  // Expects exactly one request: it starts with these bytes, and the rest of the buffer is untouched.
   void ExpectOneRequest(std::string_view digits) {
     const auto sent = host.Requests();
     ASSERT_EQ(sent.size(), 1u);
@@ -33,14 +33,14 @@ TEST_F(ControlRequests, GrspMode1SendsSwitch0AndMode3SendsSwitch1) {
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  06 00 00 00  01 00 00 00  01");
 }
 
-TEST_F(ControlRequests, GrspCarriesClientType2WhereTheFlagIsSet) {
+TEST_F(ControlRequests, GrspCarriesClientType2IfTheFlagIsSet) {
   Settings().clientTypeFlag = true;
   const auto interact = ReadyInteract();
   interact->SetGrspSwitch(true, 3);
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  06 00 00 00  02 00 00 00  01");
 }
 
-TEST_F(ControlRequests, GrspRefusesWhatItDoesNotSupportAndSendsNothing) {
+TEST_F(ControlRequests, GrspRefusesUnsupportedArgumentsAndSendsNothing) {
   const auto interact = ReadyInteract();
   for (const std::uint32_t mode : {0u, 1u, 2u, 3u, 4u}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrspSwitch(false, mode); }), "[wdi,grsp]Not implemented.");
@@ -63,14 +63,14 @@ TEST_F(ControlRequests, GrpmMode1SendsSwitch1AndMode3SendsSwitch0) {
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  04 00 00 00  01 00 00 00  00");
 }
 
-TEST_F(ControlRequests, GrpmCarriesClientType2WhereTheFlagIsSet) {
+TEST_F(ControlRequests, GrpmCarriesClientType2IfTheFlagIsSet) {
   Settings().clientTypeFlag = true;
   const auto interact = ReadyInteract();
   interact->SetGrpmSwitch(true, 1);
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  04 00 00 00  02 00 00 00  01");
 }
 
-TEST_F(ControlRequests, GrpmRefusesWhatItDoesNotSupportAndSendsNothing) {
+TEST_F(ControlRequests, GrpmRefusesUnsupportedArgumentsAndSendsNothing) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrpmSwitch(false, 1); }), "[wdi,grpm]Not implemented.");
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrpmSwitch(false, 9); }), "[wdi,grpm]Not implemented.");
@@ -90,7 +90,7 @@ TEST_F(ControlRequests, GrdtoSendsTheValueAndReturns0) {
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  08 00 00 00  d4 c3 b2 a1");
 }
 
-TEST_F(ControlRequests, GrdtoRefusesWhatIsNotImplemented) {
+TEST_F(ControlRequests, GrdtoIsRefusedIfNotImplemented) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrdtoValue(false, 1); }), "[wdi,grdto]Not implemented.");
   EXPECT_TRUE(Gate().Entries().empty());
@@ -107,7 +107,7 @@ TEST_F(ControlRequests, GrharaSends0ForOnAnd1ForOff) {
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  09 00 00 00  01");
 }
 
-TEST_F(ControlRequests, GrharaRefusesWhatIsNotImplemented) {
+TEST_F(ControlRequests, GrharaIsRefusedIfNotImplemented) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SetGrharaSwitch(false, true); }), "[wdi,grhara]Not implemented.");
   EXPECT_TRUE(Gate().Entries().empty());
@@ -115,7 +115,7 @@ TEST_F(ControlRequests, GrharaRefusesWhatIsNotImplemented) {
 
 // ---------------------------------------------------------------- request 11
 
-TEST_F(ControlRequests, TheDebugDumpSendsNothingButItsCodeAndReturnsAdvice) {
+TEST_F(ControlRequests, TheDebugDumpSendsOnlyItsCodeAndReturnsAdvice) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(interact->DumpDriverDebugInfo(), "Please use Dbgview to get result.");
   Lines expected = SentAs(11);
@@ -141,7 +141,7 @@ TEST_F(ControlRequests, TheConfigurationBlockFollowsTheHeader) {
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  18 00 00 00  de ad be ef 01");
 }
 
-TEST_F(ControlRequests, WithoutAConfigurationBlockTheRestIsAsTheBufferCame) {
+TEST_F(ControlRequests, WithoutAConfigurationBlockTheRestOfTheBufferIsUntouched) {
   const auto interact = ReadyInteract();
   interact->SendDriverConfig();
   ExpectOneRequest("e3 4a a3 29 e7 ff 79 8f  18 00 00 00");
@@ -164,14 +164,14 @@ TEST_F(ControlRequests, TheLargestConfigurationBlockFillsTheRequestToItsLastByte
                         sent[0].bytes));
 }
 
-TEST_F(ControlRequests, AConfigurationBlockThatDoesNotFitIsRefusedBeforeAnythingIsCopied) {
+TEST_F(ControlRequests, AConfigurationBlockThatDoesNotFitIsRefusedBeforeCopying) {
   const auto interact = ReadyInteract();
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(65550, 0x5A)));
   EXPECT_FALSE(RuntimeErrorOf([&] { interact->SendDriverConfig(); }).empty());
   EXPECT_TRUE(host.Requests().empty());
 }
 
-TEST_F(ControlRequests, TheConfigurationBlockFitsIntoTheBufferThatTheHostGaveOrIsRefused) {
+TEST_F(ControlRequests, TheConfigurationBlockIsCheckedAgainstTheActualBufferSize) {
   const auto interact = ReadyInteract();
   Settings().givenSize = [](std::uint32_t) { return 12u + 10u; };
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(10, 0x5A)));
@@ -183,7 +183,7 @@ TEST_F(ControlRequests, TheConfigurationBlockFitsIntoTheBufferThatTheHostGaveOrI
   Forget();
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(11, 0x5A)));
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SendDriverConfig(); }), "[wdi] configuration block too large!");
-  // More room than was asked for makes the driver's record no longer.
+  // A buffer larger than requested does not make the request longer.
   Settings().givenSize = [](std::uint32_t asked) { return asked + 100; };
   host.SetDriverConfigBlock(host.MakeBuffer(Bytes(65550, 0x5A)));
   EXPECT_EQ(RuntimeErrorOf([&] { interact->SendDriverConfig(); }), "[wdi] configuration block too large!");
@@ -216,7 +216,7 @@ class SendingOperation : public ModuleTest, public ::testing::WithParamInterface
 
 }  // namespace
 
-TEST_P(SendingOperation, SendsWithoutLookingAtTheFlags) {
+TEST_P(SendingOperation, SendsRegardlessOfTheFlags) {
   const auto interact = ReadyInteract();
   interact->StopInteract();
   Forget();
@@ -236,7 +236,7 @@ TEST_P(SendingOperation, WithoutABufferIsARuntimeErrorAndNoCrash) {
   EXPECT_TRUE(host.Requests().empty());
 }
 
-TEST_P(SendingOperation, LetsAFailedSendThrough) {
+TEST_P(SendingOperation, PropagatesAFailedSend) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
     Gate().FailAt("CPortClient::Send", 1, failure);
@@ -245,7 +245,7 @@ TEST_P(SendingOperation, LetsAFailedSendThrough) {
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_P(SendingOperation, DropsWhateverTheDriverAnswers) {
+TEST_P(SendingOperation, IgnoresTheDriversAnswer) {
   const auto interact = ReadyInteract();
   Settings().answer = [this](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
     reply = host.MakeBuffer(Bytes(3, 1));

@@ -10,7 +10,7 @@ constexpr char kGoldenRequest13[] = "e3 4a a3 29 e7 ff 79 8f  0d 00 00 00";
 
 class DriverVersion : public ModuleTest {
  protected:
-  // Answers every request with a buffer of this size, whose bytes 12 to 15 read 0x01020304.
+  // Answers every request with a buffer of this size; bytes 12 to 15 hold 0x01020304.
   void AnswerWith(std::size_t size) {
     Settings().answer = [this, size](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) {
       Bytes bytes(size, 0xEE);
@@ -37,7 +37,7 @@ TEST_F(DriverVersion, SendsRequest13WithAFullSizeRequest13AsReply) {
   EXPECT_TRUE(SameBytes(GoldenRequest(kGoldenRequest13), offered));
 }
 
-TEST_F(DriverVersion, AsksForTheSizeOfTheReplyBeforeItsBytes) {
+TEST_F(DriverVersion, ChecksTheSizeOfTheReplyBeforeItsBytes) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(interact->GetDriverVersion(), 19072701u);
   EXPECT_EQ(Calls(), kSentOnce);
@@ -59,22 +59,22 @@ TEST_F(DriverVersion, ALongerReplyIsAccepted) {
   EXPECT_EQ(interact->GetDriverVersion(), 0x01020304u);
 }
 
-TEST_F(DriverVersion, AReplyOfOneByteLessGives0WithoutALine) {
+TEST_F(DriverVersion, AReplyThatIsOneByteShortGives0WithoutALogLine) {
   const auto interact = ReadyInteract();
   AnswerWith(65560);
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
-  EXPECT_EQ(Gate().Entries().back(), "CBuf::GetSize()") << "the bytes of a short reply are not looked at";
+  EXPECT_EQ(Gate().Entries().back(), "CBuf::GetSize()") << "the bytes of a short reply are not read";
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_F(DriverVersion, AnEmptyBufferAsReplyGives0) {
+TEST_F(DriverVersion, AnEmptyReplyBufferGives0) {
   const auto interact = ReadyInteract();
   AnswerWith(0);
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_F(DriverVersion, AnEmptiedReplyGives0WithoutALine) {
+TEST_F(DriverVersion, AClearedReplyHandleGives0WithoutALogLine) {
   const auto interact = ReadyInteract();
   Settings().answer = [](const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply) { reply.reset(); };
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
@@ -96,16 +96,14 @@ TEST_F(DriverVersion, WithoutARequestBufferItGives0AndOneLine) {
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,gdv,STDE] info=", 0), 0u) << Logged()[0];
 }
 
-TEST_P(DriverVersionFailure, OfTheSendingGives0AndOneLine) {
+TEST_P(DriverVersionFailure, AFailedSendGives0AndOneLine) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Send", 1, GetParam());
   EXPECT_EQ(interact->GetDriverVersion(), 0u);
-  const std::string line =
-      GetParam() == Failure::kInt ? "[wdi,gdv,OTHE]" : "[wdi,gdv,STDE] info=" + MessageOf(GetParam());
-  EXPECT_EQ(Logged(), Lines{Problem(line)});
+  EXPECT_EQ(Logged(), Lines{Problem(Report("wdi,gdv", GetParam()))});
 }
 
-TEST_P(DriverVersionFailure, AndOfTheLogIsSwallowed) {
+TEST_P(DriverVersionFailure, AFailingLogIsSwallowed) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Send", 1, GetParam());
   Gate().FailAlways("CLog::LogProblem", GetParam());
@@ -120,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(Failures, DriverVersionFailure, ::testing::ValuesIn(kAl
 namespace {
 class Handshake : public DriverVersion {
  protected:
-  // The calls behind the version request.
+  // The calls after the version request.
   Lines CallsAfterTheRequest() const {
     Lines calls = Calls();
     EXPECT_GE(calls.size(), kSentOnce.size());
@@ -139,7 +137,7 @@ TEST_F(Handshake, ReportsAndLogsBothVersions) {
                    Translation("Current fenlux version="), Event("Current fenlux version=19072701")}));
 }
 
-TEST_F(Handshake, WarnsWhereTheVersionFlagMakesTheModuleNewer) {
+TEST_F(Handshake, WarnsIfTheVersionFlagMakesTheModuleNewer) {
   const auto interact = ReadyInteract();
   Settings().versionFlag = true;
   interact->CheckDriverVersion();
@@ -151,7 +149,7 @@ TEST_F(Handshake, WarnsWhereTheVersionFlagMakesTheModuleNewer) {
                    "CLog::LogWarning(0x10003, Driver version and fenlux version is NOT the same!)"}));
 }
 
-TEST_F(Handshake, WarnsAlsoWhereTheDriverIsNewer) {
+TEST_F(Handshake, WarnsIfTheDriverIsNewer) {
   const auto interact = ReadyInteract();
   Settings().driverVersion = 4294967295u;
   interact->CheckDriverVersion();
@@ -159,7 +157,7 @@ TEST_F(Handshake, WarnsAlsoWhereTheDriverIsNewer) {
                              "CLog::LogWarning(0x10003, Driver version and fenlux version is NOT the same!)"}));
 }
 
-TEST_F(Handshake, IsQuietWhereTheFlagMakesThemTheSame) {
+TEST_F(Handshake, DoesNotWarnIfTheFlagMakesTheVersionsEqual) {
   const auto interact = ReadyInteract();
   Settings().versionFlag = true;
   Settings().driverVersion = 19072702;
@@ -184,7 +182,7 @@ TEST_F(Handshake, ChangesNoState) {
   EXPECT_FALSE(interact->IsStopRequested());
 }
 
-TEST_F(Handshake, TheFixedPartsAreTranslatedAndTheNumbersAppended) {
+TEST_F(Handshake, TranslatesTheTextsAndAppendsTheNumbers) {
   const auto interact = ReadyInteract();
   Settings().versionFlag = true;
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };

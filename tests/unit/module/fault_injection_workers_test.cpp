@@ -1,6 +1,5 @@
 // Fault injection into the connection worker and the policy worker.
 #include "tests/support/temporary_directory.h"
-#include "tests/support/turnstile.h"
 #include "tests/unit/module/fault_injection.h"
 #include "tests/unit/module/worker_test.h"
 
@@ -73,14 +72,7 @@ TEST_F(FaultInjectionWorkers, ThePolicyWorkerReportsEachFailureAndAppliesThePoli
     Forget();
     if (n != 0) Gate().FailAt(n, failure);
     if (waiting) {
-      const auto begun = std::make_shared<Turnstile>();
-      Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
-      while (begun->Arrivals() == 0) {
-        impl->NotifyPolicyChanged();
-        std::this_thread::yield();
-      }
-      Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
-      begun->Open();
+      TriggerPass();
     } else {
       Clock().Advance(1s);
     }

@@ -15,7 +15,7 @@ class FenluxImpl : public ModuleTest {
   }
 };
 
-// Tests of init let go of the process-wide instance when they are done.
+// Tests of init release the process-wide instance at their end.
 class Init : public FenluxImpl {
  protected:
   Init() { CFenluxImpl::Release(); }
@@ -35,7 +35,7 @@ const Lines kConstruction{"CGlobalContext::GetUtility()", "CGlobalContext::GetCf
 
 // ---------------------------------------------------------------- construction
 
-TEST_F(FenluxImpl, TakesItsServicesInOrder) {
+TEST_F(FenluxImpl, RequestsItsServicesInOrder) {
   const CFenluxImpl impl(host.Context());
   EXPECT_EQ(Gate().Entries(), kConstruction);
 }
@@ -44,10 +44,10 @@ TEST_F(FenluxImpl, AnEmptyContextIsABadGlobalClass) {
   EXPECT_EQ(RuntimeErrorOf([] { CFenluxImpl impl(nullptr); }), "[cl]Bad global class!");
 }
 
-TEST_P(MissingModuleService, EndsConstructionWithItsOwnMessage) {
+TEST_P(MissingModuleService, FailsConstructionWithItsOwnMessage) {
   Gate().GiveEmpty(GetParam().getter);
   EXPECT_EQ(RuntimeErrorOf([&] { CFenluxImpl impl(host.Context()); }), GetParam().message);
-  EXPECT_EQ(Gate().Entries().back(), std::string(GetParam().getter) + "()") << "nothing is asked for afterwards";
+  EXPECT_EQ(Gate().Entries().back(), std::string(GetParam().getter) + "()") << "nothing is requested afterwards";
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, MissingModuleService,
@@ -59,7 +59,7 @@ INSTANTIATE_TEST_SUITE_P(Services, MissingModuleService,
 
 // ---------------------------------------------------------------- init
 
-TEST_F(Init, MakesTheModuleAndRegistersIt) {
+TEST_F(Init, CreatesTheModuleAndRegistersIt) {
   init(&host.Context());
   Lines expected = kConstruction;
   expected.push_back("CGlobalContext::RegisterModule(module)");
@@ -86,7 +86,7 @@ TEST_F(Init, AnEmptyHandleFails) {
   EXPECT_FALSE(CFenluxImpl::Instance());
 }
 
-TEST_F(Init, ANullPointerIsAnEmptyHandle) {
+TEST_F(Init, ANullPointerBehavesAsAnEmptyHandle) {
   EXPECT_EQ(RuntimeErrorOf([] { init(nullptr); }), "[cl]Bad global class!");
 }
 
@@ -102,7 +102,7 @@ TEST_F(Init, AMissingServiceFailsAndALaterCallMaySucceed) {
 TEST_F(Init, HoldsNoLockAcrossTheRegistration) {
   bool reached = false;
   Gate().OnCall("CGlobalContext::RegisterModule", [&] {
-    // From this thread and from another one: the instance is published, and nobody has to wait for it.
+    // The instance is already published, and neither this thread nor another one blocks on it.
     init(&host.Context());
     std::thread([&] { init(&host.Context()); }).join();
     reached = CFenluxImpl::Instance() != nullptr;
@@ -114,7 +114,7 @@ TEST_F(Init, HoldsNoLockAcrossTheRegistration) {
   EXPECT_EQ(Gate().Count("CGlobalContext::RegisterModule"), 1u);
 }
 
-TEST_F(Init, KeepsTheModuleAliveByItself) {
+TEST_F(Init, KeepsTheModuleAlive) {
   init(&host.Context());
   const std::weak_ptr<CFenluxImpl> weak = CFenluxImpl::Instance();
   EXPECT_FALSE(weak.expired());
@@ -122,7 +122,7 @@ TEST_F(Init, KeepsTheModuleAliveByItself) {
   EXPECT_TRUE(weak.expired()) << "released on purpose, the destructor runs";
 }
 
-TEST_F(Init, AFailedRegistrationGoesOnAndTheModuleStays) {
+TEST_F(Init, AFailedRegistrationPropagatesAndTheModuleStays) {
   for (const Failure failure : kAllFailures) {
     CFenluxImpl::Release();
     Gate().FailAt("CGlobalContext::RegisterModule", 1, failure);
@@ -134,7 +134,7 @@ TEST_F(Init, AFailedRegistrationGoesOnAndTheModuleStays) {
   EXPECT_TRUE(Gate().Entries().empty()) << "a later call does nothing";
 }
 
-TEST_F(Init, TwoThreadsAtOnceMakeOneModule) {
+TEST_F(Init, TwoConcurrentCallsCreateOneModule) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) threads.emplace_back([this] { init(&host.Context()); });
   for (std::thread& thread : threads) thread.join();
@@ -151,7 +151,7 @@ TEST_F(FenluxImpl, TranslatesWithTheSameTextTwice) {
   EXPECT_EQ(Gate().Entries(), (Lines{"CGlobalContext::GetLocale()", Translation("one"), Translation("two")}));
 }
 
-TEST_F(FenluxImpl, WithoutALocaleServiceTextsStayAndItIsAskedForAgain) {
+TEST_F(FenluxImpl, WithoutALocaleServiceTextsAreUnchangedAndItIsRequestedAgain) {
   const auto impl = New();
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Gate().GiveEmpty("CGlobalContext::GetLocale");
@@ -174,7 +174,7 @@ TEST_F(FenluxImpl, HoldsNoLockWhileTranslating) {
   EXPECT_TRUE(nested);
 }
 
-TEST_F(FenluxImpl, AFailingLocaleServiceGoesOn) {
+TEST_F(FenluxImpl, AFailingLocaleServicePropagates) {
   const auto impl = New();
   for (const Failure failure : kAllFailures) {
     Gate().FailAt("CLocale::TranslateText", 1, failure);
@@ -207,8 +207,8 @@ TEST_F(FenluxImpl, ADisabledModuleStartsNothing) {
   EXPECT_TRUE(Clock().Pauses().empty());
 }
 
-TEST_F(FenluxImpl, AThreadThatCannotBeMadeGoesOn) {
-  if (!NoThreads::Possible()) GTEST_SKIP() << "the making of a thread cannot be made to fail here";
+TEST_F(FenluxImpl, AFailureToStartAThreadPropagates) {
+  if (!NoThreads::Possible()) GTEST_SKIP() << "cannot make thread creation fail on this system";
   const auto impl = New();
   {
     const NoThreads none;
@@ -218,7 +218,7 @@ TEST_F(FenluxImpl, AThreadThatCannotBeMadeGoesOn) {
   EXPECT_TRUE(Clock().Pauses().empty());
 }
 
-TEST_F(FenluxImpl, AFailingEnableQueryGoesOnAndStartsNothing) {
+TEST_F(FenluxImpl, AFailingEnableQueryPropagatesAndStartsNothing) {
   const auto impl = New();
   for (const Failure failure : kAllFailures) {
     Gate().FailAt("CCfgEx::IsEnabled", 1, failure);
@@ -231,14 +231,14 @@ namespace {
 class ConnectedModule : public WorkerTest {
  protected:
   const Lines kShutdown{"CPortClient::Close()", "CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
-  // The calls of the thread that stops the interface: those of the connection worker, which goes on, are left out.
-  Lines StoppersCalls() const {
+  // The calls of the thread that stops the interface, without those of the connection worker, which continues.
+  Lines StopperCalls() const {
     return Gate().EntriesOf({"CPortClient::Close", "CPortClient::Send(3", "CRecordReg", "CNetObject"});
   }
 };
 }  // namespace
 
-TEST_F(ConnectedModule, AReadyInterfaceIsHandedOut) {
+TEST_F(ConnectedModule, AReadyInterfaceIsReturned) {
   Settings().portValue = 4242;
   Connect();
   const auto interact = impl->GetDriverInteract();
@@ -248,7 +248,7 @@ TEST_F(ConnectedModule, AReadyInterfaceIsHandedOut) {
   EXPECT_EQ(impl->GetDriverPortValue(), 4242u);
 }
 
-TEST_F(ConnectedModule, AnInterfaceThatWasToldToStopIsNotHandedOut) {
+TEST_F(ConnectedModule, AStoppedInterfaceIsNotReturned) {
   Connect();
   impl->GetDriverInteract()->StopInteract();
   EXPECT_FALSE(impl->GetDriverInteract());
@@ -258,25 +258,25 @@ TEST_F(ConnectedModule, AnInterfaceThatWasToldToStopIsNotHandedOut) {
 
 TEST_F(ConnectedModule, StopWorkShutsTheInterfaceDown) {
   Connect();
-  // The worker that wakes up by it shuts down once more: kept waiting until the calls are compared.
+  // The worker that this wakes shuts down once more; hold it until the calls are compared.
   Turnstile worker;
   Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
   impl->StopWork(false);
-  EXPECT_EQ(StoppersCalls(), kShutdown);
+  EXPECT_EQ(StopperCalls(), kShutdown);
   EXPECT_FALSE(impl->GetDriverInteract());
   EXPECT_TRUE(worker.AwaitArrivals(1));
   worker.Open();
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstWhereAskedTo) {
+TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstIfAskedTo) {
   Connect();
   Turnstile worker;
   Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
   impl->StopWork(true);
   Lines expected = kShutdown;
   expected.insert(expected.begin(), "CPortClient::Send(3, no reply, true)");
-  EXPECT_EQ(StoppersCalls(), expected);
+  EXPECT_EQ(StopperCalls(), expected);
   ASSERT_EQ(host.RequestsOf(3).size(), 1u);
   EXPECT_TRUE(
       SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  03 00 00 00  01 00 00 00"), host.RequestsOf(3)[0].bytes));
@@ -285,7 +285,7 @@ TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstWhereAskedTo) {
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, TheTypeOfItsMonitorObjectsIs2WhereTheFlagIsClear) {
+TEST_F(ConnectedModule, TheMonitorObjectTypeIs2IfTheFlagIsClear) {
   Settings().monitorObjectFlag = false;
   impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
   Settings().monitorObjectFlag = true;  // fixed at construction
@@ -296,7 +296,7 @@ TEST_F(ConnectedModule, TheTypeOfItsMonitorObjectsIs2WhereTheFlagIsClear) {
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenWhereItStartsNothing) {
+TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenIfItStartsNothing) {
   Connect();
   Settings().enabled = false;
   impl->StartWork();
@@ -306,17 +306,17 @@ TEST_F(ConnectedModule, StartWorkStopsARunningInterfaceEvenWhereItStartsNothing)
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, NobodyGetsAtTheInterfaceFromItsClearingToTheEndOfItsShutdown) {
+TEST_F(ConnectedModule, TheInterfaceIsInaccessibleFromItsClearingToTheEndOfItsShutdown) {
   Connect();
-  Turnstile worker;  // the connection worker would shut down as well: kept waiting before that
+  Turnstile worker;  // holds the connection worker before it shuts down too
   Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
-  std::vector<std::unique_ptr<HeldUpCall>> others;
+  std::vector<std::unique_ptr<BlockedCall>> others;
   const Lines operations{"CPortClient::Send", "CPortClient::Close", "CRecordRegistration::Withdraw",
                          "CNetObject::Release"};
   for (const std::string& operation : operations) {
     Gate().OnCall(operation, [&, operation] {
-      others.push_back(std::make_unique<HeldUpCall>([&] { impl->GetDriverInteract(); }));
-      EXPECT_FALSE(others.back()->GetsThrough()) << "while " << operation << " runs";
+      others.push_back(std::make_unique<BlockedCall>([&] { impl->GetDriverInteract(); }));
+      EXPECT_FALSE(others.back()->ReturnsEarly()) << "while " << operation << " runs";
     });
   }
   impl->StopWork(true);
@@ -327,7 +327,7 @@ TEST_F(ConnectedModule, NobodyGetsAtTheInterfaceFromItsClearingToTheEndOfItsShut
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenGoesOn) {
+TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenPropagates) {
   for (const Failure failure : kAllFailures) {
     impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
     ResetClock();
@@ -341,7 +341,7 @@ TEST_F(ConnectedModule, AFailedClearingStillShutsDownAndThenGoesOn) {
   }
 }
 
-TEST_F(ConnectedModule, AStartOnADriverThatRefusesToBeClearedThrowsAndStartsNothing) {
+TEST_F(ConnectedModule, StartWorkThrowsAndStartsNothingIfTheDriverRefusesToBeCleared) {
   Connect();
   Gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
   EXPECT_TRUE(Propagates(Failure::kStandard, [&] { impl->StartWork(); }));
@@ -349,7 +349,7 @@ TEST_F(ConnectedModule, AStartOnADriverThatRefusesToBeClearedThrowsAndStartsNoth
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, TheLockIsGivenUpWhereShuttingDownFails) {
+TEST_F(ConnectedModule, AFailedShutdownReleasesTheLock) {
   Connect();
   Gate().FailAt("CPortClient::Close", 1, Failure::kStandard);
   EXPECT_TRUE(Propagates(Failure::kStandard, [&] { impl->StopWork(false); }));
@@ -357,7 +357,7 @@ TEST_F(ConnectedModule, TheLockIsGivenUpWhereShuttingDownFails) {
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, AHandleKeptLongerStaysValidAndIsNoLongerReady) {
+TEST_F(ConnectedModule, AHandleHeldAfterAStopStaysValidButIsNotReady) {
   Connect();
   const auto kept = impl->GetDriverInteract();
   impl->StopWork(false);
@@ -374,7 +374,8 @@ TEST_F(ConnectedModule, StartWorkStartsBothWorkers) {
   Settings().waitBlocks = true;
   impl->StartWork();
   ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
-  while (Gate().Count("CPortClient::Send(24") == 0) Clock().Advance(100ms);  // the policy worker polls
+  // The policy worker polls.
+  ASSERT_TRUE(RepeatUntil([&] { return Gate().Count("CPortClient::Send(24") != 0; }, [] { Clock().Advance(100ms); }));
   EXPECT_TRUE(impl->GetDriverInteract());
 }
 
@@ -384,23 +385,21 @@ TEST_F(ConnectedModule, ASecondStartWorkEndsTheConnectionAndItsOwnConnectionWork
   ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
   impl->StartWork();
   ASSERT_TRUE(Gate().AwaitCount(Problem("[dci,tiwk] There is another thread doing work. We should exit."), 1));
-  ASSERT_TRUE(Clock().AwaitParked(5s)) << "the first worker comes back later";
+  ASSERT_TRUE(Clock().AwaitParked(5s)) << "the first worker retries later";
   EXPECT_EQ(Gate().Count("CGlobalContext::GetNet"), 1u);
-  // Two policy workers run beside each other. The first may have to be woken from its wait, or stand in the pause after
-  // a pass that the end of the connection cut short.
-  while (Clock().Parked(100ms) + Clock().Parked(1s) < 2) {
-    impl->NotifyPolicyChanged();
-    std::this_thread::yield();
-  }
+  // Two policy workers now run. The first may have to be woken from its wait, or may be in the pause after a pass that
+  // the end of the connection cut short.
+  EXPECT_TRUE(RepeatUntil([] { return Clock().Parked(100ms) + Clock().Parked(1s) >= 2; },
+                          [&] { impl->NotifyPolicyChanged(); }));
 }
 
 // ---------------------------------------------------------------- destruction
 
 namespace {
-class ConnectedModulesEnd : public ConnectedModule {
+class ConnectedModuleDestruction : public ConnectedModule {
  protected:
-  // A module of its own with a connection that stands, and whose connection worker will never touch it again: one that
-  // cannot write the report of its attempt comes to its pause with the interface as it was, and stays there for good.
+  // A separate module with an open connection whose connection worker never touches it again: a worker that cannot
+  // report its attempt reaches its pause with the interface unchanged, and stays parked there.
   std::shared_ptr<CFenluxImpl> Abandoned() {
     Clock().Reset();
     auto module = std::make_shared<CFenluxImpl>(host.Context());
@@ -414,21 +413,21 @@ class ConnectedModulesEnd : public ConnectedModule {
     Forget();
     return module;
   }
-  // Cleared and shut down by the module; the interface, which goes with it, closes once more.
+  // The module clears and shuts down the interface; the interface's own destructor closes once more.
   const Lines kEnd{"CPortClient::Send(3, no reply, true)", "CPortClient::Close()", "CRecordRegistration::Withdraw()",
                    "CNetObject::Release(0)", "CPortClient::Close()"};
 };
 }  // namespace
 
-TEST_F(ConnectedModulesEnd, ClearsAndShutsDownTheInterface) {
+TEST_F(ConnectedModuleDestruction, ClearsAndShutsDownTheInterface) {
   auto module = Abandoned();
   const std::weak_ptr<CKDIBase> interact = module->GetDriverInteract();
   module.reset();
-  EXPECT_EQ(StoppersCalls(), kEnd);
+  EXPECT_EQ(StopperCalls(), kEnd);
   EXPECT_TRUE(interact.expired());
 }
 
-TEST_F(ConnectedModulesEnd, SwallowsEveryFailure) {
+TEST_F(ConnectedModuleDestruction, SwallowsEveryFailure) {
   for (const Failure failure : kAllFailures) {
     auto module = Abandoned();
     for (const char* operation :
@@ -436,7 +435,7 @@ TEST_F(ConnectedModulesEnd, SwallowsEveryFailure) {
       Gate().FailAlways(operation, failure);
     }
     module.reset();
-    EXPECT_EQ(StoppersCalls(), kEnd) << NameOf(failure);
+    EXPECT_EQ(StopperCalls(), kEnd) << NameOf(failure);
     Gate().StopFailing();
   }
 }
@@ -447,7 +446,7 @@ TEST_F(FenluxImpl, TheDestructorOfAnIdleModuleCallsNothing) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(FenluxImpl, EverythingIsLetGoAtTheEnd) {
+TEST_F(FenluxImpl, TheDestructorReleasesEveryService) {
   const auto contexts = host.Context().use_count();
   const auto holders = host.Core().use_count();
   {

@@ -1,11 +1,11 @@
-// What the module's tests begin with: a fake host, a manual clock, and driver interfaces in the state that a test
-// needs.
+// The fixture of the module's tests: a fake host, a manual clock, and driver interfaces in the state a test needs.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <boost/filesystem.hpp>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -19,6 +19,7 @@
 #include "tests/support/manual_clock.h"
 #include "tests/support/record_builders.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {
 
@@ -27,7 +28,7 @@ using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
 using std::chrono_literals::operator""h;
 
-// Keeps what detached workers still use, to the end of the process and beyond.
+// Keeps an object that detached workers still use alive until the process has ended.
 template <class T>
 std::shared_ptr<T> Keep(std::shared_ptr<T> object) {
   static std::mutex& mutex = *new std::mutex;
@@ -37,7 +38,7 @@ std::shared_ptr<T> Keep(std::shared_ptr<T> object) {
   return object;
 }
 
-// The message of the std::runtime_error that the call throws; a failed expectation where it throws none.
+// Returns the message of the std::runtime_error that the call throws. Fails the test if it throws anything else.
 template <class Call>
 std::string RuntimeErrorOf(Call&& call) {
   try {
@@ -45,29 +46,29 @@ std::string RuntimeErrorOf(Call&& call) {
   } catch (const std::runtime_error& error) {
     return error.what();
   } catch (...) {
-    ADD_FAILURE() << "threw something else than a std::runtime_error";
+    ADD_FAILURE() << "threw something other than a std::runtime_error";
     return {};
   }
   ADD_FAILURE() << "threw nothing";
   return {};
 }
 
-// A call on a thread of its own that a lock is expected to hold up. No order of the threads lets it through where the
-// lock is held; where it is not, the call is given so many turns that it shows.
-class HeldUpCall {
+// Makes a call on its own thread while a lock is expected to block it. While the lock is held, no schedule lets the
+// call return; if it is not held, the call gets enough time slices to show that.
+class BlockedCall {
  public:
-  explicit HeldUpCall(std::function<void()> call)
+  explicit BlockedCall(std::function<void()> call)
       : thread([this, call = std::move(call)] {
           begun = true;
           call();
           ended = true;
         }) {}
-  ~HeldUpCall() { thread.join(); }
-  HeldUpCall(const HeldUpCall&) = delete;
-  HeldUpCall& operator=(const HeldUpCall&) = delete;
+  ~BlockedCall() { thread.join(); }
+  BlockedCall(const BlockedCall&) = delete;
+  BlockedCall& operator=(const BlockedCall&) = delete;
 
-  // To be asked while the lock ought to be held.
-  bool GetsThrough() const {
+  // Ask while the lock should be held. True: the call returned although it should be blocked.
+  bool ReturnsEarly() const {
     while (!begun) std::this_thread::yield();
     for (int turn = 0; turn < 5000 && !ended; ++turn) std::this_thread::yield();
     return ended;
@@ -79,29 +80,41 @@ class HeldUpCall {
   std::thread thread;  // last: it uses the others
 };
 
-// Whether the call throws just what the fake host throws for this failure.
+// Repeats `step`, yielding in between, until `done` returns true. False: timed out.
+template <class Done, class Step>
+bool RepeatUntil(Done&& done, Step&& step) {
+  const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    step();
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// Whether the call throws exactly what the fake host throws for this failure.
 template <class Call>
 ::testing::AssertionResult Propagates(Failure failure, Call&& call);
 
 class ModuleTest : public ::testing::Test {
  protected:
   ModuleTest() { Clock().Reset(); }
-  // Lets the refresh threads of ended driver interfaces end too.
+  // Ends the refresh threads of driver interfaces that are gone.
   ~ModuleTest() override { Clock().Advance(24h); }
 
   static ManualClock& Clock() { return ManualClock::Instance(); }
   CallGate& Gate() const { return host.Gate(); }
   HostSettings& Settings() const { return host.Settings(); }
 
-  // A driver interface as it is after construction, and a journal that is empty again.
+  // Returns a newly constructed driver interface and clears the journal.
   std::shared_ptr<CWinDriverInteract> NewInteract() const {
     auto interact = std::make_shared<CWinDriverInteract>(host.Context());
     Forget();
     return interact;
   }
 
-  // A driver interface whose connection is open and ready, and a journal that is empty again. Its Wait has returned
-  // already, which changes nothing about it.
+  // Returns a driver interface whose connection is open and ready, and clears the journal. Its Wait has already
+  // returned, which does not affect its state.
   std::shared_ptr<CWinDriverInteract> ReadyInteract() const {
     auto interact = std::make_shared<CWinDriverInteract>(host.Context());
     const bool blocks = Settings().waitBlocks.exchange(false);
@@ -111,13 +124,13 @@ class ModuleTest : public ::testing::Test {
     return interact;
   }
 
-  // Waits until the refresh thread that was just started has come to its pause, and forgets what happened so far.
+  // Waits until the refresh thread that was just started pauses, and clears the journal.
   void Settle() const {
     EXPECT_TRUE(Clock().AwaitPauses(std::chrono::milliseconds(Settings().refreshInterval), ++settled));
     Forget();
   }
 
-  // For a test that begins anew in a loop.
+  // For tests that start over in a loop.
   void ResetClock() const {
     Clock().Reset();
     settled = 0;
@@ -128,7 +141,7 @@ class ModuleTest : public ::testing::Test {
     host.ClearRequests();
   }
 
-  // The journal without the calls that only look into buffers.
+  // The journal without accesses to buffers.
   Lines Calls() const { return Gate().EntriesWithout({"CBuf::"}); }
   // The log lines.
   Lines Logged() const { return Gate().EntriesOf({"CLog::", "CUtility::WriteLog"}); }
@@ -139,7 +152,7 @@ class ModuleTest : public ::testing::Test {
   mutable std::size_t settled = 0;
 };
 
-// Every line that the module writes at "problem" level carries this code.
+// The journal entries of log lines; the module logs all of them with this code.
 inline std::string Problem(const std::string& line) { return "CLog::LogProblem(0x10003, " + line + ")"; }
 inline std::string Event(const std::string& line) { return "CLog::LogEvent(0x10003, " + line + ")"; }
 

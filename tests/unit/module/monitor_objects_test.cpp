@@ -1,4 +1,4 @@
-// Monitor objects: the two pending lists, their requests to the driver, and the lines that tell the outcome.
+// Monitor objects: the two pending lists, their requests to the driver, and the log lines about the outcome.
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -13,7 +13,7 @@ class MonitorObjects : public ModuleTest {
     return interact;
   }
 
-  // What was sent, as "command:type" and the path of an add request.
+  // The requests sent, as "command:type" plus the path of an add request.
   Lines Sent() const {
     Lines sent;
     for (const SentRequest& request : host.Requests()) {
@@ -35,9 +35,7 @@ class MonitorObjects : public ModuleTest {
 
 class MonitorObjectsFailure : public MonitorObjects, public ::testing::WithParamInterface<Failure> {
  protected:
-  static std::string Report(const std::string& tag) {
-    return GetParam() == Failure::kInt ? "[" + tag + ",OTHE]" : "[" + tag + ",STDE] info=" + MessageOf(GetParam());
-  }
+  static std::string Report(const std::string& tag) { return testing::Report(tag, GetParam()); }
 };
 
 }  // namespace
@@ -50,7 +48,7 @@ TEST_F(MonitorObjects, AddingQueuesTheConvertedPathAndSendsNothing) {
   EXPECT_EQ(Gate().Entries(), Lines{"CUtility::ToWideString(/no/such/a)"});
 }
 
-TEST_F(MonitorObjects, AddingOnTheKernelSideIsRefusedBeforeAnything) {
+TEST_F(MonitorObjects, AddingOnTheKernelSideIsRefusedFirst) {
   const auto interact = ReadyInteract();
   EXPECT_EQ(RuntimeErrorOf([&] { interact->AddMonitorObject(true, "/a", 1); }), "NOT supported under windows driver!");
   EXPECT_EQ(RuntimeErrorOf([&] { interact->AddMonitorObject(true, nullptr, 9); }),
@@ -75,7 +73,7 @@ TEST_F(MonitorObjects, ANullPathIsRefused) {
   EXPECT_EQ(RuntimeErrorOf([&] { interact->AddMonitorObject(false, nullptr, 1); }), "[wdi,aodm] bad parameter!");
 }
 
-TEST_F(MonitorObjects, AFailedConversionGoesOnAndQueuesNothing) {
+TEST_F(MonitorObjects, AFailedConversionPropagatesAndQueuesNothing) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
     Gate().FailAt("CUtility::ToWideString", 1, failure);
@@ -85,7 +83,7 @@ TEST_F(MonitorObjects, AFailedConversionGoesOnAndQueuesNothing) {
   EXPECT_EQ(Sent(), Lines{"3:1"});
 }
 
-TEST_F(MonitorObjects, WorksBeforeTheConnectionIsReady) {
+TEST_F(MonitorObjects, AddingWorksBeforeTheConnectionIsReady) {
   const auto interact = NewInteract();
   EXPECT_TRUE(interact->AddMonitorObject(false, "/a", 3));
 }
@@ -105,7 +103,7 @@ TEST_F(MonitorObjects, Types1And2ShareOneListAndType3HasItsOwn) {
   interact->AddMonitorObject(false, "/three", 3);
   Forget();
   interact->SendMonitorObjects(2);
-  EXPECT_EQ(Sent(), (Lines{"1:2 /one", "1:2 /two", "3:2"})) << "the type sent is the type asked for";
+  EXPECT_EQ(Sent(), (Lines{"1:2 /one", "1:2 /two", "3:2"})) << "the type sent is the requested type";
   Forget();
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Sent(), Lines{"3:1"}) << "the shared list is empty";
@@ -114,7 +112,7 @@ TEST_F(MonitorObjects, Types1And2ShareOneListAndType3HasItsOwn) {
   EXPECT_EQ(Sent(), (Lines{"1:3 /three", "3:3"}));
 }
 
-TEST_F(MonitorObjects, ABadTypeOfSendingIsThrownAndNothingIsSentOrEmptied) {
+TEST_F(MonitorObjects, SendingABadTypeThrowsAndSendsAndClearsNothing) {
   const auto interact = InteractWith({"/a"});
   for (const int type : {-1, 0, 4}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->SendMonitorObjects(type); }), "[wdi,samtd] bad parameter!");
@@ -134,7 +132,7 @@ TEST_F(MonitorObjects, AnAddRequestCarriesTypeFlagRootAndPath) {
   const auto sent = host.Requests();
   ASSERT_EQ(sent.size(), 2u);
   const std::wstring wide = made.wstring();
-  const std::u16string text(wide.begin(), wide.end());  // a temporary path is of plain characters
+  const std::u16string text(wide.begin(), wide.end());  // temporary paths are ASCII
   const std::wstring root = made.root_name().wstring();
   EXPECT_TRUE(SameBytes(Golden(65561)
                             .Hex(0, "e3 4a a3 29 e7 ff 79 8f  01 00 00 00  02 00 00 00  00")
@@ -145,15 +143,15 @@ TEST_F(MonitorObjects, AnAddRequestCarriesTypeFlagRootAndPath) {
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  03 00 00 00  02 00 00 00"), sent[1].bytes));
 }
 
-TEST_F(MonitorObjects, TheFieldsAreFilledWithTheirOwnLimits) {
+TEST_F(MonitorObjects, EachFieldIsFilledWithItsOwnLimit) {
   const auto interact = InteractWith({"//server/share/x"});
   interact->SendMonitorObjects(1);
-  // The root name is what the path library gives: the network root everywhere, a drive on Windows alone.
+  // The root name is the path library's: the network root everywhere, a drive only on Windows.
   EXPECT_EQ(Gate().EntriesOf({"CUtility::CopyToField"}),
             (Lines{"CUtility::CopyToField(8, //server)", "CUtility::CopyToField(65536, //server/share/x)"}));
 }
 
-TEST_F(MonitorObjects, ADriveIsTheRootNameWhereThePathLibraryKnowsDrives) {
+TEST_F(MonitorObjects, ADriveIsTheRootNameIfPathsHaveDrives) {
   const auto interact = InteractWith({"C:\\data\\x"});
   interact->SendMonitorObjects(1);
   const std::string root = boost::filesystem::path("C:\\data\\x").root_name().string();
@@ -164,16 +162,16 @@ TEST_F(MonitorObjects, ADriveIsTheRootNameWhereThePathLibraryKnowsDrives) {
             (Lines{"CUtility::CopyToField(8, " + root + ")", "CUtility::CopyToField(65536, C:\\data\\x)"}));
 }
 
-TEST_F(MonitorObjects, APathThatIsNotThereHasFlag1WithoutBeingTested) {
+TEST_F(MonitorObjects, AMissingPathGetsFlag1WithoutAskingTheHost) {
   const auto interact = InteractWith({"/no/such/path"});
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Gate().Count("CUtility::TestPath"), 0u);
   EXPECT_EQ(host.Requests().at(0).bytes.at(16), 1);
 }
 
-TEST_F(MonitorObjects, APathWhoseStatusCannotBeReadHasFlag1WithoutBeingTested) {
+TEST_F(MonitorObjects, APathWithUnreadableStatusGetsFlag1WithoutAskingTheHost) {
 #if defined(_WIN32)
-  GTEST_SKIP() << "a link that leads to itself cannot be made without privileges here";
+  GTEST_SKIP() << "creating a link to itself requires privileges on this system";
 #endif
   const TemporaryDirectory directory;
   const auto loop = directory.Path() / "loop";
@@ -187,7 +185,7 @@ TEST_F(MonitorObjects, APathWhoseStatusCannotBeReadHasFlag1WithoutBeingTested) {
   EXPECT_EQ(host.Requests().at(0).bytes.at(16), 1);
 }
 
-TEST_F(MonitorObjects, TheFlagOfAnExistingPathIsTheHostsAnswer) {
+TEST_F(MonitorObjects, TheHostDecidesTheFlagOfAnExistingPath) {
   const TemporaryDirectory directory;
   const auto there = directory.MakeFile("there");
   for (const bool answer : {false, true}) {
@@ -199,7 +197,7 @@ TEST_F(MonitorObjects, TheFlagOfAnExistingPathIsTheHostsAnswer) {
   }
 }
 
-TEST_F(MonitorObjects, ThePathKeepsItsCharactersWhateverTheLocaleIs) {
+TEST_F(MonitorObjects, ThePathDoesNotDependOnTheLocale) {
   const auto interact = InteractWith({"/no/such/\xC3\xA9\xE2\x82\xAC"});
   interact->SendMonitorObjects(1);
   const auto sent = host.Requests();
@@ -218,7 +216,7 @@ TEST_F(MonitorObjects, AnEmptyListSendsOnlyTheCommitAndLogsNothing) {
   EXPECT_EQ(Calls(), (Lines{"CUtility::CreateBuffer(true, 65561, false)", "CPortClient::Send(3, no reply, true)"}));
 }
 
-TEST_P(MonitorObjectsFailure, OfTheSecondOfThreeIsLoggedBeforeBothOthers) {
+TEST_P(MonitorObjectsFailure, AFailedObjectIsLoggedBeforeTheSuccessfulOnes) {
   const auto interact = InteractWith({"/x/a", "/x/b", "/x/c"});
   Gate().FailAt("CPortClient::Send", 2, GetParam());
   interact->SendMonitorObjects(1);
@@ -226,7 +224,7 @@ TEST_P(MonitorObjectsFailure, OfTheSecondOfThreeIsLoggedBeforeBothOthers) {
   EXPECT_EQ(Logged(), (Lines{Failed("/x/b", Report("wdi,wdpm")), Ok("/x/a"), Ok("/x/c")}));
 }
 
-TEST_P(MonitorObjectsFailure, OfAllIsOneLineAndTheCommitIsStillSent) {
+TEST_P(MonitorObjectsFailure, IfAllFailOneLineIsLoggedAndTheCommitIsStillSent) {
   const auto interact = InteractWith({"/x/a", "/x/b"});
   Gate().FailAt("CPortClient::Send", 1, GetParam());
   Gate().FailAt("CPortClient::Send", 1, GetParam());
@@ -235,21 +233,21 @@ TEST_P(MonitorObjectsFailure, OfAllIsOneLineAndTheCommitIsStillSent) {
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdpm]Add Monitor All Failed!")});
 }
 
-TEST_P(MonitorObjectsFailure, OfTheCommitIsLoggedAtOnceBeforeTheOthers) {
+TEST_P(MonitorObjectsFailure, AFailedCommitIsLoggedBeforeTheObjects) {
   const auto interact = InteractWith({"/x/a"});
   Gate().FailAt("CPortClient::Send", 2, GetParam());
   interact->SendMonitorObjects(1);
   EXPECT_EQ(Logged(), (Lines{Problem(Report("wdi,wdpm-2")), Ok("/x/a")}));
 }
 
-TEST_P(MonitorObjectsFailure, OfTheCommitOfAnEmptyListIsLoggedToo) {
+TEST_P(MonitorObjectsFailure, AFailedCommitOfAnEmptyListIsLogged) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Send", 1, GetParam());
   interact->SendMonitorObjects(3);
   EXPECT_EQ(Logged(), Lines{Problem(Report("wdi,wdpm-2"))});
 }
 
-TEST_P(MonitorObjectsFailure, OfEveryStepOfOneAddRequestFailsThatObjectAlone) {
+TEST_P(MonitorObjectsFailure, AFailureInAnyStepOfAnAddRequestFailsOnlyThatObject) {
   const TemporaryDirectory directory;
   const std::string there = directory.MakeDirectory("there").string();
   for (const char* operation : {"CUtility::CreateBuffer", "CBuf::GetData", "CUtility::TestPath",
@@ -261,7 +259,7 @@ TEST_P(MonitorObjectsFailure, OfEveryStepOfOneAddRequestFailsThatObjectAlone) {
   }
 }
 
-TEST_P(MonitorObjectsFailure, OfTheLogIsSwallowedAndTheListEmptied) {
+TEST_P(MonitorObjectsFailure, AFailingLogIsSwallowedAndTheListIsCleared) {
   const auto interact = InteractWith({"/x/a", "/x/b"});
   Gate().FailAt("CLog::LogEvent", 1, GetParam());
   interact->SendMonitorObjects(1);
@@ -271,7 +269,7 @@ TEST_P(MonitorObjectsFailure, OfTheLogIsSwallowedAndTheListEmptied) {
   EXPECT_EQ(Sent(), Lines{"3:1"});
 }
 
-TEST_P(MonitorObjectsFailure, EmptiesTheListWhetherOrNotSendingSucceeded) {
+TEST_P(MonitorObjectsFailure, TheListIsClearedWhetherOrNotSendingSucceeds) {
   const auto interact = InteractWith({"/x/a"});
   Gate().FailAlways("CPortClient::Send", GetParam());
   interact->SendMonitorObjects(1);
@@ -302,7 +300,7 @@ TEST_F(MonitorObjects, TheFixedPartsOfTheLinesAreTranslatedAndReportsAreNot) {
                              Event("<[Add Monitor OK!][obj path]=>/x/b")}));
 }
 
-TEST_F(MonitorObjects, TheLineOfAllFailingIsTranslatedAndTheReportOfTheCommitIsNot) {
+TEST_F(MonitorObjects, TheAllFailedLineIsTranslatedAndTheReportOfTheCommitIsNot) {
   const auto interact = InteractWith({"/x/a"});
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Gate().FailAlways("CPortClient::Send", Failure::kInt);
@@ -325,7 +323,7 @@ TEST_F(MonitorObjects, OneObjectMakesItsCallsInThisOrder) {
 
 // ---------------------------------------------------------------- clearing
 
-TEST_F(MonitorObjects, ClearingEmptiesTheListAndTellsTheDriver) {
+TEST_F(MonitorObjects, ClearingEmptiesTheListAndNotifiesTheDriver) {
   const auto interact = InteractWith({"/a"});
   EXPECT_TRUE(interact->ClearMonitorObjects(2));
   ASSERT_EQ(host.Requests().size(), 1u);
@@ -362,7 +360,7 @@ TEST_F(MonitorObjects, ClearingAfterTheStopSendsNothing) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(MonitorObjects, ClearingABadTypeIsRefusedAndTheLockGivenUp) {
+TEST_F(MonitorObjects, ClearingABadTypeIsRefusedAndReleasesTheLock) {
   const auto interact = InteractWith({"/a"});
   for (const int type : {-5, 0, 4, 99}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->ClearMonitorObjects(type); }), "[wdi,gcm] bad parameter!");
@@ -372,7 +370,7 @@ TEST_F(MonitorObjects, ClearingABadTypeIsRefusedAndTheLockGivenUp) {
   EXPECT_EQ(Sent(), (Lines{"1:1 /a", "3:1"}));
 }
 
-TEST_P(MonitorObjectsFailure, OfClearingGoesOnAndTheListIsEmptyAllTheSame) {
+TEST_P(MonitorObjectsFailure, AFailedClearPropagatesButEmptiesTheList) {
   const auto interact = InteractWith({"/a"});
   Gate().FailAt("CPortClient::Send", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->ClearMonitorObjects(1); }));

@@ -17,7 +17,7 @@ class NetControl : public ModuleTest {
     return items;
   }
 
-  // What was sent, as "command:value".
+  // The requests sent, as "command:value".
   std::vector<std::string> Sent() const {
     std::vector<std::string> sent;
     for (const SentRequest& request : host.Requests()) {
@@ -41,7 +41,7 @@ class NetControl : public ModuleTest {
 
 }  // namespace
 
-TEST_F(NetControl, Mode1IsSentBeforeTheThreeListsAreEmptied) {
+TEST_F(NetControl, Mode1IsSentBeforeTheThreeListsAreCleared) {
   const auto interact = ReadyInteract();
   interact->EnterNetControlMode1();
   EXPECT_EQ(Sent(), (Lines{"19:1", "21:1", "23:1", "21:2", "23:2", "21:3", "23:3"}));
@@ -52,13 +52,13 @@ TEST_F(NetControl, Mode1IsSentBeforeTheThreeListsAreEmptied) {
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  17 00 00 00  03 00 00 00"), sent[6].bytes));
 }
 
-TEST_F(NetControl, Mode3IsSentBeforeTheThreeListsAreEmptied) {
+TEST_F(NetControl, Mode3IsSentBeforeTheThreeListsAreCleared) {
   const auto interact = ReadyInteract();
   interact->EnterNetControlMode3();
   EXPECT_EQ(Sent(), (Lines{"19:3", "21:1", "23:1", "21:2", "23:2", "21:3", "23:3"}));
 }
 
-TEST_F(NetControl, ApplyingLoadsList3BeforeItSendsMode2) {
+TEST_F(NetControl, ApplyingLoadsList3BeforeSendingMode2) {
   const auto interact = ReadyInteract();
   interact->ApplyNetControlItems(false, Items(2));
   EXPECT_EQ(Sent(), (Lines{"21:3", "22:3", "22:3", "23:3", "19:2"}));
@@ -69,7 +69,7 @@ TEST_F(NetControl, ApplyingLoadsList3BeforeItSendsMode2) {
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_F(NetControl, ApplyingAlternatelySendsMode4) {
+TEST_F(NetControl, TheAlternateApplySendsMode4) {
   const auto interact = ReadyInteract();
   interact->ApplyNetControlItems(true, Items(1));
   EXPECT_EQ(Sent(), (Lines{"21:3", "22:3", "23:3", "19:4"}));
@@ -89,7 +89,7 @@ TEST_F(NetControl, AddingLoadsTheListOfTheType) {
   EXPECT_TRUE(SameBytes(GoldenItem(2, 0), host.Requests()[4].bytes));
 }
 
-TEST_F(NetControl, AddingToAnotherListIsRefusedBeforeAnythingIsBuilt) {
+TEST_F(NetControl, AddingToAnUnknownListIsRefusedBeforeAnythingIsBuilt) {
   const auto interact = ReadyInteract();
   for (const int type : {-1, 0, 3, 4, 1000}) {
     EXPECT_EQ(RuntimeErrorOf([&] { interact->AddNetControlItems(type, Items(1)); }), "[wdi,ncadp] bad para!");
@@ -97,27 +97,27 @@ TEST_F(NetControl, AddingToAnotherListIsRefusedBeforeAnythingIsBuilt) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(NetControl, AnEmptyListIsBeginAndEndAndNoLine) {
+TEST_F(NetControl, AnEmptyListSendsBeginAndEndAndLogsNothing) {
   const auto interact = ReadyInteract();
   interact->AddNetControlItems(1, Items(0));
   EXPECT_EQ(Sent(), (Lines{"21:1", "23:1"}));
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_F(NetControl, TwoOfFiveItemsFailingIsOneLineBeforeTheEnd) {
+TEST_F(NetControl, FailedItemsAreCountedInOneLineBeforeTheEnd) {
   const auto interact = ReadyInteract();
-  // Send 1 is the beginning, sends 2 to 6 the items: the second and the fourth of them fail.
+  // Send 1 begins the list and sends 2 to 6 are its items, of which the second and the fourth fail.
   Gate().FailAt("CPortClient::Send", 3, Failure::kStandard);
   Gate().FailAt("CPortClient::Send", 4, Failure::kInt);
   interact->AddNetControlItems(2, Items(5));
-  EXPECT_EQ(Sent(), (Lines{"21:2", "22:2", "22:2", "22:2", "22:2", "22:2", "23:2"})) << "attempts count too";
+  EXPECT_EQ(Sent(), (Lines{"21:2", "22:2", "22:2", "22:2", "22:2", "22:2", "23:2"})) << "failed attempts are sends too";
   EXPECT_EQ(Logged(), Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=2")});
   const Lines calls = Gate().EntriesOf({"CLog::", "CPortClient::"});
   EXPECT_EQ((Lines(calls.end() - 2, calls.end())), (Lines{Problem("[Add Net Control Item Failed!][Failed Counter]=2"),
                                                           "CPortClient::Send(23, no reply, true)"}));
 }
 
-TEST_F(NetControl, AnItemWhoseRequestCannotBeMadeIsCountedToo) {
+TEST_F(NetControl, AnItemWhoseRequestCannotBeCreatedCountsAsFailed) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CUtility::CreateBuffer", 2, Failure::kPoco);
   Gate().GiveEmptyAt("CUtility::CreateBuffer", 3);
@@ -130,14 +130,14 @@ TEST_F(NetControl, TheCountIsAppendedToTheTranslatedText) {
   const auto interact = ReadyInteract();
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Gate().FailAlways("CPortClient::Send", Failure::kStandard);
-  EXPECT_THROW(interact->AddNetControlItems(1, Items(1)), std::runtime_error) << "the beginning fails already";
+  EXPECT_THROW(interact->AddNetControlItems(1, Items(1)), std::runtime_error) << "the begin request already fails";
   Gate().StopFailing();
   Gate().FailAt("CPortClient::Send", 2, Failure::kStandard);
   interact->AddNetControlItems(1, Items(1));
   EXPECT_EQ(Logged(), Lines{Problem("<[Add Net Control Item Failed!][Failed Counter]=>1")});
 }
 
-TEST_F(NetControl, AFailedBeginningOrEndLeavesTheOperation) {
+TEST_F(NetControl, AFailedBeginOrEndPropagates) {
   const auto interact = ReadyInteract();
   for (const Failure failure : kAllFailures) {
     Forget();
@@ -151,7 +151,7 @@ TEST_F(NetControl, AFailedBeginningOrEndLeavesTheOperation) {
   }
 }
 
-TEST_F(NetControl, ARefusedModeLeavesTheListsAlone) {
+TEST_F(NetControl, ARefusedModeDoesNotChangeTheLists) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Send", 1, Failure::kStandard);
   EXPECT_THROW(interact->EnterNetControlMode1(), std::runtime_error);

@@ -1,4 +1,4 @@
-// The system refuses new threads for as long as a test wants it to.
+// Makes the system refuse new threads while an object exists.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 namespace fenlux::testing {
 
-// No thread can be made while one of these exists: a new one is to get a stack larger than the address space.
+// While an instance exists, no thread can be created: the default stack is larger than the address space.
 class [[maybe_unused]] NoThreads {
  public:
 #if defined(__GLIBC__)

@@ -1,4 +1,5 @@
-// The way of a notification from its size check to its reply: order of calls, verdicts, and what failures leave behind.
+// How a notification is handled, from the size check to the reply: order of calls, verdicts, and the effect of
+// failures.
 #include "tests/unit/module/notification_test.h"
 
 namespace fenlux::testing {
@@ -7,7 +8,7 @@ namespace {
 class NotificationDispatch : public NotificationTest {};
 class NotificationDispatchFailure : public NotificationTest, public ::testing::WithParamInterface<Failure> {};
 
-// Context data that claims a size that nobody has to provide.
+// Context data that claims a size without providing the bytes.
 class StatedSizeBuf final : public CBuf {
  public:
   explicit StatedSizeBuf(std::uint64_t statedSize) : size(static_cast<std::size_t>(statedSize)) {}
@@ -25,7 +26,7 @@ std::string ReportOf(Failure failure) { return ReportByKind("wdi,wdaokd", failur
 
 // ---------------------------------------------------------------- size and code
 
-TEST_F(NotificationDispatch, A155ByteMessageGetsTheUnjudgedReplyAndOneLine) {
+TEST_F(NotificationDispatch, A155ByteMessageGetsTheUnjudgedReplyAndOneReport) {
   const auto reply = Dispatch(Bytes(155));
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(reply)));
   EXPECT_EQ(Calls(), (Lines{"CGlobalContext::GetCfg()", "CCfg::IsMeasuringEnabled(0, 0)",
@@ -67,7 +68,7 @@ TEST_F(NotificationDispatch, ACodeBelow4096IsABadPosValue) {
   }
 }
 
-TEST_F(NotificationDispatch, AnUnknownCodeFailsAfterThePathsWereStored) {
+TEST_F(NotificationDispatch, AnUnknownCodeFailsAfterStoringThePaths) {
   for (const std::uint32_t code : {4096u, 4115u, 4119u, 5000u, 8191u, 8192u, 8207u, 0xFFFFFFFFu}) {
     const auto reply = Dispatch(NotificationBuilder(code).Item1(u"/p").Item2(u"/q").Item3({1, 2, 3}));
     EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(reply)));
@@ -79,14 +80,14 @@ TEST_F(NotificationDispatch, AnUnknownCodeFailsAfterThePathsWereStored) {
   }
 }
 
-TEST_F(NotificationDispatch, TheCategoryIs2From8192On) {
+TEST_F(NotificationDispatch, CodesFrom8192OnHaveCategory2) {
   Dispatch(NotificationBuilder(8191));
   EXPECT_EQ(Gate().EntriesOf({"CArpRecord::SetCategory"}), Lines{"CArpRecord::SetCategory(1)"});
   Dispatch(NotificationBuilder(8192));
   EXPECT_EQ(Gate().EntriesOf({"CArpRecord::SetCategory"}), Lines{"CArpRecord::SetCategory(2)"});
 }
 
-TEST_F(NotificationDispatch, DoesNotLookAtTheFlags) {
+TEST_F(NotificationDispatch, IgnoresTheStateFlags) {
   interact = NewInteract();
   interact->StopInteract();
   EXPECT_EQ(VerdictOf(NotificationBuilder(4098)), 2u);
@@ -114,11 +115,11 @@ TEST_F(NotificationDispatch, Decision2IsVerdict7ForClientType2) {
   }
 }
 
-TEST_F(NotificationDispatch, Decision5CarriesTheContextDataBehindTheFixedPart) {
+TEST_F(NotificationDispatch, Decision5AppendsTheContextData) {
   Settings().decision = 5;
   Settings().contextData = [] { return Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; };
   const auto reply = Dispatch(NotificationBuilder(4098));
-  // Two bytes behind the data stay as the buffer delivers them.
+  // The two bytes after the data keep the buffer's filling.
   EXPECT_TRUE(SameBytes(Golden(168)
                             .Hex(0, "e4 42 33 b1 b2 c3 65 53  9c 00 00 00  06 00 00 00  0c 00 00 00")
                             .Hex(156, "00 01 02 03 04 05 06 07 08 09")
@@ -139,9 +140,9 @@ TEST_F(NotificationDispatch, Decision5WithoutContextDataKeepsVerdict8) {
   EXPECT_EQ(Logged(), Lines{lost});
 }
 
-TEST_F(NotificationDispatch, ContextDataThatNoReplyCanHoldKeepsVerdict8) {
+TEST_F(NotificationDispatch, OversizedContextDataKeepsVerdict8) {
   Settings().decision = 5;
-  // The reply's size is a 32-bit number: 156 bytes, the data, and two more.
+  // The reply's size is a 32-bit number: 156 bytes, the data, and two more bytes.
   static constexpr std::uint64_t kLargest = 0xFFFFFFFF - 156 - 2;
   for (const std::uint64_t size : {kLargest + 1, std::uint64_t{0xFFFFFFFF - 2}, std::uint64_t{0xFFFFFFFF - 1},
                                    std::uint64_t{0xFFFFFFFF}, std::uint64_t{0x10000000A}}) {
@@ -154,11 +155,12 @@ TEST_F(NotificationDispatch, ContextDataThatNoReplyCanHoldKeepsVerdict8) {
   interact = NewInteract();
   Gate().GiveEmptyAt("CUtility::CreateBuffer", 2);
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4098)))));
-  EXPECT_EQ(Gate().Count("CUtility::CreateBuffer(true, 4294967295, false)"), 1u) << "the largest is asked for";
+  EXPECT_EQ(Gate().Count("CUtility::CreateBuffer(true, 4294967295, false)"), 1u)
+      << "the largest possible reply is requested";
   EXPECT_EQ(Logged(), Lines{Problem("[wdi,wdaokd,STDE] info=[wdi] no reply buffer!")});
 }
 
-TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeMade) {
+TEST_F(NotificationDispatch, TheFirstReplyIsKeptIfTheContextReplyCannotBeCreated) {
   Settings().decision = 5;
   Settings().contextData = [] { return Bytes{1, 2}; };
   interact = NewInteract();
@@ -172,14 +174,14 @@ TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeMade
   EXPECT_EQ(Logged().size(), 1u);
 }
 
-TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeFilled) {
+TEST_F(NotificationDispatch, TheFirstReplyIsKeptIfTheContextReplyCannotBeFilled) {
   Settings().decision = 5;
   Settings().contextData = [] { return Bytes{1, 2}; };
   interact = NewInteract();
   Dispatch(NotificationBuilder(4098));
   const std::size_t lookings = Gate().Count("CBuf::GetData");
   ASSERT_GE(lookings, 3u);
-  // The first look is into the first reply, before anything is guarded; the last writes the verdict.
+  // The first access is to the first reply, before anything is guarded; the last one writes the verdict.
   for (std::size_t n = 2; n < lookings; ++n) {
     Gate().FailAt("CBuf::GetData", n, Failure::kStandard);
     const auto reply = Dispatch(NotificationBuilder(4098));
@@ -189,7 +191,7 @@ TEST_F(NotificationDispatch, TheFirstReplyIsKeptWhereTheContextReplyCannotBeFill
 
 // ---------------------------------------------------------------- oplock breaks
 
-TEST_F(NotificationDispatch, AnOplockBreakIsNotJudgedAndPasses) {
+TEST_F(NotificationDispatch, AnOplockBreakIsAllowedWithoutJudging) {
   const auto reply = Dispatch(NotificationBuilder(4098).Oplock(1));
   EXPECT_TRUE(SameBytes(GoldenReply(3), BytesOf(reply)));
   EXPECT_EQ(RecordCallsAfterProcess(), Lines{"CArpRecord::Describe()"});
@@ -201,7 +203,7 @@ TEST_F(NotificationDispatch, AnOplockBreakOfClientType2GetsVerdict7) {
   EXPECT_EQ(VerdictOf(NotificationBuilder(4098).Oplock(0xFF)), 7u);
 }
 
-TEST_F(NotificationDispatch, AnOplockBreakStillGetsItsRecordWork) {
+TEST_F(NotificationDispatch, AnOplockBreakStillFillsItsRecord) {
   Dispatch(NotificationBuilder(4097).Oplock(1).U32(148, 5).U32(152, 6).Item1(u"/p"));
   EXPECT_EQ(RecordCallsAfterProcess(),
             (Lines{"CUtility::ToRecordString(/p)", "CArpRecord::SetPath(/p)", "CUtility::ToRecordString(/p)",
@@ -209,7 +211,7 @@ TEST_F(NotificationDispatch, AnOplockBreakStillGetsItsRecordWork) {
                    "CArpRecord::Describe()"}));
 }
 
-TEST_F(NotificationDispatch, AnOplockBreakOfAnUnknownCodeIsStillUnknown) {
+TEST_F(NotificationDispatch, AnOplockBreakWithAnUnknownCodeIsStillAFailure) {
   EXPECT_EQ(VerdictOf(NotificationBuilder(4096).Oplock(1)), 8u);
   EXPECT_EQ(Logged(), Lines{UnknownCode()});
 }
@@ -225,7 +227,7 @@ TEST_F(NotificationDispatch, TheOplockTextIsTranslatedAndTheDescriptionAppended)
   EXPECT_EQ(Logged(), Lines{"CLog::LogDetail(0x10003, <[Ignore OPLock]>the record)"});
 }
 
-TEST_F(NotificationDispatch, ADetailLineThatCannotBeWrittenCostsNoVerdict) {
+TEST_F(NotificationDispatch, AFailingDetailLineDoesNotChangeTheVerdict) {
   interact = NewInteract();
   for (const Failure failure : kAllFailures) {
     Gate().FailAt("CLog::LogDetail", 1, failure);
@@ -235,7 +237,7 @@ TEST_F(NotificationDispatch, ADetailLineThatCannotBeWrittenCostsNoVerdict) {
 
 // ---------------------------------------------------------------- the code without a reply
 
-TEST_F(NotificationDispatch, Code4113GetsNoReplyWhateverIsDecided) {
+TEST_F(NotificationDispatch, Code4113GetsNoReplyForAnyDecision) {
   Settings().contextData = [] { return Bytes{1}; };
   for (std::uint32_t decision = 0; decision <= 8; ++decision) {
     Settings().decision = decision;
@@ -244,13 +246,13 @@ TEST_F(NotificationDispatch, Code4113GetsNoReplyWhateverIsDecided) {
   }
 }
 
-TEST_F(NotificationDispatch, Code4113GetsTheDefaultReplyForAFailureBeforeItIsKnown) {
+TEST_F(NotificationDispatch, Code4113GetsTheDefaultReplyIfItFailsBeforeTheCodeIsRead) {
   interact = NewInteract();
   Gate().FailAt("CArpMgmt::CreateRecord", 1, Failure::kStandard);
   EXPECT_TRUE(SameBytes(GoldenReply(8), BytesOf(Dispatch(NotificationBuilder(4113)))));
 }
 
-TEST_F(NotificationDispatch, Code4113GetsNoReplyForAFailureAfterwards) {
+TEST_F(NotificationDispatch, Code4113GetsNoReplyIfItFailsLater) {
   interact = NewInteract();
   Gate().FailAt("CAoArp::Evaluate", 1, Failure::kStandard);
   EXPECT_FALSE(Dispatch(NotificationBuilder(4113)));
@@ -259,7 +261,7 @@ TEST_F(NotificationDispatch, Code4113GetsNoReplyForAFailureAfterwards) {
 
 // ---------------------------------------------------------------- failures
 
-TEST_P(NotificationDispatchFailure, OfAHostServiceIsOneLineAndTheUnjudgedReply) {
+TEST_P(NotificationDispatchFailure, AFailingHostServiceIsReportedAndGetsTheUnjudgedReply) {
   interact = NewInteract();
   for (const char* operation :
        {"CArpMgmt::CreateRecord", "CArpRecord::SetSource", "CArpRecord::SetCategory", "CArpRecord::ProcessPart",
@@ -274,7 +276,7 @@ TEST_P(NotificationDispatchFailure, OfAHostServiceIsOneLineAndTheUnjudgedReply) 
   }
 }
 
-TEST_P(NotificationDispatchFailure, OfTheLogInAFailureIsSwallowed) {
+TEST_P(NotificationDispatchFailure, AFailingReportIsSwallowed) {
   interact = NewInteract();
   Gate().FailAt("CAoArp::Evaluate", 1, GetParam());
   Gate().FailAlways("CLog::LogProblem", GetParam());
@@ -282,7 +284,7 @@ TEST_P(NotificationDispatchFailure, OfTheLogInAFailureIsSwallowed) {
   EXPECT_EQ(Gate().Count("CLog::LogProblem"), 1u);
 }
 
-TEST_P(NotificationDispatchFailure, OfTheConversionOfABoostMessageLosesNoLine) {
+TEST_P(NotificationDispatchFailure, AFailingConversionOfABoostMessageLosesNoReport) {
   interact = NewInteract();
   Gate().FailAt("CAoArp::Evaluate", 1, Failure::kBoostSystem);
   Gate().FailAt("CUtility::ConvertText", 1, GetParam());
@@ -291,7 +293,7 @@ TEST_P(NotificationDispatchFailure, OfTheConversionOfABoostMessageLosesNoLine) {
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,wdaokd,BSTE] code=generic:13,info=", 0), 0u);
 }
 
-TEST_P(NotificationDispatchFailure, OfTheFirstReplyGoesOn) {
+TEST_P(NotificationDispatchFailure, AFailureToCreateTheFirstReplyPropagates) {
   interact = NewInteract();
   const Bytes message = NotificationBuilder(4098).Build();
   Gate().FailAt("CUtility::CreateBuffer", 1, GetParam());
@@ -299,7 +301,7 @@ TEST_P(NotificationDispatchFailure, OfTheFirstReplyGoesOn) {
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_P(NotificationDispatchFailure, OfTheMeasurementCostsNothing) {
+TEST_P(NotificationDispatchFailure, AFailingMeasurementDoesNotChangeTheReply) {
   interact = NewInteract();
   Settings().measuring = true;
   for (const char* operation : {"CGlobalContext::GetCfg", "CCfg::IsMeasuringEnabled", "CUtility::CreateMeasurement",
@@ -312,7 +314,7 @@ TEST_P(NotificationDispatchFailure, OfTheMeasurementCostsNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Failures, NotificationDispatchFailure, ::testing::ValuesIn(kAllFailures));
 
-TEST_F(NotificationDispatch, NoMessageOfAFailureIsTranslated) {
+TEST_F(NotificationDispatch, ReportsAreNotTranslated) {
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   Dispatch(Bytes(1));
   EXPECT_EQ(Logged(), Lines{BadSize()});
@@ -335,7 +337,7 @@ TEST_F(NotificationDispatch, AnAbsentProcessPartIsAFailure) {
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,wdaokd,STDE] info=", 0), 0u);
 }
 
-TEST_F(NotificationDispatch, AFailureOfTheVerdictsLastByteLeavesTheReplyUnjudged) {
+TEST_F(NotificationDispatch, AFailureToWriteTheVerdictLeavesTheReplyUnjudged) {
   interact = NewInteract();
   Dispatch(NotificationBuilder(4098));
   const std::size_t lookings = Gate().Count("CBuf::GetData");

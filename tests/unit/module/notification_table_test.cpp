@@ -1,4 +1,4 @@
-// The notification table, row by row and in both variants, written down a second time.
+// The notification table, row by row and in both variants, checked against an independent copy.
 #include "connection/notification_table.h"
 
 #include "tests/unit/module/notification_test.h"
@@ -39,7 +39,7 @@ class NotificationTable : public NotificationTest {
     EXPECT_EQ(types.size(), 1u);
     return types.size() == 1 ? host.Record()->eventType : 0;
   }
-  // What the code puts into the record besides its type.
+  // What the code stores in the record besides its type.
   Lines Work(const NotificationBuilder& message) {
     Dispatch(message);
     Lines calls = RecordCallsAfterProcess();
@@ -67,7 +67,7 @@ TEST_P(NotificationTableRow, HasItsCategory) {
   EXPECT_EQ(host.Record()->category, row.code >= 8192 || row.code == 4109 ? 2u : 1u);
 }
 
-TEST_P(NotificationTableRow, IsAnsweredSaveForOne) {
+TEST_P(NotificationTableRow, IsAnsweredUnlessItIsCode4113) {
   const auto reply = Dispatch(NotificationBuilder(GetParam().code));
   if (GetParam().code == 4113) {
     EXPECT_FALSE(reply);
@@ -77,7 +77,7 @@ TEST_P(NotificationTableRow, IsAnsweredSaveForOne) {
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_P(NotificationTableRow, LooksAtTheConditionFlagsOnlyWhereTheyCount) {
+TEST_P(NotificationTableRow, UsesTheConditionFlagsOnlyIfTheyApply) {
   const Row row = GetParam();
   const bool counts = row.code == 4097 || row.code == 8193 || row.code == 4109;
   if (counts) return;
@@ -87,7 +87,7 @@ TEST_P(NotificationTableRow, LooksAtTheConditionFlagsOnlyWhereTheyCount) {
   }
 }
 
-TEST_P(NotificationTableRow, DoesNotLookAtBytesThatMeanNothing) {
+TEST_P(NotificationTableRow, IgnoresUnusedBytes) {
   const Row row = GetParam();
   NotificationBuilder message(row.code);
   for (std::size_t offset = 0; offset < 12; ++offset) message.U8(offset, 0xFF);
@@ -117,7 +117,7 @@ TEST_F(NotificationTable, AccessCarriesTwoValues) {
   }
 }
 
-TEST_F(NotificationTable, AccessUnderAConditionHasTypesOfItsOwn) {
+TEST_F(NotificationTable, AccessWithAConditionHasItsOwnTypes) {
   for (const std::uint32_t code : {4097u, 8193u}) {
     for (const std::size_t condition : {25u, 27u, 28u}) {
       EXPECT_EQ(TypeOf(NotificationBuilder(code).U8(condition, 1)), 0x4000u) << condition;
@@ -129,7 +129,7 @@ TEST_F(NotificationTable, AccessUnderAConditionHasTypesOfItsOwn) {
   }
 }
 
-TEST_F(NotificationTable, TheAccessKindComesBeforeTheConditions) {
+TEST_F(NotificationTable, TheAccessKindTakesPrecedenceOverTheConditions) {
   for (const std::uint32_t code : {4097u, 8193u}) {
     for (const std::uint8_t condition : {std::uint8_t{0}, std::uint8_t{1}}) {
       EXPECT_EQ(TypeOf(NotificationBuilder(code).U8(147, 1).ConditionA(condition)), 0x401Cu);
@@ -140,13 +140,13 @@ TEST_F(NotificationTable, TheAccessKindComesBeforeTheConditions) {
 
 // ---------------------------------------------------------------- 4109
 
-TEST_F(NotificationTable, Code4109IsCountedWithCategory2) {
+TEST_F(NotificationTable, Code4109HasCategory2) {
   Dispatch(NotificationBuilder(4109));
   EXPECT_EQ(Gate().EntriesOf({"CArpRecord::SetCategory", "CArpRecord::SetEventType"}),
             (Lines{"CArpRecord::SetCategory(1)", "CArpRecord::SetCategory(2)", "CArpRecord::SetEventType(0x4011)"}));
 }
 
-TEST_F(NotificationTable, Code4109HasAPairUnderConditionBAlone) {
+TEST_F(NotificationTable, Code4109HasTypesOfItsOwnOnlyForConditionB) {
   EXPECT_EQ(TypeOf(NotificationBuilder(4109).ConditionB(1)), 0x4008u);
   EXPECT_EQ(TypeOf(NotificationBuilder(4109).ConditionB(0x10).Variant(1)), 0x4009u);
   EXPECT_EQ(TypeOf(NotificationBuilder(4109).Variant(1)), 0x4011u) << "whatever the variant flag holds";
@@ -189,7 +189,7 @@ TEST_F(NotificationTable, ARemoteEventCarriesAFlagAndFourWords) {
   }
 }
 
-TEST_F(NotificationTable, ARemoteEventWithoutAPathAsksTheHostForIt) {
+TEST_F(NotificationTable, ARemoteEventWithoutAPathRequestsItFromTheHost) {
   for (const std::uint32_t code : {4116u, 8205u}) {
     EXPECT_EQ(Work(NotificationBuilder(code)),
               (Lines{"CArpRecord::SetRemoteFlag(false)", "CArpRecord::SetWord0(0x0)", "CArpRecord::SetWord1(0x0)",
@@ -199,7 +199,7 @@ TEST_F(NotificationTable, ARemoteEventWithoutAPathAsksTheHostForIt) {
   }
 }
 
-TEST_F(NotificationTable, APathThatBecameEmptyIsAskedForToo) {
+TEST_F(NotificationTable, APathThatConvertsToEmptyIsRequestedToo) {
   Settings().toRecord = [](const std::wstring&) { return std::wstring(); };
   Dispatch(NotificationBuilder(4116).Item1(u"/p"));
   EXPECT_EQ(Gate().Count("CArpRecord::SetPath(wide-4711)"), 1u);
@@ -207,7 +207,7 @@ TEST_F(NotificationTable, APathThatBecameEmptyIsAskedForToo) {
 
 // ---------------------------------------------------------------- 8194
 
-TEST_F(NotificationTable, Code8194IsMarkedAndAlwaysOfOneType) {
+TEST_F(NotificationTable, Code8194IsMarkedAndAlwaysHasOneType) {
   EXPECT_EQ(Work(NotificationBuilder(8194)), Lines{"CArpRecord::Mark()"});
   for (const std::size_t offset : {24u, 25u, 27u, 28u, 114u, 147u}) {
     EXPECT_EQ(TypeOf(NotificationBuilder(8194).U8(offset, 1)), 0x4004u) << offset;
@@ -222,7 +222,7 @@ TEST_F(NotificationTable, NoOtherCodeIsMarked) {
   }
 }
 
-TEST_F(NotificationTable, CodesWithoutWorkOfTheirOwnHaveNone) {
+TEST_F(NotificationTable, OtherCodesOnlyFillTheCommonFields) {
   for (const Row& row : kRows) {
     switch (row.code) {
       case 4097:

@@ -1,4 +1,4 @@
-// What the tests of notification dispatch begin with.
+// The fixture for tests of notification dispatch.
 #pragma once
 
 #include "tests/unit/module/module_test.h"
@@ -7,16 +7,16 @@ namespace fenlux::testing {
 
 class NotificationTest : public ModuleTest {
  protected:
-  // The replies of 156 bytes, whose rest is as the buffer came.
+  // A reply of 156 bytes whose remaining bytes are as the buffer came.
   static Bytes GoldenReply(std::uint8_t verdict) {
     return Golden(156).Hex(0, "e4 42 33 b1 b2 c3 65 53  9c 00 00 00").Put(12, {verdict, 0, 0, 0}).Get();
   }
 
-  // Dispatches on a driver interface without a connection, whose process information is not started.
+  // Dispatches on `interact`; by default a driver interface without a connection whose process cache is not started.
   std::shared_ptr<CBuf> Dispatch(const Bytes& message) {
     if (!interact) interact = NewInteract();
     Forget();
-    // Of exactly the message's size, so that a read beyond it is seen by the address sanitizer.
+    // A copy of exactly the message's size, so that the address sanitizer sees reads beyond it.
     const std::unique_ptr<std::uint8_t[]> copy(new std::uint8_t[message.size()]);
     std::copy(message.begin(), message.end(), copy.get());
     return interact->DispatchNotification(copy.get(), static_cast<std::uint32_t>(message.size()));
@@ -28,13 +28,13 @@ class NotificationTest : public ModuleTest {
     return reply ? BytesOf(reply).at(12) : 0;
   }
 
-  // The calls on the record, its conversions and its judge.
+  // The calls on the record, its conversions and its evaluation.
   Lines RecordCalls() const {
     return Gate().EntriesOf({"CArpRecord::", "CArpProcess::", "CAoArp::", "CUtility::ToRecordString",
                              "CUtility::ToNarrowString", "CUtility::ToWideString", "CUtility::BufferFromBytes",
                              "CWinWork::"});
   }
-  // The same without what every notification begins with.
+  // The same without the calls that every notification starts with.
   Lines RecordCallsAfterProcess() const {
     Lines calls = RecordCalls();
     EXPECT_GE(calls.size(), 4u);

@@ -23,12 +23,12 @@ class PerfScopeFailure : public PerfScope, public ::testing::WithParamInterface<
 
 }  // namespace
 
-TEST_F(PerfScope, SwitchedOffItAsksForTheSwitchAndNothingElse) {
+TEST_F(PerfScope, IfMeasuringIsOffOnlyTheSwitchIsQueried) {
   RunScope();
   EXPECT_EQ(Gate().Entries(), (Lines{"CGlobalContext::GetCfg()", "CCfg::IsMeasuringEnabled(0, 0)"}));
 }
 
-TEST_F(PerfScope, SwitchedOnItLogsTheResultWithItsOwnCode) {
+TEST_F(PerfScope, IfMeasuringIsOnTheResultIsLoggedWithItsOwnCode) {
   Settings().measuring = true;
   RunScope();
   EXPECT_EQ(Gate().Entries(), kMeasured);
@@ -61,7 +61,7 @@ TEST_F(PerfScope, AMissingServiceMakesItInert) {
   }
 }
 
-TEST_P(PerfScopeFailure, LosesTheLineAndNothingElse) {
+TEST_P(PerfScopeFailure, LosesOnlyTheLine) {
   const auto& [n, failure] = GetParam();
   Settings().measuring = true;
   Gate().FailAt(n, failure);
@@ -72,7 +72,7 @@ TEST_P(PerfScopeFailure, LosesTheLineAndNothingElse) {
 INSTANTIATE_TEST_SUITE_P(AtEveryCall, PerfScopeFailure,
                          ::testing::Combine(::testing::Range<std::size_t>(1, 8), ::testing::ValuesIn(kAllFailures)));
 
-TEST_F(PerfScope, OneStandsAroundEveryDispatchedNotification) {
+TEST_F(PerfScope, EveryDispatchedNotificationIsMeasured) {
   Settings().measuring = true;
   const auto interact = NewInteract();
   const Bytes message = NotificationBuilder(4098).Build();
@@ -82,7 +82,7 @@ TEST_F(PerfScope, OneStandsAroundEveryDispatchedNotification) {
   EXPECT_EQ(Gate().Count("CUtility::CreateMeasurement"), 1u);
 }
 
-TEST_F(PerfScope, NoneStandsAroundTheHandshake) {
+TEST_F(PerfScope, TheHandshakeIsNotMeasured) {
   Settings().measuring = true;
   const auto interact = ReadyInteract();
   interact->CheckDriverVersion();
@@ -90,7 +90,7 @@ TEST_F(PerfScope, NoneStandsAroundTheHandshake) {
   EXPECT_EQ(Gate().Count("CUtility::CreateMeasurement"), 0u);
 }
 
-TEST_F(PerfScope, ANotificationThatFailsIsMeasuredToo) {
+TEST_F(PerfScope, AFailedNotificationIsMeasuredToo) {
   Settings().measuring = true;
   const auto interact = NewInteract();
   const Bytes message(155);

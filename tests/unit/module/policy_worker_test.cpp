@@ -1,4 +1,4 @@
-// The policy worker: its polls, the policy's way to the driver, its one wait and its pause after a failure.
+// The policy worker: its polls, sending the policy to the driver, its single wait and its pause after a failure.
 #include "tests/support/turnstile.h"
 #include "tests/unit/module/worker_test.h"
 
@@ -10,30 +10,21 @@ constexpr char kLastCall[] = "CPortClient::Send(24, no reply, true)";
 
 class PolicyWorker : public WorkerTest {
  protected:
-  // A module whose connection stands and whose policy worker has applied the policy once.
+  // Connects and waits until the policy worker has applied the policy once.
   void ApplyOnce() {
     Connect();
     StartPolicyWorker();
     ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   }
 
-  // Has the policy applied once more: notified until the worker has begun, and not any longer.
+  // Triggers another pass and waits for its end.
   void ApplyAgain() {
-    const auto begun = std::make_shared<Turnstile>();
     const std::size_t applied = Gate().Count(kLastCall);
-    Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
-    while (begun->Arrivals() == 0) {
-      impl->NotifyPolicyChanged();
-      std::this_thread::yield();
-    }
-    Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
-    begun->Open();
+    TriggerPass();
     ASSERT_TRUE(Gate().AwaitCount(kLastCall, applied + 1));
   }
 
-  static std::string Report(Failure failure) {
-    return failure == Failure::kInt ? "[DCI,rc,OTHE]" : "[DCI,rc,STDE] info=" + MessageOf(failure);
-  }
+  static std::string PassReport(Failure failure) { return Report("DCI,rc", failure); }
   static std::string Missing(const boost::filesystem::path& path) {
     return Problem("[dci,trc][Skip]Monitor object NOT exist. [obj]=" + path.string());
   }
@@ -62,7 +53,7 @@ Lines Joined(std::initializer_list<Lines> parts) {
 
 // ---------------------------------------------------------------- polls
 
-TEST_F(PolicyWorker, WithoutADriverThereIsOneReportPer600Polls) {
+TEST_F(PolicyWorker, WithoutADriverOneReportIsLoggedPer600Polls) {
   Clock().PassAtOnce(100ms);
   StartPolicyWorker();
   for (std::size_t round = 1; round <= 3; ++round) {
@@ -75,10 +66,10 @@ TEST_F(PolicyWorker, WithoutADriverThereIsOneReportPer600Polls) {
   ASSERT_TRUE(Clock().AwaitParked(1s));
 }
 
-TEST_F(PolicyWorker, A600thPollThatFindsTheDriverIsInTime) {
+TEST_F(PolicyWorker, NothingIsReportedIfThe600thPollFindsTheDriver) {
   Clock().PassAtOnce(100ms, 599);
   StartPolicyWorker();
-  ASSERT_TRUE(Clock().AwaitParked(100ms));  // in the pause behind the 600th poll
+  ASSERT_TRUE(Clock().AwaitParked(100ms));  // in the pause after the 600th poll
   EXPECT_TRUE(Logged().empty());
   EXPECT_EQ(Clock().Pauses().size(), 600u);
   Clock().Advance(100ms);
@@ -86,7 +77,7 @@ TEST_F(PolicyWorker, A600thPollThatFindsTheDriverIsInTime) {
   EXPECT_EQ(Logged(), Lines{kNotReady});
 }
 
-TEST_F(PolicyWorker, AFoundDriverSetsTheCountBack) {
+TEST_F(PolicyWorker, FindingTheDriverResetsTheCount) {
   Clock().PassAtOnce(100ms, 500);
   StartPolicyWorker();
   ASSERT_TRUE(Clock().AwaitParked(100ms));
@@ -98,17 +89,15 @@ TEST_F(PolicyWorker, AFoundDriverSetsTheCountBack) {
   Clock().PassAtOnce(100ms);
   impl->StopWork(false);
   ASSERT_TRUE(Clock().AwaitParked(5s));
-  while (Clock().Parked(1s) == 0) {
-    impl->NotifyPolicyChanged();  // the worker may not have come to its wait before the connection ended
-    std::this_thread::yield();
-  }
+  // The worker may not have reached its wait before the connection ended.
+  ASSERT_TRUE(RepeatUntil([] { return Clock().Parked(1s) != 0; }, [&] { impl->NotifyPolicyChanged(); }));
   std::size_t polls = 0;
   for (const auto& pause : Clock().Pauses()) polls += pause.duration == 100ms ? 1 : 0;
   EXPECT_EQ(polls, 501u + 600u);
   EXPECT_EQ(Gate().Count(kNotReady), 1u);
 }
 
-TEST_F(PolicyWorker, ADriverThatIsStoppedIsNotReady) {
+TEST_F(PolicyWorker, AStoppedDriverIsNotReady) {
   Connect();
   impl->GetDriverInteract()->StopInteract();
   StartPolicyWorker();
@@ -119,7 +108,7 @@ TEST_F(PolicyWorker, ADriverThatIsStoppedIsNotReady) {
 
 // ---------------------------------------------------------------- the policy
 
-TEST_F(PolicyWorker, EveryDirectoryIsAddedAndAllAreSentTogether) {
+TEST_F(PolicyWorker, AllDirectoriesAreSentInOneBatch) {
   const TemporaryDirectory directory;
   const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
   host.SetPolicy({one, two});
@@ -143,7 +132,7 @@ TEST_F(PolicyWorker, EveryDirectoryIsAddedAndAllAreSentTogether) {
                     kDumpAndConfig}));
 }
 
-TEST_F(PolicyWorker, ObjectsCarryTheModulesObjectType) {
+TEST_F(PolicyWorker, ObjectsHaveTheModulesObjectType) {
   for (const bool flag : {true, false}) {
     Settings().monitorObjectFlag = flag;
     impl = Keep(std::make_shared<CFenluxImpl>(host.Context()));
@@ -159,7 +148,7 @@ TEST_F(PolicyWorker, ObjectsCarryTheModulesObjectType) {
   }
 }
 
-TEST_F(PolicyWorker, AnEmptyListIsSaidAndStillCommittedDumpedAndConfigured) {
+TEST_F(PolicyWorker, AnEmptyListIsLoggedAndStillCommittedDumpedAndConfigured) {
   ApplyOnce();
   EXPECT_EQ(Calls(), Joined({{"CCfgEx::GetMonitorPolicy()", "CGlobalContext::GetLocale()",
                               Translation("[dci,trc]Monitor policy is empty-1."),
@@ -168,7 +157,7 @@ TEST_F(PolicyWorker, AnEmptyListIsSaidAndStillCommittedDumpedAndConfigured) {
                              kDumpAndConfig}));
 }
 
-TEST_F(PolicyWorker, AnEmptyHandleIsSaidAndOnlyConfigured) {
+TEST_F(PolicyWorker, AnEmptyHandleIsLoggedAndOnlyConfigured) {
   Gate().GiveEmpty("CCfgEx::GetMonitorPolicy");
   ApplyOnce();
   EXPECT_EQ(Calls(),
@@ -178,7 +167,7 @@ TEST_F(PolicyWorker, AnEmptyHandleIsSaidAndOnlyConfigured) {
                    "CUtility::CreateBuffer(true, 65561, false)", "CCfgEx::GetDriverConfigBlock()", kLastCall}));
 }
 
-TEST_F(PolicyWorker, MissingPathsAndFilesAreSkippedAndTheOthersAreNot) {
+TEST_F(PolicyWorker, MissingPathsAndFilesAreSkipped) {
   const TemporaryDirectory directory;
   const auto missing = directory.Path() / "missing", file = directory.MakeFile("file"),
              last = directory.MakeDirectory("last"), below = file / "below";
@@ -190,7 +179,7 @@ TEST_F(PolicyWorker, MissingPathsAndFilesAreSkippedAndTheOthersAreNot) {
   EXPECT_EQ(Gate().Count("CUtility::TestPath(" + missing.string() + ")"), 0u) << "what is missing is not tested";
 }
 
-TEST_F(PolicyWorker, TheDirectoryTestIsTheHosts) {
+TEST_F(PolicyWorker, TheHostDecidesWhetherAPathIsADirectory) {
   const TemporaryDirectory directory;
   const auto refused = directory.MakeDirectory("refused"), accepted = directory.MakeFile("accepted");
   Settings().testPath = [accepted](const boost::filesystem::path& path) { return path == accepted; };
@@ -211,7 +200,7 @@ TEST_F(PolicyWorker, TheSkipLinesAreTranslatedBeforeThePathIsAppended) {
              Problem("<[dci,trc][Skip]Object is NOT directory(Only accept monitor dir).[Object]=>" + file.string())}));
 }
 
-TEST_F(PolicyWorker, WithoutALocaleServiceTheLinesAreUntranslated) {
+TEST_F(PolicyWorker, WithoutALocaleServiceTheLinesAreNotTranslated) {
   Connect();
   Gate().GiveEmpty("CGlobalContext::GetLocale");
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
@@ -220,14 +209,14 @@ TEST_F(PolicyWorker, WithoutALocaleServiceTheLinesAreUntranslated) {
   EXPECT_EQ(Logged(), Lines{"CLog::LogNotice(0x10003, [dci,trc]Monitor policy is empty-1.)"});
 }
 
-TEST_F(PolicyWorker, ANullPolicyObjectIsPassedOver) {
+TEST_F(PolicyWorker, ANullPolicyObjectIsSkipped) {
   const TemporaryDirectory directory;
   host.SetPolicy({std::nullopt, directory.Path(), std::nullopt});
   ApplyOnce();
   EXPECT_EQ(Logged(), Lines{Event("[Add Monitor OK!][obj path]=" + directory.Path().string())});
 }
 
-TEST_F(PolicyWorker, NonAsciiDirectoriesArriveUnchanged) {
+TEST_F(PolicyWorker, NonAsciiPathsAreSentUnchanged) {
   const TemporaryDirectory directory;
 #if defined(_WIN32)
   const boost::filesystem::path named = directory.Path() / L"\u00E9\u20AC";
@@ -244,7 +233,7 @@ TEST_F(PolicyWorker, NonAsciiDirectoriesArriveUnchanged) {
   EXPECT_NE(std::search(bytes.begin() + 25, bytes.end(), tail.begin(), tail.end()), bytes.end());
 }
 
-TEST_F(PolicyWorker, AFailedSendingOfAnObjectEndsNothing) {
+TEST_F(PolicyWorker, AFailedSendOfAnObjectDoesNotEndThePass) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path()});
   Connect();
@@ -256,7 +245,7 @@ TEST_F(PolicyWorker, AFailedSendingOfAnObjectEndsNothing) {
 
 // ---------------------------------------------------------------- waking up
 
-TEST_F(PolicyWorker, AChangedPolicyIsAppliedWhenTheHostSaysSo) {
+TEST_F(PolicyWorker, AChangedPolicyIsAppliedOnNotification) {
   const TemporaryDirectory directory;
   const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
   host.SetPolicy({one});
@@ -276,7 +265,7 @@ TEST_F(PolicyWorker, OneNotificationWakesEveryWorker) {
   StartPolicyWorker();
   ASSERT_TRUE(Gate().AwaitCount(kLastCall, 2));
   std::size_t woken = 0;
-  // A worker whose wait has not begun misses the notification: then there is another round.
+  // A worker that is not waiting yet misses the notification; the next round wakes it.
   for (int round = 0; round < 100 && woken < 2; ++round) {
     const auto begun = std::make_shared<Turnstile>();
     const std::size_t applied = Gate().Count(kLastCall);
@@ -297,19 +286,16 @@ TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {
   ApplyOnce();
   impl->StopWork(false);
   ASSERT_TRUE(Clock().AwaitParked(5s));
-  // The end of the attempt wakes the policy worker; where it was not waiting yet, the host has to.
-  while (Clock().Parked(100ms) == 0) {
-    impl->NotifyPolicyChanged();
-    std::this_thread::yield();
-  }
+  // The end of the attempt wakes the policy worker; if it was not waiting yet, the host must.
+  ASSERT_TRUE(RepeatUntil([] { return Clock().Parked(100ms) != 0; }, [&] { impl->NotifyPolicyChanged(); }));
   Forget();
   Clock().Advance(5s);
   ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
-  while (Gate().Count(kLastCall) == 0) Clock().Advance(100ms);
+  ASSERT_TRUE(RepeatUntil([&] { return Gate().Count(kLastCall) != 0; }, [] { Clock().Advance(100ms); }));
   EXPECT_EQ(host.RequestsOf(1).size(), 1u);
 }
 
-TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
+TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileApplyingThePolicy) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path()});
   Connect();
@@ -326,23 +312,23 @@ TEST_F(PolicyWorker, HoldsNoLockOfTheModuleWhileItApplies) {
   EXPECT_TRUE(reached);
 }
 
-TEST_F(PolicyWorker, LetsGoOfThePolicyBeforeItSendsTheConfiguration) {
+TEST_F(PolicyWorker, ReleasesThePolicyBeforeSendingTheConfiguration) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path()});
   Connect();
-  bool heldWhileRead = false, letGoAfterwards = false;
+  bool heldWhileRead = false, releasedAfterwards = false;
   Gate().OnCall("CPolicyObject::GetMonitorPath", [&] { heldWhileRead = !host.IsPolicyReleased(); });
-  Gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { letGoAfterwards = host.IsPolicyReleased(); });
+  Gate().OnCall("CCfgEx::GetDriverConfigBlock", [&] { releasedAfterwards = host.IsPolicyReleased(); });
   StartPolicyWorker();
   ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
   EXPECT_TRUE(heldWhileRead);
-  EXPECT_TRUE(letGoAfterwards);
+  EXPECT_TRUE(releasedAfterwards);
 }
 
-TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItWaitsAndLetsItGoWhenItIsWoken) {
+TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileWaitingAndReleasesItOnWakeup) {
   ApplyOnce();
   const std::weak_ptr<CWinDriverInteract> first = impl->GetReadyDriverInteract();
-  // An attempt whose shutdown fails ends without waking the policy worker.
+  // An attempt whose shutdown fails does not wake the policy worker.
   Gate().FailAlways("CPortClient::Close", Failure::kStandard);
   EXPECT_THROW(impl->StopWork(false), std::runtime_error);
   ASSERT_TRUE(Clock().AwaitParked(5s));
@@ -354,7 +340,7 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItWaitsAndLetsItGoWhenItIsWoken)
   EXPECT_TRUE(first.expired());
 }
 
-TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
+TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileApplyingThePolicy) {
   Connect();
   const auto applying = std::make_shared<Turnstile>();
   Gate().OnCall("CCfgEx::GetMonitorPolicy", [applying] { applying->Pass(); });
@@ -373,14 +359,14 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileItApplies) {
 
 // ---------------------------------------------------------------- failures
 
-TEST_P(PolicyWorkerFailure, OfAPassIsReportedAndThePolicyAppliedAgainASecondLater) {
+TEST_P(PolicyWorkerFailure, AFailedPassIsReportedAndRetriedAfterASecond) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path()});
   struct Case {
     const char* operation;
     std::size_t n;
   };
-  // Calls of a pass that nothing inside the pass guards. The first ToNarrowString is the policy worker's own.
+  // Calls that are not guarded inside the pass. The first ToNarrowString is the policy worker's own.
   const Case cases[] = {{"CCfgEx::GetMonitorPolicy", 1},
                         {"CPolicyObject::GetMonitorPath", 1},
                         {"CUtility::TestPath", 1},
@@ -398,7 +384,7 @@ TEST_P(PolicyWorkerFailure, OfAPassIsReportedAndThePolicyAppliedAgainASecondLate
     StartPolicyWorker();
     ASSERT_TRUE(Clock().AwaitParked(1s)) << one.operation;
     EXPECT_EQ(Gate().FailedOperation(), one.operation);
-    EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(Report(GetParam()))}) << one.operation;
+    EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}), Lines{Problem(PassReport(GetParam()))}) << one.operation;
     Forget();
     Clock().Advance(1s);
     ASSERT_TRUE(Gate().AwaitCount(kLastCall, 1));
@@ -406,7 +392,7 @@ TEST_P(PolicyWorkerFailure, OfAPassIsReportedAndThePolicyAppliedAgainASecondLate
   }
 }
 
-TEST_P(PolicyWorkerFailure, OfAnObjectLeavesTheOthersOutOfThePass) {
+TEST_P(PolicyWorkerFailure, AFailingObjectEndsThePassBeforeTheOthers) {
   const TemporaryDirectory directory;
   const auto one = directory.MakeDirectory("one"), two = directory.MakeDirectory("two");
   host.SetPolicy({one, two});
@@ -420,7 +406,7 @@ TEST_P(PolicyWorkerFailure, OfAnObjectLeavesTheOthersOutOfThePass) {
   EXPECT_EQ(host.RequestsOf(1).size(), 3u) << "the object that was queued in the failed pass, and both of the next";
 }
 
-TEST_P(PolicyWorkerFailure, OfTheReportIsSurvived) {
+TEST_P(PolicyWorkerFailure, TheWorkerSurvivesAFailingReport) {
   Clock().PassAtOnce(100ms);
   Gate().FailAlways("CLog::LogProblem", GetParam());
   StartPolicyWorker();
@@ -432,7 +418,7 @@ TEST_P(PolicyWorkerFailure, OfTheReportIsSurvived) {
   ASSERT_TRUE(Clock().AwaitParked(1s));
 }
 
-TEST_P(PolicyWorkerFailure, OfASkipLineEndsThePass) {
+TEST_P(PolicyWorkerFailure, AFailingSkipLineEndsThePass) {
   const TemporaryDirectory directory;
   host.SetPolicy({directory.Path() / "missing"});
   Connect();
@@ -440,12 +426,12 @@ TEST_P(PolicyWorkerFailure, OfASkipLineEndsThePass) {
   StartPolicyWorker();
   ASSERT_TRUE(Clock().AwaitParked(1s));
   EXPECT_EQ(Gate().EntriesOf({"CLog::LogProblem"}),
-            (Lines{Missing(directory.Path() / "missing"), Problem(Report(GetParam()))}));
+            (Lines{Missing(directory.Path() / "missing"), Problem(PassReport(GetParam()))}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, PolicyWorkerFailure, ::testing::ValuesIn(kAllFailures));
 
-TEST_F(PolicyWorker, APathWhoseStatusCannotBeReadEndsThePassAndIsTriedAgainEverySecond) {
+TEST_F(PolicyWorker, APathWithUnreadableStatusEndsThePassWhichIsRetriedEverySecond) {
 #if defined(_WIN32)
   GTEST_SKIP() << "a link that leads to itself cannot be made without privileges here";
 #endif

@@ -1,4 +1,4 @@
-// The process cache: look-ups, what they put into records, and a refresh pass.
+// The process cache: lookups, the record fields they fill, and refreshes.
 #include "procinfo/auto_refresh_process_info.h"
 
 #include "tests/support/turnstile.h"
@@ -15,7 +15,7 @@ class ProcessInfo : public ModuleTest {
     return info;
   }
 
-  // With an empty map published, and without a thread of its own.
+  // With an empty map published and without a refresh thread.
   std::shared_ptr<CAutoRefreshProcessInfo> WithMap() {
     auto info = Created();
     info->RefreshAll();
@@ -35,7 +35,7 @@ class ProcessInfo : public ModuleTest {
     return {"CWinWork::QueryProcessValue(" + number + ", 0)", "CWinWork::GetProcessNarrowText(" + number + ", 0)",
             "CWinWork::GetProcessWideText(" + number + ", 0)"};
   }
-  // A look-up that finds nothing in the cache, with the setting asked first.
+  // The calls of a lookup that misses the cache; the setting is queried first.
   static Lines Miss(std::uint32_t id) {
     Lines calls = Queries(id);
     calls.insert(calls.begin(), "CCfgEx::IsCacheBypassed()");
@@ -47,7 +47,7 @@ class ProcessInfo : public ModuleTest {
     Settings().processValue = [unknown](std::uint32_t id) { return id == unknown ? 0xFFFFFFFF : 1; };
   }
 
-  // The record and the process part that a filling works on.
+  // A record and its process part, to be filled.
   struct Filled {
     std::shared_ptr<CArpRecord> record;
     std::shared_ptr<CArpProcess> process;
@@ -66,13 +66,13 @@ class ProcessInfo : public ModuleTest {
 
 // ---------------------------------------------------------------- construction
 
-TEST_F(ProcessInfo, TakesItsServicesInOrder) {
+TEST_F(ProcessInfo, RequestsItsServicesInOrder) {
   const CAutoRefreshProcessInfo info(host.Context());
   EXPECT_EQ(Gate().Entries(),
             (Lines{"CGlobalContext::GetUtility()", "CGlobalContext::GetWinWork()", "CGlobalContext::GetCfgEx()"}));
 }
 
-TEST_F(ProcessInfo, ChecksTheExtendedConfigurationAlone) {
+TEST_F(ProcessInfo, RequiresOnlyTheExtendedConfiguration) {
   Gate().GiveEmpty("CGlobalContext::GetUtility");
   Gate().GiveEmpty("CGlobalContext::GetWinWork");
   EXPECT_NO_THROW(CAutoRefreshProcessInfo{host.Context()});
@@ -82,7 +82,7 @@ TEST_F(ProcessInfo, ChecksTheExtendedConfigurationAlone) {
 
 // ---------------------------------------------------------------- building a record
 
-TEST_F(ProcessInfo, ARecordHoldsTheThreeAnswers) {
+TEST_F(ProcessInfo, ARecordHoldsTheThreeQueryResults) {
   const auto info = Created();
   Settings().processValue = [](std::uint32_t) { return 3; };
   const auto record = info->BuildRecord(42);
@@ -93,21 +93,21 @@ TEST_F(ProcessInfo, ARecordHoldsTheThreeAnswers) {
   EXPECT_EQ(record->wideInfo, L"wide-42");
 }
 
-TEST_F(ProcessInfo, AnUnknownProcessIsAskedForNothingElse) {
+TEST_F(ProcessInfo, AnUnknownProcessIsNotQueriedFurther) {
   const auto info = Created();
   MakeUnknown(42);
   EXPECT_FALSE(info->BuildRecord(42));
   EXPECT_EQ(Gate().Entries(), Lines{"CWinWork::QueryProcessValue(42, 0)"});
 }
 
-TEST_F(ProcessInfo, AFreshRecordSaysUnknown) {
+TEST_F(ProcessInfo, ANewRecordIsUnknown) {
   const CSingleProcessInfo record;
   EXPECT_EQ(record.sessionId, 0xFFFFFFFFu);
   EXPECT_TRUE(record.narrowInfo.empty());
   EXPECT_TRUE(record.wideInfo.empty());
 }
 
-TEST_F(ProcessInfo, WithoutAWorkServiceALookUpIsARuntimeError) {
+TEST_F(ProcessInfo, WithoutAWinWorkServiceALookupThrows) {
   Gate().GiveEmpty("CGlobalContext::GetWinWork");
   const auto info = Created();
   EXPECT_FALSE(RuntimeErrorOf([&] { info->BuildRecord(1); }).empty());
@@ -116,7 +116,7 @@ TEST_F(ProcessInfo, WithoutAWorkServiceALookUpIsARuntimeError) {
 
 // ---------------------------------------------------------------- look-ups
 
-TEST_F(ProcessInfo, ASecondLookUpIsServedFromTheCache) {
+TEST_F(ProcessInfo, ASecondLookupIsServedFromTheCache) {
   const auto info = WithMap();
   const auto first = info->GetProcessInfo(42);
   EXPECT_EQ(Gate().Entries(), Miss(42));
@@ -125,7 +125,7 @@ TEST_F(ProcessInfo, ASecondLookUpIsServedFromTheCache) {
   EXPECT_EQ(Gate().Entries(), Hit());
 }
 
-TEST_F(ProcessInfo, AnUnknownProcessIsAskedForAgain) {
+TEST_F(ProcessInfo, AnUnknownProcessIsQueriedAgain) {
   const auto info = WithMap();
   MakeUnknown(42);
   for (int i = 0; i < 2; ++i) {
@@ -157,15 +157,15 @@ TEST_F(ProcessInfo, ABypassedCacheIsNeitherReadNorFilled) {
   EXPECT_EQ(Gate().Entries(), Miss(2));
 }
 
-TEST_F(ProcessInfo, FetchingKeepsTheEntryThatIsThere) {
+TEST_F(ProcessInfo, FetchingKeepsAnExistingEntry) {
   const auto info = WithMap();
   const auto first = info->FetchAndCache(42);
   const auto second = info->FetchAndCache(42);
-  EXPECT_NE(first, second) << "each caller gets the record that it had built";
+  EXPECT_NE(first, second) << "each caller gets the record it built";
   EXPECT_EQ(info->GetProcessInfo(42), first);
 }
 
-TEST_F(ProcessInfo, TwoThreadsMissingTheSameIdEachGetTheirOwnAndTheMapKeepsTheFirst) {
+TEST_F(ProcessInfo, ConcurrentMissesOfOneIdGetTheirOwnRecordsAndTheMapKeepsTheFirst) {
   const auto info = WithMap();
   Turnstile both;
   std::atomic<int> inside{0};
@@ -187,7 +187,7 @@ TEST_F(ProcessInfo, TwoThreadsMissingTheSameIdEachGetTheirOwnAndTheMapKeepsTheFi
   EXPECT_TRUE(kept == found[0] || kept == found[1]);
 }
 
-TEST_F(ProcessInfo, ALookUpBeforeTheFirstPassStoresNothing) {
+TEST_F(ProcessInfo, ALookupBeforeTheFirstRefreshStoresNothing) {
   const auto info = Created();
   EXPECT_TRUE(info->GetProcessInfo(42));
   Forget();
@@ -195,7 +195,7 @@ TEST_F(ProcessInfo, ALookUpBeforeTheFirstPassStoresNothing) {
   EXPECT_EQ(Gate().Entries(), Miss(42));
 }
 
-TEST_F(ProcessInfo, AFailedQueryGoesOnAndStoresNothing) {
+TEST_F(ProcessInfo, AFailedQueryPropagatesAndStoresNothing) {
   const auto info = WithMap();
   for (const Failure failure : kAllFailures) {
     for (const char* operation : {"CWinWork::QueryProcessValue", "CWinWork::GetProcessNarrowText",
@@ -209,9 +209,9 @@ TEST_F(ProcessInfo, AFailedQueryGoesOnAndStoresNothing) {
   EXPECT_EQ(Gate().Entries(), Miss(42));
 }
 
-// ---------------------------------------------------------------- a refresh pass
+// ---------------------------------------------------------------- refreshing
 
-TEST_F(ProcessInfo, APassOverAnEmptyCacheAsksTheHostNothing) {
+TEST_F(ProcessInfo, RefreshingAnEmptyCacheMakesNoHostCall) {
   const auto info = Created();
   info->RefreshAll();
   EXPECT_TRUE(Gate().Entries().empty());
@@ -223,7 +223,7 @@ TEST_F(ProcessInfo, APassOverAnEmptyCacheAsksTheHostNothing) {
   EXPECT_EQ(Gate().Entries(), Hit()) << "a map was published";
 }
 
-TEST_F(ProcessInfo, APassRebuildsLiveRecordsInAscendingOrderAndDropsTheOthers) {
+TEST_F(ProcessInfo, ARefreshRebuildsLiveRecordsInAscendingOrderAndDropsTheOthers) {
   const auto info = WithMap();
   for (const std::uint32_t id : {30u, 10u, 20u, 40u}) info->GetProcessInfo(id);
   const auto before = info->GetProcessInfo(10);
@@ -240,19 +240,19 @@ TEST_F(ProcessInfo, APassRebuildsLiveRecordsInAscendingOrderAndDropsTheOthers) {
   const auto after = info->GetProcessInfo(10);
   EXPECT_EQ(Gate().Entries(), Hit());
   EXPECT_NE(after, before);
-  EXPECT_EQ(after->sessionId, 11u) << "queried anew";
+  EXPECT_EQ(after->sessionId, 11u) << "queried again";
   EXPECT_EQ(before->sessionId, 0u) << "a published record never changes";
   Forget();
   info->GetProcessInfo(30);
   EXPECT_EQ(Gate().Entries(), Miss(30)) << "no longer running";
   Forget();
-  EXPECT_FALSE(info->GetProcessInfo(20)) << "unknown to the host meanwhile";
+  EXPECT_FALSE(info->GetProcessInfo(20)) << "the host no longer knows it";
   Forget();
   info->GetProcessInfo(50);
-  EXPECT_EQ(Gate().Entries(), Miss(50)) << "a pass adds no records";
+  EXPECT_EQ(Gate().Entries(), Miss(50)) << "a refresh adds no records";
 }
 
-TEST_F(ProcessInfo, IdsAreWidenedForTheRunningList) {
+TEST_F(ProcessInfo, IdsAreZeroExtendedForTheRunningList) {
   const auto info = WithMap();
   info->GetProcessInfo(0xFFFFFFF0);
   Settings().running = [] { return std::set<std::uint64_t>{0x00000001FFFFFFF0}; };
@@ -262,7 +262,7 @@ TEST_F(ProcessInfo, IdsAreWidenedForTheRunningList) {
   EXPECT_EQ(Gate().Entries(), Miss(0xFFFFFFF0)) << "another process with the same low half";
 }
 
-TEST_F(ProcessInfo, AnEmptyRunningHandleIsAnEmptySet) {
+TEST_F(ProcessInfo, AnEmptyRunningHandleCountsAsAnEmptySet) {
   const auto info = WithMap();
   info->GetProcessInfo(42);
   Gate().GiveEmpty("CWinWork::GetRunningProcessIds");
@@ -272,7 +272,7 @@ TEST_F(ProcessInfo, AnEmptyRunningHandleIsAnEmptySet) {
   EXPECT_EQ(Gate().Entries(), Miss(42));
 }
 
-TEST_F(ProcessInfo, AFailedPassLeavesTheCacheAsItWas) {
+TEST_F(ProcessInfo, AFailedRefreshKeepsTheCache) {
   const auto info = WithMap();
   const auto record = info->GetProcessInfo(42);
   Settings().running = [] { return std::set<std::uint64_t>{42}; };
@@ -285,7 +285,7 @@ TEST_F(ProcessInfo, AFailedPassLeavesTheCacheAsItWas) {
   }
 }
 
-TEST_F(ProcessInfo, AnEntryInsertedDuringAPassIsLostAndFetchedAgain) {
+TEST_F(ProcessInfo, AnEntryInsertedDuringARefreshIsDroppedAndFetchedAgain) {
   const auto info = WithMap();
   info->GetProcessInfo(1);
   Settings().running = [] { return std::set<std::uint64_t>{1, 2}; };
@@ -300,8 +300,8 @@ TEST_F(ProcessInfo, AnEntryInsertedDuringAPassIsLostAndFetchedAgain) {
   EXPECT_EQ(Gate().Entries(), Miss(2));
 }
 
-TEST_F(ProcessInfo, NoLockIsHeldWhileTheHostIsAsked) {
-  // A look-up from inside a host query would stand still for ever if it were.
+TEST_F(ProcessInfo, NoLockIsHeldDuringHostQueries) {
+  // Otherwise a lookup from inside a host query would deadlock.
   const auto info = WithMap();
   info->GetProcessInfo(1);
   Settings().running = [] { return std::set<std::uint64_t>{1}; };
@@ -350,7 +350,7 @@ TEST_F(ProcessInfo, FillingSetsSessionNarrowAndWideInThisOrder) {
   info->StopRefresh();
 }
 
-TEST_F(ProcessInfo, TheIdIsUsedWith32Bits) {
+TEST_F(ProcessInfo, TheIdIsTruncatedTo32Bits) {
   const auto info = Started();
   const auto to = NewRecord(0x000000010000002A);
   info->FillEventProcessInfo(*to.record, *to.process, nullptr);
@@ -374,7 +374,7 @@ namespace {
 class IdentityText : public ProcessInfo {};
 }  // namespace
 
-TEST_F(IdentityText, IsMadeFromTheBytesAt50OfTheNotification) {
+TEST_F(IdentityText, IsReadFromOffset50OfTheNotification) {
   Settings().identityTextAdded = true;
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(1).Build();
@@ -384,7 +384,7 @@ TEST_F(IdentityText, IsMadeFromTheBytesAt50OfTheNotification) {
   EXPECT_EQ(Gate().Count("CArpProcess::SetIdentityText(S-1-5-18)"), 1u);
 }
 
-TEST_F(IdentityText, ComesWithAnyBitOfItsFieldSet) {
+TEST_F(IdentityText, IsSetIfAnyBitOfItsFieldIsSet) {
   Settings().identityTextAdded = true;
   const auto interact = ReadyInteract();
   for (const std::uint32_t value : {1u, 0x100u, 0x10000u, 0x80000000u}) {
@@ -395,7 +395,7 @@ TEST_F(IdentityText, ComesWithAnyBitOfItsFieldSet) {
   }
 }
 
-TEST_F(IdentityText, NeverComesWhereTheFieldIs0) {
+TEST_F(IdentityText, IsNotSetIfTheFieldIs0) {
   Settings().identityTextAdded = true;
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(0).Build();
@@ -403,14 +403,14 @@ TEST_F(IdentityText, NeverComesWhereTheFieldIs0) {
   EXPECT_EQ(Gate().Count("CWinWork::GetIdentityText"), 0u);
 }
 
-TEST_F(IdentityText, NeverComesWhereTheSettingIsOff) {
+TEST_F(IdentityText, IsNotSetIfTheSettingIsOff) {
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).IdentityPresent(1).Build();
   interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
   EXPECT_EQ(Gate().Count("CWinWork::GetIdentityText"), 0u);
 }
 
-TEST_F(ProcessInfo, ADispatchFillsBetweenTheIdAndThePaths) {
+TEST_F(ProcessInfo, ADispatchFillsTheRecordBetweenTheIdAndThePaths) {
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).Item1(u"/p").Build();
   interact->DispatchNotification(message.data(), static_cast<std::uint32_t>(message.size()));
@@ -422,7 +422,7 @@ TEST_F(ProcessInfo, ADispatchFillsBetweenTheIdAndThePaths) {
                    "CArpRecord::SetPath(/p)", "CArpRecord::SetPath(/p)", "CArpRecord::SetEventType(0x4005)"}));
 }
 
-TEST_F(ProcessInfo, AFailureWhileFillingIsTheNotificationsFailure) {
+TEST_F(ProcessInfo, AFailureWhileFillingFailsTheNotification) {
   const auto interact = ReadyInteract();
   const Bytes message = NotificationBuilder(4098, 42).Build();
   Gate().FailAt("CWinWork::GetProcessNarrowText", 1, Failure::kStandard);

@@ -1,4 +1,4 @@
-// The refresh thread: its start, its pauses on the wall clock, its one-way end.
+// The refresh thread: its start, its pauses on the wall clock, its one-way stop.
 #include "procinfo/auto_refresh_process_info.h"
 
 #include "tests/unit/module/module_test.h"
@@ -37,14 +37,14 @@ class RefreshThread : public ModuleTest {
 
 }  // namespace
 
-TEST_F(RefreshThread, SaysThatItBeganReadsTheIntervalAndPauses) {
+TEST_F(RefreshThread, LogsItsStartReadsTheIntervalAndPauses) {
   const auto info = Started();
   EXPECT_EQ(Gate().Entries(), (Lines{kStartLine, "CCfgEx::GetRefreshInterval()"}));
   EXPECT_EQ(Clock().Pauses(), (std::vector<ManualClock::PauseRecord>{{ManualClock::Kind::kWallClock, 250ms}}));
   info->StopRefresh();
 }
 
-TEST_F(RefreshThread, ReadsTheIntervalAnewBeforeEveryPause) {
+TEST_F(RefreshThread, ReadsTheIntervalBeforeEveryPause) {
   const auto info = Started();
   Settings().refreshInterval = 700;
   Clock().Advance(250ms);
@@ -82,7 +82,7 @@ TEST_F(RefreshThread, AnIntervalOf0RefreshesBackToBack) {
   info->StopRefresh();
 }
 
-TEST_F(RefreshThread, AStopTakesEffectAfterThePauseAndThePass) {
+TEST_F(RefreshThread, AStopTakesEffectAfterThePauseAndTheRefresh) {
   const auto info = Started();
   info->GetProcessInfo(42);
   Forget();
@@ -96,7 +96,7 @@ TEST_F(RefreshThread, AStopTakesEffectAfterThePauseAndThePass) {
   EXPECT_EQ(Clock().Parked(250ms), 0u);
 }
 
-TEST_F(RefreshThread, TheThreadKeepsItsObjectAliveToItsEnd) {
+TEST_F(RefreshThread, TheThreadKeepsItsObjectAliveUntilItEnds) {
   auto info = Started();
   const std::weak_ptr<CAutoRefreshProcessInfo> weak = info;
   info->StopRefresh();
@@ -104,14 +104,14 @@ TEST_F(RefreshThread, TheThreadKeepsItsObjectAliveToItsEnd) {
   EXPECT_FALSE(weak.expired());
   Clock().Advance(250ms);
   ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
-  while (!weak.expired()) std::this_thread::yield();
+  EXPECT_TRUE(RepeatUntil([&] { return weak.expired(); }, [] {}));
 }
 
-TEST_F(RefreshThread, OfTwoStartsInARowTheSecondThreadEndsSilently) {
+TEST_F(RefreshThread, ASecondThreadEndsSilently) {
   const auto info = Started();
   Forget();
   info->Start();
-  // The thread that finds its place taken, run here where its end is seen.
+  // Run the thread function here, where its return is visible: a refresh thread is already running.
   info->RefreshThreadMain();
   EXPECT_EQ(Gate().Count("CUtility::WriteLog"), 0u);
   Clock().Advance(250ms);
@@ -122,13 +122,13 @@ TEST_F(RefreshThread, OfTwoStartsInARowTheSecondThreadEndsSilently) {
   info->StopRefresh();
 }
 
-TEST_F(RefreshThread, AStopAndAStartServeLookUpsWithoutAThread) {
+TEST_F(RefreshThread, AStartAfterAStopServesLookupsWithoutAThread) {
   const auto info = Started();
   info->StopRefresh();
   Clock().Advance(250ms);
   ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
-  // The thread gives its place up after that line, and its handle of the object last of all.
-  while (info.use_count() > 1) std::this_thread::yield();
+  // After that line the thread releases its slot and, last of all, its handle to the object.
+  ASSERT_TRUE(RepeatUntil([&] { return info.use_count() == 1; }, [] {}));
   Forget();
   info->Start();
   ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
@@ -137,7 +137,7 @@ TEST_F(RefreshThread, AStopAndAStartServeLookUpsWithoutAThread) {
   EXPECT_EQ(Clock().Parked(250ms), 0u);
 }
 
-TEST_F(RefreshThread, AStopBeforeTheFirstLoopOnlyGreetsAndLeaves) {
+TEST_F(RefreshThread, AThreadStoppedBeforeItsFirstLoopOnlyLogsItsStartAndEnd) {
   const auto info = Created();
   info->StopRefresh();
   info->RefreshThreadMain();
@@ -145,7 +145,7 @@ TEST_F(RefreshThread, AStopBeforeTheFirstLoopOnlyGreetsAndLeaves) {
   EXPECT_TRUE(Clock().Pauses().empty());
 }
 
-TEST_F(RefreshThread, AFailingPassEndsNothing) {
+TEST_F(RefreshThread, AFailingRefreshDoesNotEndTheThread) {
   const auto info = Started();
   info->GetProcessInfo(42);
   std::size_t passes = 1;
@@ -156,7 +156,7 @@ TEST_F(RefreshThread, AFailingPassEndsNothing) {
     ASSERT_TRUE(Clock().AwaitParked(250ms));
     EXPECT_EQ(Gate().FailedOperation(), "CWinWork::GetRunningProcessIds");
   }
-  EXPECT_EQ(Gate().Count("CWinWork::GetRunningProcessIds"), 4u);
+  EXPECT_EQ(Gate().Count("CWinWork::GetRunningProcessIds"), std::size(kAllFailures));
   info->StopRefresh();
 }
 
@@ -173,7 +173,7 @@ TEST_F(RefreshThread, AFailingIntervalQueryKeepsTheLastGoodInterval) {
   info->StopRefresh();
 }
 
-TEST_F(RefreshThread, AnIntervalThatWasNeverReadIsOneSecond) {
+TEST_F(RefreshThread, TheIntervalIsOneSecondUntilItCanBeRead) {
   Gate().FailAlways("CCfgEx::GetRefreshInterval", Failure::kInt);
   const auto info = Created();
   info->Start();
@@ -184,7 +184,7 @@ TEST_F(RefreshThread, AnIntervalThatWasNeverReadIsOneSecond) {
   info->StopRefresh();
 }
 
-TEST_F(RefreshThread, AFailingLogLineEndsNothing) {
+TEST_F(RefreshThread, AFailingLogLineDoesNotEndTheThread) {
   Gate().FailAlways("CUtility::WriteLog", Failure::kStandard);
   const auto info = Started();
   info->StopRefresh();
@@ -192,14 +192,14 @@ TEST_F(RefreshThread, AFailingLogLineEndsNothing) {
   ASSERT_TRUE(Gate().AwaitCount(kExitLine, 1));
 }
 
-TEST_F(RefreshThread, WithoutAUtilityServiceItRunsInSilence) {
+TEST_F(RefreshThread, WithoutAUtilityServiceItRunsWithoutLogging) {
   Gate().GiveEmpty("CGlobalContext::GetUtility");
   const auto info = Started();
   EXPECT_EQ(Gate().Count("CUtility::"), 0u);
   info->StopRefresh();
 }
 
-TEST_F(RefreshThread, AFailedFirstPassGoesOnAndStartsNoThread) {
+TEST_F(RefreshThread, AFailedFirstRefreshPropagatesAndStartsNoThread) {
   const auto info = Created();
   info->RefreshAll();
   info->GetProcessInfo(42);
@@ -212,8 +212,8 @@ TEST_F(RefreshThread, AFailedFirstPassGoesOnAndStartsNoThread) {
   EXPECT_EQ(Gate().Count("CUtility::WriteLog"), 0u);
 }
 
-TEST_F(RefreshThread, AThreadThatCannotBeMadeGoesOn) {
-  if (!NoThreads::Possible()) GTEST_SKIP() << "the making of a thread cannot be made to fail here";
+TEST_F(RefreshThread, AFailureToStartTheThreadPropagates) {
+  if (!NoThreads::Possible()) GTEST_SKIP() << "cannot make thread creation fail on this system";
   const auto info = Created();
   info->RefreshAll();
   info->GetProcessInfo(42);

@@ -1,7 +1,7 @@
-// The tables of operations: a host that was built against one order and a module built against another would call the
-// wrong ones. On the compilers that the project is built with, a pointer to a virtual member tells its slot. Taking the
-// address of an overloaded name would not compile, so the absence of overloads is checked as well; that nothing else
-// stands in the tables is what lets the fakes, which implement just these, be instantiated.
+// The order of operations in each interface: a host and a module built with different orders would call the wrong ones.
+// With the supported compilers, a pointer to a virtual member function contains its slot. Taking the address of an
+// overloaded name does not compile, so this also checks that there are no overloads. The fakes implement exactly these
+// operations and can be instantiated, so the interfaces declare no others.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -22,7 +22,7 @@ std::ptrdiff_t SlotOf(Member member) {
   static_assert(sizeof member == sizeof parts);
   std::memcpy(parts, &member, sizeof parts);
   EXPECT_EQ(parts[0] % static_cast<std::ptrdiff_t>(sizeof(void*)), 1) << "not virtual";
-  EXPECT_EQ(parts[1], 0) << "not of the first base";
+  EXPECT_EQ(parts[1], 0) << "not in the first base";
   return parts[0] / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
@@ -166,7 +166,7 @@ TEST(SlotOrder, DrvXControl) {
                  &I::ApplyNetControlItems, &I::EnterNetControlMode3, &I::AddNetControlItems);
 }
 
-TEST(SlotOrder, KdiBaseBeginsWithTheSevenOfDrvXControl) {
+TEST(SlotOrder, KdiBaseStartsWithTheSevenOperationsOfDrvXControl) {
   using I = CKDIBase;
   static_assert(std::is_abstract_v<I>);
   static_assert(!std::has_virtual_destructor_v<I>);
@@ -179,7 +179,7 @@ TEST(SlotOrder, KdiBaseBeginsWithTheSevenOfDrvXControl) {
 }
 
 TEST(SlotOrder, DrvXControlIsThePrimaryBaseOfKdiBase) {
-  // A handle of one is a handle of the other at the same address: the host may use either table.
+  // Both have the same address, so the host may use either table.
   alignas(CKDIBase) static unsigned char storage[sizeof(CKDIBase)];
   auto* const base = reinterpret_cast<CKDIBase*>(storage);
   EXPECT_EQ(static_cast<void*>(static_cast<CDrvXControl*>(base)), static_cast<void*>(base));

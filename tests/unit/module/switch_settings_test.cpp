@@ -21,7 +21,7 @@ TEST_F(SwitchSettings, AllFourAreQueriedInOrderAndSent) {
   EXPECT_TRUE(SameBytes(GoldenRequest("e3 4a a3 29 e7 ff 79 8f  0c 00 00 00  11 12 13 14"), host.Requests()[0].bytes));
 }
 
-TEST_F(SwitchSettings, TheBufferIsLookedAtBeforeTheSettingsAreAskedFor) {
+TEST_F(SwitchSettings, TheBufferIsCheckedBeforeTheSettingsAreQueried) {
   const auto interact = ReadyInteract();
   interact->SetSpspState(0);
   const Lines calls = Gate().Entries();
@@ -32,7 +32,7 @@ TEST_F(SwitchSettings, TheBufferIsLookedAtBeforeTheSettingsAreAskedFor) {
 
 class SkippingArgument : public ModuleTest, public ::testing::WithParamInterface<std::uint8_t> {};
 
-TEST_P(SkippingArgument, OnlyTheOuterSwitchesAreQueriedAndTheMiddleOnesAre0) {
+TEST_P(SkippingArgument, QueriesOnlyTheOuterSwitchesAndSends0ForTheMiddleOnes) {
   const auto interact = ReadyInteract();
   interact->SetSpspState(GetParam());
   EXPECT_EQ(Gate().EntriesOf({"CSpspSettings::"}),
@@ -59,17 +59,16 @@ TEST_F(SwitchSettings, WithoutAPortClientOneLineIsLogged) {
   EXPECT_EQ(Logged()[0].rfind("CLog::LogProblem(0x10003, [wdi,spsp,STDE] info=", 0), 0u) << Logged()[0];
 }
 
-TEST_P(SwitchSettingsFailure, IsOneLineAndNeverAnException) {
+TEST_P(SwitchSettingsFailure, IsReportedAndNotThrown) {
   const auto& [operation, failure] = GetParam();
   const auto interact = ReadyInteract();
   Gate().FailAt(operation, 1, failure);
   interact->SetSpspState(0);
   EXPECT_EQ(Gate().FailedOperation(), operation);
-  const std::string line = failure == Failure::kInt ? "[wdi,spsp,OTHE]" : "[wdi,spsp,STDE] info=" + MessageOf(failure);
-  EXPECT_EQ(Logged(), Lines{Problem(line)});
+  EXPECT_EQ(Logged(), Lines{Problem(Report("wdi,spsp", failure))});
 }
 
-TEST_P(SwitchSettingsFailure, IsSurvivedEvenWhereTheLogFails) {
+TEST_P(SwitchSettingsFailure, IsSwallowedEvenIfTheLogFails) {
   const auto& [operation, failure] = GetParam();
   const auto interact = ReadyInteract();
   Gate().FailAt(operation, 1, failure);

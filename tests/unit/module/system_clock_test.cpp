@@ -1,4 +1,4 @@
-// The clock that ships, beside the clocks of the system that it tells: the one program of the tests that links it.
+// The module's real clock, compared with the system's clocks. Only this test program links it.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -14,7 +14,7 @@ using std::chrono_literals::operator""s;
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-TEST(SystemClock, NowIsTheMonotonicTimeOfTheSystem) {
+TEST(SystemClock, NowIsTheSystemsMonotonicTime) {
   for (int i = 0; i < 1000; ++i) {
     const auto before = steady_clock::now();
     const auto now = clock::Now();
@@ -23,23 +23,23 @@ TEST(SystemClock, NowIsTheMonotonicTimeOfTheSystem) {
   }
 }
 
-TEST(SystemClock, APauseIsNeverShorterThanItsMilliseconds) {
+TEST(SystemClock, APauseIsNotShorterThanItsDuration) {
   for (const auto duration : {0ms, 1ms, 30ms}) {
     const auto begun = steady_clock::now();
     clock::Pause(duration);
     const auto paused = steady_clock::now() - begun;
     EXPECT_GE(paused, duration);
-    EXPECT_LT(paused, 20s) << "as many seconds are more";
+    EXPECT_LT(paused, 20s) << "the same number of seconds would be longer";
   }
 }
 
-TEST(SystemClock, AWallClockPauseEndsWhenTheWallClockReadsItsEnd) {
+TEST(SystemClock, AWallClockPauseEndsWhenTheWallClockReachesItsDeadline) {
   for (const auto interval : {0ms, 1ms, 30ms}) {
     const auto begun = system_clock::now();
     clock::PauseUntilWallClock(interval);
     const auto ended = system_clock::now();
     EXPECT_GE(ended, begun + interval);
-    EXPECT_LT(ended, begun + 20s) << "as many seconds are more";
+    EXPECT_LT(ended, begun + 20s) << "the same number of seconds would be longer";
   }
 }
 

@@ -1,4 +1,4 @@
-// Request 20: the system processes that the driver is told of.
+// Request 20: registering system processes with the driver.
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -23,7 +23,7 @@ class SystemProcessesFailure : public SystemProcesses, public ::testing::WithPar
 
 }  // namespace
 
-TEST_F(SystemProcesses, TheIdIsSentAs64BitsBehindItsKind) {
+TEST_F(SystemProcesses, TheIdIsSentAs64BitsAfterItsKind) {
   const auto interact = ReadyInteract();
   interact->RegisterSystemProcess(2, 0x1122334455667788);
   EXPECT_EQ(Calls(), (Lines{"CUtility::CreateBuffer(true, 65561, false)", "CPortClient::Send(20, no reply, true)"}));
@@ -50,14 +50,14 @@ TEST_F(SystemProcesses, NothingIsSentWhileTheConnectionIsNotReady) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(SystemProcesses, AreRegisteredOneAtATimeFromTheRequestToTheReport) {
+TEST_F(SystemProcesses, RegistrationsAreSerialisedFromTheRequestToTheReport) {
   const auto interact = ReadyInteract();
-  std::vector<std::unique_ptr<HeldUpCall>> others;
+  std::vector<std::unique_ptr<BlockedCall>> others;
   const Lines operations{"CUtility::CreateBuffer", "CPortClient::Send", "CLog::LogProblem"};
   for (const std::string& operation : operations) {
     Gate().OnCall(operation, [&, operation] {
-      others.push_back(std::make_unique<HeldUpCall>([&] { interact->RegisterSystemProcess(3, kNoProcess); }));
-      EXPECT_FALSE(others.back()->GetsThrough()) << "while " << operation << " runs";
+      others.push_back(std::make_unique<BlockedCall>([&] { interact->RegisterSystemProcess(3, kNoProcess); }));
+      EXPECT_FALSE(others.back()->ReturnsEarly()) << "while " << operation << " runs";
     });
   }
   Gate().FailAt("CPortClient::Send", 1, Failure::kInt);
@@ -65,16 +65,14 @@ TEST_F(SystemProcesses, AreRegisteredOneAtATimeFromTheRequestToTheReport) {
   EXPECT_EQ(others.size(), operations.size());
 }
 
-TEST_P(SystemProcessesFailure, OfTheSendingIsOneLine) {
+TEST_P(SystemProcessesFailure, AFailedSendIsReported) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Send", 1, GetParam());
   interact->RegisterSystemProcess(2, 400);
-  const std::string line =
-      GetParam() == Failure::kInt ? "[wdi,uxp,OTHE]" : "[wdi,uxp,STDE] info=" + MessageOf(GetParam());
-  EXPECT_EQ(Logged(), Lines{Problem(line)});
+  EXPECT_EQ(Logged(), Lines{Problem(Report("wdi,uxp", GetParam()))});
 }
 
-TEST_P(SystemProcessesFailure, OfTheBufferAndOfTheLogIsSurvivedAndTheLockGivenUp) {
+TEST_P(SystemProcessesFailure, AFailingBufferAndLogAreSwallowedAndTheLockIsReleased) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CUtility::CreateBuffer", 1, GetParam());
   Gate().FailAt("CLog::LogProblem", 1, GetParam());
@@ -86,7 +84,7 @@ TEST_P(SystemProcessesFailure, OfTheBufferAndOfTheLogIsSurvivedAndTheLockGivenUp
 
 INSTANTIATE_TEST_SUITE_P(Failures, SystemProcessesFailure, ::testing::ValuesIn(kAllFailures));
 
-TEST_F(SystemProcesses, TheFirstInstanceWithTheValue0IsFound) {
+TEST_F(SystemProcesses, TheFirstInstanceWithValue0IsFound) {
   const auto interact = NewInteract();
   AnswerProcesses({700, 701, 702});
   AnswerValues({{700, 1}, {701, 0}, {702, 0}});
@@ -96,33 +94,33 @@ TEST_F(SystemProcesses, TheFirstInstanceWithTheValue0IsFound) {
                                      "CWinWork::QueryProcessValue(700, 0)", "CWinWork::QueryProcessValue(701, 0)"}));
 }
 
-TEST_F(SystemProcesses, AnIdIsWidenedWithoutItsSign) {
+TEST_F(SystemProcesses, AnIdIsZeroExtended) {
   const auto interact = NewInteract();
   AnswerProcesses({0xFFFFFFFF});
   EXPECT_EQ(interact->FindSystemProcessId("system32\\csrss.exe"), 0x00000000FFFFFFFFu);
 }
 
-TEST_F(SystemProcesses, WithNoInstanceQualifyingThereIsNone) {
+TEST_F(SystemProcesses, WithoutAQualifyingInstanceNoProcessIsFound) {
   const auto interact = NewInteract();
   AnswerProcesses({700, 701});
   AnswerValues({{700, 1}});
   EXPECT_EQ(interact->FindSystemProcessId("system32\\csrss.exe"), kNoProcess);
 }
 
-TEST_F(SystemProcesses, AnEmptyListIsNoProcess) {
+TEST_F(SystemProcesses, AnEmptyListGivesNoProcess) {
   const auto interact = NewInteract();
   AnswerProcesses({});
   EXPECT_EQ(interact->FindSystemProcessId("system32\\services.exe"), kNoProcess);
   EXPECT_EQ(Gate().Count("CWinWork::QueryProcessValue"), 0u);
 }
 
-TEST_F(SystemProcesses, AnEmptyListHandleIsNoProcess) {
+TEST_F(SystemProcesses, AnEmptyListHandleGivesNoProcess) {
   const auto interact = NewInteract();
   Gate().GiveEmpty("CWinWork::FindProcessesByImage");
   EXPECT_EQ(interact->FindSystemProcessId("system32\\services.exe"), kNoProcess);
 }
 
-TEST_F(SystemProcesses, TheConnectionSendsTheSecondOfTwoCsrssProcessesAndNoServicesProcess) {
+TEST_F(SystemProcesses, TheConnectionRegistersOnlyQualifyingProcesses) {
   Settings().processesOfImage = [](const std::string& image) {
     return image.find("csrss") != std::string::npos ? std::vector<std::uint32_t>{600, 601}
                                                     : std::vector<std::uint32_t>{};

@@ -31,7 +31,7 @@ std::string ReportByKindOf(const Thrown& thrown) {
   }
 }
 
-// Groups thousands with dots: what a German locale does, without needing one installed.
+// Groups thousands with dots, as a German locale does, without requiring one to be installed.
 struct Grouping : std::numpunct<char> {
   char do_thousands_sep() const override { return '.'; }
   std::string do_grouping() const override { return "\3"; }
@@ -48,7 +48,7 @@ class GlobalLocale {
 
 }  // namespace
 
-TEST(ExceptionReport, AStandardExceptionIsTagAndMessage) {
+TEST(ExceptionReport, AStandardExceptionIsReportedWithTagAndMessage) {
   EXPECT_EQ(ReportOf(std::runtime_error("what")), "[a,b,STDE] info=what");
   EXPECT_EQ(ReportOf(std::runtime_error("")), "[a,b,STDE] info=");
   EXPECT_EQ(ReportByKindOf(std::logic_error("what")), "[a,b,STDE] info=what");
@@ -62,7 +62,7 @@ TEST(ExceptionReport, ANullMessageIsReportedAsAnEmptyText) {
   EXPECT_EQ(ReportByKindOf(Silent()), "[a,b,STDE] info=");
 }
 
-TEST(ExceptionReport, AnythingElseIsATagAlone) {
+TEST(ExceptionReport, AnythingElseIsReportedWithTheTagOnly) {
   EXPECT_EQ(ReportOf(7), "[c,OTHE]");
   EXPECT_EQ(ReportOf("text"), "[c,OTHE]");
   EXPECT_EQ(ReportByKindOf(7), "[a,b,OTHE]");
@@ -73,7 +73,7 @@ TEST(ExceptionReport, AnythingElseIsATagAlone) {
   }
 }
 
-TEST(ExceptionReport, APocoExceptionIsToldApartOnlyWhereKindsAre) {
+TEST(ExceptionReport, PocoExceptionsAreDistinguishedOnlyInReportsByKind) {
   try {
     Throw(Failure::kPoco);
   } catch (...) {
@@ -82,7 +82,7 @@ TEST(ExceptionReport, APocoExceptionIsToldApartOnlyWhereKindsAre) {
   }
 }
 
-TEST(ExceptionReport, ABoostSystemErrorIsCategoryColonValueAndConvertedMessage) {
+TEST(ExceptionReport, ABoostSystemErrorIsReportedWithCategoryValueAndConvertedMessage) {
   const boost::system::error_code code(5, boost::system::generic_category());
   EXPECT_EQ(ReportByKindOf(boost::system::system_error(code, "context")),
             "[a,b,BSTE] code=generic:5,info=<" + code.message() + ">");
@@ -99,7 +99,7 @@ TEST(ExceptionReport, ANegativeValueKeepsItsSign) {
   EXPECT_EQ(ReportByKindOf(boost::system::system_error(code)).rfind("[a,b,BSTE] code=system:-1,info=", 0), 0u);
 }
 
-TEST(ExceptionReport, NumbersAreWrittenClassically) {
+TEST(ExceptionReport, NumbersUseTheClassicLocale) {
   const GlobalLocale grouping;
   const boost::system::error_code code(1234567, boost::system::system_category());
   EXPECT_EQ(ReportByKindOf(boost::system::system_error(code)).rfind("[a,b,BSTE] code=system:1234567,info=", 0), 0u);
@@ -122,7 +122,7 @@ namespace {
 class NumbersInLines : public ModuleTest {};
 }  // namespace
 
-TEST_F(NumbersInLines, AreDecimalWhateverTheGlobalLocaleIs) {
+TEST_F(NumbersInLines, DoNotDependOnTheGlobalLocale) {
   const auto interact = ReadyInteract();
   const GlobalLocale grouping;
   interact->CheckDriverVersion();
@@ -131,7 +131,7 @@ TEST_F(NumbersInLines, AreDecimalWhateverTheGlobalLocaleIs) {
 
 // ---------------------------------------------------------------- conversions
 
-TEST(WideText, PathsAreUtf8WhereTheyAreNarrow) {
+TEST(WideText, NarrowPathsAreUtf8) {
   if (std::is_same_v<boost::filesystem::path::value_type, wchar_t>) GTEST_SKIP() << "paths are wide here";
   const std::wstring wide = L"/\u00E9\u20AC\U0001F600";
   const std::string narrow = "/\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
@@ -139,19 +139,19 @@ TEST(WideText, PathsAreUtf8WhereTheyAreNarrow) {
   EXPECT_EQ(PathFromWide(wide), boost::filesystem::path(narrow));
 }
 
-TEST(WideText, AsciiPathsComeBackAsTheyWere) {
+TEST(WideText, AsciiPathsRoundTrip) {
   for (const wchar_t* text : {L"", L"/", L"C:\\x y\\z", L"//server/share"}) {
     EXPECT_EQ(WideFromPath(PathFromWide(text)), text);
   }
 }
 
-TEST(WideText, BytesThatAreNoUtf8AreAnErrorAndNoCrash) {
+TEST(WideText, InvalidUtf8IsAnError) {
   if (std::is_same_v<boost::filesystem::path::value_type, wchar_t>) GTEST_SKIP() << "paths are wide here";
   EXPECT_ANY_THROW(WideFromPath(std::string("/\xFF\xFE")));
 }
 
 TEST(WideText, TheConversionsDoNotDependOnTheProcessLocale) {
-  // The test program runs in the "C" locale, in which the path library's own conversion knows ASCII alone.
+  // The test program runs in the "C" locale, in which the path library's own conversion supports only ASCII.
   EXPECT_EQ(WideFromPath(PathFromWide(L"\u4E2D\u6587")), L"\u4E2D\u6587");
 }
 

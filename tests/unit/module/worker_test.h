@@ -1,7 +1,8 @@
-// What the tests of the module's two workers begin with. The workers never end: each test leaves them parked in the
-// manual clock or blocked in a port client, with the module object that they use kept for good.
+// The fixture for tests of the module's two workers. The workers never end: each test leaves them parked in the manual
+// clock or blocked in a port client, and keeps the module object they use alive for good.
 #pragma once
 
+#include "tests/support/turnstile.h"
 #include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
@@ -12,7 +13,7 @@ class WorkerTest : public ModuleTest {
   ~WorkerTest() override {
     Gate().StopFailing();
     Gate().RemoveHooks();
-    Clock().Reset();  // whoever is parked stays so
+    Clock().Reset();  // parked threads stay parked
   }
 
   void StartConnectionWorker() {
@@ -21,16 +22,25 @@ class WorkerTest : public ModuleTest {
   void StartPolicyWorker() {
     std::thread([module = impl.get()] { module->PolicyWorker(); }).detach();
   }
-  // A connection worker whose connection stands, and a journal that is empty again.
+  // Starts a connection worker, waits until it is connected, and clears the journal.
   void Connect() {
     Settings().waitBlocks = true;
     StartConnectionWorker();
     ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
     Settle();
   }
-  // The report of a failure at a host call, as the inner and the outer handler of the connection worker write it.
+  // Starts a pass of the policy worker, which is waiting for a change or about to. Notifies it until the pass has begun
+  // and not again after that.
+  void TriggerPass() {
+    const auto begun = std::make_shared<Turnstile>();
+    Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+    EXPECT_TRUE(RepeatUntil([&] { return begun->Arrivals() != 0; }, [&] { impl->NotifyPolicyChanged(); }));
+    Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
+    begun->Open();
+  }
+  // The report of a failed host call, by the inner and by the outer handler of the connection worker.
   static std::string InnerReport(Failure failure) {
-    return failure == Failure::kInt ? "[dci,OTHE]" : "[dci,tiwk,STDE] info=" + MessageOf(failure);
+    return failure == Failure::kInt ? "[dci,OTHE]" : Report("dci,tiwk", failure);
   }
   static std::string OuterReport(Failure failure) { return ReportByKind("dci,tiwk-2", failure); }
 

@@ -1,4 +1,4 @@
-// Stopping, shutting down and destroying a driver interface, and the operations that only tell of it.
+// Stopping, shutting down and destroying a driver interface, and the operations with fixed answers.
 #include <future>
 
 #include "tests/support/turnstile.h"
@@ -7,7 +7,7 @@
 namespace fenlux::testing {
 namespace {
 
-class InteractLife : public ModuleTest, public ::testing::WithParamInterface<Failure> {
+class InteractLifecycle : public ModuleTest, public ::testing::WithParamInterface<Failure> {
  protected:
   const Lines kShutdownWithoutConnection{"CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
   const Lines kShutdown{"CPortClient::Close()", "CRecordRegistration::Withdraw()", "CNetObject::Release(0)"};
@@ -15,7 +15,7 @@ class InteractLife : public ModuleTest, public ::testing::WithParamInterface<Fai
 
 }  // namespace
 
-TEST_F(InteractLife, StopWithoutAPortClientOnlySetsTheFlags) {
+TEST_F(InteractLifecycle, StopWithoutAPortClientOnlySetsTheFlags) {
   const auto interact = NewInteract();
   interact->StopInteract();
   EXPECT_FALSE(interact->IsDriverReady());
@@ -23,7 +23,7 @@ TEST_F(InteractLife, StopWithoutAPortClientOnlySetsTheFlags) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(InteractLife, StopClosesThePortClientEveryTime) {
+TEST_F(InteractLifecycle, StopClosesThePortClientEveryTime) {
   const auto interact = ReadyInteract();
   EXPECT_TRUE(interact->IsDriverReady());
   EXPECT_FALSE(interact->IsStopRequested());
@@ -34,7 +34,7 @@ TEST_F(InteractLife, StopClosesThePortClientEveryTime) {
   EXPECT_EQ(Gate().Entries(), (Lines{"CPortClient::Close()", "CPortClient::Close()"}));
 }
 
-TEST_F(InteractLife, StopWaitsForNobodyWhoIsSending) {
+TEST_F(InteractLifecycle, StopDoesNotWaitForPendingSends) {
   const auto interact = ReadyInteract();
   Turnstile sending;
   Gate().OnCall("CPortClient::Send", [&] { sending.Pass(); });
@@ -42,14 +42,14 @@ TEST_F(InteractLife, StopWaitsForNobodyWhoIsSending) {
   std::thread process([&] { interact->RegisterSystemProcess(2, 400); });
   EXPECT_TRUE(sending.AwaitArrivals(2));
   const auto stop = std::async(std::launch::async, [&] { interact->StopInteract(); });
-  EXPECT_EQ(stop.wait_for(60s), std::future_status::ready) << "a lock of those who send is in its way";
+  EXPECT_EQ(stop.wait_for(60s), std::future_status::ready) << "a sender's lock blocks it";
   EXPECT_EQ(Gate().Count("CPortClient::Close"), 1u);
   sending.Open();
   monitors.join();
   process.join();
 }
 
-TEST_F(InteractLife, FixedAnswersHoldInEveryState) {
+TEST_F(InteractLifecycle, FixedAnswersHoldInEveryState) {
   const auto expectAnswers = [](CKDIBase& interact) {
     EXPECT_FALSE(interact.QueryOptionalFeature());
     EXPECT_TRUE(interact.QuerySupportedFeature());
@@ -69,7 +69,7 @@ TEST_F(InteractLife, FixedAnswersHoldInEveryState) {
   expectAnswers(*ready);
 }
 
-TEST_F(InteractLife, ShutdownStopsWithdrawsAndReleases) {
+TEST_F(InteractLifecycle, ShutdownStopsWithdrawsAndReleases) {
   const auto interact = ReadyInteract();
   interact->Shutdown();
   EXPECT_EQ(Gate().Entries(), kShutdown);
@@ -77,7 +77,7 @@ TEST_F(InteractLife, ShutdownStopsWithdrawsAndReleases) {
   EXPECT_TRUE(interact->IsStopRequested());
 }
 
-TEST_F(InteractLife, ASecondShutdownOnlyStopsAgain) {
+TEST_F(InteractLifecycle, ASecondShutdownOnlyStopsAgain) {
   const auto interact = ReadyInteract();
   interact->Shutdown();
   Forget();
@@ -85,13 +85,13 @@ TEST_F(InteractLife, ASecondShutdownOnlyStopsAgain) {
   EXPECT_EQ(Gate().Entries(), Lines{"CPortClient::Close()"});
 }
 
-TEST_F(InteractLife, TheDestructorShutsDown) {
+TEST_F(InteractLifecycle, TheDestructorShutsDown) {
   auto interact = NewInteract();
   interact.reset();
   EXPECT_EQ(Gate().Entries(), kShutdownWithoutConnection);
 }
 
-TEST_F(InteractLife, TheDestructorOfAShutDownInterfaceReleasesNothingTwice) {
+TEST_F(InteractLifecycle, TheDestructorOfAShutDownInterfaceReleasesNothingTwice) {
   auto interact = NewInteract();
   interact->Shutdown();
   EXPECT_EQ(Gate().Entries(), kShutdownWithoutConnection);
@@ -99,7 +99,7 @@ TEST_F(InteractLife, TheDestructorOfAShutDownInterfaceReleasesNothingTwice) {
   EXPECT_EQ(Gate().Entries(), kShutdownWithoutConnection);
 }
 
-TEST_P(InteractLife, AFailingCloseStillWithdrawsAndReleasesAndThenGoesOn) {
+TEST_P(InteractLifecycle, AFailingCloseStillWithdrawsAndReleasesAndThenPropagates) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Close", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
@@ -107,30 +107,30 @@ TEST_P(InteractLife, AFailingCloseStillWithdrawsAndReleasesAndThenGoesOn) {
   EXPECT_TRUE(interact->IsStopRequested());
 }
 
-TEST_P(InteractLife, AFailingWithdrawalStillReleasesAndThenGoesOn) {
+TEST_P(InteractLifecycle, AFailingWithdrawalStillReleasesAndThenPropagates) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CRecordRegistration::Withdraw", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
   EXPECT_EQ(Gate().Entries(), kShutdown);
   Forget();
   interact->Shutdown();
-  EXPECT_EQ(Gate().Entries(), Lines{"CPortClient::Close()"}) << "what failed once is not tried again";
+  EXPECT_EQ(Gate().Entries(), Lines{"CPortClient::Close()"}) << "a failed step is not retried";
 }
 
-TEST_P(InteractLife, AFailingReleaseGoesOn) {
+TEST_P(InteractLifecycle, AFailingReleasePropagates) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CNetObject::Release", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
 }
 
-TEST_P(InteractLife, TheFirstOfTwoFailuresGoesOn) {
+TEST_P(InteractLifecycle, TheFirstOfTwoFailuresPropagates) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Close", 1, GetParam());
   Gate().FailAt("CNetObject::Release", 1, GetParam() == Failure::kInt ? Failure::kStandard : Failure::kInt);
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->Shutdown(); }));
 }
 
-TEST_P(InteractLife, StopLetsAFailingCloseThrough) {
+TEST_P(InteractLifecycle, StopPropagatesAFailingClose) {
   const auto interact = ReadyInteract();
   Gate().FailAt("CPortClient::Close", 1, GetParam());
   EXPECT_TRUE(Propagates(GetParam(), [&] { interact->StopInteract(); }));
@@ -138,7 +138,7 @@ TEST_P(InteractLife, StopLetsAFailingCloseThrough) {
   EXPECT_FALSE(interact->IsDriverReady());
 }
 
-TEST_P(InteractLife, TheDestructorSwallowsEveryFailure) {
+TEST_P(InteractLifecycle, TheDestructorSwallowsEveryFailure) {
   auto interact = ReadyInteract();
   Gate().FailAlways("CPortClient::Close", GetParam());
   Gate().FailAlways("CRecordRegistration::Withdraw", GetParam());
@@ -147,10 +147,10 @@ TEST_P(InteractLife, TheDestructorSwallowsEveryFailure) {
   EXPECT_EQ(Gate().Entries(), kShutdown);
 }
 
-INSTANTIATE_TEST_SUITE_P(Failures, InteractLife, ::testing::ValuesIn(kAllFailures),
+INSTANTIATE_TEST_SUITE_P(Failures, InteractLifecycle, ::testing::ValuesIn(kAllFailures),
                          [](const auto& instance) { return "F" + std::to_string(static_cast<int>(instance.param)); });
 
-TEST_F(InteractLife, EverythingIsLetGoAtTheEnd) {
+TEST_F(InteractLifecycle, TheDestructorReleasesEveryService) {
   const auto contexts = host.Context().use_count();
   const auto holders = host.Core().use_count();
   {
