@@ -30,6 +30,8 @@ void Require(bool holds, const char* what) {
   std::abort();
 }
 
+bool IsDecision(Decision decision) { return decision >= Decision::kVerdict2 && decision <= Decision::kUndecided; }
+
 bool IsVerdict(std::uint32_t verdict) { return verdict >= records::kMinVerdict && verdict <= records::kMaxVerdict; }
 
 void CheckErrors(const ConfigErrors& errors, std::string_view text, bool parsed) {
@@ -54,11 +56,11 @@ void CheckEmulator(const EmulatorSettings& settings) {
 }
 
 void CheckRules(const Rules& rules, bool accepted) {
-  Require(rules.defaultDecision >= kLeastDecision && rules.defaultDecision <= kMostDecision, "decisions are 1 to 7");
+  Require(IsDecision(rules.defaultDecision), "decisions are 1 to 7");
   for (const Rule& rule : rules.ordered) {
-    Require(rule.decision >= kLeastDecision && rule.decision <= kMostDecision, "decisions are 1 to 7");
+    Require(IsDecision(rule.decision), "decisions are 1 to 7");
     if (accepted)
-      Require((rule.context != nullptr) == (rule.decision == kContextDecision),
+      Require((rule.context != nullptr) == (rule.decision == Decision::kContext),
               "decision 5, and no other, has a context");
   }
 }

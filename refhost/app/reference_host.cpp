@@ -90,7 +90,7 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config)
       })),
       policyWatch({
           .isReady = [this] { return Module() != nullptr && Module()->GetDriverInteract() != nullptr; },
-          .connectionStarted = [this] { return work->LastConnectionBegun(); },
+          .connectionStarted = [this] { return work->LastConnectionStart(); },
           .policyChanged = [this] { return configuration->LastReplaced(); },
           .policyRead = [this] { return configuration->LastPolicyRead(); },
           .notify =

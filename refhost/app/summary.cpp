@@ -59,9 +59,9 @@ Report DriverPortReport(const FilterPortTotals& totals) {
   return report;
 }
 
-Report DecisionsReport(const std::array<std::uint64_t, kMostDecision + 1>& decisions) {
+Report DecisionsReport(const DecisionCounts& decisions) {
   Report report = Report::object();
-  for (std::size_t decision = kLeastDecision; decision < decisions.size(); ++decision) {
+  for (std::size_t decision = kMinDecision; decision < decisions.size(); ++decision) {
     if (decisions[decision] > 0) report[std::to_string(decision)] = decisions[decision];
   }
   return report;

@@ -25,7 +25,7 @@ struct SummaryFacts {
   EmulatorState driver;
   std::optional<FilterPortTotals> filterPort;  // if a real driver is used; the emulated one is idle then
   EmulatorState stateBeforeStop;               // what the driver had been told before the host began to stop
-  std::array<std::uint64_t, kMostDecision + 1> decisions{};
+  DecisionCounts decisions{};
   LogTotals log;
   DriverVersionReport version;
   std::uint64_t policyReads = 0;

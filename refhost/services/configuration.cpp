@@ -1,5 +1,7 @@
-// The module's settings, from their tables to the answers of CCfg and CCfgEx.
+// Reading of the settings, and the answers of CCfg and CCfgEx.
 #include "refhost/services/configuration.h"
+
+#include <fmt/format.h>
 
 #include <utility>
 
@@ -24,19 +26,19 @@ std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
   std::vector<std::uint8_t> block;
   std::string_view key = "config_block";
   if (module.Has("config_block_file")) {
-    if (module.Has(key)) module.Report("config_block_file", "cannot stand beside config_block");
+    if (module.Has(key)) module.Report("config_block_file", "cannot be combined with config_block");
     key = "config_block_file";
     const boost::filesystem::path path = module.Path(key);
     const std::optional<std::string> bytes = ReadFileBytes(path);
     if (bytes) block.assign(bytes->begin(), bytes->end());
-    if (!path.empty() && !bytes) module.Report(key, "names " + path.string() + ", which cannot be read");
+    if (!path.empty() && !bytes) module.Report(key, fmt::format("{} cannot be read", path.string()));
   } else {
     const std::string text = module.Text(key, "");
     block.assign(text.begin(), text.end());
   }
   if (block.size() > records::kMaxPayloadSize) {
-    module.Report(key, "gives " + std::to_string(block.size()) + " bytes; the driver takes at most " +
-                           std::to_string(records::kMaxPayloadSize));
+    module.Report(key,
+                  fmt::format("has {} bytes; the driver accepts at most {}", block.size(), records::kMaxPayloadSize));
     block.clear();
   }
   return block;
@@ -119,7 +121,7 @@ void Configuration::Replace(LiveSettings live) {
   identityTextAdded.store(live.identityTextAdded);
   measuring.store(live.measuring);
   refreshMilliseconds.store(live.refreshMilliseconds);
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   policy.swap(newPolicy);
   lastReplaced.store(Clock::now().time_since_epoch().count());
   if (block == nullptr || block->bytes != newBlock->bytes) {
@@ -129,12 +131,12 @@ void Configuration::Replace(LiveSettings live) {
 }
 
 DriverVersionReport Configuration::LastDriverVersion() const {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return driverVersion;
 }
 
 void Configuration::ReportDriverVersion(std::uint32_t /*kind*/, bool /*current*/, std::uint32_t version) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   ++driverVersion.reports;
   driverVersion.version = version;
 }
@@ -146,12 +148,12 @@ bool Configuration::IsMeasuringEnabled(std::uint32_t /*first*/, std::uint32_t /*
 std::shared_ptr<MonitorPolicy>& Configuration::GetMonitorPolicy(std::shared_ptr<MonitorPolicy>& out) {
   lastPolicyRead.store(Clock::now().time_since_epoch().count());
   policyReads.fetch_add(1);
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return out = policy;
 }
 
 const std::shared_ptr<CBuf>& Configuration::GetDriverConfigBlock() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return block->handle;
 }
 

@@ -1,6 +1,6 @@
-// The module's settings: what the host answers on CCfg and CCfgEx, read from the configuration file.
+// The module's settings: CCfg and CCfgEx with values from the configuration file.
 //
-// Some settings are read once by the module and stay for the host's life; the live ones, among them the policy, can be
+// The module reads fixed settings once; they stay for the host's lifetime. Live settings, the policy among them, can be
 // replaced while the module runs.
 #pragma once
 
@@ -10,13 +10,12 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
+#include "common/mutex.h"
 #include "host/cfg.h"
 #include "host/cfg_ex.h"
-#include "refhost/base/live_value.h"
 
 namespace fenlux::refhost {
 
@@ -42,14 +41,14 @@ struct LiveSettings {
   std::uint32_t refreshMilliseconds = 1000;
   std::vector<std::uint8_t> configBlock;                                 // empty: none
   std::array<std::uint8_t, 4> spspFlags{};                               // flags 1 to 4
-  std::optional<std::vector<boost::filesystem::path>> monitoredObjects;  // nothing: there is no policy
+  std::optional<std::vector<boost::filesystem::path>> monitoredObjects;  // nullopt: no policy
 };
 
 // Both read the tables of the file's root: [module], [spsp] and [policy].
 FixedSettings ReadFixedSettings(const ConfigTable& root);
 LiveSettings ReadLiveSettings(const ConfigTable& root);
 
-// The host's part of the driver's version report.
+// What the module reported of the driver's version.
 struct DriverVersionReport {
   std::uint64_t reports = 0;
   std::uint32_t version = 0;
@@ -62,14 +61,14 @@ class Configuration final : public CCfg, public CCfgEx {
   // `factory` makes the registration records of driver interfaces.
   Configuration(const FixedSettings& fixedSettings, LiveSettings live, std::shared_ptr<CRecordFactory> factory);
 
-  // Puts new live settings in place of the old ones, all at once. The module hears of a new policy only through
-  // CFenlux::NotifyPolicyChanged. Any thread.
+  // Replaces the live settings. The module learns of a new policy only through CFenlux::NotifyPolicyChanged. Any
+  // thread.
   void Replace(LiveSettings live);
 
   DriverVersionReport LastDriverVersion() const;
-  // When the module last asked for the policy; the clock's beginning where it never did.
+  // When the module last read the policy; the clock's minimum if it never did.
   Clock::time_point LastPolicyRead() const { return Clock::time_point(Clock::duration(lastPolicyRead.load())); }
-  // When the live settings were last replaced; a policy read after it is the new one.
+  // When the live settings were last replaced. A policy read after that is the current one.
   Clock::time_point LastReplaced() const { return Clock::time_point(Clock::duration(lastReplaced.load())); }
   std::uint64_t PolicyReads() const { return policyReads.load(); }
 
@@ -95,7 +94,7 @@ class Configuration final : public CCfg, public CCfgEx {
 
  private:
   class Spsp;
-  // A configuration block that was in force once. The module is handed references to the handles, so they stay.
+  // A configuration block and its predecessors. The module holds references to the handles, so none is freed.
   struct Block {
     std::vector<std::uint8_t> bytes;
     std::shared_ptr<CBuf> handle;
@@ -106,7 +105,7 @@ class Configuration final : public CCfg, public CCfgEx {
   const std::shared_ptr<CRecordFactory> recordFactory;
   const std::shared_ptr<Spsp> spspFlags;
   const std::shared_ptr<CSpspSettings> spsp;
-  // Asked for once per notification, so they are kept where no lock is needed.
+  // Atomic because they are read for every notification.
   std::atomic<bool> cacheBypassed{false};
   std::atomic<bool> identityTextAdded{false};
   std::atomic<bool> measuring{false};
@@ -115,10 +114,10 @@ class Configuration final : public CCfg, public CCfgEx {
   std::atomic<Clock::rep> lastReplaced{Clock::duration::min().count()};
   std::atomic<std::uint64_t> policyReads{0};
 
-  mutable std::mutex mutex;  // over everything below
-  std::shared_ptr<MonitorPolicy> policy;
-  std::unique_ptr<Block> block;
-  DriverVersionReport driverVersion;
+  mutable Mutex mutex;
+  std::shared_ptr<MonitorPolicy> policy FENLUX_GUARDED_BY(mutex);
+  std::unique_ptr<Block> block FENLUX_GUARDED_BY(mutex);
+  DriverVersionReport driverVersion FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux::refhost

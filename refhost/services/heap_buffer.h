@@ -1,4 +1,5 @@
-// The host's byte buffer: zero-filled when made, so that no old memory reaches the driver.
+// The buffer of the host and of the driver emulator. A new one is zero-filled, so that no old memory reaches the
+// driver.
 #pragma once
 
 #include <cstdint>

@@ -1,14 +1,15 @@
-// The service locator that the reference host hands to the module.
+// The service locator that the reference host passes to the module.
 #pragma once
 
 #include <memory>
-#include <mutex>
+#include <utility>
 
+#include "common/mutex.h"
 #include "host/host.h"
 
 namespace fenlux::refhost {
 
-// Every service of the host. They are made once and stay for the host's life.
+// All services of the host. They are made once and live as long as the host.
 struct HostServices {
   std::shared_ptr<CCfg> cfg;
   std::shared_ptr<CLog> log;
@@ -37,20 +38,20 @@ class HostContext final : public CGlobalContext {
   std::shared_ptr<CCfgEx> GetCfgEx() override { return services.cfgEx; }
   std::shared_ptr<CAoArp> GetAoArp() override { return services.aoArp; }
   void RegisterModule(const std::shared_ptr<CFenlux>& registered) override {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     module = registered;
   }
 
-  // What the module registered; empty before. Any thread.
+  // The registered module; null before registration. Any thread.
   std::shared_ptr<CFenlux> Module() const {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     return module;
   }
 
  private:
   const HostServices services;
-  mutable std::mutex mutex;
-  std::shared_ptr<CFenlux> module;
+  mutable Mutex mutex;
+  std::shared_ptr<CFenlux> module FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux::refhost

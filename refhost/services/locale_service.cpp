@@ -1,4 +1,4 @@
-// Translation and the reading of its table.
+// Translation, and reading of its table.
 #include "refhost/services/locale_service.h"
 
 #include <string_view>

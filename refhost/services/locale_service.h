@@ -1,4 +1,4 @@
-// Translation by a table from the configuration; a text without an entry stays as it is.
+// Translation by a table from the configuration. Text without an entry is not changed.
 #pragma once
 
 #include <map>
@@ -13,7 +13,7 @@ class ConfigTable;
 
 using Translations = std::map<std::string, std::string, std::less<>>;
 
-// Reads [translations]: the module's text is the key.
+// Reads [translations], whose keys are the module's texts.
 Translations ReadTranslations(const ConfigTable& table);
 
 class LocaleService final : public CLocale {
@@ -22,7 +22,7 @@ class LocaleService final : public CLocale {
 
   std::string& TranslateText(std::string& out, const char* text, const char* second, std::uint32_t flags) override;
 
-  // Any thread, at any time.
+  // Any thread.
   void Replace(Translations replacement) { translations.Set(std::move(replacement)); }
 
  private:

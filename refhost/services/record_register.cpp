@@ -1,14 +1,16 @@
-// Registrations and net objects may outlive the services that made them, so each shares what it reports to.
+// Registrations and net objects may outlive the services that made them, so they share the state they update.
 #include "refhost/services/record_register.h"
 
 #include <stdexcept>
 
+#include "common/mutex.h"
+
 namespace fenlux::refhost {
 
 struct RecordRegister::Entries {
-  mutable std::mutex mutex;
-  std::list<RegisteredInterface> now;
-  std::uint64_t total = 0;
+  mutable Mutex mutex;
+  std::list<RegisteredInterface> current FENLUX_GUARDED_BY(mutex);
+  std::uint64_t total FENLUX_GUARDED_BY(mutex) = 0;
 };
 
 class RecordRegister::Record final : public CKdiRecord {
@@ -24,8 +26,8 @@ class RecordRegister::Record final : public CKdiRecord {
 class RecordRegister::Registration final : public CRecordRegistration {
  public:
   Registration(std::shared_ptr<Entries> allEntries, const RegisteredInterface& data) : entries(std::move(allEntries)) {
-    const std::lock_guard lock(entries->mutex);
-    place = entries->now.insert(entries->now.end(), data);
+    const MutexLock lock(entries->mutex);
+    place = entries->current.insert(entries->current.end(), data);
     ++entries->total;
   }
   ~Registration() { Withdraw(); }
@@ -33,9 +35,9 @@ class RecordRegister::Registration final : public CRecordRegistration {
   Registration& operator=(const Registration&) = delete;
 
   void Withdraw() override {
-    const std::lock_guard lock(entries->mutex);
+    const MutexLock lock(entries->mutex);
     if (withdrawn) return;
-    entries->now.erase(place);
+    entries->current.erase(place);
     withdrawn = true;
   }
 
@@ -53,17 +55,17 @@ std::shared_ptr<CKdiRecord>& RecordRegister::CreateRecord(std::shared_ptr<CKdiRe
 
 std::shared_ptr<CRecordRegistration> RecordRegister::Register(const std::shared_ptr<CKdiRecord>& record) {
   const auto own = std::dynamic_pointer_cast<Record>(record);
-  if (own == nullptr) throw std::runtime_error("the record was not made by this host");
+  if (own == nullptr) throw std::runtime_error("the record was not created by this host");
   return std::make_shared<Registration>(entries, own->data);
 }
 
 std::vector<RegisteredInterface> RecordRegister::Registered() const {
-  const std::lock_guard lock(entries->mutex);
-  return {entries->now.begin(), entries->now.end()};
+  const MutexLock lock(entries->mutex);
+  return {entries->current.begin(), entries->current.end()};
 }
 
 std::uint64_t RecordRegister::TotalRegistered() const {
-  const std::lock_guard lock(entries->mutex);
+  const MutexLock lock(entries->mutex);
   return entries->total;
 }
 

@@ -1,11 +1,10 @@
-// The host's register of driver interfaces, and the net objects that each of them holds.
+// The host's register of driver interfaces, and the net objects they hold.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -29,10 +28,10 @@ class RecordRegister final : public CRecordFactory, public CRecordService {
   RecordRegister();
 
   std::shared_ptr<CKdiRecord>& CreateRecord(std::shared_ptr<CKdiRecord>& out) override;
-  // An interface leaves the register when it withdraws, or when its registration is released without that.
+  // The entry is removed by Withdraw, or when the registration is destroyed.
   std::shared_ptr<CRecordRegistration> Register(const std::shared_ptr<CKdiRecord>& record) override;
 
-  // Those that are registered now, in the order of their registration.
+  // The current entries in the order of registration.
   std::vector<RegisteredInterface> Registered() const;
   std::uint64_t TotalRegistered() const;
 

@@ -1,5 +1,7 @@
-// The conversions in full; see the header for what each means.
+// The conversions that the header describes.
 #include "refhost/services/utility_service.h"
+
+#include <fmt/format.h>
 
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
@@ -18,7 +20,7 @@ class Measurement final : public CMeasurement {
  public:
   std::string& GetResultText(std::string& out) override {
     const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
-    return out = std::to_string(elapsed.count()) + " us";
+    return out = fmt::format("{} us", elapsed.count());
   }
 
  private:
@@ -29,7 +31,7 @@ bool IsSeparator(wchar_t character) { return character == L'/' || character == L
 
 bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 
-// Whether the component that begins at `at` is a lone ".".
+// Whether the component that starts at `at` is ".".
 bool IsDotComponent(std::wstring_view path, std::size_t at) {
   return path[at] == L'.' && (at + 1 == path.size() || IsSeparator(path[at + 1]));
 }
@@ -59,7 +61,7 @@ void UtilityService::CopyToField(void* destination, std::uint32_t limit, const s
   const std::u16string units = Utf16FromWide(text);
   const std::size_t room = limit / 2;
   std::size_t count = units.size() < room ? units.size() : room;
-  // A character of two units is copied whole or not at all.
+  // Do not split a character of two units.
   if (count < units.size() && count > 0 && IsHighSurrogate(units[count - 1])) --count;
   auto* field = static_cast<std::uint8_t*>(destination);
   for (std::size_t index = 0; index < count; ++index) {
@@ -81,7 +83,7 @@ std::wstring& UtilityService::ToRecordString(std::wstring& out, const std::wstri
   std::wstring normal;
   normal.reserve(rest.size());
   std::size_t at = 0;
-  // Two backslashes at the beginning name a machine of the network and stay.
+  // Keep two backslashes at the start: they introduce the name of a computer.
   if (rest.substr(0, 2) == L"\\\\") {
     normal = L"\\\\";
     at = 2;

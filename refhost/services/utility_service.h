@@ -1,4 +1,4 @@
-// Text conversion, buffers, measurements and the plain log of the host.
+// Text conversion, buffers, measurements, and log lines with a category.
 #pragma once
 
 #include <memory>
@@ -11,22 +11,22 @@ class LogService;
 
 class UtilityService final : public CUtility {
  public:
-  // `versionFlagValue` is what QueryVersionFlag answers.
+  // `versionFlagValue` is the result of QueryVersionFlag.
   UtilityService(std::shared_ptr<LogService> logService, bool versionFlagValue);
 
   bool QueryVersionFlag() override;
   // Wide text as UTF-8.
   std::string& ToNarrowString(std::string& out, const std::wstring& text) override;
-  // The path as it came.
+  // The path unchanged.
   std::string& TransformPath(std::string& out, const std::string& path) override;
   // The message on one line of valid UTF-8.
   std::string& ConvertText(std::string& out, const std::string& message) override;
-  // Counts microseconds from here on.
+  // Measures microseconds from now.
   std::shared_ptr<CMeasurement>& CreateMeasurement(std::shared_ptr<CMeasurement>& out) override;
-  // UTF-16 little-endian, cut between characters, ended by a zero unit where one fits.
+  // UTF-16 little-endian, truncated between characters, with a terminating zero unit if there is room.
   void CopyToField(void* destination, std::uint32_t limit, const std::wstring& text) override;
   std::wstring& ToWideString(std::wstring& out, const std::string& text) override;
-  // Without the prefix of the system's object names ("\??\", "\\?\"), without doubled separators and "." components.
+  // Without the prefix of the system's object names ("\??\", "\\?\"), repeated separators and "." components.
   std::wstring& ToRecordString(std::wstring& out, const std::wstring& path) override;
   // Always zero-filled.
   std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size, bool last) override;

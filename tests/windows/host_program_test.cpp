@@ -282,12 +282,12 @@ TEST(HostProgram, ChecksTheDriversSettings) {
       "host.toml", "[driver]\nport = 'filter-manager'\nthreads = 4\nbuffers = 2\n[emulator]\nsource = 'scripted'\n");
   const ProgramOutcome outcome = RunHostProgram(room, {"check", Utf8(config)});
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must not be less than threads, which is 4\n"))
+  EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must be at least threads, which is 4\n"))
       << outcome.err;
   EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: requires [driver] port = \"emulator\"\n")) << outcome.err;
   const auto other = room.Write("other.toml", "[driver]\nfilter_library = 'x.dll'\n");
   EXPECT_TRUE(Contains(RunHostProgram(room, {"check", Utf8(other)}).err,
-                       ":2:18: driver.filter_library: belongs to port = \"filter-manager\"\n"));
+                       ":2:18: driver.filter_library: requires port = \"filter-manager\"\n"));
 }
 
 }  // namespace

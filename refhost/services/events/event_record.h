@@ -1,4 +1,4 @@
-// Event records: what the module learnt of one notification, as plain data.
+// Event records: the data of one notification.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace fenlux::refhost {
 
-// What the module told of one event. Values that it did not set are empty.
+// What the module set for one event. Values it did not set are empty.
 struct EventData {
   std::uint64_t processId = 0;
   std::optional<std::uint32_t> sessionId;
@@ -36,7 +36,7 @@ struct EventData {
   std::uint32_t valueB = 0;
 };
 
-// Belongs to one delivery thread at a time.
+// Used by one delivery thread at a time.
 class EventRecord final : public CArpRecord {
  public:
   EventRecord();
@@ -44,14 +44,14 @@ class EventRecord final : public CArpRecord {
   EventRecord& operator=(const EventRecord&) = delete;
 
   const EventData& Data() const { return data; }
-  // What decision 5 sends to the driver.
+  // The data that Decision::kContext sends to the driver.
   void SetContextData(std::shared_ptr<CBuf> newContext) { context = std::move(newContext); }
 
   const std::shared_ptr<CArpProcess>& ProcessPart() override { return processHandle; }
   void Mark() override { data.marked = true; }
   std::wstring& GetPath(std::wstring& out) override { return out = data.path; }
   std::shared_ptr<CBuf> GetContextData() override { return context; }
-  // The process's id, so that a missing path becomes the image of the process.
+  // The process id, so that the path of the process's image replaces a missing path.
   std::uint32_t GetPathSource() override { return static_cast<std::uint32_t>(data.processId); }
   std::string& Describe(std::string& out) override;
   void SetPath(const std::wstring& path) override { data.path = path; }
@@ -89,7 +89,7 @@ class EventRecord final : public CArpRecord {
 
   EventData data;
   Process process;
-  // Points at process without owning it: the part lives exactly as long as its record.
+  // Points at process without owning it: the part lives as long as its record.
   std::shared_ptr<CArpProcess> processHandle;
   std::shared_ptr<CBuf> context;
 };

@@ -1,4 +1,4 @@
-// Both tables; a row a line.
+// Both tables, one row per line.
 #include "refhost/services/events/event_types.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 namespace fenlux::refhost {
 namespace {
 
-using Types = std::array<std::uint32_t, 6>;  // unused places are 0
+using Types = std::array<std::uint32_t, 6>;  // unused elements are 0
 
 struct CodeRow {
   std::uint32_t code;
@@ -54,7 +54,7 @@ constexpr CodeRow kCodes[] = {
     {8206, 2, {0x401A}},
 };
 
-// Only those whose records say what they are; every other type is named by its number or its code.
+// Only kinds whose records identify them. Rules name all other types by number or by code.
 struct NameRow {
   std::string_view name;
   std::uint32_t category;
@@ -62,10 +62,10 @@ struct NameRow {
 };
 
 constexpr NameRow kNames[] = {
-    {"access", 0, {0x4000, 0x4001, 0x4002, 0x4003, 0x401C, 0x401D}},  // carry the two access values
-    {"endpoint", 0, {0x1002}},                                        // carries an address and a port
+    {"access", 0, {0x4000, 0x4001, 0x4002, 0x4003, 0x401C, 0x401D}},  // have the two access values
+    {"endpoint", 0, {0x1002}},                                        // has an address and a port
     {"open", 2, {0x4004}},                                            // marked as opening
-    {"remote", 0, {0x4018, 0x4019}},                                  // carry the remote flag and four words
+    {"remote", 0, {0x4018, 0x4019}},                                  // have the remote flag and four words
     {"unanswered", 1, {0x4015}},                                      // judged, but the driver waits for no reply
 };
 

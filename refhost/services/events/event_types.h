@@ -1,4 +1,4 @@
-// The event types that the module gives to records, by the notification codes that they come from.
+// The event types of records, by the notification codes they come from.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace fenlux::refhost {
 
-// One kind of record; category 0 stands for both.
+// One kind of record. Category 0 means both.
 struct EventKind {
   std::uint32_t type = 0;
   std::uint32_t category = 0;
@@ -15,11 +15,11 @@ struct EventKind {
   bool operator==(const EventKind&) const = default;
 };
 
-// The kinds that the module makes of a notification code; none where it judges no such code. Two codes may give the
-// same kind: a record does not tell them apart.
+// The kinds of record that the module makes from a notification code; none if it does not judge that code. Two codes
+// may give the same kind: their records are indistinguishable.
 std::vector<EventKind> EventKindsOfCode(std::uint32_t code);
 
-// The kinds that a name stands for, and all the names.
+// The kinds that a name means, and all names.
 std::vector<EventKind> EventKindsOfName(std::string_view name);
 std::vector<std::string_view> EventNames();
 

@@ -2,7 +2,10 @@
 // (32 bits each, little-endian).
 #include "refhost/services/events/identity_text.h"
 
+#include <fmt/format.h>
+
 #include <boost/endian/conversion.hpp>
+#include <iterator>
 
 #include "refhost/base/text/hex.h"
 
@@ -12,8 +15,8 @@ namespace {
 constexpr std::uint8_t kRevision = 1;
 constexpr std::size_t kAuthorityOffset = 2;
 constexpr std::size_t kSubAuthorityOffset = 8;
-// The form allows 15; as many as the block holds are read.
-constexpr std::size_t kMostSubAuthorities = (kIdentityBlockSize - kSubAuthorityOffset) / 4;
+// The format allows 15, the block has room for fewer.
+constexpr std::size_t kMaxSubAuthorities = (kIdentityBlockSize - kSubAuthorityOffset) / 4;
 
 std::span<const std::uint8_t> WithoutTrailingZeros(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
@@ -24,11 +27,11 @@ std::span<const std::uint8_t> WithoutTrailingZeros(std::span<const std::uint8_t>
 
 std::string IdentityText(std::span<const std::uint8_t, kIdentityBlockSize> block) {
   const std::size_t count = block[1];
-  if (block[0] != kRevision || count == 0 || count > kMostSubAuthorities) return HexText(WithoutTrailingZeros(block));
-  std::string text = "S-1-" + std::to_string(boost::endian::load_big_u48(block.data() + kAuthorityOffset));
+  if (block[0] != kRevision || count == 0 || count > kMaxSubAuthorities) return HexText(WithoutTrailingZeros(block));
+  std::string text = fmt::format("S-1-{}", boost::endian::load_big_u48(block.data() + kAuthorityOffset));
   for (std::size_t index = 0; index < count; ++index) {
     const std::uint8_t* const subAuthority = block.data() + kSubAuthorityOffset + 4 * index;
-    text += "-" + std::to_string(boost::endian::load_little_u32(subAuthority));
+    fmt::format_to(std::back_inserter(text), "-{}", boost::endian::load_little_u32(subAuthority));
   }
   return text;
 }

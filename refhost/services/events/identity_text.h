@@ -1,4 +1,4 @@
-// The text of an account's identity block.
+// Text form of an account's identity block.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@ namespace fenlux::refhost {
 
 inline constexpr std::size_t kIdentityBlockSize = 64;
 
-// "S-1-5-21-..." of a security identifier in its binary form; of bytes that are none, their hexadecimal digits up to
-// the last byte that is not zero.
+// "S-1-5-21-..." for a security identifier in binary form. For other bytes, their hexadecimal digits up to the last
+// byte that is not zero.
 std::string IdentityText(std::span<const std::uint8_t, kIdentityBlockSize> block);
 
 }  // namespace fenlux::refhost

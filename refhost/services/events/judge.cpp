@@ -1,5 +1,8 @@
-// Rules, from their tables to decisions.
+// Reading of rules, and judging by them.
 #include "refhost/services/events/judge.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -20,15 +23,6 @@ std::shared_ptr<CBuf> ContextBuffer(const std::string& text) {
   return std::make_shared<HeapBuffer>(std::move(bytes));
 }
 
-std::string NamesText() {
-  std::string text;
-  for (const std::string_view name : EventNames()) {
-    if (!text.empty()) text += ", ";
-    text += name;
-  }
-  return text;
-}
-
 void Append(std::vector<EventKind>& kinds, const std::vector<EventKind>& more) {
   kinds.insert(kinds.end(), more.begin(), more.end());
 }
@@ -37,13 +31,15 @@ std::vector<EventKind> ReadEvents(const ConfigTable& table) {
   std::vector<EventKind> kinds;
   for (const std::string& name : table.Texts("events")) {
     const std::vector<EventKind> named = EventKindsOfName(name);
-    if (named.empty()) table.Report("events", "knows no event \"" + name + "\"; there are " + NamesText());
+    if (named.empty()) {
+      table.Report("events", fmt::format("\"{}\" is not one of {}", name, fmt::join(EventNames(), ", ")));
+    }
     Append(kinds, named);
   }
   for (const std::int64_t code : table.Integers("codes", 1, 0xFFFF)) {
     const std::vector<EventKind> coded = EventKindsOfCode(static_cast<std::uint32_t>(code));
     if (coded.empty()) {
-      table.Report("codes", "holds " + std::to_string(code) + ", a notification code that is never judged");
+      table.Report("codes", fmt::format("notification code {} is never judged", code));
     }
     Append(kinds, coded);
   }
@@ -66,12 +62,12 @@ Rule ReadRule(const ConfigTable& table) {
   rule.events = ReadEvents(table);
   rule.path = ReadGlob(table, "path");
   rule.process = ReadGlob(table, "process");
-  rule.decision = table.RequiredUnsigned("decision", kLeastDecision, kMostDecision);
+  rule.decision = static_cast<Decision>(table.RequiredUnsigned("decision", kMinDecision, kMaxDecision));
   const bool hasContext = table.Has("context");
   if (hasContext) rule.context = ContextBuffer(table.Text("context", ""));
-  if (hasContext && rule.decision != kContextDecision) table.Report("context", "goes with decision 5 only");
-  if (!hasContext && rule.decision == kContextDecision) {
-    table.Report("decision", "5 needs a context; write context = \"\" to leave it out on purpose");
+  if (hasContext && rule.decision != Decision::kContext) table.Report("context", "requires decision 5");
+  if (!hasContext && rule.decision == Decision::kContext) {
+    table.Report("decision", "5 requires a context; write context = \"\" to leave it out on purpose");
   }
   return rule;
 }
@@ -91,9 +87,10 @@ bool Rule::Matches(const EventData& event) const {
 
 Rules ReadRules(const ConfigTable& table) {
   Rules rules;
-  rules.defaultDecision = table.Unsigned("default_decision", rules.defaultDecision, kLeastDecision, kMostDecision);
-  if (rules.defaultDecision == kContextDecision) {
-    table.Report("default_decision", "cannot be 5: only a rule carries a context");
+  rules.defaultDecision = static_cast<Decision>(table.Unsigned(
+      "default_decision", static_cast<std::uint32_t>(rules.defaultDecision), kMinDecision, kMaxDecision));
+  if (rules.defaultDecision == Decision::kContext) {
+    table.Report("default_decision", "cannot be 5: only rules have a context");
   }
   for (const ConfigTable& rule : table.Tables("rules")) rules.ordered.push_back(ReadRule(rule));
   return rules;
@@ -101,7 +98,7 @@ Rules ReadRules(const ConfigTable& table) {
 
 std::uint32_t Judge::Evaluate(const std::shared_ptr<CArpRecord>& record) {
   const std::shared_ptr<const Rules> current = rules.Get();
-  std::uint32_t decision = current->defaultDecision;
+  Decision decision = current->defaultDecision;
   if (auto* event = dynamic_cast<EventRecord*>(record.get()); event != nullptr) {
     for (const Rule& rule : current->ordered) {
       if (!rule.Matches(event->Data())) continue;
@@ -110,12 +107,13 @@ std::uint32_t Judge::Evaluate(const std::shared_ptr<CArpRecord>& record) {
       break;
     }
   }
-  decisions[decision].fetch_add(1, std::memory_order_relaxed);
-  return decision;
+  const auto number = static_cast<std::uint32_t>(decision);
+  decisions[number].fetch_add(1, std::memory_order_relaxed);
+  return number;
 }
 
-std::array<std::uint64_t, kMostDecision + 1> Judge::Decisions() const {
-  std::array<std::uint64_t, kMostDecision + 1> counts{};
+DecisionCounts Judge::Decisions() const {
+  DecisionCounts counts{};
   for (std::size_t index = 0; index < counts.size(); ++index) counts[index] = decisions[index].load();
   return counts;
 }

@@ -1,4 +1,4 @@
-// The judge of events: ordered rules, of which the first that matches decides.
+// Judges events by ordered rules: the first one that matches decides.
 #pragma once
 
 #include <array>
@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "host/ao_arp.h"
-#include "refhost/base/text/glob.h"
 #include "refhost/base/live_value.h"
+#include "refhost/base/text/glob.h"
 #include "refhost/services/events/event_types.h"
 
 namespace fenlux {
@@ -23,30 +23,27 @@ namespace fenlux::refhost {
 class ConfigTable;
 struct EventData;
 
-inline constexpr std::uint32_t kLeastDecision = 1;
-inline constexpr std::uint32_t kMostDecision = 7;
-inline constexpr std::uint32_t kPassDecision = 2;
-inline constexpr std::uint32_t kContextDecision = 5;  // carries context data to the driver
-
-// A rule matches where everything that it names does.
+// Matches an event if all of its conditions do.
 struct Rule {
   std::string name;
   std::vector<EventKind> events;  // empty: every event
-  std::optional<Glob> path;       // of the event's path or its second path
-  std::optional<Glob> process;    // of the process's image
-  std::uint32_t decision = kPassDecision;
-  std::shared_ptr<CBuf> context;  // of decision 5: UTF-16, little-endian
+  std::optional<Glob> path;       // matches the event's path or its second path
+  std::optional<Glob> process;    // matches the path of the process's image
+  Decision decision = Decision::kPass;
+  std::shared_ptr<CBuf> context;  // for Decision::kContext: UTF-16, little-endian
 
   bool Matches(const EventData& event) const;
 };
 
 struct Rules {
   std::vector<Rule> ordered;
-  std::uint32_t defaultDecision = kPassDecision;  // where no rule matches
+  Decision defaultDecision = Decision::kPass;  // if no rule matches
 };
 
 // Reads the [judging] table.
 Rules ReadRules(const ConfigTable& table);
+
+using DecisionCounts = std::array<std::uint64_t, kMaxDecision + 1>;
 
 class Judge final : public CAoArp {
  public:
@@ -54,14 +51,14 @@ class Judge final : public CAoArp {
 
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override;
 
-  // Any thread, at any time; an event that is being judged is judged by the rules it began with.
+  // Any thread. An event that is being judged keeps the rules it started with.
   void Replace(Rules newRules) { rules.Set(std::move(newRules)); }
-  // How often each decision was given, by its number.
-  std::array<std::uint64_t, kMostDecision + 1> Decisions() const;
+  // How often each decision was made, indexed by its number.
+  DecisionCounts Decisions() const;
 
  private:
   LiveValue<Rules> rules;
-  std::array<std::atomic<std::uint64_t>, kMostDecision + 1> decisions{};
+  std::array<std::atomic<std::uint64_t>, kMaxDecision + 1> decisions{};
 };
 
 }  // namespace fenlux::refhost

@@ -1,7 +1,7 @@
-// The host's log: lines of the module and of the host, on the console and in a file, written by a thread of their own.
+// Asynchronous log of the host and the module, to the console and a file.
 //
-// Nobody who logs ever waits for the console, the file or another line's writing: a line goes to a queue of limited
-// length, and one that does not fit is counted and dropped. The totals say how many.
+// Logging never blocks: lines go to a bounded queue that one writer thread drains. Lines that do not fit are dropped
+// and counted.
 #pragma once
 
 #include <array>
@@ -18,15 +18,16 @@
 namespace fenlux::refhost {
 
 class ConfigTable;
+class LogQueue;
 
 std::string_view SeverityName(Severity severity);
 
 struct LogSettings {
-  // Each output takes lines of its severity and above; a value beyond kAlert takes none.
-  std::size_t consoleLeast = static_cast<std::size_t>(Severity::kEvent);
-  std::size_t fileLeast = static_cast<std::size_t>(Severity::kDetail);
-  boost::filesystem::path file;  // empty: none; otherwise lines are added at its end
-  bool json = false;             // one object a line instead of text
+  // Each output gets lines of its level and above. kSeverities turns it off.
+  std::size_t consoleLevel = static_cast<std::size_t>(Severity::kEvent);
+  std::size_t fileLevel = static_cast<std::size_t>(Severity::kDetail);
+  boost::filesystem::path file;  // empty: none; otherwise lines are appended
+  bool json = false;             // one object per line instead of text
   std::size_t queueLines = 8192;
 
   bool operator==(const LogSettings&) const = default;
@@ -35,10 +36,10 @@ struct LogSettings {
 // Reads the [log] table.
 LogSettings ReadLogSettings(const ConfigTable& table);
 
-// What became of the lines. Every line that an output wanted was written or dropped, or waits in the queue.
+// Counts of lines. Every line that some output should get is written, dropped, or waiting.
 struct LogTotals {
-  std::array<std::uint64_t, kSeverities> bySeverity{};  // everything that was logged
-  std::uint64_t unwanted = 0;                           // too little severe for every output
+  std::array<std::uint64_t, kSeverities> bySeverity{};  // all lines logged
+  std::uint64_t unwanted = 0;                           // below every output's threshold
   std::uint64_t written = 0;
   std::uint64_t dropped = 0;
   std::uint64_t waiting = 0;
@@ -46,12 +47,12 @@ struct LogTotals {
   std::uint64_t Of(Severity severity) const { return bySeverity[static_cast<std::size_t>(severity)]; }
 };
 
-// All operations: any thread, several at once; none throws or waits, save where it says so.
+// Any thread. No operation throws or blocks, unless it says so.
 class LogService final : public CLog {
  public:
-  // Opens the outputs and starts the writer. Throws std::runtime_error where the file cannot be opened.
+  // Opens the outputs and starts the writer. Throws std::runtime_error if the file cannot be opened.
   explicit LogService(const LogSettings& settings);
-  // Writes what waits and ends the writer.
+  // Writes the waiting lines and stops the writer, but waits no more than a few seconds for a stuck output.
   ~LogService();
   LogService(const LogService&) = delete;
   LogService& operator=(const LogService&) = delete;
@@ -65,16 +66,15 @@ class LogService final : public CLog {
 
   // A line with a category (0: none).
   void Write(Severity severity, std::uint32_t code, std::string_view line, std::uint32_t category);
-  // A line of the host's own.
+  // A line of the host.
   void Write(Severity severity, std::string_view line) { Write(severity, 0, line, 0); }
 
-  // Waits until everything that was logged before the call is written, or the time has passed; says which.
-  bool Drain(std::chrono::milliseconds limit);
+  // Waits until everything logged before the call is written; false if `timeout` passes first.
+  bool Drain(std::chrono::milliseconds timeout);
   LogTotals Totals() const;
 
  private:
-  class Queue;
-  std::shared_ptr<Queue> queue;
+  const std::shared_ptr<LogQueue> queue;
 };
 
 }  // namespace fenlux::refhost

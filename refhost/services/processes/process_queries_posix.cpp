@@ -1,6 +1,7 @@
-// Linux: everything comes from /proc, which may lose a process between any two looks at it.
+// Process queries through /proc, where a process may disappear between any two reads.
 #include <dirent.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,33 +12,33 @@
 #include <memory>
 #include <string_view>
 
+#include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/text/utf_text.h"
 #include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::size_t kMostCommandLine = 4096;
+constexpr std::size_t kMaxCommandLine = 4096;
 constexpr std::uint32_t kNoLoginSession = 0xFFFFFFFF;
-// What the kernel appends to the path of a program whose file was removed.
+// The kernel appends this to the path of a program whose file was removed.
 constexpr std::string_view kRemoved = " (deleted)";
 
 std::string ProcPath(std::uint32_t processId, std::string_view entry) {
-  return "/proc/" + std::to_string(processId) + std::string(entry);
+  return fmt::format("/proc/{}{}", processId, entry);
 }
 
-// The beginning of a file of /proc; empty where it cannot be read.
+// The start of a file in /proc; empty if it cannot be read.
 std::string ReadStart(const std::string& path, std::size_t limit) {
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return {};
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.Valid()) return {};
   std::string text(limit, '\0');
   std::size_t length = 0;
   while (length < limit) {
-    const ssize_t count = ::read(file, text.data() + length, limit - length);
+    const ssize_t count = ::read(file.Get(), text.data() + length, limit - length);
     if (count <= 0) break;
     length += static_cast<std::size_t>(count);
   }
-  ::close(file);
   text.resize(length);
   return text;
 }
@@ -77,7 +78,7 @@ std::uint32_t ProcessSession(std::uint32_t processId) {
 std::wstring ProcessImagePath(std::uint32_t processId) { return WideFromNarrow(ImageOf(processId)); }
 
 std::string ProcessCommandLine(std::uint32_t processId) {
-  std::string line = ReadStart(ProcPath(processId, "/cmdline"), kMostCommandLine);
+  std::string line = ReadStart(ProcPath(processId, "/cmdline"), kMaxCommandLine);
   while (!line.empty() && line.back() == '\0') line.pop_back();
   std::replace(line.begin(), line.end(), '\0', ' ');
   return line;

@@ -1,5 +1,5 @@
-// Windows: the list of processes is a snapshot of the system; the rest is asked of one process at a time, with the
-// least access that answers, so that a host without privileges learns of other users' processes what it may.
+// Process queries on Windows: the list of processes is a snapshot of the system. Everything else is queried per process
+// with the least access that suffices, so that a host without privileges can query other users' processes too.
 #include "refhost/services/processes/process_queries.h"
 
 #include <windows.h>
@@ -11,6 +11,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string_view>
 
 #include "refhost/base/platform/handle_win.h"
@@ -19,11 +20,11 @@
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::size_t kMostCommandLine = 4096;
-constexpr std::size_t kLongestPath = 32768;
+constexpr std::size_t kMaxCommandLine = 4096;
+constexpr std::size_t kMaxPathLength = 32768;
 
-// A process by its exact id: the system would also take the three ids that follow one for the same process. One that
-// has ended is still there as long as anybody holds a handle to it, and is none here.
+// Opens a running process by its exact id: the system itself ignores the two lowest bits of an id. A process that has
+// ended exists as long as anybody holds a handle to it; it counts as not running.
 Handle OpenRunning(std::uint32_t processId, DWORD access) {
   Handle process(::OpenProcess(access | SYNCHRONIZE, FALSE, processId));
   if (!process.Valid()) return process;
@@ -31,7 +32,7 @@ Handle OpenRunning(std::uint32_t processId, DWORD access) {
       ::GetProcessId(process.Get()) == processId && ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
   if (!runs) {
     process.Reset();
-    ::SetLastError(ERROR_INVALID_PARAMETER);  // as for an id that never was
+    ::SetLastError(ERROR_INVALID_PARAMETER);  // as for an id that does not exist
   }
   return process;
 }
@@ -51,46 +52,47 @@ bool SameText(std::wstring_view left, std::wstring_view right) {
                                 static_cast<int>(right.size()), TRUE) == CSTR_EQUAL;
 }
 
-// Cut between characters.
-std::string CutLine(std::string line) {
-  if (line.size() <= kMostCommandLine) return line;
-  std::size_t length = kMostCommandLine;
+// Truncates between characters.
+std::string TruncatedLine(std::string line) {
+  if (line.size() <= kMaxCommandLine) return line;
+  std::size_t length = kMaxCommandLine;
   while (length > 0 && (static_cast<unsigned char>(line[length]) & 0xC0) == 0x80) --length;
   line.resize(length);
   return line;
 }
 
 template <typename Value>
-bool ReadValue(HANDLE process, const void* address, Value& value) {
+std::optional<Value> ReadValue(HANDLE process, const void* address) {
+  Value value{};
   SIZE_T count = 0;
-  return ::ReadProcessMemory(process, address, &value, sizeof(value), &count) && count == sizeof(value);
+  const bool read = ::ReadProcessMemory(process, address, &value, sizeof(value), &count) && count == sizeof(value);
+  return read ? std::optional<Value>(value) : std::nullopt;
 }
 
 using QueryProcess = NTSTATUS(NTAPI*)(HANDLE, PROCESSINFOCLASS, PVOID, ULONG, PULONG);
 
-// Looked up by name, as its documentation asks for.
+// Looked up by name, as its documentation recommends.
 QueryProcess FindQueryProcess() {
   const HMODULE library = ::GetModuleHandleW(L"ntdll.dll");
   const FARPROC found = library == nullptr ? nullptr : ::GetProcAddress(library, "NtQueryInformationProcess");
   return reinterpret_cast<QueryProcess>(reinterpret_cast<void*>(found));
 }
 
-// A process keeps its command line among its own parameters; there it is read.
+// Reads the command line from the process's own parameters.
 std::wstring ReadCommandLine(HANDLE process) {
   static const QueryProcess query = FindQueryProcess();
   PROCESS_BASIC_INFORMATION basic{};
   if (query == nullptr || query(process, ProcessBasicInformation, &basic, sizeof(basic), nullptr) < 0) return {};
   const auto* const block = reinterpret_cast<const std::byte*>(basic.PebBaseAddress);
-  const std::byte* parameters = nullptr;
-  UNICODE_STRING line{};
-  if (block == nullptr || !ReadValue(process, block + offsetof(PEB, ProcessParameters), parameters) ||
-      parameters == nullptr ||
-      !ReadValue(process, parameters + offsetof(RTL_USER_PROCESS_PARAMETERS, CommandLine), line)) {
-    return {};
-  }
-  std::wstring text(line.Length / sizeof(wchar_t), L'\0');
+  if (block == nullptr) return {};
+  const auto parameters = ReadValue<const std::byte*>(process, block + offsetof(PEB, ProcessParameters));
+  if (!parameters || *parameters == nullptr) return {};
+  const auto line =
+      ReadValue<UNICODE_STRING>(process, *parameters + offsetof(RTL_USER_PROCESS_PARAMETERS, CommandLine));
+  if (!line) return {};
+  std::wstring text(line->Length / sizeof(wchar_t), L'\0');
   SIZE_T count = 0;
-  if (!::ReadProcessMemory(process, line.Buffer, text.data(), line.Length, &count)) return {};
+  if (!::ReadProcessMemory(process, line->Buffer, text.data(), line->Length, &count)) return {};
   text.resize(count / sizeof(wchar_t));
   return text;
 }
@@ -113,12 +115,12 @@ bool ProcessRuns(std::uint32_t processId) {
   if (processId == 0) return true;  // the system's idle process, which cannot be opened
   if (OpenRunning(processId, PROCESS_QUERY_LIMITED_INFORMATION).Valid()) return true;
   if (::GetLastError() != ERROR_ACCESS_DENIED) return false;
-  // There is one that may not be looked at, or the id is one beside it.
+  // There is a process that may not be queried, but its id may differ in the two lowest bits.
   return RunningProcesses().contains(processId);
 }
 
 std::uint32_t ProcessSession(std::uint32_t processId) {
-  // Session 0 is the system's own: services live there, and no user logs in to it.
+  // Session 0 is the system's own: services run in it, and no user logs in to it.
   DWORD session = 0;
   return ::ProcessIdToSessionId(processId, &session) ? session : 0;
 }
@@ -133,15 +135,15 @@ std::wstring ProcessImagePath(std::uint32_t processId) {
       path.resize(length);
       return path;
     }
-    if (::GetLastError() != ERROR_INSUFFICIENT_BUFFER || path.size() >= kLongestPath) return {};
-    path.resize(kLongestPath);
+    if (::GetLastError() != ERROR_INSUFFICIENT_BUFFER || path.size() >= kMaxPathLength) return {};
+    path.resize(kMaxPathLength);
   }
 }
 
 std::string ProcessCommandLine(std::uint32_t processId) {
   const Handle process = OpenRunning(processId, PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_VM_READ);
   if (!process.Valid()) return {};
-  return CutLine(NarrowFromWide(ReadCommandLine(process.Get())));
+  return TruncatedLine(NarrowFromWide(ReadCommandLine(process.Get())));
 }
 
 std::set<std::uint64_t> RunningProcesses() {
@@ -157,7 +159,7 @@ std::vector<std::uint32_t> ProcessesOfImage(const boost::filesystem::path& image
   if (error) return found;
   const std::wstring name = real.filename().native();
   ForEachProcess([&](const PROCESSENTRY32W& entry) {
-    // The snapshot has the name alone, which spares most processes the second look.
+    // The snapshot has only file names. Comparing those first avoids opening most processes.
     if (SameText(entry.szExeFile, name) && SameText(ProcessImagePath(entry.th32ProcessID), real.native())) {
       found.push_back(entry.th32ProcessID);
     }

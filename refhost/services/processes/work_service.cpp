@@ -1,4 +1,4 @@
-// The queries of CWinWork over those of the platform.
+// CWinWork on top of the platform's process queries.
 #include "refhost/services/processes/work_service.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ SystemImages ReadSystemImages(const ConfigTable& table) {
 
 WorkService::WorkService(SystemImages images, PortClientMaker portClientMaker)
     : systemImages([&] {
-        // The running image of a process is known by its real path.
+        // Processes report the real paths of their images.
         for (auto& [name, path] : images) {
           boost::system::error_code error;
           const boost::filesystem::path real = boost::filesystem::canonical(path, error);
@@ -56,7 +56,7 @@ std::string& WorkService::GetProcessNarrowText(std::string& out, std::uint32_t p
 std::shared_ptr<CPortClient>& WorkService::CreatePortClient(
     std::shared_ptr<CPortClient>& out, const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
     std::uint32_t maxMessageSize, const NotificationHandler& handler, std::uint32_t portValue) {
-  lastBegun.store(Clock::now().time_since_epoch().count());
+  lastConnectionStart.store(Clock::now().time_since_epoch().count());
   return out = makePortClient(portName, connectContext, maxMessageSize, handler, portValue);
 }
 

@@ -1,4 +1,4 @@
-// The host's queries of the operating system, and the door to the driver's port.
+// The host's queries to the operating system, and the creation of port clients.
 #pragma once
 
 #include <atomic>
@@ -14,14 +14,14 @@ namespace fenlux::refhost {
 
 class ConfigTable;
 
-// Where a system image that the module asks for lies, by the name it asks with, for machines that have no such image.
-// A process of such an image counts as one of the system's own.
+// Paths for system images by the names that the module asks for, on machines that have no such images. A process of
+// such an image counts as one of the system's own.
 using SystemImages = std::map<std::string, boost::filesystem::path>;
 
 // Reads [system_images].
 SystemImages ReadSystemImages(const ConfigTable& table);
 
-// Makes a port client; the arguments are those of CWinWork::CreatePortClient.
+// Makes a port client. The arguments are those of CWinWork::CreatePortClient.
 using PortClientMaker = std::function<std::shared_ptr<CPortClient>(
     const std::string& portName, const std::shared_ptr<CBuf>& connectContext, std::uint32_t maxMessageSize,
     const NotificationHandler& handler, std::uint32_t portValue)>;
@@ -33,11 +33,13 @@ class WorkService final : public CWinWork {
 
   WorkService(SystemImages images, PortClientMaker portClientMaker);
 
-  // When the module last began a connection; the clock's beginning where it never did. Any thread.
-  Clock::time_point LastConnectionBegun() const { return Clock::time_point(Clock::duration(lastBegun.load())); }
+  // When the module last asked for a port client; the clock's minimum if it never did. Any thread.
+  Clock::time_point LastConnectionStart() const {
+    return Clock::time_point(Clock::duration(lastConnectionStart.load()));
+  }
 
   boost::filesystem::path& SystemPath(boost::filesystem::path& out, const std::string& imageName) override;
-  // 0 for a process of a configured system image and where the system says so, the login session otherwise.
+  // 0 for a process of a configured system image, otherwise the login session (see ProcessSession).
   std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) override;
   // The path of the process's image.
   std::wstring& GetProcessWideText(std::wstring& out, std::uint32_t processIdOrPathSource,
@@ -58,7 +60,7 @@ class WorkService final : public CWinWork {
  private:
   const SystemImages systemImages;
   const PortClientMaker makePortClient;
-  std::atomic<Clock::rep> lastBegun{Clock::duration::min().count()};
+  std::atomic<Clock::rep> lastConnectionStart{Clock::duration::min().count()};
 };
 
 }  // namespace fenlux::refhost

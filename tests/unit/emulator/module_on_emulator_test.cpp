@@ -76,7 +76,7 @@ class ModuleOnEmulator : public EmulatorTest {
     live.spspFlags = {1, 2, 3, 4};
     live.configBlock = {9, 8, 7};
     live.monitoredObjects = std::vector<boost::filesystem::path>{};
-    rules.defaultDecision = refhost::kPassDecision;
+    rules.defaultDecision = Decision::kPass;
   }
 
   void TearDown() override {
@@ -90,7 +90,7 @@ class ModuleOnEmulator : public EmulatorTest {
   // Creates the host around the emulator and the module in it, and starts the module.
   void Start() {
     refhost::LogSettings quiet;  // for lines that bypass the log operations
-    quiet.consoleLeast = refhost::kSeverities;
+    quiet.consoleLevel = refhost::kSeverities;
     refhost::FixedSettings fixed;
     fixed.portValue = 77;
     fixed.clientTypeFlag = clientTypeFlag;
@@ -205,7 +205,7 @@ TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
                            .events = {},
                            .path = refhost::Glob("*.context"),
                            .process = {},
-                           .decision = refhost::kContextDecision,
+                           .decision = Decision::kContext,
                            .context = std::make_shared<refhost::HeapBuffer>(std::size_t{10})});
   const auto add = [this](std::uint32_t code, std::u16string path, std::uint32_t verdict) {
     auto& step = AddNotifications(BuildNotification({.code = code, .processId = 1, .path = std::move(path)}), 500);

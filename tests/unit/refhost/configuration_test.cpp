@@ -1,4 +1,4 @@
-// What the module is told of its settings, before and after they are replaced.
+// The settings as the module sees them, before and after they are replaced.
 #include "refhost/services/configuration.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ struct Read {
   LiveSettings live;
 };
 
-TEST(Configuration, AnswersWhatTheFileSays) {
+TEST(Configuration, ReturnsTheValuesOfTheFile) {
   const Read read(
       "[module]\nenabled = false\nport_value = 7\nrecord_value1 = 8\nrecord_value2 = 9\ndriver_interface_flag = true\n"
       "client_type = 2\nmonitor_object_type = 1\nversion_flag = true\nbypass_process_cache = true\n"
@@ -64,7 +64,7 @@ TEST(Configuration, AnswersWhatTheFileSays) {
   EXPECT_EQ((*policy)[1]->GetMonitorPath(), testing::Rooted("/d/b"));
 }
 
-TEST(Configuration, HasNoPolicyAndNoBlockWhereTheFileHasNone) {
+TEST(Configuration, HasNoPolicyAndNoBlockByDefault) {
   const Read read("");
   Configuration configuration(read.fixed, read.live, nullptr);
   std::shared_ptr<MonitorPolicy> policy = std::make_shared<MonitorPolicy>();
@@ -83,7 +83,7 @@ TEST(Configuration, AnEmptyPolicyIsAPolicy) {
   EXPECT_TRUE(policy->empty());
 }
 
-TEST(Configuration, AReplacedPolicyIsANewListAndTheHeldOneStays) {
+TEST(Configuration, ReplacingThePolicyDoesNotChangeAListInUse) {
   Configuration configuration({}, Read("[policy]\ndirectories = ['/a']\n").live, nullptr);
   std::shared_ptr<MonitorPolicy> held;
   configuration.GetMonitorPolicy(held);
@@ -96,7 +96,7 @@ TEST(Configuration, AReplacedPolicyIsANewListAndTheHeldOneStays) {
   EXPECT_EQ(configuration.GetSpspSettings()->GetSpspFlag2(), 4);
 }
 
-TEST(Configuration, AReferenceToAnOldBlockStaysUsableAfterItWasReplaced) {
+TEST(Configuration, AReferenceToAReplacedBlockStaysValid) {
   Configuration configuration({}, Read("[module]\nconfig_block = 'one'\n").live, nullptr);
   const std::shared_ptr<CBuf>& first = configuration.GetDriverConfigBlock();
   configuration.Replace(Read("[module]\nconfig_block = 'two'\n").live);
@@ -113,22 +113,22 @@ TEST(Configuration, ReadsTheBlockFromAFile) {
   EXPECT_EQ(read.live.configBlock, (std::vector<std::uint8_t>{0, 1, 2}));
 }
 
-TEST(Configuration, RefusesABlockThatDoesNotFitInTheRequest) {
+TEST(Configuration, RejectsABlockThatDoesNotFitInTheRequest) {
   EXPECT_TRUE(Read("[module]\nconfig_block = '" + std::string(65549, 'x') + "'\n").errors.Empty());
   const Read read("[module]\nconfig_block = '" + std::string(65550, 'x') + "'\n");
   EXPECT_EQ(read.errors.Text(),
-            "/d/c.toml:2:16: module.config_block: gives 65550 bytes; the driver takes at most 65549\n");
+            "/d/c.toml:2:16: module.config_block: has 65550 bytes; the driver accepts at most 65549\n");
 }
 
-TEST(Configuration, RefusesTwoBlocksAndAMissingFile) {
+TEST(Configuration, RejectsTwoBlocksAndAMissingFile) {
   const Read read("[module]\nconfig_block = 'x'\nconfig_block_file = '/no/such/file'\n");
   EXPECT_EQ(read.errors.Text(),
-            std::string("/d/c.toml:3:21: module.config_block_file: cannot stand beside config_block\n") +
-                "/d/c.toml:3:21: module.config_block_file: names " + testing::Rooted("/no/such/file").string() +
-                ", which cannot be read\n");
+            std::string("/d/c.toml:3:21: module.config_block_file: cannot be combined with config_block\n") +
+                "/d/c.toml:3:21: module.config_block_file: " + testing::Rooted("/no/such/file").string() +
+                " cannot be read\n");
 }
 
-TEST(Configuration, KeepsTheDriverVersionThatTheModuleReports) {
+TEST(Configuration, KeepsTheReportedDriverVersion) {
   Configuration configuration({}, {}, nullptr);
   EXPECT_EQ(configuration.LastDriverVersion().reports, 0U);
   configuration.ReportDriverVersion(1, true, 19072701);

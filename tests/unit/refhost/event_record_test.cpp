@@ -1,4 +1,4 @@
-// Records keep what the module stored in them.
+// Records keep what the module sets.
 #include "refhost/services/events/event_record.h"
 
 #include <gtest/gtest.h>
@@ -62,7 +62,7 @@ TEST(EventRecord, KeepsTheLastValueOfEverySetter) {
   EXPECT_EQ(data.valueB, 21U);
 }
 
-TEST(EventRecord, BeginsEmpty) {
+TEST(EventRecord, StartsEmpty) {
   EventRecord record;
   std::wstring path = L"x";
   EXPECT_EQ(record.GetPath(path), L"");
@@ -71,13 +71,13 @@ TEST(EventRecord, BeginsEmpty) {
   EXPECT_FALSE(record.Data().sessionId);
 }
 
-TEST(EventRecord, ItsPathSourceIsItsProcess) {
+TEST(EventRecord, ThePathSourceIsTheProcess) {
   EventRecord record;
   record.ProcessPart()->SetProcessId(4711);
   EXPECT_EQ(record.GetPathSource(), 4711U);
 }
 
-TEST(EventRecord, DescribesWhatItKnows) {
+TEST(EventRecord, DescribesTheValuesThatAreSet) {
   EventRecord record;
   record.SetCategory(2);
   record.ProcessPart()->SetProcessId(5);

@@ -1,4 +1,4 @@
-// What patterns match.
+// Matching of path patterns.
 #include "refhost/base/text/glob.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ TEST(Glob, MatchesWholePathsComponentByComponent) {
   }
 }
 
-TEST(Glob, APatternWithoutASeparatorMatchesTheLastComponent) {
+TEST(Glob, PatternsWithoutSeparatorMatchTheLastComponent) {
   EXPECT_TRUE(Glob("*.secret").Matches(L"/a/b/c.secret"));
   EXPECT_TRUE(Glob("*.secret").Matches(L"C:\\a\\c.secret"));
   EXPECT_TRUE(Glob("*.secret").Matches(L"c.secret"));
@@ -57,7 +57,7 @@ TEST(Glob, APatternWithoutASeparatorMatchesTheLastComponent) {
   EXPECT_TRUE(Glob("*").Matches(L""));
 }
 
-TEST(Glob, ManyStarsDoNotMakeItSlow) {
+TEST(Glob, ManyStarsAreNotSlow) {
   std::string pattern = "/";
   for (int count = 0; count < 40; ++count) pattern += "a*";
   pattern += "b";

@@ -44,7 +44,7 @@ TEST(HostConfig, ReadsEveryTable) {
   EXPECT_EQ(config.start.systemImages.at("system32\\csrss.exe"), directory.Path() / "csrss");
   EXPECT_EQ(config.reloadable.translations.at("a"), "b");
   EXPECT_EQ(config.reloadable.module.monitoredObjects->size(), 1U);
-  EXPECT_EQ(config.reloadable.rules.defaultDecision, 3U);
+  EXPECT_EQ(config.reloadable.rules.defaultDecision, Decision::kVerdict4);
 }
 
 TEST(HostConfig, ACheckReportsErrorsOfTheConfigurationAndOfItsScenario) {

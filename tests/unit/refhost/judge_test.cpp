@@ -1,4 +1,4 @@
-// Rules: their reading, their order, and the decisions that come of them.
+// Reading of rules, their order, and their decisions.
 #include "refhost/services/events/judge.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ std::shared_ptr<EventRecord> Event(std::uint32_t type, std::uint32_t category, c
   return record;
 }
 
-TEST(Judge, TheFirstRuleThatMatchesDecides) {
+TEST(Judge, TheFirstMatchingRuleDecides) {
   const Read read(
       "[[rules]]\npath = '/a/*'\nprocess = 'cat'\ndecision = 3\n"
       "[[rules]]\npath = '/a/*'\ndecision = 4\n"
@@ -47,13 +47,13 @@ TEST(Judge, TheFirstRuleThatMatchesDecides) {
   EXPECT_EQ(decisions[6], 1U);
 }
 
-TEST(Judge, GivesTheDefaultWhereNoRuleMatches) {
+TEST(Judge, ReturnsTheDefaultIfNoRuleMatches) {
   EXPECT_EQ(Judge(Read("").rules).Evaluate(Event(1, 1, L"")), 2U);
   EXPECT_EQ(
       Judge(Read("default_decision = 7\n[[rules]]\ntypes = [2]\ndecision = 1\n").rules).Evaluate(Event(1, 1, L"")), 7U);
 }
 
-TEST(Judge, ARuleNamesEventsByTypeByCodeAndByName) {
+TEST(Judge, RulesSelectEventsByTypeCodeAndName) {
   Judge judge(Read("[[rules]]\ntypes = [0x4005]\ncodes = [8195, 8196]\nevents = ['open']\ndecision = 3\n").rules);
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"")), 3U);
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 2, L"")), 3U);
@@ -64,7 +64,7 @@ TEST(Judge, ARuleNamesEventsByTypeByCodeAndByName) {
   EXPECT_EQ(judge.Evaluate(Event(0x400A, 2, L"")), 2U);
 }
 
-TEST(Judge, APathPatternLooksAtTheSecondPathToo) {
+TEST(Judge, PathPatternsMatchTheSecondPathToo) {
   Judge judge(Read("[[rules]]\npath = '*.secret'\ndecision = 3\n").rules);
   const auto moved = Event(0x400A, 1, L"/a/plain");
   EXPECT_EQ(judge.Evaluate(moved), 2U);
@@ -72,7 +72,7 @@ TEST(Judge, APathPatternLooksAtTheSecondPathToo) {
   EXPECT_EQ(judge.Evaluate(moved), 3U);
 }
 
-TEST(Judge, DecisionFiveCarriesItsContextAsUtf16) {
+TEST(Judge, TheContextOfDecisionFiveIsUtf16) {
   Judge judge(Read("[[rules]]\ndecision = 5\ncontext = 'aü'\n").rules);
   const auto event = Event(1, 1, L"");
   EXPECT_EQ(judge.Evaluate(event), 5U);
@@ -82,32 +82,31 @@ TEST(Judge, DecisionFiveCarriesItsContextAsUtf16) {
   EXPECT_EQ(bytes, (std::vector<std::uint8_t>{'a', 0, 0xFC, 0}));
 }
 
-TEST(Judge, NewRulesTakeTheirPlaceAtOnce) {
+TEST(Judge, NewRulesApplyAtOnce) {
   Judge judge(Read("default_decision = 2\n").rules);
   EXPECT_EQ(judge.Evaluate(Event(1, 1, L"")), 2U);
   judge.Replace(Read("default_decision = 4\n").rules);
   EXPECT_EQ(judge.Evaluate(Event(1, 1, L"")), 4U);
 }
 
-TEST(Judge, TellsEverythingThatIsWrongWithItsRules) {
+TEST(Judge, ReportsEveryErrorOfItsRules) {
   EXPECT_EQ(Read("default_decision = 5\n"
                  "[[rules]]\nevents = ['opne']\ncodes = [4115]\npath = ''\n"
                  "[[rules]]\ndecision = 5\n"
                  "[[rules]]\ndecision = 8\ncontext = 'x'\nproces = 'y'\n")
                 .errors.Text(),
-            "j.toml:1:20: default_decision: cannot be 5: only a rule carries a context\n"
+            "j.toml:1:20: default_decision: cannot be 5: only rules have a context\n"
             "j.toml:2:1: rules[0].decision: is missing\n"
-            "j.toml:3:10: rules[0].events: knows no event \"opne\"; there are access, endpoint, open, remote, "
-            "unanswered\n"
-            "j.toml:4:9: rules[0].codes: holds 4115, a notification code that is never judged\n"
+            "j.toml:3:10: rules[0].events: \"opne\" is not one of access, endpoint, open, remote, unanswered\n"
+            "j.toml:4:9: rules[0].codes: notification code 4115 is never judged\n"
             "j.toml:5:8: rules[0].path: must not be empty\n"
-            "j.toml:7:12: rules[1].decision: 5 needs a context; write context = \"\" to leave it out on purpose\n"
+            "j.toml:7:12: rules[1].decision: 5 requires a context; write context = \"\" to leave it out on purpose\n"
             "j.toml:9:12: rules[2].decision: must be from 1 to 7, not 8\n"
-            "j.toml:10:11: rules[2].context: goes with decision 5 only\n"
+            "j.toml:10:11: rules[2].context: requires decision 5\n"
             "j.toml:11:1: rules[2].proces: is not a known key\n");
 }
 
-TEST(EventTypes, EveryCodeThatIsJudgedHasItsKinds) {
+TEST(EventTypes, EveryJudgedCodeHasItsKinds) {
   EXPECT_EQ(EventKindsOfCode(4098), (std::vector<EventKind>{{0x4005, 1}}));
   EXPECT_EQ(EventKindsOfCode(4109), (std::vector<EventKind>{{0x4008, 2}, {0x4009, 2}, {0x4011, 2}}));
   EXPECT_EQ(EventKindsOfCode(8194), (std::vector<EventKind>{{0x4004, 2}}));

@@ -1,4 +1,4 @@
-// A value that changes under its readers.
+// A value that changes while others read it.
 #include "refhost/base/live_value.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 namespace fenlux::refhost {
 namespace {
 
-TEST(LiveValue, AHeldSnapshotStaysAsItWas) {
+TEST(LiveValue, SnapshotsDoNotChange) {
   LiveValue<std::string> value("one");
   const auto held = value.Get();
   value.Set("two");
@@ -19,7 +19,7 @@ TEST(LiveValue, AHeldSnapshotStaysAsItWas) {
   EXPECT_EQ(*value.Get(), "two");
 }
 
-TEST(LiveValue, ReadersNeverSeeAHalfWrittenValue) {
+TEST(LiveValue, ReadersNeverSeeAPartialValue) {
   LiveValue<std::vector<int>> value(std::vector<int>(64, 0));
   std::atomic<bool> end{false};
   std::atomic<int> torn{0};

@@ -8,7 +8,7 @@
 namespace fenlux::refhost {
 namespace {
 
-TEST(LocaleService, TranslatesWhatItsTableHoldsAndLeavesTheRest) {
+TEST(LocaleService, TranslatesTextsInItsTableOnly) {
   LocaleService locale(Translations{{"Need stop.", "Halt!"}});
   std::string out = "old";
   EXPECT_EQ(&locale.TranslateText(out, "Need stop.", "Need stop.", 0), &out);
@@ -16,20 +16,20 @@ TEST(LocaleService, TranslatesWhatItsTableHoldsAndLeavesTheRest) {
   EXPECT_EQ(locale.TranslateText(out, "Driver Interact Ready.", nullptr, 0), "Driver Interact Ready.");
 }
 
-TEST(LocaleService, DoesNotLookAtTheSecondText) {
+TEST(LocaleService, IgnoresTheSecondText) {
   LocaleService locale(Translations{{"a", "b"}});
   std::string out;
   EXPECT_EQ(locale.TranslateText(out, "x", "a", 0), "x");
 }
 
-TEST(LocaleService, ANewTableTakesItsPlaceAtOnce) {
+TEST(LocaleService, ANewTableAppliesAtOnce) {
   LocaleService locale(Translations{});
   locale.Replace(Translations{{"a", "b"}});
   std::string out;
   EXPECT_EQ(locale.TranslateText(out, "a", "a", 0), "b");
 }
 
-TEST(LocaleService, ItsTableTakesTextsOnly) {
+TEST(LocaleService, AcceptsStringsOnly) {
   ConfigErrors errors;
   const ConfigDocument document("'a' = 'b'\n'c' = 3\n", "t.toml", errors);
   const Translations translations = ReadTranslations(document.Root());

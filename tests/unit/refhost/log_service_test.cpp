@@ -1,4 +1,4 @@
-// Lines reach their outputs in order, nobody waits, and the totals are true.
+// Lines reach their outputs in order, logging does not block, and the totals are right.
 #include "refhost/services/log/log_service.h"
 
 #include <gtest/gtest.h>
@@ -16,13 +16,13 @@ using fenlux::testing::FileText;
 using fenlux::testing::TemporaryDirectory;
 
 constexpr std::size_t kOff = kSeverities;
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kTimeout{20};
 
-LogSettings ToFile(const boost::filesystem::path& file, Severity least = Severity::kDetail) {
+LogSettings ToFile(const boost::filesystem::path& file, Severity level = Severity::kDetail) {
   LogSettings settings;
-  settings.consoleLeast = kOff;
+  settings.consoleLevel = kOff;
   settings.file = file;
-  settings.fileLeast = static_cast<std::size_t>(least);
+  settings.fileLevel = static_cast<std::size_t>(level);
   return settings;
 }
 
@@ -33,7 +33,7 @@ std::vector<std::string> LinesOf(const boost::filesystem::path& file) {
   return lines;
 }
 
-// Behind the date and the time.
+// The line without date and time.
 std::string WithoutTime(const std::string& line) { return line.substr(line.find(' ', line.find(' ') + 1) + 1); }
 
 TEST(LogService, WritesEachOperationWithItsSeverity) {
@@ -47,7 +47,7 @@ TEST(LogService, WritesEachOperationWithItsSeverity) {
   log.LogEvent(0x10003, "event");
   log.LogDetail(0x10003, "detail");
   log.Write(Severity::kEvent, 0x10003, "thread line", 7);
-  ASSERT_TRUE(log.Drain(kPatience));
+  ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   ASSERT_EQ(lines.size(), 7U);
   EXPECT_EQ(WithoutTime(lines[0]), "critical alert");
@@ -61,13 +61,13 @@ TEST(LogService, WritesEachOperationWithItsSeverity) {
   EXPECT_EQ(log.Totals().Of(Severity::kEvent), 2U);
 }
 
-TEST(LogService, WritesOneJsonObjectALine) {
+TEST(LogService, WritesOneJsonObjectPerLine) {
   const TemporaryDirectory directory;
   LogSettings settings = ToFile(directory.Path() / "l.log");
   settings.json = true;
   LogService log(settings);
   log.LogProblem(0x10003, "a \"quoted\"\nline");
-  ASSERT_TRUE(log.Drain(kPatience));
+  ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(settings.file);
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(lines[0].find(R"({"time":")"), 0U);
@@ -76,24 +76,24 @@ TEST(LogService, WritesOneJsonObjectALine) {
   EXPECT_EQ(lines[0].substr(lines[0].size() - rest.size()), rest);
 }
 
-TEST(LogService, ALineThatHoldsLineEndsStaysOneLine) {
+TEST(LogService, EscapesLineEndsAndOtherControlCharacters) {
   const TemporaryDirectory directory;
   const auto file = directory.Path() / "l.log";
   LogService log(ToFile(file));
   log.LogEvent(0, "a\nb\x1b[31m");
-  ASSERT_TRUE(log.Drain(kPatience));
+  ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(WithoutTime(lines[0]), "info     a\\nb\\x1b[31m");
 }
 
-TEST(LogService, LeavesOutWhatIsNotSevereEnoughAndCountsIt) {
+TEST(LogService, OmitsAndCountsLinesBelowTheThreshold) {
   const TemporaryDirectory directory;
   const auto file = directory.Path() / "l.log";
   LogService log(ToFile(file, Severity::kWarning));
   log.LogNotice(0, "no");
   log.LogWarning(0, "yes");
-  ASSERT_TRUE(log.Drain(kPatience));
+  ASSERT_TRUE(log.Drain(kTimeout));
   EXPECT_EQ(LinesOf(file).size(), 1U);
   const LogTotals totals = log.Totals();
   EXPECT_EQ(totals.unwanted, 1U);
@@ -102,7 +102,7 @@ TEST(LogService, LeavesOutWhatIsNotSevereEnoughAndCountsIt) {
   EXPECT_EQ(totals.Of(Severity::kNotice), 1U);
 }
 
-TEST(LogService, KeepsTheOrderAndTheCountOfConcurrentWriters) {
+TEST(LogService, KeepsOrderAndCountOfConcurrentLines) {
   const TemporaryDirectory directory;
   const auto file = directory.Path() / "l.log";
   LogService log(ToFile(file));
@@ -116,7 +116,7 @@ TEST(LogService, KeepsTheOrderAndTheCountOfConcurrentWriters) {
     });
   }
   for (std::thread& writer : writers) writer.join();
-  ASSERT_TRUE(log.Drain(kPatience));
+  ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   const LogTotals totals = log.Totals();
   EXPECT_EQ(totals.written + totals.dropped, 3U * kLines);
@@ -131,7 +131,7 @@ TEST(LogService, KeepsTheOrderAndTheCountOfConcurrentWriters) {
   }
 }
 
-TEST(LogService, WritesWhatWaitsWhenItEnds) {
+TEST(LogService, WritesWaitingLinesBeforeItEnds) {
   const TemporaryDirectory directory;
   const auto file = directory.Path() / "l.log";
   {
@@ -141,14 +141,14 @@ TEST(LogService, WritesWhatWaitsWhenItEnds) {
   EXPECT_EQ(LinesOf(file).size(), 500U);
 }
 
-TEST(LogService, AddsToAFileThatExists) {
+TEST(LogService, AppendsToAnExistingFile) {
   const TemporaryDirectory directory;
   const auto file = directory.Write("l.log", "before\n");
   { LogService(ToFile(file)).LogEvent(0, "after"); }
   EXPECT_EQ(LinesOf(file).size(), 2U);
 }
 
-TEST(LogService, SaysThatItsFileCannotBeOpened) {
+TEST(LogService, ThrowsIfItsFileCannotBeOpened) {
   const TemporaryDirectory directory;
   try {
     LogService log(ToFile(directory.Path()));
@@ -165,9 +165,9 @@ TEST(LogService, ReadsItsSettings) {
   const LogSettings settings = ReadLogSettings(document.Root());
   document.Root().Finish();
   EXPECT_EQ(errors.Text(), "");
-  EXPECT_EQ(settings.consoleLeast, static_cast<std::size_t>(Severity::kWarning));
+  EXPECT_EQ(settings.consoleLevel, static_cast<std::size_t>(Severity::kWarning));
   EXPECT_EQ(settings.file, testing::Rooted("/x.log"));
-  EXPECT_EQ(settings.fileLeast, kOff);
+  EXPECT_EQ(settings.fileLevel, kOff);
   EXPECT_EQ(settings.queueLines, 5U);
 }
 

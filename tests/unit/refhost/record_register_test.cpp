@@ -1,4 +1,4 @@
-// The register of driver interfaces and their net objects.
+// The register of driver interfaces, and their net objects.
 #include "refhost/services/record_register.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ TEST(RecordRegister, HoldsARecordUntilItIsWithdrawn) {
   EXPECT_EQ(records.TotalRegistered(), 1U);
 }
 
-TEST(RecordRegister, ARegistrationThatIsReleasedIsWithdrawn) {
+TEST(RecordRegister, DestroyingARegistrationWithdrawsIt) {
   RecordRegister records;
   records.Register(FilledRecord(records)).reset();
   EXPECT_TRUE(records.Registered().empty());
@@ -41,12 +41,12 @@ TEST(RecordRegister, ARegistrationMayOutliveTheRegister) {
   registration->Withdraw();
 }
 
-TEST(RecordRegister, RefusesARecordThatItDidNotMake) {
+TEST(RecordRegister, RejectsARecordItDidNotCreate) {
   RecordRegister records;
   EXPECT_THROW(records.Register(nullptr), std::runtime_error);
 }
 
-TEST(NetService, CountsItsObjectsUntilTheyAreReleasedOrDropped) {
+TEST(NetService, CountsObjectsUntilTheyAreReleasedOrDestroyed) {
   NetService net;
   std::shared_ptr<CNetObject> first;
   std::shared_ptr<CNetObject> second;

@@ -1,4 +1,4 @@
-// Changes of this process's environment, for tests. The bodies are the platform's.
+// Changes of this process's environment, for tests. The bodies are platform-specific.
 #pragma once
 
 #include <string>

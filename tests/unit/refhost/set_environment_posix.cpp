@@ -1,4 +1,4 @@
-// By setenv and unsetenv.
+// Changes of the environment through setenv and unsetenv.
 #include <cstdlib>
 
 #include "tests/unit/refhost/set_environment.h"

@@ -1,4 +1,4 @@
-// By the system's functions, which take wide text.
+// Changes of the environment through the system's wide functions.
 #include <windows.h>
 
 #include "refhost/base/text/utf_text.h"

@@ -1,4 +1,4 @@
-// An output that is stuck: a pipe with a name, which only POSIX keeps among the files.
+// A stuck output: a named pipe, which only POSIX has in the file system.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -15,15 +15,15 @@ namespace {
 
 using fenlux::testing::TemporaryDirectory;
 
-TEST(LogService, NobodyWaitsForAnOutputThatIsStuckAndTheDroppedLinesAreCounted) {
-  // A pipe with a name whose reader does not read: the writer sticks in it once it is full.
+TEST(LogService, LoggingToAStuckOutputDoesNotBlockAndCountsDroppedLines) {
+  // Nobody reads the pipe, so the writer blocks once it is full.
   const TemporaryDirectory directory;
   const auto pipe = directory.Path() / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_GE(reader, 0);
   LogSettings settings;
-  settings.consoleLeast = kSeverities;
+  settings.consoleLevel = kSeverities;
   settings.file = pipe;
   settings.queueLines = 10;
   LogService log(settings);
@@ -34,14 +34,14 @@ TEST(LogService, NobodyWaitsForAnOutputThatIsStuckAndTheDroppedLinesAreCounted) 
     ++lines;
   } while (log.Drain(std::chrono::milliseconds(100)) && lines < 10'000);
   ASSERT_LT(lines, 10'000U) << "the pipe never filled";
-  const auto begun = std::chrono::steady_clock::now();
+  const auto start = std::chrono::steady_clock::now();
   for (int count = 0; count < 2000; ++count, ++lines) log.LogEvent(0, line);
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   const LogTotals stuck = log.Totals();
   EXPECT_GT(stuck.dropped, 0U);
   EXPECT_EQ(stuck.written + stuck.dropped + stuck.waiting, lines);
 
-  // Once it is read again, what waits is written.
+  // Once the pipe is read, the waiting lines are written.
   std::uint64_t read = 0;
   std::vector<char> chunk(65536);
   while (!log.Drain(std::chrono::milliseconds(1))) {

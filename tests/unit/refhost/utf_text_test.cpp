@@ -1,4 +1,4 @@
-// Conversions, valid and not.
+// Conversions of valid and invalid text.
 #include "refhost/base/text/utf_text.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 namespace fenlux::refhost {
 namespace {
 
-TEST(UtfText, ConvertsEveryLengthOfCharacter) {
+TEST(UtfText, ConvertsCharactersOfEveryLength) {
   const std::string narrow = "a\u00fc\u20ac\U0001F600";
   const std::wstring wide = L"a\u00fc\u20ac\U0001F600";
   EXPECT_EQ(WideFromNarrow(narrow), wide);
@@ -22,7 +22,7 @@ TEST(UtfText, EmptyStaysEmpty) {
   EXPECT_EQ(NarrowFromUtf16(u""), "");
 }
 
-TEST(UtfText, ReplacesOneInvalidUnitAndNoMore) {
+TEST(UtfText, ReplacesEachInvalidUnitOnly) {
   EXPECT_EQ(WideFromNarrow("a\xFF"
                            "b"),
             L"a\uFFFDb");
@@ -35,7 +35,7 @@ TEST(UtfText, ReplacesOneInvalidUnitAndNoMore) {
   EXPECT_EQ(Utf16FromNarrow("\xE2\x82"), u"\uFFFD\uFFFD");
 }
 
-TEST(UtfText, ReplacesSurrogatesWithoutAPartner) {
+TEST(UtfText, ReplacesUnpairedSurrogates) {
   constexpr char16_t kApart[] = {0xD83D, u'x', 0xDC27, 0};
   EXPECT_EQ(NarrowFromUtf16(kApart), "\uFFFDx\uFFFD");
   constexpr char16_t kLast[] = {u'x', 0xD83D, 0};
@@ -44,7 +44,7 @@ TEST(UtfText, ReplacesSurrogatesWithoutAPartner) {
 
 TEST(UtfText, KeepsZeros) { EXPECT_EQ(WideFromNarrow(std::string_view("a\0b", 3)), std::wstring(L"a\0b", 3)); }
 
-TEST(UtfText, MakesTextsPrintableOnOneLine) {
+TEST(UtfText, EscapesControlCharacters) {
   EXPECT_EQ(Printable("a\nb\r\tc\x1b\x7f"), "a\\nb\\r\\tc\\x1b\\x7f");
   EXPECT_EQ(Printable("\u0085\u00fc"), "\\x85\u00fc");
   EXPECT_EQ(Printable("\xFF"), "\uFFFD");

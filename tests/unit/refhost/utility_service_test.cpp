@@ -19,7 +19,7 @@ using fenlux::testing::TemporaryDirectory;
 
 std::shared_ptr<LogService> SilentLog() {
   LogSettings settings;
-  settings.consoleLeast = kSeverities;
+  settings.consoleLevel = kSeverities;
   return std::make_shared<LogService>(settings);
 }
 
@@ -28,7 +28,7 @@ class UtilityServiceTest : public ::testing::Test {
   UtilityService utility{SilentLog(), true};
 };
 
-// The field after the copy, in a surrounding of 0xCD that must not change.
+// The field after the copy. The bytes around it are 0xCD and must not change.
 std::vector<std::uint8_t> Copied(UtilityService& utility, std::uint32_t limit, const std::wstring& text) {
   std::vector<std::uint8_t> bytes(limit + 8, 0xCD);
   utility.CopyToField(bytes.data() + 1, limit, text);
@@ -37,7 +37,7 @@ std::vector<std::uint8_t> Copied(UtilityService& utility, std::uint32_t limit, c
   return {bytes.begin() + 1, bytes.begin() + 1 + limit};
 }
 
-TEST_F(UtilityServiceTest, CopiesTextAsUtf16AndEndsItWhereItFits) {
+TEST_F(UtilityServiceTest, CopiesUtf16WithATerminatorIfThereIsRoom) {
   EXPECT_EQ(Copied(utility, 8, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0, 0, 0, 0xCD, 0xCD}));
   EXPECT_EQ(Copied(utility, 4, L"ab"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
   EXPECT_EQ(Copied(utility, 4, L"abc"), (std::vector<std::uint8_t>{'a', 0, 'b', 0}));
@@ -47,13 +47,13 @@ TEST_F(UtilityServiceTest, CopiesTextAsUtf16AndEndsItWhereItFits) {
   EXPECT_EQ(Copied(utility, 0, L"a"), (std::vector<std::uint8_t>{}));
 }
 
-TEST_F(UtilityServiceTest, NeverCopiesHalfACharacter) {
+TEST_F(UtilityServiceTest, NeverSplitsACharacter) {
   EXPECT_EQ(Copied(utility, 4, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0, 0}));
   EXPECT_EQ(Copied(utility, 6, L"a\U0001F600"), (std::vector<std::uint8_t>{'a', 0, 0x3D, 0xD8, 0x00, 0xDE}));
   EXPECT_EQ(Copied(utility, 2, L"\U0001F600"), (std::vector<std::uint8_t>{0, 0}));
 }
 
-TEST_F(UtilityServiceTest, MakesBuffersOfExactlyTheSizeAllZero) {
+TEST_F(UtilityServiceTest, CreatesZeroFilledBuffersOfTheExactSize) {
   for (const std::uint32_t size : {0U, 1U, 156U, 65561U}) {
     std::shared_ptr<CBuf> buffer;
     ASSERT_NE(utility.CreateBuffer(buffer, true, size, false), nullptr);
@@ -62,7 +62,7 @@ TEST_F(UtilityServiceTest, MakesBuffersOfExactlyTheSizeAllZero) {
   }
 }
 
-TEST_F(UtilityServiceTest, CopiesBytesIntoABufferOfTheirOwn) {
+TEST_F(UtilityServiceTest, CopiesBytesIntoANewBuffer) {
   std::uint8_t bytes[] = {1, 2, 3};
   std::shared_ptr<CBuf> buffer;
   utility.BufferFromBytes(buffer, bytes, 3);
@@ -71,14 +71,14 @@ TEST_F(UtilityServiceTest, CopiesBytesIntoABufferOfTheirOwn) {
   EXPECT_EQ(buffer->GetData()[0], 1);
 }
 
-TEST_F(UtilityServiceTest, KnowsDirectories) {
+TEST_F(UtilityServiceTest, RecognizesDirectories) {
   const TemporaryDirectory directory;
   EXPECT_TRUE(utility.TestPath(directory.Path()));
   EXPECT_FALSE(utility.TestPath(directory.Write("f", "")));
   EXPECT_FALSE(utility.TestPath(directory.Path() / "none"));
 }
 
-TEST_F(UtilityServiceTest, BringsRecordPathsIntoOneForm) {
+TEST_F(UtilityServiceTest, NormalizesRecordPaths) {
   const std::pair<const wchar_t*, const wchar_t*> cases[] = {
       {L"/a/b", L"/a/b"},
       {L"/a//b///c", L"/a/b/c"},
@@ -97,12 +97,12 @@ TEST_F(UtilityServiceTest, BringsRecordPathsIntoOneForm) {
   }
 }
 
-TEST_F(UtilityServiceTest, MakesSystemMessagesReadable) {
+TEST_F(UtilityServiceTest, EscapesSystemMessages) {
   std::string out;
   EXPECT_EQ(utility.ConvertText(out, "No such file\r\n"), "No such file\\r\\n");
 }
 
-TEST_F(UtilityServiceTest, ConvertsTexts) {
+TEST_F(UtilityServiceTest, ConvertsText) {
   std::string narrow;
   std::wstring wide;
   EXPECT_EQ(utility.ToNarrowString(narrow, L"/\u00fc"), "/\u00fc");
@@ -110,7 +110,7 @@ TEST_F(UtilityServiceTest, ConvertsTexts) {
   EXPECT_EQ(utility.TransformPath(narrow, "/x"), "/x");
 }
 
-TEST_F(UtilityServiceTest, MeasuresFromTheMakingOn) {
+TEST_F(UtilityServiceTest, MeasuresFromItsCreation) {
   std::shared_ptr<CMeasurement> measurement;
   ASSERT_NE(utility.CreateMeasurement(measurement), nullptr);
   std::string text;
@@ -121,7 +121,7 @@ TEST_F(UtilityServiceTest, MeasuresFromTheMakingOn) {
   EXPECT_GE(std::stoll(text), 0);
 }
 
-TEST_F(UtilityServiceTest, AnswersItsVersionFlag) {
+TEST_F(UtilityServiceTest, ReturnsItsVersionFlag) {
   EXPECT_TRUE(utility.QueryVersionFlag());
   EXPECT_FALSE(UtilityService(SilentLog(), false).QueryVersionFlag());
 }
@@ -129,7 +129,7 @@ TEST_F(UtilityServiceTest, AnswersItsVersionFlag) {
 TEST(UtilityServiceLog, WritesLinesWithTheirCategory) {
   const TemporaryDirectory directory;
   LogSettings settings;
-  settings.consoleLeast = kSeverities;
+  settings.consoleLevel = kSeverities;
   settings.file = directory.Path() / "l.log";
   const auto log = std::make_shared<LogService>(settings);
   UtilityService(log, false).WriteLog(0x10003, "thread start", 7);

@@ -83,7 +83,7 @@ TEST(WorkService, PassesAllArgumentsToThePortClientMakerAndNotesTheTime) {
     return std::shared_ptr<CPortClient>();
   });
   const auto before = WorkService::Clock::now();
-  EXPECT_LT(work.LastConnectionBegun(), before);
+  EXPECT_LT(work.LastConnectionStart(), before);
   std::shared_ptr<CPortClient> client;
   const auto given = std::make_shared<HeapBuffer>(std::size_t{16});
   EXPECT_EQ(work.CreatePortClient(
@@ -94,7 +94,7 @@ TEST(WorkService, PassesAllArgumentsToThePortClientMakerAndNotesTheTime) {
   EXPECT_EQ(size, 196764U);
   EXPECT_EQ(value, 5U);
   EXPECT_TRUE(hasHandler);
-  EXPECT_GE(work.LastConnectionBegun(), before);
+  EXPECT_GE(work.LastConnectionStart(), before);
 }
 
 TEST(WorkService, ReadsTheConfiguredImages) {

@@ -1,0 +1,42 @@
+// One log line and its two forms in the output: text and JSON.
+#pragma once
+
+#include <spdlog/pattern_formatter.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "refhost/base/severity.h"
+
+namespace fenlux::refhost {
+
+struct LogLine {
+  std::chrono::system_clock::time_point time;
+  Severity severity = Severity::kDetail;
+  std::uint32_t code = 0;      // 0: none
+  std::uint32_t category = 0;  // 0: none
+  std::string text;
+};
+
+spdlog::level::level_enum LevelOf(Severity severity);
+
+// Formats lines. Not thread-safe.
+class LogLineFormatter {
+ public:
+  explicit LogLineFormatter(bool asJson) : json(asJson) {}
+
+  // The pattern that spdlog puts around the formatted text.
+  std::string Pattern() const;
+  std::string Format(const LogLine& line);
+
+ private:
+  std::string JsonText(const LogLine& line);
+  std::string TimeText(const LogLine& line);
+
+  const bool json;
+  // Not thread_local: MinGW frees a thread's memory before it destroys such objects.
+  spdlog::pattern_formatter timeFormatter{"%Y-%m-%dT%H:%M:%S.%e%z", spdlog::pattern_time_type::local, ""};
+};
+
+}  // namespace fenlux::refhost

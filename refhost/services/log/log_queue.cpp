@@ -1,0 +1,163 @@
+// Adding lines, and the writer's loop.
+#include "refhost/services/log/log_queue.h"
+
+#include <fmt/format.h>
+#include <spdlog/details/log_msg.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/stdout_color_sinks.h>
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace fenlux::refhost {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A line may have any length, so the number of lines alone does not limit the memory.
+constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
+
+bool WriteTo(spdlog::sinks::sink& sink, const spdlog::details::log_msg& message) {
+  try {
+    sink.log(message);
+    return true;
+  } catch (const std::exception&) {  // a full disk, a closed terminal
+    return false;
+  }
+}
+
+}  // namespace
+
+LogQueue::LogQueue(const LogSettings& settings) : maxLines(settings.queueLines), formatter(settings.json) {
+  AddOutput(std::make_shared<spdlog::sinks::stderr_color_sink_st>(), settings.consoleLevel);
+  if (settings.file.empty()) return;
+  try {
+    AddOutput(std::make_shared<spdlog::sinks::basic_file_sink_st>(settings.file.native()), settings.fileLevel);
+  } catch (const spdlog::spdlog_ex&) {
+    throw std::runtime_error(fmt::format("the log file {} cannot be opened for writing", settings.file.string()));
+  }
+}
+
+void LogQueue::AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level) {
+  if (level >= kSeverities) return;
+  sink->set_pattern(formatter.Pattern());
+  outputs.push_back({std::move(sink), level});
+  minLevel = std::min(minLevel, level);
+}
+
+void LogQueue::Put(Severity severity, std::uint32_t code, std::string_view text, std::uint32_t category) noexcept {
+  const auto level = static_cast<std::size_t>(severity);
+  counts[level].fetch_add(1, std::memory_order_relaxed);
+  if (level < minLevel) {
+    unwanted.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
+  try {
+    LogLine line{std::chrono::system_clock::now(), severity, code, category, std::string(text)};
+    const MutexLock lock(mutex);
+    if (stopping || lines.size() >= maxLines || bytes + text.size() > kMaxBytes) {
+      ++dropped;
+      return;
+    }
+    bytes += text.size();
+    lines.push_back(std::move(line));
+  } catch (...) {  // no memory for the line
+    unstored.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
+  added.notify_one();
+}
+
+void LogQueue::RunWriter() {
+  std::vector<LogLine> taken;
+  for (;;) {
+    {
+      MutexLock lock(mutex);
+      while (!stopping && lines.empty()) lock.Wait(added);
+      if (lines.empty()) {
+        stopped = true;
+        drained.notify_all();
+        return;
+      }
+      taken.swap(lines);
+      bytes = 0;
+      writing = taken.size();
+    }
+    std::uint64_t failed = 0;
+    for (const LogLine& line : taken) failed += Write(line) ? 0 : 1;
+    Flush();
+    {
+      const MutexLock lock(mutex);
+      writing = 0;
+      written += taken.size() - failed;
+      dropped += failed;
+    }
+    drained.notify_all();
+    taken.clear();
+  }
+}
+
+bool LogQueue::Drain(std::chrono::milliseconds timeout) {
+  const Clock::time_point deadline = Clock::now() + timeout;
+  MutexLock lock(mutex);
+  while (!lines.empty() || writing > 0) {
+    if (!lock.WaitUntil(drained, deadline)) return lines.empty() && writing == 0;
+  }
+  return true;
+}
+
+void LogQueue::Stop() {
+  const MutexLock lock(mutex);
+  stopping = true;
+  added.notify_one();
+}
+
+bool LogQueue::WaitStopped(std::chrono::milliseconds timeout) {
+  const Clock::time_point deadline = Clock::now() + timeout;
+  MutexLock lock(mutex);
+  while (!stopped) {
+    if (!lock.WaitUntil(drained, deadline)) return stopped;
+  }
+  return true;
+}
+
+LogTotals LogQueue::Totals() const {
+  LogTotals totals;
+  for (std::size_t index = 0; index < kSeverities; ++index) totals.bySeverity[index] = counts[index].load();
+  totals.unwanted = unwanted.load();
+  const MutexLock lock(mutex);
+  totals.written = written;
+  totals.dropped = dropped + unstored.load();
+  totals.waiting = lines.size() + writing;
+  return totals;
+}
+
+// Returns whether every output accepted the line.
+bool LogQueue::Write(const LogLine& line) noexcept {
+  bool accepted = true;
+  try {
+    const std::string text = formatter.Format(line);
+    const spdlog::details::log_msg message(line.time, {}, "", LevelOf(line.severity), text);
+    for (const Output& output : outputs) {
+      if (static_cast<std::size_t>(line.severity) >= output.level)
+        accepted = WriteTo(*output.sink, message) && accepted;
+    }
+  } catch (...) {
+    accepted = false;
+  }
+  return accepted;
+}
+
+void LogQueue::Flush() noexcept {
+  for (const Output& output : outputs) {
+    try {
+      output.sink->flush();
+    } catch (const std::exception&) {  // counted when a line is refused
+    }
+  }
+}
+
+}  // namespace fenlux::refhost

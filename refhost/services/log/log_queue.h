@@ -1,0 +1,75 @@
+// The bounded queue between those who log and the outputs, and the writer that drains it.
+//
+// The lock is held to add one line or to take all of them, never while one is written. The writer thread shares
+// ownership of the queue, so that the process can exit while an output is stuck.
+#pragma once
+
+#include <spdlog/sinks/sink.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "common/mutex.h"
+#include "refhost/services/log/log_line.h"
+#include "refhost/services/log/log_service.h"
+
+namespace fenlux::refhost {
+
+// Any thread, unless an operation says otherwise.
+class LogQueue {
+ public:
+  // Opens the outputs. Throws std::runtime_error if the file cannot be opened.
+  explicit LogQueue(const LogSettings& settings);
+  LogQueue(const LogQueue&) = delete;
+  LogQueue& operator=(const LogQueue&) = delete;
+
+  void Put(Severity severity, std::uint32_t code, std::string_view text, std::uint32_t category) noexcept;
+  // Waits until the queue is empty and everything taken from it is written; false if `timeout` passes first.
+  bool Drain(std::chrono::milliseconds timeout);
+  // Lets the writer finish. Lines that come later are dropped.
+  void Stop();
+  // Waits until the writer has finished; false if `timeout` passes first.
+  bool WaitStopped(std::chrono::milliseconds timeout);
+  LogTotals Totals() const;
+
+  // The body of the writer thread.
+  void RunWriter();
+
+ private:
+  struct Output {
+    std::shared_ptr<spdlog::sinks::sink> sink;
+    std::size_t level;
+  };
+
+  void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level);
+  bool Write(const LogLine& line) noexcept;
+  void Flush() noexcept;
+
+  const std::size_t maxLines;
+  std::vector<Output> outputs;         // fixed at construction, then used by the writer alone
+  LogLineFormatter formatter;          // the writer's
+  std::size_t minLevel = kSeverities;  // of all outputs; fixed at construction
+  std::array<std::atomic<std::uint64_t>, kSeverities> counts{};
+  std::atomic<std::uint64_t> unwanted{0};
+  std::atomic<std::uint64_t> unstored{0};
+
+  mutable Mutex mutex;
+  std::condition_variable added;    // a line, or a stop
+  std::condition_variable drained;  // the writer wrote what it took, or finished
+  std::vector<LogLine> lines FENLUX_GUARDED_BY(mutex);
+  std::size_t bytes FENLUX_GUARDED_BY(mutex) = 0;
+  std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;
+  std::uint64_t written FENLUX_GUARDED_BY(mutex) = 0;
+  std::uint64_t dropped FENLUX_GUARDED_BY(mutex) = 0;
+  bool stopping FENLUX_GUARDED_BY(mutex) = false;
+  bool stopped FENLUX_GUARDED_BY(mutex) = false;
+};
+
+}  // namespace fenlux::refhost
