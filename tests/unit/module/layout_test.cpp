@@ -107,6 +107,14 @@ TEST(Layout, DependenciesOfTheModuleRunOneWay) { CheckRules("src", "", kModule);
 
 TEST(Layout, DependenciesOfTheReferenceHostRunOneWay) { CheckRules("refhost", "refhost/", kReferenceHost); }
 
+TEST(Layout, NoFolderOfTheReferenceHostIsCrowded) {
+  std::map<std::string, std::size_t> files;
+  for (const auto& entry : fs::recursive_directory_iterator(kRoot / "refhost")) {
+    if (fs::is_regular_file(entry.path())) ++files[entry.path().parent_path().string()];
+  }
+  for (const auto& [folder, count] : files) EXPECT_LE(count, 20u) << folder;
+}
+
 TEST(Layout, NoFileIsLong) {
   const std::map<std::string, std::size_t> limits{{"src", 300}, {"refhost", 300}};
   for (const auto& [tree, limit] : limits) {
