@@ -1,8 +1,9 @@
-# Installation and packages, in two components:
+# Installation and packages, in three components:
 #
 #   development   the module, its headers, the CMake package, the minimal host and the embedding documents: what an agent's
 #                 engineers need
 #   host          the reference host with its examples and documents
+#   driver        the protocol as a C header, test vectors and example decoders; installed on request, not packaged
 #
 # The layout is the same on every system, except that the library is where the system expects it: lib/libfenlux.so, or
 # bin/fenlux.dll with its import library in lib.
@@ -69,6 +70,15 @@ if(FENLUX_BUILD_REFHOST)
     install(FILES THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
   endif()
 endif()
+
+# ---- driver
+
+install(FILES driver/include/fenlux/driver_protocol.h DESTINATION include/fenlux COMPONENT driver)
+install(DIRECTORY driver/vectors/ DESTINATION share/fenlux/vectors COMPONENT driver FILES_MATCHING
+  PATTERN "*.bin" PATTERN "*.hex" PATTERN "*.json" PATTERN index.txt PATTERN generator EXCLUDE)
+install(FILES driver/README.md docs/protocol.md DESTINATION ${FENLUX_INSTALL_DOC}/driver COMPONENT driver)
+install(FILES driver/examples/decode.c DESTINATION ${FENLUX_INSTALL_DOC}/driver/examples COMPONENT driver)
+install(PROGRAMS driver/examples/decode.py DESTINATION ${FENLUX_INSTALL_DOC}/driver/examples COMPONENT driver)
 
 # ---- packages: one for each component
 

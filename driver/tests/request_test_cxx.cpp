@@ -1,0 +1,2 @@
+// The same test as C++20.
+#include "driver/tests/request_test.c"

@@ -1,0 +1,16 @@
+# What an object of the header needs from elsewhere: nothing but the four functions that compilers put in the place of
+# loops, and that every kernel has.
+execute_process(COMMAND ${NM} --undefined-only ${OBJECT} OUTPUT_VARIABLE symbols RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${OBJECT}")
+endif()
+string(REGEX MATCHALL "U [^\n]+" symbols "${symbols}")
+foreach(symbol ${symbols})
+  if(NOT symbol MATCHES "^U (memcpy|memmove|memset|memcmp|_GLOBAL_OFFSET_TABLE_)$")
+    message(SEND_ERROR "the header needs ${symbol}")
+  endif()
+endforeach()
+execute_process(COMMAND ${NM} --defined-only ${OBJECT} OUTPUT_VARIABLE symbols)
+if(NOT symbols MATCHES "FenluxHeaderKernelUses")
+  message(SEND_ERROR "${OBJECT} does not hold the functions")
+endif()
