@@ -261,7 +261,7 @@ static void RepliesAreBuiltAndParsed(void) {
     const int known = verdict >= 2 && verdict <= 8;
     const FenluxBytes data = verdict == 6 ? Bytes(context, 3) : Bytes(NULL, 0);
     FenluxReplyView view;
-    size_t size = 1;
+    size_t i, size = 1;
     uint8_t* bytes;
     memset(&view, 0, sizeof(view));
     if (!known) {
@@ -276,6 +276,7 @@ static void RepliesAreBuiltAndParsed(void) {
     CHECK_EQUAL(FENLUX_OK, FenluxParseReply(bytes, size, &view));
     CHECK_EQUAL(verdict, view.verdict);
     CHECK_EQUAL(data.size, view.context.size);
+    for (i = verdict == 6 ? 20 : 16; i < size; ++i) CHECK(bytes[i] == 0 || (i >= 156 && i < 156 + data.size));
     if (verdict == 6) CHECK(view.context.data == bytes + 156 && memcmp(view.context.data, context, 3) == 0);
     if (verdict != 6) CHECK(view.context.data == NULL);
     free(bytes);
