@@ -22,6 +22,7 @@
 #include "refhost/emulator/driver_emulator.h"
 #include "refhost/emulator/sources/notification_builder.h"
 #include "tests/support/record_builders.h"
+#include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {
 
@@ -31,8 +32,6 @@ using refhost::EmulatorTotals;
 using refhost::UnjudgedCause;
 
 inline constexpr char kPortNameText[] = "\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
-// Only a hang reaches it.
-inline constexpr std::chrono::milliseconds kTestTimeout{60'000};
 
 std::shared_ptr<CBuf> Buffer(Bytes bytes);
 Bytes BytesOf(const std::shared_ptr<CBuf>& buffer);
