@@ -1,6 +1,7 @@
-# How every file of the project is compiled: warnings are errors, and the sanitizers of the preset apply to all of it.
+# Compiler options of every file of the project. Warnings are errors in the presets only, so that a compiler with new
+# warnings does not break the build of a project that embeds these sources.
 
-# The ending of the bodies that differ between the platforms.
+# The suffix of files with code for one platform.
 if(WIN32)
   set(FENLUX_PLATFORM win)
 else()
@@ -9,9 +10,9 @@ endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-  # Paths inside the checkout count relative to it, so that every clone of a commit shares what was compiled once. The
-  # cache does not look at how paths are mapped (below), so this file counts as an input.
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=true
+  # Paths inside the checkout are hashed relative to it, so that all clones of a commit share compiled objects. The cache
+  # ignores the path mapping below, so this file is an input too.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=true
                                   CCACHE_EXTRAFILES=${CMAKE_CURRENT_LIST_FILE} ${CCACHE_PROGRAM})
 endif()
 
@@ -20,22 +21,22 @@ if(MSVC)
   return()
 endif()
 
-add_compile_options(-Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wold-style-cast -Wnull-dereference
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wnull-dereference
                     -Woverloaded-virtual -Wdelete-non-virtual-dtor)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  add_compile_options(-Wthread-safety)
+  add_compile_options(-Wthread-safety -Wthread-safety-beta)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # False alarms of this compiler on inlined library code.
+  # This compiler has false positives in inlined library code.
   add_compile_options(-Wno-null-dereference)
 endif()
 
-# Paths inside the binaries, debug information included, are relative to the sources, wherever these and the build lie,
-# so that two builds of one commit are the same bytes.
-add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=./build)
+# Paths in binaries, debug information included, are relative to the source tree, so that builds of one commit are
+# identical wherever the source and build trees are.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=./build)
 if(CCACHE_PROGRAM)
-  # The form that the cache gives to a path of the sources.
-  cmake_path(RELATIVE_PATH CMAKE_SOURCE_DIR BASE_DIRECTORY ${CMAKE_BINARY_DIR} OUTPUT_VARIABLE sources_from_build)
+  # The form in which the cache passes paths of the source tree to the compiler.
+  cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_BINARY_DIR} OUTPUT_VARIABLE sources_from_build)
   add_compile_options(-ffile-prefix-map=${sources_from_build}=.)
 endif()
 
@@ -44,14 +45,19 @@ if(FENLUX_SANITIZE)
   add_link_options(-fsanitize=${FENLUX_SANITIZE})
 endif()
 
+if(FENLUX_COVERAGE)
+  # Atomic counters, because the tests run threads; a process that is killed writes no counts.
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
 if(MINGW)
-  # Address-space randomisation, no execution of data; and no time of day in the files, so that two builds of one commit
-  # are the same bytes.
+  # Address-space randomization, no execution of data, and no timestamps, so that builds of one commit are identical.
   add_link_options(-Wl,--dynamicbase,--nxcompat,--high-entropy-va -Wl,--no-insert-timestamp)
 
-  # The module and its host hand each other C++ objects and exceptions, so they have to share one C++ runtime: its DLLs
-  # lie beside the programs. Linked statically into both, the runtime would be there twice, and what it compares by
-  # address (error categories, the exception being handled) would differ across the library's boundary.
+  # The module and its host exchange C++ objects and exceptions, so they must share one C++ runtime, as DLLs beside the
+  # programs. Linked statically into both, the runtime would exist twice, and what it compares by address (error
+  # categories, the current exception) would differ across the library boundary.
   set(FENLUX_RUNTIME_DLLS)
   foreach(dll libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll} OUTPUT_VARIABLE path
@@ -61,5 +67,5 @@ if(MINGW)
     endif()
     list(APPEND FENLUX_RUNTIME_DLLS ${path})
   endforeach()
-  file(COPY ${FENLUX_RUNTIME_DLLS} DESTINATION ${CMAKE_BINARY_DIR})
+  file(COPY ${FENLUX_RUNTIME_DLLS} DESTINATION ${PROJECT_BINARY_DIR})
 endif()

@@ -6,3 +6,8 @@ add_custom_target(coverage-report
           --filter ${PROJECT_SOURCE_DIR}/src/ --filter ${PROJECT_SOURCE_DIR}/refhost/ --exclude-throw-branches
           --html-details coverage/index.html --print-summary
   WORKING_DIRECTORY ${PROJECT_BINARY_DIR} VERBATIM USES_TERMINAL)
+
+# gcovr needs the real paths of the sources: this undoes the mapping of FenluxCompile for the recorded counts only.
+foreach(folder ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${sources_from_build})
+  add_compile_options(-fprofile-prefix-map=${folder}=${folder})
+endforeach()
