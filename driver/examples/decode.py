@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Shows a record of the driver protocol as JSON, and checks itself against the test vectors.
+"""Prints a record of the driver protocol as JSON, or checks itself against the test vectors.
 
-    decode.py KIND FILE         prints the record in FILE; ends with 1 when it is malformed
-    decode.py --check FOLDER    decodes every vector of the folder and compares the result with its JSON file
+    decode.py KIND FILE         prints the record in FILE; exits with 1 if it is malformed
+    decode.py --check FOLDER    decodes every vector in the folder and compares the result with its JSON file
 
-KIND is connect-context, request, version-reply, notification or reply. An example of using the test vectors: it needs
-Python 3.8 and its standard library only, and reads the records by their offsets, without the C header.
+KIND is connect-context, request, version-reply, notification or reply. An example of how to use the test vectors. It
+needs only Python 3.8, and reads records by their offsets, without the C header.
 """
 import ipaddress
 import json
@@ -256,6 +256,9 @@ def check(folder):
 
 
 def main(arguments):
+    if arguments in (["--help"], ["-h"]):
+        print(__doc__)
+        return 0
     if len(arguments) == 2 and arguments[0] == "--check":
         return check(pathlib.Path(arguments[1]))
     if len(arguments) != 2 or arguments[0] not in KINDS:

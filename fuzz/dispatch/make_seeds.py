@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Writes the seeds of fuzz_dispatch: one small input for each path through dispatch. Run it after changing the layout of
 the control bytes, and commit the seeds."""
+import argparse
 import pathlib
 import struct
 
@@ -29,6 +30,7 @@ def write(name, control_bytes, message):
 
 
 def main():
+    argparse.ArgumentParser(description=__doc__).parse_args()
     SEEDS.mkdir(exist_ok=True)
     for old in SEEDS.iterdir():
         old.unlink()

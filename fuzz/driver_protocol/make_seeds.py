@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Writes the seeds of fuzz_driver_protocol from the test vectors: the byte that chooses the record, then the record
-without the zeros at its end where the fuzzer adds them again. Run it after a change of the vectors. Seeds whose names do
-not begin with "vector-" stay as they are."""
+"""Writes the seeds of fuzz_driver_protocol from the test vectors: the byte that selects the record, then the record,
+without trailing zeros if the fuzzer adds them again. Run it after changing the vectors, and commit the seeds. Seeds whose
+names do not begin with "vector-" are not changed."""
+import argparse
 import pathlib
 
 HERE = pathlib.Path(__file__).parent
@@ -13,6 +14,7 @@ LARGEST = 2048  # the longest input of a short run
 
 
 def main():
+    argparse.ArgumentParser(description=__doc__).parse_args()
     SEEDS.mkdir(exist_ok=True)
     for old in SEEDS.glob("vector-*"):
         old.unlink()
