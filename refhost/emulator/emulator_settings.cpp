@@ -68,7 +68,7 @@ EmulatorSettings ReadEmulatorSettings(const ConfigTable& table) {
                                                                 {"fanotify", EventSourceKind::kFanotify}});
   settings.scenarioFile = table.Path("scenario");
   if (settings.source == EventSourceKind::kFanotify && !settings.scenarioFile.empty()) {
-    table.Report("scenario", "needs source = \"scripted\"; kernel events have no scenario");
+    table.Report("scenario", "requires source = \"scripted\"; kernel events have no scenario");
   }
   settings.driverVersion = table.Unsigned("driver_version", settings.driverVersion);
   settings.deadline = Milliseconds(table, "deadline_ms", settings.deadline, 1);

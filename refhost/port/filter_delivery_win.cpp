@@ -141,7 +141,7 @@ void FilterConnection::HandleMessage(Slot& slot, std::size_t size) {
     state->CountOutcome(&FilterPortTotals::answered);
   } else if (result == ERROR_FLT_NO_WAITER_FOR_REPLY) {
     state->CountOutcome(&FilterPortTotals::late);
-    state->Log(Severity::kWarning, "A reply came too late: the driver no longer waited for it.");
+    state->Log(Severity::kWarning, "A reply came too late: the driver was no longer waiting for it.");
   } else if (result == kPortClosed) {
     state->CountOutcome(&FilterPortTotals::lost);
     state->Log(Severity::kWarning, "A reply came after the end of the connection.");

@@ -198,7 +198,7 @@ TEST(ControlSocket, CannotBeSharedByTwoHosts) {
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   const Outcome second = scene.Run(RunArguments(scene));
   EXPECT_EQ(second.code, 2);
-  EXPECT_TRUE(Contains(second.err, "another host listens on the control socket ")) << second.err;
+  EXPECT_TRUE(Contains(second.err, "another host is listening on the control socket ")) << second.err;
   EXPECT_EQ(scene.Control({"status"}).code, 0);
   EXPECT_EQ(host.Stop().code, 0);
 }

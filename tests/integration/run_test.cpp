@@ -132,8 +132,8 @@ TEST(Run, ExitsWithTwoIfOthersCouldReachItsControlSocket) {
   scene.WriteHost("");
   const Outcome outcome = scene.Run(RunArguments(scene));
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_TRUE(Contains(
-      outcome.err, "the directory " + directory + " of the control socket must belong to you and be closed to others"))
+  EXPECT_TRUE(Contains(outcome.err, "the directory " + directory +
+                                        " of the control socket must be owned by you and accessible to you only"))
       << outcome.err;
 }
 

@@ -168,7 +168,7 @@ TEST(HostProgram, RefusesThePipeOfAnotherHost) {
   ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
   const ProgramOutcome second = RunHostProgram(room, {"run", "--config", Utf8(config), "--duration", "5"});
   EXPECT_EQ(second.code, 2);
-  EXPECT_TRUE(Contains(second.err, "another host listens on the control pipe " + room.Pipe())) << second.err;
+  EXPECT_TRUE(Contains(second.err, "another host is listening on the control pipe " + room.Pipe())) << second.err;
   EXPECT_TRUE(host.Running());
 }
 
@@ -282,8 +282,7 @@ TEST(HostProgram, ChecksTheDriversSettings) {
       "host.toml", "[driver]\nport = 'filter-manager'\nthreads = 4\nbuffers = 2\n[emulator]\nsource = 'scripted'\n");
   const ProgramOutcome outcome = RunHostProgram(room, {"check", Utf8(config)});
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must be at least threads, which is 4\n"))
-      << outcome.err;
+  EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must be at least threads, which is 4\n")) << outcome.err;
   EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: requires [driver] port = \"emulator\"\n")) << outcome.err;
   const auto other = room.Write("other.toml", "[driver]\nfilter_library = 'x.dll'\n");
   EXPECT_TRUE(Contains(RunHostProgram(room, {"check", Utf8(other)}).err,

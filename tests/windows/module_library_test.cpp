@@ -36,7 +36,7 @@ class ModuleLibrary : public ::testing::Test {
     host->Settings().waitBlocks = true;
     host->Gate().SetJournal(true);
   }
-  void SetUp() override { ASSERT_NE(init, nullptr) << "fenlux.dll beside this program has no init"; }
+  void SetUp() override { ASSERT_NE(init, nullptr) << "fenlux.dll next to this program has no init"; }
 
   // Whether the system's network library has been started in this process.
   static bool NetworkStarted() {

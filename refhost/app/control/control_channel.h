@@ -27,7 +27,8 @@ boost::filesystem::path DefaultControlPath();
 // The host's end. Accepts clients of the host's own user only.
 class ControlListener {
  public:
-  // Opens the channel. Throws ControlChannelError, also if another host listens there or other users could reach it.
+  // Opens the channel. Throws ControlChannelError, also if another host is listening there or other users could reach
+  // it.
   explicit ControlListener(const boost::filesystem::path& path);
   // Stops.
   ~ControlListener();

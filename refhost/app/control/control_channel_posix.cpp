@@ -52,7 +52,7 @@ bool HasListener(const sockaddr_un& address) {
   return ::connect(socket.Get(), Generic(address), sizeof(address)) == 0;
 }
 
-// The directory must belong to the user and be closed to others. Creates it if it is missing.
+// The directory must be owned by the user and accessible to the user only. Creates it if it is missing.
 void PrepareDirectory(const fs::path& directory) {
   if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     throw ControlChannelError(
@@ -62,9 +62,9 @@ void PrepareDirectory(const fs::path& directory) {
   const bool closed = ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
                       status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
   if (!closed) {
-    throw ControlChannelError(
-        fmt::format("the directory {} of the control socket must belong to you and be closed to others (chmod 700)",
-                    directory.native()));
+    throw ControlChannelError(fmt::format(
+        "the directory {} of the control socket must be owned by you and accessible to you only (chmod 700)",
+        directory.native()));
   }
 }
 
@@ -115,7 +115,7 @@ fs::path DefaultControlPath() {
   const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
   const fs::path directory = runtime != nullptr && *runtime != '\0'
                                  ? fs::path(runtime) / "fenlux"
-                                 : fs::path("/tmp") / ("fenlux-" + std::to_string(::geteuid()));
+                                 : fs::path("/tmp") / fmt::format("fenlux-{}", ::geteuid());
   return directory / "host.sock";
 }
 
@@ -125,7 +125,7 @@ class ControlListener::Body {
     const sockaddr_un address = AddressOf(path);
     PrepareDirectory(path.parent_path());
     if (HasListener(address)) {
-      throw ControlChannelError("another host listens on the control socket " + path.native() +
+      throw ControlChannelError("another host is listening on the control socket " + path.native() +
                                 "; stop it, or choose another socket with --socket or [control]");
     }
     ::unlink(path.c_str());  // left by a host that was killed

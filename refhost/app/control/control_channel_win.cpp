@@ -217,7 +217,7 @@ class ControlListener::Body {
     if (pipe.Valid() && stop.Valid()) return;
     const DWORD error = ::GetLastError();
     if (error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY) {
-      throw ControlChannelError("another host listens on the control pipe " + NarrowText(path) +
+      throw ControlChannelError("another host is listening on the control pipe " + NarrowText(path) +
                                 "; stop it, or choose another pipe with --socket or [control]");
     }
     throw ControlChannelError(

@@ -37,9 +37,8 @@ HostSignal WaitForSignal(std::chrono::milliseconds timeout) {
 }
 
 std::string SignalHelp() {
-  return "Ctrl+C and Ctrl+Break stop the host. `ctl reload` reloads the configuration, `ctl summary` shows the summary "
-         "so\n"
-         "far.\n";
+  return "Ctrl+C and Ctrl+Break stop the host. `ctl reload` reloads the configuration,\n"
+         "`ctl summary` shows the summary so far.\n";
 }
 
 }  // namespace fenlux::refhost

@@ -1,5 +1,5 @@
-// A scanner that knows just enough of TOML to skip strings and comments. It need not be right behind the first syntax
-// error: the parser stops there.
+// A scanner that knows just enough of TOML to skip strings and comments. After the first syntax error its result does
+// not matter, because the parser stops there.
 #include "refhost/base/config/toml_text.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ std::size_t CountQuotes(std::string_view text, std::size_t at, char quote) {
   return std::min(end, text.size()) - at;
 }
 
-// The position behind the string whose first quote is at `at`.
+// The position after the string whose first quote is at `at`.
 std::size_t SkipString(std::string_view text, std::size_t at) {
   const char quote = text[at];
   const std::size_t opening = CountQuotes(text, at, quote);

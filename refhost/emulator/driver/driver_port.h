@@ -1,4 +1,4 @@
-// One port that the module opens: what it was made with, how far it has come, and its end, which is final.
+// One port that the module opens: its parameters, its state, and its end, which is final.
 #pragma once
 
 #include <atomic>

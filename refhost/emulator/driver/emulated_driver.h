@@ -35,7 +35,7 @@ class EmulatedDriver {
 
   // Sets the faults that `changes` names. Any thread.
   void SetFaults(const EmulatorFaults& changes);
-  // Blocks until the current connection has received the command this often; false on timeout or if the emulator
+  // Blocks until the current connection has received the command this many times; false on timeout or if the emulator
   // stops. Any thread.
   bool WaitForRequest(std::uint32_t command, std::uint64_t times, std::chrono::milliseconds limit);
 

@@ -25,7 +25,7 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
     model.ReportViolation(fmt::format("notification {}: {}", notification.Code(), answer.violation));
   }
   const auto end = [this, &port] {
-    connections.End(port, UnjudgedCause::kConnectionEnded, "the limit of notifications on one connection is reached");
+    connections.End(port, UnjudgedCause::kConnectionEnded, "the notification limit of the connection is reached");
   };
   const bool last = ticket == DriverPort::Ticket::kLast;
   if (last && options.holdUntilEnd) end();

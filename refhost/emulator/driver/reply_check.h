@@ -9,7 +9,7 @@
 
 namespace fenlux::refhost {
 
-// In place of a verdict: there is no reply, or none that keeps to the protocol.
+// In place of a verdict: there is no reply, or it breaks the protocol.
 inline constexpr std::uint32_t kNoVerdict = 0;
 
 // The reply that a notification requires.
@@ -25,7 +25,7 @@ ReplyDue DueReply(const NotificationView& notification, std::uint32_t clientType
 
 struct ReplyFinding {
   std::uint32_t verdict = kNoVerdict;
-  std::string violation;  // empty if the reply keeps to the protocol
+  std::string violation;  // empty if the reply follows the protocol
 };
 
 // Checks a reply. A notification that expects none may still get the reply that says "unjudged".

@@ -30,7 +30,7 @@ std::chrono::milliseconds Milliseconds(const ConfigTable& table, std::string_vie
 
 std::vector<std::uint8_t> HexBytes(const ConfigTable& table, std::string_view key) {
   const auto bytes = BytesFromHex(table.Text(key, {}));
-  if (!bytes) table.Report(key, "is not a row of hexadecimal bytes such as \"01 ff\"");
+  if (!bytes) table.Report(key, "must be hexadecimal bytes such as \"01 ff\"");
   return bytes.value_or(std::vector<std::uint8_t>());
 }
 

@@ -39,7 +39,7 @@ struct FaultStep {
   EmulatorFaults faults;
 };
 
-// Waits until the current connection has received a command this often; a timeout is a violation.
+// Waits until the current connection has received a command this many times; a timeout is a violation.
 struct AwaitRequestStep {
   std::uint32_t command = 0;
   std::uint64_t times = 1;

@@ -241,7 +241,7 @@ TEST_F(Delivery, PlaysAnEndlessScenarioUntilStopped) {
   Emulator().Stop();
 }
 
-TEST_F(Delivery, KeepsToTheRate) {
+TEST_F(Delivery, RespectsTheRate) {
   scenario.threads = 2;
   auto& step = AddNotifications(Notification(4098), 21);
   step.ratePerSecond = 1000;

@@ -49,7 +49,7 @@ TEST_F(Faults, DropsEveryConnectionAfterItsLimitOfNotifications) {
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_EQ(Totals().delivered, 7u);
   EXPECT_TRUE(State().connected);
-  EXPECT_THAT(LogLines(), Contains("Connection ended: the limit of notifications on one connection is reached."));
+  EXPECT_THAT(LogLines(), Contains("Connection ended: the notification limit of the connection is reached."));
 }
 
 TEST_F(Faults, ALimitSetLaterCountsFromThereAndCanBeRemoved) {

@@ -46,7 +46,7 @@ class RecordingLog final : public CLog {
     const std::lock_guard lock(mutex);
     return counts[operation + ": " + line];
   }
-  // Waits until the line has been written this often; false if it is not.
+  // Waits until the line has been written this many times; false on timeout.
   bool Await(const std::string& operation, const std::string& line, std::size_t times = 1) {
     std::unique_lock lock(mutex);
     return changed.wait_for(lock, kTestTimeout, [&] { return counts[operation + ": " + line] >= times; });
@@ -66,7 +66,7 @@ class RecordingLog final : public CLog {
   std::map<std::string, std::size_t> counts;
 };
 
-// The module's workers never end, so each test leaves its host behind.
+// The module's workers never end, so each test leaves its host alive.
 class ModuleOnEmulator : public EmulatorTest {
  protected:
   ModuleOnEmulator() {

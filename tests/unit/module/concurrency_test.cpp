@@ -1,4 +1,4 @@
-// Several threads at once: each operation keeps its promises and, under the thread sanitizer, there is no data race.
+// Several threads at once: each operation behaves as documented and, under the thread sanitizer, there is no data race.
 #include <boost/thread/barrier.hpp>
 
 #include "tests/unit/module/notification_test.h"

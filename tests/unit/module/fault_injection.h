@@ -2,7 +2,7 @@
 // each failure must lead to. Nothing may crash or leak, and each failure leaves the trace that the operation promises:
 // a report line, or the exception itself.
 //
-// An operation first runs without a failure. The journal of that run tells which call is the n-th, and the oracle
+// An operation first runs without a failure. The journal of that run shows which call is the n-th, and the oracle
 // derives the expected outcome from it.
 #pragma once
 
@@ -39,7 +39,7 @@ Outcome OutcomeInConnectionRun(const Lines& calls, std::size_t position, std::si
 // The index of the first entry at or after `from` that begins with the prefix. Fails the test if there is none.
 std::size_t Find(const Lines& calls, const std::string& prefix, std::size_t from = 0);
 
-// Excludes the refresh thread from fault injection: it runs beside the thread under test.
+// Excludes the refresh thread from fault injection: it runs concurrently with the thread under test.
 void ExcludeRefreshThread(CallGate& gate);
 // The journal without the calls of the refresh thread.
 Lines CountedCalls(const CallGate& gate);

@@ -114,7 +114,7 @@ TEST_F(ProcessInfo, WithoutAWinWorkServiceALookupThrows) {
   EXPECT_NO_THROW(info->RefreshAll()) << "an empty cache asks the work service nothing";
 }
 
-// ---------------------------------------------------------------- look-ups
+// ---------------------------------------------------------------- lookups
 
 TEST_F(ProcessInfo, ASecondLookupIsServedFromTheCache) {
   const auto info = WithMap();

@@ -47,7 +47,7 @@ TEST(ControlSocket, RefusesADirectoryThatIsOpenToOthers) {
   boost::filesystem::permissions(directory.Path(), boost::filesystem::perms(0750));
   EXPECT_EQ(ControlErrorOf([&] { ControlListener(directory.Path() / "s"); }),
             "the directory " + directory.Path().string() +
-                " of the control socket must belong to you and be closed to others (chmod 700)");
+                " of the control socket must be owned by you and accessible to you only (chmod 700)");
 }
 
 TEST(ControlSocket, RefusesASymbolicLinkToADirectory) {
@@ -65,7 +65,7 @@ TEST(ControlSocket, SaysHowToAvoidAnotherHost) {
   const auto path = directory.Path() / "s";
   const ControlServing serving(path);
   EXPECT_EQ(ControlErrorOf([&] { ControlListener{path}; }),
-            "another host listens on the control socket " + path.string() +
+            "another host is listening on the control socket " + path.string() +
                 "; stop it, or choose another socket with --socket or [control]");
 }
 

@@ -54,7 +54,8 @@ TEST_F(ControlChannel, ServesConcurrentClientsInTurn) {
 TEST_F(ControlChannel, RefusesAPathWhereAnotherHostListens) {
   const ControlServing serving(path);
   const std::string error = ControlErrorOf([&] { ControlListener{path}; });
-  EXPECT_EQ(error.find("another host listens on the " + std::string(kChannelName) + " " + path.string() + "; "), 0U)
+  EXPECT_EQ(error.find("another host is listening on the " + std::string(kChannelName) + " " + path.string() + "; "),
+            0U)
       << error;
   EXPECT_EQ(SendControlRequest(path, "again", kTimeout), "re: again");
 }

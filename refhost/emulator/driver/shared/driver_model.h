@@ -24,7 +24,7 @@ struct WatchSet {
 
 // The effect of a request.
 struct RequestEffect {
-  std::string violation;         // empty if the request keeps to the protocol; otherwise the request changed nothing
+  std::string violation;         // empty if the request follows the protocol; otherwise the request changed nothing
   std::uint32_t command = 0;     // 0 if the request has no known command
   bool watchSetChanged = false;  // objects of type 1 or 2 were committed
 };
@@ -40,7 +40,7 @@ class DriverModel {
 
   // Checks a request and carries it out. Returns nullopt if that connection is over.
   std::optional<RequestEffect> CarryOut(std::uint64_t connection, const std::uint8_t* request, std::size_t size);
-  // Whether the current connection has received the command this often.
+  // Whether the current connection has received the command this many times.
   bool Received(std::uint32_t command, std::uint64_t times) const;
 
   // Counts a violation of the protocol and keeps its text; the second also logs it.
