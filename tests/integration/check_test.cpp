@@ -7,22 +7,22 @@ namespace fenlux::testing {
 namespace {
 
 TEST(Check, AcceptsTheExamples) {
-  Scene scene;
+  HostSetup setup;
   for (const char* file : {"/scripted.toml", "/scenario-all-codes.toml"}) {
-    const Outcome outcome = scene.Run({"check", FENLUX_EXAMPLES + std::string(file)});
+    const Outcome outcome = setup.Run({"check", FENLUX_EXAMPLES + std::string(file)});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(outcome.out, FENLUX_EXAMPLES + std::string(file) + ": no errors\n");
     EXPECT_EQ(outcome.err, "");
   }
-  scene.SetVariable("FENLUX_WATCHED", scene.Directory("watched"));
-  const Outcome kernel = scene.Run({"check", FENLUX_EXAMPLES "/kernel.toml"});
+  setup.SetVariable("FENLUX_WATCHED", setup.Directory("watched"));
+  const Outcome kernel = setup.Run({"check", FENLUX_EXAMPLES "/kernel.toml"});
   EXPECT_EQ(kernel.code, 0) << kernel.err;
 }
 
 TEST(Check, ReportsEveryErrorWithFileLineColumnKeyAndReason) {
-  const Scene scene;
-  const std::string scenario = scene.Write("s.toml", "[[steps]]\nnotify = 4098\ncount = 0\n");
-  const std::string file = scene.Write("h.toml",
+  const HostSetup setup;
+  const std::string scenario = setup.Write("s.toml", "[[steps]]\nnotify = 4098\ncount = 0\n");
+  const std::string file = setup.Write("h.toml",
                                        "stop_at_end = 'yes'\n"
                                        "[emulator]\n"
                                        "scenario = 's.toml'\n"
@@ -31,7 +31,7 @@ TEST(Check, ReportsEveryErrorWithFileLineColumnKeyAndReason) {
                                        "tpyo = 1\n"
                                        "[[judging.rules]]\n"
                                        "path = '*'\n");
-  const Outcome outcome = scene.Run({"check", file});
+  const Outcome outcome = setup.Run({"check", file});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, file + ":1:15: stop_at_end: must be true or false\n" + file +
@@ -42,19 +42,19 @@ TEST(Check, ReportsEveryErrorWithFileLineColumnKeyAndReason) {
 }
 
 TEST(Check, ReportsASyntaxErrorAndAMissingFile) {
-  const Scene scene;
-  const std::string file = scene.Write("h.toml", "[module\n");
-  const Outcome syntax = scene.Run({"check", file});
+  const HostSetup setup;
+  const std::string file = setup.Write("h.toml", "[module\n");
+  const Outcome syntax = setup.Run({"check", file});
   EXPECT_EQ(syntax.code, 2);
   EXPECT_EQ(syntax.err.find(file + ":1:"), 0U) << syntax.err;
   EXPECT_TRUE(Contains(syntax.err, ": (syntax): ")) << syntax.err;
-  const Outcome missing = scene.Run({"check", "no-such-file.toml"});
+  const Outcome missing = setup.Run({"check", "no-such-file.toml"});
   EXPECT_EQ(missing.code, 2);
   EXPECT_EQ(missing.err, "no-such-file.toml:1:1: (file): cannot be read\n");
 }
 
 TEST(CommandLine, EveryCommandHasHelp) {
-  const Scene scene;
+  const HostSetup setup;
   const std::vector<Arguments> commands = {{},
                                            {"run"},
                                            {"check"},
@@ -68,14 +68,14 @@ TEST(CommandLine, EveryCommandHasHelp) {
                                            {"ctl", "interface", "ltrkd"}};
   for (Arguments command : commands) {
     command.push_back("--help");
-    const Outcome outcome = scene.Run(command);
+    const Outcome outcome = setup.Run(command);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_TRUE(Contains(outcome.out, "Usage: fenlux-host")) << outcome.out;
   }
 }
 
 TEST(CommandLine, BadUsageExitsWithTwo) {
-  const Scene scene;
+  const HostSetup setup;
   const std::vector<Arguments> commands = {{},
                                            {"walk"},
                                            {"run"},
@@ -87,7 +87,7 @@ TEST(CommandLine, BadUsageExitsWithTwo) {
                                            {"ctl", "grsp"},
                                            {"ctl", "grhara", "perhaps"}};
   for (const Arguments& command : commands) {
-    const Outcome outcome = scene.Run(command);
+    const Outcome outcome = setup.Run(command);
     EXPECT_EQ(outcome.code, 2) << outcome.out;
     EXPECT_NE(outcome.err, "");
   }

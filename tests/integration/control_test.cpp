@@ -9,39 +9,39 @@ namespace {
 class Control : public ::testing::Test {
  protected:
   void SetUp() override {
-    scene.WriteHost(
+    setup.WriteHost(
         "[module]\nport_value = 7\nrecord_value1 = 8\nrecord_value2 = 9\nconfig_block = 'AB'\n"
         "[spsp]\nflag1 = 1\nflag2 = 2\nflag3 = 3\nflag4 = 4\n");
-    host = std::make_unique<HostProcess>(scene, RunArguments(scene));
+    host = std::make_unique<HostProcess>(setup, RunArguments(setup));
     ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
     // Once the policy worker is done, only operations change the driver's state.
     ASSERT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
   }
 
-  std::string Driver(const std::string& path) { return JsonValue(scene.ControlJson({"driver"}), path); }
+  std::string Driver(const std::string& path) { return JsonValue(setup.ControlJson({"driver"}), path); }
   std::string Done(const Arguments& arguments) {
-    const Outcome outcome = scene.Control(arguments);
+    const Outcome outcome = setup.Control(arguments);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     return outcome.out;
   }
   // Returns the reason for the refusal.
   std::string Refused(const Arguments& arguments) {
-    const Outcome outcome = scene.Control(arguments);
+    const Outcome outcome = setup.Control(arguments);
     EXPECT_EQ(outcome.code, 1) << outcome.out;
     return outcome.err;
   }
 
-  Scene scene;
+  HostSetup setup;
   std::unique_ptr<HostProcess> host;
 };
 
 TEST_F(Control, ShowsTheStatusAsTextAndAsJson) {
   EXPECT_TRUE(Contains(Done({"status"}), "\nready                  yes\n"));
   EXPECT_TRUE(Contains(Done({"status"}), "  KDIB, port value 7, values 8 and 9\n"));
-  const std::string json = scene.ControlJson({"status"});
+  const std::string json = setup.ControlJson({"status"});
   EXPECT_EQ(JsonValue(json, "ready"), "true");
   EXPECT_EQ(JsonValue(json, "driver_version"), "19072701");
-  EXPECT_EQ(JsonValue(scene.ControlJson({"summary"}), "notifications.adds_up"), "true");
+  EXPECT_EQ(JsonValue(setup.ControlJson({"summary"}), "notifications.adds_up"), "true");
 }
 
 TEST_F(Control, AsksForVersionPortValueAndFeatures) {
@@ -49,7 +49,7 @@ TEST_F(Control, AsksForVersionPortValueAndFeatures) {
   EXPECT_EQ(Done({"port-value"}), "port_value  7\n");
   EXPECT_EQ(Done({"debug-dump"}), "advice  Please use Dbgview to get result.\n");
   EXPECT_EQ(Driver("dumps"), "1");
-  const std::string features = scene.ControlJson({"features"});
+  const std::string features = setup.ControlJson({"features"});
   EXPECT_EQ(JsonValue(features, "optional_feature"), "false");
   EXPECT_EQ(JsonValue(features, "supported_feature"), "true");
   EXPECT_EQ(JsonValue(features, "implementation_code"), "7");
@@ -90,7 +90,7 @@ TEST_F(Control, RepeatsTheMessageOfARefusal) {
   EXPECT_EQ(Refused({"monitor", "add", "1", "/x", "--kernel-side"}), "NOT supported under windows driver!\n");
   EXPECT_EQ(Refused({"monitor", "send", "-1"}), "[wdi,samtd] bad parameter!\n");
   EXPECT_EQ(Refused({"monitor", "clear", "0"}), "[wdi,gcm] bad parameter!\n");
-  EXPECT_EQ(Refused({"net-control", "add", "3", scene.Write("empty.toml", "")}), "[wdi,ncadp] bad para!\n");
+  EXPECT_EQ(Refused({"net-control", "add", "3", setup.Write("empty.toml", "")}), "[wdi,ncadp] bad para!\n");
   EXPECT_EQ(Refused({"interface", "ltrkd"}), "[wdi,ltrkd]Windows MUST NOT trigger here!\n");
   EXPECT_EQ(Driver("grsp_switch"), "(none)");
   EXPECT_EQ(Driver("grpm_switch"), "(none)");
@@ -119,7 +119,7 @@ TEST_F(Control, QueuesSendsAndClearsMonitorObjects) {
 TEST_F(Control, LoadsNetworkControlItemsFromAFileAndChangesTheMode) {
   const std::string digits = std::string(94, '0');
   const std::string file =
-      scene.Write("items.toml", "[[items]]\nopaque = '" + digits + "a1'\nvalue = 5\n[[items]]\nopaque = '" + digits +
+      setup.Write("items.toml", "[[items]]\nopaque = '" + digits + "a1'\nvalue = 5\n[[items]]\nopaque = '" + digits +
                                     "a2'\nvalue = 6\n");
   const std::string both = "[\"" + digits + "a1 5\",\"" + digits + "a2 6\"]";
   EXPECT_EQ(Done({"net-control", "add", "1", file}), "done\n");
@@ -139,8 +139,8 @@ TEST_F(Control, LoadsNetworkControlItemsFromAFileAndChangesTheMode) {
 }
 
 TEST_F(Control, ReportsErrorsInAFileOfItemsAndSendsNothing) {
-  const std::string file = scene.Write("items.toml", "[[items]]\nopaque = 'zz'\n");
-  const Outcome outcome = scene.Control({"net-control", "apply", file});
+  const std::string file = setup.Write("items.toml", "[[items]]\nopaque = 'zz'\n");
+  const Outcome outcome = setup.Control({"net-control", "apply", file});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.err, file + ":1:1: items[0].value: is missing\n" + file +
                              ":2:10: items[0].opaque: must be 96 hexadecimal digits\n");
@@ -165,7 +165,7 @@ TEST_F(Control, TheModuleReconnectsAfterAStop) {
   EXPECT_EQ(Driver("monitored_type2.committed"), "[]");
   EXPECT_EQ(Refused({"version"}), "no driver connection is ready; the module retries every 5 seconds\n");
   EXPECT_EQ(Refused({"port-value"}), "DCI,Driver Interact NOT ready.\n");
-  EXPECT_EQ(JsonValue(scene.ControlJson({"status"}), "registered_interfaces"), "[]");
+  EXPECT_EQ(JsonValue(setup.ControlJson({"status"}), "registered_interfaces"), "[]");
   EXPECT_TRUE(host->WaitForError("Driver Interact Ready.", 2));
   EXPECT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
   EXPECT_EQ(Done({"interface", "stop"}), "done\n");
@@ -174,68 +174,68 @@ TEST_F(Control, TheModuleReconnectsAfterAStop) {
 }
 
 TEST(ControlWithoutAHost, ExitsWithThree) {
-  const Scene scene;
-  const Outcome outcome = scene.Control({"status"});
+  const HostSetup setup;
+  const Outcome outcome = setup.Control({"status"});
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_EQ(outcome.err, "fenlux-host: no host reachable on the control socket " + scene.Path().string() +
+  EXPECT_EQ(outcome.err, "fenlux-host: no host reachable on the control socket " + setup.Path().string() +
                              "/control/host.sock: No such file or directory\n");
 }
 
 TEST(ControlSocket, IsTheUsersDefaultUnlessConfigured) {
-  const Scene scene;
-  scene.Write("host.toml", "");
-  HostProcess host(scene, RunArguments(scene));
+  const HostSetup setup;
+  setup.Write("host.toml", "");
+  HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
-  EXPECT_EQ(scene.Run({"ctl", "status"}).code, 0);
-  EXPECT_EQ(scene.Run({"ctl", "--config", (scene.Path() / "host.toml").string(), "status"}).code, 0);
+  EXPECT_EQ(setup.Run({"ctl", "status"}).code, 0);
+  EXPECT_EQ(setup.Run({"ctl", "--config", (setup.Path() / "host.toml").string(), "status"}).code, 0);
   EXPECT_EQ(host.Stop().code, 0);
 }
 
 TEST(ControlSocket, CannotBeSharedByTwoHosts) {
-  const Scene scene;
-  scene.WriteHost("");
-  HostProcess host(scene, RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("");
+  HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
-  const Outcome second = scene.Run(RunArguments(scene));
+  const Outcome second = setup.Run(RunArguments(setup));
   EXPECT_EQ(second.code, 2);
   EXPECT_TRUE(Contains(second.err, "another host is listening on the control socket ")) << second.err;
-  EXPECT_EQ(scene.Control({"status"}).code, 0);
+  EXPECT_EQ(setup.Control({"status"}).code, 0);
   EXPECT_EQ(host.Stop().code, 0);
 }
 
 TEST(ControlSocket, OnTheCommandLineOverridesTheConfiguration) {
-  const Scene scene;
-  scene.WriteHost("");
-  HostProcess first(scene, RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("");
+  HostProcess first(setup, RunArguments(setup));
   ASSERT_TRUE(first.WaitForError("Driver Interact Ready."));
-  const std::string socket = (scene.Path() / "other/host.sock").string();
-  HostProcess second(scene, RunArguments(scene, {"--socket", socket}));
+  const std::string socket = (setup.Path() / "other/host.sock").string();
+  HostProcess second(setup, RunArguments(setup, {"--socket", socket}));
   ASSERT_TRUE(second.WaitForError("Driver Interact Ready."));
-  EXPECT_EQ(scene.Run({"ctl", "--socket", socket, "monitor", "add", "1", "/a"}).code, 0);
-  EXPECT_EQ(scene.Run({"ctl", "--socket", socket, "monitor", "send", "1"}).code, 0);
-  const Outcome other = scene.Run({"ctl", "--socket", socket, "--json", "driver"});
+  EXPECT_EQ(setup.Run({"ctl", "--socket", socket, "monitor", "add", "1", "/a"}).code, 0);
+  EXPECT_EQ(setup.Run({"ctl", "--socket", socket, "monitor", "send", "1"}).code, 0);
+  const Outcome other = setup.Run({"ctl", "--socket", socket, "--json", "driver"});
   EXPECT_EQ(JsonValue(other.out, "monitored_type1.committed"), R"(["/a"])");
-  EXPECT_EQ(JsonValue(scene.ControlJson({"driver"}), "monitored_type1.committed"), "[]");
+  EXPECT_EQ(JsonValue(setup.ControlJson({"driver"}), "monitored_type1.committed"), "[]");
   EXPECT_EQ(first.Stop().code, 0);
   EXPECT_EQ(second.Stop().code, 0);
 }
 
 TEST(ControlSocket, OnTheCommandLineConflictsWithADisabledChannel) {
-  const Scene scene;
-  scene.Write("host.toml", "[control]\nenabled = false\n");
+  const HostSetup setup;
+  setup.Write("host.toml", "[control]\nenabled = false\n");
   const Outcome outcome =
-      scene.Run(RunArguments(scene, {"--socket", (scene.Path() / "host.sock").string(), "--duration", "5"}));
+      setup.Run(RunArguments(setup, {"--socket", (setup.Path() / "host.sock").string(), "--duration", "5"}));
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.err, "fenlux-host: --socket conflicts with [control] enabled = false\n");
 }
 
 TEST(ControlWithoutADriver, TheHostStaysUsable) {
-  const Scene scene;
-  scene.WriteHost("[emulator.faults]\nrefuse_connects = 1000\n");
-  HostProcess host(scene, RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("[emulator.faults]\nrefuse_connects = 1000\n");
+  HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("[dci,tiwk,STDE] info="));
-  EXPECT_EQ(JsonValue(scene.ControlJson({"status"}), "ready"), "false");
-  EXPECT_EQ(scene.Control({"grsp", "1"}).code, 1);
+  EXPECT_EQ(JsonValue(setup.ControlJson({"status"}), "ready"), "false");
+  EXPECT_EQ(setup.Control({"grsp", "1"}).code, 1);
   const Outcome outcome = host.Stop();
   EXPECT_EQ(outcome.code, 0) << outcome.err;
 }

@@ -47,46 +47,46 @@ std::vector<std::string> Environment(const std::map<std::string, std::string>& e
 
 }  // namespace
 
-Scene::Scene() : path(fs::canonical(fs::temp_directory_path()) / fs::unique_path("fenlux-scene-%%%%%%%%")) {
+HostSetup::HostSetup() : path(fs::canonical(fs::temp_directory_path()) / fs::unique_path("fenlux-setup-%%%%%%%%")) {
   fs::create_directory(path);
   fs::permissions(path, fs::owner_all);
   SetVariable("XDG_RUNTIME_DIR", path.string());
 }
 
-Scene::~Scene() {
+HostSetup::~HostSetup() {
   boost::system::error_code ignored;
   fs::remove_all(path, ignored);
 }
 
-std::string Scene::Write(const std::string& name, const std::string& text) const {
+std::string HostSetup::Write(const std::string& name, const std::string& text) const {
   const fs::path file = path / name;
   std::ofstream(file.string(), std::ios::binary) << text;
   return file.string();
 }
 
-std::string Scene::Directory(const std::string& name) const {
+std::string HostSetup::Directory(const std::string& name) const {
   fs::create_directories(path / name);
   return (path / name).string();
 }
 
-void Scene::WriteHost(const std::string& text) const {
+void HostSetup::WriteHost(const std::string& text) const {
   Write("host.toml", text + "\n[control]\nsocket = 'control/host.sock'\n");
 }
 
-void Scene::WriteHost(const std::string& text, const std::string& scenario) const {
+void HostSetup::WriteHost(const std::string& text, const std::string& scenario) const {
   WriteHost(text + "\n[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 20000\n");
   Write("scenario.toml", scenario);
 }
 
-Outcome Scene::Run(const Arguments& arguments) const { return HostProcess(*this, arguments).Wait(); }
+Outcome HostSetup::Run(const Arguments& arguments) const { return HostProcess(*this, arguments).Wait(); }
 
-Outcome Scene::Control(const Arguments& arguments) const {
+Outcome HostSetup::Control(const Arguments& arguments) const {
   Arguments all{"ctl", "--socket", (path / "control/host.sock").string()};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return Run(all);
 }
 
-std::string Scene::ControlJson(const Arguments& arguments) const {
+std::string HostSetup::ControlJson(const Arguments& arguments) const {
   Arguments all{"--json"};
   all.insert(all.end(), arguments.begin(), arguments.end());
   const Outcome outcome = Control(all);
@@ -94,16 +94,17 @@ std::string Scene::ControlJson(const Arguments& arguments) const {
   return outcome.code == 0 ? outcome.out : std::string();
 }
 
-HostProcess::HostProcess(const Scene& scene, const Arguments& arguments) : HostProcess(scene, kProgram, arguments) {}
+HostProcess::HostProcess(const HostSetup& setup, const Arguments& arguments)
+    : HostProcess(setup, kProgram, arguments) {}
 
-HostProcess::HostProcess(const Scene& scene, const std::string& program, const Arguments& arguments) {
+HostProcess::HostProcess(const HostSetup& setup, const std::string& program, const Arguments& arguments) {
   static std::atomic<int> count{0};
   const std::string number = std::to_string(++count);
-  out = scene.Path() / ("process-" + number + ".out");
-  err = scene.Path() / ("process-" + number + ".err");
+  out = setup.Path() / ("process-" + number + ".out");
+  err = setup.Path() / ("process-" + number + ".err");
   std::vector<std::string> commandLine{program};
   commandLine.insert(commandLine.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> variables = Environment(scene.Variables());
+  std::vector<std::string> variables = Environment(setup.Variables());
   posix_spawn_file_actions_t files;
   ::posix_spawn_file_actions_init(&files);
   const int flags = O_WRONLY | O_CREAT | O_TRUNC;
@@ -166,8 +167,8 @@ bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::si
 std::string HostProcess::Out() const { return FileText(out); }
 std::string HostProcess::Err() const { return FileText(err); }
 
-Arguments RunArguments(const Scene& scene, const Arguments& more) {
-  Arguments arguments{"run", "--config", (scene.Path() / "host.toml").string()};
+Arguments RunArguments(const HostSetup& setup, const Arguments& more) {
+  Arguments arguments{"run", "--config", (setup.Path() / "host.toml").string()};
   arguments.insert(arguments.end(), more.begin(), more.end());
   return arguments;
 }

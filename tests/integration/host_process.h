@@ -23,28 +23,29 @@ struct Outcome {
   std::string err;
 };
 
-// A temporary directory with a host's files and its control socket. Nothing in it is shared with other tests or hosts.
-class Scene {
+// The setup of one host: a temporary directory with its files and its control socket. Shares nothing with other tests
+// or hosts.
+class HostSetup {
  public:
-  Scene();
-  ~Scene();
-  Scene(const Scene&) = delete;
-  Scene& operator=(const Scene&) = delete;
+  HostSetup();
+  ~HostSetup();
+  HostSetup(const HostSetup&) = delete;
+  HostSetup& operator=(const HostSetup&) = delete;
 
   const boost::filesystem::path& Path() const { return path; }
   std::string Write(const std::string& name, const std::string& text) const;
-  // Sets an environment variable for the programs that the scene runs.
+  // Sets an environment variable for the programs that this setup runs.
   void SetVariable(const std::string& name, const std::string& value) { variables[name] = value; }
   const std::map<std::string, std::string>& Variables() const { return variables; }
   // Creates a directory and returns its path.
   std::string Directory(const std::string& name) const;
-  // Writes host.toml, with a control socket in the scene, and scenario.toml.
+  // Writes host.toml, with a control socket in this directory, and scenario.toml.
   void WriteHost(const std::string& text, const std::string& scenario) const;
   void WriteHost(const std::string& text) const;
 
   // Runs fenlux-host and waits for it to end.
   Outcome Run(const Arguments& arguments) const;
-  // Runs `fenlux-host ctl` against the scene's host.
+  // Runs `fenlux-host ctl` against this setup's host.
   Outcome Control(const Arguments& arguments) const;
   // Returns the JSON result of a `ctl` operation. If the operation fails, fails the test and returns an empty text.
   std::string ControlJson(const Arguments& arguments) const;
@@ -58,9 +59,9 @@ class Scene {
 class HostProcess {
  public:
   // Runs fenlux-host.
-  HostProcess(const Scene& scene, const Arguments& arguments);
+  HostProcess(const HostSetup& setup, const Arguments& arguments);
   // Runs another program, found on PATH.
-  HostProcess(const Scene& scene, const std::string& program, const Arguments& arguments);
+  HostProcess(const HostSetup& setup, const std::string& program, const Arguments& arguments);
   ~HostProcess();
   HostProcess(const HostProcess&) = delete;
   HostProcess& operator=(const HostProcess&) = delete;
@@ -89,8 +90,8 @@ class HostProcess {
   int code = -1;
 };
 
-// The arguments that run a host with the scene's configuration.
-Arguments RunArguments(const Scene& scene, const Arguments& more = {});
+// The arguments that run a host with the setup's configuration.
+Arguments RunArguments(const HostSetup& setup, const Arguments& more = {});
 
 std::size_t CountOf(const std::string& text, const std::string& part);
 bool Contains(const std::string& text, const std::string& part);

@@ -21,8 +21,8 @@ std::string Missing() {
   return {};
 }
 
-Outcome Read(const Scene& scene, const std::string& program, const std::string& file) {
-  return HostProcess(scene, program, {file}).Wait();
+Outcome Read(const HostSetup& setup, const std::string& program, const std::string& file) {
+  return HostProcess(setup, program, {file}).Wait();
 }
 
 std::string Rules(const std::string& directories) {
@@ -33,42 +33,42 @@ std::string Rules(const std::string& directories) {
 
 TEST(KernelEvents, RefuseOneNameToOneProgramAlsoInADirectoryAddedLater) {
   if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
-  const Scene scene;
-  const std::string first = scene.Directory("first");
-  const std::string second = scene.Directory("second");
+  const HostSetup setup;
+  const std::string first = setup.Directory("first");
+  const std::string second = setup.Directory("second");
   for (const char* name : {"first/diary.secret", "first/plain.txt", "second/diary.secret"})
-    scene.Write(name, "words\n");
-  scene.WriteHost(Rules("'" + first + "'"));
-  HostProcess host(scene, RunArguments(scene, {"--json"}));
+    setup.Write(name, "words\n");
+  setup.WriteHost(Rules("'" + first + "'"));
+  HostProcess host(setup, RunArguments(setup, {"--json"}));
   ASSERT_TRUE(host.WaitForError("[Add Monitor OK!][obj path]=" + first)) << host.Err();
 
   // The watch starts when the module has committed the directory; from then on reads are refused.
-  EXPECT_TRUE(Eventually([&] { return Read(scene, "cat", first + "/diary.secret").code != 0; }));
-  const Outcome refused = Read(scene, "cat", first + "/diary.secret");
+  EXPECT_TRUE(Eventually([&] { return Read(setup, "cat", first + "/diary.secret").code != 0; }));
+  const Outcome refused = Read(setup, "cat", first + "/diary.secret");
   EXPECT_TRUE(Contains(refused.err, "Operation not permitted")) << refused.err;
   EXPECT_EQ(refused.out, "");
-  EXPECT_EQ(Read(scene, "head", first + "/diary.secret").out, "words\n");
-  EXPECT_EQ(Read(scene, "cat", first + "/plain.txt").out, "words\n");
+  EXPECT_EQ(Read(setup, "head", first + "/diary.secret").out, "words\n");
+  EXPECT_EQ(Read(setup, "cat", first + "/plain.txt").out, "words\n");
 
-  EXPECT_EQ(Read(scene, "cat", second + "/diary.secret").out, "words\n");
-  scene.WriteHost(Rules("'" + first + "', '" + second + "'"));
+  EXPECT_EQ(Read(setup, "cat", second + "/diary.secret").out, "words\n");
+  setup.WriteHost(Rules("'" + first + "', '" + second + "'"));
   host.Signal(SIGHUP);
-  EXPECT_TRUE(Eventually([&] { return Read(scene, "cat", second + "/diary.secret").code != 0; }));
-  EXPECT_EQ(Read(scene, "head", second + "/diary.secret").out, "words\n");
+  EXPECT_TRUE(Eventually([&] { return Read(setup, "cat", second + "/diary.secret").code != 0; }));
+  EXPECT_EQ(Read(setup, "head", second + "/diary.secret").out, "words\n");
 
   const Outcome outcome = host.Stop();
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.adds_up"), "true");
   EXPECT_GE(std::stoi(JsonValue(outcome.out, "summary.kernel.refused")), 3);
   // After the host stopped, nothing is refused.
-  EXPECT_EQ(Read(scene, "cat", first + "/diary.secret").out, "words\n");
+  EXPECT_EQ(Read(setup, "cat", first + "/diary.secret").out, "words\n");
 }
 
 TEST(KernelEvents, AreRefusedForTheRootDirectory) {
   if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
-  const Scene scene;
-  scene.WriteHost("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['/']\n");
-  const Outcome outcome = scene.Run(RunArguments(scene, {"--duration", "5"}));
+  const HostSetup setup;
+  setup.WriteHost("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['/']\n");
+  const Outcome outcome = setup.Run(RunArguments(setup, {"--duration", "5"}));
   EXPECT_EQ(outcome.code, 2) << outcome.out;
   EXPECT_TRUE(Contains(outcome.err, "fenlux-host: ")) << outcome.err;
 }

@@ -11,9 +11,9 @@ std::string BadModule(const std::string& name) {
 }
 
 Outcome RunWith(const std::string& module) {
-  const Scene scene;
-  scene.WriteHost("");
-  return scene.Run(RunArguments(scene, {"--module", module, "--duration", "5"}));
+  const HostSetup setup;
+  setup.WriteHost("");
+  return setup.Run(RunArguments(setup, {"--module", module, "--duration", "5"}));
 }
 
 TEST(ModuleLoading, SaysThatTheLibraryIsMissing) {
@@ -23,10 +23,10 @@ TEST(ModuleLoading, SaysThatTheLibraryIsMissing) {
 }
 
 TEST(ModuleLoading, SaysThatTheFileIsNotALibrary) {
-  const Scene scene;
-  scene.WriteHost("");
-  const std::string file = scene.Write("module.so", "this is text\n");
-  const Outcome outcome = scene.Run(RunArguments(scene, {"--module", file}));
+  const HostSetup setup;
+  setup.WriteHost("");
+  const std::string file = setup.Write("module.so", "this is text\n");
+  const Outcome outcome = setup.Run(RunArguments(setup, {"--module", file}));
   EXPECT_EQ(outcome.code, 3);
   EXPECT_TRUE(Contains(outcome.err, "fenlux-host: cannot load the module: " + file)) << outcome.err;
 }
@@ -62,9 +62,9 @@ TEST(ModuleLoading, RepeatsTheMessageOfAFailingStart) {
 }
 
 TEST(ModuleLoading, TakesTheLibraryFromTheConfiguration) {
-  const Scene scene;
-  scene.WriteHost("[module]\nlibrary = '" + BadModule("init_throws") + "'\n");
-  EXPECT_EQ(scene.Run(RunArguments(scene)).err, "fenlux-host: the module's init failed: bad log init!\n");
+  const HostSetup setup;
+  setup.WriteHost("[module]\nlibrary = '" + BadModule("init_throws") + "'\n");
+  EXPECT_EQ(setup.Run(RunArguments(setup)).err, "fenlux-host: the module's init failed: bad log init!\n");
 }
 
 }  // namespace

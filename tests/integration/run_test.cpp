@@ -18,9 +18,9 @@ constexpr char kThreeEvents[] =
 constexpr char kRules[] = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
 
 TEST(Run, PlaysAScenarioToItsEnd) {
-  const Scene scene;
-  scene.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.err << outcome.out;
   EXPECT_TRUE(Contains(outcome.err, "Driver Interact Ready.\n"));
   EXPECT_TRUE(Contains(outcome.err, "Current driver version=19072701\n"));
@@ -31,9 +31,9 @@ TEST(Run, PlaysAScenarioToItsEnd) {
 }
 
 TEST(Run, WritesItsLogAndItsSummaryAsJson) {
-  const Scene scene;
-  scene.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
-  const Outcome outcome = scene.Run(RunArguments(scene, {"--json"}));
+  const HostSetup setup;
+  setup.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
+  const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(CountOf(outcome.out, "\n"), 1U);
   EXPECT_EQ(JsonValue(outcome.out, "summary.fine"), "true");
@@ -54,43 +54,43 @@ TEST(Run, WritesItsLogAndItsSummaryAsJson) {
 
 TEST(Run, IsIndependentOfTheLocale) {
   for (const char* locale : {"C", "xx_XX.UTF-8"}) {  // the second one does not exist
-    Scene scene;
-    scene.SetVariable("LC_ALL", locale);
-    scene.WriteHost("stop_at_end = true\n[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n",
+    HostSetup setup;
+    setup.SetVariable("LC_ALL", locale);
+    setup.WriteHost("stop_at_end = true\n[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n",
                     kThreeEvents);
-    const auto program = boost::filesystem::path(scene.Directory("j\u00fcrgen")) / "fenlux-host";
+    const auto program = boost::filesystem::path(setup.Directory("j\u00fcrgen")) / "fenlux-host";
     boost::filesystem::copy_file(FENLUX_PROGRAM_DIRECTORY "/fenlux-host", program);
-    HostProcess host(scene, program.string(),
-                     RunArguments(scene, {"--module", FENLUX_PROGRAM_DIRECTORY "/libfenlux.so", "--json"}));
+    HostProcess host(setup, program.string(),
+                     RunArguments(setup, {"--module", FENLUX_PROGRAM_DIRECTORY "/libfenlux.so", "--json"}));
     const Outcome outcome = host.Wait();
     EXPECT_EQ(JsonValue(outcome.out, "summary.driver_was_told.system_processes"), "1") << outcome.err;
   }
 }
 
 TEST(Run, StopsAfterItsDuration) {
-  const Scene scene;
-  scene.WriteHost("");
-  EXPECT_EQ(scene.Run(RunArguments(scene, {"--duration", "0.3"})).code, 0);
+  const HostSetup setup;
+  setup.WriteHost("");
+  EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "0.3"})).code, 0);
 }
 
 TEST(Run, StopsOnSigintAndSigtermWithASummary) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    const Scene scene;
-    scene.WriteHost("");
-    HostProcess host(scene, RunArguments(scene));
+    const HostSetup setup;
+    setup.WriteHost("");
+    HostProcess host(setup, RunArguments(setup));
     ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
     host.Signal(signal);
     const Outcome outcome = host.Wait();
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(CountOf(outcome.out, "summary\n"), 1U);
-    EXPECT_FALSE(boost::filesystem::exists(scene.Path() / "control/host.sock"));
+    EXPECT_FALSE(boost::filesystem::exists(setup.Path() / "control/host.sock"));
   }
 }
 
 TEST(Run, PrintsItsSummaryOnSigusr1AndContinues) {
-  const Scene scene;
-  scene.WriteHost("");
-  HostProcess host(scene, RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("");
+  HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   host.Signal(SIGUSR1);
   ASSERT_TRUE(host.WaitForOutput("protocol_violations"));
@@ -100,37 +100,37 @@ TEST(Run, PrintsItsSummaryOnSigusr1AndContinues) {
 }
 
 TEST(Run, ExitsWithFourAfterAProtocolViolation) {
-  const Scene scene;
-  scene.WriteHost("stop_at_end = true\n", "[[steps]]\nnotify = 4098\nexpect_verdict = 5\n");
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("stop_at_end = true\n", "[[steps]]\nnotify = 4098\nexpect_verdict = 5\n");
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_TRUE(Contains(outcome.out, "protocol_violations  1\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "fine                 no\n")) << outcome.out;
 }
 
 TEST(Run, ExitsWithTwoAndReportsEveryErrorOfABadConfiguration) {
-  const Scene scene;
-  const std::string file = scene.Write("host.toml", "one = 1\n[module]\ntwo = 2\n");
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  const HostSetup setup;
+  const std::string file = setup.Write("host.toml", "one = 1\n[module]\ntwo = 2\n");
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.err, file + ":1:1: one: is not a known key\n" + file + ":3:1: module.two: is not a known key\n");
-  EXPECT_EQ(scene.Run({"run", "--config", "no-such-file.toml"}).code, 2);
+  EXPECT_EQ(setup.Run({"run", "--config", "no-such-file.toml"}).code, 2);
 }
 
 TEST(Run, ExitsWithTwoIfItsLogFileCannotBeOpened) {
-  const Scene scene;
-  scene.WriteHost("[log]\nfile = '" + scene.Directory("d") + "'\n");
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("[log]\nfile = '" + setup.Directory("d") + "'\n");
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_EQ(outcome.err, "fenlux-host: the log file " + scene.Directory("d") + " cannot be opened for writing\n");
+  EXPECT_EQ(outcome.err, "fenlux-host: the log file " + setup.Directory("d") + " cannot be opened for writing\n");
 }
 
 TEST(Run, ExitsWithTwoIfOthersCouldReachItsControlSocket) {
-  const Scene scene;
-  const std::string directory = scene.Directory("control");
+  const HostSetup setup;
+  const std::string directory = setup.Directory("control");
   boost::filesystem::permissions(directory, boost::filesystem::perms(0755));
-  scene.WriteHost("");
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  setup.WriteHost("");
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 2);
   EXPECT_TRUE(Contains(outcome.err, "the directory " + directory +
                                         " of the control socket must be owned by you and accessible to you only"))
@@ -138,37 +138,37 @@ TEST(Run, ExitsWithTwoIfOthersCouldReachItsControlSocket) {
 }
 
 TEST(Run, UsesASeparateLevelForTheLogFile) {
-  const Scene scene;
-  scene.WriteHost("stop_at_end = true\n[log]\nconsole = 'off'\nfile = 'host.log'\nfile_level = 'detail'\n",
+  const HostSetup setup;
+  setup.WriteHost("stop_at_end = true\n[log]\nconsole = 'off'\nfile = 'host.log'\nfile_level = 'detail'\n",
                   "[[steps]]\nnotify = 4098\noplock = 1\npath = '/a'\n");
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.out;
   EXPECT_EQ(outcome.err, "");
-  HostProcess log(scene, "cat", {(scene.Path() / "host.log").string()});
+  HostProcess log(setup, "cat", {(setup.Path() / "host.log").string()});
   EXPECT_TRUE(Contains(log.Wait().out, "debug    [Ignore OPLock]category=1 process=")) << log.Out();
 }
 
 TEST(Run, TranslatesTheModulesTexts) {
-  const Scene scene;
-  scene.WriteHost("[translations]\n'Driver Interact Ready.' = 'Der Treiber ist da.'\n");
-  HostProcess host(scene, RunArguments(scene));
+  const HostSetup setup;
+  setup.WriteHost("[translations]\n'Driver Interact Ready.' = 'Der Treiber ist da.'\n");
+  HostProcess host(setup, RunArguments(setup));
   EXPECT_TRUE(host.WaitForError("info     Der Treiber ist da.\n"));
   EXPECT_EQ(host.Stop().code, 0);
 }
 
 TEST(Run, ADisabledModuleDoesNotConnect) {
-  const Scene scene;
-  scene.WriteHost("[module]\nenabled = false\n");
-  const Outcome outcome = scene.Run(RunArguments(scene, {"--duration", "0.5"}));
+  const HostSetup setup;
+  setup.WriteHost("[module]\nenabled = false\n");
+  const Outcome outcome = setup.Run(RunArguments(setup, {"--duration", "0.5"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_TRUE(Contains(outcome.out, "  opened                 0\n")) << outcome.out;
 }
 
 TEST(Run, SendsContextDataWithItsVerdict) {
-  const Scene scene;
-  scene.WriteHost("stop_at_end = true\n[[judging.rules]]\ndecision = 5\ncontext = 'hello'\n",
+  const HostSetup setup;
+  setup.WriteHost("stop_at_end = true\n[[judging.rules]]\ndecision = 5\ncontext = 'hello'\n",
                   "[[steps]]\nnotify = 4098\nexpect_verdict = 6\n");
-  const Outcome outcome = scene.Run(RunArguments(scene));
+  const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
 }
 

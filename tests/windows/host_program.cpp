@@ -72,24 +72,25 @@ fs::path ProgramDirectory() {
   return fs::path(path).parent_path();
 }
 
-Room::Room() : path(fs::temp_directory_path() / (L"fenlux-room-\u00E4\u00DF-" + fs::unique_path("%%%%%%%%").native())) {
+HostSetup::HostSetup()
+    : path(fs::temp_directory_path() / (L"fenlux-setup-\u00E4\u00DF-" + fs::unique_path("%%%%%%%%").native())) {
   fs::create_directory(path);
 }
 
-Room::~Room() {
+HostSetup::~HostSetup() {
   boost::system::error_code ignored;
   fs::remove_all(path, ignored);
 }
 
-fs::path Room::Write(const std::string& name, const std::string& text) const {
+fs::path HostSetup::Write(const std::string& name, const std::string& text) const {
   const fs::path file = path / name;
   std::ofstream(std::filesystem::path(file.native()), std::ios::binary) << text;
   return file;
 }
 
-std::string Room::Pipe() const {
+std::string HostSetup::Pipe() const {
   const std::wstring name = path.filename().native();
-  return "\\\\.\\pipe\\fenlux-room-" + std::string(name.end() - 8, name.end());
+  return "\\\\.\\pipe\\fenlux-setup-" + std::string(name.end() - 8, name.end());
 }
 
 HiddenConsole::HiddenConsole() {
@@ -105,9 +106,9 @@ HiddenConsole::~HiddenConsole() {
   for (const HANDLE pipe : {pipes[0], pipes[1], pipes[3]}) ::CloseHandle(pipe);
 }
 
-HostProgram::HostProgram(const Room& room, const std::vector<std::string>& arguments,
+HostProgram::HostProgram(const HostSetup& setup, const std::vector<std::string>& arguments,
                          const std::vector<std::wstring>& environment)
-    : out(room.Path() / fs::unique_path("out-%%%%%%")), err(room.Path() / fs::unique_path("err-%%%%%%")) {
+    : out(setup.Path() / fs::unique_path("out-%%%%%%")), err(setup.Path() / fs::unique_path("err-%%%%%%")) {
   std::wstring line = Quoted((ProgramDirectory() / "fenlux-host.exe").native());
   for (const std::string& argument : arguments) line += L" " + Quoted(Wide(argument));
   std::wstring block = EnvironmentWith(environment);
@@ -126,7 +127,7 @@ HostProgram::HostProgram(const Room& room, const std::vector<std::string>& argum
   PROCESS_INFORMATION information{};
   const BOOL made = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
                                      EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT, block.data(),
-                                     room.Path().c_str(), &startup.StartupInfo, &information);
+                                     setup.Path().c_str(), &startup.StartupInfo, &information);
   ::DeleteProcThreadAttributeList(startup.lpAttributeList);
   ::CloseHandle(startup.StartupInfo.hStdOutput);
   ::CloseHandle(startup.StartupInfo.hStdError);

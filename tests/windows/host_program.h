@@ -27,14 +27,14 @@ std::string FileText(const boost::filesystem::path& path);
 // The directory of this program, which contains all the others.
 boost::filesystem::path ProgramDirectory();
 
-// A temporary directory with a host's files, and the name of its control pipe. Nothing in it is shared with other
-// hosts.
-class Room {
+// The setup of one host: a temporary directory with its files, and the name of its control pipe. Shares nothing with
+// other hosts.
+class HostSetup {
  public:
-  Room();
-  ~Room();
-  Room(const Room&) = delete;
-  Room& operator=(const Room&) = delete;
+  HostSetup();
+  ~HostSetup();
+  HostSetup(const HostSetup&) = delete;
+  HostSetup& operator=(const HostSetup&) = delete;
 
   const boost::filesystem::path& Path() const { return path; }
   boost::filesystem::path Write(const std::string& name, const std::string& text) const;
@@ -64,7 +64,7 @@ class HiddenConsole {
 class HostProgram {
  public:
   // `arguments` are UTF-8. `environment` adds "NAME=value" entries to this process's environment.
-  HostProgram(const Room& room, const std::vector<std::string>& arguments,
+  HostProgram(const HostSetup& setup, const std::vector<std::string>& arguments,
               const std::vector<std::wstring>& environment = {});
   ~HostProgram();
   HostProgram(const HostProgram&) = delete;
@@ -90,9 +90,9 @@ class HostProgram {
   DWORD id = 0;
 };
 
-inline ProgramOutcome RunHostProgram(const Room& room, const std::vector<std::string>& arguments,
+inline ProgramOutcome RunHostProgram(const HostSetup& setup, const std::vector<std::string>& arguments,
                                      const std::vector<std::wstring>& environment = {}) {
-  return HostProgram(room, arguments, environment).End();
+  return HostProgram(setup, arguments, environment).End();
 }
 
 }  // namespace fenlux::testing

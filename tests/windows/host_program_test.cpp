@@ -26,20 +26,20 @@ std::string Utf8(const boost::filesystem::path& path) {
 
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-std::string ConfigText(const Room& room, const std::string& text) {
-  return text + "\n[control]\nsocket = '" + room.Pipe() + "'\n";
+std::string ConfigText(const HostSetup& setup, const std::string& text) {
+  return text + "\n[control]\nsocket = '" + setup.Pipe() + "'\n";
 }
 
-ProgramOutcome Control(const Room& room, const std::vector<std::string>& operation) {
-  std::vector<std::string> arguments{"ctl", "--socket", room.Pipe()};
+ProgramOutcome Control(const HostSetup& setup, const std::vector<std::string>& operation) {
+  std::vector<std::string> arguments{"ctl", "--socket", setup.Pipe()};
   arguments.insert(arguments.end(), operation.begin(), operation.end());
-  return RunHostProgram(room, arguments);
+  return RunHostProgram(setup, arguments);
 }
 
 TEST(HostProgram, RunsTheScriptedExample) {
-  const Room room;
+  const HostSetup setup;
   const ProgramOutcome outcome =
-      RunHostProgram(room, {"run", "--config", FENLUX_EXAMPLES "/scripted.toml", "--socket", room.Pipe()});
+      RunHostProgram(setup, {"run", "--config", FENLUX_EXAMPLES "/scripted.toml", "--socket", setup.Pipe()});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n")) << outcome.out;
@@ -93,18 +93,18 @@ TEST(HostProgram, RegistersTheSystemProcesses) {
   const SystemProcesses before(L"services.exe");
   if (before.sessions.empty()) GTEST_SKIP() << "this user can query no service controller";
   const int registrations = SystemProcesses(L"csrss.exe").AnyInSession0() ? 2 : 1;
-  const Room room;
+  const HostSetup setup;
   // The measurement line of the notification shows that the registrations before it are complete.
-  room.Write("scenario.toml", "name = 'registrations'\nsteps = [{ await_request = 20, times = " +
-                                  std::to_string(registrations) + " }, { notify = 4098 }]\n");
+  setup.Write("scenario.toml", "name = 'registrations'\nsteps = [{ await_request = 20, times = " +
+                                   std::to_string(registrations) + " }, { notify = 4098 }]\n");
   std::string settings = "[emulator]\nscenario = 'scenario.toml'\n[module]\nmeasure = true\n";
   // The module looks only in session 0, the system's own. Wine has a single session; there the configuration declares
   // that the image is a system process's.
   if (!before.AnyInSession0()) settings += "[system_images]\n'system32\\services.exe' = '" + Utf8(before.path) + "'\n";
-  const auto config = room.Write("host.toml", ConfigText(room, settings + "[log]\nconsole = 'detail'\n"));
-  HostProgram host(room, {"run", "--config", Utf8(config)});
+  const auto config = setup.Write("host.toml", ConfigText(setup, settings + "[log]\nconsole = 'detail'\n"));
+  HostProgram host(setup, {"run", "--config", Utf8(config)});
   ASSERT_TRUE(host.AwaitLog("[PFM final]="));
-  const ProgramOutcome driver = Control(room, {"--json", "driver"});
+  const ProgramOutcome driver = Control(setup, {"--json", "driver"});
   EXPECT_EQ(driver.code, 0) << driver.err;
   EXPECT_TRUE(Contains(driver.out, "\"20\":" + std::to_string(registrations))) << driver.out;
   const DWORD controller = RegisteredProcess(driver.out, 3);
@@ -114,46 +114,47 @@ TEST(HostProgram, RegistersTheSystemProcesses) {
 }
 
 TEST(HostProgram, TakesOperationsThroughItsPipe) {
-  const Room room;
-  const auto config = room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = ['.']\n"));
-  HostProgram host(room, {"run", "--config", Utf8(config)});
+  const HostSetup setup;
+  const auto config = setup.Write("host.toml", ConfigText(setup, "[policy]\ndirectories = ['.']\n"));
+  HostProgram host(setup, {"run", "--config", Utf8(config)});
   ASSERT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]="));
-  const ProgramOutcome status = Control(room, {"status"});
+  const ProgramOutcome status = Control(setup, {"status"});
   EXPECT_EQ(status.code, 0) << status.err;
   EXPECT_TRUE(Contains(status.out, "ready                  yes\n")) << status.out;
   EXPECT_TRUE(Contains(status.out, Utf8(config))) << status.out;
   EXPECT_TRUE(Contains(status.out, Utf8(ProgramDirectory() / "fenlux.dll"))) << status.out;
 
-  const ProgramOutcome version = Control(room, {"--json", "version"});
+  const ProgramOutcome version = Control(setup, {"--json", "version"});
   EXPECT_EQ(version.out, "{\"driver_version\":19072701}\n") << version.err;
-  const ProgramOutcome refused = Control(room, {"grsp", "2"});
+  const ProgramOutcome refused = Control(setup, {"grsp", "2"});
   EXPECT_EQ(refused.code, 1);
   EXPECT_NE(refused.err, "");
 
   // Adds a directory to the policy while the host runs, by its absolute path with a drive letter.
-  boost::filesystem::create_directory(room.Path() / "further");
-  room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = ['.', '" + Utf8(room.Path() / "further") + "']\n"));
-  EXPECT_EQ(Control(room, {"reload"}).code, 0);
-  EXPECT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]=" + Utf8(room.Path() / "further")));
-  room.Write("host.toml", ConfigText(room, "[policy]\ndirectories = 5\n"));
-  const ProgramOutcome bad = Control(room, {"reload"});
+  boost::filesystem::create_directory(setup.Path() / "further");
+  setup.Write("host.toml",
+              ConfigText(setup, "[policy]\ndirectories = ['.', '" + Utf8(setup.Path() / "further") + "']\n"));
+  EXPECT_EQ(Control(setup, {"reload"}).code, 0);
+  EXPECT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]=" + Utf8(setup.Path() / "further")));
+  setup.Write("host.toml", ConfigText(setup, "[policy]\ndirectories = 5\n"));
+  const ProgramOutcome bad = Control(setup, {"reload"});
   EXPECT_EQ(bad.code, 1);
   EXPECT_TRUE(Contains(bad.err, "host.toml:2:15: policy.directories: ")) << bad.err;
-  EXPECT_TRUE(Contains(Control(room, {"summary"}).out, "adds_up"));
+  EXPECT_TRUE(Contains(Control(setup, {"summary"}).out, "adds_up"));
 
   ASSERT_TRUE(host.PressCtrlC());
   const ProgramOutcome outcome = host.End();
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
-  const ProgramOutcome gone = Control(room, {"status"});
+  const ProgramOutcome gone = Control(setup, {"status"});
   EXPECT_EQ(gone.code, 3);
   EXPECT_TRUE(Contains(gone.err, "fenlux-host: no host reachable on the control pipe ")) << gone.err;
 }
 
 TEST(HostProgram, CtrlBreakStopsTheHost) {
-  const Room room;
-  const auto config = room.Write("host.toml", ConfigText(room, ""));
-  HostProgram host(room, {"run", "--config", Utf8(config)});
+  const HostSetup setup;
+  const auto config = setup.Write("host.toml", ConfigText(setup, ""));
+  HostProgram host(setup, {"run", "--config", Utf8(config)});
   ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
   ASSERT_TRUE(host.PressCtrlBreak());
   const ProgramOutcome outcome = host.End();
@@ -162,99 +163,100 @@ TEST(HostProgram, CtrlBreakStopsTheHost) {
 }
 
 TEST(HostProgram, RefusesThePipeOfAnotherHost) {
-  const Room room;
-  const auto config = room.Write("host.toml", ConfigText(room, ""));
-  HostProgram host(room, {"run", "--config", Utf8(config)});
+  const HostSetup setup;
+  const auto config = setup.Write("host.toml", ConfigText(setup, ""));
+  HostProgram host(setup, {"run", "--config", Utf8(config)});
   ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
-  const ProgramOutcome second = RunHostProgram(room, {"run", "--config", Utf8(config), "--duration", "5"});
+  const ProgramOutcome second = RunHostProgram(setup, {"run", "--config", Utf8(config), "--duration", "5"});
   EXPECT_EQ(second.code, 2);
-  EXPECT_TRUE(Contains(second.err, "another host is listening on the control pipe " + room.Pipe())) << second.err;
+  EXPECT_TRUE(Contains(second.err, "another host is listening on the control pipe " + setup.Pipe())) << second.err;
   EXPECT_TRUE(host.Running());
 }
 
 TEST(HostProgram, ChecksFilesAndReportsEveryError) {
-  const Room room;
-  const auto good = room.Write("good-\u00E4.toml", "[log]\nconsole = 'off'\n");
-  const ProgramOutcome fine = RunHostProgram(room, {"check", Utf8(good)});
+  const HostSetup setup;
+  const auto good = setup.Write("good-\u00E4.toml", "[log]\nconsole = 'off'\n");
+  const ProgramOutcome fine = RunHostProgram(setup, {"check", Utf8(good)});
   EXPECT_EQ(fine.code, 0) << fine.err;
   EXPECT_EQ(fine.out, Utf8(good) + ": no errors\n");
-  const auto bad = room.Write("bad.toml", "[log]\nconsole = 'loud'\n[module]\nport_value = -1\nx = 1\n");
-  const ProgramOutcome outcome = RunHostProgram(room, {"check", Utf8(bad)});
+  const auto bad = setup.Write("bad.toml", "[log]\nconsole = 'loud'\n[module]\nport_value = -1\nx = 1\n");
+  const ProgramOutcome outcome = RunHostProgram(setup, {"check", Utf8(bad)});
   EXPECT_EQ(outcome.code, 2);
   for (const char* place : {":2:11: log.console: ", ":4:14: module.port_value: ", ":5:1: module.x: "}) {
     EXPECT_TRUE(Contains(outcome.err, Utf8(bad) + place)) << outcome.err;
   }
-  EXPECT_EQ(RunHostProgram(room, {"check", "nothing.toml"}).code, 2);
-  EXPECT_EQ(RunHostProgram(room, {"check"}).code, 2);
-  EXPECT_EQ(RunHostProgram(room, {}).code, 2);
+  EXPECT_EQ(RunHostProgram(setup, {"check", "nothing.toml"}).code, 2);
+  EXPECT_EQ(RunHostProgram(setup, {"check"}).code, 2);
+  EXPECT_EQ(RunHostProgram(setup, {}).code, 2);
 }
 
 TEST(HostProgram, HelpNamesTheKeysThatStopAHost) {
-  const Room room;
-  const ProgramOutcome help = RunHostProgram(room, {"run", "--help"});
+  const HostSetup setup;
+  const ProgramOutcome help = RunHostProgram(setup, {"run", "--help"});
   EXPECT_EQ(help.code, 0);
   EXPECT_TRUE(Contains(help.out, "Ctrl+C and Ctrl+Break stop the host")) << help.out;
 }
 
 TEST(HostProgram, RefusesKernelEventsBecauseWindowsHasNone) {
-  const Room room;
-  const auto config = room.Write("host.toml", ConfigText(room, "[emulator]\nsource = 'fanotify'\n"));
-  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
+  const HostSetup setup;
+  const auto config = setup.Write("host.toml", ConfigText(setup, "[emulator]\nsource = 'fanotify'\n"));
+  const ProgramOutcome outcome = RunHostProgram(setup, {"run", "--config", Utf8(config)});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_TRUE(Contains(outcome.err, "kernel events need fanotify, which this system does not have")) << outcome.err;
 }
 
 TEST(HostProgram, SaysWhyAModuleIsUnusable) {
-  const Room room;
-  const auto config = room.Write("host.toml", ConfigText(room, ""));
+  const HostSetup setup;
+  const auto config = setup.Write("host.toml", ConfigText(setup, ""));
   const ProgramOutcome missing = RunHostProgram(
-      room, {"run", "--config", Utf8(config), "--module", Utf8(room.Path() / "no-such.dll"), "--duration", "5"});
+      setup, {"run", "--config", Utf8(config), "--module", Utf8(setup.Path() / "no-such.dll"), "--duration", "5"});
   EXPECT_EQ(missing.code, 3);
-  EXPECT_TRUE(Contains(missing.err, "cannot load the module " + Utf8(room.Path() / "no-such.dll") + ": "))
+  EXPECT_TRUE(Contains(missing.err, "cannot load the module " + Utf8(setup.Path() / "no-such.dll") + ": "))
       << missing.err;
-  const auto text = room.Write("text.dll", "this is text\n");
-  EXPECT_EQ(RunHostProgram(room, {"run", "--config", Utf8(config), "--module", Utf8(text), "--duration", "5"}).code, 3);
+  const auto text = setup.Write("text.dll", "this is text\n");
+  EXPECT_EQ(RunHostProgram(setup, {"run", "--config", Utf8(config), "--module", Utf8(text), "--duration", "5"}).code,
+            3);
   const ProgramOutcome other =
-      RunHostProgram(room, {"run", "--config", Utf8(config), "--module",
-                            Utf8(ProgramDirectory() / "libwinpthread-1.dll"), "--duration", "5"});
+      RunHostProgram(setup, {"run", "--config", Utf8(config), "--module",
+                             Utf8(ProgramDirectory() / "libwinpthread-1.dll"), "--duration", "5"});
   EXPECT_EQ(other.code, 3);
   EXPECT_TRUE(Contains(other.err, "libwinpthread-1.dll has no init")) << other.err;
 }
 
 TEST(HostProgram, ExitsWithFourAfterAProtocolViolation) {
-  const Room room;
-  room.Write(
+  const HostSetup setup;
+  setup.Write(
       "scenario.toml",
       "name = 'wrong'\nsteps = [{ await_request = 13 }, { notify = 4098, path = 'C:\\x', expect_verdict = 5 }]\n");
   const auto config =
-      room.Write("host.toml", ConfigText(room, "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"));
-  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
+      setup.Write("host.toml", ConfigText(setup, "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"));
+  const ProgramOutcome outcome = RunHostProgram(setup, {"run", "--config", Utf8(config)});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 no\n")) << outcome.out;
 }
 
 TEST(HostProgram, WritesItsLogFileWhereConfigured) {
-  const Room room;
-  room.Write("scenario.toml", "name = 'short'\nsteps = [{ await_request = 13 }]\n");
+  const HostSetup setup;
+  setup.Write("scenario.toml", "name = 'short'\nsteps = [{ await_request = 13 }]\n");
   const auto config =
-      room.Write("host.toml", ConfigText(room,
-                                         "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"
-                                         "[log]\nconsole = 'off'\nfile = '${FENLUX_LOG_DIRECTORY}/log-\u00FC.txt'\n"));
+      setup.Write("host.toml", ConfigText(setup,
+                                          "stop_at_end = true\n[emulator]\nscenario = 'scenario.toml'\n"
+                                          "[log]\nconsole = 'off'\nfile = '${FENLUX_LOG_DIRECTORY}/log-\u00FC.txt'\n"));
   const ProgramOutcome outcome =
-      RunHostProgram(room, {"run", "--config", Utf8(config)}, {L"FENLUX_LOG_DIRECTORY=" + room.Path().native()});
+      RunHostProgram(setup, {"run", "--config", Utf8(config)}, {L"FENLUX_LOG_DIRECTORY=" + setup.Path().native()});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_FALSE(Contains(outcome.err, "Driver Interact Ready.")) << outcome.err;
-  const std::string log = FileText(room.Path() / L"log-\u00FC.txt");
+  const std::string log = FileText(setup.Path() / L"log-\u00FC.txt");
   const std::regex line(R"((^|\n)\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} info     Driver Interact Ready\.\n)");
   EXPECT_TRUE(std::regex_search(log, line)) << log;
 }
 
 TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
-  const Room room;
-  const auto config = room.Write(
-      "host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nfilter_library = '" +
-                                        Utf8(ProgramDirectory() / "fenlux-filter-stand-in.dll") + "'\nthreads = 2\n"));
-  HostProgram host(room, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
+  const HostSetup setup;
+  const auto config = setup.Write(
+      "host.toml", ConfigText(setup, "[driver]\nport = 'filter-manager'\nfilter_library = '" +
+                                         Utf8(ProgramDirectory() / "fenlux-filter-stand-in.dll") + "'\nthreads = 2\n"));
+  HostProgram host(setup, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
   // The stand-in delivers its messages and closes the connection.
   ASSERT_TRUE(host.AwaitLog("[driver port] Connection ended: ")) << host.End().err;
   ASSERT_TRUE(host.PressCtrlC());
@@ -268,24 +270,24 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
 }
 
 TEST(HostProgram, SaysThatTheFilterManagersLibraryIsMissing) {
-  const Room room;
+  const HostSetup setup;
   const auto config =
-      room.Write("host.toml", ConfigText(room, "[driver]\nport = 'filter-manager'\nfilter_library = 'none.dll'\n"));
-  const ProgramOutcome outcome = RunHostProgram(room, {"run", "--config", Utf8(config)});
+      setup.Write("host.toml", ConfigText(setup, "[driver]\nport = 'filter-manager'\nfilter_library = 'none.dll'\n"));
+  const ProgramOutcome outcome = RunHostProgram(setup, {"run", "--config", Utf8(config)});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_TRUE(Contains(outcome.err, "none.dll cannot be loaded: ")) << outcome.err;
 }
 
 TEST(HostProgram, ChecksTheDriversSettings) {
-  const Room room;
-  const auto config = room.Write(
+  const HostSetup setup;
+  const auto config = setup.Write(
       "host.toml", "[driver]\nport = 'filter-manager'\nthreads = 4\nbuffers = 2\n[emulator]\nsource = 'scripted'\n");
-  const ProgramOutcome outcome = RunHostProgram(room, {"check", Utf8(config)});
+  const ProgramOutcome outcome = RunHostProgram(setup, {"check", Utf8(config)});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_TRUE(Contains(outcome.err, ":4:11: driver.buffers: must be at least threads, which is 4\n")) << outcome.err;
   EXPECT_TRUE(Contains(outcome.err, ":5:1: emulator: requires [driver] port = \"emulator\"\n")) << outcome.err;
-  const auto other = room.Write("other.toml", "[driver]\nfilter_library = 'x.dll'\n");
-  EXPECT_TRUE(Contains(RunHostProgram(room, {"check", Utf8(other)}).err,
+  const auto other = setup.Write("other.toml", "[driver]\nfilter_library = 'x.dll'\n");
+  EXPECT_TRUE(Contains(RunHostProgram(setup, {"check", Utf8(other)}).err,
                        ":2:18: driver.filter_library: requires port = \"filter-manager\"\n"));
 }
 
