@@ -5,6 +5,7 @@
 #   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
 # Ends with a line of counts for each preset, and a line of totals.
 set -euo pipefail
+{ # Bash reads this block as a whole, so changing the file does not affect a running test.
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh
 source scripts/lib/debian.sh
@@ -100,3 +101,5 @@ echo
 printf '%s\n' "${lines[@]}"
 echo "$passed passed, $failed failed, $skipped skipped"
 if $broken || [ "$failed" -ne 0 ]; then exit 1; fi
+exit
+}

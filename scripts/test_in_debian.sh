@@ -9,6 +9,7 @@
 # Reused between runs, in ${FENLUX_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/fenlux}: the minimal installation, downloaded
 # packages, compiled objects and the libraries of the Windows build. Runs on the same release take turns.
 set -euo pipefail
+{ # Bash reads this block as a whole, so changing the file does not affect a running test.
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh
 source scripts/lib/debian.sh
@@ -117,3 +118,4 @@ unshare --mount --pid --fork --kill-child --propagation private \
   "$root" "$cache" "$shared" "${variables[@]}" -- "$@" 9<&- || status=$?
 say "$* exited with $status"
 exit "$status"
+}
