@@ -68,6 +68,6 @@ run_logged() {
   fi
 }
 run_logged apt-get update
-find_missing  # again, because the lists may have told which clang this release has
+find_missing  # again, because only the lists name the release's default clang
 echo "Installing: ${missing[*]}"
 run_logged apt-get -o DPkg::Lock::Timeout=600 install -y --no-install-recommends "${missing[@]}"

@@ -1,7 +1,7 @@
-// Shows a record of the driver protocol as JSON, and checks itself against the test vectors. An example of using
+// Prints a record of the driver protocol as JSON, or checks itself against the test vectors. An example of how to use
 // fenlux/driver_protocol.h; C11 and C++20.
-//   decode KIND FILE         prints the record in FILE; ends with 1 when it is malformed
-//   decode --check FOLDER    decodes every vector of the folder and compares the result with its JSON file
+//   decode KIND FILE         prints the record in FILE; exits with 1 if it is malformed
+//   decode --check FOLDER    decodes every vector in the folder and compares the result with its JSON file
 // KIND is connect-context, request, version-reply, notification or reply.
 #include <stdarg.h>
 #include <stdio.h>
@@ -9,11 +9,11 @@
 
 #include "fenlux/driver_protocol.h"
 
-// The largest JSON text: two paths of 32768 units, each written as six characters at most, and some more.
+// The largest JSON text: two paths of 32768 units, each written as at most six characters, plus the rest.
 static char json[1u << 20];
 static size_t jsonSize;
 
-// Appends formatted text; what does not fit is cut, so that a comparison fails.
+// Appends formatted text; truncates what does not fit, so that a comparison fails.
 static void Append(const char* format, ...) {
   va_list arguments;
   int count;
@@ -129,7 +129,7 @@ static FenluxError DecodeRequest(const uint8_t* bytes, size_t size) {
       Number("value", view.payload.netItem.value);
       break;
     case FENLUX_COMMAND_DRIVER_CONFIG:
-      // The request does not say where the block ends: leave out the zeros at its end.
+      // The request does not state the block's size: omit trailing zeros.
       shown = view.payload.configBlock;
       while (shown.size != 0 && shown.data[shown.size - 1] == 0) --shown.size;
       Hex("block", shown);
@@ -221,7 +221,7 @@ static const Kind kinds[] = {{"connect-context", DecodeConnectContext},
                              {"notification", DecodeNotification},
                              {"reply", DecodeReply}};
 
-// Leaves the JSON of the record in `json`. Returns 0 for a record, 1 for a malformed one, 2 for an unknown kind.
+// Writes the JSON of the record to `json`. Returns 0 for a record, 1 for a malformed one, 2 for an unknown kind.
 static int Decode(const char* kind, const uint8_t* bytes, size_t size) {
   size_t i;
   for (i = 0; i < sizeof(kinds) / sizeof(kinds[0]); ++i) {
@@ -257,7 +257,7 @@ static long ReadFile(const char* path, void* buffer, size_t capacity) {
 static uint8_t record[1u << 20];
 static char expected[1u << 20];
 
-// Compares one vector with its JSON; returns 0 when they agree.
+// Compares one vector with its JSON; returns 0 if they match.
 static int CheckVector(const char* folder, const char* kind, const char* name) {
   char path[4096];
   long size, expectedSize;

@@ -28,7 +28,7 @@ CODES = (set(range(4097, 4119)) - {4115}) | set(range(8193, 8207))
 
 
 class Malformed(Exception):
-    """The record is not one; the text says what is wrong."""
+    """The record is invalid; the text says why."""
 
 
 def require(holds, wrong):
@@ -49,12 +49,12 @@ def u64(data, offset):
 
 
 def hex64(value):
-    """64 bits as text: not every reader of JSON keeps them in a number."""
+    """A 64-bit number as text, because not every JSON reader keeps 64 bits."""
     return f"0x{value:016x}"
 
 
 def text(data):
-    """The UTF-16 text at the beginning of the bytes: up to its NUL or, without one, all of them."""
+    """The UTF-16 text at the beginning of the bytes: up to its NUL, or all of them if there is none."""
     end = 0
     while end + 1 < len(data) and data[end : end + 2] != b"\0\0":
         end += 2
@@ -150,7 +150,7 @@ def request(data):
 
 
 def version_reply(data):
-    """The module reads the version alone, and takes a short reply for version 0."""
+    """The module reads only the version, and treats a short reply as version 0."""
     return {"version": u32(data, 12) if len(data) >= REQUEST_SIZE else 0}
 
 
@@ -234,7 +234,7 @@ KINDS = {
 
 
 def decode(kind, data):
-    """The record as a dictionary; that of a malformed one holds "error"."""
+    """The record as a dictionary; for a malformed one it contains "error"."""
     try:
         return {"record": kind, **KINDS[kind](data)}
     except Malformed as error:

@@ -1,7 +1,7 @@
-// What the tests of driver_protocol.h share: checks that count failures, and byte buffers.
+// Shared by the tests of driver_protocol.h: checks that count failures, and byte buffers.
 //
-// Each test program is compiled as C11 and, included by a .cpp file of its own, as C++20. Buffers have exactly the size
-// that is needed, so that the address sanitizer sees every access beyond it.
+// Each test program is compiled as C11 and, included by a .cpp file of its own, as C++20. Buffers have exactly the
+// required size, so that the address sanitizer detects every access beyond it.
 #ifndef FENLUX_DRIVER_TESTS_CHECK_H
 #define FENLUX_DRIVER_TESTS_CHECK_H
 

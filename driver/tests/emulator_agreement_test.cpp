@@ -37,7 +37,7 @@ std::vector<Vector> VectorsOf(const std::string& kind) {
   return vectors;
 }
 
-// What an emulator that was just connected says against the request; empty if nothing. List items and ends come after
+// The violation that a newly connected emulator reports for the request; empty if none. List items and ends follow
 // their begin.
 std::string EmulatorsViolation(const Bytes& request) {
   refhost::HookCaller hooks{{}};
@@ -45,7 +45,7 @@ std::string EmulatorsViolation(const Bytes& request) {
   const std::uint32_t command = request.size() >= 16 ? FenluxLoadU32(request.data() + 8) : 0;
   std::uint32_t clientType = FENLUX_CLIENT_TYPE_1;
   if (command == FENLUX_COMMAND_GRPM_SWITCH || command == FENLUX_COMMAND_GRSP_SWITCH) {
-    // That of the request, because only the driver can compare it with the connection's.
+    // The request's own, because only the driver can compare it with the connection's.
     if (FenluxLoadU32(request.data() + 12) == FENLUX_CLIENT_TYPE_2) clientType = FENLUX_CLIENT_TYPE_2;
   }
   const std::uint64_t connection = model.Open(clientType, 0);
@@ -60,7 +60,7 @@ std::string EmulatorsViolation(const Bytes& request) {
   return effect ? effect->violation : std::string();
 }
 
-// Whether the header parses what the emulator accepts, and nothing else.
+// Checks that the header parses what the emulator accepts, and nothing else.
 ::testing::AssertionResult SameAnswer(const Bytes& request) {
   FenluxRequestView view = {};
   const std::uint8_t none = 0;  // an empty vector has no memory

@@ -18,7 +18,7 @@ typedef struct Scratch {
   size_t size;
 } Scratch;
 
-// Uses every parser and builder, so that the object shows what they need.
+// Uses every parser and builder, so that the object file shows which symbols they need.
 FenluxError FenluxHeaderKernelUses(const FenluxNotification* notification, FenluxBytes context, void* buffer,
                                    size_t capacity, Scratch* scratch);
 

@@ -1,7 +1,7 @@
-# The kit as a driver engineer gets it: the component alone, installed into an empty folder. The installed header
+# The kit as driver developers get it: only this component, installed into an empty folder. The installed header
 # compiles by itself, and the installed decoders read the installed vectors.
 #   -D BINARY_DIR, WORK_DIR: the build, and a folder for the test
-#   -D C_COMPILER, PYTHON: what to compile and run with; without PYTHON the Python decoder is left out
+#   -D C_COMPILER, PYTHON: the compiler and the interpreter; without PYTHON, the Python decoder is skipped
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE text)
   if(NOT result EQUAL 0)

@@ -53,7 +53,7 @@ TEST(DriverProtocol, RecordsAreTheModules) {
   EXPECT_SAME_FIELD(FenluxNetItemRecord, value, NetItemRequest, value);
   EXPECT_SAME_SIZE(FenluxDriverConfigRecord, DriverConfigRequest);
   EXPECT_SAME_FIELD(FenluxDriverConfigRecord, block, DriverConfigRequest, block);
-  // The module's record of the version reply ends with the version; the reply itself must be whole.
+  // The module's record of the version reply ends after the version; the reply itself must have its full size.
   EXPECT_SAME_FIELD(FenluxVersionReplyRecord, header, VersionReply, header);
   EXPECT_SAME_FIELD(FenluxVersionReplyRecord, version, VersionReply, version);
   EXPECT_EQ(sizeof(FenluxVersionReplyRecord), records::kRequestSize);

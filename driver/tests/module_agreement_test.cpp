@@ -65,7 +65,7 @@ std::size_t UsedSize(const Bytes& request) {
   }
 }
 
-// The vector as the fake host's buffers make it: 0xCD where the module writes nothing.
+// The vector with the filling of the fake host's buffers: 0xCD where the module writes nothing.
 Bytes RequestVector(const std::string& name) {
   Bytes request = ReadVector("request/" + name);
   if (request.size() != FENLUX_REQUEST_SIZE) return {};
@@ -243,7 +243,7 @@ TEST(DriverProtocol, BuilderMakesTheNotificationVectors) {
     const Bytes message = ReadVector(name);
     FenluxNotificationView view = {};
     ASSERT_EQ(FenluxParseNotification(message.data(), message.size(), &view), FENLUX_OK);
-    // A path that is there beside a further path is not in the view.
+    // If there is a further path, the view does not contain the path.
     if (name == "notification/8204-further-path-last") continue;
     const auto path = Units(view.path), secondPath = Units(view.secondPath), furtherPath = Units(view.furtherPath);
     FenluxNotification notification = {};

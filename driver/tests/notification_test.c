@@ -1,4 +1,4 @@
-// What driver_protocol.h does with notifications and their replies.
+// Parsing and building of notifications and their replies.
 #include "driver/tests/check.h"
 
 static int SameText(FenluxText text, const uint16_t* units, size_t count) {
@@ -20,7 +20,7 @@ static FenluxNotification NotificationOf(uint32_t code) {
 static const uint16_t pathUnits[] = {'\\', 'a', 0xd83d, 0xdcc1};
 static const uint16_t otherUnits[] = {'\\', 0xd800, 0xffff};  // a lone surrogate is a unit like any other
 
-// Builds into a buffer of exactly the size needed, parses what was built, and returns the buffer.
+// Builds into a buffer of exactly the required size, parses the result, and returns the buffer.
 static uint8_t* BuildAndParse(const FenluxNotification* notification, FenluxNotificationView* view, size_t* size) {
   uint8_t* bytes;
   CHECK_EQUAL(FENLUX_ERROR_CAPACITY, FenluxBuildNotification(notification, NULL, 0, size));
@@ -107,7 +107,7 @@ static void DetailsFollowTheCode(void) {
   CHECK_EQUAL(0x34u, bytes[115]);
   CHECK_EQUAL(0x12u, bytes[116]);
   CHECK(memcmp(bytes + 117, address, 4) == 0);
-  CHECK_EQUAL(0u, bytes[121]);  // of an IPv4 address only four bytes are written
+  CHECK_EQUAL(0u, bytes[121]);  // only four bytes of an IPv4 address are written
   CHECK_EQUAL(0x1234u, view.event.detail.endpoint.port);
   free(bytes);
 

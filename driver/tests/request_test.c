@@ -1,4 +1,4 @@
-// What driver_protocol.h does with numbers, texts, connect contexts, requests and version replies.
+// Numbers, texts, connect contexts, requests and version replies of driver_protocol.h.
 #include "driver/tests/check.h"
 
 // ---- Numbers and texts
@@ -108,7 +108,7 @@ static void RequestNeedsPointersAndItsSize(void) {
   free(bytes);
 }
 
-// In a payload that is filled with 0xcd every value with a range is out of it.
+// In a payload filled with 0xcd, every value that has a range is out of range.
 static void OnlyKnownCommandsAreParsed(void) {
   static const uint8_t withoutRange[] = {FENLUX_COMMAND_GRDTO_VALUE, FENLUX_COMMAND_DUMP_DEBUG_INFO,
                                          FENLUX_COMMAND_SPSP_STATE, FENLUX_COMMAND_DRIVER_VERSION,

@@ -1,5 +1,5 @@
-# What an object of the header needs from elsewhere: nothing but the four functions that compilers put in the place of
-# loops, and that every kernel has.
+# Checks the undefined symbols of an object file that uses the header: only the four functions that compilers substitute
+# for loops, which every kernel has.
 execute_process(COMMAND ${NM} --undefined-only ${OBJECT} OUTPUT_VARIABLE symbols RESULT_VARIABLE result)
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "${NM} failed on ${OBJECT}")

@@ -1,6 +1,7 @@
-// Any bytes, every parser of driver_protocol.h: none reads beyond them, and what parses is whole.
+// Passes any bytes to every parser of driver_protocol.h. No parser may read beyond them, and what it returns must be
+// within them.
 //
-// The first byte of an input chooses the record (see the README); the rest is the record, in memory of exactly its
+// The first byte of an input selects the record (see the README); the rest is the record, in memory of exactly its
 // size.
 #include <cstddef>
 #include <cstdint>
@@ -31,7 +32,7 @@ class Record {
     if (count != 0) std::memcpy(data.get(), bytes, count);
   }
 
-  // Adds up every byte of a part, which must lie within the record.
+  // Reads every byte of a part, which must be within the record.
   void Touch(const std::uint8_t* part, std::size_t count) const {
     if (part == nullptr) {
       Require(count == 0, "what is absent has no size");
@@ -102,7 +103,7 @@ bool SameBytes(FenluxBytes one, FenluxBytes other) {
   return one.size == other.size && (one.size == 0 || std::memcmp(one.data, other.data, one.size) == 0);
 }
 
-// What was parsed can be built again, and the result parses to the same.
+// A parsed notification can be rebuilt, and the result parses to the same values.
 void Rebuild(const FenluxNotificationView& view) {
   const auto path = UnitsOf(view.path), secondPath = UnitsOf(view.secondPath), furtherPath = UnitsOf(view.furtherPath);
   FenluxNotification notification = {};

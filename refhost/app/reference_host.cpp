@@ -187,7 +187,7 @@ SummaryFacts ReferenceHost::Facts() const {
   facts.log = log->Totals();
   facts.version = configuration->LastDriverVersion();
   facts.policyReads = configuration->PolicyReads();
-  facts.policyReminders = policyNotifications.load();
+  facts.policyNotifications = policyNotifications.load();
   facts.registered = records->Registered();
   return facts;
 }
@@ -204,7 +204,7 @@ Report ReferenceHost::StatusReport() const {
   report["connections"] = facts.filterPort ? facts.filterPort->connects : facts.driver.connects;
   report["driver_version"] = facts.version.version;
   report["policy_reads"] = facts.policyReads;
-  report["policy_reminders"] = facts.policyReminders;
+  report["policy_reminders"] = facts.policyNotifications;
   std::vector<std::string> interfaces;
   for (const RegisteredInterface& entry : facts.registered) {
     interfaces.push_back(

@@ -126,7 +126,7 @@ std::vector<std::string> ItemTexts(const NetControlItems& items) {
   return texts;
 }
 
-// The sizes of what the driver was told; DriverReport shows the contents.
+// The sizes of what the driver received; DriverReport shows the contents.
 Report DriverSizesReport(const EmulatorState& driver) {
   Report report = Report::object();
   for (std::size_t index = 0; index < driver.monitored.size(); ++index) {
@@ -166,7 +166,7 @@ Report SummaryReport(const SummaryFacts& facts) {
   connections["version_reports"] = facts.version.reports;
   connections["driver_version"] = facts.version.version;
   connections["policy_reads"] = facts.policyReads;
-  connections["policy_reminders"] = facts.policyReminders;
+  connections["policy_reminders"] = facts.policyNotifications;
   connections["registered_interfaces"] = facts.registered.size();
   report["connections"] = std::move(connections);
 

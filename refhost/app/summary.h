@@ -24,12 +24,12 @@ struct SummaryFacts {
   EmulatorTotals totals;
   EmulatorState driver;
   std::optional<FilterPortTotals> filterPort;  // if a real driver is used; the emulated one is idle then
-  EmulatorState stateBeforeStop;               // what the driver had been told before the host began to stop
+  EmulatorState stateBeforeStop;               // what the driver had received before the host began to stop
   DecisionCounts decisions{};
   LogTotals log;
   DriverVersionReport version;
   std::uint64_t policyReads = 0;
-  std::uint64_t policyReminders = 0;
+  std::uint64_t policyNotifications = 0;
   std::vector<RegisteredInterface> registered;
 };
 
@@ -37,7 +37,7 @@ struct SummaryFacts {
 bool IsFine(const SummaryFacts& facts);
 
 Report SummaryReport(const SummaryFacts& facts);
-// What the driver was told over the current connection.
+// What the driver received over the current connection.
 Report DriverReport(const EmulatorState& driver);
 
 }  // namespace fenlux::refhost

@@ -8,7 +8,7 @@
 
 #include <boost/filesystem/path.hpp>
 
-// The result of FilterReplyMessage if nobody waits for the reply any more. MinGW's headers do not have it.
+// The result of FilterReplyMessage if nobody is waiting for the reply anymore. MinGW's headers do not have it.
 #ifndef ERROR_FLT_NO_WAITER_FOR_REPLY
 #define ERROR_FLT_NO_WAITER_FOR_REPLY _HRESULT_TYPEDEF_(0x801F0020L)
 #endif

@@ -15,7 +15,7 @@ endif()
 message(STATUS "${headerCount} headers compile alone")
 
 program_name(program linking)
-if(FENLUX_WINDOWS)  # Windows finds libraries beside the program
+if(FENLUX_WINDOWS)  # Windows finds libraries next to the program
   file(GLOB libraries ${FENLUX_PREFIX}/bin/*.dll)
   file(COPY ${libraries} DESTINATION ${folder})
 endif()

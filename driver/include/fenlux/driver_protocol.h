@@ -1,23 +1,23 @@
-// The protocol between the fenlux module and its kernel driver, as the driver's side needs it: the numbers, every
-// record with asserted size and offsets, parsers for what the module sends, and builders for what the driver sends.
+// The protocol between the fenlux module and its kernel driver, for use in the driver: the numbers, every record
+// with asserted size and offsets, parsers for what the module sends, and builders for what the driver sends.
 //
 // Plain C11, also valid C++20. Header only: every function is static inline, allocates nothing, keeps no state, calls
-// nothing outside this header, and may run at any IRQL at which the memory it is given is accessible. All functions are
-// safe to call concurrently on different memory. Compilers may turn the copy loops into calls of memcpy, memmove,
-// memset or memcmp, which every kernel provides.
+// nothing outside this header, and may run at any IRQL at which the given memory is accessible. All functions may be
+// called concurrently on different memory. Compilers may turn the copy loops into calls to memcpy, memmove, memset or
+// memcmp, which every kernel provides.
 //
-// The header includes <stdint.h> and <stddef.h>. Where these do not exist, define FENLUX_DRIVER_PROTOCOL_NO_STDINT and
+// The header includes <stdint.h> and <stddef.h>. If these do not exist, define FENLUX_DRIVER_PROTOCOL_NO_STDINT and
 // provide uint8_t, uint16_t, uint32_t, uint64_t, size_t, NULL and offsetof before including it.
 //
 // Conventions:
 //   - All sizes and offsets are in bytes. Integers in records are little-endian and unaligned.
 //   - Records (Fenlux...Record, Fenlux...Detail) consist of byte arrays only: alignment 1, no padding. A pointer to
 //     received bytes can be used as a pointer to a record once the size has been checked. Read and write their fields
-//     with FenluxGetU16 ... FenluxSetU64, which work on any machine, whatever its byte order.
-//   - Views (Fenlux...View) hold decoded values. Their pointers point into the bytes that were parsed and are valid for
-//     as long as those are.
+//     with FenluxGetU16 ... FenluxSetU64, which work with any byte order of the machine.
+//   - Views (Fenlux...View) hold decoded values. Their pointers point into the bytes that were parsed and are valid as
+//     long as those bytes are.
 //   - Functions that can fail return a FenluxError. FenluxErrorText describes it.
-//   - Parsers read the same byte more than once. Copy a message out of memory that user mode can change before parsing.
+//   - Parsers may read a byte more than once. Before parsing, copy a message out of memory that user mode can change.
 #ifndef FENLUX_DRIVER_PROTOCOL_H
 #define FENLUX_DRIVER_PROTOCOL_H
 
@@ -62,8 +62,8 @@ FENLUX_STATIC_ASSERT_(sizeof(FENLUX_PORT_NAME) == FENLUX_PORT_NAME_LENGTH + 1);
 #define FENLUX_CLIENT_TYPE_1 1u
 #define FENLUX_CLIENT_TYPE_2 2u
 
-// The module's version, which it compares with the version reply; one more where the host's version flag is set. The
-// module only logs a warning when the two versions differ. A version of 0 looks like no answer.
+// The module's version, which it compares with the version reply; one more if the host's version flag is set. If the
+// two versions differ, the module only logs a warning. Version 0 is treated as no answer.
 #define FENLUX_MODULE_VERSION 19072701u
 
 // Sizes and limits.
@@ -82,12 +82,12 @@ FENLUX_STATIC_ASSERT_(sizeof(FENLUX_PORT_NAME) == FENLUX_PORT_NAME_LENGTH + 1);
 #define FENLUX_MAX_IDENTITY_SIZE 64u             // of a notification's identity block
 #define FENLUX_NO_PROCESS 0xffffffffffffffffULL  // the process id that means "none"; never sent
 
-// Commands of the module to the driver. The module waits for an answer to FENLUX_COMMAND_DRIVER_VERSION alone. What the
-// switches, values, modes and lists do is agreed between host and driver; the module only passes them on.
+// Commands of the module to the driver. The module expects an answer to FENLUX_COMMAND_DRIVER_VERSION only. Host and
+// driver agree on the meaning of the switches, values, modes and lists; the module only passes them on.
 typedef enum FenluxCommand {
   // Adds one path to the set that is being built for an object type.
   FENLUX_COMMAND_ADD_MONITOR_OBJECT = 1,
-  // Replaces the set of an object type with the paths added since the last commit. Without any, it empties the set.
+  // Replaces the set of an object type with the paths added since the last commit. If there are none, empties the set.
   FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS = 3,
   // Sets the grpm switch, for a client type.
   FENLUX_COMMAND_GRPM_SWITCH = 4,
@@ -97,7 +97,7 @@ typedef enum FenluxCommand {
   FENLUX_COMMAND_GRDTO_VALUE = 8,
   // Sets the grhara switch.
   FENLUX_COMMAND_GRHARA_SWITCH = 9,
-  // Has the driver write debug output, to where the driver writes it. Nothing is returned.
+  // Makes the driver write its state to its debug output. Returns nothing.
   FENLUX_COMMAND_DUMP_DEBUG_INFO = 11,
   // Sets the four spsp switches.
   FENLUX_COMMAND_SPSP_STATE = 12,
@@ -117,21 +117,21 @@ typedef enum FenluxCommand {
   FENLUX_COMMAND_DRIVER_CONFIG = 24
 } FenluxCommand;
 
-// What the module answers to a notification. What each verdict does to the operation is the driver's decision; the
-// module only carries it.
+// The module's answer to a notification. The driver decides what each verdict does to the operation; the module only
+// passes it on.
 typedef enum FenluxVerdict {
   FENLUX_VERDICT_2 = 2,              // decision 1
   FENLUX_VERDICT_PASS = 3,           // decision 2, and every oplock break, for client type 1
   FENLUX_VERDICT_4 = 4,              // decision 3
   FENLUX_VERDICT_5 = 5,              // decision 4
   FENLUX_VERDICT_CONTEXT = 6,        // decision 5: context data follows the fixed part
-  FENLUX_VERDICT_PASS_CLIENT_2 = 7,  // decision 6; also what FENLUX_VERDICT_PASS is for client type 2
+  FENLUX_VERDICT_PASS_CLIENT_2 = 7,  // decision 6; also replaces FENLUX_VERDICT_PASS for client type 2
   FENLUX_VERDICT_UNJUDGED = 8        // decision 7, or the notification could not be judged
 } FenluxVerdict;
 
-// Notification codes. Codes of the 4096s are reported with category 1, those of the 8192s with category 2; most kinds
-// of operation have one code in each. Every code takes a path, a second path, extra data and an identity block. The
-// comment names the event type, or the pair "event type / event type when variant is not 0", and what else the code
+// Notification codes. Codes 4097 to 4118 belong to category 1, codes 8193 to 8206 to category 2; most kinds of
+// operations have a code in each. Every code takes a path, a second path, extra data and an identity block. The
+// comment names the event type, or the pair "event type / event type if variant is not 0", and what else the code
 // uses. All other codes, 4115 among them, are answered with FENLUX_VERDICT_UNJUDGED.
 typedef enum FenluxNotificationCode {
   FENLUX_CODE_ACCESS_1 = 4097,       // access detail and the three conditions, see FenluxAccess
@@ -146,13 +146,13 @@ typedef enum FenluxNotificationCode {
   FENLUX_CODE_4106 = 4106,           // 0x400E
   FENLUX_CODE_4107 = 4107,           // 0x400F
   FENLUX_CODE_4108 = 4108,           // 0x4010
-  FENLUX_CODE_4109 = 4109,           // 0x4011, or 0x4008 / 0x4009 when condition B is not 0; reported with category 2
+  FENLUX_CODE_4109 = 4109,           // 0x4011, or 0x4008 / 0x4009 if condition B is not 0; belongs to category 2
   FENLUX_CODE_4110 = 4110,           // 0x4012
   FENLUX_CODE_4111 = 4111,           // 0x4013
   FENLUX_CODE_4112 = 4112,           // 0x4014
   FENLUX_CODE_NO_REPLY = 4113,       // 0x4015; the module sends no reply, so do not wait for one
   FENLUX_CODE_ENDPOINT = 4114,       // 0x1002; endpoint detail
-  FENLUX_CODE_REMOTE_1 = 4116,       // 0x4018; remote detail; without a path the host looks one up
+  FENLUX_CODE_REMOTE_1 = 4116,       // 0x4018; remote detail; without a path, the host looks one up
   FENLUX_CODE_4117 = 4117,           // 0x401B
   FENLUX_CODE_PREFIXED_PATH = 4118,  // 0x401E; the path's first 12 characters are a prefix that the module drops
   FENLUX_CODE_ACCESS_2 = 8193,       // as FENLUX_CODE_ACCESS_1
@@ -166,18 +166,18 @@ typedef enum FenluxNotificationCode {
   FENLUX_CODE_8201 = 8201,           // 0x400E
   FENLUX_CODE_8202 = 8202,           // 0x400F
   FENLUX_CODE_8203 = 8203,           // 0x4010
-  FENLUX_CODE_FURTHER_PATH = 8204,   // 0x4017; a further path, where there is one, is used instead of the path
+  FENLUX_CODE_FURTHER_PATH = 8204,   // 0x4017; a further path, if present, replaces the path
   FENLUX_CODE_REMOTE_2 = 8205,       // 0x4019; as FENLUX_CODE_REMOTE_1
   FENLUX_CODE_8206 = 8206            // 0x401A
 } FenluxNotificationCode;
 
-// Whether the module knows the notification code, so that it can judge such a notification.
+// Whether the module knows the notification code and can judge such a notification.
 static inline int FenluxIsNotificationCode(uint32_t code) {
   return (code >= FENLUX_CODE_ACCESS_1 && code <= FENLUX_CODE_PREFIXED_PATH && code != 4115) ||
          (code >= FENLUX_CODE_ACCESS_2 && code <= FENLUX_CODE_8206);
 }
 
-// Whether the module replies to notifications of this code. Where it does not, send the notification without waiting; a
+// Whether the module replies to notifications of this code. If it does not, send the notification without waiting; a
 // malformed one may still be answered with FENLUX_VERDICT_UNJUDGED.
 static inline int FenluxIsReplyExpected(uint32_t code) { return code != FENLUX_CODE_NO_REPLY; }
 
@@ -186,8 +186,8 @@ static inline int FenluxIsReplyExpected(uint32_t code) { return code != FENLUX_C
 // What is wrong with a record or with the arguments of a builder.
 typedef enum FenluxError {
   FENLUX_OK = 0,
-  FENLUX_ERROR_NULL,          // a pointer that is needed is NULL
-  FENLUX_ERROR_SIZE,          // the record does not have its size, or an item does not lie within it
+  FENLUX_ERROR_NULL,          // a required pointer is NULL
+  FENLUX_ERROR_SIZE,          // the record has the wrong size, or an item is not within it
   FENLUX_ERROR_MAGIC,         // the record does not begin with its magic
   FENLUX_ERROR_VERSION,       // connect context: the version is not FENLUX_CONNECT_VERSION
   FENLUX_ERROR_CLIENT_TYPE,   // the client type is not 1 or 2
@@ -211,11 +211,11 @@ typedef enum FenluxError {
   FENLUX_ERROR_CAPACITY       // the caller's buffer is too small
 } FenluxError;
 
-// What is wrong, in English words; a static string, never NULL.
+// Returns an English description: a static string, never NULL.
 static inline const char* FenluxErrorText(FenluxError error) {
   switch (error) {
     case FENLUX_OK:
-      return "nothing is wrong";
+      return "no error";
     case FENLUX_ERROR_NULL:
       return "a pointer is null";
     case FENLUX_ERROR_SIZE:
@@ -281,7 +281,7 @@ typedef struct FenluxU64 {
   uint8_t bytes[8];
 } FenluxU64;
 
-// Read the number in two, four or eight bytes at `bytes`, which must not be NULL.
+// Return the number in the two, four or eight bytes at `bytes`, which must not be NULL.
 static inline uint16_t FenluxLoadU16(const uint8_t* bytes) {
   return FENLUX_CAST_(uint16_t, bytes[0] | (bytes[1] << 8));
 }
@@ -331,8 +331,8 @@ FENLUX_ASSERT_OFFSET_(FenluxConnectContextRecord, magic, 0);
 FENLUX_ASSERT_OFFSET_(FenluxConnectContextRecord, version, 8);
 FENLUX_ASSERT_OFFSET_(FenluxConnectContextRecord, clientType, 12);
 
-// The beginning of every request. A request always has FENLUX_REQUEST_SIZE bytes; what its payload does not use may
-// hold anything.
+// The beginning of every request. A request always has FENLUX_REQUEST_SIZE bytes; bytes that its payload does not use
+// may hold anything.
 typedef struct FenluxRequestHeader {
   FenluxU64 magic;    // FENLUX_REQUEST_MAGIC
   FenluxU32 command;  // FenluxCommand
@@ -343,11 +343,11 @@ FENLUX_ASSERT_OFFSET_(FenluxRequestHeader, command, 8);
 FENLUX_STATIC_ASSERT_(FENLUX_REQUEST_SIZE - FENLUX_REQUEST_HEADER_SIZE == FENLUX_MAX_PAYLOAD_SIZE);
 
 // Command 1. The host writes the two texts into their fields; host and driver agree on the encoding. The reference
-// host writes UTF-16, ends a text with a NUL where there is room for one, and cuts a longer one between characters.
+// host writes UTF-16, appends a NUL if there is room, and truncates a longer text between characters.
 typedef struct FenluxMonitorObjectRecord {
   FenluxRequestHeader header;
   FenluxU32 objectType;                     // 1, 2 or 3
-  uint8_t pathFlag;                         // 1: the path does not exist; otherwise what the host's path test answers
+  uint8_t pathFlag;                         // 1: the path does not exist; otherwise the result of the host's path test
   uint8_t rootName[FENLUX_ROOT_NAME_SIZE];  // of the path: a drive such as "C:", or the beginning of a network root
   uint8_t path[FENLUX_PATH_SIZE];
 } FenluxMonitorObjectRecord;
@@ -401,7 +401,7 @@ FENLUX_ASSERT_SIZE_(FenluxSystemProcessRecord, 24);
 FENLUX_ASSERT_OFFSET_(FenluxSystemProcessRecord, kind, 12);
 FENLUX_ASSERT_OFFSET_(FenluxSystemProcessRecord, processId, 16);
 
-// Command 22. What an item's two parts mean is agreed between host and driver.
+// Command 22. Host and driver agree on the meaning of an item's two parts.
 typedef struct FenluxNetItemRecord {
   FenluxRequestHeader header;
   FenluxU32 listType;  // 1, 2 or 3
@@ -421,7 +421,7 @@ typedef struct FenluxDriverConfigRecord {
 FENLUX_ASSERT_SIZE_(FenluxDriverConfigRecord, FENLUX_REQUEST_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxDriverConfigRecord, block, 12);
 
-// The driver's answer to command 13. The module reads the version alone, and only of an answer of at least
+// The driver's answer to command 13. The module reads only the version, and only if the answer has at least
 // FENLUX_VERSION_REPLY_SIZE bytes.
 typedef struct FenluxVersionReplyRecord {
   FenluxRequestHeader header;
@@ -432,9 +432,9 @@ FENLUX_ASSERT_SIZE_(FenluxVersionReplyRecord, FENLUX_VERSION_REPLY_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxVersionReplyRecord, version, 12);
 
 // The fixed part of a notification. The items follow it without gaps: path (item 1), second path (item 2), extra data
-// (item 3), further path (item 4). Texts are UTF-16, little-endian, ended by a NUL that their size counts. The module
-// reads a text up to its NUL or the end of the message, and uses its size only to see whether the item is there (not 0)
-// and where the next one begins.
+// (item 3), further path (item 4). Texts are UTF-16, little-endian; their size includes the terminating NUL. The
+// module reads a text up to its NUL or the end of the message. It uses the size only to see whether the item is present
+// (not 0) and where the next one begins.
 typedef struct FenluxNotificationRecord {
   uint8_t unused0[12];  // not read by the module
   FenluxU64 processId;  // of the process that performs the operation
@@ -451,7 +451,7 @@ typedef struct FenluxNotificationRecord {
   FenluxU32 item4Present;                      // FENLUX_CODE_FURTHER_PATH only. Not 0: there is a further path
   FenluxU32 identityPresent;                   // not 0: there is an identity block
   uint8_t identity[FENLUX_MAX_IDENTITY_SIZE];  // agreed between host and driver; the reference host reads a binary SID
-  uint8_t detail[33];                          // FenluxEndpointDetail or FenluxRemoteDetail, by the code
+  uint8_t detail[33];                          // FenluxEndpointDetail or FenluxRemoteDetail, depending on the code
   uint8_t accessKind;  // this and the next two: FENLUX_CODE_ACCESS_1 and FENLUX_CODE_ACCESS_2 only
   FenluxU32 accessValueA;
   FenluxU32 accessValueB;
@@ -485,8 +485,8 @@ FENLUX_ASSERT_SIZE_(FenluxEndpointDetail, 19);
 FENLUX_ASSERT_OFFSET_(FenluxEndpointDetail, port, 1);
 FENLUX_ASSERT_OFFSET_(FenluxEndpointDetail, address, 3);
 
-// The detail of FENLUX_CODE_REMOTE_1 and FENLUX_CODE_REMOTE_2. What flag and words mean is agreed between host and
-// driver.
+// The detail of FENLUX_CODE_REMOTE_1 and FENLUX_CODE_REMOTE_2. Host and driver agree on the meaning of the
+// flag and the words.
 typedef struct FenluxRemoteDetail {
   uint8_t remote;
   FenluxU64 words[4];
@@ -511,30 +511,30 @@ FENLUX_ASSERT_OFFSET_(FenluxReplyRecord, contextSize, 16);
 
 // ---- Bytes and texts
 
-// `size` bytes at `data`. Where they are optional, NULL means absent.
+// `size` bytes at `data`. NULL means absent, if they are optional.
 typedef struct FenluxBytes {
   const uint8_t* data;
   size_t size;
 } FenluxBytes;
 
-// A text inside a record: `count` UTF-16 units (16-bit, little-endian, any alignment) at `data`, no NUL among them.
-// Where a text is optional, NULL means absent. The text may be any sequence of units, lone surrogates included.
+// A text inside a record: `count` UTF-16 units (16-bit, little-endian, any alignment) at `data`, without a NUL.
+// NULL means absent, if the text is optional. The text may be any sequence of units, including lone surrogates.
 typedef struct FenluxText {
   const uint8_t* data;
   size_t count;
 } FenluxText;
 
-// The unit number `index` of the text; `index` must be below its count.
+// The unit at `index` of the text; `index` must be less than its count.
 static inline uint16_t FenluxTextUnit(FenluxText text, size_t index) { return FenluxLoadU16(text.data + 2 * index); }
 
-// A text of the driver: `count` UTF-16 units of the machine's byte order, no NUL needed or counted. A count of 0 means
-// absent. In Windows terms: the Buffer of a UNICODE_STRING and half its Length.
+// A text of the driver: `count` UTF-16 units in the machine's byte order, without a NUL. A count of 0 means absent.
+// For a UNICODE_STRING, pass its Buffer and half its Length.
 typedef struct FenluxUnits {
   const uint16_t* units;
   size_t count;
 } FenluxUnits;
 
-// The text in `size` bytes at `field`: up to its NUL or, without one, all the units that fit. Reads the two texts of
+// The text in `size` bytes at `field`: up to its NUL, or all whole units if there is none. Reads the two texts of
 // command 1 as the reference host writes them.
 static inline FenluxText FenluxFieldText(const uint8_t* field, size_t size) {
   FenluxText text;
@@ -561,7 +561,7 @@ typedef struct FenluxConnectContextView {
 } FenluxConnectContextView;
 
 // Parses the connect context of `size` bytes. Fills `view` and returns FENLUX_OK, or returns NULL, SIZE, MAGIC, VERSION
-// or CLIENT_TYPE and leaves `view` as it is.
+// or CLIENT_TYPE and does not change `view`.
 static inline FenluxError FenluxParseConnectContext(const void* bytes, size_t size, FenluxConnectContextView* view) {
   const FenluxConnectContextRecord* record = FENLUX_CAST_(const FenluxConnectContextRecord*, bytes);
   uint32_t clientType;
@@ -577,7 +577,7 @@ static inline FenluxError FenluxParseConnectContext(const void* bytes, size_t si
 
 // ---- Requests
 
-// Command 1. The texts are read as the reference host writes them; the record has the fields as they are.
+// Command 1. The texts are read as the reference host writes them; for the raw fields, use the record.
 typedef struct FenluxMonitorObjectView {
   uint32_t objectType;  // 1, 2 or 3
   uint8_t pathFlag;     // 0 or 1
@@ -585,7 +585,7 @@ typedef struct FenluxMonitorObjectView {
   FenluxText path;      // not empty
 } FenluxMonitorObjectView;
 
-// Commands 4 and 6. The driver checks that the client type is the connection's.
+// Commands 4 and 6. The driver must check that the client type matches the connection's.
 typedef struct FenluxClientSwitchView {
   uint32_t clientType;  // 1 or 2
   uint8_t on;           // 0 or 1
@@ -618,7 +618,7 @@ typedef struct FenluxRequestView {
     FenluxSystemProcessView systemProcess;  // 20
     uint32_t listType;                      // 21, 23: 1, 2 or 3
     FenluxNetItemView netItem;              // 22
-    FenluxBytes configBlock;                // 24: all of the payload; the request does not say where the block ends
+    FenluxBytes configBlock;                // 24: the whole payload; the request does not state the block's size
   } payload;
 } FenluxRequestView;
 
@@ -663,9 +663,9 @@ static inline FenluxError FenluxParseNetItem_(const void* bytes, FenluxNetItemVi
 }
 
 // Parses the request of `size` bytes, and checks every value against its documented range. Fills `view` and returns
-// FENLUX_OK. Otherwise returns NULL, SIZE, MAGIC or COMMAND, or what is wrong with the payload: OBJECT_TYPE, PATH_FLAG,
+// FENLUX_OK. Otherwise returns NULL, SIZE, MAGIC or COMMAND, or the error in the payload: OBJECT_TYPE, PATH_FLAG,
 // EMPTY_PATH, CLIENT_TYPE, SWITCH, MODE, PROCESS_KIND, PROCESS_ID or LIST_TYPE. On an error the contents of `view` are
-// undefined. What depends on earlier requests, such as the order of list begin, item and end, is not checked.
+// undefined. Does not check what depends on earlier requests, such as the order of list begin, item and end.
 static inline FenluxError FenluxParseRequest(const void* bytes, size_t size, FenluxRequestView* view) {
   const FenluxRequestHeader* header = FENLUX_CAST_(const FenluxRequestHeader*, bytes);
   const uint8_t* start = FENLUX_CAST_(const uint8_t*, bytes);
@@ -736,8 +736,8 @@ static inline FenluxError FenluxParseRequest(const void* bytes, size_t size, Fen
 
 // ---- Version reply
 
-// Writes the answer to command 13 into `buffer`: FENLUX_VERSION_REPLY_SIZE bytes, which the module needs all of them.
-// Returns FENLUX_OK, or NULL or CAPACITY with nothing written.
+// Writes the answer to command 13 into `buffer`: FENLUX_VERSION_REPLY_SIZE bytes, all of which the module requires.
+// Returns FENLUX_OK; on NULL or CAPACITY, writes nothing.
 static inline FenluxError FenluxBuildVersionReply(uint32_t version, void* buffer, size_t capacity) {
   FenluxVersionReplyRecord* record = FENLUX_CAST_(FenluxVersionReplyRecord*, buffer);
   if (!buffer) return FENLUX_ERROR_NULL;
@@ -749,7 +749,7 @@ static inline FenluxError FenluxBuildVersionReply(uint32_t version, void* buffer
   return FENLUX_OK;
 }
 
-// The version that the module reads from the reply of `size` bytes: 0 where the reply is NULL or too short.
+// The version that the module reads from the reply of `size` bytes: 0 if the reply is NULL or too short.
 static inline uint32_t FenluxReadVersionReply(const void* bytes, size_t size) {
   const FenluxVersionReplyRecord* record = FENLUX_CAST_(const FenluxVersionReplyRecord*, bytes);
   return bytes && size >= FENLUX_VERSION_REPLY_SIZE ? FenluxGetU32(&record->version) : 0;
@@ -761,7 +761,7 @@ static inline uint32_t FenluxReadVersionReply(const void* bytes, size_t size) {
 typedef struct FenluxEndpoint {
   uint8_t ipv6;         // not 0: IPv6
   uint16_t port;        // in the machine's byte order
-  uint8_t address[16];  // in network byte order; an IPv4 address is in the first four bytes, the others are not used
+  uint8_t address[16];  // in network byte order; an IPv4 address is in the first four bytes, the others are unused
 } FenluxEndpoint;
 
 // See FenluxRemoteDetail.
@@ -770,7 +770,7 @@ typedef struct FenluxRemote {
   uint64_t words[4];
 } FenluxRemote;
 
-// What is accessed and how. Event types: 0x401C / 0x401D when kind is not 0; otherwise 0x4000 / 0x4001 when one of the
+// What is accessed and how. Event types: 0x401C / 0x401D if kind is not 0; otherwise 0x4000 / 0x4001 if one of the
 // three conditions is not 0; otherwise 0x4002 / 0x4003. The values go to the host unchanged.
 typedef struct FenluxAccess {
   uint8_t kind;
@@ -778,7 +778,7 @@ typedef struct FenluxAccess {
   uint32_t valueB;
 } FenluxAccess;
 
-// The fixed part of a notification. Initialise it with zeros and set what applies.
+// The fixed part of a notification. Initialize it with zeros and set the fields that apply.
 typedef struct FenluxEvent {
   uint32_t code;       // FenluxNotificationCode
   uint64_t processId;  // of the process that performs the operation
@@ -794,7 +794,7 @@ typedef struct FenluxEvent {
   } detail;                   // other codes have none
 } FenluxEvent;
 
-// A notification to build. Initialise it with zeros and set what applies; an item of size 0 is absent.
+// A notification to build. Initialize it with zeros and set the fields that apply; an item of size 0 is absent.
 typedef struct FenluxNotification {
   FenluxEvent event;
   FenluxUnits path;
@@ -804,7 +804,7 @@ typedef struct FenluxNotification {
   FenluxBytes identity;     // at most FENLUX_MAX_IDENTITY_SIZE bytes; the rest of the block is 0
 } FenluxNotification;
 
-// A notification that was parsed. Absent items have the pointer NULL.
+// A parsed notification. The pointers of absent items are NULL.
 typedef struct FenluxNotificationView {
   FenluxEvent event;
   FenluxText path;
@@ -814,7 +814,7 @@ typedef struct FenluxNotificationView {
   FenluxBytes identity;  // FENLUX_MAX_IDENTITY_SIZE bytes
 } FenluxNotificationView;
 
-// Adds the size of a text in a notification, its NUL included, to `size`.
+// Adds the size of a text in a notification, including its NUL, to `size`.
 static inline FenluxError FenluxAddTextSize_(const FenluxUnits* text, size_t* size) {
   size_t i;
   if (text->count == 0) return FENLUX_OK;
@@ -888,9 +888,9 @@ static inline void FenluxWriteDetail_(FenluxNotificationRecord* record, const Fe
 // Builds the notification in `buffer` and stores its size in `size`. Fields that the code does not use are 0, as are
 // the bytes that the module does not read.
 //
-// Returns FENLUX_OK; CAPACITY where the buffer is too small, with the size needed in `size`; otherwise NULL, CODE,
+// Returns FENLUX_OK; CAPACITY if the buffer is too small, with the required size in `size`; otherwise NULL, CODE,
 // FURTHER_PATH, IDENTITY, TEXT or TOO_LARGE with 0 in `size`. On any error nothing is written to `buffer`, which may be
-// NULL when `capacity` is 0. `size` must not be NULL. The items must not overlap the buffer.
+// NULL if `capacity` is 0. `size` must not be NULL. The items must not overlap the buffer.
 static inline FenluxError FenluxBuildNotification(const FenluxNotification* notification, void* buffer, size_t capacity,
                                                   size_t* size) {
   FenluxNotificationRecord* record = FENLUX_CAST_(FenluxNotificationRecord*, buffer);
@@ -935,7 +935,7 @@ static inline FenluxError FenluxBuildNotification(const FenluxNotification* noti
   return FENLUX_OK;
 }
 
-// The text that begins at `offset` of a notification, read up to its NUL or the end of the message.
+// The text that begins at `offset` in a notification, read up to its NUL or the end of the message.
 static inline FenluxError FenluxReadItemText_(const uint8_t* bytes, size_t size, uint64_t offset, FenluxText* text) {
   if (offset >= size) return FENLUX_ERROR_SIZE;
   *text = FenluxFieldText(bytes + FENLUX_CAST_(size_t, offset), size - FENLUX_CAST_(size_t, offset));
@@ -971,9 +971,9 @@ static inline void FenluxReadDetail_(const FenluxNotificationRecord* record, Fen
 }
 
 // Parses the notification of `size` bytes as the module reads it, so that a driver's tests can check what the driver
-// built. Fills `view`, unused details with 0, and returns FENLUX_OK. Otherwise returns NULL, CODE, or SIZE where the
-// message is shorter than its fixed part or an item that the module uses does not lie within it; the contents of `view`
-// are then undefined.
+// built. Fills `view`, sets unused details to 0, and returns FENLUX_OK. Otherwise returns NULL, CODE, or SIZE if the
+// message is shorter than its fixed part or an item that the module uses is not within it; the contents of `view` are
+// then undefined.
 static inline FenluxError FenluxParseNotification(const void* bytes, size_t size, FenluxNotificationView* view) {
   const FenluxNotificationRecord* record = FENLUX_CAST_(const FenluxNotificationRecord*, bytes);
   const uint8_t* start = FENLUX_CAST_(const uint8_t*, bytes);
@@ -984,7 +984,7 @@ static inline FenluxError FenluxParseNotification(const void* bytes, size_t size
   FenluxError error = FENLUX_OK;
   if (!bytes || !view) return FENLUX_ERROR_NULL;
   if (size < FENLUX_NOTIFICATION_FIXED_SIZE) return FENLUX_ERROR_SIZE;
-  // Byte by byte, because an initialiser of zero leaves most of a union and all padding undefined.
+  // Byte by byte, because a zero initializer leaves most of a union and all padding undefined.
   FenluxZeroBytes_(FENLUX_CAST_(uint8_t*, cleared), sizeof(result));
   result.event.code = FenluxGetU32(&record->code);
   if (!FenluxIsNotificationCode(result.event.code)) return FENLUX_ERROR_CODE;
@@ -1030,7 +1030,7 @@ typedef struct FenluxReplyView {
 } FenluxReplyView;
 
 // Parses the reply of `size` bytes. Fills `view` and returns FENLUX_OK. Otherwise returns NULL, SIZE, MAGIC,
-// FIXED_SIZE, VERDICT or CONTEXT and leaves `view` as it is. Whether the verdict suits the notification is not checked:
+// FIXED_SIZE, VERDICT or CONTEXT and does not change `view`. Does not check whether the verdict fits the notification:
 // client type 2 never gets FENLUX_VERDICT_PASS, and an oplock break always passes.
 static inline FenluxError FenluxParseReply(const void* bytes, size_t size, FenluxReplyView* view) {
   const FenluxReplyRecord* record = FENLUX_CAST_(const FenluxReplyRecord*, bytes);
@@ -1057,12 +1057,12 @@ static inline FenluxError FenluxParseReply(const void* bytes, size_t size, Fenlu
   return FENLUX_OK;
 }
 
-// Builds a reply as the module does, for the tests of a driver, and stores its size in `size`. `context` is the context
-// data of FENLUX_VERDICT_CONTEXT and may not be empty; with other verdicts it must be. Bytes without a field are 0.
+// Builds a reply as the module does, for a driver's tests, and stores its size in `size`. `context` is the context data
+// of FENLUX_VERDICT_CONTEXT and must not be empty; with other verdicts it must be empty. Bytes without a field are 0.
 //
-// Returns FENLUX_OK; CAPACITY with the size needed in `size`; otherwise NULL, VERDICT, CONTEXT or TOO_LARGE (more
+// Returns FENLUX_OK; CAPACITY with the required size in `size`; otherwise NULL, VERDICT, CONTEXT or TOO_LARGE (more
 // context data than the reply can state) with 0 in `size`. On any error nothing is written to `buffer`, which may be
-// NULL when `capacity` is 0. `size` must not be NULL.
+// NULL if `capacity` is 0. `size` must not be NULL.
 static inline FenluxError FenluxBuildReply(uint32_t verdict, FenluxBytes context, void* buffer, size_t capacity,
                                            size_t* size) {
   FenluxReplyRecord* record = FENLUX_CAST_(FenluxReplyRecord*, buffer);

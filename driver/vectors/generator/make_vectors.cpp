@@ -1,6 +1,6 @@
-// Writes the test vectors into a folder, or checks that a folder holds exactly them.
+// Writes the test vectors into a folder, or checks that a folder contains exactly them.
 //   make_vectors FOLDER            writes every vector and the index
-//   make_vectors --check FOLDER    ends with 1 and names the files that differ, are missing, or belong to no vector
+//   make_vectors --check FOLDER    exits with 1 and names the files that differ, are missing, or belong to no vector
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -56,7 +56,7 @@ void Write(const fs::path& folder, const Files& files) {
   std::printf("%zu files written\n", files.size());
 }
 
-// Whether a file of the folder may be there beside the vectors.
+// Whether the folder may contain the file besides the vectors.
 bool IsOther(const std::string& name) { return name.starts_with("generator/") || name == ".gitattributes"; }
 
 int Check(const fs::path& folder, const Files& files) {

@@ -1,5 +1,4 @@
-// What the driver sends about operations: a vector for each notification code and for each thing that changes its
-// bytes.
+// Notifications: a vector for each code, and for each field that changes a notification's bytes.
 #include <optional>
 
 #include "driver/vectors/generator/vector_file.h"
@@ -13,7 +12,7 @@ constexpr std::string_view kUnread = "not read by the module";
 
 enum class Detail { kNone, kIpv4, kIpv6, kRemote, kLocal };
 
-// What a vector has besides its code and the path.
+// The fields of a vector besides its code and path.
 struct Fields {
   std::uint64_t processId = kProcessId;
   std::uint8_t variant = 0;

@@ -1,4 +1,4 @@
-// What the module answers to notifications, and records of every kind that a decoder must refuse.
+// Replies to notifications, and invalid records of every kind, which a decoder must refuse.
 #include <algorithm>
 #include <stdexcept>
 
@@ -23,7 +23,7 @@ VectorFile Reply(const std::string& name, const std::string& title, std::uint32_
   return file.Fill(kContextTail, "not part of the context data", filling);
 }
 
-// A copy of the vector of that path, to be made malformed.
+// A copy of the vector at that path, for making it malformed.
 VectorFile Copy(const std::vector<VectorFile>& files, const std::string& path, const std::string& name,
                 const std::string& title) {
   const auto found =

@@ -1,4 +1,4 @@
-// What the module sends on its own account: connect contexts, requests; and the driver's answer to command 13.
+// Connect contexts and requests of the module, and the driver's answer to command 13.
 #include "driver/vectors/generator/vector_file.h"
 #include "kdi/driver_records.h"
 
@@ -18,7 +18,7 @@ VectorFile Request(std::string name, std::string title, Command command) {
   return file;
 }
 
-// The rest of a request. A request may hold anything where its command has no field.
+// The rest of a request, which may hold anything where its command has no field.
 VectorFile Whole(VectorFile file, std::uint8_t filling = 0) {
   return file.FillTo(records::kRequestSize, kUnused, filling);
 }
@@ -114,7 +114,7 @@ std::vector<VectorFile> RequestVectors() {
                 .Raw("opaque", Counting(48, 1))
                 .U32("value", 0xa0b0c0d0)));
   add(Value("list-end", "ends a network-control item list", Command::kNetItemListEnd, "listType", 3));
-  // The request does not say where the block ends, so that a decoder shows it without the zeros at its end.
+  // The request does not state the block's size, so a decoder shows it without trailing zeros.
   add(Whole(Request("block", "configuration block", Command::kDriverConfig).Raw("block", Counting(20, 0xe0))));
   add(Whole(Request("no-block", "no configuration block", Command::kDriverConfig).Note("block", "")));
   return files;

@@ -9,7 +9,7 @@ namespace fenlux::vectors {
 namespace {
 
 constexpr std::size_t kRow = 16;         // bytes in a line of the hex dump
-constexpr std::size_t kShortenRun = 32;  // a run of one value that is longer than this is not shown byte by byte
+constexpr std::size_t kShortenRun = 32;  // longer runs of one value are abbreviated
 
 template <class Integer>
 Bytes LittleEndian(Integer value) {
@@ -207,7 +207,7 @@ std::string VectorFile::HexDump() const {
     std::string text = field.text;
     const std::size_t end = field.offset + field.size;
     for (std::size_t offset = field.offset; offset < end;) {
-      // How far the bytes from here repeat with a period of one byte, and of one row.
+      // How far the bytes repeat from here, with a period of one byte and of one row.
       const auto repeated = [&](std::size_t period) {
         if (end - offset <= period) return end - offset;
         return period + static_cast<std::size_t>(std::mismatch(at(offset + period), at(end), at(offset)).first -

@@ -1,4 +1,4 @@
-// One test vector while it is being written: field by field, as bytes, as lines of a hex dump and as JSON.
+// Builds one test vector field by field, as bytes, as lines of a hex dump and as JSON.
 #pragma once
 
 #include <cstddef>
@@ -23,13 +23,13 @@ class VectorFile {
   VectorFile& U8(std::string_view key, std::uint8_t value, std::string_view note = {});
   VectorFile& U16(std::string_view key, std::uint16_t value, std::string_view note = {});
   VectorFile& U32(std::string_view key, std::uint32_t value, std::string_view note = {});
-  // In JSON a hexadecimal string, because not every reader of JSON keeps 64 bits of a number.
+  // In JSON a hexadecimal string, because not every JSON reader keeps 64 bits.
   VectorFile& U64(std::string_view key, std::uint64_t value, std::string_view note = {});
   // In JSON a string of hexadecimal digits.
   VectorFile& Raw(std::string_view key, const Bytes& value, std::string_view note = {});
   // UTF-16 units without a NUL.
   VectorFile& Text(std::string_view key, std::u16string_view value, std::string_view note = {});
-  // UTF-16 in a field of `size` bytes: cut to what fits, the rest 0.
+  // UTF-16 in a field of `size` bytes, truncated if necessary; the rest is 0.
   VectorFile& TextField(std::string_view key, std::u16string_view value, std::size_t size, std::string_view note = {});
   // `size` bytes of the value `filling`, not in JSON.
   VectorFile& Fill(std::size_t size, std::string_view note, std::uint8_t filling = 0);
@@ -39,17 +39,17 @@ class VectorFile {
   VectorFile& Note(std::string_view key, nlohmann::ordered_json value);
   // The same record under another path and title.
   VectorFile As(std::string newPath, std::string newTitle) const;
-  // Makes the JSON that of a record that a decoder refuses with `error`.
+  // Sets the JSON to that of a record that a decoder refuses with `error`.
   VectorFile& Malformed(std::string_view error);
-  // Changes one byte that was written before; for malformed records, after which the JSON no longer matters.
+  // Changes one byte that was written before. For malformed records only, because it does not update the JSON.
   VectorFile& Patch(std::size_t offset, std::uint8_t value);
-  // Cuts the record or fills it with zeros; for malformed records.
+  // Truncates the record or pads it with zeros. For malformed records only.
   VectorFile& Resize(std::size_t size);
 
   const std::string& Record() const { return record; }
   const std::string& Path() const { return path; }
   const Bytes& Binary() const { return bytes; }
-  // Offsets are decimal. Runs of one value are shortened.
+  // Offsets are decimal. Long runs of one value are abbreviated.
   std::string HexDump() const;
   std::string Json() const;
 

@@ -26,7 +26,7 @@ struct RemoteFields {
 };
 
 // A notification's fields. Texts are given without their NUL; an empty text is absent. Lengths follow from the items,
-// unless a length is stated here, to make the message lie.
+// unless a length is given here, to make the message malformed.
 struct NotificationFields {
   std::uint32_t code = 0;
   std::uint64_t processId = 0;

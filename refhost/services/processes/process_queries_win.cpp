@@ -24,7 +24,7 @@ constexpr std::size_t kMaxCommandLine = 4096;
 constexpr std::size_t kMaxPathLength = 32768;
 
 // Opens a running process by its exact id: the system itself ignores the two lowest bits of an id. A process that has
-// ended exists as long as anybody holds a handle to it; it counts as not running.
+// ended exists as long as a handle to it is open; it counts as not running.
 Handle OpenRunning(std::uint32_t processId, DWORD access) {
   Handle process(::OpenProcess(access | SYNCHRONIZE, FALSE, processId));
   if (!process.Valid()) return process;
