@@ -55,7 +55,7 @@ if(MINGW)
   # Address-space randomization, no execution of data, and no timestamps, so that builds of one commit are identical.
   add_link_options(-Wl,--dynamicbase,--nxcompat,--high-entropy-va -Wl,--no-insert-timestamp)
 
-  # The module and its host exchange C++ objects and exceptions, so they must share one C++ runtime, as DLLs next to the
+  # The module and its host exchange C++ objects and exceptions, so they must share one C++ runtime, as DLLs beside the
   # programs. Linked statically into both, the runtime would exist twice, and what it compares by address (error
   # categories, the current exception) would differ across the library boundary.
   set(FENLUX_RUNTIME_DLLS)
