@@ -15,7 +15,7 @@ case "$mode" in
   *) if [ $# -gt 0 ]; then refuse "$mode"; fi ;;
 esac
 
-mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.h' '*.cpp')
+mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.h' '*.c' '*.cpp')
 formatter=$(clang-format --version | sed -n 's/.*version \([0-9]*\).*/\1/p')
 if [ "$formatter" != 14 ]; then
   echo "formatting: skipped, because clang-format is version $formatter and not 14"

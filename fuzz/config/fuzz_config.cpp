@@ -98,7 +98,7 @@ void ReadAsConfiguration(std::string_view text) {
 void CheckNotify(const NotifyStep& step, const Scenario& scenario) {
   Require(step.message.size() <= records::kMaxMessageSize, "a notification fits in the port client's buffer");
   Require(step.count >= 1, "a step delivers something");
-  Require(step.threads >= 1 && step.threads <= scenario.threads, "a step delivers on threads that there are");
+  Require(step.threads >= 1 && step.threads <= scenario.threads, "a step uses at most the threads of its scenario");
   Require(step.ratePerSecond >= 0, "a rate is not negative");
 }
 

@@ -35,7 +35,7 @@ class Record {
   // Reads every byte of a part, which must be within the record.
   void Touch(const std::uint8_t* part, std::size_t count) const {
     if (part == nullptr) {
-      Require(count == 0, "what is absent has no size");
+      Require(count == 0, "absent items have size 0");
       return;
     }
     Require(part >= data.get() && part <= data.get() + size, "a part begins within the record");
@@ -115,12 +115,13 @@ void Rebuild(const FenluxNotificationView& view) {
   notification.identity = view.identity;
   std::size_t size = 0;
   const FenluxError measured = FenluxBuildNotification(&notification, nullptr, 0, &size);
-  Require(measured == FENLUX_ERROR_CAPACITY || measured == FENLUX_ERROR_TOO_LARGE, "what parses can be built");
+  Require(measured == FENLUX_ERROR_CAPACITY || measured == FENLUX_ERROR_TOO_LARGE,
+          "a parsed notification can be built");
   if (measured != FENLUX_ERROR_CAPACITY) return;
   const std::unique_ptr<std::uint8_t[]> built(new std::uint8_t[size]);
   Require(FenluxBuildNotification(&notification, built.get(), size, &size) == FENLUX_OK, "the measured size is enough");
   FenluxNotificationView again;
-  Require(FenluxParseNotification(built.get(), size, &again) == FENLUX_OK, "what is built can be parsed");
+  Require(FenluxParseNotification(built.get(), size, &again) == FENLUX_OK, "a built notification can be parsed");
   Require(std::memcmp(&again.event.detail, &view.event.detail, sizeof(view.event.detail)) == 0, "the detail is kept");
   Require(again.event.code == view.event.code && again.event.processId == view.event.processId, "the event is kept");
   Require(SameText(again.path, view.path) && SameText(again.secondPath, view.secondPath), "the paths are kept");

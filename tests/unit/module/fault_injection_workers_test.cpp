@@ -43,7 +43,7 @@ TEST_F(FaultInjectionWorkers, TheConnectionWorkerReportsEachFailureAndTheNextAtt
     EXPECT_NE(Gate().FailedOperation(), "");
     const Lines problems = Gate().EntriesOf({"CLog::LogProblem"});
     if (position == closed) {
-      EXPECT_TRUE(problems.empty()) << "a destructor swallows";
+      EXPECT_TRUE(problems.empty()) << "a destructor reports nothing";
     } else if (position < closed) {
       EXPECT_EQ(problems, Lines{Problem(InnerReport(failure))});
     } else if (position > ended) {

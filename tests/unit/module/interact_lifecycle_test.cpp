@@ -42,7 +42,7 @@ TEST_F(InteractLifecycle, StopDoesNotWaitForPendingSends) {
   std::thread process([&] { interact->RegisterSystemProcess(2, 400); });
   EXPECT_TRUE(sending.AwaitArrivals(2));
   const auto stop = std::async(std::launch::async, [&] { interact->StopInteract(); });
-  EXPECT_EQ(stop.wait_for(60s), std::future_status::ready) << "a sender's lock blocks it";
+  EXPECT_EQ(stop.wait_for(60s), std::future_status::ready) << "StopInteract waits for a sender's lock";
   EXPECT_EQ(Gate().Count("CPortClient::Close"), 1u);
   sending.Open();
   monitors.join();

@@ -123,7 +123,7 @@ TEST_F(NotificationTable, AccessWithAConditionHasItsOwnTypes) {
       EXPECT_EQ(TypeOf(NotificationBuilder(code).U8(condition, 1)), 0x4000u) << condition;
       EXPECT_EQ(TypeOf(NotificationBuilder(code).U8(condition, 0x40).Variant(1)), 0x4001u) << condition;
     }
-    EXPECT_EQ(TypeOf(NotificationBuilder(code).U8(26, 1)), 0x4002u) << "byte 26 is no condition";
+    EXPECT_EQ(TypeOf(NotificationBuilder(code).U8(26, 1)), 0x4002u) << "byte 26 is not a condition";
     EXPECT_EQ(TypeOf(NotificationBuilder(code)), 0x4002u);
     EXPECT_EQ(TypeOf(NotificationBuilder(code).Variant(1)), 0x4003u);
   }

@@ -176,7 +176,7 @@ TEST_F(PolicyWorker, MissingPathsAndFilesAreSkipped) {
   EXPECT_EQ(Logged(), (Lines{Missing(missing), NoDirectory(file), Missing(below),
                              Event("[Add Monitor OK!][obj path]=" + last.string())}));
   EXPECT_EQ(host.RequestsOf(1).size(), 1u);
-  EXPECT_EQ(Gate().Count("CUtility::TestPath(" + missing.string() + ")"), 0u) << "what is missing is not tested";
+  EXPECT_EQ(Gate().Count("CUtility::TestPath(" + missing.string() + ")"), 0u) << "a missing path is not tested";
 }
 
 TEST_F(PolicyWorker, TheHostDecidesWhetherAPathIsADirectory) {
@@ -335,7 +335,7 @@ TEST_F(PolicyWorker, KeepsTheInterfaceAliveWhileWaitingAndReleasesItOnWakeup) {
   Gate().StopFailing();
   Clock().Advance(5s);
   ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
-  EXPECT_FALSE(first.expired()) << "replaced, but the worker waits with it";
+  EXPECT_FALSE(first.expired()) << "replaced, but held by the waiting worker";
   ApplyAgain();
   EXPECT_TRUE(first.expired());
 }

@@ -87,7 +87,7 @@ TEST_F(RefreshThread, AStopTakesEffectAfterThePauseAndTheRefresh) {
   info->GetProcessInfo(42);
   Forget();
   info->StopRefresh();
-  EXPECT_TRUE(Gate().Entries().empty()) << "the stop waits for nothing";
+  EXPECT_TRUE(Gate().Entries().empty()) << "the stop does not wait";
   EXPECT_FALSE(IsFilled(*info)) << "but filling ends at once";
   Forget();
   Clock().Advance(250ms);
