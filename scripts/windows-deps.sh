@@ -358,7 +358,7 @@ unset(_boost_numbers)
 unset(_boost_prefix)
 unset(_boost_target)
 EOF
-# Boost.System is header-only by now; an empty archive serves projects that still link it.
+# Boost.System is header-only now; an empty archive is for projects that still link it.
 (cd "$stage/lib" && "$triple-ar" qcD libboost_system.a)
 
 # ---------------------------------------------------------------- finish

@@ -1,5 +1,5 @@
 # The kit as driver developers get it: only this component, installed into an empty folder. The installed header
-# compiles by itself, and the installed decoders read the installed vectors.
+# compiles alone, and the installed decoders read the installed vectors.
 #   -D BINARY_DIR, WORK_DIR: the build, and a folder for the test
 #   -D C_COMPILER, PYTHON: the compiler and the interpreter; without PYTHON, the Python decoder is skipped
 function(run)

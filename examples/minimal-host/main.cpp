@@ -3,7 +3,7 @@
 //   minimal-host [MODULE]     MODULE: the module's library; default: the one next to this program
 //
 // It provides every service that the module needs, loads the module, lets it connect to a stand-in driver, and judges
-// what the driver reports. It ends by itself, with 0 if the driver got every request and verdict it expects.
+// what the driver reports. It exits with 0 if the driver got every request and verdict that it expects.
 //
 // Threads.   The module calls services concurrently, from the thread that calls init, its own workers, and the port
 //            client's delivery threads. So every service here is either immutable or locked.

@@ -32,9 +32,9 @@ class TemporaryDirectory {
     std::ofstream(file.string(), std::ios::binary) << text;
     return file;
   }
-  // Makes a file of a few bytes and returns its path.
+  // Creates a file of a few bytes and returns its path.
   boost::filesystem::path MakeFile(const std::string& name) const { return Write(name, "text\n"); }
-  // Makes a directory, and those on the way to it, and returns its path.
+  // Creates a directory, with its parent directories, and returns its path.
   boost::filesystem::path MakeDirectory(const std::string& name) const {
     const boost::filesystem::path directory = path / name;
     boost::filesystem::create_directories(directory);
