@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Installs what fenlux is built and tested with. On other systems than Debian it lists what is needed.
+# Installs the packages that building and testing fenlux needs. On systems other than Debian, only lists them.
 #   scripts/setup.sh [OPTION...]
-#     --windows   also what the Windows build and its tests under Wine need
-#     --debian    also what scripts/test_in_debian.sh needs
+#     --windows   also those of the Windows build and its tests under Wine
+#     --debian    also those of scripts/test_in_debian.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh
@@ -26,7 +26,7 @@ if ! command -v apt-get >/dev/null; then
   exit 1
 fi
 
-# The major version of the release's default clang: of the installed one, or else of the one that apt would install.
+# The major version of the release's default clang: the installed one, or else the one that apt would install.
 clang_version() {
   { dpkg-query -W -f 'Depends: ${Depends}\n' clang || apt-cache show --no-all-versions clang; } 2>/dev/null |
     sed -n 's/^Depends:.*\bclang-\([0-9]\+\)\b.*/\1/p' || true
@@ -43,7 +43,7 @@ find_missing() {
   done
 }
 
-# One installation at a time, where two scripts of one clone run this.
+# One installation at a time, because several scripts of one clone may run this.
 exec 9<scripts/packages.txt
 flock 9
 find_missing

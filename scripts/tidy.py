@@ -23,7 +23,7 @@ def checks_key():
 
 
 def key_of(source, entry, common):
-    """The key of a file's result, or None where clang cannot preprocess it: clang-tidy then reports why."""
+    """The key of a file's result, or None if clang cannot preprocess it: clang-tidy then reports why."""
     options = shlex.split(entry["command"])[1:]
     del options[options.index("-o"):options.index("-o") + 2]
     options = [option for option in options if option not in ("-c", entry["file"])]
@@ -36,7 +36,7 @@ def key_of(source, entry, common):
 
 
 def check(source, entry, build, common, cache):
-    """Checks one file; gives its findings, or nothing."""
+    """Checks one file; returns its findings, or nothing."""
     key = key_of(source, entry, common)
     if key and (cache / key).exists():
         return None

@@ -45,7 +45,7 @@ for tool in cmake ninja dpkg-source flock "$triple-g++-posix" "$triple-windmc"; 
   command -v "$tool" >/dev/null || die "$tool is missing, see cmake/packages-windows.txt"
 done
 
-# The source version behind the binary package that apt would install now: source_version PACKAGE [APT OPTION...]
+# The source version of the binary package that apt would install now: source_version PACKAGE [APT OPTION...]
 source_version() {
   local package=$1
   shift

@@ -37,7 +37,7 @@ debian_stanza_program='
   function is_off(value) { return tolower(value) ~ /^(no|false|without|off|disable|0)/ }
   function flush_stanza(   uris, suites, i, j, options) {
     if ((" " fields["types"] " ") ~ / deb / && (" " fields["components"] " ") ~ / main / && !is_off(fields["enabled"])) {
-      # A key inside the stanza has no place in a line; apt then takes the keys that it trusts anyway.
+      # A one-line entry cannot contain a key inside the stanza; apt then uses the keys that it trusts anyway.
       if (fields["signed-by"] ~ /^\/[^ ]*$/)
         options = " signed-by=" fields["signed-by"]
       if (fields["trusted"] != "")
@@ -68,7 +68,7 @@ debian_stanza_program='
   }
   END { flush_stanza() }'
 
-# Prints why scripts/test_in_debian.sh cannot run on this machine; prints nothing where it can.
+# Prints why scripts/test_in_debian.sh cannot run on this machine; prints nothing if it can.
 debian_obstacle() {
   if ! (. /etc/os-release && [ "$ID" = debian ]) 2>/dev/null; then
     echo "this is not Debian"
@@ -81,7 +81,7 @@ debian_obstacle() {
   fi
 }
 
-# The release to test besides that of this machine.
+# The release to test besides this machine's own.
 other_debian_release() {
   if (. /etc/os-release && [ "$VERSION_ID" = 13 ]) 2>/dev/null; then echo 12; else echo 13; fi
 }

@@ -1,8 +1,9 @@
 # shellcheck shell=bash
-# What Windows programs need to be built and run here; sourced, not run. Wine gets files of its own, needs no display and
-# leaves nothing behind.
+# Building and running Windows programs; sourced, not run. Wine uses its own temporary files and needs no display.
 
-# Prints why Windows programs cannot be built and run on this machine; prints nothing where they can.
+windows_started=false
+
+# Prints why Windows programs cannot be built and run on this machine; prints nothing if they can.
 windows_obstacle() {
   local program
   for program in x86_64-w64-mingw32-g++-posix:"the cross compiler" wine64:"Wine"; do
@@ -21,7 +22,8 @@ windows_begin() {
   unset DISPLAY WAYLAND_DISPLAY
   PATH="$PATH:/usr/lib/wine"
   mkdir -p "$WINEPREFIX"
-  # A persistent server: otherwise it exits between two programs, and each of them has to start it again.
+  windows_started=true
+  # A persistent server; otherwise it exits after each program, and the next one has to start it again.
   if ! { "$(windows_server)" -p && wine64 wineboot --init; } >"$1/wine.log" 2>&1 </dev/null; then
     echo "Wine does not start:" >&2
     tail -n 5 "$1/wine.log" >&2
@@ -31,7 +33,7 @@ windows_begin() {
 
 # Ends the Wine that windows_begin started, and no other.
 windows_end() {
-  if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then "$(windows_server)" -k >/dev/null 2>&1 || true; fi
+  if $windows_started; then "$(windows_server)" -k >/dev/null 2>&1 || true; fi
 }
 
 windows_server() { PATH="$PATH:/usr/lib/wine" command -v wineserver64 || echo wineserver; }
