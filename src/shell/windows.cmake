@@ -19,8 +19,8 @@ configure_file(version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/version.rc @ONLY)
 target_sources(fenlux PRIVATE attach_win.cpp fenlux.def ${CMAKE_CURRENT_BINARY_DIR}/version.rc)
 set_target_properties(fenlux PROPERTIES PREFIX "")
 
-# POCO's Net is linked because its network initialiser runs when it loads. The module calls nothing in it, so make the
-# linker take the object file with the initialiser. For MinGW, the package that scripts/windows-deps.sh builds does so.
+# POCO's Net is linked because its network initializer runs when it loads. The module calls nothing in it, so make the
+# linker take the object file with the initializer. For MinGW, the package that scripts/windows-deps.sh builds does so.
 target_link_libraries(fenlux PRIVATE Poco::Net)
 if(MSVC)
   target_link_options(fenlux PRIVATE "/INCLUDE:?initializeNetwork@Net@Poco@@YAXXZ")

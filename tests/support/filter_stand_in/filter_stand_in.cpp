@@ -27,7 +27,7 @@ struct Port {
     if (server != INVALID_HANDLE_VALUE) ::CloseHandle(server);
   }
 
-  HANDLE client = nullptr;               // owned by the caller; used only to recognise the port
+  HANDLE client = nullptr;               // owned by the caller; used only to recognize the port
   HANDLE server = INVALID_HANDLE_VALUE;  // the driver's end
   std::mutex writing;                    // one message at a time
   std::atomic<bool> ended{false};

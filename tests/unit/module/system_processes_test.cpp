@@ -50,7 +50,7 @@ TEST_F(SystemProcesses, NothingIsSentWhileTheConnectionIsNotReady) {
   EXPECT_TRUE(Gate().Entries().empty());
 }
 
-TEST_F(SystemProcesses, RegistrationsAreSerialisedFromTheRequestToTheReport) {
+TEST_F(SystemProcesses, RegistrationsAreSerializedFromTheRequestToTheReport) {
   const auto interact = ReadyInteract();
   std::vector<std::unique_ptr<BlockedCall>> others;
   const Lines operations{"CUtility::CreateBuffer", "CPortClient::Send", "CLog::LogProblem"};

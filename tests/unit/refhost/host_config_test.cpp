@@ -64,7 +64,7 @@ TEST(HostConfig, ACheckReportsErrorsOfTheConfigurationAndOfItsScenario) {
                                ":2:10: steps[0].notify: must be an integer\n");
 }
 
-TEST(HostConfig, ACheckRecognisesAScenarioByItsKeys) {
+TEST(HostConfig, ACheckRecognizesAScenarioByItsKeys) {
   const TemporaryDirectory directory;
   ConfigErrors errors;
   CheckFile(directory.Write("good.toml", "[[steps]]\npause_ms = 1\n"), errors);
