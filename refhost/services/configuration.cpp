@@ -62,8 +62,10 @@ FixedSettings ReadFixedSettings(const ConfigTable& root) {
   settings.recordValue1 = module.Unsigned("record_value1", settings.recordValue1);
   settings.recordValue2 = module.Unsigned("record_value2", settings.recordValue2);
   settings.driverInterfaceFlag = module.Boolean("driver_interface_flag", settings.driverInterfaceFlag);
-  settings.clientTypeFlag = module.Unsigned("client_type", 1, 1, 2) == 2;
-  settings.monitorObjectFlag = module.Unsigned("monitor_object_type", 2, 1, 2) == 1;
+  settings.clientTypeFlag = module.Unsigned("client_type", records::kClientType1, records::kClientType1,
+                                            records::kClientType2) == records::kClientType2;
+  settings.monitorObjectFlag = module.Unsigned("monitor_object_type", records::kObjectType2, records::kObjectType1,
+                                               records::kObjectType2) == records::kObjectType1;
   settings.versionFlag = module.Boolean("version_flag", settings.versionFlag);
   return settings;
 }
