@@ -7,6 +7,7 @@
 
 #include "host/buf.h"
 #include "kdi/driver_records.h"
+#include "refhost/base/exception_text.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/port/filter_connection_win.h"
 
@@ -54,8 +55,8 @@ void FilterConnection::RunDelivery() {
     if (done) {
       try {
         HandleMessage(slot, size);
-      } catch (const std::exception& thrown) {  // no memory for the reply or for a log line
-        End(fmt::format("a message could not be handled: {}", thrown.what()));
+      } catch (const std::exception&) {  // no memory for the reply or for a log line
+        End("a message could not be handled: " + CurrentExceptionText());
       }
       PostReceive(slot);
     } else {
@@ -108,8 +109,8 @@ void FilterConnection::StopThreadsIfIdle() {
 FilterConnection::HandlerResult FilterConnection::CallHandler(const void* message, std::uint32_t size) const {
   try {
     return {request.handler(message, size), {}};
-  } catch (const std::exception& error) {
-    return {nullptr, fmt::format("the module's handler failed: {}", error.what())};
+  } catch (const std::exception&) {
+    return {nullptr, "the module's handler failed: " + CurrentExceptionText()};
   } catch (...) {
     return {nullptr, "the module's handler failed"};
   }

@@ -201,27 +201,35 @@ TEST_F(FilterPortTest, SendsNoReplyIfTheDriverExpectsNone) {
   EXPECT_EQ(driver.Replies() + driver.RepliesWithoutWaiter(), 0U);
 }
 
+// An exception without a message.
+class NullWhat final : public std::exception {
+ public:
+  const char* what() const noexcept override { return nullptr; }
+};
+
 TEST_F(FilterPortTest, RepliesUnjudgedIfTheModuleGivesNoReply) {
   handler = [](const Bytes& message) -> std::shared_ptr<CBuf> {
     if (message.at(0) == 1) throw std::runtime_error("no buffer");
     if (message.at(0) == 2) throw 5;
+    if (message.at(0) == 3) throw NullWhat();
     return nullptr;
   };
   Opened();
-  for (std::uint8_t kind = 1; kind <= 3; ++kind) {
+  for (std::uint8_t kind = 1; kind <= 4; ++kind) {
     const StandInAnswer answer = driver.Deliver(Bytes(156, kind), kRoom, kTimeout);
     ASSERT_EQ(answer.outcome, Outcome::kReplied);
     EXPECT_EQ(answer.bytes, ReplyBytes(static_cast<std::uint32_t>(records::Verdict::kUnjudged)));
   }
-  const FilterPortTotals totals = AwaitTotals([](const auto& so) { return so.answeredInstead == 3; });
-  EXPECT_EQ(totals.answeredInstead, 3U);
+  const FilterPortTotals totals = AwaitTotals([](const auto& so) { return so.answeredInstead == 4; });
+  EXPECT_EQ(totals.answeredInstead, 4U);
   EXPECT_TRUE(totals.AddsUp());
-  Await([this] { return Logged().size() >= 3; });
+  Await([this] { return Logged().size() >= 4; });
   EXPECT_EQ(
       Logged(),
       (std::vector<std::string>{
           "[driver port] An operation was not judged: the module's handler failed: no buffer.",
           "[driver port] An operation was not judged: the module's handler failed.",
+          "[driver port] An operation was not judged: the module's handler failed: .",
           "[driver port] An operation was not judged: the module returned no reply to a message that requires one.",
       }));
 }

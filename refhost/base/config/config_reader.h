@@ -24,7 +24,8 @@ class ConfigTable;
 class ConfigDocument {
  public:
   // Reads and parses `file`. If the file cannot be read or has a syntax error, that is the only error reported, and the
-  // root table is empty.
+  // root table is empty. A character that TOML allows nowhere outside strings and comments is reported before any other
+  // syntax error.
   ConfigDocument(const boost::filesystem::path& file, ConfigErrors& errors);
   // The same for text in memory. `file` is its name in errors, and its relative paths start at the directory of `file`.
   ConfigDocument(std::string_view text, const boost::filesystem::path& file, ConfigErrors& errors);

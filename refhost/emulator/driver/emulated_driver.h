@@ -33,7 +33,8 @@ class EmulatedDriver {
   DriverRequests& Requests() { return requests; }
   NotificationDelivery& Deliveries() { return delivery; }
 
-  // Sets the faults that `changes` names. Any thread.
+  // Sets the faults that `changes` names, one part of the driver after the other: a request or a notification that
+  // arrives meanwhile may see some of them only. Any thread.
   void SetFaults(const EmulatorFaults& changes);
   // Blocks until the current connection has received the command this many times; false on timeout or if the emulator
   // stops. Any thread.

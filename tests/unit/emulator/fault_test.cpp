@@ -182,7 +182,7 @@ TEST_F(Faults, AHeldReplyThatIsTheLastOfItsConnectionEndsIt) {
 }
 
 TEST_F(Faults, AwaitsARequestOfTheModule) {
-  AddStep(refhost::AwaitRequestStep{.command = 11, .times = 2, .limit = kTestTimeout});
+  AddStep(refhost::AwaitRequestStep{.command = 11, .times = 2, .limit = kTestTimeout / 2});
   AddNotifications(Notification(4098));
   const auto port = Opened();
   Send(*port, Request(11));
