@@ -136,7 +136,8 @@ void AddControl(CLI::App& app, int& code) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// The commands handle their errors. Any other exception is a bug and ends the program.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   PrepareProgramText();
   CLI::App app("A reference host for the fenlux module, with an emulated kernel driver.", "fenlux-host");
   app.require_subcommand(1);

@@ -106,6 +106,7 @@ void AddIfSet(Report& report, const char* name, const std::optional<Value>& valu
 
 std::vector<std::string> Paths(const std::vector<MonitoredObject>& objects) {
   std::vector<std::string> paths;
+  paths.reserve(objects.size());
   for (const MonitoredObject& object : objects) paths.push_back(object.path);
   return paths;
 }

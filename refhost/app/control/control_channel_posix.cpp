@@ -12,13 +12,13 @@
 #include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <utility>
 
 #include "refhost/app/control/control_channel.h"
 #include "refhost/base/platform/descriptor_posix.h"
+#include "refhost/base/platform/environment.h"
 #include "refhost/base/platform/error_text.h"
 
 namespace fenlux::refhost {
@@ -112,10 +112,9 @@ bool IsOwnUser(const Descriptor& socket) {
 }  // namespace
 
 fs::path DefaultControlPath() {
-  const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-  const fs::path directory = runtime != nullptr && *runtime != '\0'
-                                 ? fs::path(runtime) / "fenlux"
-                                 : fs::path("/tmp") / fmt::format("fenlux-{}", ::geteuid());
+  const std::string runtime = EnvironmentText("XDG_RUNTIME_DIR").value_or("");
+  const fs::path directory =
+      runtime.empty() ? fs::path("/tmp") / fmt::format("fenlux-{}", ::geteuid()) : fs::path(runtime) / "fenlux";
   return directory / "host.sock";
 }
 

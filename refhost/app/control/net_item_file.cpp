@@ -66,7 +66,7 @@ NetControlItem DecodeItem(std::string_view text) {
 
 NetControlItems LoadNetItems(const boost::filesystem::path& file, ConfigErrors& errors) {
   const ConfigDocument document(file, errors);
-  const ConfigTable root = document.Root();
+  const ConfigTable& root = document.Root();
   NetControlItems items;
   for (const ConfigTable& table : root.Tables("items")) items.push_back(ReadItem(table));
   root.Finish();

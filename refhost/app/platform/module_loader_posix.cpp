@@ -12,7 +12,10 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
   // Absolute, because dlopen searches the system's library directories for a bare name.
   const boost::filesystem::path path = boost::filesystem::absolute(file);
   void* const library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) throw ModuleLoadError("cannot load the module: " + std::string(::dlerror()));
+  if (library == nullptr) {
+    // Its text belongs to this thread.
+    throw ModuleLoadError("cannot load the module: " + std::string(::dlerror()));  // NOLINT(concurrency-mt-unsafe)
+  }
   void* const symbol = ::dlsym(library, "init");
   if (symbol == nullptr) throw ModuleLoadError("the module " + path.string() + " has no init");
   init = reinterpret_cast<InitFunction>(symbol);

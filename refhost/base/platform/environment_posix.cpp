@@ -6,7 +6,8 @@
 namespace fenlux::refhost {
 
 std::optional<std::string> EnvironmentText(const std::string& name) {
-  const char* const value = std::getenv(name.c_str());
+  // The caller guarantees that no thread changes the environment.
+  const char* const value = std::getenv(name.c_str());  // NOLINT(concurrency-mt-unsafe)
   if (value == nullptr) return std::nullopt;
   return value;
 }
