@@ -9,6 +9,8 @@ class FilterPort::Impl {};
 
 bool FilterPortExists() { return false; }
 
+// The Windows bodies keep the parameters that are unused here.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 FilterPort::FilterPort(const FilterPortSettings&, LogHook) {
   throw std::runtime_error("the Filter Manager exists on Windows only");
 }
@@ -17,6 +19,7 @@ std::shared_ptr<CPortClient> FilterPort::MakePortClient(const std::string&, cons
                                                         NotificationHandler, std::uint32_t) {
   return nullptr;
 }
+// NOLINTEND(performance-unnecessary-value-param)
 void FilterPort::Stop() {}
 FilterPortTotals FilterPort::Totals() const { return {}; }
 

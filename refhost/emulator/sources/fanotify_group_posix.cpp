@@ -19,7 +19,8 @@ int OpenGroup() {
   // pipe, and the reader could not answer.
   const int group =
       ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS,
-                      O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);
+                      // O_LARGEFILE is 0 on 64-bit systems, as is O_RDONLY.
+                      O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);  // NOLINT(misc-redundant-expression)
   if (group >= 0) return group;
   const int error = errno;
   throw std::runtime_error("kernel events cannot be opened: " + SystemErrorText(error) +

@@ -2,6 +2,7 @@
 #include "refhost/emulator/sources/fanotify_marks.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
 
@@ -58,7 +59,7 @@ FanotifyMarks::Change FanotifyMarks::Set(const std::vector<std::string>& directo
   for (const auto& [identity, directory] : wanted) {
     const std::string reason = Mark(directory);
     if (!reason.empty()) {
-      change.refused.push_back(directory + ": " + reason);
+      change.refused.push_back(fmt::format("{}: {}", directory, reason));
       continue;
     }
     if (!marked.contains(identity)) change.added.push_back(directory);

@@ -88,7 +88,8 @@ std::set<std::uint64_t> RunningProcesses() {
   std::set<std::uint64_t> processes;
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir("/proc"), [](DIR* open) { return ::closedir(open); });
   if (directory == nullptr) return processes;
-  while (const dirent* entry = ::readdir(directory.get())) {
+  // Only this thread reads this stream.
+  while (const dirent* entry = ::readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
     if (const auto processId = ParseNumber<std::uint32_t>(entry->d_name)) processes.insert(*processId);
   }
   return processes;
