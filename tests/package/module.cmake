@@ -65,7 +65,9 @@ function(play_example prefix)
     COMMAND ${FENLUX_EMULATOR} ${prefix}/bin/${program} run --socket ${socket}
             --config ${prefix}/share/doc/fenlux/examples/scripted.toml
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-  file(REMOVE_RECURSE ${directory})
+  if(directory)
+    file(REMOVE_RECURSE ${directory})
+  endif()
   if(NOT result STREQUAL "0")
     message(FATAL_ERROR "the host exited with ${result}:\n${output}")
   endif()
