@@ -27,7 +27,7 @@ def key_of(source, entry, common):
     options = shlex.split(entry["command"])[1:]
     del options[options.index("-o"):options.index("-o") + 2]
     options = [option for option in options if option not in ("-c", entry["file"])]
-    text = subprocess.run(["clang++", *options, "-E", "-CC", "-P", entry["file"]], cwd=entry["directory"],
+    text = subprocess.run(["clang++", *options, "-E", "-C", "-P", entry["file"]], cwd=entry["directory"],
                           capture_output=True)
     if text.returncode != 0:
         return None
