@@ -77,7 +77,7 @@ fi
 root=$(mktemp -d -t "fenlux-debian-$release.XXXXXX")
 trap 'rm -rf --one-file-system "$root"' EXIT
 tar -C "$root" --exclude='./dev/*' -xf "$minimal"
-git -c advice.detachedHead=false clone --quiet . "$root/root/fenlux"
+git -c advice.detachedHead=false clone --quiet . "$root/srv/fenlux"
 if [ -n "$(git status --porcelain)" ]; then say "uncommitted changes are not tested"; fi
 cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
 if [ ${#include[@]} -gt 0 ] && [ -f /etc/ssl/certs/ca-certificates.crt ]; then
@@ -108,7 +108,7 @@ enter() {
   mount --bind "$shared/ccache" "$root/root/.cache/ccache"
   mount --bind "$cache" "$root/root/.cache/fenlux"
   # shellcheck disable=SC2016  # expanded in the root
-  chroot "$root" env -i "${variables[@]}" bash -c 'cd /root/fenlux && "$@"' bash "$@"
+  chroot "$root" env -i "${variables[@]}" bash -c 'cd /srv/fenlux && "$@"' bash "$@"
 }
 
 say "running $*"
