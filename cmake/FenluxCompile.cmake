@@ -40,6 +40,26 @@ if(CCACHE_PROGRAM)
   add_compile_options(-ffile-prefix-map=${sources_from_build}=.)
 endif()
 
+# Hardening of ELF binaries: stack canaries, checked library calls, control-flow protection where the processor has it,
+# position-independent programs, a read-only relocation table that is complete before the program starts, and no
+# executable stack. tests/package/hardening.cmake checks the result.
+if(NOT WIN32)
+  add_compile_options(-fstack-protector-strong)
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag(-fcf-protection FENLUX_HAS_CF_PROTECTION)
+  if(FENLUX_HAS_CF_PROTECTION)
+    add_compile_options(-fcf-protection)
+  endif()
+  # Without optimization the library only warns. The sanitizers intercept the unchecked calls. A level that the builder
+  # chose stays.
+  if(NOT FENLUX_SANITIZE AND NOT "${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
+    add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  endif()
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+  add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
+
 if(FENLUX_SANITIZE)
   add_compile_options(-fsanitize=${FENLUX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${FENLUX_SANITIZE})
