@@ -23,25 +23,26 @@ class CWinWork;
 // thread, concurrently.
 class CGlobalContext {
  public:
-  // Required. Also called on delivery threads, once per notification.
+  // Returns the base configuration. Required. Also called on delivery threads, once per notification.
   virtual std::shared_ptr<CCfg> GetCfg() = 0;
-  // Required. Also called on delivery threads while notifications are measured.
+  // Returns the log. Required. Also called on delivery threads while notifications are measured.
   virtual std::shared_ptr<CLog> GetLog() = 0;
-  // Required by the driver interface. While it is missing, the module core logs untranslated texts and asks again.
+  // Returns the translation. Required by the driver interface. While it is missing, the module core logs untranslated
+  // texts and asks again.
   virtual std::shared_ptr<CLocale> GetLocale() = 0;
-  // Required. Also called on delivery threads while notifications are measured.
+  // Returns conversions and buffers. Required. Also called on delivery threads while notifications are measured.
   virtual std::shared_ptr<CUtility> GetUtility() = 0;
-  // Required by the driver interface.
+  // Returns the maker of network objects. Required by the driver interface.
   virtual std::shared_ptr<CNet> GetNet() = 0;
-  // Optional. Without it, nothing is registered.
+  // Returns the register of driver interfaces. Optional: without it, nothing is registered.
   virtual const std::shared_ptr<CRecordService>& GetRecordService() = 0;
-  // Required by the driver interface.
+  // Returns process queries and port clients. Required by the driver interface.
   virtual const std::shared_ptr<CWinWork>& GetWinWork() = 0;
-  // Required by the driver interface.
+  // Returns the factory of event records. Required by the driver interface.
   virtual std::shared_ptr<CArpMgmt> GetArpMgmt() = 0;
-  // Required.
+  // Returns the extended configuration. Required.
   virtual std::shared_ptr<CCfgEx> GetCfgEx() = 0;
-  // Required by the driver interface.
+  // Returns the judge. Required by the driver interface.
   virtual std::shared_ptr<CAoArp> GetAoArp() = 0;
   // Receives the module, once, during init. The host may keep the handle; the module stays alive without it. The module
   // holds no lock, so the host may call its operations from here. An exception leaves init. Host thread.

@@ -16,10 +16,12 @@ class CBuf;
 // released the port client. Delivery threads, concurrently.
 using NotificationHandler = std::function<std::shared_ptr<CBuf>(const void* message, std::uint32_t size)>;
 
+// One connection with the driver, made by CWinWork::CreatePortClient and used once: Connect, Start, then Wait until it
+// ends. "The port client" in docs/embedding.md lists its duties.
 class CPortClient {
  public:
-  // Opens the connection and passes the connect context to the driver. Throws if the driver refuses. Connection
-  // worker, once, before Start.
+  // Opens the connection and passes the connect context to the driver. Throws if the driver refuses. Connection worker,
+  // once, before Start.
   virtual void Connect() = 0;
   // Starts passing messages to the handler and sending its replies to the driver. Returns at once. Connection worker,
   // once, after Connect.
@@ -29,9 +31,11 @@ class CPortClient {
   // Closes the connection for good: current and future calls to Wait return. May be called before Connect, more than
   // once, and concurrently with any other method. Must not wait for a running handler call. Any thread.
   virtual void Close() = 0;
-  // Sends `request` to the driver. If `reply` is non-null, receives the driver's answer, either in the given buffer or
-  // in a new one. If it is null, no answer is expected. The module passes true as `flag`. Does not keep `request` after
-  // returning. Throws if the request cannot be sent. Any thread, concurrently.
+  // Sends `request`, the whole buffer, to the driver and returns when the driver has taken it. If `reply` is non-null,
+  // receives the driver's answer, either in the given buffer or in a new one; leaves the buffer as it is if the driver
+  // gives none. If it is null, no answer is expected. The module passes true as `flag`, which has no meaning. Does not
+  // keep `request` after returning. Throws if the request cannot be sent or the driver rejects it. Any thread,
+  // concurrently.
   virtual void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) = 0;
 
  protected:

@@ -8,13 +8,15 @@
 
 namespace fenlux {
 
-// One element of a network-control list. The module passes it on unread.
+// One element of a network-control list. The module passes it on unread: what it means is an agreement between the
+// agent and the driver.
 struct NetControlItem {
-  std::array<std::uint8_t, 48> opaque;
-  std::uint32_t value;
+  std::array<std::uint8_t, 48> opaque;  // the first 48 bytes of the item
+  std::uint32_t value;                  // a number, sent little-endian
 };
 static_assert(sizeof(NetControlItem) == 52);
 
+// The items of one list, in the order in which the driver gets them.
 using NetControlItems = std::vector<NetControlItem>;
 
 // The network-control operations take no lock: run only one of them at a time, or their lists mix in the driver. An

@@ -71,21 +71,21 @@ class CKDIBase : public CDrvXControl, public std::enable_shared_from_this<CKDIBa
   explicit CKDIBase(const std::shared_ptr<CGlobalContext>& globalContext);
   ~CKDIBase() = default;
 
-  std::shared_ptr<CUtility> utility;
-  std::shared_ptr<CGlobalContext> context;
-  std::shared_ptr<CLog> log;
-  std::shared_ptr<CCfg> cfg;
-  std::shared_ptr<CAoArp> aoArp;
-  std::shared_ptr<CArpMgmt> arpMgmt;
-  std::shared_ptr<CCfgEx> cfgEx;
-  std::shared_ptr<CNetObject> netObject;  // may be null; CNetObject::Release is called once, at shutdown
-  bool clientTypeFlag = false;            // true: client type 2, false: 1
-  bool cfgExOption = false;               // not read by any operation
-  Mutex baseMutex;                        // serializes RegisterSystemProcess
-  std::shared_ptr<CLocale> locale;
+  std::shared_ptr<CUtility> utility;                  // CGlobalContext::GetUtility
+  std::shared_ptr<CGlobalContext> context;            // the host
+  std::shared_ptr<CLog> log;                          // CGlobalContext::GetLog
+  std::shared_ptr<CCfg> cfg;                          // CGlobalContext::GetCfg
+  std::shared_ptr<CAoArp> aoArp;                      // CGlobalContext::GetAoArp
+  std::shared_ptr<CArpMgmt> arpMgmt;                  // CGlobalContext::GetArpMgmt
+  std::shared_ptr<CCfgEx> cfgEx;                      // CGlobalContext::GetCfgEx
+  std::shared_ptr<CNetObject> netObject;              // may be null; CNetObject::Release is called once, at shutdown
+  bool clientTypeFlag = false;                        // true: client type 2, false: 1
+  bool cfgExOption = false;                           // not read by any operation
+  Mutex baseMutex;                                    // serializes RegisterSystemProcess
+  std::shared_ptr<CLocale> locale;                    // CGlobalContext::GetLocale
   std::shared_ptr<CRecordRegistration> recordHandle;  // may be null; withdrawn once, at shutdown
-  std::uint32_t portValue = 0;
-  std::atomic<bool> shutDown{false};  // set by the first shutdown, the only one to withdraw and release
+  std::uint32_t portValue = 0;                        // CCfgEx::GetPortValue
+  std::atomic<bool> shutDown{false};                  // set by the first shutdown, the only one to withdraw and release
 };
 
 }  // namespace fenlux

@@ -44,22 +44,27 @@ extern "C" {
 
 // ---- Numbers
 
-// The name of the communication port, for narrow and wide strings; its length in characters, without the NUL.
+// The name of the communication port.
 #define FENLUX_PORT_NAME "\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E"
+// The same name as a wide string.
 #define FENLUX_PORT_NAME_WIDE L"\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E"
+// The length of the name in characters, without the NUL.
 #define FENLUX_PORT_NAME_LENGTH 50u
 FENLUX_STATIC_ASSERT_(sizeof(FENLUX_PORT_NAME) == FENLUX_PORT_NAME_LENGTH + 1);
 
-// The first eight bytes of a connect context, of a request and version reply, and of a reply. Notifications have none.
+// The first eight bytes of a connect context. Notifications have no magic.
 #define FENLUX_CONNECT_MAGIC 0x2518d52534ac4c62ULL
+// The first eight bytes of a request and of a version reply.
 #define FENLUX_REQUEST_MAGIC 0x8f79ffe729a34ae3ULL
+// The first eight bytes of a reply.
 #define FENLUX_REPLY_MAGIC 0x5365c3b2b13342e4ULL
 
 // The version that a connect context states.
 #define FENLUX_CONNECT_VERSION 200u
 
-// The client types of a connect context and of commands 4 and 6.
+// A client type, in a connect context and in commands 4 and 6: operations that pass get verdict 3.
 #define FENLUX_CLIENT_TYPE_1 1u
+// The other client type: operations that pass get verdict 7.
 #define FENLUX_CLIENT_TYPE_2 2u
 
 // The module's version, which it compares with the version reply; one more if the host's version flag is set. If the
@@ -67,7 +72,7 @@ FENLUX_STATIC_ASSERT_(sizeof(FENLUX_PORT_NAME) == FENLUX_PORT_NAME_LENGTH + 1);
 #define FENLUX_MODULE_VERSION 19072701u
 
 // Sizes and limits.
-#define FENLUX_CONNECT_CONTEXT_SIZE 16u
+#define FENLUX_CONNECT_CONTEXT_SIZE 16u          // of a connect context
 #define FENLUX_REQUEST_SIZE 65561u               // of every request, whatever its payload
 #define FENLUX_REQUEST_HEADER_SIZE 12u           // magic and command
 #define FENLUX_MAX_PAYLOAD_SIZE 65549u           // what remains of a request; the largest configuration block
@@ -268,54 +273,65 @@ static inline const char* FenluxErrorText(FenluxError error) {
 
 // ---- Little-endian integers at any alignment
 
-// A 16-bit, 32-bit and 64-bit number in a record.
+// A 16-bit number in a record.
 typedef struct FenluxU16 {
-  uint8_t bytes[2];
+  uint8_t bytes[2];  // little-endian
 } FenluxU16;
 
+// A 32-bit number in a record.
 typedef struct FenluxU32 {
-  uint8_t bytes[4];
+  uint8_t bytes[4];  // little-endian
 } FenluxU32;
 
+// A 64-bit number in a record.
 typedef struct FenluxU64 {
-  uint8_t bytes[8];
+  uint8_t bytes[8];  // little-endian
 } FenluxU64;
 
-// Return the number in the two, four or eight bytes at `bytes`, which must not be NULL.
+// Returns the number in the two bytes at `bytes`, which must not be NULL.
 static inline uint16_t FenluxLoadU16(const uint8_t* bytes) {
   return FENLUX_CAST_(uint16_t, bytes[0] | (bytes[1] << 8));
 }
 
+// Returns the number in the four bytes at `bytes`, which must not be NULL.
 static inline uint32_t FenluxLoadU32(const uint8_t* bytes) {
   return FENLUX_CAST_(uint32_t, FenluxLoadU16(bytes)) | (FENLUX_CAST_(uint32_t, FenluxLoadU16(bytes + 2)) << 16);
 }
 
+// Returns the number in the eight bytes at `bytes`, which must not be NULL.
 static inline uint64_t FenluxLoadU64(const uint8_t* bytes) {
   return FENLUX_CAST_(uint64_t, FenluxLoadU32(bytes)) | (FENLUX_CAST_(uint64_t, FenluxLoadU32(bytes + 4)) << 32);
 }
 
-// Write the number to two, four or eight bytes at `bytes`, which must not be NULL.
+// Writes the number to the two bytes at `bytes`, which must not be NULL.
 static inline void FenluxStoreU16(uint8_t* bytes, uint16_t value) {
   bytes[0] = FENLUX_CAST_(uint8_t, value & 0xffu);
   bytes[1] = FENLUX_CAST_(uint8_t, value >> 8);
 }
 
+// Writes the number to the four bytes at `bytes`, which must not be NULL.
 static inline void FenluxStoreU32(uint8_t* bytes, uint32_t value) {
   FenluxStoreU16(bytes, FENLUX_CAST_(uint16_t, value & 0xffffu));
   FenluxStoreU16(bytes + 2, FENLUX_CAST_(uint16_t, value >> 16));
 }
 
+// Writes the number to the eight bytes at `bytes`, which must not be NULL.
 static inline void FenluxStoreU64(uint8_t* bytes, uint64_t value) {
   FenluxStoreU32(bytes, FENLUX_CAST_(uint32_t, value & 0xffffffffu));
   FenluxStoreU32(bytes + 4, FENLUX_CAST_(uint32_t, value >> 32));
 }
 
-// The same for the field of a record.
+// Returns the number in a record's field, which must not be NULL.
 static inline uint16_t FenluxGetU16(const FenluxU16* field) { return FenluxLoadU16(field->bytes); }
+// Returns the number in a record's field, which must not be NULL.
 static inline uint32_t FenluxGetU32(const FenluxU32* field) { return FenluxLoadU32(field->bytes); }
+// Returns the number in a record's field, which must not be NULL.
 static inline uint64_t FenluxGetU64(const FenluxU64* field) { return FenluxLoadU64(field->bytes); }
+// Writes the number to a record's field, which must not be NULL.
 static inline void FenluxSetU16(FenluxU16* field, uint16_t value) { FenluxStoreU16(field->bytes, value); }
+// Writes the number to a record's field, which must not be NULL.
 static inline void FenluxSetU32(FenluxU32* field, uint32_t value) { FenluxStoreU32(field->bytes, value); }
+// Writes the number to a record's field, which must not be NULL.
 static inline void FenluxSetU64(FenluxU64* field, uint64_t value) { FenluxStoreU64(field->bytes, value); }
 
 // ---- Records
@@ -345,11 +361,11 @@ FENLUX_STATIC_ASSERT_(FENLUX_REQUEST_SIZE - FENLUX_REQUEST_HEADER_SIZE == FENLUX
 // Command 1. The host writes the two texts into their fields; host and driver agree on the encoding. The reference
 // host writes UTF-16, appends a NUL if there is room, and truncates a longer text between characters.
 typedef struct FenluxMonitorObjectRecord {
-  FenluxRequestHeader header;
+  FenluxRequestHeader header;               // magic and command
   FenluxU32 objectType;                     // 1, 2 or 3
   uint8_t pathFlag;                         // 1: the path does not exist; otherwise the result of the host's path test
   uint8_t rootName[FENLUX_ROOT_NAME_SIZE];  // of the path: a drive such as "C:", or the beginning of a network root
-  uint8_t path[FENLUX_PATH_SIZE];
+  uint8_t path[FENLUX_PATH_SIZE];           // UTF-16 from the reference host
 } FenluxMonitorObjectRecord;
 FENLUX_ASSERT_SIZE_(FenluxMonitorObjectRecord, FENLUX_REQUEST_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxMonitorObjectRecord, objectType, 12);
@@ -359,17 +375,17 @@ FENLUX_ASSERT_OFFSET_(FenluxMonitorObjectRecord, path, 25);
 
 // Commands 3 (object type 1, 2 or 3), 8 (a value), 19 (mode 1, 2, 3 or 4), 21 and 23 (list type 1, 2 or 3).
 typedef struct FenluxValueRecord {
-  FenluxRequestHeader header;
-  FenluxU32 value;
+  FenluxRequestHeader header;  // magic and command
+  FenluxU32 value;             // depends on the command
 } FenluxValueRecord;
 FENLUX_ASSERT_SIZE_(FenluxValueRecord, 16);
 FENLUX_ASSERT_OFFSET_(FenluxValueRecord, value, 12);
 
 // Commands 4 and 6.
 typedef struct FenluxClientSwitchRecord {
-  FenluxRequestHeader header;
-  FenluxU32 clientType;  // that of the connect context
-  uint8_t on;            // command 4: 1 for mode 1, 0 for mode 3; command 6: 0 for mode 1, 1 for mode 3
+  FenluxRequestHeader header;  // magic and command
+  FenluxU32 clientType;        // that of the connect context
+  uint8_t on;                  // command 4: 1 for mode 1, 0 for mode 3; command 6: 0 for mode 1, 1 for mode 3
 } FenluxClientSwitchRecord;
 FENLUX_ASSERT_SIZE_(FenluxClientSwitchRecord, 17);
 FENLUX_ASSERT_OFFSET_(FenluxClientSwitchRecord, clientType, 12);
@@ -377,25 +393,25 @@ FENLUX_ASSERT_OFFSET_(FenluxClientSwitchRecord, on, 16);
 
 // Command 9.
 typedef struct FenluxSwitchRecord {
-  FenluxRequestHeader header;
-  uint8_t off;  // 0 for on, 1 for off
+  FenluxRequestHeader header;  // magic and command
+  uint8_t off;                 // 0 for on, 1 for off
 } FenluxSwitchRecord;
 FENLUX_ASSERT_SIZE_(FenluxSwitchRecord, 13);
 FENLUX_ASSERT_OFFSET_(FenluxSwitchRecord, off, 12);
 
 // Command 12. The module passes on the values that the host returns, usually 0 or 1.
 typedef struct FenluxSpspStateRecord {
-  FenluxRequestHeader header;
-  uint8_t switches[4];
+  FenluxRequestHeader header;  // magic and command
+  uint8_t switches[4];         // switch 1 to 4
 } FenluxSpspStateRecord;
 FENLUX_ASSERT_SIZE_(FenluxSpspStateRecord, 16);
 FENLUX_ASSERT_OFFSET_(FenluxSpspStateRecord, switches, 12);
 
 // Command 20.
 typedef struct FenluxSystemProcessRecord {
-  FenluxRequestHeader header;
-  FenluxU32 kind;       // 2 for system32\csrss.exe, 3 for system32\services.exe
-  FenluxU64 processId;  // never FENLUX_NO_PROCESS
+  FenluxRequestHeader header;  // magic and command
+  FenluxU32 kind;              // 2 for system32\csrss.exe, 3 for system32\services.exe
+  FenluxU64 processId;         // never FENLUX_NO_PROCESS
 } FenluxSystemProcessRecord;
 FENLUX_ASSERT_SIZE_(FenluxSystemProcessRecord, 24);
 FENLUX_ASSERT_OFFSET_(FenluxSystemProcessRecord, kind, 12);
@@ -403,10 +419,10 @@ FENLUX_ASSERT_OFFSET_(FenluxSystemProcessRecord, processId, 16);
 
 // Command 22. Host and driver agree on the meaning of an item's two parts.
 typedef struct FenluxNetItemRecord {
-  FenluxRequestHeader header;
-  FenluxU32 listType;  // 1, 2 or 3
-  uint8_t opaque[FENLUX_NET_ITEM_OPAQUE_SIZE];
-  FenluxU32 value;
+  FenluxRequestHeader header;                   // magic and command
+  FenluxU32 listType;                           // 1, 2 or 3
+  uint8_t opaque[FENLUX_NET_ITEM_OPAQUE_SIZE];  // passed on unread
+  FenluxU32 value;                              // passed on unread
 } FenluxNetItemRecord;
 FENLUX_ASSERT_SIZE_(FenluxNetItemRecord, 68);
 FENLUX_ASSERT_OFFSET_(FenluxNetItemRecord, listType, 12);
@@ -415,8 +431,8 @@ FENLUX_ASSERT_OFFSET_(FenluxNetItemRecord, value, 64);
 
 // Command 24. The request does not say how long the block is: host and driver agree on its form.
 typedef struct FenluxDriverConfigRecord {
-  FenluxRequestHeader header;
-  uint8_t block[FENLUX_MAX_PAYLOAD_SIZE];
+  FenluxRequestHeader header;              // magic and command
+  uint8_t block[FENLUX_MAX_PAYLOAD_SIZE];  // the block; what it does not fill may hold anything
 } FenluxDriverConfigRecord;
 FENLUX_ASSERT_SIZE_(FenluxDriverConfigRecord, FENLUX_REQUEST_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxDriverConfigRecord, block, 12);
@@ -424,9 +440,9 @@ FENLUX_ASSERT_OFFSET_(FenluxDriverConfigRecord, block, 12);
 // The driver's answer to command 13. The module reads only the version, and only if the answer has at least
 // FENLUX_VERSION_REPLY_SIZE bytes.
 typedef struct FenluxVersionReplyRecord {
-  FenluxRequestHeader header;
-  FenluxU32 version;
-  uint8_t unused[FENLUX_VERSION_REPLY_SIZE - FENLUX_REQUEST_HEADER_SIZE - 4u];
+  FenluxRequestHeader header;                                                   // magic and command
+  FenluxU32 version;                                                            // the driver's version
+  uint8_t unused[FENLUX_VERSION_REPLY_SIZE - FENLUX_REQUEST_HEADER_SIZE - 4u];  // not read by the module
 } FenluxVersionReplyRecord;
 FENLUX_ASSERT_SIZE_(FenluxVersionReplyRecord, FENLUX_VERSION_REPLY_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxVersionReplyRecord, version, 12);
@@ -436,25 +452,25 @@ FENLUX_ASSERT_OFFSET_(FenluxVersionReplyRecord, version, 12);
 // module reads a text up to its NUL or the end of the message. It uses the size only to see whether the item is present
 // (not 0) and where the next one begins.
 typedef struct FenluxNotificationRecord {
-  uint8_t unused0[12];  // not read by the module
-  FenluxU64 processId;  // of the process that performs the operation
-  FenluxU32 code;       // FenluxNotificationCode
-  uint8_t variant;      // not 0: selects the second event type of a pair
-  uint8_t conditionA;   // conditions: see FenluxAccess and FENLUX_CODE_4109; other codes do not use them
-  uint8_t unused26;     // not read by the module
-  uint8_t conditionB;
-  uint8_t conditionC;
-  uint8_t oplock;                              // not 0: an oplock break, which passes without being judged
-  FenluxU32 item1Size;                         // bytes of the path; 0: absent
-  FenluxU32 item2Size;                         // bytes of the second path; 0: absent
-  FenluxU32 item3Size;                         // bytes of the extra data; 0: absent
-  FenluxU32 item4Present;                      // FENLUX_CODE_FURTHER_PATH only. Not 0: there is a further path
-  FenluxU32 identityPresent;                   // not 0: there is an identity block
+  uint8_t unused0[12];        // not read by the module
+  FenluxU64 processId;        // of the process that performs the operation
+  FenluxU32 code;             // FenluxNotificationCode
+  uint8_t variant;            // not 0: selects the second event type of a pair
+  uint8_t conditionA;         // conditions: see FenluxAccess and FENLUX_CODE_4109; other codes do not use them
+  uint8_t unused26;           // not read by the module
+  uint8_t conditionB;         // condition B
+  uint8_t conditionC;         // condition C
+  uint8_t oplock;             // not 0: an oplock break, which passes without being judged
+  FenluxU32 item1Size;        // bytes of the path; 0: absent
+  FenluxU32 item2Size;        // bytes of the second path; 0: absent
+  FenluxU32 item3Size;        // bytes of the extra data; 0: absent
+  FenluxU32 item4Present;     // FENLUX_CODE_FURTHER_PATH only. Not 0: there is a further path
+  FenluxU32 identityPresent;  // not 0: there is an identity block
   uint8_t identity[FENLUX_MAX_IDENTITY_SIZE];  // agreed between host and driver; the reference host reads a binary SID
   uint8_t detail[33];                          // FenluxEndpointDetail or FenluxRemoteDetail, depending on the code
-  uint8_t accessKind;  // this and the next two: FENLUX_CODE_ACCESS_1 and FENLUX_CODE_ACCESS_2 only
-  FenluxU32 accessValueA;
-  FenluxU32 accessValueB;
+  uint8_t accessKind;      // this and the next two: FENLUX_CODE_ACCESS_1 and FENLUX_CODE_ACCESS_2 only
+  FenluxU32 accessValueA;  // the first value
+  FenluxU32 accessValueB;  // the second value
 } FenluxNotificationRecord;
 FENLUX_ASSERT_SIZE_(FenluxNotificationRecord, FENLUX_NOTIFICATION_FIXED_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxNotificationRecord, processId, 12);
@@ -488,8 +504,8 @@ FENLUX_ASSERT_OFFSET_(FenluxEndpointDetail, address, 3);
 // The detail of FENLUX_CODE_REMOTE_1 and FENLUX_CODE_REMOTE_2. Host and driver agree on the meaning of the
 // flag and the words.
 typedef struct FenluxRemoteDetail {
-  uint8_t remote;
-  FenluxU64 words[4];
+  uint8_t remote;      // the flag
+  FenluxU64 words[4];  // the four words
 } FenluxRemoteDetail;
 FENLUX_ASSERT_SIZE_(FenluxRemoteDetail, 33);
 FENLUX_ASSERT_OFFSET_(FenluxRemoteDetail, words, 1);
@@ -497,11 +513,11 @@ FENLUX_ASSERT_OFFSET_(FenluxRemoteDetail, words, 1);
 // The module's answer to a notification. With FENLUX_VERDICT_CONTEXT, contextSize bytes follow: the context data and
 // FENLUX_REPLY_CONTEXT_TAIL bytes. Without it, contextSize may hold anything.
 typedef struct FenluxReplyRecord {
-  FenluxU64 magic;      // FENLUX_REPLY_MAGIC
-  FenluxU32 fixedSize;  // FENLUX_REPLY_FIXED_SIZE
-  FenluxU32 verdict;    // FenluxVerdict
-  FenluxU32 contextSize;
-  uint8_t unused[136];  // may hold anything
+  FenluxU64 magic;        // FENLUX_REPLY_MAGIC
+  FenluxU32 fixedSize;    // FENLUX_REPLY_FIXED_SIZE
+  FenluxU32 verdict;      // FenluxVerdict
+  FenluxU32 contextSize;  // size of what follows; see above
+  uint8_t unused[136];    // may hold anything
 } FenluxReplyRecord;
 FENLUX_ASSERT_SIZE_(FenluxReplyRecord, FENLUX_REPLY_FIXED_SIZE);
 FENLUX_ASSERT_OFFSET_(FenluxReplyRecord, magic, 0);
@@ -513,15 +529,15 @@ FENLUX_ASSERT_OFFSET_(FenluxReplyRecord, contextSize, 16);
 
 // `size` bytes at `data`. NULL means absent, if they are optional.
 typedef struct FenluxBytes {
-  const uint8_t* data;
-  size_t size;
+  const uint8_t* data;  // first byte
+  size_t size;          // number of bytes
 } FenluxBytes;
 
 // A text inside a record: `count` UTF-16 units (16-bit, little-endian, any alignment) at `data`, without a NUL.
 // NULL means absent, if the text is optional. The text may be any sequence of units, including lone surrogates.
 typedef struct FenluxText {
-  const uint8_t* data;
-  size_t count;
+  const uint8_t* data;  // first byte
+  size_t count;         // number of units
 } FenluxText;
 
 // The unit at `index` of the text; `index` must be less than its count.
@@ -530,8 +546,8 @@ static inline uint16_t FenluxTextUnit(FenluxText text, size_t index) { return Fe
 // A text of the driver: `count` UTF-16 units in the machine's byte order, without a NUL. A count of 0 means absent.
 // For a UNICODE_STRING, pass its Buffer and half its Length.
 typedef struct FenluxUnits {
-  const uint16_t* units;
-  size_t count;
+  const uint16_t* units;  // first unit
+  size_t count;           // number of units
 } FenluxUnits;
 
 // The text in `size` bytes at `field`: up to its NUL, or all whole units if there is none. Reads the two texts of
@@ -593,20 +609,20 @@ typedef struct FenluxClientSwitchView {
 
 // Command 20.
 typedef struct FenluxSystemProcessView {
-  uint32_t kind;  // 2 or 3
-  uint64_t processId;
+  uint32_t kind;       // 2 or 3
+  uint64_t processId;  // never FENLUX_NO_PROCESS
 } FenluxSystemProcessView;
 
 // Command 22.
 typedef struct FenluxNetItemView {
   uint32_t listType;      // 1, 2 or 3
   const uint8_t* opaque;  // FENLUX_NET_ITEM_OPAQUE_SIZE bytes
-  uint32_t value;
+  uint32_t value;         // as in the record
 } FenluxNetItemView;
 
 // A request. `command` says which member of `payload` holds its payload; commands 11 and 13 have none.
 typedef struct FenluxRequestView {
-  FenluxCommand command;
+  FenluxCommand command;  // which request it is
   union {
     FenluxMonitorObjectView monitorObject;  // 1
     uint32_t objectType;                    // 3: 1, 2 or 3
@@ -619,7 +635,7 @@ typedef struct FenluxRequestView {
     uint32_t listType;                      // 21, 23: 1, 2 or 3
     FenluxNetItemView netItem;              // 22
     FenluxBytes configBlock;                // 24: the whole payload; the request does not state the block's size
-  } payload;
+  } payload;                                // of the command
 } FenluxRequestView;
 
 // Whether the number is one of the types of monitor objects or network-control lists.
@@ -766,16 +782,16 @@ typedef struct FenluxEndpoint {
 
 // See FenluxRemoteDetail.
 typedef struct FenluxRemote {
-  uint8_t remote;
-  uint64_t words[4];
+  uint8_t remote;     // the flag
+  uint64_t words[4];  // the four words
 } FenluxRemote;
 
 // What is accessed and how. Event types: 0x401C / 0x401D if kind is not 0; otherwise 0x4000 / 0x4001 if one of the
 // three conditions is not 0; otherwise 0x4002 / 0x4003. The values go to the host unchanged.
 typedef struct FenluxAccess {
-  uint8_t kind;
-  uint32_t valueA;
-  uint32_t valueB;
+  uint8_t kind;     // access kind
+  uint32_t valueA;  // the first value
+  uint32_t valueB;  // the second value
 } FenluxAccess;
 
 // The fixed part of a notification. Initialize it with zeros and set the fields that apply.
@@ -784,9 +800,9 @@ typedef struct FenluxEvent {
   uint64_t processId;  // of the process that performs the operation
   uint8_t variant;     // not 0: selects the second event type of a pair
   uint8_t conditionA;  // conditions: see FenluxAccess and FENLUX_CODE_4109; other codes do not use them
-  uint8_t conditionB;
-  uint8_t conditionC;
-  uint8_t oplock;  // not 0: an oplock break, which passes without being judged
+  uint8_t conditionB;  // condition B
+  uint8_t conditionC;  // condition C
+  uint8_t oplock;      // not 0: an oplock break, which passes without being judged
   union {
     FenluxEndpoint endpoint;  // FENLUX_CODE_ENDPOINT
     FenluxRemote remote;      // FENLUX_CODE_REMOTE_1, FENLUX_CODE_REMOTE_2
@@ -796,22 +812,22 @@ typedef struct FenluxEvent {
 
 // A notification to build. Initialize it with zeros and set the fields that apply; an item of size 0 is absent.
 typedef struct FenluxNotification {
-  FenluxEvent event;
-  FenluxUnits path;
-  FenluxUnits secondPath;
-  FenluxBytes extraData;
+  FenluxEvent event;        // the fixed part
+  FenluxUnits path;         // item 1
+  FenluxUnits secondPath;   // item 2
+  FenluxBytes extraData;    // item 3
   FenluxUnits furtherPath;  // FENLUX_CODE_FURTHER_PATH only
   FenluxBytes identity;     // at most FENLUX_MAX_IDENTITY_SIZE bytes; the rest of the block is 0
 } FenluxNotification;
 
 // A parsed notification. The pointers of absent items are NULL.
 typedef struct FenluxNotificationView {
-  FenluxEvent event;
-  FenluxText path;
-  FenluxText secondPath;
-  FenluxBytes extraData;
-  FenluxText furtherPath;
-  FenluxBytes identity;  // FENLUX_MAX_IDENTITY_SIZE bytes
+  FenluxEvent event;       // the fixed part
+  FenluxText path;         // item 1
+  FenluxText secondPath;   // item 2
+  FenluxBytes extraData;   // item 3
+  FenluxText furtherPath;  // item 4; FENLUX_CODE_FURTHER_PATH only
+  FenluxBytes identity;    // FENLUX_MAX_IDENTITY_SIZE bytes
 } FenluxNotificationView;
 
 // Adds the size of a text in a notification, including its NUL, to `size`.
@@ -1025,8 +1041,8 @@ static inline FenluxError FenluxParseNotification(const void* bytes, size_t size
 
 // The module's answer to a notification.
 typedef struct FenluxReplyView {
-  FenluxVerdict verdict;
-  FenluxBytes context;  // with FENLUX_VERDICT_CONTEXT: the data without the bytes after it; otherwise absent
+  FenluxVerdict verdict;  // what the driver is told
+  FenluxBytes context;    // with FENLUX_VERDICT_CONTEXT: the data without the bytes after it; otherwise absent
 } FenluxReplyView;
 
 // Parses the reply of `size` bytes. Fills `view` and returns FENLUX_OK. Otherwise returns NULL, SIZE, MAGIC,
