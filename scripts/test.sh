@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and tests fenlux.
 #   scripts/test.sh              the quick preset (dev)
-#   scripts/test.sh --all        formatting and lint, all presets, and the plain scripts/test.sh on the other Debian release
+#   scripts/test.sh --all        formatting and lint, all presets below, and the plain scripts/test.sh on the other Debian
+#                                release
 #   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
 # Ends with a line of counts for each preset, the tests that failed, and a line of totals.
 set -euo pipefail
