@@ -64,6 +64,7 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config)
       net(std::make_shared<NetService>()),
       configuration(std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records)),
       judge(std::make_shared<Judge>(std::move(config.reloadable.rules))),
+      unjudgedPolicy(config.emulator.unjudged),
       emulator(MakeEmulator(config, log)),
       filterPort(MakeFilterPort(config.start.driver, log)),
       work(std::make_shared<WorkService>(
@@ -180,6 +181,7 @@ SummaryFacts ReferenceHost::Facts() const {
   SummaryFacts facts;
   facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - startTime);
   facts.totals = emulator->Totals();
+  facts.unjudgedPolicy = unjudgedPolicy;
   facts.driver = emulator->State();
   if (filterPort != nullptr) facts.filterPort = filterPort->Totals();
   facts.stateBeforeStop = facts.driver;
@@ -213,6 +215,11 @@ Report ReferenceHost::StatusReport() const {
   report["registered_interfaces"] = std::move(interfaces);
   report["net_objects_held"] = net->Totals().held;
   report["delivered"] = facts.filterPort ? facts.filterPort->received : facts.totals.delivered;
+  if (!facts.filterPort) {
+    report["unjudged"] = UnjudgedReport(facts.totals);
+    report["unjudged_refused"] = facts.totals.kernelRefusedUnjudged;
+    report["unjudged_setting"] = UnjudgedPolicyName(facts.unjudgedPolicy);
+  }
   report["alerts"] = facts.log.Of(Severity::kAlert);
   report["protocol_violations"] = facts.driver.protocolViolations;
   return report;

@@ -80,6 +80,7 @@ class ReferenceHost {
   std::shared_ptr<NetService> net;
   std::shared_ptr<Configuration> configuration;
   std::shared_ptr<Judge> judge;
+  const UnjudgedPolicy unjudgedPolicy;
   std::shared_ptr<DriverEmulator> emulator;
   std::shared_ptr<FilterPort> filterPort;  // the real driver's; null if the emulated one is used
   std::shared_ptr<WorkService> work;

@@ -67,6 +67,8 @@ Report DecisionsReport(const DecisionCounts& decisions) {
   return report;
 }
 
+}  // namespace
+
 Report UnjudgedReport(const EmulatorTotals& totals) {
   Report report = Report::object();
   for (std::size_t index = 0; index < kUnjudgedCauses; ++index) {
@@ -75,6 +77,8 @@ Report UnjudgedReport(const EmulatorTotals& totals) {
   }
   return report;
 }
+
+namespace {
 
 Report LatencyReport(const LatencySummary& latency) {
   Report report = Report::object();
@@ -181,6 +185,8 @@ Report SummaryReport(const SummaryFacts& facts) {
     report["decisions"] = DecisionsReport(facts.decisions);
     report["verdicts"] = CountsReport(facts.totals.byVerdict);
     report["unjudged"] = UnjudgedReport(facts.totals);
+    report["unjudged_refused"] = facts.totals.kernelRefusedUnjudged;
+    report["unjudged_setting"] = UnjudgedPolicyName(facts.unjudgedPolicy);
     report["latency"] = LatencyReport(facts.totals.latency);
   }
   if (facts.totals.kernelEvents > 0) {

@@ -22,6 +22,7 @@ namespace fenlux::refhost {
 struct SummaryFacts {
   std::chrono::milliseconds running{0};
   EmulatorTotals totals;
+  UnjudgedPolicy unjudgedPolicy = UnjudgedPolicy::kAllow;
   EmulatorState driver;
   std::optional<FilterPortTotals> filterPort;  // if a real driver is used; the emulated one is idle then
   EmulatorState stateBeforeStop;               // what the driver had received before the host began to stop
@@ -37,6 +38,8 @@ struct SummaryFacts {
 bool IsFine(const SummaryFacts& facts);
 
 Report SummaryReport(const SummaryFacts& facts);
+// Counts of operations without a judgement by cause; causes that did not occur are left out.
+Report UnjudgedReport(const EmulatorTotals& totals);
 // What the driver received over the current connection.
 Report DriverReport(const EmulatorState& driver);
 

@@ -18,7 +18,7 @@ class DriverEmulator::Impl {
       : settings(std::move(emulatorSettings)),
         driver(std::make_shared<EmulatedDriver>(settings, scenario.faults, std::move(hooks))) {
     if (settings.source == EventSourceKind::kFanotify) {
-      source = MakeFanotifySource(driver, settings.kernel);
+      source = MakeFanotifySource(driver, settings.kernel, settings.unjudged);
     } else {
       scripted = std::make_shared<ScriptedSource>(driver, std::move(scenario));
       source = scripted;

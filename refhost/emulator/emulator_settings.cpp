@@ -73,6 +73,9 @@ EmulatorSettings ReadEmulatorSettings(const ConfigTable& table) {
   settings.driverVersion = table.Unsigned("driver_version", settings.driverVersion);
   settings.deadline = Milliseconds(table, "deadline_ms", settings.deadline, 1);
   settings.stopGrace = Milliseconds(table, "stop_grace_ms", settings.stopGrace, 0);
+  settings.unjudged = table.Choice(
+      "unjudged", settings.unjudged,
+      ConfigChoices<UnjudgedPolicy>{{"allow", UnjudgedPolicy::kAllow}, {"refuse", UnjudgedPolicy::kRefuse}});
   settings.faults = ReadEmulatorFaults(table.Table("faults"));
   settings.kernel = ReadKernelEventSettings(table.Table("kernel"));
   return settings;

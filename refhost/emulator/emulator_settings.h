@@ -9,6 +9,7 @@
 
 #include "kdi/driver_records.h"
 #include "refhost/emulator/emulator_faults.h"
+#include "refhost/emulator/unjudged.h"
 
 namespace fenlux::refhost {
 
@@ -33,11 +34,12 @@ struct KernelEventSettings {
 
 struct EmulatorSettings {
   EventSourceKind source = EventSourceKind::kScripted;
-  boost::filesystem::path scenarioFile;       // of the scripted source; empty: no events
-  std::uint32_t driverVersion = 19072701;     // the answer to the version request
-  std::chrono::milliseconds deadline{1000};   // from delivery until the reply must have been taken
-  std::chrono::milliseconds stopGrace{2000};  // how long Stop waits for handler calls before leaving them behind
-  EmulatorFaults faults;                      // set from the start
+  boost::filesystem::path scenarioFile;              // of the scripted source; empty: no events
+  std::uint32_t driverVersion = 19072701;            // the answer to the version request
+  std::chrono::milliseconds deadline{1000};          // from delivery until the reply must have been taken
+  std::chrono::milliseconds stopGrace{2000};         // how long Stop waits for handler calls before leaving them behind
+  UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;  // what happens to operations that load kept from being judged
+  EmulatorFaults faults;                             // set from the start
   KernelEventSettings kernel;
 
   bool operator==(const EmulatorSettings&) const = default;

@@ -6,35 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <string_view>
+
+#include "refhost/emulator/unjudged.h"
 
 namespace fenlux::refhost {
-
-// Why an operation passed without a verdict of the module.
-enum class UnjudgedCause : std::size_t {
-  // Delivered to the module and not answered in time.
-  kLate,  // the deadline passed while the module was still working on it
-  // Delivered to the module and lost.
-  kEmptyReply,       // the handler returned no reply although one is due
-  kHandlerThrew,     // the handler threw an exception
-  kMalformedReply,   // the reply breaks the protocol
-  kConnectionEnded,  // the connection ended before the reply was taken
-  kStopped,          // the emulator stopped before the reply was taken
-  // Never delivered.
-  kNoConnection,   // kernel event while no module was connected
-  kOwnProcess,     // kernel event of the host's own process
-  kReadersBusy,    // kernel event while every reader was blocked beyond the deadline
-  kNotBuilt,       // the notification of a kernel event could not be built (out of memory)
-  kQueueOverflow,  // the kernel dropped events because its queue was full
-};
-inline constexpr std::size_t kUnjudgedCauses = 11;
-
-// The cause's name for summaries: "late", "empty reply" and so on.
-std::string_view UnjudgedCauseName(UnjudgedCause cause);
-
-inline constexpr std::array<UnjudgedCause, 5> kLostCauses{UnjudgedCause::kEmptyReply, UnjudgedCause::kHandlerThrew,
-                                                          UnjudgedCause::kMalformedReply,
-                                                          UnjudgedCause::kConnectionEnded, UnjudgedCause::kStopped};
 
 // Times from handing a notification to the module until its reply was taken, over those that were answered in time or
 // need no answer. Quantiles are accurate to about 3 percent. All values are 0 while nothing has been counted.
@@ -60,14 +35,15 @@ struct EmulatorTotals {
   LatencySummary latency;
 
   // Kernel events only; all 0 with the scripted source.
-  std::uint64_t kernelEvents = 0;    // permission events read from the kernel
-  std::uint64_t kernelRefused = 0;   // answered so that the operation failed
-  std::uint64_t kernelAllowed = 0;   // answered so that it continued, by verdict or unjudged
-  std::uint64_t kernelInFlight = 0;  // read and not answered yet; 0 once the emulator has stopped
+  std::uint64_t kernelEvents = 0;           // permission events read from the kernel
+  std::uint64_t kernelRefused = 0;          // answered so that the operation failed, by verdict or unjudged
+  std::uint64_t kernelAllowed = 0;          // answered so that it continued, by verdict or unjudged
+  std::uint64_t kernelRefusedUnjudged = 0;  // of the refused: those without a judgement
+  std::uint64_t kernelInFlight = 0;         // read and not answered yet; 0 once the emulator has stopped
 
   std::uint64_t Unjudged(UnjudgedCause cause) const { return unjudged[static_cast<std::size_t>(cause)]; }
   // delivered = answered + unanswered by design + late + lost + in flight, the sums by code, verdict and cause agree
-  // with them, and every kernel event was answered once.
+  // with them, every kernel event was answered once, and no more refusals without judgement than causes are counted.
   bool AddsUp() const;
 };
 

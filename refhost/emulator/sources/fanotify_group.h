@@ -8,6 +8,7 @@
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/emulator/driver/shared/hook_caller.h"
 #include "refhost/emulator/driver/shared/totals_counter.h"
+#include "refhost/emulator/unjudged.h"
 
 namespace fenlux::refhost {
 
@@ -16,17 +17,22 @@ namespace fenlux::refhost {
 class FanotifyGroup {
  public:
   // Throws std::runtime_error with the reason if the system has no permission events or the process may not have them.
-  FanotifyGroup(TotalsCounter& counter, HookCaller& hookCaller);
+  FanotifyGroup(UnjudgedPolicy unjudgedPolicy, TotalsCounter& counter, HookCaller& hookCaller);
 
   int Get() const { return group.Get(); }
   // Reads one event without blocking; nothing if there is none.
   std::optional<fanotify_event_metadata> Read();
-  // Lets the event's operation continue, or fail.
+  // Lets the event's operation continue, or fail, as the module judged it.
   void Respond(int event, bool refuse) noexcept;
-  // Lets the operation continue without asking the module.
-  void LetThrough(int event, UnjudgedCause cause) noexcept;
+  // Lets it continue or fail as the cause and the setting demand (see unjudged.h). RespondCounted does not count the
+  // cause: whoever took the answer did.
+  void RespondUnjudged(int event, UnjudgedCause cause) noexcept;
+  void RespondCounted(int event, UnjudgedCause cause) noexcept;
 
  private:
+  void Write(int event, bool refuse) noexcept;
+
+  const UnjudgedPolicy policy;
   TotalsCounter& totals;
   HookCaller& hooks;
   const Descriptor group;

@@ -37,8 +37,8 @@ void RaiseDescriptorLimit() {
 
 }  // namespace
 
-FanotifyGroup::FanotifyGroup(TotalsCounter& counter, HookCaller& hookCaller)
-    : totals(counter), hooks(hookCaller), group(OpenGroup()) {
+FanotifyGroup::FanotifyGroup(UnjudgedPolicy unjudgedPolicy, TotalsCounter& counter, HookCaller& hookCaller)
+    : policy(unjudgedPolicy), totals(counter), hooks(hookCaller), group(OpenGroup()) {
   RaiseDescriptorLimit();
 }
 
@@ -55,7 +55,7 @@ std::optional<fanotify_event_metadata> FanotifyGroup::Read() {
   }
   if (length != static_cast<ssize_t>(sizeof(event)) || event.vers != FANOTIFY_METADATA_VERSION) return std::nullopt;
   if ((event.mask & FAN_Q_OVERFLOW) != 0) {
-    totals.NotDelivered(UnjudgedCause::kQueueOverflow);
+    totals.Unjudged(UnjudgedCause::kQueueOverflow);
     return std::nullopt;
   }
   if (event.fd < 0) return std::nullopt;
@@ -63,19 +63,33 @@ std::optional<fanotify_event_metadata> FanotifyGroup::Read() {
   return event;
 }
 
+// Counted before the response, so that a program that sees the operation continue finds it in the totals.
 void FanotifyGroup::Respond(int event, bool refuse) noexcept {
-  // Counted first, so that a program that sees the operation continue finds it in the totals.
   totals.KernelAnswered(refuse);
+  Write(event, refuse);
+}
+
+void FanotifyGroup::RespondUnjudged(int event, UnjudgedCause cause) noexcept {
+  totals.Unjudged(cause);
+  RespondCounted(event, cause);
+}
+
+void FanotifyGroup::RespondCounted(int event, UnjudgedCause cause) noexcept {
+  const bool refuse = IsRefusedUnjudged(cause, policy);
+  if (refuse) {
+    totals.KernelRefusedUnjudged();
+  } else {
+    totals.KernelAnswered(false);
+  }
+  Write(event, refuse);
+}
+
+void FanotifyGroup::Write(int event, bool refuse) noexcept {
   const fanotify_response response{event, refuse ? std::uint32_t{FAN_DENY} : std::uint32_t{FAN_ALLOW}};
   ssize_t written = 0;
   do {
     written = ::write(group.Get(), &response, sizeof(response));
   } while (written < 0 && errno == EINTR);
-}
-
-void FanotifyGroup::LetThrough(int event, UnjudgedCause cause) noexcept {
-  totals.NotDelivered(cause);
-  Respond(event, false);
 }
 
 }  // namespace fenlux::refhost

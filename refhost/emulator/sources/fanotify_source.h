@@ -19,6 +19,6 @@ namespace fenlux::refhost {
 // Throws std::runtime_error with the reason if the system has no such events, the process may not have them, or a
 // directory of the settings cannot be watched.
 std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver> driver,
-                                                const KernelEventSettings& settings);
+                                                const KernelEventSettings& settings, UnjudgedPolicy unjudged);
 
 }  // namespace fenlux::refhost

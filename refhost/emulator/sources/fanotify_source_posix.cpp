@@ -32,11 +32,13 @@
 namespace fenlux::refhost {
 namespace {
 
+constexpr auto kUnjudgedVerdict = static_cast<std::uint32_t>(records::Verdict::kUnjudged);
 constexpr std::size_t kMaxLines = 20;  // of the log, for one change of the watched directories
 
 class FanotifySource final : public EventSource, public std::enable_shared_from_this<FanotifySource> {
  public:
-  FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver, const KernelEventSettings& kernelSettings);
+  FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver, const KernelEventSettings& kernelSettings,
+                 UnjudgedPolicy unjudged);
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
@@ -86,36 +88,44 @@ class FanotifySource::Reader final : public AnswerRelease {
     }
   }
 
-  void Release(UnjudgedCause) noexcept override {
+  void Release(UnjudgedCause cause) noexcept override {
     ++source.blockedReaders;
-    source.group.Respond(eventFile, false);
+    source.group.RespondCounted(eventFile, cause);
   }
 
  private:
   void Handle(const fanotify_event_metadata& event) {
     const Descriptor descriptor(event.fd);
     eventFile = event.fd;
-    if (source.IsOwn(event)) return source.group.LetThrough(event.fd, UnjudgedCause::kOwnProcess);
+    if (source.IsOwn(event)) return source.group.RespondUnjudged(event.fd, UnjudgedCause::kOwnProcess);
     try {
       BuildKernelNotification(event, message);
     } catch (const std::exception&) {  // no memory
-      return source.group.LetThrough(event.fd, UnjudgedCause::kNotBuilt);
+      return source.group.RespondUnjudged(event.fd, UnjudgedCause::kNotBuilt);
     }
     DeliveryOptions options;
     options.release = this;
     const Delivery delivery = source.driver->Deliveries().Deliver(*slot, NotificationView(message), options);
     switch (delivery.outcome) {
       case Delivery::Outcome::kNotConnected:
-        return source.group.LetThrough(event.fd, UnjudgedCause::kNoConnection);
+        return source.group.RespondUnjudged(
+            event.fd, source.driver->Wake().Stopping() ? UnjudgedCause::kStopping : UnjudgedCause::kNoConnection);
       case Delivery::Outcome::kAnswered:
-        return source.group.Respond(event.fd, source.Refuses(delivery.verdict));
+        return Answer(event.fd, delivery.verdict);
       case Delivery::Outcome::kUnansweredByDesign:
-      case Delivery::Outcome::kLost:
         return source.group.Respond(event.fd, false);
+      case Delivery::Outcome::kLost:
+        return source.group.RespondCounted(event.fd, delivery.cause);
       case Delivery::Outcome::kTaken:
         --source.blockedReaders;
         return;
     }
+  }
+
+  void Answer(int event, std::uint32_t verdict) {
+    const bool refuse = source.Refuses(verdict);
+    if (!refuse && verdict == kUnjudgedVerdict) return source.group.RespondUnjudged(event, UnjudgedCause::kNotJudged);
+    source.group.Respond(event, refuse);
   }
 
   FanotifySource& source;
@@ -125,10 +135,10 @@ class FanotifySource::Reader final : public AnswerRelease {
 };
 
 FanotifySource::FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver,
-                               const KernelEventSettings& kernelSettings)
+                               const KernelEventSettings& kernelSettings, UnjudgedPolicy unjudged)
     : driver(std::move(emulatedDriver)),
       settings(kernelSettings),
-      group(driver->Totals(), driver->Hooks()),
+      group(unjudged, driver->Totals(), driver->Hooks()),
       wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       marks(group.Get(), KernelEventMask(settings), settings.recursive) {
   if (!wake.Valid()) throw std::runtime_error("kernel events cannot be opened: " + LastErrorText());
@@ -189,17 +199,17 @@ void FanotifySource::Stop(std::chrono::milliseconds grace) {
 void FanotifySource::Drain() {
   while (const auto event = group.Read()) {
     const Descriptor descriptor(event->fd);
-    UnjudgedCause cause = stopping ? UnjudgedCause::kNoConnection : UnjudgedCause::kReadersBusy;
+    UnjudgedCause cause = stopping ? UnjudgedCause::kStopping : UnjudgedCause::kReadersBusy;
     if (IsOwn(*event)) cause = UnjudgedCause::kOwnProcess;
-    group.LetThrough(event->fd, cause);
+    group.RespondUnjudged(event->fd, cause);
   }
 }
 
 }  // namespace
 
 std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver> driver,
-                                                const KernelEventSettings& settings) {
-  return std::make_shared<FanotifySource>(std::move(driver), settings);
+                                                const KernelEventSettings& settings, UnjudgedPolicy unjudged) {
+  return std::make_shared<FanotifySource>(std::move(driver), settings, unjudged);
 }
 
 }  // namespace fenlux::refhost

@@ -5,7 +5,8 @@
 
 namespace fenlux::refhost {
 
-std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver>, const KernelEventSettings&) {
+std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver>, const KernelEventSettings&,
+                                                UnjudgedPolicy) {
   throw std::runtime_error("kernel events need fanotify, which this system does not have; set source = \"scripted\"");
 }
 

@@ -30,6 +30,7 @@ using refhost::DriverEmulator;
 using refhost::EmulatorState;
 using refhost::EmulatorTotals;
 using refhost::UnjudgedCause;
+using refhost::UnjudgedPolicy;
 
 inline constexpr char kPortNameText[] = "\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";
 
@@ -62,9 +63,10 @@ class Gate {
 };
 
 class EmulatorTest : public ::testing::Test {
- protected:
+ public:
   using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
 
+ protected:
   // No test waits for a deadline unless it sets one.
   EmulatorTest() { settings.deadline = kTestTimeout; }
 

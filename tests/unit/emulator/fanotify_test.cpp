@@ -12,14 +12,11 @@
 #include <stdexcept>
 
 #include "refhost/base/text/utf_text.h"
-#include "tests/support/temporary_directory.h"
-#include "tests/unit/emulator/emulator_test.h"
-#include "tests/unit/emulator/kernel_fixture.h"
+#include "tests/unit/emulator/kernel_events_test.h"
 
 namespace fenlux::testing {
 namespace {
 
-using refhost::EventSourceKind;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -27,42 +24,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using Operation = OtherProcess::Operation;
-
-class KernelEvents : public EmulatorTest {
- protected:
-  KernelEvents() {
-    settings.source = EventSourceKind::kFanotify;
-    settings.deadline = std::chrono::hours(1);
-    settings.kernel.directories = {directory.Path().string()};
-  }
-
-  void SetUp() override {
-    try {
-      const DriverEmulator probe(settings);
-    } catch (const std::exception& error) {
-      GTEST_SKIP() << error.what();
-    }
-  }
-
-  // Opens the port with a handler that gives this verdict to everything.
-  std::shared_ptr<CPortClient> OpenedWithVerdict(std::uint32_t verdict) {
-    handler = [verdict](const Bytes&) { return Buffer(Reply(verdict, {1})); };
-    return Opened();
-  }
-
-  // Commits these directories for a type, as the module does.
-  void Commit(CPortClient& port, const std::vector<std::string>& directories, std::uint32_t type = 1) {
-    for (const std::string& path : directories) Send(port, AddRequest(type, refhost::Utf16FromNarrow(path)));
-    Send(port, Request(3, "0" + std::to_string(type) + " 00 00 00"));
-  }
-
-  bool OwnOpenSucceeds(const std::string& path) { return std::ifstream(path).good(); }
-
-  OtherProcess other;  // made before any thread
-  OtherProcess another;
-  TemporaryDirectory directory;
-  const std::string file = directory.MakeFile("ordinary.txt").string();
-};
 
 TEST_F(KernelEvents, OrdinaryOpensSucceed) {
   OpenedWithVerdict(2);
@@ -81,7 +42,7 @@ TEST_F(KernelEvents, RefusedOpensGetOperationNotPermitted) {
     EXPECT_EQ(other.Perform(file), EPERM) << verdict;
     port->Close();
   }
-  for (const std::uint32_t verdict : {2u, 3u, 6u, 7u, 8u}) {
+  for (const std::uint32_t verdict : {2u, 3u, 6u, 7u, 8u}) {  // 8: not judged, which passes by default
     const auto port = OpenedWithVerdict(verdict);
     EXPECT_EQ(other.Perform(file), 0) << verdict;
     port->Close();
@@ -89,6 +50,7 @@ TEST_F(KernelEvents, RefusedOpensGetOperationNotPermitted) {
   Emulator().Stop();
   EXPECT_EQ(Totals().kernelRefused, 2u);
   EXPECT_EQ(Totals().kernelAllowed, 5u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNotJudged), 1u);
 }
 
 TEST_F(KernelEvents, WhichVerdictsRefuseIsASetting) {
@@ -163,113 +125,6 @@ TEST_F(KernelEvents, PassWhileNoModuleIsConnected) {
   EXPECT_EQ(other.Perform(file), 0);
   Emulator().Stop();
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 2u);
-}
-
-TEST_F(KernelEvents, PassIfTheModuleGivesNoAnswer) {
-  std::atomic<int> calls{0};
-  handler = [&calls](const Bytes&) -> std::shared_ptr<CBuf> {
-    switch (calls++) {
-      case 0:
-        return nullptr;
-      case 1:
-        throw std::runtime_error("no buffer");
-      default:
-        return Buffer(Bytes(3));
-    }
-  };
-  Opened();
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(other.Perform(file), 0);
-  Emulator().Stop();
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kEmptyReply), 1u);
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kHandlerThrew), 1u);
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kMalformedReply), 1u);
-}
-
-// A handler that blocks until the test opens its gate, and then refuses.
-class HeldKernelEvents : public KernelEvents {
- protected:
-  HeldKernelEvents() {
-    handler = [gate = gate](const Bytes&) {
-      gate->Pass();
-      return Buffer(Reply(4));
-    };
-  }
-};
-
-TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
-  settings.deadline = std::chrono::milliseconds(500);  // time enough for the second one on a busy machine
-  Opened();
-  EXPECT_EQ(other.Perform(file), 0);
-  EXPECT_EQ(Totals().late, 1u);
-  gate->Open();
-  EXPECT_EQ(other.Perform(file), EPERM);
-  Emulator().Stop();
-  EXPECT_EQ(Totals().late, 1u);
-  EXPECT_EQ(Totals().answered, 1u);
-  EXPECT_EQ(Totals().kernelAllowed, 1u);
-  EXPECT_EQ(Totals().kernelRefused, 1u);
-}
-
-TEST_F(HeldKernelEvents, PassWhenTheConnectionEnds) {
-  const auto port = Opened();
-  other.Begin(file);
-  gate->AwaitArrivals(1);
-  port->Close();
-  EXPECT_EQ(other.Result(), 0);
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
-  gate->Open();
-}
-
-TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
-  settings.stopGrace = std::chrono::milliseconds(1);
-  settings.kernel.threads = 1;
-  Opened();
-  other.Begin(file);
-  gate->AwaitArrivals(1);
-  another.Begin(file);  // nobody reads it: the only reader is inside the module
-  Emulator().Stop();
-  EXPECT_EQ(other.Result(), 0);
-  EXPECT_EQ(another.Result(), 0);
-  EXPECT_EQ(other.Perform(file), 0);
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
-  gate->Open();
-}
-
-TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
-  settings.kernel.threads = 2;
-  Opened();
-  other.Begin(file);
-  another.Begin(file);
-  gate->AwaitArrivals(2);
-  gate->Open();
-  EXPECT_EQ(other.Result(), EPERM);
-  EXPECT_EQ(another.Result(), EPERM);
-}
-
-TEST_F(HeldKernelEvents, DoNotWaitForBlockedReaders) {
-  settings.deadline = std::chrono::milliseconds(50);
-  settings.kernel.threads = 1;
-  Opened();
-  EXPECT_EQ(other.Perform(file), 0);  // late; the only reader is still inside the module
-  EXPECT_EQ(another.Perform(file), 0);
-  EXPECT_GE(Totals().Unjudged(UnjudgedCause::kReadersBusy), 1u);
-  gate->Open();
-}
-
-TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
-  settings.deadline = std::chrono::milliseconds(50);
-  settings.kernel.threads = 1;
-  std::atomic<bool> opened{false};
-  handler = [&](const Bytes&) {
-    opened = OwnOpenSucceeds(file);
-    return Buffer(Reply(4));
-  };
-  Opened();
-  EXPECT_EQ(other.Perform(file), 0);
-  Emulator().Stop();
-  EXPECT_TRUE(opened);
-  EXPECT_EQ(Totals().late, 1u);
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
 }
 
 TEST_F(KernelEvents, ANamedPipeDoesNotBlockItsReader) {

@@ -39,6 +39,7 @@ source = "fanotify"
 driver_version = 7
 deadline_ms = 250
 stop_grace_ms = 0
+unjudged = "refuse"
 [emulator.faults]
 refuse_connects = 3
 drop_after = 100
@@ -61,6 +62,7 @@ refusing_verdicts = [4]
   EXPECT_EQ(settings.driverVersion, 7u);
   EXPECT_EQ(settings.deadline, std::chrono::milliseconds(250));
   EXPECT_EQ(settings.stopGrace, std::chrono::milliseconds(0));
+  EXPECT_EQ(settings.unjudged, UnjudgedPolicy::kRefuse);
   EXPECT_EQ(settings.faults.refuseConnects, 3u);
   EXPECT_EQ(settings.faults.dropAfter, 100u);
   EXPECT_EQ(settings.faults.driverVersion, 8u);

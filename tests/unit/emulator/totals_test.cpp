@@ -16,6 +16,7 @@ using refhost::kUnjudgedCauses;
 using refhost::LatencyHistogram;
 using refhost::TotalsCounter;
 using refhost::UnjudgedCause;
+using refhost::UnjudgedPolicy;
 using std::chrono::nanoseconds;
 
 TEST(Totals, AddUpWithEveryOutcome) {
@@ -31,7 +32,10 @@ TEST(Totals, AddUpWithEveryOutcome) {
   counter.KernelRead();
   counter.KernelAnswered(false);
   counter.KernelRead();
-  counter.NotDelivered(UnjudgedCause::kOwnProcess);
+  counter.Unjudged(UnjudgedCause::kOwnProcess);
+  counter.KernelRead();
+  counter.Unjudged(UnjudgedCause::kPathNotEstablished);
+  counter.KernelRefusedUnjudged();
 
   const EmulatorTotals totals = counter.Snapshot();
   EXPECT_EQ(totals.delivered, 10u);
@@ -42,8 +46,9 @@ TEST(Totals, AddUpWithEveryOutcome) {
   EXPECT_EQ(totals.inFlight, 1u);
   EXPECT_EQ(totals.byCode, (std::map<std::uint32_t, std::uint64_t>{{4097, 10}}));
   EXPECT_EQ(totals.byVerdict, (std::map<std::uint32_t, std::uint64_t>{{2, 1}, {4, 1}}));
-  EXPECT_EQ(totals.kernelEvents, 3u);
-  EXPECT_EQ(totals.kernelRefused, 1u);
+  EXPECT_EQ(totals.kernelEvents, 4u);
+  EXPECT_EQ(totals.kernelRefused, 2u);
+  EXPECT_EQ(totals.kernelRefusedUnjudged, 1u);
   EXPECT_EQ(totals.kernelAllowed, 1u);
   EXPECT_EQ(totals.kernelInFlight, 1u);
   EXPECT_EQ(totals.Unjudged(UnjudgedCause::kOwnProcess), 1u);
@@ -74,6 +79,10 @@ TEST(Totals, EverySumIsChecked) {
   EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.unjudged[static_cast<std::size_t>(UnjudgedCause::kEmptyReply)]; }));
   EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.latency.count; }));
   EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.kernelEvents; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) { ++t.kernelRefusedUnjudged; }));
+  EXPECT_TRUE(wrong([](EmulatorTotals& t) {  // a refusal without a judgement and without a cause
+    t.kernelEvents = t.kernelRefused = t.kernelRefusedUnjudged = 1;
+  }));
 }
 
 TEST(Totals, StayConsistentUnderConcurrentCounting) {
@@ -93,13 +102,35 @@ TEST(Totals, StayConsistentUnderConcurrentCounting) {
   EXPECT_TRUE(counter.Snapshot().AddsUp());
 }
 
-TEST(Totals, EveryCauseHasItsOwnName) {
+TEST(Totals, EveryCauseHasItsOwnNameAndText) {
   std::set<std::string> names;
+  std::set<std::string> texts;
   for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {
     names.emplace(refhost::UnjudgedCauseName(static_cast<UnjudgedCause>(i)));
+    texts.emplace(refhost::UnjudgedCauseText(static_cast<UnjudgedCause>(i)));
   }
   EXPECT_EQ(names.size(), kUnjudgedCauses);
   EXPECT_FALSE(names.contains(""));
+  EXPECT_EQ(texts.size(), kUnjudgedCauses);
+  EXPECT_FALSE(texts.contains(""));
+}
+
+TEST(Unjudged, OnlyAnUnknownPathOrProgramRefusesByDefault) {
+  for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {
+    const auto cause = static_cast<UnjudgedCause>(i);
+    const bool unknown = cause == UnjudgedCause::kPathNotEstablished || cause == UnjudgedCause::kProgramNotEstablished;
+    EXPECT_EQ(refhost::IsRefusedUnjudged(cause, UnjudgedPolicy::kAllow), unknown) << refhost::UnjudgedCauseName(cause);
+  }
+}
+
+TEST(Unjudged, TheSettingRefusesEverythingButTheHostsOwnAndWhatAStopLetsThrough) {
+  const std::set<UnjudgedCause> allowed{UnjudgedCause::kOwnProcess, UnjudgedCause::kStopped, UnjudgedCause::kStopping,
+                                        UnjudgedCause::kQueueOverflow};
+  for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {
+    const auto cause = static_cast<UnjudgedCause>(i);
+    EXPECT_EQ(refhost::IsRefusedUnjudged(cause, UnjudgedPolicy::kRefuse), !allowed.contains(cause))
+        << refhost::UnjudgedCauseName(cause);
+  }
 }
 
 TEST(Latency, IsZeroBeforeAnythingIsCounted) {

@@ -42,6 +42,18 @@ TEST(Summary, ShowsTheSumOfNotifications) {
   EXPECT_NE(JsonText(report).find(R"("unjudged":{"late":1,)"), std::string::npos) << JsonText(report);
 }
 
+TEST(Summary, ShowsHowUnjudgedOperationsEnded) {
+  SummaryFacts facts = Facts();
+  facts.totals.kernelEvents = facts.totals.kernelRefused = 3;
+  facts.totals.kernelRefusedUnjudged = 2;
+  facts.unjudgedPolicy = UnjudgedPolicy::kRefuse;
+  EXPECT_TRUE(facts.totals.AddsUp());
+  const Report report = SummaryReport(facts);
+  EXPECT_TRUE(Shows(report, "unjudged_refused     2")) << AlignedText(report);
+  EXPECT_TRUE(Shows(report, "unjudged_setting     refuse"));
+  EXPECT_NE(JsonText(report).find(R"("unjudged_refused":2,"unjudged_setting":"refuse")"), std::string::npos);
+}
+
 TEST(Summary, IsFineOnlyWithoutViolationsAndIfTheSumHolds) {
   SummaryFacts facts = Facts();
   EXPECT_TRUE(IsFine(facts));

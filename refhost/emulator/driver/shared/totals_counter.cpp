@@ -8,11 +8,6 @@
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::string_view kCauseNames[kUnjudgedCauses] = {
-    "late",          "empty reply", "handler threw", "malformed reply", "connection ended", "stopped",
-    "no connection", "own process", "readers busy",  "not built",       "queue overflow",
-};
-
 std::uint64_t& Cause(EmulatorTotals& totals, UnjudgedCause cause) {
   return totals.unjudged[static_cast<std::size_t>(cause)];
 }
@@ -24,8 +19,6 @@ std::uint64_t Sum(const std::map<std::uint32_t, std::uint64_t>& counts) {
 
 }  // namespace
 
-std::string_view UnjudgedCauseName(UnjudgedCause cause) { return kCauseNames[static_cast<std::size_t>(cause)]; }
-
 bool EmulatorTotals::AddsUp() const {
   const std::uint64_t lostByCause =
       std::accumulate(kLostCauses.begin(), kLostCauses.end(), std::uint64_t{0},
@@ -33,7 +26,8 @@ bool EmulatorTotals::AddsUp() const {
   return delivered == answered + unansweredByDesign + late + lost + inFlight && delivered == Sum(byCode) &&
          answered == Sum(byVerdict) && late == Unjudged(UnjudgedCause::kLate) && lost == lostByCause &&
          latency.count == answered + unansweredByDesign &&
-         kernelEvents == kernelRefused + kernelAllowed + kernelInFlight;
+         kernelEvents == kernelRefused + kernelAllowed + kernelInFlight && kernelRefusedUnjudged <= kernelRefused &&
+         kernelRefusedUnjudged <= std::accumulate(unjudged.begin(), unjudged.end(), std::uint64_t{0});
 }
 
 std::size_t LatencyHistogram::Bucket(std::uint64_t value) {
@@ -128,7 +122,14 @@ void TotalsCounter::KernelAnswered(bool refused) {
   ++(refused ? totals.kernelRefused : totals.kernelAllowed);
 }
 
-void TotalsCounter::NotDelivered(UnjudgedCause cause) {
+void TotalsCounter::KernelRefusedUnjudged() {
+  const MutexLock lock(mutex);
+  --totals.kernelInFlight;
+  ++totals.kernelRefused;
+  ++totals.kernelRefusedUnjudged;
+}
+
+void TotalsCounter::Unjudged(UnjudgedCause cause) {
   const MutexLock lock(mutex);
   ++Cause(totals, cause);
 }

@@ -40,11 +40,12 @@ class TotalsCounter {
   void Late();
   void Lost(UnjudgedCause cause);
 
-  // A permission event was read from the kernel. One call of KernelAnswered follows.
+  // A permission event was read from the kernel. One call of the next two follows.
   void KernelRead();
   void KernelAnswered(bool refused);
-  // An event that was never delivered.
-  void NotDelivered(UnjudgedCause cause);
+  void KernelRefusedUnjudged();
+  // An event that was not delivered, or answered without a judgement. Late and Lost count their causes themselves.
+  void Unjudged(UnjudgedCause cause);
 
   EmulatorTotals Snapshot() const;
 

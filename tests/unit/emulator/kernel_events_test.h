@@ -1,0 +1,55 @@
+// The fixture of the tests with real permission events, on temporary directories. If the machine does not allow them,
+// the tests are skipped with the reason.
+#pragma once
+
+#include <chrono>
+#include <exception>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/base/text/utf_text.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/unit/emulator/emulator_test.h"
+#include "tests/unit/emulator/kernel_fixture.h"
+
+namespace fenlux::testing {
+
+class KernelEvents : public EmulatorTest {
+ protected:
+  KernelEvents() {
+    settings.source = refhost::EventSourceKind::kFanotify;
+    settings.deadline = std::chrono::hours(1);
+    settings.kernel.directories = {directory.Path().string()};
+  }
+
+  void SetUp() override {
+    try {
+      const DriverEmulator probe(settings);
+    } catch (const std::exception& error) {
+      GTEST_SKIP() << error.what();
+    }
+  }
+
+  // Opens the port with a handler that gives this verdict to everything.
+  std::shared_ptr<CPortClient> OpenedWithVerdict(std::uint32_t verdict) {
+    handler = [verdict](const Bytes&) { return Buffer(Reply(verdict, {1})); };
+    return Opened();
+  }
+
+  // Commits these directories for a type, as the module does.
+  void Commit(CPortClient& port, const std::vector<std::string>& directories, std::uint32_t type = 1) {
+    for (const std::string& path : directories) Send(port, AddRequest(type, refhost::Utf16FromNarrow(path)));
+    Send(port, Request(3, "0" + std::to_string(type) + " 00 00 00"));
+  }
+
+  bool OwnOpenSucceeds(const std::string& path) { return std::ifstream(path).good(); }
+
+  OtherProcess other;  // made before any thread
+  OtherProcess another;
+  TemporaryDirectory directory;
+  const std::string file = directory.MakeFile("ordinary.txt").string();
+};
+
+}  // namespace fenlux::testing

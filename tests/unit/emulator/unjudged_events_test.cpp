@@ -1,0 +1,170 @@
+// Permission events that nobody judges: no useful reply, a late one, no free reader, no connection, a stop.
+#include <atomic>
+#include <cerrno>
+#include <stdexcept>
+
+#include "tests/unit/emulator/kernel_events_test.h"
+
+namespace fenlux::testing {
+namespace {
+
+// Gives no reply, then throws, then gives a malformed reply, then one that says "not judged".
+EmulatorTest::Handler UselessHandler() {
+  return [calls = std::make_shared<std::atomic<int>>(0)](const Bytes&) -> std::shared_ptr<CBuf> {
+    switch ((*calls)++) {
+      case 0:
+        return nullptr;
+      case 1:
+        throw std::runtime_error("no buffer");
+      case 2:
+        return Buffer(Bytes(3));
+      default:
+        return Buffer(Reply(8));
+    }
+  };
+}
+
+TEST_F(KernelEvents, AreRefusedWithoutAJudgementIfTheSettingSaysSo) {
+  settings.unjudged = UnjudgedPolicy::kRefuse;
+  handler = UselessHandler();
+  Emulator();
+  EXPECT_EQ(other.Perform(file), EPERM);  // no connection
+  Opened();
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(other.Perform(file), EPERM);
+  EXPECT_TRUE(OwnOpenSucceeds(file));
+  Emulator().Stop();
+  EXPECT_EQ(Totals().kernelRefusedUnjudged, 5u);
+  for (const UnjudgedCause cause :
+       {UnjudgedCause::kNoConnection, UnjudgedCause::kEmptyReply, UnjudgedCause::kHandlerThrew,
+        UnjudgedCause::kMalformedReply, UnjudgedCause::kNotJudged, UnjudgedCause::kOwnProcess}) {
+    EXPECT_EQ(Totals().Unjudged(cause), 1u) << refhost::UnjudgedCauseName(cause);
+  }
+}
+
+TEST_F(KernelEvents, PassIfTheModuleGivesNoAnswer) {
+  handler = UselessHandler();
+  Opened();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kEmptyReply), 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kHandlerThrew), 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kMalformedReply), 1u);
+}
+
+// A handler that blocks until the test opens its gate, and then refuses.
+class HeldKernelEvents : public KernelEvents {
+ protected:
+  HeldKernelEvents() {
+    handler = [gate = gate](const Bytes&) {
+      gate->Pass();
+      return Buffer(Reply(4));
+    };
+  }
+};
+
+TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
+  settings.deadline = std::chrono::milliseconds(500);  // time enough for the second one on a busy machine
+  Opened();
+  EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_EQ(Totals().late, 1u);
+  gate->Open();
+  EXPECT_EQ(other.Perform(file), EPERM);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().late, 1u);
+  EXPECT_EQ(Totals().answered, 1u);
+  EXPECT_EQ(Totals().kernelAllowed, 1u);
+  EXPECT_EQ(Totals().kernelRefused, 1u);
+}
+
+TEST_F(HeldKernelEvents, AreRefusedAtTheDeadlineAndByBusyReadersIfTheSettingSaysSo) {
+  settings.unjudged = UnjudgedPolicy::kRefuse;
+  settings.deadline = std::chrono::milliseconds(50);
+  settings.kernel.threads = 1;
+  Opened();
+  EXPECT_EQ(other.Perform(file), EPERM);  // late; the only reader is still inside the module
+  EXPECT_EQ(another.Perform(file), EPERM);
+  EXPECT_EQ(Totals().late, 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kReadersBusy), 1u);
+  EXPECT_EQ(Totals().kernelRefusedUnjudged, 2u);
+  gate->Open();
+}
+
+TEST_F(HeldKernelEvents, PassWhenTheEmulatorStopsWhateverTheSettingSays) {
+  settings.unjudged = UnjudgedPolicy::kRefuse;
+  settings.stopGrace = std::chrono::milliseconds(1);
+  settings.kernel.threads = 1;
+  Opened();
+  other.Begin(file);
+  gate->AwaitArrivals(1);
+  another.Begin(file);
+  Emulator().Stop();
+  EXPECT_EQ(other.Result(), 0);
+  EXPECT_EQ(another.Result(), 0);
+  EXPECT_EQ(Totals().kernelRefusedUnjudged, 0u);
+  gate->Open();
+}
+
+TEST_F(HeldKernelEvents, PassWhenTheConnectionEnds) {
+  const auto port = Opened();
+  other.Begin(file);
+  gate->AwaitArrivals(1);
+  port->Close();
+  EXPECT_EQ(other.Result(), 0);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
+  gate->Open();
+}
+
+TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
+  settings.stopGrace = std::chrono::milliseconds(1);
+  settings.kernel.threads = 1;
+  Opened();
+  other.Begin(file);
+  gate->AwaitArrivals(1);
+  another.Begin(file);  // nobody reads it: the only reader is inside the module
+  Emulator().Stop();
+  EXPECT_EQ(other.Result(), 0);
+  EXPECT_EQ(another.Result(), 0);
+  EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
+  gate->Open();
+}
+
+TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
+  settings.kernel.threads = 2;
+  Opened();
+  other.Begin(file);
+  another.Begin(file);
+  gate->AwaitArrivals(2);
+  gate->Open();
+  EXPECT_EQ(other.Result(), EPERM);
+  EXPECT_EQ(another.Result(), EPERM);
+}
+
+TEST_F(HeldKernelEvents, DoNotWaitForBlockedReaders) {
+  settings.deadline = std::chrono::milliseconds(50);
+  settings.kernel.threads = 1;
+  Opened();
+  EXPECT_EQ(other.Perform(file), 0);  // late; the only reader is still inside the module
+  EXPECT_EQ(another.Perform(file), 0);
+  EXPECT_GE(Totals().Unjudged(UnjudgedCause::kReadersBusy), 1u);
+  gate->Open();
+}
+
+TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
+  settings.deadline = std::chrono::milliseconds(50);
+  settings.kernel.threads = 1;
+  std::atomic<bool> opened{false};
+  handler = [&](const Bytes&) {
+    opened = OwnOpenSucceeds(file);
+    return Buffer(Reply(4));
+  };
+  Opened();
+  EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_TRUE(opened);
+  EXPECT_EQ(Totals().late, 1u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
+}
+
+}  // namespace
+}  // namespace fenlux::testing
