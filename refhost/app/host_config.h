@@ -27,6 +27,7 @@ struct ControlSettings {
 struct StartSettings {
   boost::filesystem::path moduleLibrary;  // empty: the default one
   bool stopAtEnd = false;                 // stop when the scenario ends
+  bool insecurePermissions = false;       // set on the command line: as root, use files that other users may change
   LogSettings log;
   FixedSettings module;
   ControlSettings control;

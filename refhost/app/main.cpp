@@ -22,6 +22,7 @@ void AddRun(CLI::App& app, int& code) {
     std::string config, module, socket;
     double duration = 0;
     bool json = false;
+    bool insecurePermissions = false;
   };
   auto values = std::make_shared<Values>();
   CLI::App* const run = app.add_subcommand("run", "Run a host with the module and its driver");
@@ -31,6 +32,8 @@ void AddRun(CLI::App& app, int& code) {
   CLI::Option* const duration =
       run->add_option("--duration", values->duration, "Stop after this many seconds")->check(CLI::PositiveNumber);
   run->add_flag("--json", values->json, "Write the log and the summary as JSON, one object per line");
+  run->add_flag("--insecure-permissions", values->insecurePermissions,
+                "As root, use a configuration, module or log that other users may change");
   run->footer(
       SignalHelp() +
       "The log goes to standard error, the summary to standard output.\n"
@@ -41,7 +44,8 @@ void AddRun(CLI::App& app, int& code) {
                        .module = values->module,
                        .socket = values->socket,
                        .duration = {},
-                       .json = values->json};
+                       .json = values->json,
+                       .insecurePermissions = values->insecurePermissions};
     if (duration->count() > 0) {
       options.duration = std::chrono::milliseconds(static_cast<std::int64_t>(values->duration * 1000));
     }

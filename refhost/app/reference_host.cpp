@@ -11,6 +11,7 @@
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
 #include "refhost/app/platform/module_loader.h"
+#include "refhost/app/security/file_trust.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/exception_text.h"
 #include "refhost/emulator/driver_emulator.h"
@@ -55,10 +56,10 @@ std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const
 
 }  // namespace
 
-ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config)
+ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile)
     : configFile(std::move(file)),
       start(config.start),
-      log(std::make_shared<LogService>(config.start.log)),
+      log(std::make_shared<LogService>(config.start.log, std::move(logFile))),
       locale(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
       records(std::make_shared<RecordRegister>()),
       net(std::make_shared<NetService>()),
@@ -148,12 +149,16 @@ std::string ReferenceHost::Reload() {
   const MutexLock lock(reloadMutex);
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(configFile, errors);
+  const std::string untrusted = start.insecurePermissions ? std::string() : WhyUntrusted(configFile);
+  if (!untrusted.empty()) errors.Add({configFile.string(), 1, 1, "(file)", untrusted});
   if (!errors.Empty()) {
     ++refusedReloads;
     LogLines(Severity::kProblem, "[host] configuration not reloaded: ", errors.Text());
     return errors.Text();
   }
-  config.start.log.json = start.log.json;  // set on the command line, not in the file
+  // These are set on the command line, not in the file.
+  config.start.log.json = start.log.json;
+  config.start.insecurePermissions = start.insecurePermissions;
   if (config.start != start) {
     log->Write(Severity::kWarning, "[host] some changed settings take effect only after a restart");
   }
@@ -165,6 +170,8 @@ std::string ReferenceHost::Reload() {
   if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) module->NotifyPolicyChanged();
   return {};
 }
+
+void ReferenceHost::Log(Severity severity, const std::string& line) { log->Write(severity, line); }
 
 std::shared_ptr<CFenlux> ReferenceHost::Module() const { return context->Module(); }
 

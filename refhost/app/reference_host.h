@@ -4,6 +4,7 @@
 #include <atomic>
 #include <boost/filesystem/path.hpp>
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -37,9 +38,9 @@ class ModuleError : public std::runtime_error {
 // any operation, except where noted.
 class ReferenceHost {
  public:
-  // Creates the services and the driver. Reload reads `file`. Throws std::runtime_error if the log or the emulator's
-  // event source cannot be opened.
-  ReferenceHost(boost::filesystem::path file, HostConfig config);
+  // Creates the services and the driver. Reload reads `file`. A null `logFile` means that the configured log has to be
+  // opened. Throws std::runtime_error if the log or the emulator's event source cannot be opened.
+  ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile = nullptr);
   ~ReferenceHost();
   ReferenceHost(const ReferenceHost&) = delete;
   ReferenceHost& operator=(const ReferenceHost&) = delete;
@@ -56,6 +57,9 @@ class ReferenceHost {
   // Reloads the configuration file: replaces the policy and the other live settings and notifies the module. If the
   // file has errors, logs them, changes nothing and returns them; otherwise returns an empty text.
   std::string Reload();
+
+  // Writes a line to the host's log.
+  void Log(Severity severity, const std::string& line);
 
   // Null before Start.
   std::shared_ptr<CFenlux> Module() const;

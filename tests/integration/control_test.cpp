@@ -191,6 +191,50 @@ TEST(ControlSocket, IsTheUsersDefaultUnlessConfigured) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
+TEST(ControlSocket, ThatCannotBeMadeAtItsDefaultPlaceDoesNotStopTheHost) {
+  const HostSetup setup;
+  setup.Write("host.toml", "");
+  setup.Write("fenlux", "");  // where the directory of the socket would be
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(host.WaitForError("Driver Interact Ready.")) << host.Err();
+  EXPECT_TRUE(Contains(host.Err(),
+                       "[host] running without a control socket, so `fenlux-host ctl` cannot reach this "
+                       "host: the directory " +
+                           setup.Path().string() + "/fenlux of the control socket must be owned by you"))
+      << host.Err();
+  EXPECT_EQ(setup.Run({"ctl", "status"}).code, 3);
+  EXPECT_EQ(host.Stop().code, 0);
+}
+
+TEST(ControlSocket, ThatIsConfiguredAndCannotBeMadeIsAnError) {
+  const HostSetup setup;
+  setup.Write("host.toml", "");
+  const std::string file = setup.Write("file", "text\n");
+  const Outcome outcome = setup.Run(RunArguments(setup, {"--socket", file, "--duration", "5"}));
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, "fenlux-host: cannot open the control socket " + file)) << outcome.err;
+}
+
+TEST(ControlSocket, CannotBeSharedByTwoHostsAtItsDefaultPlace) {
+  const HostSetup setup;
+  setup.Write("host.toml", "");
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
+  const Outcome second = setup.Run(RunArguments(setup));
+  EXPECT_EQ(second.code, 2);
+  EXPECT_TRUE(Contains(second.err, "another host is listening on the control socket ")) << second.err;
+  EXPECT_EQ(host.Stop().code, 0);
+}
+
+TEST_F(Control, RefusesARequestBeyondTheLimitBeforeSendingIt) {
+  std::string items;
+  for (int count = 0; count < 12'000; ++count)
+    items += "[[items]]\nopaque = '" + std::string(96, '0') + "'\nvalue = 5\n";
+  const Outcome outcome = setup.Control({"net-control", "add", "1", setup.Write("items.toml", items)});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, "a host takes no more than 1048576; send fewer items at once")) << outcome.err;
+}
+
 TEST(ControlSocket, CannotBeSharedByTwoHosts) {
   const HostSetup setup;
   setup.WriteHost("");

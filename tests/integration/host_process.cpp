@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,6 +52,9 @@ HostSetup::HostSetup() : path(fs::canonical(fs::temp_directory_path()) / fs::uni
   fs::create_directory(path);
   fs::permissions(path, fs::owner_all);
   SetVariable("XDG_RUNTIME_DIR", path.string());
+  // As if sudo ran the tests in the clone of the user who built it: root's host uses that user's files.
+  struct stat status {};
+  if (::stat(kProgram.c_str(), &status) == 0) SetVariable("SUDO_UID", std::to_string(status.st_uid));
 }
 
 HostSetup::~HostSetup() {
@@ -166,6 +170,8 @@ bool HostProcess::WaitFor(const fs::path& file, const std::string& text, std::si
 
 std::string HostProcess::Out() const { return FileText(out); }
 std::string HostProcess::Err() const { return FileText(err); }
+
+std::string HostProgram() { return kProgram; }
 
 Arguments RunArguments(const HostSetup& setup, const Arguments& more) {
   Arguments arguments{"run", "--config", (setup.Path() / "host.toml").string()};

@@ -66,6 +66,7 @@ class HostProcess {
   HostProcess(const HostProcess&) = delete;
   HostProcess& operator=(const HostProcess&) = delete;
 
+  pid_t Id() const { return process; }
   void Signal(int signal) const;
   // Waits for the program to end. Kills it on timeout and returns code -1.
   Outcome Wait();
@@ -90,6 +91,8 @@ class HostProcess {
   int code = -1;
 };
 
+// The path of fenlux-host.
+std::string HostProgram();
 // The arguments that run a host with the setup's configuration.
 Arguments RunArguments(const HostSetup& setup, const Arguments& more = {});
 

@@ -122,7 +122,8 @@ TEST(Run, ExitsWithTwoIfItsLogFileCannotBeOpened) {
   setup.WriteHost("[log]\nfile = '" + setup.Directory("d") + "'\n");
   const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_EQ(outcome.err, "fenlux-host: the log file " + setup.Directory("d") + " cannot be opened for writing\n");
+  EXPECT_EQ(outcome.err,
+            "fenlux-host: the log file " + setup.Directory("d") + " cannot be opened for writing: Is a directory\n");
 }
 
 TEST(Run, ExitsWithTwoIfOthersCouldReachItsControlSocket) {

@@ -15,6 +15,7 @@ struct RunOptions {
   boost::filesystem::path socket;                     // overrides the configuration unless empty
   std::optional<std::chrono::milliseconds> duration;  // if absent, run until a signal or the configured end
   bool json = false;
+  bool insecurePermissions = false;  // as root, use files that other users may change
 };
 
 // Runs a host. Returns only if the host could not be created; otherwise ends the process when the run is over, because

@@ -1,4 +1,6 @@
 // The `ctl` command: sends one request to a running host and shows its answer.
+#include <fmt/format.h>
+
 #include <iostream>
 
 #include "refhost/app/commands/commands.h"
@@ -33,8 +35,15 @@ int ControlHost(ControlOptions options) {
     std::cerr << errors.Text();
     return kExitUsage;
   }
+  const std::string request = EncodeRequest(options.request);
+  if (request.size() > kMaxControlRequest) {
+    std::cerr << fmt::format("fenlux-host: the request is {} bytes long, but a host takes no more than {}; ",
+                             request.size(), kMaxControlRequest)
+              << "send fewer items at once\n";
+    return kExitUsage;
+  }
   try {
-    const std::string line = SendControlRequest(path, EncodeRequest(options.request), kAnswerTimeout);
+    const std::string line = SendControlRequest(path, request, kAnswerTimeout);
     const std::optional<ControlAnswer> answer = DecodeAnswer(line);
     if (!answer) throw ControlChannelError("the host's answer is malformed");
     if (!answer->done) {

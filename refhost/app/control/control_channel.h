@@ -4,6 +4,7 @@
 
 #include <boost/filesystem/path.hpp>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -11,14 +12,33 @@
 
 namespace fenlux::refhost {
 
-inline constexpr std::size_t kMaxControlLine = std::size_t{64} << 20;
-// A client that connects and sends nothing must not block others for longer.
-inline constexpr std::chrono::seconds kControlClientTimeout{5};
+// Parsing a request takes many times its size in memory.
+inline constexpr std::size_t kMaxControlRequest = std::size_t{1} << 20;
+inline constexpr std::size_t kMaxControlAnswer = std::size_t{64} << 20;
+
+// What the host grants its clients, so that none of them holds the channel or the host's memory.
+struct ControlLimits {
+  std::size_t requestBytes = kMaxControlRequest;
+  std::chrono::milliseconds requestTime{5000};  // for a whole request to arrive, and again for its answer to leave
+  std::size_t clients = 8;                      // connected at once; further ones wait
+};
+
+// What the host sends back. Each returns an answer line without the line end and must not throw.
+struct ControlReplies {
+  std::function<std::string(const std::string& request)> answer;
+  std::function<std::string(const std::string& reason)> refuse;  // for a request beyond a limit
+};
 
 // The channel cannot be opened or reached; the text says what to do about it.
 class ControlChannelError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
+};
+
+// Another host of this user listens there.
+class ControlChannelBusy : public ControlChannelError {
+ public:
+  using ControlChannelError::ControlChannelError;
 };
 
 // Where a host listens by default. The path belongs to the user alone.
@@ -27,17 +47,16 @@ boost::filesystem::path DefaultControlPath();
 // The host's end. Accepts clients of the host's own user only.
 class ControlListener {
  public:
-  // Opens the channel. Throws ControlChannelError, also if another host is listening there or other users could reach
-  // it.
-  explicit ControlListener(const boost::filesystem::path& path);
+  // Opens the channel. Throws ControlChannelBusy, or ControlChannelError, also if other users could reach the channel
+  // or something else is in its place.
+  explicit ControlListener(const boost::filesystem::path& path, const ControlLimits& limits = {});
   // Stops.
   ~ControlListener();
   ControlListener(const ControlListener&) = delete;
   ControlListener& operator=(const ControlListener&) = delete;
 
-  // Answers requests one at a time until Stop. `answer` maps a request line to an answer line, both without the line
-  // end, and must not throw.
-  void Serve(const std::function<std::string(const std::string& request)>& answer);
+  // Serves clients until Stop, several at once. Calls `replies` for one request at a time.
+  void Serve(const ControlReplies& replies);
   // Makes Serve return and closes the channel. Any thread.
   void Stop();
 
@@ -46,8 +65,9 @@ class ControlListener {
   std::unique_ptr<Body> body;
 };
 
-// The operator's end: sends one request line and returns the answer line. Throws ControlChannelError.
+// The operator's end: sends one request line and returns the answer line, all within `timeout`. Throws
+// ControlChannelError.
 std::string SendControlRequest(const boost::filesystem::path& path, const std::string& request,
-                               std::chrono::seconds timeout);
+                               std::chrono::milliseconds timeout);
 
 }  // namespace fenlux::refhost

@@ -1,16 +1,15 @@
 // Adding lines, and the writer's loop.
 #include "refhost/services/log/log_queue.h"
 
-#include <fmt/format.h>
 #include <spdlog/details/log_msg.h>
-#include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 
 #include <algorithm>
 #include <exception>
-#include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "refhost/services/log/log_file_sink.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -31,14 +30,12 @@ bool WriteTo(spdlog::sinks::sink& sink, const spdlog::details::log_msg& message)
 
 }  // namespace
 
-LogQueue::LogQueue(const LogSettings& settings) : maxLines(settings.queueLines), formatter(settings.json) {
+LogQueue::LogQueue(const LogSettings& settings, LogFile file)
+    : maxLines(settings.queueLines), formatter(settings.json) {
   AddOutput(std::make_shared<spdlog::sinks::stderr_color_sink_st>(), settings.consoleLevel);
   if (settings.file.empty()) return;
-  try {
-    AddOutput(std::make_shared<spdlog::sinks::basic_file_sink_st>(settings.file.native()), settings.fileLevel);
-  } catch (const spdlog::spdlog_ex&) {
-    throw std::runtime_error(fmt::format("the log file {} cannot be opened for writing", settings.file.string()));
-  }
+  if (file == nullptr) file = OpenLogFile(settings.file);
+  AddOutput(std::make_shared<LogFileSink>(std::move(file)), settings.fileLevel);
 }
 
 void LogQueue::AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level) {

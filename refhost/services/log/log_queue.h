@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "common/mutex.h"
+#include "refhost/services/log/log_file.h"
 #include "refhost/services/log/log_line.h"
 #include "refhost/services/log/log_service.h"
 
@@ -25,8 +26,8 @@ namespace fenlux::refhost {
 // Any thread, unless an operation says otherwise.
 class LogQueue {
  public:
-  // Opens the outputs. Throws std::runtime_error if the file cannot be opened.
-  explicit LogQueue(const LogSettings& settings);
+  // Opens the outputs, except a `file` that is open already. Throws std::runtime_error if the file cannot be opened.
+  explicit LogQueue(const LogSettings& settings, LogFile file = nullptr);
   LogQueue(const LogQueue&) = delete;
   LogQueue& operator=(const LogQueue&) = delete;
 

@@ -2,6 +2,7 @@
 #include "refhost/services/log/log_service.h"
 
 #include <thread>
+#include <utility>
 
 #include "refhost/base/config/config_reader.h"
 #include "refhost/services/log/log_queue.h"
@@ -28,7 +29,8 @@ LogSettings ReadLogSettings(const ConfigTable& table) {
   return settings;
 }
 
-LogService::LogService(const LogSettings& settings) : queue(std::make_shared<LogQueue>(settings)) {
+LogService::LogService(const LogSettings& settings, std::shared_ptr<std::FILE> openedFile)
+    : queue(std::make_shared<LogQueue>(settings, std::move(openedFile))) {
   std::thread([queue = queue] { queue->RunWriter(); }).detach();
 }
 

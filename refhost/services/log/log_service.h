@@ -8,6 +8,7 @@
 #include <boost/filesystem/path.hpp>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -50,8 +51,9 @@ struct LogTotals {
 // Any thread. No operation throws or blocks, unless it says so.
 class LogService final : public CLog {
  public:
-  // Opens the outputs and starts the writer. Throws std::runtime_error if the file cannot be opened.
-  explicit LogService(const LogSettings& settings);
+  // Opens the outputs, except a file of the settings that is open already, and starts the writer. Throws
+  // std::runtime_error if the file cannot be opened.
+  explicit LogService(const LogSettings& settings, std::shared_ptr<std::FILE> openedFile = nullptr);
   // Writes the waiting lines and stops the writer, but waits no more than a few seconds for a stuck output.
   ~LogService();
   LogService(const LogService&) = delete;

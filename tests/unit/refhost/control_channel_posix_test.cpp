@@ -5,23 +5,37 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "refhost/app/control/control_channel.h"
+#include "refhost/base/platform/descriptor_posix.h"
 #include "tests/unit/refhost/control_channel_support.h"
+#include "tests/unit/refhost/set_environment.h"
 
 namespace fenlux::refhost {
 namespace {
 
 using fenlux::testing::ControlErrorOf;
 using fenlux::testing::ControlServing;
+using fenlux::testing::FileText;
+using fenlux::testing::SetEnvironmentText;
 using fenlux::testing::TemporaryDirectory;
+using fenlux::testing::UnsetEnvironmentText;
 
 constexpr std::chrono::seconds kTimeout{10};
 
 mode_t ModeOf(const boost::filesystem::path& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
+sockaddr_un AddressOf(const boost::filesystem::path& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  return address;
 }
 
 TEST(ControlSocket, IsRemovedWhenTheHostStops) {
@@ -73,14 +87,100 @@ TEST(ControlSocket, ReplacesASocketLeftByAKilledHost) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
   const int leftover = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  const sockaddr_un address = AddressOf(path);
   ASSERT_EQ(::bind(leftover, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
   ::close(leftover);
   ASSERT_TRUE(boost::filesystem::exists(path));
   const ControlServing serving(path);
   EXPECT_EQ(SendControlRequest(path, "hello", kTimeout), "re: hello");
+}
+
+TEST(ControlSocket, KeepsAFileThatIsInItsPlaceAndSaysWhatToDo) {
+  const TemporaryDirectory directory;
+  const auto file = directory.MakeFile("s");
+  EXPECT_EQ(ControlErrorOf([&] { ControlListener{file}; }),
+            "cannot open the control socket " + file.string() +
+                ": there is something else, which is not a socket; move it away, or choose another socket with "
+                "--socket or [control]");
+  EXPECT_EQ(FileText(file), "text\n");
+}
+
+TEST(ControlSocket, KeepsTheSocketOfAnotherProgram) {
+  const TemporaryDirectory directory;
+  const auto path = directory.Path() / "s";
+  const Descriptor other(::socket(AF_UNIX, SOCK_DGRAM, 0));
+  const sockaddr_un address = AddressOf(path);
+  ASSERT_EQ(::bind(other.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_NE(ControlErrorOf([&] { ControlListener{path}; }), "");
+  EXPECT_TRUE(boost::filesystem::exists(path));
+}
+
+TEST(ControlSocket, LeavesAFileThatTookItsPlaceWhenItStops) {
+  const TemporaryDirectory directory;
+  const auto path = directory.Path() / "s";
+  {
+    const ControlServing serving(path);
+    boost::filesystem::remove(path);
+    directory.MakeFile("s");
+  }
+  EXPECT_EQ(FileText(path), "text\n");
+}
+
+// A listener that accepts nobody and whose queue is full.
+class FullListener {
+ public:
+  explicit FullListener(const boost::filesystem::path& path) : listener(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+    const sockaddr_un address = AddressOf(path);
+    EXPECT_EQ(::bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(::listen(listener.Get(), 0), 0);
+    do {
+      waiting.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    } while (::connect(waiting.back().Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0);
+    EXPECT_EQ(errno, EAGAIN);
+  }
+
+ private:
+  const Descriptor listener;
+  std::vector<Descriptor> waiting;
+};
+
+TEST(ControlSocket, AClientDoesNotWaitForeverForAHostThatAcceptsNobody) {
+  const TemporaryDirectory directory;
+  const auto path = directory.Path() / "s";
+  const FullListener full(path);
+  EXPECT_EQ(ControlErrorOf([&] { SendControlRequest(path, "", std::chrono::milliseconds(100)); }),
+            "no host reachable on the control socket " + path.string() +
+                ": a host listens there, but does not accept clients; is it stopped?");
+}
+
+TEST(ControlSocket, ANewHostDoesNotWaitForeverForOneThatAcceptsNobody) {
+  const TemporaryDirectory directory;
+  const auto path = directory.Path() / "s";
+  const FullListener full(path);
+  EXPECT_THROW(ControlListener{path}, ControlChannelBusy);
+}
+
+// Names the user's runtime directory for the length of a test.
+struct RuntimeDirectory {
+  explicit RuntimeDirectory(const std::string& path) { SetEnvironmentText("XDG_RUNTIME_DIR", path); }
+  ~RuntimeDirectory() { UnsetEnvironmentText("XDG_RUNTIME_DIR"); }
+};
+
+TEST(ControlSocket, IsNotInADirectoryOfAnotherUserByDefault) {
+  const TemporaryDirectory directory;
+  const bool isRoot = ::geteuid() == 0;
+  if (isRoot) {
+    ASSERT_EQ(::chown(directory.Path().c_str(), 1, 1), 0);
+  }
+  const RuntimeDirectory runtime(isRoot ? directory.Path().string() : "/");
+  EXPECT_EQ(DefaultControlPath(),
+            isRoot ? "/run/fenlux/host.sock" : "/tmp/fenlux-" + std::to_string(::geteuid()) + "/host.sock");
+}
+
+TEST(ControlSocket, IsInTheUsersOwnRuntimeDirectoryByDefault) {
+  const TemporaryDirectory directory;
+  const RuntimeDirectory runtime(directory.Path().string());
+  EXPECT_EQ(DefaultControlPath(), directory.Path() / "fenlux/host.sock");
 }
 
 TEST(ControlSocket, RefusesAPathThatIsTooLong) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -12,12 +13,14 @@
 
 namespace fenlux::testing {
 
-// Listens at a path and answers each request with "re: " and the request.
+// Listens at a path, answers each request with "re: " and the request, and refuses with "no: " and the reason.
 class ControlServing {
  public:
-  explicit ControlServing(const boost::filesystem::path& path)
-      : listener(path),
-        thread([this] { listener.Serve([](const std::string& request) { return "re: " + request; }); }) {}
+  explicit ControlServing(const boost::filesystem::path& path, const refhost::ControlLimits& limits = {})
+      : listener(path, limits), thread([this] {
+          listener.Serve({.answer = [](const std::string& request) { return "re: " + request; },
+                          .refuse = [](const std::string& reason) { return "no: " + reason; }});
+        }) {}
   ~ControlServing() {
     listener.Stop();
     thread.join();
@@ -45,6 +48,24 @@ extern const std::string_view kChannelName;
 
 // A path for a test's own channel. On POSIX it is in the directory.
 boost::filesystem::path NewControlPath(const TemporaryDirectory& directory);
+
+// A client that sends a request in pieces.
+class PieceClient {
+ public:
+  // Connects. Fails the test if it cannot.
+  explicit PieceClient(const boost::filesystem::path& path);
+  ~PieceClient();
+  PieceClient(const PieceClient&) = delete;
+  PieceClient& operator=(const PieceClient&) = delete;
+
+  // Returns whether the text was sent; false if the host has closed the connection.
+  bool Send(std::string_view text);
+  // What the host sends until it closes the connection or ends a line; without the line end.
+  std::string Receive();
+
+ private:
+  std::intptr_t channel = -1;  // the platform's descriptor or handle
+};
 
 // Connects as a client and disconnects again, after sending the text if there is any. Returns whether it connected.
 bool ConnectAndSend(const boost::filesystem::path& path, std::string_view text);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <vector>
 
 #include "tests/unit/refhost/control_channel_support.h"
@@ -16,6 +17,7 @@ using fenlux::testing::ControlErrorOf;
 using fenlux::testing::ControlServing;
 using fenlux::testing::kChannelName;
 using fenlux::testing::NewControlPath;
+using fenlux::testing::PieceClient;
 using fenlux::testing::TemporaryDirectory;
 
 constexpr std::chrono::seconds kTimeout{20};
@@ -49,6 +51,53 @@ TEST_F(ControlChannel, ServesConcurrentClientsInTurn) {
   }
   for (std::thread& client : clients) client.join();
   EXPECT_EQ(answered, 6);
+}
+
+TEST_F(ControlChannel, ServesOthersWhileAClientSendsItsRequestInPieces) {
+  const ControlServing serving(path, {.requestTime = std::chrono::minutes(2)});
+  PieceClient slow(path);
+  ASSERT_TRUE(slow.Send("ha"));
+  EXPECT_EQ(SendControlRequest(path, "quick", kTimeout), "re: quick");
+  ASSERT_TRUE(slow.Send("lf\n"));
+  EXPECT_EQ(slow.Receive(), "re: half");
+}
+
+TEST_F(ControlChannel, EndsARequestThatTakesTooLongAlthoughItsBytesKeepComing) {
+  const ControlServing serving(path, {.requestTime = std::chrono::milliseconds(200)});
+  PieceClient dripping(path);
+  // Until the host closes the connection. Each byte comes long before the time limit.
+  while (dripping.Send("x")) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_EQ(SendControlRequest(path, "next", kTimeout), "re: next");
+}
+
+TEST_F(ControlChannel, SaysThatARequestDidNotArriveInTime) {
+  const ControlServing serving(path, {.requestTime = std::chrono::milliseconds(200)});
+  PieceClient silent(path);
+  ASSERT_TRUE(silent.Send("half"));
+  EXPECT_EQ(silent.Receive(), "no: the request did not arrive within 200 ms");
+}
+
+TEST_F(ControlChannel, RefusesALongRequestWithoutTakingAllOfIt) {
+  const ControlServing serving(path, {.requestBytes = 1000});
+  EXPECT_EQ(SendControlRequest(path, std::string(1000, 'x'), kTimeout), "re: " + std::string(1000, 'x'));
+  EXPECT_EQ(SendControlRequest(path, std::string(1001, 'x'), kTimeout), "no: the request is longer than 1000 bytes");
+  EXPECT_EQ(SendControlRequest(path, std::string(8'000'000, 'x'), kTimeout),
+            "no: the request is longer than 1000 bytes");
+}
+
+TEST_F(ControlChannel, ClientsBeyondTheLimitWaitForTheirTurn) {
+  const ControlServing serving(path, {.requestTime = std::chrono::minutes(2), .clients = 2});
+  auto first = std::make_unique<PieceClient>(path);
+  auto second = std::make_unique<PieceClient>(path);
+  ASSERT_TRUE(first->Send("a"));
+  ASSERT_TRUE(second->Send("b"));
+  std::thread third([&] { EXPECT_EQ(SendControlRequest(path, "c", kTimeout), "re: c"); });
+  ASSERT_TRUE(second->Send("\n"));
+  EXPECT_EQ(second->Receive(), "re: b");
+  second.reset();
+  third.join();
+  ASSERT_TRUE(first->Send("\n"));
+  EXPECT_EQ(first->Receive(), "re: a");
 }
 
 TEST_F(ControlChannel, RefusesAPathWhereAnotherHostListens) {

@@ -141,6 +141,13 @@ TEST(LogService, WritesWaitingLinesBeforeItEnds) {
   EXPECT_EQ(LinesOf(file).size(), 500U);
 }
 
+TEST(LogService, CreatesTheDirectoriesOfItsFile) {
+  const TemporaryDirectory directory;
+  const auto file = directory.Path() / "a" / "b" / "l.log";
+  { LogService(ToFile(file)).LogEvent(0, "line"); }
+  EXPECT_EQ(LinesOf(file).size(), 1U);
+}
+
 TEST(LogService, AppendsToAnExistingFile) {
   const TemporaryDirectory directory;
   const auto file = directory.Write("l.log", "before\n");
@@ -154,7 +161,9 @@ TEST(LogService, ThrowsIfItsFileCannotBeOpened) {
     LogService log(ToFile(directory.Path()));
     FAIL();
   } catch (const std::runtime_error& error) {
-    EXPECT_EQ(error.what(), "the log file " + directory.Path().string() + " cannot be opened for writing");
+    const std::string expected = "the log file " + directory.Path().string() + " cannot be opened for writing: ";
+    EXPECT_EQ(std::string(error.what()).find(expected), 0U) << error.what();
+    EXPECT_GT(std::string(error.what()).size(), expected.size());  // the system's reason
   }
 }
 

@@ -1,0 +1,137 @@
+// A socket in a directory that only its owner can enter. Each end also asks the kernel who the peer is and talks to its
+// own user only.
+#include "refhost/app/control/control_socket_posix.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "refhost/app/control/control_channel.h"
+#include "refhost/base/platform/error_text.h"
+
+namespace fenlux::refhost {
+namespace {
+
+namespace fs = boost::filesystem;
+
+// A listener that is there at all answers a connect at once, unless it is stopped and its queue is full.
+constexpr std::chrono::milliseconds kProbeTimeout{1000};
+
+sockaddr_un AddressOf(const fs::path& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    throw ControlChannelError(
+        fmt::format("the path of the control socket, {}, is longer than {} bytes; use a shorter one", path.native(),
+                    sizeof(address.sun_path) - 1));
+  }
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return address;
+}
+
+Descriptor NewSocket() {
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket.Valid()) throw ControlChannelError("cannot create a control socket: " + LastErrorText());
+  return socket;
+}
+
+// The pointer type that the socket calls take.
+const sockaddr* Generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
+
+// Returns 0 or the error. It is EAGAIN if the listener's queue stays full: without the time limit, connect would wait
+// for room for ever.
+int Connect(const Descriptor& socket, const sockaddr_un& address, std::chrono::milliseconds limit) {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
+  const timeval time{static_cast<time_t>(seconds.count()),
+                     static_cast<suseconds_t>(std::chrono::microseconds(limit - seconds).count())};
+  ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
+  return ::connect(socket.Get(), Generic(address), sizeof(address)) == 0 ? 0 : errno;
+}
+
+// The directory must be owned by the user and accessible to the user only. Creates it if it is missing.
+void PrepareDirectory(const fs::path& directory) {
+  if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+    throw ControlChannelError(
+        fmt::format("cannot create the directory {} of the control socket: {}", directory.native(), LastErrorText()));
+  }
+  struct stat status {};
+  const bool closed = ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+                      status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+  if (!closed) {
+    throw ControlChannelError(fmt::format(
+        "the directory {} of the control socket must be owned by you and accessible to you only (chmod 700)",
+        directory.native()));
+  }
+}
+
+// Removes a socket that nobody listens on any more, and nothing else.
+void RemoveLeftover(const fs::path& path, const sockaddr_un& address) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return;
+  if (!S_ISSOCK(status.st_mode)) {
+    throw ControlChannelError(
+        fmt::format("cannot open the control socket {}: there is something else, which is not a socket; move it away, "
+                    "or choose another socket with --socket or [control]",
+                    path.native()));
+  }
+  const int error = Connect(NewSocket(), address, kProbeTimeout);
+  if (error == 0 || error == EAGAIN) {
+    throw ControlChannelBusy("another host is listening on the control socket " + path.native() +
+                             "; stop it, or choose another socket with --socket or [control]");
+  }
+  if (error != ECONNREFUSED) {
+    throw ControlChannelError(
+        fmt::format("cannot open the control socket {}: another program's socket is there ({}); choose another socket "
+                    "with --socket or [control]",
+                    path.native(), SystemErrorText(error)));
+  }
+  ::unlink(path.c_str());
+}
+
+}  // namespace
+
+Descriptor ListenAt(const fs::path& path) {
+  const sockaddr_un address = AddressOf(path);
+  PrepareDirectory(path.parent_path());
+  RemoveLeftover(path, address);
+  Descriptor socket = NewSocket();
+  // The file that bind creates gets the mode of the socket: no name has to be looked up again to change it.
+  if (::fchmod(socket.Get(), S_IRUSR | S_IWUSR) != 0 || ::bind(socket.Get(), Generic(address), sizeof(address)) != 0) {
+    throw ControlChannelError(fmt::format("cannot open the control socket {}: {}", path.native(), LastErrorText()));
+  }
+  if (::listen(socket.Get(), SOMAXCONN) != 0) {
+    const std::string reason = LastErrorText();
+    ::unlink(path.c_str());
+    throw ControlChannelError(fmt::format("cannot open the control socket {}: {}", path.native(), reason));
+  }
+  return socket;
+}
+
+Descriptor ConnectTo(const fs::path& path, std::chrono::milliseconds limit) {
+  const sockaddr_un address = AddressOf(path);
+  Descriptor socket = NewSocket();
+  if (const int error = Connect(socket, address, limit); error != 0) {
+    throw ControlChannelError(fmt::format("no host reachable on the control socket {}: {}", path.native(),
+                                          error == EAGAIN
+                                              ? "a host listens there, but does not accept clients; is it stopped?"
+                                              : SystemErrorText(error)));
+  }
+  if (!IsOwnUser(socket)) {
+    throw ControlChannelError("the control socket " + path.native() + " belongs to another user's process");
+  }
+  return socket;
+}
+
+bool IsOwnUser(const Descriptor& socket) {
+  ucred peer{};
+  socklen_t size = sizeof(peer);
+  return ::getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
+}
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,26 @@
+// The log's output to a file that is already open.
+#pragma once
+
+#include <spdlog/details/null_mutex.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <utility>
+
+#include "refhost/services/log/log_file.h"
+
+namespace fenlux::refhost {
+
+// Not thread-safe. Throws std::runtime_error if the file takes no more.
+class LogFileSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+ public:
+  explicit LogFileSink(LogFile opened) : file(std::move(opened)) {}
+
+ protected:
+  void sink_it_(const spdlog::details::log_msg& message) override;
+  void flush_() override;
+
+ private:
+  const LogFile file;
+};
+
+}  // namespace fenlux::refhost
