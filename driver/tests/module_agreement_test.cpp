@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/wide_text.h"
+#include "driver/tests/notification_of_view.h"
 #include "fenlux/driver_protocol.h"
 #include "tests/unit/module/notification_test.h"
 
@@ -75,12 +76,6 @@ Bytes RequestVector(const std::string& name) {
 }
 
 // The units of a text in a record, in the machine's byte order.
-std::vector<std::uint16_t> Units(FenluxText text) {
-  std::vector<std::uint16_t> units;
-  for (std::size_t i = 0; i < text.count; ++i) units.push_back(FenluxTextUnit(text, i));
-  return units;
-}
-
 class ModuleRequests : public ModuleTest {
  protected:
   // The requests sent since the last call are these vectors, in this order.
@@ -245,17 +240,10 @@ TEST(DriverProtocol, BuilderMakesTheNotificationVectors) {
     ASSERT_EQ(FenluxParseNotification(message.data(), message.size(), &view), FENLUX_OK);
     // If there is a further path, the view does not contain the path.
     if (name == "notification/8204-further-path-last") continue;
-    const auto path = Units(view.path), secondPath = Units(view.secondPath), furtherPath = Units(view.furtherPath);
-    FenluxNotification notification = {};
-    notification.event = view.event;
-    notification.path = {path.data(), path.size()};
-    notification.secondPath = {secondPath.data(), secondPath.size()};
-    notification.furtherPath = {furtherPath.data(), furtherPath.size()};
-    notification.extraData = view.extraData;
-    notification.identity = view.identity;
+    const NotificationOfView notification(view);
     Bytes built(message.size(), 0xCD);
     std::size_t size = 0;
-    ASSERT_EQ(FenluxBuildNotification(&notification, built.data(), built.size(), &size), FENLUX_OK);
+    ASSERT_EQ(FenluxBuildNotification(notification.Get(), built.data(), built.size(), &size), FENLUX_OK);
     EXPECT_EQ(size, message.size());
     EXPECT_TRUE(SameBytes(message, built));
   }

@@ -12,6 +12,7 @@
 #include <memory>
 #include <vector>
 
+#include "driver/tests/notification_of_view.h"
 #include "fenlux/driver_protocol.h"
 
 namespace fenlux::testing {
@@ -91,13 +92,7 @@ void FuzzVersionReply(const Record& record) {
   Require(version == 0 || record.size >= FENLUX_VERSION_REPLY_SIZE, "a short reply has version 0");
 }
 
-std::vector<std::uint16_t> UnitsOf(FenluxText text) {
-  std::vector<std::uint16_t> units;
-  for (std::size_t i = 0; i < text.count; ++i) units.push_back(FenluxTextUnit(text, i));
-  return units;
-}
-
-bool SameText(FenluxText one, FenluxText other) { return UnitsOf(one) == UnitsOf(other); }
+bool SameText(FenluxText one, FenluxText other) { return Units(one) == Units(other); }
 
 bool SameBytes(FenluxBytes one, FenluxBytes other) {
   return one.size == other.size && (one.size == 0 || std::memcmp(one.data, other.data, one.size) == 0);
@@ -105,21 +100,15 @@ bool SameBytes(FenluxBytes one, FenluxBytes other) {
 
 // A parsed notification can be rebuilt, and the result parses to the same values.
 void Rebuild(const FenluxNotificationView& view) {
-  const auto path = UnitsOf(view.path), secondPath = UnitsOf(view.secondPath), furtherPath = UnitsOf(view.furtherPath);
-  FenluxNotification notification = {};
-  notification.event = view.event;
-  notification.path = {path.data(), path.size()};
-  notification.secondPath = {secondPath.data(), secondPath.size()};
-  notification.furtherPath = {furtherPath.data(), furtherPath.size()};
-  notification.extraData = view.extraData;
-  notification.identity = view.identity;
+  const NotificationOfView notification(view);
   std::size_t size = 0;
-  const FenluxError measured = FenluxBuildNotification(&notification, nullptr, 0, &size);
+  const FenluxError measured = FenluxBuildNotification(notification.Get(), nullptr, 0, &size);
   Require(measured == FENLUX_ERROR_CAPACITY || measured == FENLUX_ERROR_TOO_LARGE,
           "a parsed notification can be built");
   if (measured != FENLUX_ERROR_CAPACITY) return;
   const std::unique_ptr<std::uint8_t[]> built(new std::uint8_t[size]);
-  Require(FenluxBuildNotification(&notification, built.get(), size, &size) == FENLUX_OK, "the measured size is enough");
+  Require(FenluxBuildNotification(notification.Get(), built.get(), size, &size) == FENLUX_OK,
+          "the measured size is enough");
   FenluxNotificationView again;
   Require(FenluxParseNotification(built.get(), size, &again) == FENLUX_OK, "a built notification can be parsed");
   Require(std::memcmp(&again.event.detail, &view.event.detail, sizeof(view.event.detail)) == 0, "the detail is kept");
