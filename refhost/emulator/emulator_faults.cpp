@@ -1,13 +1,12 @@
 // Reads a table of faults from a configuration or a scenario step; faults it does not name stay unset.
 #include "refhost/emulator/emulator_faults.h"
 
+#include "refhost/base/config/config_limits.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/emulator/driver/shared/driver_commands.h"
 
 namespace fenlux::refhost {
 namespace {
-
-constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
 
 std::optional<std::chrono::milliseconds> Delay(const ConfigTable& table, std::string_view key) {
   if (!table.Has(key)) return std::nullopt;

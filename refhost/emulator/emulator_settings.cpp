@@ -3,13 +3,11 @@
 
 #include <fmt/format.h>
 
+#include "refhost/base/config/config_limits.h"
 #include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {
-
-constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
-constexpr std::uint32_t kMaxThreads = 64;
 
 struct KernelEventName {
   std::string_view name;

@@ -3,12 +3,12 @@
 
 #include <fmt/format.h>
 
+#include "refhost/base/config/config_limits.h"
 #include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kMaxThreads = 64;
 constexpr std::uint32_t kMaxBuffers = 256;
 
 }  // namespace

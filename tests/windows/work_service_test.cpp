@@ -35,7 +35,7 @@ TEST(WorkService, ResolvesOtherSystemImagesAgainstTheSystem) {
 
 TEST(WorkService, ReportsAnUnknownProcess) {
   WorkService work({}, {});
-  EXPECT_EQ(work.QueryProcessValue(0xFFFFFFF0, 0), WorkService::kUnknownProcess);
+  EXPECT_EQ(work.QueryProcessValue(0xFFFFFFF0, 0), kUnknownProcess);
   EXPECT_EQ(work.QueryProcessValue(Own(), 0), ProcessSession(Own()));
 }
 

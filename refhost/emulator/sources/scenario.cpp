@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kdi/driver_records.h"
+#include "refhost/base/config/config_limits.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/hex.h"
@@ -19,8 +20,6 @@
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::uint32_t kMaxThreads = 64;
-constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
 constexpr std::size_t kRemoteWords = 4;
 constexpr std::size_t kAccessValues = 2;
 

@@ -39,7 +39,7 @@ std::uint32_t WorkService::QueryProcessValue(std::uint32_t processId, std::uint3
   if (!systemImages.empty()) {
     const std::string image = NarrowFromWide(ProcessImagePath(processId));
     const auto isImage = [&](const auto& configured) { return configured.second.string() == image; };
-    if (std::ranges::any_of(systemImages, isImage)) return 0;
+    if (std::ranges::any_of(systemImages, isImage)) return kSystemSession;
   }
   return ProcessSession(processId);
 }

@@ -29,7 +29,6 @@ using PortClientMaker = std::function<std::shared_ptr<CPortClient>(
 class WorkService final : public CWinWork {
  public:
   using Clock = std::chrono::steady_clock;
-  static constexpr std::uint32_t kUnknownProcess = 0xFFFFFFFF;
 
   WorkService(SystemImages images, PortClientMaker portClientMaker);
 
@@ -39,7 +38,7 @@ class WorkService final : public CWinWork {
   }
 
   boost::filesystem::path& SystemPath(boost::filesystem::path& out, const std::string& imageName) override;
-  // 0 for a process of a configured system image, otherwise the login session (see ProcessSession).
+  // kSystemSession for a process of a configured system image, otherwise the login session (see ProcessSession).
   std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) override;
   // The path of the process's image.
   std::wstring& GetProcessWideText(std::wstring& out, std::uint32_t processIdOrPathSource,

@@ -45,8 +45,8 @@ TEST(WorkService, ReportsAnUnknownProcess) {
   if (child == 0) ::_exit(0);
   ::waitpid(child, nullptr, 0);
   WorkService work({}, {});
-  EXPECT_EQ(work.QueryProcessValue(static_cast<std::uint32_t>(child), 0), WorkService::kUnknownProcess);
-  EXPECT_NE(work.QueryProcessValue(Own(), 0), WorkService::kUnknownProcess);
+  EXPECT_EQ(work.QueryProcessValue(static_cast<std::uint32_t>(child), 0), kUnknownProcess);
+  EXPECT_NE(work.QueryProcessValue(Own(), 0), kUnknownProcess);
 }
 
 TEST(WorkService, ReturnsTheImageAndTheCommandLineOfAProcess) {
