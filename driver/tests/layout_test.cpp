@@ -110,6 +110,7 @@ TEST(DriverProtocol, NumbersAreTheModules) {
   EXPECT_EQ(FENLUX_REQUEST_MAGIC, records::kRequestMagic);
   EXPECT_EQ(FENLUX_REPLY_MAGIC, records::kReplyMagic);
   EXPECT_EQ(FENLUX_CONNECT_VERSION, records::kConnectVersion);
+  EXPECT_EQ(FENLUX_MODULE_VERSION, records::kModuleVersion);
   EXPECT_EQ(FENLUX_CLIENT_TYPE_1, records::ClientType(false));
   EXPECT_EQ(FENLUX_CLIENT_TYPE_2, records::ClientType(true));
   EXPECT_EQ(FENLUX_REQUEST_SIZE, records::kRequestSize);

@@ -96,7 +96,8 @@ struct StandInDriver final : CPortClient {
     const auto& header = As<records::RequestHeader>(*request);
     const auto command = static_cast<Command>(header.command.value());
     if (header.magic.value() != records::kRequestMagic) throw std::runtime_error("not a request");
-    if (command == Command::kDriverVersion && reply) As<records::VersionReply>(*reply).version = 19072701;
+    if (command == Command::kDriverVersion && reply)
+      As<records::VersionReply>(*reply).version = records::kModuleVersion;
     const std::lock_guard lock(mutex);
     if (closed) throw std::runtime_error("connection closed");
     awaited.erase(command);

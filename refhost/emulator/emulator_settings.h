@@ -34,12 +34,12 @@ struct KernelEventSettings {
 
 struct EmulatorSettings {
   EventSourceKind source = EventSourceKind::kScripted;
-  boost::filesystem::path scenarioFile;              // of the scripted source; empty: no events
-  std::uint32_t driverVersion = 19072701;            // the answer to the version request
-  std::chrono::milliseconds deadline{1000};          // from delivery until the reply must have been taken
-  std::chrono::milliseconds stopGrace{2000};         // how long Stop waits for handler calls before leaving them behind
-  UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;  // what happens to operations that load kept from being judged
-  EmulatorFaults faults;                             // set from the start
+  boost::filesystem::path scenarioFile;                   // of the scripted source; empty: no events
+  std::uint32_t driverVersion = records::kModuleVersion;  // the answer to the version request
+  std::chrono::milliseconds deadline{1000};               // from delivery until the reply must have been taken
+  std::chrono::milliseconds stopGrace{2000};              // how long Stop waits for handler calls
+  UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;       // what happens to operations that load kept from being judged
+  EmulatorFaults faults;                                  // set from the start
   KernelEventSettings kernel;
 
   bool operator==(const EmulatorSettings&) const = default;

@@ -21,6 +21,7 @@ inline constexpr std::uint32_t kRequestSize = 65561;          // of every reques
 inline constexpr std::uint32_t kReplyFixedSize = 156;         // of a reply without context data
 inline constexpr std::uint32_t kNotificationFixedSize = 156;  // of a notification without items
 inline constexpr std::uint32_t kConnectVersion = 200;         // that a connect context states
+inline constexpr std::uint32_t kModuleVersion = 19072701;     // one more if the host's version flag is set
 inline constexpr std::uint32_t kMaxMessageSize = 196764;      // the largest notification
 inline constexpr wchar_t kPortName[] = L"\\QORV_SE_Port_5E2C2A32-6CE5-41A1-AEB8-43EE1CBE975E";  // the driver's port
 static_assert(sizeof(kPortName) / sizeof(wchar_t) - 1 == 50);
@@ -61,14 +62,15 @@ inline constexpr auto kMaxVerdict = static_cast<std::uint32_t>(Verdict::kUnjudge
 // Bytes after the context data of a reply; zero bytes end a UTF-16 text there.
 inline constexpr std::uint32_t kContextTerminatorSize = 2;
 
-// Notification codes. The driver sends kMin1 to kMax1 (except kUnused) and kMin2 to kMax2. Only codes that need more
-// than an event type have names of their own.
+// Notification codes. The driver sends kMin1 to kMax1 (except kUnused) and kMin2 to kMax2. Apart from kPlain, only
+// codes that need more than an event type have names of their own.
 namespace code {
 inline constexpr std::uint32_t kCategory1Begin = 4096;  // a code below this one is malformed
 inline constexpr std::uint32_t kCategory2Begin = 8192;  // category 2 from here on
 
 inline constexpr std::uint32_t kMin1 = 4097;          // the first code of category 1
 inline constexpr std::uint32_t kAccess1 = 4097;       // carries access values and conditions
+inline constexpr std::uint32_t kPlain = 4098;         // carries nothing special, like all codes without a name
 inline constexpr std::uint32_t kCategory2 = 4109;     // counts as category 2, whatever its number
 inline constexpr std::uint32_t kNoReply = 4113;       // the driver expects no reply
 inline constexpr std::uint32_t kEndpoint = 4114;      // carries an EndpointDetail

@@ -5,11 +5,6 @@
 #include "kdi/win_driver_interact.h"
 
 namespace fenlux {
-namespace {
-
-constexpr std::uint32_t kModuleVersion = 19072701;  // one more if the host's version flag is set
-
-}  // namespace
 
 std::uint32_t CWinDriverInteract::GetDriverVersion() {
   std::uint32_t version = 0;
@@ -28,7 +23,7 @@ std::uint32_t CWinDriverInteract::GetDriverVersion() {
 void CWinDriverInteract::CheckDriverVersion() {
   const std::uint32_t driverVersion = GetDriverVersion();
   cfg->ReportDriverVersion(kDriverVersionKind, true, driverVersion);
-  const std::uint32_t moduleVersion = kModuleVersion + (utility->QueryVersionFlag() ? 1 : 0);
+  const std::uint32_t moduleVersion = records::kModuleVersion + (utility->QueryVersionFlag() ? 1 : 0);
 
   const auto logVersion = [this](const char* text, std::uint32_t version) {
     std::string line = LocalizedText(text);

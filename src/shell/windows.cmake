@@ -2,12 +2,12 @@
 # resource.
 enable_language(RC)
 
-# The module's version is defined once, in the code that reports it. The resource shows its digits: 19072701 becomes
+# The module's version is defined once, with the protocol's numbers. The resource shows its digits: 19072701 becomes
 # 19.7.27.1.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/kdi/driver_version.cpp)
-file(STRINGS ${PROJECT_SOURCE_DIR}/src/kdi/driver_version.cpp FENLUX_MODULE_VERSION REGEX "kModuleVersion = [0-9]+;")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/kdi/driver_records.h)
+file(STRINGS ${PROJECT_SOURCE_DIR}/src/kdi/driver_records.h FENLUX_MODULE_VERSION REGEX "kModuleVersion = [0-9]+;")
 if(NOT FENLUX_MODULE_VERSION MATCHES "kModuleVersion = ([0-9]+)")
-  message(FATAL_ERROR "src/kdi/driver_version.cpp defines no module version")
+  message(FATAL_ERROR "src/kdi/driver_records.h defines no module version")
 endif()
 set(FENLUX_MODULE_VERSION ${CMAKE_MATCH_1})
 math(EXPR FENLUX_VERSION_1 "${FENLUX_MODULE_VERSION} / 1000000")

@@ -18,7 +18,7 @@ namespace {
 
 // The notification codes for opening and for reading a file.
 constexpr std::uint32_t kOpenCode = records::code::kAccess1;
-constexpr std::uint32_t kReadCode = 4098;
+constexpr std::uint32_t kReadCode = records::code::kPlain;
 
 struct EventKind {
   std::uint64_t mask;

@@ -58,7 +58,7 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
     failingReplies = 0;
     holdConnects = holdSends = holdSendsInPort = false;
     receptions.clear();
-    version = 19072701;
+    version = records::kModuleVersion;
     answerSize = records::kRequestSize;
     connects = badConnects = replies = strayReplies = 0;
     requestedName.clear();
@@ -104,7 +104,7 @@ class FilterStandIn::Body : public std::enable_shared_from_this<Body> {
   std::map<OVERLAPPED*, std::uint32_t> receptions;      // of the newest port, and their sizes
   std::vector<std::pair<HANDLE, OVERLAPPED*>> blocked;  // the operations in which sends wait
   std::uint64_t held = 0;
-  std::uint32_t version = 19072701, answerSize = records::kRequestSize;
+  std::uint32_t version = records::kModuleVersion, answerSize = records::kRequestSize;
   std::uint64_t connects = 0, badConnects = 0, replies = 0, strayReplies = 0;
   std::wstring requestedName;
   std::vector<std::uint8_t> connectContext;
