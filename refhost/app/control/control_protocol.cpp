@@ -8,27 +8,31 @@
 namespace fenlux::refhost {
 namespace {
 
+// Answers keep the order of their members. In a request, which can have very many, every member would be compared with
+// all before it.
 using Json = Report;
+using RequestJson = nlohmann::json;
 
 // Valid messages nest less. Deeper ones are refused, because some of the library's functions recurse.
 constexpr int kMaxDepth = 16;
 
 // Discarded if the line is malformed.
-Json Parse(const std::string& line) {
+template <typename Value>
+Value Parse(const std::string& line) {
   bool tooDeep = false;
-  const auto checkDepth = [&tooDeep](int depth, Json::parse_event_t, const Json&) {
+  const auto checkDepth = [&tooDeep](int depth, typename Value::parse_event_t, const Value&) {
     tooDeep = tooDeep || depth > kMaxDepth;
     return !tooDeep;
   };
-  Json json = Json::parse(line, checkDepth, /*allow_exceptions=*/false);
-  return tooDeep ? Json(Json::value_t::discarded) : json;
+  Value json = Value::parse(line, checkDepth, /*allow_exceptions=*/false);
+  return tooDeep ? Value(Value::value_t::discarded) : json;
 }
 
 // Null if the object has no such member, or one of another type.
-template <typename Value>
-const Value* Find(const Json& object, const char* name) {
+template <typename Value, typename Object>
+const Value* Find(const Object& object, const char* name) {
   const auto found = object.find(name);
-  return found == object.end() ? nullptr : found->get_ptr<const Value*>();
+  return found == object.end() ? nullptr : found->template get_ptr<const Value*>();
 }
 
 }  // namespace
@@ -41,12 +45,12 @@ std::string EncodeRequest(const ControlRequest& request) {
 }
 
 std::optional<ControlRequest> DecodeRequest(const std::string& line) {
-  const Json json = Parse(line);
+  const auto json = Parse<RequestJson>(line);
   const auto* const operation = Find<std::string>(json, "operation");
   if (operation == nullptr) return std::nullopt;
   ControlRequest request{.operation = *operation, .arguments = {}};
   if (!json.contains("arguments")) return request;
-  const Json& arguments = json["arguments"];
+  const RequestJson& arguments = json["arguments"];
   if (!arguments.is_object()) return std::nullopt;
   for (const auto& [name, value] : arguments.items()) {
     if (value.is_null() || value.is_structured()) return std::nullopt;
@@ -71,7 +75,7 @@ std::string EncodeRefusal(const std::string& error) {
 }
 
 std::optional<ControlAnswer> DecodeAnswer(const std::string& line) {
-  const Json json = Parse(line);
+  const Json json = Parse<Json>(line);
   const bool* const done = Find<bool>(json, "done");
   if (done == nullptr) return std::nullopt;
   if (!*done) {

@@ -25,6 +25,17 @@ TEST(ControlProtocol, TakesNumbersAndBooleansAsArguments) {
   EXPECT_EQ(decoded->arguments, (ControlArguments{{"mode", "1"}, {"not-implemented", "true"}}));
 }
 
+// Time that grows with the square of their number would make this test run into its time limit.
+TEST(ControlProtocol, DecodesAsManyArgumentsAsFitIntoARequest) {
+  std::string line = R"({"operation":"x","arguments":{)";
+  for (int number = 0; number < 90'000; ++number) line += '"' + std::to_string(number) + R"(":1,)";
+  line.back() = '}';
+  line += '}';
+  const auto request = DecodeRequest(line);
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->arguments.size(), 90'000U);
+}
+
 TEST(ControlProtocol, ResultsKeepTheirOrderAndBothForms) {
   Report report = Report::object();
   report["b"] = 1U;
