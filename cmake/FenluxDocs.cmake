@@ -5,11 +5,13 @@ find_program(DOXYGEN_PROGRAM doxygen)
 mark_as_advanced(DOXYGEN_PROGRAM)
 
 if(DOXYGEN_PROGRAM)
-  set(FENLUX_GENERATED_INCLUDE ${PROJECT_BINARY_DIR}/include)
   set(FENLUX_API_INPUT)
   foreach(input docs/api/main.md src/host src/core/fenlux.h src/kdi/drvx_control.h src/kdi/kdi_base.h
           src/kdi/driver_records.h driver/include/fenlux/driver_protocol.h)
     string(APPEND FENLUX_API_INPUT " ${PROJECT_SOURCE_DIR}/${input}")
+  endforeach()
+  foreach(header version abi)
+    string(APPEND FENLUX_API_INPUT " ${FENLUX_GENERATED_INCLUDE}/fenlux/${header}.h")
   endforeach()
 
   # fenlux_doxygen_command(<variable> <output folder>): the command that builds the reference there.
@@ -22,6 +24,11 @@ if(DOXYGEN_PROGRAM)
 
   fenlux_doxygen_command(command ${FENLUX_API_FOLDER})
   add_custom_target(docs COMMAND ${command} VERBATIM COMMENT "Building the API reference in ${FENLUX_API_FOLDER}")
+  if(FENLUX_BUILD_DOCS)  # part of every build, because it is installed
+    set_target_properties(docs PROPERTIES EXCLUDE_FROM_ALL FALSE)
+  endif()
+elseif(FENLUX_BUILD_DOCS)
+  message(FATAL_ERROR "FENLUX_BUILD_DOCS needs Doxygen (Debian: doxygen)")
 endif()
 
 if(FENLUX_BUILD_TESTS)

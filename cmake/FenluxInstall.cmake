@@ -1,29 +1,41 @@
-# Installation and packages, in three components:
+# Installation, in components:
 #
-#   development   the module, its headers, the CMake package, the minimal host and the embedding documents: what an agent's
-#                 engineers need
-#   host          the reference host with its examples and documents
-#   driver        the protocol as a C header, test vectors and example decoders; installed on request, not packaged
+#   runtime        the module alone (not on Windows, where it is part of `development`)
+#   development    the headers, the CMake package, the pkg-config file, the minimal host and the embedding documents: what
+#                  an agent's engineers need
+#   host           the reference host with its examples and documents
+#   documentation  architecture, protocol, the API reference and the driver's test vectors (on Windows part of
+#                  `development`, without the vectors)
+#   driver         the driver kit by itself: the protocol as a C header, test vectors and example decoders; installed on
+#                  request, not packaged
 #
-# The layout is the same on every system, except that the library is where the system expects it: lib/libfenlux.so, or
-# bin/fenlux.dll with its import library in lib.
+# The layout is the same on every system, except that the library is where the system expects it: libfenlux.so.0 in the
+# library directory (cmake/FenluxLayout.cmake), or bin/fenlux.dll with its import library in lib.
 include(CMakePackageConfigHelpers)
 
 set(FENLUX_INSTALL_DOC share/doc/fenlux)
-set(FENLUX_INSTALL_CMAKE lib/cmake/fenlux)
+set(FENLUX_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/fenlux)
+if(WIN32)
+  set(FENLUX_RUNTIME_COMPONENT development)
+  set(FENLUX_DOCUMENTATION_COMPONENT development)
+else()
+  set(FENLUX_RUNTIME_COMPONENT runtime)
+  set(FENLUX_DOCUMENTATION_COMPONENT documentation)
+endif()
 
-# ---- development
+# ---- runtime and development
 
-# The headers that a host includes, laid out like the sources: a host writes #include "host/host.h".
-target_include_directories(fenlux_api INTERFACE $<INSTALL_INTERFACE:include/fenlux>)
+# The headers that a host includes, laid out like the sources: a host writes #include "host/host.h". The headers in
+# include/fenlux itself are included with that folder's name.
+target_include_directories(fenlux_api INTERFACE $<INSTALL_INTERFACE:include/fenlux> $<INSTALL_INTERFACE:include>)
 target_compile_features(fenlux_api INTERFACE cxx_std_20)
 set_target_properties(fenlux_api PROPERTIES EXPORT_NAME api)
 target_link_libraries(fenlux INTERFACE fenlux_api)  # for hosts that link the module instead of loading it
 
 install(TARGETS fenlux fenlux_api EXPORT fenluxTargets
   RUNTIME DESTINATION bin COMPONENT development
-  LIBRARY DESTINATION lib COMPONENT development
-  ARCHIVE DESTINATION lib COMPONENT development)
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${FENLUX_RUNTIME_COMPONENT} NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 # The runtime that the module and its host share (MinGW).
 install(FILES ${FENLUX_RUNTIME_DLLS} DESTINATION bin COMPONENT development)
 list(TRANSFORM FENLUX_RUNTIME_DLLS REPLACE ".*/" "bin/" OUTPUT_VARIABLE FENLUX_INSTALLED_DLLS)
@@ -33,18 +45,25 @@ foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_record
   cmake_path(GET header PARENT_PATH directory)
   install(FILES src/${header} DESTINATION include/fenlux/${directory} COMPONENT development)
 endforeach()
+install(FILES ${FENLUX_GENERATED_INCLUDE}/fenlux/version.h ${FENLUX_GENERATED_INCLUDE}/fenlux/abi.h
+              driver/include/fenlux/driver_protocol.h
+  DESTINATION include/fenlux COMPONENT development)
 
 install(EXPORT fenluxTargets NAMESPACE fenlux:: DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
 configure_package_config_file(cmake/fenluxConfig.cmake.in fenluxConfig.cmake
-  INSTALL_DESTINATION ${FENLUX_INSTALL_CMAKE} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
-# Before 1.0 every minor version may change the contract.
-write_basic_package_version_file(fenluxConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+  INSTALL_DESTINATION ${FENLUX_INSTALL_CMAKE} NO_SET_AND_CHECK_MACRO)
+configure_file(cmake/fenluxConfigVersion.cmake.in fenluxConfigVersion.cmake @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/fenluxConfig.cmake ${PROJECT_BINARY_DIR}/fenluxConfigVersion.cmake
   DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
+if(NOT WIN32)
+  file(RELATIVE_PATH FENLUX_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  string(REGEX REPLACE "/$" "" FENLUX_PC_TO_PREFIX "${FENLUX_PC_TO_PREFIX}")
+  configure_file(cmake/fenlux.pc.in fenlux.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/fenlux.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endif()
 
 install(DIRECTORY examples/minimal-host DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT development)
-install(FILES docs/architecture.md docs/embedding.md docs/protocol.md THIRD-PARTY-NOTICES
-  DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development)
+install(FILES docs/embedding.md THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development)
 # The compiler's runtime DLLs must ship with their licences, which Debian installs with the cross compiler.
 function(fenlux_install_licence name path)
   if(EXISTS ${path})
@@ -66,56 +85,34 @@ if(FENLUX_BUILD_REFHOST)
   install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
     PATTERN "*.toml" PATTERN minimal-host EXCLUDE)
   install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
-  if(WIN32)  # the archives stand alone; the Debian package depends on the module's, which has the notices
+  if(WIN32)  # the archives stand alone; the Debian packages have the notices in their copyright files
     install(FILES THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
   endif()
 endif()
 
-# ---- driver
+# ---- documentation and driver
+
+# fenlux_install_vectors(<component>)
+function(fenlux_install_vectors component)
+  install(DIRECTORY driver/vectors/ DESTINATION share/fenlux/vectors COMPONENT ${component} FILES_MATCHING
+    PATTERN "*.bin" PATTERN "*.hex" PATTERN "*.json" PATTERN index.txt PATTERN generator EXCLUDE)
+endfunction()
+function(fenlux_install_kit_documents component)
+  install(FILES driver/README.md docs/protocol.md DESTINATION ${FENLUX_INSTALL_DOC}/driver COMPONENT ${component})
+  install(FILES driver/examples/decode.c DESTINATION ${FENLUX_INSTALL_DOC}/driver/examples COMPONENT ${component})
+  install(PROGRAMS driver/examples/decode.py DESTINATION ${FENLUX_INSTALL_DOC}/driver/examples COMPONENT ${component})
+endfunction()
+
+install(FILES docs/architecture.md docs/protocol.md
+  DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT ${FENLUX_DOCUMENTATION_COMPONENT})
+if(FENLUX_BUILD_DOCS)
+  install(DIRECTORY ${FENLUX_API_FOLDER} DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT ${FENLUX_DOCUMENTATION_COMPONENT})
+endif()
+if(NOT WIN32)
+  fenlux_install_vectors(documentation)
+  fenlux_install_kit_documents(documentation)
+endif()
 
 install(FILES driver/include/fenlux/driver_protocol.h DESTINATION include/fenlux COMPONENT driver)
-install(DIRECTORY driver/vectors/ DESTINATION share/fenlux/vectors COMPONENT driver FILES_MATCHING
-  PATTERN "*.bin" PATTERN "*.hex" PATTERN "*.json" PATTERN index.txt PATTERN generator EXCLUDE)
-install(FILES driver/README.md docs/protocol.md DESTINATION ${FENLUX_INSTALL_DOC}/driver COMPONENT driver)
-install(FILES driver/examples/decode.c DESTINATION ${FENLUX_INSTALL_DOC}/driver/examples COMPONENT driver)
-install(PROGRAMS driver/examples/decode.py DESTINATION ${FENLUX_INSTALL_DOC}/driver/examples COMPONENT driver)
-
-# ---- packages: one for each component
-
-set(CPACK_PACKAGE_NAME fenlux)
-set(CPACK_PACKAGE_VENDOR "The fenlux developers")
-set(CPACK_PACKAGE_CONTACT "The fenlux developers")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
-set(CPACK_COMPONENTS_ALL development)
-if(FENLUX_BUILD_REFHOST)
-  list(APPEND CPACK_COMPONENTS_ALL host)
-endif()
-set(CPACK_STRIP_FILES ON)
-set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/FenluxCPack.cmake)
-set(CPACK_VERBATIM_VARIABLES ON)
-
-if(WIN32)
-  set(CPACK_GENERATOR ZIP)
-  # Both archives unpack into one folder: the reference host next to the module.
-  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
-  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
-  set(CPACK_ARCHIVE_DEVELOPMENT_FILE_NAME fenlux-${PROJECT_VERSION}-win64)
-  set(CPACK_ARCHIVE_HOST_FILE_NAME fenlux-host-${PROJECT_VERSION}-win64)
-else()
-  set(CPACK_GENERATOR DEB)
-  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-  set(CPACK_DEB_COMPONENT_INSTALL ON)
-  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME fenlux)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libboost-filesystem-dev, cmake, g++")
-  set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-      "The module that a host agent loads, with the headers, the CMake package\n and a minimal host to start from.")
-  set(CPACK_DEBIAN_HOST_PACKAGE_NAME fenlux-host)
-  set(CPACK_DEBIAN_HOST_PACKAGE_SECTION admin)
-  set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "fenlux (= ${PROJECT_VERSION})")
-  set(CPACK_COMPONENT_HOST_DESCRIPTION
-      "The reference host of fenlux: a complete host with a driver emulator that\n answers kernel events with the module's verdicts.")
-endif()
-include(CPack)
+fenlux_install_vectors(driver)
+fenlux_install_kit_documents(driver)

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Runs a command of this repository in an empty Debian root of its own. Needs root, mmdebstrap and Debian.
-#   scripts/test_in_debian.sh 12|13 [COMMAND [ARGUMENT...]]   the command is scripts/test.sh unless given
+#   scripts/test_in_debian.sh [--copy-from FOLDER TO] 12|13 [COMMAND [ARGUMENT...]]
+#
+# The command is scripts/test.sh unless given. If it succeeds, --copy-from copies the files of a folder of the clone to
+# another one of this machine.
 #
 # The root holds a minimal installation of that release and a clone of the committed HEAD, so the command has to install
 # whatever it needs. The packages come from the archive that apt is configured to use on this machine. The root lives in
@@ -15,6 +18,12 @@ source scripts/lib/common.sh
 source scripts/lib/debian.sh
 
 answer_help "$@"
+copy_from="" copy_to=""
+if [ "${1:-}" = --copy-from ]; then
+  if [ $# -lt 4 ]; then usage >&2; exit 2; fi
+  copy_from=$2 copy_to=$3
+  shift 3
+fi
 case "${1:-}" in
   12) codename=bookworm ;;
   13) codename=trixie ;;
@@ -117,5 +126,8 @@ unshare --mount --pid --fork --kill-child --propagation private \
   bash -c "set -euo pipefail; $(declare -f enter); enter \"\$@\"" bash \
   "$root" "$cache" "$shared" "${variables[@]}" -- "$@" 9<&- || status=$?
 say "$* exited with $status"
+if [ "$status" -eq 0 ] && [ -n "$copy_from" ]; then
+  find "$root/srv/fenlux/$copy_from" -maxdepth 1 -type f -exec cp -t "$copy_to" {} +
+fi
 exit "$status"
 }

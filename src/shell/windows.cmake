@@ -2,14 +2,7 @@
 # resource.
 enable_language(RC)
 
-# The module's version is defined once, with the protocol's numbers. The resource shows its digits: 19072701 becomes
-# 19.7.27.1.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/kdi/driver_records.h)
-file(STRINGS ${PROJECT_SOURCE_DIR}/src/kdi/driver_records.h FENLUX_MODULE_VERSION REGEX "kModuleVersion = [0-9]+;")
-if(NOT FENLUX_MODULE_VERSION MATCHES "kModuleVersion = ([0-9]+)")
-  message(FATAL_ERROR "src/kdi/driver_records.h defines no module version")
-endif()
-set(FENLUX_MODULE_VERSION ${CMAKE_MATCH_1})
+# The resource shows the digits of the module's version: 19072701 becomes 19.7.27.1.
 math(EXPR FENLUX_VERSION_1 "${FENLUX_MODULE_VERSION} / 1000000")
 math(EXPR FENLUX_VERSION_2 "${FENLUX_MODULE_VERSION} / 10000 % 100")
 math(EXPR FENLUX_VERSION_3 "${FENLUX_MODULE_VERSION} / 100 % 100")

@@ -1,29 +1,30 @@
-# Installs the development component into an empty prefix: it is complete, contains nothing else, and can be moved.
+# Installs the module and the development component into an empty prefix: they are complete, contain nothing else, and
+# can be moved.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
 empty_folder(${FENLUX_PREFIX})
-run(output ${CMAKE_COMMAND} --install ${FENLUX_BINARY_DIR} --prefix ${FENLUX_PREFIX} --component development)
+install_components(${FENLUX_PREFIX} ${FENLUX_DEVELOPMENT_COMPONENTS})
 
 file(GLOB_RECURSE installed RELATIVE ${FENLUX_PREFIX} ${FENLUX_PREFIX}/*)
-foreach(file ${FENLUX_DEVELOPMENT_FILES})
+foreach(file ${FENLUX_LIBRARY} ${FENLUX_DEVELOPMENT_FILES})
   if(NOT file IN_LIST installed)
     message(SEND_ERROR "${file} is not installed")
   endif()
 endforeach()
 
 # Where the package may have files.
-set(places "^(include/fenlux/[a-z]+/[a-z_]+\\.h|lib/cmake/fenlux/[A-Za-z-]+\\.cmake|share/doc/fenlux/.*|")
+set(places "^(include/fenlux/([a-z]+/)?[a-z_]+\\.h|${FENLUX_LIBDIR}/cmake/fenlux/[A-Za-z-]+\\.cmake|share/doc/fenlux/.*|")
 if(FENLUX_WINDOWS)
   string(APPEND places "bin/[^/]+\\.dll|lib/[^/]+\\.a)$")
 else()
-  string(APPEND places "lib/libfenlux\\.so)$")
+  string(APPEND places "${FENLUX_LIBDIR}/libfenlux\\.so[.0-9]*|${FENLUX_LIBDIR}/pkgconfig/fenlux\\.pc)$")
 endif()
 foreach(file ${installed})
   if(NOT file MATCHES "${places}")
     message(SEND_ERROR "${file} is installed where the package has no files")
   endif()
-  if(file MATCHES "\\.(cmake|h|txt|cpp)$")
+  if(file MATCHES "\\.(cmake|h|txt|cpp|pc)$")
     file(READ ${FENLUX_PREFIX}/${file} text)
     foreach(folder ${FENLUX_SOURCE_DIR} ${FENLUX_BINARY_DIR} ${FENLUX_PREFIX})
       string(FIND "${text}" "${folder}" position)

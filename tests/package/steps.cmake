@@ -35,17 +35,36 @@ endfunction()
 if(FENLUX_WINDOWS)
   set(FENLUX_LIBRARY bin/fenlux.dll)
 else()
-  set(FENLUX_LIBRARY lib/libfenlux.so)
+  set(FENLUX_LIBRARY ${FENLUX_LIBDIR}/libfenlux.so.${FENLUX_INTERFACE_VERSION})
 endif()
+
+# The module's component, and the components that an agent's engineers install.
+if(FENLUX_WINDOWS)
+  set(FENLUX_RUNTIME_COMPONENT development)
+  set(FENLUX_DEVELOPMENT_COMPONENTS development)
+else()
+  set(FENLUX_RUNTIME_COMPONENT runtime)
+  set(FENLUX_DEVELOPMENT_COMPONENTS runtime development)
+endif()
+
+# install_components(<prefix> <component>...)
+function(install_components prefix)
+  foreach(component ${ARGN})
+    run(output ${CMAKE_COMMAND} --install ${FENLUX_BINARY_DIR} --prefix ${prefix} --component ${component})
+  endforeach()
+endfunction()
 
 # What the development package contains at least, relative to the prefix.
 file(GLOB FENLUX_DEVELOPMENT_FILES RELATIVE ${FENLUX_SOURCE_DIR}/src ${FENLUX_SOURCE_DIR}/src/host/*.h)
-list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h)
+list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h version.h abi.h
+     driver_protocol.h)
 list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
-list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/cmake/fenlux/fenluxConfig.cmake
-     lib/cmake/fenlux/fenluxConfigVersion.cmake lib/cmake/fenlux/fenluxTargets.cmake
+list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfig.cmake
+     ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfigVersion.cmake ${FENLUX_LIBDIR}/cmake/fenlux/fenluxTargets.cmake
      share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
      share/doc/fenlux/examples/minimal-host/main.cpp share/doc/fenlux/THIRD-PARTY-NOTICES)
 if(FENLUX_WINDOWS)
-  list(APPEND FENLUX_DEVELOPMENT_FILES lib/libfenlux.dll.a ${FENLUX_RUNTIME_DLLS})
+  list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/libfenlux.dll.a ${FENLUX_RUNTIME_DLLS})
+else()
+  list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBDIR}/libfenlux.so ${FENLUX_LIBDIR}/pkgconfig/fenlux.pc)
 endif()

@@ -1,4 +1,5 @@
-// dlopen and dlsym. The handle is never closed, on purpose.
+// dlopen and dlsym. The handle is never closed, on purpose. The build names the module's library, with the version of
+// its interface, and the folder where it is installed.
 #include <dlfcn.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -23,11 +24,13 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
 
 boost::filesystem::path DefaultModuleLibrary() {
   const boost::filesystem::path folder = OwnProgramPath().parent_path();
-  const boost::filesystem::path local = folder / "libfenlux.so";
-  const boost::filesystem::path installed = folder.parent_path() / "lib" / "libfenlux.so";
-  boost::system::error_code error;
-  const bool isInstalled = !boost::filesystem::exists(local, error) && boost::filesystem::exists(installed, error);
-  return isInstalled ? installed : local;
+  const boost::filesystem::path nextToProgram = folder / FENLUX_MODULE_NAME;
+  for (const auto& candidate :
+       {nextToProgram, folder / "libfenlux.so", folder.parent_path() / FENLUX_LIBRARY_FOLDER / FENLUX_MODULE_NAME}) {
+    boost::system::error_code error;
+    if (boost::filesystem::exists(candidate, error)) return candidate;
+  }
+  return nextToProgram;
 }
 
 }  // namespace fenlux::refhost

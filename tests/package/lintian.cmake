@@ -1,0 +1,16 @@
+# lintian finds no errors in the Debian packages.
+cmake_minimum_required(VERSION 3.25)
+include(${SETTINGS})
+
+find_program(lintian lintian)
+if(NOT lintian)
+  message(STATUS "skipped, because lintian is not installed")
+  return()
+endif()
+file(GLOB packages ${FENLUX_WORK_DIR}/archive/*.deb)
+if(NOT packages)
+  message(STATUS "skipped, because no packages were made")
+  return()
+endif()
+run(output ${lintian} --allow-root --fail-on error --tag-display-limit 0 ${packages})
+message(NOTICE "${output}")
