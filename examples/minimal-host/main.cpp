@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "core/fenlux.h"
+#include "fenlux/abi.h"  // an error here means that this host is not built like the module
 #include "host/host.h"
 #include "kdi/driver_records.h"
 
@@ -41,7 +42,6 @@ namespace fs = boost::filesystem;
 using boost::locale::conv::utf_to_utf;
 using records::Command;
 using std::make_shared, std::string, std::wstring;
-using Clock = std::chrono::steady_clock;
 template <class T>
 using Ptr = std::shared_ptr<T>;
 using U8 = std::uint8_t;
@@ -175,17 +175,13 @@ struct Log final : CLog {
 struct Locale final : CLocale {
   string& TranslateText(string& out, const char* text, const char*, U32) override { return out = text; }
 };
-struct Measurement final : CMeasurement {
-  string& GetResultText(string& out) override { return out = std::to_string((Clock::now() - start) / 1us) + " us"; }
-  const Clock::time_point start = Clock::now();
-};
 
 struct Utility final : CUtility {
   bool QueryVersionFlag() override { return false; }
   string& ToNarrowString(string& out, const wstring& text) override { return out = utf_to_utf<char>(text); }
   string& TransformPath(string& out, const string& path) override { return out = path; }
   string& ConvertText(string& out, const string& message) override { return out = message; }
-  Ptr<CMeasurement>& CreateMeasurement(Ptr<CMeasurement>& out) override { return out = make_shared<Measurement>(); }
+  Ptr<CMeasurement>& CreateMeasurement(Ptr<CMeasurement>& out) override { return out; }  // null: measures nothing
   void CopyToField(void* destination, U32 limit, const wstring& text) override {
     const std::u16string units = utf_to_utf<char16_t>(text).substr(0, limit / 2);  // truncates
     std::memcpy(destination, units.data(), units.size() * 2);
@@ -203,25 +199,9 @@ struct Utility final : CUtility {
   void WriteLog(U32, const string& line, U32) override { Print("process", line); }
 };
 
-// The register of driver interfaces. This host has no use for one.
-struct KdiRecord final : CKdiRecord {
-  void SetName(const string&) override {}
-  void SetPortValue(U32) override {}
-  void SetValue1(U32) override {}
-  void SetValue2(U32) override {}
-};
-struct RecordRegistration final : CRecordRegistration {
-  void Withdraw() override {}
-};
-struct KdiRegister final : CRecordFactory, CRecordService {
-  Ptr<CKdiRecord>& CreateRecord(Ptr<CKdiRecord>& out) override { return out = make_shared<KdiRecord>(); }
-  Ptr<CRecordRegistration> Register(const Ptr<CKdiRecord>&) override { return make_shared<RecordRegistration>(); }
-};
-struct NetObject final : CNetObject {
-  Ptr<CNetObject>& Release(Ptr<CNetObject>& out, U32) override { return out; }
-};
+// Network objects and registration records are for the host alone. This one has no use for them and returns null.
 struct Net final : CNet {
-  Ptr<CNetObject>& CreateObject(Ptr<CNetObject>& out, U32, U32) override { return out = make_shared<NetObject>(); }
+  Ptr<CNetObject>& CreateObject(Ptr<CNetObject>& out, U32, U32) override { return out; }
 };
 struct SpspSettings final : CSpspSettings {
   U8 GetSpspFlag1() override { return 1; }
@@ -241,7 +221,7 @@ struct Configuration final : CCfg, CCfgEx {
   const Ptr<CRecordFactory>& GetRecordFactory() override { return recordFactory; }
   const Ptr<CSpspSettings>& GetSpspSettings() override { return spspSettings; }
   void ReportDriverVersion(U32, bool, U32 version) override { Print("host", "driver " + std::to_string(version)); }
-  bool IsMeasuringEnabled(U32, U32) override { return true; }  // one log line each; an agent measures on demand
+  bool IsMeasuringEnabled(U32, U32) override { return false; }
   U32 GetRecordValue1() override { return 0; }
   U32 GetRecordValue2() override { return 0; }
   U32 GetPortValue() override { return 1; }
@@ -255,7 +235,7 @@ struct Configuration final : CCfg, CCfgEx {
   bool GetClientTypeFlag() override { return false; }
   bool GetMonitorObjectFlag() override { return true; }
 
-  const Ptr<CRecordFactory> recordFactory = make_shared<KdiRegister>();
+  const Ptr<CRecordFactory> recordFactory;  // null: registers nothing
   const Ptr<CSpspSettings> spspSettings = make_shared<SpspSettings>();
   const Ptr<MonitorPolicy> policy = make_shared<MonitorPolicy>(MonitorPolicy{make_shared<PolicyObject>()});
   const Ptr<CBuf> configBlock = make_shared<Buffer>(4);
@@ -350,7 +330,7 @@ struct Context final : CGlobalContext {
   const Ptr<Locale> locale = make_shared<Locale>();
   const Ptr<Utility> utility = make_shared<Utility>();
   const Ptr<Net> net = make_shared<Net>();
-  const Ptr<CRecordService> recordService = make_shared<KdiRegister>();
+  const Ptr<CRecordService> recordService;
   const Ptr<WinWork> work = make_shared<WinWork>();
   const Ptr<CWinWork> winWork = work;  // the handle that the contract returns by reference
   const Ptr<RecordMaker> recordMaker = make_shared<RecordMaker>();
@@ -371,16 +351,17 @@ decltype(&init) LoadModule(const fs::path& file) {
   return reinterpret_cast<decltype(&init)>(symbol);
 }
 
+// The order of operations. An agent serves until it is told to stop, where this waits for the last report.
 int Run(const fs::path& moduleFile) {
-  const auto host = make_shared<Context>();
+  const auto host = make_shared<Context>();  // 1. every service works before the module is loaded
   const auto driver = host->work->driver;
   const Ptr<CGlobalContext> context = host;
-  LoadModule(moduleFile)(&context);  // throws if a service is missing
-  host->module->StartWork();
+  LoadModule(moduleFile)(&context);  // 2. init: calls RegisterModule, or throws if a service is missing
+  host->module->StartWork();         // 3. once; from here on the module calls the services on its own threads
   const bool complete = driver->WaitForAll(10s);
-  host->module->StopWork(true);  // it would reconnect in five seconds; the process ends before that
+  host->module->StopWork(true);  // 4. it would reconnect in five seconds; the process ends before that
   if (!complete) throw std::runtime_error("timed out waiting for a request or a verdict");
-  for (std::thread& thread : driver->delivery) thread.join();
+  for (std::thread& thread : driver->delivery) thread.join();  // 5. no handler call is left; main exits
   Print("host", std::to_string(driver->correct) + " of " + std::to_string(driver->delivered) + " verdicts as expected");
   return driver->correct == driver->delivered ? 0 : 1;
 }

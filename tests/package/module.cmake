@@ -30,7 +30,8 @@ function(check_library prefix)
     found(numbers "${description}" "\\+base\\[ *([0-9]+)\\][^\n]*Export RVA")  # exports may lack a name
     expect("exports the numbers" "${numbers}" 1)
     found(loaded "${description}" "DLL Name: ([^\n]+)")
-    expect("loads" "${loaded}" KERNEL32.dll WS2_32.dll libgcc_s_seh-1.dll libstdc++-6.dll libwinpthread-1.dll msvcrt.dll)
+    expect("loads" "${loaded}" ADVAPI32.dll KERNEL32.dll WS2_32.dll libgcc_s_seh-1.dll libstdc++-6.dll libwinpthread-1.dll
+           msvcrt.dll)
     if(NOT description MATCHES "\nDllCharacteristics[^\n]*\n((\t[^\n]+\n)*)")
       message(FATAL_ERROR "the library has no characteristics:\n${description}")
     endif()
