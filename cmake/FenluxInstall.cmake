@@ -6,6 +6,7 @@
 #   host           the reference host with its examples and documents
 #   documentation  architecture, protocol, the API reference and the driver's test vectors (on Windows part of
 #                  `development`, without the vectors)
+#   debug          debug information of the Windows binaries (MinGW only)
 #   driver         the driver kit by itself: the protocol as a C header, test vectors and example decoders; installed on
 #                  request, not packaged
 #
@@ -36,9 +37,34 @@ install(TARGETS fenlux fenlux_api EXPORT fenluxTargets
   RUNTIME DESTINATION bin COMPONENT development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${FENLUX_RUNTIME_COMPONENT} NAMELINK_COMPONENT development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
-# The runtime that the module and its host share (MinGW).
-install(FILES ${FENLUX_RUNTIME_DLLS} DESTINATION bin COMPONENT development)
+# The runtime that the module and its host share (MinGW), without the symbols that are most of it. They are in the
+# component `debug`, with those of our own binaries, as files for the debugger.
 list(TRANSFORM FENLUX_RUNTIME_DLLS REPLACE ".*/" "bin/" OUTPUT_VARIABLE FENLUX_INSTALLED_DLLS)
+foreach(dll ${FENLUX_RUNTIME_DLLS})
+  cmake_path(GET dll FILENAME name)
+  set(stripped ${PROJECT_BINARY_DIR}/runtime/${name})
+  if(NOT EXISTS ${stripped} OR ${dll} IS_NEWER_THAN ${stripped})
+    file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/runtime)
+    foreach(command "${CMAKE_OBJCOPY};--only-keep-debug;${dll};${stripped}.debug" "${CMAKE_STRIP};-o;${stripped};${dll}")
+      # Some versions of the tools write the time into the file.
+      execute_process(COMMAND ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=315619200 ${command} COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+  endif()
+  install(FILES ${stripped} DESTINATION bin COMPONENT development)
+  install(FILES ${stripped}.debug DESTINATION bin COMPONENT debug)
+endforeach()
+# fenlux_install_debug(<target>): the debug information of a program or library, extracted while it is installed.
+function(fenlux_install_debug target)
+  install(CODE "
+    set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/bin\")
+    file(MAKE_DIRECTORY \${folder})
+    execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --only-keep-debug \"$<TARGET_FILE:${target}>\"
+                            \${folder}/$<TARGET_FILE_NAME:${target}>.debug COMMAND_ERROR_IS_FATAL ANY)"
+    COMPONENT debug)
+endfunction()
+if(MINGW)
+  fenlux_install_debug(fenlux)
+endif()
 install(DIRECTORY src/host DESTINATION include/fenlux COMPONENT development FILES_MATCHING PATTERN "*.h")
 foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h common/mutex.h
         common/thread_annotations.h)
@@ -82,6 +108,9 @@ endif()
 
 if(FENLUX_BUILD_REFHOST)
   install(TARGETS fenlux-host RUNTIME DESTINATION bin COMPONENT host)
+  if(MINGW)
+    fenlux_install_debug(fenlux-host)
+  endif()
   install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
     PATTERN "*.toml" PATTERN minimal-host EXCLUDE)
   install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)

@@ -1,4 +1,4 @@
-# Packages, made by cpack: four Debian packages, or two ZIP archives for Windows.
+# Packages, made by cpack: four Debian packages, or three ZIP archives for Windows (module, host, debug information).
 #
 #   libfenlux0     the module                                       component runtime
 #   libfenlux-dev  headers, CMake and pkg-config files              component development
@@ -23,11 +23,15 @@ set(CPACK_VERBATIM_VARIABLES ON)
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
-  # Both archives unpack into one folder: the reference host next to the module.
+  # All archives unpack into one folder: the reference host next to the module, debug information next to both.
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
   set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
   set(CPACK_ARCHIVE_DEVELOPMENT_FILE_NAME fenlux-${PROJECT_VERSION}-win64)
   set(CPACK_ARCHIVE_HOST_FILE_NAME fenlux-host-${PROJECT_VERSION}-win64)
+  if(MINGW)
+    list(APPEND CPACK_COMPONENTS_ALL debug)
+    set(CPACK_ARCHIVE_DEBUG_FILE_NAME fenlux-debug-${PROJECT_VERSION}-win64)
+  endif()
   include(CPack)
   return()
 endif()
