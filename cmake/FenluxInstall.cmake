@@ -72,7 +72,8 @@ foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_record
   install(FILES src/${header} DESTINATION include/fenlux/${directory} COMPONENT development)
 endforeach()
 install(FILES ${FENLUX_GENERATED_INCLUDE}/fenlux/version.h ${FENLUX_GENERATED_INCLUDE}/fenlux/abi.h
-              driver/include/fenlux/driver_protocol.h
+              driver/include/fenlux/driver_protocol.h hostkit/include/fenlux/default_record.h
+              hostkit/include/fenlux/default_services.h
   DESTINATION include/fenlux COMPONENT development)
 
 install(EXPORT fenluxTargets NAMESPACE fenlux:: DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)

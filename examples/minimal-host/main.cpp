@@ -1,9 +1,10 @@
-// A complete fenlux host in one file, as small as it can be, for agents to start from.
+// A complete fenlux host in one file, for agents to start from.
 //
 //   minimal-host [MODULE]     MODULE: the module's library; default: the one next to this program
 //
-// It provides every service that the module needs, loads the module, lets it connect to a stand-in driver, and judges
-// what the driver reports. It exits with 0 if the driver got every request and verdict that it expects.
+// It provides every service that the module needs, most of them the defaults of fenlux/default_services.h, loads the
+// module, lets it connect to a stand-in driver, and judges what the driver reports. It exits with 0 if the driver got
+// every request and verdict that it expects.
 //
 // Threads.   The module calls services concurrently, from the thread that calls init, its own workers, and the port
 //            client's delivery threads. So every service here is either immutable or locked.
@@ -12,7 +13,6 @@
 // Blocking.  While a delivery thread is busy, an operation is blocked in the kernel. What runs there (CreateBuffer,
 //            CreateRecord, Evaluate, the log) must not wait for disks, networks or other events.
 #include <boost/filesystem/operations.hpp>
-#include <boost/locale/encoding_utf.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -22,9 +22,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "core/fenlux.h"
 #include "fenlux/abi.h"  // an error here means that this host is not built like the module
-#include "host/host.h"
+#include "fenlux/default_services.h"
 #include "kdi/driver_records.h"
 
 #ifdef _WIN32
@@ -39,14 +38,12 @@ namespace agent {
 using namespace fenlux;
 using namespace std::chrono_literals;
 namespace fs = boost::filesystem;
-using boost::locale::conv::utf_to_utf;
 using records::Command;
-using std::make_shared, std::string, std::wstring;
+using std::make_shared, std::string;
 template <class T>
 using Ptr = std::shared_ptr<T>;
 using U8 = std::uint8_t;
 using U32 = std::uint32_t;
-using U64 = std::uint64_t;
 
 void Print(const char* kind, const string& line) { std::printf("%-8s %s\n", kind, line.c_str()); }
 
@@ -151,191 +148,34 @@ struct StandInDriver final : CPortClient {
   bool waiting = false, closed = false;
 };
 
-// The services. Buffers are zero-filled: the module writes only a record's fields, but every byte goes to the driver.
-// Zeros leak no old memory and terminate texts.
-struct Buffer final : CBuf {
-  explicit Buffer(std::size_t size) : bytes(size) {}
-  Buffer(const U8* data, std::size_t size) : bytes(data, data + size) {}
-  U8* GetData() override { return bytes.data(); }
-  std::size_t GetSize() override { return bytes.size(); }
-  std::vector<U8> bytes;
-};
-
-// Writes each line to standard output in one call. An agent puts it into a queue instead: a blocked console or
-// disk would block the kernel's operations.
-struct Log final : CLog {
-  void LogAlert(U32, const string& line) override { Print("alert", line); }
-  void LogProblem(U32, const string& line) override { Print("problem", line); }
-  void LogWarning(U32, const string& line) override { Print("warning", line); }
-  void LogNotice(U32, const string& line) override { Print("notice", line); }
-  void LogEvent(U32, const string& line) override { Print("event", line); }
-  void LogDetail(U32, const string& line) override { Print("detail", line); }
-};
-
-struct Locale final : CLocale {
-  string& TranslateText(string& out, const char* text, const char*, U32) override { return out = text; }
-};
-
-struct Utility final : CUtility {
-  bool QueryVersionFlag() override { return false; }
-  string& ToNarrowString(string& out, const wstring& text) override { return out = utf_to_utf<char>(text); }
-  string& TransformPath(string& out, const string& path) override { return out = path; }
-  string& ConvertText(string& out, const string& message) override { return out = message; }
-  Ptr<CMeasurement>& CreateMeasurement(Ptr<CMeasurement>& out) override { return out; }  // null: measures nothing
-  void CopyToField(void* destination, U32 limit, const wstring& text) override {
-    const std::u16string units = utf_to_utf<char16_t>(text).substr(0, limit / 2);  // truncates
-    std::memcpy(destination, units.data(), units.size() * 2);
+// The services. The defaults are enough for most; this host has a judge, a driver, and a process that it knows.
+struct Services final : DefaultServices {
+  Services() {
+    log = Print;  // an agent puts lines into a queue: a blocked console or disk would block the kernel's operations
+    judge = [](const Event& event) {
+      return event.path.find(L"secret") == std::wstring::npos ? Decision::kVerdict2 : Decision::kVerdict4;
+    };
+    makePortClient = [this](const string& portName, const Ptr<CBuf>& connectContext, U32,
+                            const NotificationHandler& handler) {
+      if (driver->handler) throw std::runtime_error("the stand-in driver accepts one connection");
+      Print("host", "connecting to " + portName);
+      driver->connectContext = connectContext;
+      driver->handler = handler;
+      return driver;
+    };
+    SetPolicy({fs::current_path()});  // an agent calls it again when the policy changes
   }
-  wstring& ToWideString(wstring& out, const string& text) override { return out = utf_to_utf<wchar_t>(text); }
-  wstring& ToRecordString(wstring& out, const wstring& path) override { return out = path; }
-  Ptr<CBuf>& CreateBuffer(Ptr<CBuf>& out, bool, U32 size, bool) override { return out = make_shared<Buffer>(size); }
-  bool TestPath(const fs::path& path) override {
-    boost::system::error_code error;
-    return fs::is_directory(path, error);
-  }
-  Ptr<CBuf>& BufferFromBytes(Ptr<CBuf>& out, const void* bytes, U32 length) override {
-    return out = make_shared<Buffer>(static_cast<const U8*>(bytes), length);
-  }
-  void WriteLog(U32, const string& line, U32) override { Print("process", line); }
-};
-
-// Network objects and registration records are for the host alone. This one has no use for them and returns null.
-struct Net final : CNet {
-  Ptr<CNetObject>& CreateObject(Ptr<CNetObject>& out, U32, U32) override { return out; }
-};
-struct SpspSettings final : CSpspSettings {
-  U8 GetSpspFlag1() override { return 1; }
-  U8 GetReservedFlag() override { return 0; }
-  U8 GetSpspFlag2() override { return 1; }
-  U8 GetSpspFlag3() override { return 1; }
-  U8 GetSpspFlag4() override { return 1; }
-};
-struct PolicyObject final : CPolicyObject {
-  fs::path GetMonitorPath() override { return fs::current_path(); }
-};
-
-// Both configuration services. Some operations return a handle by reference, which the module reads after the call: the
-// handle must stay as it is. Nothing changes here; an agent replaces the policy's handle under a lock and then calls
-// CFenlux::NotifyPolicyChanged.
-struct Configuration final : CCfg, CCfgEx {
-  const Ptr<CRecordFactory>& GetRecordFactory() override { return recordFactory; }
-  const Ptr<CSpspSettings>& GetSpspSettings() override { return spspSettings; }
   void ReportDriverVersion(U32, bool, U32 version) override { Print("host", "driver " + std::to_string(version)); }
-  bool IsMeasuringEnabled(U32, U32) override { return false; }
-  U32 GetRecordValue1() override { return 0; }
-  U32 GetRecordValue2() override { return 0; }
-  U32 GetPortValue() override { return 1; }
-  bool IsEnabled() override { return true; }
-  bool GetDriverInterfaceFlag() override { return false; }
-  Ptr<MonitorPolicy>& GetMonitorPolicy(Ptr<MonitorPolicy>& out) override { return out = policy; }
-  bool IsCacheBypassed() override { return false; }
-  bool IsIdentityTextAdded() override { return false; }
-  U32 GetRefreshInterval() override { return 1000; }
-  const Ptr<CBuf>& GetDriverConfigBlock() override { return configBlock; }
-  bool GetClientTypeFlag() override { return false; }
-  bool GetMonitorObjectFlag() override { return true; }
-
-  const Ptr<CRecordFactory> recordFactory;  // null: registers nothing
-  const Ptr<CSpspSettings> spspSettings = make_shared<SpspSettings>();
-  const Ptr<MonitorPolicy> policy = make_shared<MonitorPolicy>(MonitorPolicy{make_shared<PolicyObject>()});
-  const Ptr<CBuf> configBlock = make_shared<Buffer>(4);
-};
-
-// One thread fills, judges and drops a record, so it needs no lock. It stores only what the judge uses.
-struct EventProcess final : CArpProcess {
-  U64 GetProcessId() override { return id; }
-  void SetProcessId(U64 processId) override { id = processId; }
-  void SetSessionId(U32) override {}
-  void SetNarrowInfo(const string&) override {}
-  void SetIdentityText(const string&) override {}
-  U64 id = 0;
-};
-struct EventRecord final : CArpRecord {
-  const Ptr<CArpProcess>& ProcessPart() override { return process; }
-  void Mark() override {}
-  wstring& GetPath(wstring& out) override { return out = path; }
-  Ptr<CBuf> GetContextData() override { return nullptr; }  // this judge never decides 5
-  U32 GetPathSource() override { return static_cast<U32>(process->GetProcessId()); }
-  string& Describe(string& out) override { return out = utf_to_utf<char>(path); }
-  void SetPath(const wstring& text) override { path = text; }
-  void SetSecondPath(const wstring&) override {}
-  void SetEventType(U32) override {}
-  void SetCategory(U32) override {}
-  void SetSource(U32) override {}
-  void SetExtraData(const Ptr<CBuf>&) override {}
-  void SetPort(std::uint16_t) override {}
-  void SetIpv6(bool) override {}
-  void SetIpv4Address(U32) override {}
-  void SetIpv6Address(const std::array<U8, 16>&) override {}
-  void SetRemoteFlag(bool) override {}
-  void SetWord0(U64) override {}
-  void SetWord1(U64) override {}
-  void SetWord2(U64) override {}
-  void SetWord3(U64) override {}
-  void SetValueA(U32) override {}
-  void SetValueB(U32) override {}
-  void SetWideInfo(const wstring&) override {}
-  const Ptr<CArpProcess> process = make_shared<EventProcess>();
-  wstring path;
-};
-struct RecordMaker final : CArpMgmt {
-  Ptr<CArpRecord>& CreateRecord(Ptr<CArpRecord>& out, U32) override { return out = make_shared<EventRecord>(); }
-};
-
-// This host made every record, so the cast is safe.
-struct Judge final : CAoArp {
-  U32 Evaluate(const Ptr<CArpRecord>& record) override {
-    return static_cast<EventRecord&>(*record).path.find(L"secret") == wstring::npos ? 1 : 3;  // verdict 2 or 4
+  // Process queries, which an agent passes to the operating system.
+  U32 QueryProcessValue(U32 processId, U32) override { return processId == kProcess ? 1 : kUnknownProcess; }
+  std::wstring& GetProcessWideText(std::wstring& out, U32 processId, U32) override {
+    return out = processId == kProcess ? L"writer.exe" : L"";
   }
-};
-
-// Process queries, which an agent passes to the operating system, and the factory of port clients.
-struct WinWork final : CWinWork {
-  fs::path& SystemPath(fs::path& out, const string& image) override { return out = fs::path("C:\\Windows") / image; }
-  U32 QueryProcessValue(U32 processId, U32) override { return processId == kProcess ? 1 : 0xFFFFFFFF; }
-  wstring& GetProcessWideText(wstring& out, U32 id, U32) override { return out = id == kProcess ? L"writer.exe" : L""; }
-  string& GetProcessNarrowText(string& out, U32, U32) override { return out = ""; }
-  Ptr<CPortClient>& CreatePortClient(Ptr<CPortClient>& out, const string& name, const Ptr<CBuf>& connectContext, U32,
-                                     const NotificationHandler& handler, U32) override {
-    if (driver->handler) throw std::runtime_error("the stand-in driver accepts one connection");
-    Print("host", "connecting to " + name);
-    driver->connectContext = connectContext;
-    driver->handler = handler;
-    return out = driver;
-  }
-  string& GetIdentityText(string& out, const void*) override { return out = ""; }
-  Ptr<ProcessIdList>& FindProcessesByImage(Ptr<ProcessIdList>& out, const fs::path&, U32) override { return out; }
   Ptr<ProcessIdSet>& GetRunningProcessIds(Ptr<ProcessIdSet>& out, U32) override {
     return out = make_shared<ProcessIdSet>(ProcessIdSet{kProcess});
   }
+
   const Ptr<StandInDriver> driver = make_shared<StandInDriver>();
-};
-
-// The service locator.
-struct Context final : CGlobalContext {
-  Ptr<CCfg> GetCfg() override { return configuration; }
-  Ptr<CLog> GetLog() override { return log; }
-  Ptr<CLocale> GetLocale() override { return locale; }
-  Ptr<CUtility> GetUtility() override { return utility; }
-  Ptr<CNet> GetNet() override { return net; }
-  const Ptr<CRecordService>& GetRecordService() override { return recordService; }
-  const Ptr<CWinWork>& GetWinWork() override { return winWork; }
-  Ptr<CArpMgmt> GetArpMgmt() override { return recordMaker; }
-  Ptr<CCfgEx> GetCfgEx() override { return configuration; }
-  Ptr<CAoArp> GetAoArp() override { return judge; }
-  void RegisterModule(const Ptr<CFenlux>& made) override { module = made; }  // inside init
-
-  const Ptr<Configuration> configuration = make_shared<Configuration>();
-  const Ptr<Log> log = make_shared<Log>();
-  const Ptr<Locale> locale = make_shared<Locale>();
-  const Ptr<Utility> utility = make_shared<Utility>();
-  const Ptr<Net> net = make_shared<Net>();
-  const Ptr<CRecordService> recordService;
-  const Ptr<WinWork> work = make_shared<WinWork>();
-  const Ptr<CWinWork> winWork = work;  // the handle that the contract returns by reference
-  const Ptr<RecordMaker> recordMaker = make_shared<RecordMaker>();
-  const Ptr<Judge> judge = make_shared<Judge>();
-  Ptr<CFenlux> module;
 };
 
 // Never unloaded: the module's threads are never joined and run its code until the process ends.
@@ -353,8 +193,8 @@ decltype(&init) LoadModule(const fs::path& file) {
 
 // The order of operations. An agent serves until it is told to stop, where this waits for the last report.
 int Run(const fs::path& moduleFile) {
-  const auto host = make_shared<Context>();  // 1. every service works before the module is loaded
-  const auto driver = host->work->driver;
+  const auto host = make_shared<Services>();  // 1. every service works before the module is loaded
+  const auto driver = host->driver;
   const Ptr<CGlobalContext> context = host;
   LoadModule(moduleFile)(&context);  // 2. init: calls RegisterModule, or throws if a service is missing
   host->module->StartWork();         // 3. once; from here on the module calls the services on its own threads

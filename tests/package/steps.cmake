@@ -57,7 +57,7 @@ endfunction()
 # What the development package contains at least, relative to the prefix.
 file(GLOB FENLUX_DEVELOPMENT_FILES RELATIVE ${FENLUX_SOURCE_DIR}/src ${FENLUX_SOURCE_DIR}/src/host/*.h)
 list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h version.h abi.h
-     driver_protocol.h)
+     driver_protocol.h default_record.h default_services.h)
 list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
 list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfig.cmake
      ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfigVersion.cmake ${FENLUX_LIBDIR}/cmake/fenlux/fenluxTargets.cmake
