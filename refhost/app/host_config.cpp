@@ -2,8 +2,10 @@
 #include "refhost/app/host_config.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "refhost/base/config/config_reader.h"
 
@@ -15,6 +17,10 @@ ControlSettings ReadControlSettings(const ConfigTable& table) {
   settings.enabled = table.Boolean("enabled", settings.enabled);
   settings.socket = table.Path("socket");
   return settings;
+}
+
+bool KernelEvents(const HostConfig& config) {
+  return config.start.driver.port == DriverPortKind::kEmulator && config.emulator.source == EventSourceKind::kFanotify;
 }
 
 HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
@@ -34,6 +40,11 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   if (config.start.driver.port != DriverPortKind::kEmulator && emulator.Present()) {
     emulator.Report("", "requires [driver] port = \"emulator\"");
   }
+  // A process that runs another program keeps its id: what the cache knows of a process that waits for a verdict may be
+  // the program it ran before.
+  if (!config.reloadable.module.cacheBypassed && KernelEvents(config)) {
+    config.reloadable.module.cacheBypassed = config.reloadable.rules.NameProcesses();
+  }
   root.Finish();
   if (!config.emulator.scenarioFile.empty()) config.scenario = LoadScenario(config.emulator.scenarioFile, errors);
   return config;
@@ -50,6 +61,24 @@ bool IsScenario(const ConfigTable& root) {
 }
 
 }  // namespace
+
+std::optional<Decision> UnknownProgramDecision(const HostConfig& config) {
+  if (!KernelEvents(config)) return std::nullopt;
+  struct Row {
+    Decision decision;
+    records::Verdict verdict;
+  };
+  constexpr Row kDecisions[] = {{Decision::kVerdict4, records::Verdict::kVerdict4},
+                                {Decision::kVerdict5, records::Verdict::kVerdict5},
+                                {Decision::kUndecided, records::Verdict::kUnjudged},
+                                {Decision::kVerdict2, records::Verdict::kVerdict2},
+                                {Decision::kPassClient2, records::Verdict::kPassClient2}};
+  const std::vector<std::uint32_t>& refusing = config.emulator.kernel.refusingVerdicts;
+  const auto* const row = std::ranges::find_if(kDecisions, [&](const Row& candidate) {
+    return std::ranges::find(refusing, static_cast<std::uint32_t>(candidate.verdict)) != refusing.end();
+  });
+  return row == std::end(kDecisions) ? Decision::kVerdict4 : row->decision;
+}
 
 HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors) {
   const ConfigDocument document(file, errors);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <optional>
 
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/sources/scenario.h"
@@ -53,6 +54,10 @@ struct HostConfig {
 
 // Reads and validates a host's configuration and the scenario it names. Use the result only if `errors` stays empty.
 HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors);
+
+// The decision on an event whose program is unknown, where a rule's program pattern would decide: one that refuses the
+// operation. Nothing if events do not come from the kernel.
+std::optional<Decision> UnknownProgramDecision(const HostConfig& config);
 
 // Validates a scenario, or a host's configuration and the scenario it names.
 void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors);

@@ -64,7 +64,7 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
       records(std::make_shared<RecordRegister>()),
       net(std::make_shared<NetService>()),
       configuration(std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records)),
-      judge(std::make_shared<Judge>(std::move(config.reloadable.rules))),
+      judge(std::make_shared<Judge>(std::move(config.reloadable.rules), UnknownProgramDecision(config))),
       unjudgedPolicy(config.emulator.unjudged),
       emulator(MakeEmulator(config, log)),
       filterPort(MakeFilterPort(config.start.driver, log)),
@@ -189,6 +189,8 @@ SummaryFacts ReferenceHost::Facts() const {
   facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - startTime);
   facts.totals = emulator->Totals();
   facts.unjudgedPolicy = unjudgedPolicy;
+  // The judge refuses these itself, by a decision.
+  facts.totals.unjudged[static_cast<std::size_t>(UnjudgedCause::kProgramNotEstablished)] = judge->UnknownPrograms();
   facts.driver = emulator->State();
   if (filterPort != nullptr) facts.filterPort = filterPort->Totals();
   facts.stateBeforeStop = facts.driver;

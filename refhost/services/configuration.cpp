@@ -73,7 +73,7 @@ FixedSettings ReadFixedSettings(const ConfigTable& root) {
 LiveSettings ReadLiveSettings(const ConfigTable& root) {
   const ConfigTable module = root.Table("module");
   LiveSettings settings;
-  settings.cacheBypassed = module.Boolean("bypass_process_cache", settings.cacheBypassed);
+  if (module.Has("bypass_process_cache")) settings.cacheBypassed = module.Boolean("bypass_process_cache", false);
   settings.identityTextAdded = module.Boolean("identity_text", settings.identityTextAdded);
   settings.measuring = module.Boolean("measure", settings.measuring);
   settings.refreshMilliseconds = module.Unsigned("refresh_interval_ms", settings.refreshMilliseconds);
@@ -119,7 +119,7 @@ void Configuration::Replace(LiveSettings live) {
   newBlock->bytes = std::move(live.configBlock);
 
   spspFlags->Replace(live.spspFlags);
-  cacheBypassed.store(live.cacheBypassed);
+  cacheBypassed.store(live.cacheBypassed.value_or(false));
   identityTextAdded.store(live.identityTextAdded);
   measuring.store(live.measuring);
   refreshMilliseconds.store(live.refreshMilliseconds);

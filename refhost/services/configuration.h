@@ -35,7 +35,7 @@ struct FixedSettings {
 };
 
 struct LiveSettings {
-  bool cacheBypassed = false;
+  std::optional<bool> cacheBypassed;  // nullopt: no, unless the host has a reason
   bool identityTextAdded = true;
   bool measuring = false;
   std::uint32_t refreshMilliseconds = 1000;

@@ -74,15 +74,18 @@ Rule ReadRule(const ConfigTable& table) {
 
 }  // namespace
 
-bool Rule::Matches(const EventData& event) const {
+bool Rule::MatchesButProcess(const EventData& event) const {
   const auto isThisEvent = [&](const EventKind& kind) {
     return kind.type == event.eventType && (kind.category == 0 || kind.category == event.category);
   };
   if (!events.empty() && std::ranges::none_of(events, isThisEvent)) return false;
-  if (path && !path->Matches(event.path) && (event.secondPath.empty() || !path->Matches(event.secondPath))) {
-    return false;
-  }
-  return !process || process->Matches(event.imagePath);
+  return !path || path->Matches(event.path) || (!event.secondPath.empty() && path->Matches(event.secondPath));
+}
+
+bool Rule::MatchesProcess(const EventData& event) const { return !process || process->Matches(event.imagePath); }
+
+bool Rules::NameProcesses() const {
+  return std::ranges::any_of(ordered, [](const Rule& rule) { return rule.process.has_value(); });
 }
 
 Rules ReadRules(const ConfigTable& table) {
@@ -98,18 +101,26 @@ Rules ReadRules(const ConfigTable& table) {
 
 std::uint32_t Judge::Evaluate(const std::shared_ptr<CArpRecord>& record) {
   const std::shared_ptr<const Rules> current = rules.Get();
-  Decision decision = current->defaultDecision;
-  if (auto* event = dynamic_cast<EventRecord*>(record.get()); event != nullptr) {
-    for (const Rule& rule : current->ordered) {
-      if (!rule.Matches(event->Data())) continue;
-      decision = rule.decision;
-      if (rule.context != nullptr) event->SetContextData(rule.context);
-      break;
-    }
-  }
+  auto* const event = dynamic_cast<EventRecord*>(record.get());
+  const Decision decision = event == nullptr ? current->defaultDecision : Decide(*current, *event);
   const auto number = static_cast<std::uint32_t>(decision);
   decisions[number].fetch_add(1, std::memory_order_relaxed);
   return number;
+}
+
+Decision Judge::Decide(const Rules& current, EventRecord& event) {
+  const bool programUnknown = unknownProgramDecision && event.Data().imagePath.empty();
+  for (const Rule& rule : current.ordered) {
+    if (!rule.MatchesButProcess(event.Data())) continue;
+    if (programUnknown && rule.process) {
+      unknownPrograms.fetch_add(1, std::memory_order_relaxed);
+      return *unknownProgramDecision;
+    }
+    if (!rule.MatchesProcess(event.Data())) continue;
+    if (rule.context != nullptr) event.SetContextData(rule.context);
+    return rule.decision;
+  }
+  return current.defaultDecision;
 }
 
 DecisionCounts Judge::Decisions() const {

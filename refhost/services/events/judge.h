@@ -21,6 +21,7 @@ class CBuf;
 namespace fenlux::refhost {
 
 class ConfigTable;
+class EventRecord;
 struct EventData;
 
 // Matches an event if all of its conditions do.
@@ -32,12 +33,17 @@ struct Rule {
   Decision decision = Decision::kPass;
   std::shared_ptr<CBuf> context;  // for Decision::kContext: UTF-16, little-endian
 
-  bool Matches(const EventData& event) const;
+  // Whether all conditions match except that on the program, and whether that one does.
+  bool MatchesButProcess(const EventData& event) const;
+  bool MatchesProcess(const EventData& event) const;
 };
 
 struct Rules {
   std::vector<Rule> ordered;
   Decision defaultDecision = Decision::kPass;  // if no rule matches
+
+  // Whether a rule has a pattern for the program.
+  bool NameProcesses() const;
 };
 
 // Reads the [judging] table.
@@ -47,7 +53,10 @@ using DecisionCounts = std::array<std::uint64_t, kMaxDecision + 1>;
 
 class Judge final : public CAoArp {
  public:
-  explicit Judge(Rules initialRules) : rules(std::move(initialRules)) {}
+  // With `unknownProgram`, that is the decision on an event whose program is unknown (its record has no image path) as
+  // soon as a rule's program pattern would decide. Without, no program pattern matches such an event.
+  explicit Judge(Rules initialRules, std::optional<Decision> unknownProgram = std::nullopt)
+      : rules(std::move(initialRules)), unknownProgramDecision(unknownProgram) {}
 
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override;
 
@@ -55,9 +64,15 @@ class Judge final : public CAoArp {
   void Replace(Rules newRules) { rules.Set(std::move(newRules)); }
   // How often each decision was made, indexed by its number.
   DecisionCounts Decisions() const;
+  // How many of them were made because the program was unknown.
+  std::uint64_t UnknownPrograms() const { return unknownPrograms.load(); }
 
  private:
+  Decision Decide(const Rules& current, EventRecord& event);
+
   LiveValue<Rules> rules;
+  const std::optional<Decision> unknownProgramDecision;
+  std::atomic<std::uint64_t> unknownPrograms{0};
   std::array<std::atomic<std::uint64_t>, kMaxDecision + 1> decisions{};
 };
 

@@ -16,7 +16,8 @@ namespace fenlux::refhost {
 bool ProcessRuns(std::uint32_t processId);
 // The process's login session; 0 if it has none, or if it runs under the system's own account as services do.
 std::uint32_t ProcessSession(std::uint32_t processId);
-// The full path of the process's program.
+// The full path of the process's program; empty if it cannot be established that the program is the file of that name:
+// it was replaced or removed, or the process sees other files than the caller.
 std::wstring ProcessImagePath(std::uint32_t processId);
 // The command line in UTF-8, with its arguments separated by spaces, truncated to 4096 bytes.
 std::string ProcessCommandLine(std::uint32_t processId);

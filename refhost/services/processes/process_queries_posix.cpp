@@ -51,11 +51,16 @@ std::optional<Number> ParseNumber(std::string_view text) {
   return number;
 }
 
-std::string ImageOf(std::uint32_t processId) {
-  std::array<char, 4096> target{};
+// The path of the process's program as the process sees it.
+std::string LinkOf(std::uint32_t processId) {
+  std::array<char, 4096> target;
   const ssize_t length = ::readlink(ProcPath(processId, "/exe").c_str(), target.data(), target.size());
-  if (length <= 0) return {};
-  std::string_view image(target.data(), static_cast<std::size_t>(length));
+  return length <= 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+std::string ImageOf(std::uint32_t processId) {
+  const std::string link = LinkOf(processId);
+  std::string_view image(link);
   if (image.ends_with(kRemoved)) image.remove_suffix(kRemoved.size());
   return std::string(image);
 }
@@ -75,7 +80,18 @@ std::uint32_t ProcessSession(std::uint32_t processId) {
   return session == kNoLoginSession ? 0 : session;
 }
 
-std::wstring ProcessImagePath(std::uint32_t processId) { return WideFromNarrow(ImageOf(processId)); }
+std::wstring ProcessImagePath(std::uint32_t processId) {
+  // The link shows the path as the process sees it, and any user can mount one program over another in a namespace of
+  // their own. So the path counts only if it names the same file here. That also leaves out a program whose file was
+  // replaced since it was started.
+  struct stat program {};
+  if (::stat(ProcPath(processId, "/exe").c_str(), &program) != 0) return {};
+  const std::string image = LinkOf(processId);
+  struct stat named {};
+  if (image.empty() || ::lstat(image.c_str(), &named) != 0) return {};
+  const bool same = named.st_dev == program.st_dev && named.st_ino == program.st_ino;
+  return same ? WideFromNarrow(image) : std::wstring();
+}
 
 std::string ProcessCommandLine(std::uint32_t processId) {
   std::string line = ReadStart(ProcPath(processId, "/cmdline"), kMaxCommandLine);

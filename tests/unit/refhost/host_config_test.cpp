@@ -47,6 +47,36 @@ TEST(HostConfig, ReadsEveryTable) {
   EXPECT_EQ(config.reloadable.rules.defaultDecision, Decision::kVerdict4);
 }
 
+HostConfig Loaded(const std::string& text) {
+  const TemporaryDirectory directory;
+  ConfigErrors errors;
+  HostConfig config = LoadHostConfig(directory.Write("h.toml", text), errors);
+  EXPECT_EQ(errors.Text(), "");
+  return config;
+}
+
+TEST(HostConfig, RulesThatNameProgramsBypassTheProcessCacheOnKernelEvents) {
+  const std::string kernel = "[emulator]\nsource = 'fanotify'\n";
+  const std::string rule = "[[judging.rules]]\nprocess = 'cat'\ndecision = 3\n";
+  const auto bypassed = [](const std::string& text) {
+    return Loaded(text).reloadable.module.cacheBypassed.value_or(false);
+  };
+  EXPECT_TRUE(bypassed(kernel + rule));
+  EXPECT_FALSE(bypassed(kernel));
+  EXPECT_FALSE(bypassed(rule));
+  EXPECT_FALSE(bypassed(kernel + "[module]\nbypass_process_cache = false\n" + rule));
+}
+
+TEST(HostConfig, UnknownProgramsOfKernelEventsGetADecisionThatRefuses) {
+  const auto decision = [](const std::string& text) { return UnknownProgramDecision(Loaded(text)); };
+  EXPECT_EQ(decision(""), std::nullopt);
+  EXPECT_EQ(decision("[emulator]\nsource = 'fanotify'\n"), Decision::kVerdict4);
+  EXPECT_EQ(decision("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = [5]\n"),
+            Decision::kVerdict5);
+  EXPECT_EQ(decision("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = [8]\n"),
+            Decision::kUndecided);
+}
+
 TEST(HostConfig, ACheckReportsErrorsOfTheConfigurationAndOfItsScenario) {
   const TemporaryDirectory directory;
   const std::string scenario = directory.Write("s.toml", "[[steps]]\nnotify = 'x'\n").string();

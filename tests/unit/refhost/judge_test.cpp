@@ -47,6 +47,23 @@ TEST(Judge, TheFirstMatchingRuleDecides) {
   EXPECT_EQ(decisions[6], 1U);
 }
 
+TEST(Judge, AnUnknownProgramIsRefusedOnlyWhereAProgramPatternWouldDecide) {
+  const Read read(
+      "[[rules]]\npath = '/a/*'\ndecision = 6\n"
+      "[[rules]]\npath = '/b/*'\nprocess = 'cat'\ndecision = 2\n"
+      "[[rules]]\npath = '/b/*'\ndecision = 1\n");
+  ASSERT_EQ(read.errors.Text(), "");
+  Judge judge(read.rules, Decision::kVerdict4);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/a/x")), 6U);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/c/x")), 2U);
+  EXPECT_EQ(judge.UnknownPrograms(), 0U);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x")), 3U);
+  EXPECT_EQ(judge.UnknownPrograms(), 1U);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x", L"/bin/cat")), 2U);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x", L"/bin/head")), 1U);
+  EXPECT_EQ(judge.UnknownPrograms(), 1U);
+}
+
 TEST(Judge, ReturnsTheDefaultIfNoRuleMatches) {
   EXPECT_EQ(Judge(Read("").rules).Evaluate(Event(1, 1, L"")), 2U);
   EXPECT_EQ(

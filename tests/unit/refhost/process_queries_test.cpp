@@ -1,17 +1,19 @@
 // Queries about processes that the test knows: its own and a child.
 #include "refhost/services/processes/process_queries.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
+#include <string>
 
 #include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/utf_text.h"
+#include "tests/support/temporary_directory.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -48,6 +50,76 @@ TEST(ProcessQueries, ReturnNothingForAnEndedProcess) {
   EXPECT_EQ(ProcessImagePath(ended), L"");
   EXPECT_EQ(ProcessCommandLine(ended), "");
   EXPECT_FALSE(RunningProcesses().contains(ended));
+}
+
+// A process that runs a program until it is destroyed. The program gets the word "ready" as input and copies it to its
+// output, so that it is known to run.
+class Running {
+ public:
+  explicit Running(const std::string& command) {
+    int input[2];
+    int output[2];
+    if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) return;
+    child = ::fork();
+    if (child == 0) {
+      ::dup2(input[0], STDIN_FILENO);
+      ::dup2(output[1], STDOUT_FILENO);
+      ::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+      ::_exit(127);
+    }
+    ::close(input[0]);
+    ::close(output[1]);
+    end = input[1];
+    char word[5];
+    runs = ::write(end, "ready", 5) == 5 && ::read(output[0], word, 5) == 5;
+    ::close(output[0]);
+  }
+  ~Running() {
+    ::close(end);
+    ::waitpid(child, nullptr, 0);
+  }
+
+  std::uint32_t Id() const { return static_cast<std::uint32_t>(child); }
+  bool Runs() const { return runs; }
+
+ private:
+  pid_t child = -1;
+  int end = -1;
+  bool runs = false;
+};
+
+std::string LinkOf(std::uint32_t processId) {
+  return boost::filesystem::read_symlink("/proc/" + std::to_string(processId) + "/exe").string();
+}
+
+TEST(ProcessQueries, GiveNoPathForAProgramThatIsMountedOverAnother) {
+  const testing::TemporaryDirectory directory;
+  const std::string cat = boost::filesystem::canonical("/bin/cat").string();
+  const std::string shown = directory.MakeFile("head").string();
+  const Running spoofed("exec unshare -Urm sh -c 'mount --bind " + cat + " " + shown + " && exec " + shown + "'");
+  if (!spoofed.Runs()) GTEST_SKIP() << "this process may not mount in a namespace of its own";
+  ASSERT_EQ(LinkOf(spoofed.Id()), shown);
+  EXPECT_EQ(ProcessImagePath(spoofed.Id()), L"");
+
+  const Running plain("exec " + cat);
+  ASSERT_TRUE(plain.Runs());
+  EXPECT_EQ(NarrowFromWide(ProcessImagePath(plain.Id())), cat);
+}
+
+TEST(ProcessQueries, GiveNoPathForAProgramThatWasReplacedOrRemoved) {
+  const testing::TemporaryDirectory directory;
+  const std::string program = directory.Path().string() + "/cat";
+  boost::filesystem::copy_file("/bin/cat", program);
+  const Running old("exec " + program);
+  ASSERT_TRUE(old.Runs());
+  EXPECT_EQ(NarrowFromWide(ProcessImagePath(old.Id())), program);
+  boost::filesystem::remove(program);
+  EXPECT_EQ(ProcessImagePath(old.Id()), L"");
+  boost::filesystem::copy_file("/bin/cat", program);
+  EXPECT_EQ(ProcessImagePath(old.Id()), L"");
+  // Not even if a file has the name that the kernel shows.
+  boost::filesystem::copy_file("/bin/cat", LinkOf(old.Id()));
+  EXPECT_EQ(ProcessImagePath(old.Id()), L"");
 }
 
 TEST(ProcessQueries, FindNoProcessOfAMissingImage) {
