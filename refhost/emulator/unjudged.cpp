@@ -33,7 +33,9 @@ constexpr CauseRow kCauses[] = {
     {UnjudgedCause::kOwnProcess, "own process", "the host itself performed it", Outcome::kAllowed},
     {UnjudgedCause::kReadersBusy, "readers busy", "all readers were blocked", Outcome::kSetting},
     {UnjudgedCause::kNotBuilt, "not built", "there was no memory for it", Outcome::kSetting},
-    {UnjudgedCause::kNoDescriptors, "no descriptors", "there were no file descriptors left", Outcome::kSetting},
+    // The kernel has refused these two already.
+    {UnjudgedCause::kNoDescriptors, "no descriptors", "there were no file descriptors left", Outcome::kRefused},
+    {UnjudgedCause::kNotOpened, "not opened", "the kernel could not open its file for the host", Outcome::kRefused},
     {UnjudgedCause::kPathNotEstablished, "path not established", "the path could not be established", Outcome::kRefused},
     {UnjudgedCause::kStopping, "stopping", "the host was stopping", Outcome::kAllowed},
     // The kernel has let it pass already.

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
+#include <string>
 
 #include "tests/integration/host_process.h"
 
@@ -26,7 +28,7 @@ Outcome Read(const HostSetup& setup, const std::string& program, const std::stri
 }
 
 std::string Rules(const std::string& directories) {
-  return "[emulator]\nsource = 'fanotify'\n[module]\nbypass_process_cache = true\n"
+  return "[emulator]\nsource = 'fanotify'\n"
          "[policy]\ndirectories = [" +
          directories + "]\n[[judging.rules]]\npath = '*.secret'\nprocess = 'cat'\ndecision = 3\n";
 }
@@ -62,6 +64,55 @@ TEST(KernelEvents, RefuseOneNameToOneProgramAlsoInADirectoryAddedLater) {
   EXPECT_GE(std::stoi(JsonValue(outcome.out, "summary.kernel.refused")), 3);
   // After the host stopped, nothing is refused.
   EXPECT_EQ(Read(setup, "cat", first + "/diary.secret").out, "words\n");
+}
+
+// A host that refuses "*.secret" to cat, in one directory.
+class GuardedDirectory {
+ public:
+  GuardedDirectory() : directory(setup.Directory("first")) {
+    for (const char* name : {"first/diary.secret", "first/plain.txt"}) setup.Write(name, "words\n");
+    setup.WriteHost(Rules("'" + directory + "'"));
+    host.emplace(setup, RunArguments(setup, {"--json"}));
+  }
+
+  // Waits until the directory is watched.
+  bool Ready() {
+    return host->WaitForError("[Add Monitor OK!][obj path]=" + directory) &&
+           Eventually([&] { return Read(setup, "cat", directory + "/diary.secret").code != 0; });
+  }
+  Outcome Shell(const std::string& command) const { return HostProcess(setup, "sh", {"-c", command}).Wait(); }
+  std::string Secret() const { return directory + "/diary.secret"; }
+  std::string Plain() const { return directory + "/plain.txt"; }
+  Outcome Stop() { return host->Stop(); }
+
+ private:
+  HostSetup setup;
+  const std::string directory;
+  std::optional<HostProcess> host;
+};
+
+TEST(KernelEvents, RefuseAProgramThatIsMountedOverAnotherWhereTheProgramDecides) {
+  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  GuardedDirectory guarded;
+  ASSERT_TRUE(guarded.Ready());
+  const std::string spoof = "exec unshare -Urm sh -c 'mount --bind $(command -v cat) $(command -v head) && exec head ";
+  if (guarded.Shell(spoof + "/dev/null'").code != 0) GTEST_SKIP() << "this process may not mount in its own namespace";
+  EXPECT_EQ(guarded.Shell("head " + guarded.Secret()).out, "words\n");
+  EXPECT_EQ(guarded.Shell(spoof + guarded.Plain() + "'").out, "words\n");
+  const Outcome refused = guarded.Shell(spoof + guarded.Secret() + "'");
+  EXPECT_TRUE(Contains(refused.err, "Operation not permitted")) << refused.err;
+  EXPECT_EQ(refused.out, "");
+  const Outcome outcome = guarded.Stop();
+  EXPECT_EQ(JsonValue(outcome.out, "summary.unjudged.program not established"), "1") << outcome.out;
+}
+
+TEST(KernelEvents, RefuseAProgramThatAnotherOneHasJustBecome) {
+  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  GuardedDirectory guarded;
+  ASSERT_TRUE(guarded.Ready());
+  const Outcome refused = guarded.Shell(": <" + guarded.Plain() + "; exec cat " + guarded.Secret());
+  EXPECT_TRUE(Contains(refused.err, "Operation not permitted")) << refused.err;
+  EXPECT_EQ(refused.out, "");
 }
 
 TEST(KernelEvents, AreRefusedForTheRootDirectory) {

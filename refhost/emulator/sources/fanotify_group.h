@@ -12,6 +12,25 @@
 
 namespace fenlux::refhost {
 
+// Keeps the number of a file descriptor free for the event that its thread reads next. If a process has no number left
+// when it reads an event, the kernel refuses the event's operation. One thread at a time.
+class SpareDescriptor {
+ public:
+  // `anyDescriptor` is open, borrowed and outlives this: the number holds a copy of it meanwhile.
+  explicit SpareDescriptor(int anyDescriptor) : source(anyDescriptor) { Take(); }
+
+  // Takes a number, unless it holds one or there is none.
+  void Take();
+  // Frees it for whoever opens a file next.
+  void Give() { number.Reset(); }
+  // Closes an event's file and takes its number.
+  void TakeFrom(int event);
+
+ private:
+  const int source;
+  Descriptor number;
+};
+
 // Several threads may use one group. Every event that Read returns needs one response; its descriptor belongs to the
 // caller and stays open until the response is written, because the response names the event by it.
 class FanotifyGroup {
@@ -20,8 +39,10 @@ class FanotifyGroup {
   FanotifyGroup(UnjudgedPolicy unjudgedPolicy, TotalsCounter& counter, HookCaller& hookCaller);
 
   int Get() const { return group.Get(); }
-  // Reads one event without blocking; nothing if there is none.
-  std::optional<fanotify_event_metadata> Read();
+  // Reads one event without blocking; nothing if there is none. Gives the caller's spare number to it: afterwards call
+  // TakeFrom with the event's descriptor. Also counts the operations that the kernel refused because it could not open
+  // their file for the host.
+  std::optional<fanotify_event_metadata> Read(SpareDescriptor& spare);
   // Lets the event's operation continue, or fail, as the module judged it.
   void Respond(int event, bool refuse) noexcept;
   // Lets it continue or fail as the cause and the setting demand (see unjudged.h). RespondCounted does not count the
@@ -31,6 +52,7 @@ class FanotifyGroup {
 
  private:
   void Write(int event, bool refuse) noexcept;
+  void CountRefusedByKernel(int error);
 
   const UnjudgedPolicy policy;
   TotalsCounter& totals;

@@ -14,13 +14,22 @@
 namespace fenlux::refhost {
 namespace {
 
-int OpenGroup() {
+// Since Linux 6.13: an event whose file the kernel cannot open has the error in place of the descriptor. Before,
+// reading it fails with the error, and EAGAIN is not told apart from "no event".
+constexpr unsigned kReportDescriptorError = 0x2000;
+
+int OpenGroup(unsigned flags) {
   // The kernel opens every event's file for the reader. Without O_NONBLOCK that would wait for the other end of a named
-  // pipe, and the reader could not answer.
-  const int group =
-      ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS,
-                      // O_LARGEFILE is 0 on 64-bit systems, as is O_RDONLY.
-                      O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);  // NOLINT(misc-redundant-expression)
+  // pipe, or for a lease on the file, and the reader could not answer.
+  return ::fanotify_init(
+      FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS | flags,
+      // O_LARGEFILE is 0 on 64-bit systems, as is O_RDONLY.
+      O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK);  // NOLINT(misc-redundant-expression)
+}
+
+int OpenGroup() {
+  int group = OpenGroup(kReportDescriptorError);
+  if (group < 0 && errno == EINVAL) group = OpenGroup(0);
   if (group >= 0) return group;
   const int error = errno;
   throw std::runtime_error("kernel events cannot be opened: " + SystemErrorText(error) +
@@ -37,30 +46,55 @@ void RaiseDescriptorLimit() {
 
 }  // namespace
 
+void SpareDescriptor::Take() {
+  if (!number.Valid()) number = Descriptor(::fcntl(source, F_DUPFD_CLOEXEC, 0));
+}
+
+void SpareDescriptor::TakeFrom(int event) {
+  // In one step, so that no other thread gets the number.
+  if (number.Valid() || ::dup3(source, event, O_CLOEXEC) < 0) {
+    ::close(event);
+  } else {
+    number = Descriptor(event);
+  }
+}
+
 FanotifyGroup::FanotifyGroup(UnjudgedPolicy unjudgedPolicy, TotalsCounter& counter, HookCaller& hookCaller)
     : policy(unjudgedPolicy), totals(counter), hooks(hookCaller), group(OpenGroup()) {
   RaiseDescriptorLimit();
 }
 
-std::optional<fanotify_event_metadata> FanotifyGroup::Read() {
+std::optional<fanotify_event_metadata> FanotifyGroup::Read(SpareDescriptor& spare) {
   // The buffer holds a single event, so that a reader has no more than one open file at a time.
   fanotify_event_metadata event{};
+  spare.Give();
   const ssize_t length = ::read(group.Get(), &event, sizeof(event));
-  if (length < 0) {
-    const int error = errno;
-    if (error != EAGAIN && error != EINTR) {
-      hooks.Log(EmulatorLogLevel::kProblem, "A kernel event could not be read: " + SystemErrorText(error) + ".");
-    }
-    return std::nullopt;
+  const int error = length < 0 ? errno : 0;
+  if (length == static_cast<ssize_t>(sizeof(event)) && event.vers == FANOTIFY_METADATA_VERSION && event.fd >= 0) {
+    totals.KernelRead();
+    return event;
   }
-  if (length != static_cast<ssize_t>(sizeof(event)) || event.vers != FANOTIFY_METADATA_VERSION) return std::nullopt;
-  if ((event.mask & FAN_Q_OVERFLOW) != 0) {
+  spare.Take();
+  if (error == EAGAIN || error == EINTR) return std::nullopt;
+  if (error != 0) {
+    CountRefusedByKernel(error);
+  } else if ((event.mask & FAN_Q_OVERFLOW) != 0) {
     totals.Unjudged(UnjudgedCause::kQueueOverflow);
-    return std::nullopt;
+  } else if (event.fd < 0) {
+    CountRefusedByKernel(-event.fd);
   }
-  if (event.fd < 0) return std::nullopt;
+  return std::nullopt;
+}
+
+void FanotifyGroup::CountRefusedByKernel(int error) {
+  UnjudgedCause cause = UnjudgedCause::kNotOpened;
+  if (error == EMFILE || error == ENFILE) cause = UnjudgedCause::kNoDescriptors;
+  if (error == ENOMEM) cause = UnjudgedCause::kNotBuilt;
   totals.KernelRead();
-  return event;
+  totals.Unjudged(cause);
+  totals.KernelRefusedUnjudged();
+  hooks.Log(EmulatorLogLevel::kDetail, "The kernel refused an operation: it could not open the file for the host: " +
+                                           SystemErrorText(error) + ".");
 }
 
 // Counted before the response, so that a program that sees the operation continue finds it in the totals.

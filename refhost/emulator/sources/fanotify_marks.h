@@ -1,22 +1,22 @@
 // The directories that a fanotify group watches, kept equal to the requested set.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "refhost/emulator/sources/event_paths.h"
 
 namespace fenlux::refhost {
 
 // Marks single directories and their children, never a mount or a file system. One thread at a time.
 class FanotifyMarks {
  public:
-  // `groupDescriptor` is borrowed and outlives the marks. `eventMask` holds the selected events.
-  FanotifyMarks(int groupDescriptor, std::uint64_t eventMask, bool withSubdirectories)
-      : group(groupDescriptor), mask(eventMask), recursive(withSubdirectories) {}
+  // `groupDescriptor` and `eventPaths` are borrowed and outlive the marks. `eventMask` holds the selected events.
+  // Set tells `eventPaths` about the directories.
+  FanotifyMarks(int groupDescriptor, std::uint64_t eventMask, bool withSubdirectories, EventPaths& eventPaths)
+      : group(groupDescriptor), mask(eventMask), recursive(withSubdirectories), paths(eventPaths) {}
 
   // Why a directory cannot be watched; empty if it can. It must be absolute, exist, be a directory, and be neither "/"
   // nor "/tmp" under any name.
@@ -35,9 +35,7 @@ class FanotifyMarks {
   void Clear();
 
  private:
-  // Identifies a directory whatever its name.
-  using Identity = std::pair<dev_t, ino_t>;
-  using Directories = std::map<Identity, std::string>;
+  using Directories = std::map<FileIdentity, std::string>;
 
   void Collect(const std::string& directory, Directories& wanted, std::vector<std::string>& refused) const;
   std::string Mark(const std::string& directory) const;
@@ -45,6 +43,7 @@ class FanotifyMarks {
   const int group;
   const std::uint64_t mask;
   const bool recursive;
+  EventPaths& paths;
   Directories marked;
 };
 

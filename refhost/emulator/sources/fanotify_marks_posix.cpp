@@ -45,6 +45,14 @@ FanotifyMarks::Change FanotifyMarks::Set(const std::vector<std::string>& directo
   Directories wanted;
   for (const std::string& directory : directories) Collect(directory, wanted, change.refused);
 
+  WatchedDirectories watched;
+  std::erase_if(wanted, [&](const auto& directory) {
+    const std::string reason = watched.Add(directory.second);
+    if (!reason.empty()) change.refused.push_back(fmt::format("{}: {}", directory.second, reason));
+    return !reason.empty();
+  });
+  paths.Replace(watched, std::chrono::steady_clock::now());
+
   Directories kept;
   bool lost = false;
   for (const auto& [identity, directory] : marked) {
@@ -82,7 +90,7 @@ void FanotifyMarks::Collect(const std::string& directory, Directories& wanted,
     refused.push_back(directory + ": " + reason);
     return;
   }
-  if (!wanted.emplace(Identity(status.st_dev, status.st_ino), directory).second || !recursive) return;
+  if (!wanted.emplace(FileIdentity(status.st_dev, status.st_ino), directory).second || !recursive) return;
   boost::system::error_code error;
   boost::filesystem::directory_iterator entry(directory, error);
   for (; !error && entry != boost::filesystem::directory_iterator(); entry.increment(error)) {

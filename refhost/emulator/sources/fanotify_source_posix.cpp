@@ -15,7 +15,9 @@
 #include <atomic>
 #include <cerrno>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "common/mutex.h"
@@ -23,6 +25,7 @@
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/own_process.h"
+#include "refhost/emulator/sources/event_paths.h"
 #include "refhost/emulator/sources/fanotify_group.h"
 #include "refhost/emulator/sources/fanotify_marks.h"
 #include "refhost/emulator/sources/fanotify_source.h"
@@ -65,6 +68,10 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   std::atomic<bool> stopping{false};
   std::atomic<std::uint32_t> blockedReaders{0};  // inside the module, after their answer was taken
   ThreadCrew crew;
+  EventPaths paths;
+
+  Mutex drainMutex;  // the watchdog's thread and the one that stops
+  SpareDescriptor drainSpare FENLUX_GUARDED_BY(drainMutex){wake.Get()};
 
   Mutex watchMutex;
   FanotifyMarks marks FENLUX_GUARDED_BY(watchMutex);
@@ -74,7 +81,8 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
 // One thread that reads events and answers them, and what it keeps from one event to the next.
 class FanotifySource::Reader final : public AnswerRelease {
  public:
-  explicit Reader(FanotifySource& owner) : source(owner), slot(owner.driver->Deliveries().MakeSlot()) {}
+  explicit Reader(FanotifySource& owner)
+      : source(owner), slot(owner.driver->Deliveries().MakeSlot()), spare(owner.wake.Get()) {}
 
   void Run() {
     pollfd polled[] = {{source.group.Get(), POLLIN, 0}, {source.wake.Get(), POLLIN, 0}};
@@ -84,7 +92,10 @@ class FanotifySource::Reader final : public AnswerRelease {
         source.driver->Wake().Sleep(std::chrono::milliseconds(1));
       }
       if (source.stopping) return;
-      if (const auto event = source.group.Read()) Handle(*event);
+      if (const auto event = source.group.Read(spare)) {
+        Handle(*event);
+        spare.TakeFrom(event->fd);
+      }
     }
   }
 
@@ -95,11 +106,13 @@ class FanotifySource::Reader final : public AnswerRelease {
 
  private:
   void Handle(const fanotify_event_metadata& event) {
-    const Descriptor descriptor(event.fd);
     eventFile = event.fd;
     if (source.IsOwn(event)) return source.group.RespondUnjudged(event.fd, UnjudgedCause::kOwnProcess);
     try {
-      BuildKernelNotification(event, message);
+      const std::optional<std::string> path = source.paths.PathOf(event.fd);
+      // No rule can tell what is allowed for it.
+      if (!path) return source.group.RespondUnjudged(event.fd, UnjudgedCause::kPathNotEstablished);
+      BuildKernelNotification(event, *path, message);
     } catch (const std::exception&) {  // no memory
       return source.group.RespondUnjudged(event.fd, UnjudgedCause::kNotBuilt);
     }
@@ -130,6 +143,7 @@ class FanotifySource::Reader final : public AnswerRelease {
 
   FanotifySource& source;
   const std::shared_ptr<AnswerSlot> slot;
+  SpareDescriptor spare;
   std::vector<std::uint8_t> message;
   int eventFile = -1;
 };
@@ -140,7 +154,7 @@ FanotifySource::FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver,
       settings(kernelSettings),
       group(unjudged, driver->Totals(), driver->Hooks()),
       wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      marks(group.Get(), KernelEventMask(settings), settings.recursive) {
+      marks(group.Get(), KernelEventMask(settings), settings.recursive, paths) {
   if (!wake.Valid()) throw std::runtime_error("kernel events cannot be opened: " + LastErrorText());
   if (KernelEventMask(settings) == 0) throw std::runtime_error("no kind of kernel event is selected");
   for (const std::string& directory : settings.directories) {
@@ -178,6 +192,7 @@ void FanotifySource::LogEach(EmulatorLogLevel level, const std::string& text, co
 }
 
 void FanotifySource::OnWatchdog() {
+  paths.Forget(std::chrono::steady_clock::now());
   // While every reader is blocked, nobody reads the queue, and a handler that itself waits for a watched file would
   // never return. The watchdog then lets the queue through.
   if (blockedReaders >= settings.threads) Drain();
@@ -197,11 +212,12 @@ void FanotifySource::Stop(std::chrono::milliseconds grace) {
 }
 
 void FanotifySource::Drain() {
-  while (const auto event = group.Read()) {
-    const Descriptor descriptor(event->fd);
+  const MutexLock lock(drainMutex);
+  while (const auto event = group.Read(drainSpare)) {
     UnjudgedCause cause = stopping ? UnjudgedCause::kStopping : UnjudgedCause::kReadersBusy;
     if (IsOwn(*event)) cause = UnjudgedCause::kOwnProcess;
     group.RespondUnjudged(event->fd, cause);
+    drainSpare.TakeFrom(event->fd);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <sys/fanotify.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "refhost/emulator/emulator_settings.h"
@@ -13,8 +14,9 @@ namespace fenlux::refhost {
 // The kernel's mask of the events that the settings ask for; 0 for none.
 std::uint64_t KernelEventMask(const KernelEventSettings& settings);
 
-// Builds the event's notification in `message`, whose memory is reused. The path is the one under which /proc knows the
-// event's open file. Throws std::bad_alloc.
-void BuildKernelNotification(const fanotify_event_metadata& event, std::vector<std::uint8_t>& message);
+// Builds the notification of an event for a file of this path in `message`, whose memory is reused. Throws
+// std::bad_alloc.
+void BuildKernelNotification(const fanotify_event_metadata& event, const std::string& path,
+                             std::vector<std::uint8_t>& message);
 
 }  // namespace fenlux::refhost

@@ -1,13 +1,8 @@
-// Maps the kernel's event masks to notification codes, and looks up the event's path.
+// Maps the kernel's event masks to notification codes, and fills in the notifications.
 #include "refhost/emulator/sources/kernel_event.h"
 
-#include <fmt/format.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <climits>
 #include <iterator>
-#include <string>
 
 #include "kdi/driver_records.h"
 #include "refhost/base/text/utf_text.h"
@@ -40,13 +35,6 @@ const EventKind& KindOf(std::uint64_t mask) {
   return kind == std::end(kEventKinds) ? kDefaultKind : *kind;
 }
 
-// Empty if the system does not say.
-std::string PathOf(int file) {
-  char path[PATH_MAX];
-  const ssize_t length = ::readlink(fmt::format("/proc/self/fd/{}", file).c_str(), path, sizeof(path));
-  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
-}
-
 }  // namespace
 
 std::uint64_t KernelEventMask(const KernelEventSettings& settings) {
@@ -57,14 +45,15 @@ std::uint64_t KernelEventMask(const KernelEventSettings& settings) {
   return mask;
 }
 
-void BuildKernelNotification(const fanotify_event_metadata& event, std::vector<std::uint8_t>& message) {
+void BuildKernelNotification(const fanotify_event_metadata& event, const std::string& path,
+                             std::vector<std::uint8_t>& message) {
   const EventKind& kind = KindOf(event.mask);
   NotificationFields fields;
   fields.code = kind.code;
   fields.conditionA = kind.conditionA;
   fields.processId = static_cast<std::uint64_t>(event.pid);
   fields.accessValueA = static_cast<std::uint32_t>(event.mask);
-  fields.path = Utf16FromNarrow(PathOf(event.fd));
+  fields.path = Utf16FromNarrow(path);
   message.resize(NotificationSize(fields));
   WriteNotification(fields, message.data());
 }

@@ -1,6 +1,8 @@
 // Real permission events of the kernel, on temporary directories. If the machine does not allow them, the tests are
 // skipped with the reason.
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/text/utf_text.h"
 #include "tests/unit/emulator/kernel_events_test.h"
 
@@ -23,7 +26,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-using Operation = OtherProcess::Operation;
 
 TEST_F(KernelEvents, OrdinaryOpensSucceed) {
   OpenedWithVerdict(2);
@@ -136,6 +138,63 @@ TEST_F(KernelEvents, ANamedPipeDoesNotBlockItsReader) {
   EXPECT_EQ(other.Perform(file), EPERM);
 }
 
+// Lowers the number of descriptors that the process may have, until it is destroyed.
+class FewerDescriptors {
+ public:
+  explicit FewerDescriptors(rlim_t count) {
+    ::getrlimit(RLIMIT_NOFILE, &old);
+    rlimit fewer = old;
+    fewer.rlim_cur = count;
+    ::setrlimit(RLIMIT_NOFILE, &fewer);
+  }
+  ~FewerDescriptors() { ::setrlimit(RLIMIT_NOFILE, &old); }
+
+ private:
+  rlimit old{};
+};
+
+TEST_F(KernelEvents, AreJudgedEvenIfTheProcessHasNoDescriptorLeft) {
+  const auto port = OpenedWithVerdict(2);
+  const FewerDescriptors fewer(256);
+  std::vector<refhost::Descriptor> taken;
+  for (;;) {
+    refhost::Descriptor next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!next.Valid()) break;
+    taken.push_back(std::move(next));
+  }
+  ASSERT_EQ(errno, EMFILE);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_EQ(Totals().answered, 20u);
+  EXPECT_EQ(Totals().kernelRefused, 0u);
+}
+
+TEST_F(KernelEvents, AreCountedIfTheKernelHasRefusedThemForLackOfDescriptors) {
+  const auto port = OpenedWithVerdict(2);
+  {
+    const FewerDescriptors fewer(3);
+    EXPECT_EQ(other.Perform(file), EPERM);
+  }
+  EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoDescriptors), 1u);
+  EXPECT_EQ(Totals().kernelRefusedUnjudged, 1u);
+  EXPECT_EQ(Totals().answered, 1u);
+}
+
+TEST_F(KernelEvents, OfAFileWithAWriteLeaseAreRefusedByTheKernelAndCounted) {
+  ::signal(SIGIO, SIG_IGN);  // tells the owner of the lease that somebody wants the file
+  refhost::Descriptor leased(::open(file.c_str(), O_RDWR | O_CLOEXEC));
+  if (::fcntl(leased.Get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "no leases here: " << std::strerror(errno);
+  OpenedWithVerdict(2);
+  EXPECT_EQ(other.Perform(file), EPERM);
+  leased.Reset();
+  EXPECT_EQ(other.Perform(file), 0);
+  Emulator().Stop();
+  EXPECT_EQ(Totals().answered, 1u);
+  if (Totals().kernelEvents == 1) GTEST_SKIP() << "before Linux 6.13, the kernel does not report these operations";
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNotOpened), 1u);
+}
+
 TEST_F(KernelEvents, StopLeavesNothingWatched) {
   OpenedWithVerdict(4);
   EXPECT_EQ(other.Perform(file), EPERM);
@@ -186,17 +245,30 @@ TEST_F(PolicyEvents, CoverTypesOneAndTwoButNotThree) {
   EXPECT_EQ(other.Perform(inSecond), 0);
 }
 
-TEST_F(PolicyEvents, EndWithTheConnection) {
+TEST_F(PolicyEvents, OutliveTheConnectionUntilTheNextOneCommits) {
   auto port = OpenedWithVerdict(4);
   Commit(*port, {first});
   port->Close();
   EXPECT_EQ(other.Perform(inFirst), 0);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 1u);
   port = OpenedWithVerdict(4);
-  EXPECT_EQ(other.Perform(inFirst), 0);
-  Commit(*port, {first});
   EXPECT_EQ(other.Perform(inFirst), EPERM);
+  Commit(*port, {second});
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
   Emulator().Stop();
-  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 0u);
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 1u);
+}
+
+TEST_F(PolicyEvents, FollowTheSettingWhileTheConnectionIsDown) {
+  settings.unjudged = UnjudgedPolicy::kRefuse;
+  const auto port = OpenedWithVerdict(2);
+  Commit(*port, {first});
+  EXPECT_EQ(other.Perform(inFirst), 0);
+  port->Close();
+  EXPECT_EQ(other.Perform(inFirst), EPERM);
+  EXPECT_EQ(other.Perform(inSecond), 0);  // never watched
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 1u);
 }
 
 TEST_F(PolicyEvents, AreIgnoredIfTheSettingsSaySo) {

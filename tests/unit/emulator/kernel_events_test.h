@@ -18,6 +18,8 @@ namespace fenlux::testing {
 
 class KernelEvents : public EmulatorTest {
  protected:
+  using Operation = OtherProcess::Operation;
+
   KernelEvents() {
     settings.source = refhost::EventSourceKind::kFanotify;
     settings.deadline = std::chrono::hours(1);
@@ -46,7 +48,8 @@ class KernelEvents : public EmulatorTest {
 
   bool OwnOpenSucceeds(const std::string& path) { return std::ifstream(path).good(); }
 
-  OtherProcess other;  // made before any thread
+  PrivateMounts mounts;  // before the other processes, which share them
+  OtherProcess other;    // made before any thread
   OtherProcess another;
   TemporaryDirectory directory;
   const std::string file = directory.MakeFile("ordinary.txt").string();

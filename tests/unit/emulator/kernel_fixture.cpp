@@ -2,11 +2,14 @@
 #include "tests/unit/emulator/kernel_fixture.h"
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -47,7 +50,17 @@ int Execute(const char* path) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
 }
 
+int RunShell(const char* command) {
+  // Nothing else runs in this process.
+  const int status = std::system(command);  // NOLINT(concurrency-mt-unsafe)
+  return WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
+}
+
 }  // namespace
+
+PrivateMounts::PrivateMounts() {
+  if (::unshare(CLONE_NEWNS) == 0) ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+}
 
 OtherProcess::OtherProcess() {
   int commands[2];
@@ -86,6 +99,9 @@ void OtherProcess::Serve(int input, int output) {
         break;
       case Operation::kExecute:
         result = Execute(command.path);
+        break;
+      case Operation::kShell:
+        result = RunShell(command.path);
         break;
     }
     if (!WriteAll(output, &result, sizeof(result))) break;

@@ -1,17 +1,23 @@
-// What kernel-event tests need of the system: other processes that open files in it.
+// What kernel-event tests need of the system: other processes that open files in it, and mounts of their own.
 #pragma once
 
 #include <sys/types.h>
 
 #include <string>
-#include <vector>
 
 namespace fenlux::testing {
+
+// From here on, mounts that this thread and its children make are seen by them only. Does nothing without root.
+class PrivateMounts {
+ public:
+  PrivateMounts();
+};
 
 // Another process that opens files on command. Create it before any thread is started.
 class OtherProcess {
  public:
-  enum class Operation : char { kOpen = 'o', kOpenAndRead = 'r', kExecute = 'x' };
+  // kShell runs a command of the shell instead of opening a path; its result is the exit status.
+  enum class Operation : char { kOpen = 'o', kOpenAndRead = 'r', kExecute = 'x', kShell = 's' };
 
   OtherProcess();
   ~OtherProcess();
@@ -26,6 +32,7 @@ class OtherProcess {
     Begin(path, operation);
     return Result();
   }
+  int Shell(const std::string& command) { return Perform(command, Operation::kShell); }
 
  private:
   [[noreturn]] static void Serve(int input, int output);

@@ -115,11 +115,13 @@ TEST(Totals, EveryCauseHasItsOwnNameAndText) {
   EXPECT_FALSE(texts.contains(""));
 }
 
-TEST(Unjudged, OnlyAnUnknownPathOrProgramRefusesByDefault) {
+TEST(Unjudged, OnlyAnUnknownPathOrProgramRefusesByDefaultOrTheKernelItself) {
+  const std::set<UnjudgedCause> refused{UnjudgedCause::kPathNotEstablished, UnjudgedCause::kProgramNotEstablished,
+                                        UnjudgedCause::kNoDescriptors, UnjudgedCause::kNotOpened};
   for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {
     const auto cause = static_cast<UnjudgedCause>(i);
-    const bool unknown = cause == UnjudgedCause::kPathNotEstablished || cause == UnjudgedCause::kProgramNotEstablished;
-    EXPECT_EQ(refhost::IsRefusedUnjudged(cause, UnjudgedPolicy::kAllow), unknown) << refhost::UnjudgedCauseName(cause);
+    EXPECT_EQ(refhost::IsRefusedUnjudged(cause, UnjudgedPolicy::kAllow), refused.contains(cause))
+        << refhost::UnjudgedCauseName(cause);
   }
 }
 

@@ -61,6 +61,7 @@ std::optional<RequestEffect> DriverModel::CarryOut(std::uint64_t connection, con
       if (!wrong.empty()) effect.violation = fmt::format("request {} ({}): {}", effect.command, row->name, wrong);
       effect.watchSetChanged = wrong.empty() && row->command == records::Command::kCommitMonitorObjects &&
                                Read<records::ValueRequest>(request).value.value() != records::kObjectType3;
+      if (effect.watchSetChanged) KeepWatchedDirectories();
     }
   }
   if (!effect.violation.empty()) AddViolation(effect.violation);
@@ -100,16 +101,17 @@ EmulatorState DriverModel::State() const {
 
 WatchSet DriverModel::TakeWatchSet() {
   const MutexLock lock(mutex);
-  WatchSet watch;
-  watch.revision = ++watchRevision;
-  if (!data.state.connected) return watch;
+  return {++watchRevision, watchedDirectories};
+}
+
+void DriverModel::KeepWatchedDirectories() {
+  watchedDirectories.clear();
   for (const int type : {records::kObjectType1, records::kObjectType2}) {
     const auto index = static_cast<std::size_t>(type - records::kObjectType1);
     for (const MonitoredObject& object : data.state.monitored[index].committed) {
-      watch.directories.push_back(object.path);
+      watchedDirectories.push_back(object.path);
     }
   }
-  return watch;
 }
 
 }  // namespace fenlux::refhost

@@ -49,16 +49,20 @@ class DriverModel {
   void CountRefusedConnect();
 
   EmulatorState State() const;
-  // The committed paths of types 1 and 2, with a new revision. There are none while no connection is open.
+  // The committed paths of types 1 and 2, with a new revision. While no connection is open, and until a new one commits
+  // any, they are those of the last connection that did.
   WatchSet TakeWatchSet();
 
  private:
   void AddViolation(const std::string& text) FENLUX_REQUIRES(mutex);
+  void KeepWatchedDirectories() FENLUX_REQUIRES(mutex);
 
   HookCaller& hooks;
   mutable Mutex mutex;
   DriverData data FENLUX_GUARDED_BY(mutex);
   std::uint64_t watchRevision FENLUX_GUARDED_BY(mutex) = 0;
+  // Outlives the connection: a module that lost it still wants what it wanted.
+  std::vector<std::string> watchedDirectories FENLUX_GUARDED_BY(mutex);
 };
 
 }  // namespace fenlux::refhost
