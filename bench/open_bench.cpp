@@ -1,0 +1,155 @@
+// The guarded open, measured: what opening a file costs beside no monitor, beside the least monitor there can be, and
+// beside a host with the module. All are measured in turn in one run, so that their ratios hold on any machine.
+//
+// Usage: fenlux_open_bench [ROUNDS [programs]]. Needs Linux and root. Prints the median of each and their ratios. With
+// "programs", a rule of the host names a program, so that every event's program is established, too.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "bench/bare_monitor.h"
+#include "bench/opener.h"
+#include "refhost/app/platform/process_end.h"
+#include "refhost/app/reference_host.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/emulator/sources/event_paths.h"
+#include "tests/support/temporary_directory.h"
+
+namespace fenlux::bench {
+namespace {
+
+using refhost::EventPaths;
+using testing::TemporaryDirectory;
+
+// One way to open a file.
+struct Variant {
+  const char* name;
+  std::string file;
+  std::vector<std::uint64_t> times;
+
+  double Median() {
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::nth_element(times.begin(), middle, times.end());
+    return static_cast<double>(*middle) / 1000;
+  }
+};
+
+// The path as a monitor finds it that trusts what /proc shows.
+void ReadLink(int file) {
+  char path[4096];
+  [[maybe_unused]] const ssize_t length = ::readlink(fmt::format("/proc/self/fd/{}", file).c_str(), path, sizeof(path));
+}
+
+std::unique_ptr<EventPaths> PathsOf(const std::string& directory) {
+  refhost::WatchedDirectories watched;
+  const std::string reason = watched.Add(directory);
+  if (!reason.empty()) throw std::runtime_error(directory + ": " + reason);
+  auto paths = std::make_unique<EventPaths>();
+  paths->Replace(watched, std::chrono::steady_clock::now());
+  return paths;
+}
+
+// A host that judges every open in the directory by rules, one of which names a program if `programs` is set.
+std::unique_ptr<refhost::ReferenceHost> HostOf(const TemporaryDirectory& files, const std::string& directory,
+                                               bool programs) {
+  const std::string rule = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
+  const std::string programRule = "[[judging.rules]]\npath = '*.txt'\nprocess = 'no-such-program'\ndecision = 3\n";
+  const auto file = files.Write("host.toml", "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['" +
+                                                 directory + "']\n[log]\nconsole = 'problem'\n" + rule +
+                                                 (programs ? programRule : std::string()));
+  refhost::ConfigErrors errors;
+  refhost::HostConfig config = refhost::LoadHostConfig(file, errors);
+  if (!errors.Empty()) throw std::runtime_error(errors.Text());
+  auto host = std::make_unique<refhost::ReferenceHost>(file, std::move(config));
+  host->Start(FENLUX_MODULE_FILE);
+  return host;
+}
+
+// Waits until the host judges what happens in its directory.
+void AwaitJudging(const refhost::ReferenceHost& host, Opener& opener, const std::string& file) {
+  for (int i = 0; i < 1000; ++i) {
+    opener.Open(file);
+    if (host.Facts().totals.answered > 0) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  throw std::runtime_error("the host judges nothing");
+}
+
+// Ends the process: neither the monitors' threads nor the module's can be joined.
+[[noreturn]] void Run(std::size_t rounds, bool programs) {
+  Opener opener;
+  const TemporaryDirectory files;
+  const auto directory = [&files](const char* name) { return files.MakeDirectory(name).string(); };
+  std::vector<Variant> variants;
+  const auto add = [&](const char* name, const char* folder) {
+    variants.push_back({name, files.MakeFile(std::string(folder) + "/file.txt").string(), {}});
+  };
+
+  directory("none");
+  add("no monitor", "none");
+  const BareMonitor bare(directory("bare"), {});
+  add("bare monitor", "bare");
+  const BareMonitor linked(directory("link"), &ReadLink);
+  add("bare monitor, path as /proc shows it", "link");
+  const std::string checkedDirectory = directory("checked");
+  const std::unique_ptr<EventPaths> paths = PathsOf(checkedDirectory);
+  const BareMonitor checked(checkedDirectory, [&paths](int file) { static_cast<void>(paths->PathOf(file)); });
+  add("bare monitor, path established", "checked");
+
+  const std::string guarded = directory("guarded");
+  add("host with the module", "guarded");
+  const auto host = HostOf(files, guarded, programs);
+  AwaitJudging(*host, opener, variants.back().file);
+
+  for (std::size_t round = 0; round < rounds; ++round) {
+    for (Variant& variant : variants) {
+      for (const std::uint64_t time : opener.Open(variant.file)) {
+        if (time == 0) throw std::runtime_error(std::string(variant.name) + ": an open failed");
+        variant.times.push_back(time);
+      }
+    }
+  }
+  if (!host->Facts().totals.AddsUp()) throw std::runtime_error("the host's totals do not add up");
+
+  const double none = variants[0].Median();
+  const double floor = variants[1].Median();
+  fmt::print("{:40} {:>9} {:>12} {:>14}\n", "median of an open", "us", "no monitor", "bare monitor");
+  for (Variant& variant : variants) {
+    const double median = variant.Median();
+    fmt::print("{:40} {:9.2f} {:11.2f}x {:13.2f}x\n", variant.name, median, median / none, median / floor);
+  }
+  const double link = variants[2].Median();
+  const double established = variants[3].Median();
+  fmt::print("the check of the path costs {:.2f} us, {:.3f} of a bare monitor's open\n", established - link,
+             (established - link) / floor);
+  host->Stop();
+  boost::filesystem::remove_all(files.Path());
+  std::fflush(nullptr);
+  refhost::EndProcess(0);
+}
+
+}  // namespace
+}  // namespace fenlux::bench
+
+int main(int count, char** arguments) {
+  std::size_t rounds = 40;
+  if (count > 1) std::from_chars(arguments[1], arguments[1] + std::strlen(arguments[1]), rounds);
+  try {
+    fenlux::bench::Run(rounds, count > 2 && std::string_view(arguments[2]) == "programs");
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "fenlux_open_bench: {}\n", error.what());
+  }
+  std::fflush(nullptr);
+  fenlux::refhost::EndProcess(1);
+}
