@@ -23,6 +23,7 @@ class DefaultBuffer : public CBuf {
   // Makes a buffer with a copy of these bytes.
   DefaultBuffer(const void* data, std::size_t size)
       : bytes(static_cast<const std::uint8_t*>(data), static_cast<const std::uint8_t*>(data) + size) {}
+  virtual ~DefaultBuffer() = default;
   std::uint8_t* GetData() override { return bytes.data(); }
   std::size_t GetSize() override { return bytes.size(); }
 
@@ -60,6 +61,7 @@ class DefaultRecord : public CArpRecord, public CArpProcess {
  public:
   // Makes a record. Its process part is the record itself and does not own it.
   DefaultRecord() : process(std::shared_ptr<void>(), this) {}
+  virtual ~DefaultRecord() = default;
   DefaultRecord(const DefaultRecord&) = delete;
   DefaultRecord& operator=(const DefaultRecord&) = delete;
 

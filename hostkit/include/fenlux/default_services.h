@@ -55,6 +55,7 @@ class DefaultServices : public CGlobalContext,
 
   // Makes services that decide nothing and have no driver, until the functions below are set.
   DefaultServices() : winWork(std::shared_ptr<void>(), this) {}
+  virtual ~DefaultServices() = default;
   DefaultServices(const DefaultServices&) = delete;
   DefaultServices& operator=(const DefaultServices&) = delete;
 
