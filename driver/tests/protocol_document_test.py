@@ -34,7 +34,7 @@ class ProtocolDocument(unittest.TestCase):
         names = re.findall(r"`([A-Z][A-Za-z]+)\.([A-Z][A-Za-z0-9]+)`", TEXT)
         self.assertTrue(names)
         for suite, case in names:
-            self.assertRegex(sources, rf"\(\s*{suite},\s*{case}\)", f"{suite}.{case}")
+            self.assertIsNotNone(re.search(rf"\(\s*{suite},\s*{case}\)", sources), f"no test {suite}.{case}")
         for name in re.findall(r"`([a-z_]+_test)`", TEXT):
             self.assertTrue((ROOT / "tests" / "unit" / "module" / f"{name}.cpp").exists(), name)
 
