@@ -166,7 +166,10 @@ FanotifySource::FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver,
 void FanotifySource::Start() {
   // The threads own the source: one that is left behind inside a handler still finds it when the call returns.
   const auto self = shared_from_this();
-  for (std::uint32_t i = 0; i < settings.threads; ++i) crew.Add([self] { Reader(*self).Run(); });
+  for (std::uint32_t i = 0; i < settings.threads; ++i) {
+    // Made here, so that each reader has its spare descriptor when this returns.
+    crew.Add([self, reader = std::make_shared<Reader>(*self)] { reader->Run(); });
+  }
 }
 
 void FanotifySource::Watch(std::uint64_t revision, const std::vector<std::string>& directories) {
