@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "common/clock.h"
+#include "tests/support/allocation_exemption.h"
 #include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {
@@ -69,6 +70,7 @@ std::chrono::steady_clock::time_point ManualClock::Now() {
 }
 
 void ManualClock::Pause(Kind kind, std::chrono::milliseconds duration) {
+  const AllocationExemption exempt;
   std::unique_lock lock(mutex);
   pauses.push_back({kind, duration});
   changed.notify_all();
