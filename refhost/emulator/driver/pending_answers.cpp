@@ -1,4 +1,4 @@
-// One slot per delivery thread; whoever is first takes the answer under the slot's lock.
+// One slot per delivery thread; the first party takes the answer under the slot's lock.
 #include "refhost/emulator/driver/pending_answers.h"
 
 #include <algorithm>

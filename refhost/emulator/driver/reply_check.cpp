@@ -38,7 +38,7 @@ std::string Broken(const records::Reply& fixed, std::size_t size, const ReplyDue
   }
   if (verdict == kUnjudged) return {};
   if (due.none) return fmt::format("with verdict {} where none is expected", verdict);
-  if (!due.judgeable) return fmt::format("with verdict {} to what cannot be judged", verdict);
+  if (!due.judgeable) return fmt::format("with verdict {} to a notification that cannot be judged", verdict);
   if (due.client2 && verdict == kPass) {
     return fmt::format("with verdict {} for client type {}", verdict, records::kClientType2);
   }

@@ -38,7 +38,7 @@ TEST_F(Delivery, PassesEveryMessageUnchangedToTheHandler) {
   EXPECT_EQ(totals.delivered, 3u);
   EXPECT_EQ(totals.byCode, (std::map<std::uint32_t, std::uint64_t>{{0, 1}, {4098, 2}}));
   EXPECT_EQ(totals.byVerdict, (std::map<std::uint32_t, std::uint64_t>{{4, 2}}));
-  EXPECT_EQ(totals.Unjudged(UnjudgedCause::kMalformedReply), 1u);  // verdict 4 to what cannot be judged
+  EXPECT_EQ(totals.Unjudged(UnjudgedCause::kMalformedReply), 1u);  // verdict 4, although it cannot be judged
   EXPECT_EQ(totals.latency.count, 2u);
   EXPECT_GT(totals.latency.max, std::chrono::nanoseconds(0));
 }

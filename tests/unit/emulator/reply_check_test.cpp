@@ -70,7 +70,8 @@ TEST(ReplyCheck, KnowsTheReplyThatANotificationRequires) {
 TEST(ReplyCheck, ChecksTheVerdictAgainstTheNotification) {
   EXPECT_EQ(Violation(Reply(2), {.none = true}), "a reply with verdict 2 where none is expected");
   EXPECT_EQ(Violation(Reply(8), {.none = true}), "");
-  EXPECT_EQ(Violation(Reply(2), {.judgeable = false}), "a reply with verdict 2 to what cannot be judged");
+  EXPECT_EQ(Violation(Reply(2), {.judgeable = false}),
+            "a reply with verdict 2 to a notification that cannot be judged");
   EXPECT_EQ(Violation(Reply(8), {.judgeable = false}), "");
   EXPECT_EQ(Violation(Reply(3), {.client2 = true}), "a reply with verdict 3 for client type 2");
   EXPECT_EQ(Violation(Reply(7), {.client2 = true}), "");

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <type_traits>
 
 #include "kdi/driver_records.h"
 #include "refhost/base/text/utf_text.h"
@@ -25,14 +24,6 @@ constexpr auto kMinMode = static_cast<std::uint32_t>(records::NetControlMode::kM
 constexpr auto kMaxMode = static_cast<std::uint32_t>(records::NetControlMode::kAlternateItems);
 constexpr std::uint32_t kSystemProcessKinds[] = {static_cast<std::uint32_t>(records::SystemProcess::kCsrss),
                                                  static_cast<std::uint32_t>(records::SystemProcess::kServices)};
-
-template <typename Record>
-Record Read(const std::uint8_t* request) {
-  static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) <= records::kRequestSize);
-  Record record;
-  std::memcpy(&record, request, sizeof(record));
-  return record;
-}
 
 // Reads a UTF-16 text field up to its NUL or its end.
 std::string ReadText(const std::uint8_t* field, std::size_t bytes) {
@@ -79,7 +70,7 @@ struct CommandEffects {
 
   template <std::optional<bool> EmulatorState::*Switch>
   static std::string ClientSwitch(DriverData& data, Request request) {
-    const auto record = Read<records::ClientSwitchRequest>(request);
+    const auto record = ReadRequest<records::ClientSwitchRequest>(request);
     if (record.clientType.value() != data.state.clientType) {
       return fmt::format("client type {} on a connection of client type {}", record.clientType.value(),
                          data.state.clientType);
@@ -95,7 +86,7 @@ struct CommandEffects {
   }
 
   static std::string GrharaSwitch(DriverData& data, Request request) {
-    const auto record = Read<records::SwitchRequest>(request);
+    const auto record = ReadRequest<records::SwitchRequest>(request);
     if (record.off > 1) return fmt::format("switch {}", record.off);
     data.state.grharaOff = record.off != 0;
     return {};
@@ -107,7 +98,7 @@ struct CommandEffects {
   }
 
   static std::string SpspState(DriverData& data, Request request) {
-    const auto record = Read<records::SpspStateRequest>(request);
+    const auto record = ReadRequest<records::SpspStateRequest>(request);
     data.state.spspSwitches = {record.switch1, record.switch2, record.switch3, record.switch4};
     return {};
   }
@@ -125,7 +116,7 @@ struct CommandEffects {
   }
 
   static std::string SystemProcess(DriverData& data, Request request) {
-    const auto record = Read<records::SystemProcessRequest>(request);
+    const auto record = ReadRequest<records::SystemProcessRequest>(request);
     const std::uint32_t kind = record.kind.value();
     if (std::find(std::begin(kSystemProcessKinds), std::end(kSystemProcessKinds), kind) ==
         std::end(kSystemProcessKinds)) {
@@ -147,7 +138,7 @@ struct CommandEffects {
   }
 
   static std::string NetItem(DriverData& data, Request request) {
-    const auto record = Read<records::NetItemRequest>(request);
+    const auto record = ReadRequest<records::NetItemRequest>(request);
     const std::uint32_t type = record.listType.value();
     if (!IsType(type)) return fmt::format("list type {}", type);
     if (!data.openLists[type - kMinType]) return fmt::format("an item of list {}, which has not begun", type);
@@ -176,7 +167,7 @@ struct CommandEffects {
   }
 
  private:
-  static std::uint32_t Value(Request request) { return Read<records::ValueRequest>(request).value.value(); }
+  static std::uint32_t Value(Request request) { return ReadRequest<records::ValueRequest>(request).value.value(); }
 };
 
 constexpr CommandRow kCommands[] = {

@@ -3,8 +3,10 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "kdi/driver_records.h"
 #include "refhost/emulator/emulator_state.h"
@@ -23,6 +25,15 @@ struct CommandRow {
   // Takes a whole request. Returns what is wrong with it, or carries it out and returns an empty text.
   std::string (*effect)(DriverData& data, const std::uint8_t* request);
 };
+
+// Copies a record from the start of a request, which must be large enough for it.
+template <typename Record>
+Record ReadRequest(const std::uint8_t* request) {
+  static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) <= records::kRequestSize);
+  Record record;
+  std::memcpy(&record, request, sizeof(record));
+  return record;
+}
 
 // Null if the driver does not know the command.
 const CommandRow* FindCommand(std::uint32_t command);

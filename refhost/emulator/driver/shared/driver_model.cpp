@@ -3,22 +3,11 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
 #include <utility>
 
 #include "kdi/driver_records.h"
 
 namespace fenlux::refhost {
-namespace {
-
-template <typename Record>
-Record Read(const std::uint8_t* request) {
-  Record record;
-  std::memcpy(&record, request, sizeof(record));
-  return record;
-}
-
-}  // namespace
 
 std::uint64_t DriverModel::Open(std::uint32_t clientType, std::uint32_t portValue) {
   const MutexLock lock(mutex);
@@ -48,7 +37,7 @@ std::optional<RequestEffect> DriverModel::CarryOut(std::uint64_t connection, con
   if (request == nullptr || size != records::kRequestSize) {
     effect.violation = fmt::format("a request of {} bytes", request == nullptr ? 0 : size);
   } else {
-    const auto header = Read<records::RequestHeader>(request);
+    const auto header = ReadRequest<records::RequestHeader>(request);
     const CommandRow* row = FindCommand(header.command.value());
     if (header.magic.value() != records::kRequestMagic) {
       effect.violation = "a request without the request's magic";
@@ -60,7 +49,7 @@ std::optional<RequestEffect> DriverModel::CarryOut(std::uint64_t connection, con
       const std::string wrong = row->effect(data, request);
       if (!wrong.empty()) effect.violation = fmt::format("request {} ({}): {}", effect.command, row->name, wrong);
       effect.watchSetChanged = wrong.empty() && row->command == records::Command::kCommitMonitorObjects &&
-                               Read<records::ValueRequest>(request).value.value() != records::kObjectType3;
+                               ReadRequest<records::ValueRequest>(request).value.value() != records::kObjectType3;
       if (effect.watchSetChanged) KeepWatchedDirectories();
     }
   }
