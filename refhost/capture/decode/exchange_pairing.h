@@ -1,0 +1,74 @@
+// Puts together the messages that belong to one exchange: a request or a notification, its judgement and its reply.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "refhost/capture/format/packet.h"
+
+namespace fenlux::capture {
+
+// A copy of one message.
+struct HeldMessage {
+  std::uint64_t time = 0;
+  std::uint64_t originalSize = 0;
+  std::vector<std::uint8_t> bytes;
+  std::string comment;
+};
+
+// A request or a notification with what belongs to it, or any other message alone.
+struct Exchange {
+  PacketHeader header;        // of the first message
+  std::uint64_t offset = 0;   // in the file
+  std::uint64_t dropped = 0;  // messages lost before it
+  HeldMessage message;
+  std::optional<HeldMessage> judgement;
+  std::optional<HeldMessage> reply;  // empty: there is none, by design or because of a failure
+
+  // Between message and reply, in nanoseconds; nullopt without a reply, or if the clock was set back between them.
+  std::optional<std::uint64_t> Latency() const;
+};
+
+// Memory is limited: the oldest exchanges that wait for their replies are given out without them when there are too
+// many. One thread.
+class ExchangePairing {
+ public:
+  using Sink = std::function<void(const Exchange& exchange)>;
+
+  // `sink` is called for every exchange once it is complete, in that order.
+  explicit ExchangePairing(Sink exchangeSink) : sink(std::move(exchangeSink)) {}
+
+  void Add(const Packet& packet);
+  // Gives out what still waits for its reply.
+  void Flush();
+
+ private:
+  struct Key {
+    std::uint32_t connection;
+    std::uint64_t exchange;
+    bool operator==(const Key&) const = default;
+  };
+  struct KeyHash {
+    std::size_t operator()(const Key& key) const {
+      return std::hash<std::uint64_t>()(key.exchange * 31 + key.connection);
+    }
+  };
+  using Waiting = std::list<Exchange>;
+
+  void Begin(const Packet& packet);
+  void GiveOut(Waiting::iterator exchange);
+  void GiveOutAlone(const Packet& packet);
+
+  const Sink sink;
+  Waiting waiting;  // the oldest first
+  std::unordered_map<Key, Waiting::iterator, KeyHash> index;
+  std::size_t waitingBytes = 0;
+};
+
+}  // namespace fenlux::capture

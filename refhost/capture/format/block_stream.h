@@ -1,0 +1,90 @@
+// Splits a pcapng stream into blocks. Goes on behind a block whose lengths lie.
+#pragma once
+
+#include <cstdint>
+#include <istream>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace fenlux::capture {
+
+// One block. The bytes are valid until the next one is read.
+struct BlockView {
+  std::uint32_t type = 0;
+  std::uint64_t offset = 0;            // in the stream
+  std::span<const std::uint8_t> body;  // without the header and the trailing length
+  bool bigEndian = false;
+
+  // Integers of the body. The caller checks that `at` is within it.
+  std::uint16_t Read16(std::size_t at) const;
+  std::uint32_t Read32(std::size_t at) const;
+  std::uint64_t Read64(std::size_t at) const;
+};
+
+struct BlockOption {
+  std::uint16_t code = 0;
+  std::span<const std::uint8_t> value;
+};
+
+// Walks the options from `at` to the end of the body. An option that does not fit ends the walk.
+class OptionWalk {
+ public:
+  OptionWalk(const BlockView& blockView, std::size_t start) : block(blockView), at(start) {}
+  std::optional<BlockOption> Next();
+
+ private:
+  const BlockView& block;
+  std::size_t at;
+};
+
+// One thread.
+class BlockStream {
+ public:
+  explicit BlockStream(std::istream& input) : stream(input) {}
+
+  enum class Result { kBlock, kDamage, kEnd };
+  // kDamage: Offset() is where the damage begins and Damage() says what it is. The next call continues at the next
+  // place that looks like a whole block.
+  Result Next(BlockView& block);
+
+  std::uint64_t Offset() const { return offset; }
+  const std::string& Damage() const { return damage; }
+  bool CutOff() const { return cutOff; }
+  void SetGrowing(bool isGrowing) { growing = isGrowing; }
+
+ private:
+  // Makes `size` bytes available from the current position; false if the stream has fewer.
+  bool Fill(std::size_t size);
+  const std::uint8_t* At(std::size_t distance) const { return buffer.data() + begin + distance; }
+  std::size_t Available() const { return end - begin; }
+  std::uint32_t Read32(std::size_t distance) const;
+  void Skip(std::size_t size);
+  // The byte order that a section header at `distance` states; nullopt if there is none.
+  std::optional<bool> SectionOrder(std::size_t distance) const;
+  // The length that a block at `distance` states, if its header is available and may be one.
+  std::optional<std::uint32_t> PlausibleLength(std::size_t distance) const;
+  // Whether an available block of that length states it again at its end.
+  bool EndsWhole(std::size_t distance, std::uint32_t length) const;
+  // Whether there is a whole block in the next `size` bytes, which are available, behind their beginning.
+  bool WholeBlockWithin(std::size_t size) const;
+  Result ReportDamage(std::string text);
+  // Moves to the next place that looks like a block; false at the end of the stream.
+  bool Resynchronize();
+
+  std::istream& stream;
+  std::vector<std::uint8_t> buffer;
+  std::size_t begin = 0, end = 0;  // of what is read and not yet consumed
+  std::uint64_t offset = 0;        // of `begin` in the stream
+  std::size_t taken = 0;           // size of the block that Next gave last
+  std::string damage;
+  bool bigEndian = false;
+  bool growing = false;
+  bool inSection = false;
+  bool atEnd = false;
+  bool cutOff = false;
+  bool damaged = false;  // Next begins with a search for the next block
+};
+
+}  // namespace fenlux::capture

@@ -1,0 +1,70 @@
+// Reads the packets of a capture file in either byte order. Whatever the file contains, memory stays limited, and what
+// is damaged costs no more than the blocks it touches.
+#pragma once
+
+#include <cstdint>
+#include <istream>
+#include <string>
+#include <vector>
+
+#include "refhost/capture/format/block_stream.h"
+#include "refhost/capture/format/packet.h"
+
+namespace fenlux::capture {
+
+// What is wrong at a place of the file.
+struct Problem {
+  std::uint64_t offset = 0;  // in bytes
+  std::string text;
+};
+
+// One thread.
+class CaptureReader {
+ public:
+  // Reads from the stream's current position, which counts as offset 0. The stream must outlive the reader.
+  explicit CaptureReader(std::istream& input) : blocks(input) {}
+
+  enum class Result {
+    kPacket,   // see CurrentPacket
+    kProblem,  // see CurrentProblem; call Next again to read on
+    kEnd,      // nothing is left; if the stream grows later, Next reads on
+  };
+  // Reads the next packet. Blocks that hold none are skipped.
+  Result Next();
+
+  // The packet that Next found. Valid until Next is called again.
+  const Packet& CurrentPacket() const { return packet; }
+  const Problem& CurrentProblem() const { return problem; }
+
+  // Set this while the file is still being written: a block that ends beyond the end of the stream is then left for
+  // later, whatever it contains.
+  void SetGrowing(bool isGrowing) { blocks.SetGrowing(isGrowing); }
+  // Whether the stream ends in the middle of a block, and where that block begins.
+  bool CutOff() const { return blocks.CutOff(); }
+  std::uint64_t Offset() const { return blocks.Offset(); }
+  // Whether a section header was found: whether the stream is a pcapng file at all.
+  bool IsCapture() const { return sectionFound; }
+
+ private:
+  struct Interface {
+    bool isPort = false;
+    bool powerOfTwo = false;
+    std::uint32_t exponent = 0;
+    std::int64_t offsetSeconds = 0;
+  };
+
+  Result Report(std::uint64_t offset, std::string text);
+  bool ReadSection(const BlockView& block);
+  bool ReadInterface(const BlockView& block);
+  // False if the packet is not one of the port, or is malformed; then `problem` says why unless it is empty.
+  bool ReadPacket(const BlockView& block);
+  static std::uint64_t TimeOf(const Interface& interfaceOfPacket, std::uint64_t units);
+
+  BlockStream blocks;
+  std::vector<Interface> interfaces;  // of the current section
+  Packet packet;
+  Problem problem;
+  bool sectionFound = false;
+};
+
+}  // namespace fenlux::capture
