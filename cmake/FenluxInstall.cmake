@@ -76,6 +76,15 @@ install(FILES ${FENLUX_GENERATED_INCLUDE}/fenlux/version.h ${FENLUX_GENERATED_IN
               hostkit/include/fenlux/default_services.h
   DESTINATION include/fenlux COMPONENT development)
 
+# Recording of a port, for any host.
+if(FENLUX_BUILD_REFHOST)
+  set_target_properties(fenlux_capture PROPERTIES EXPORT_NAME capture)
+  install(TARGETS fenlux_capture EXPORT fenluxTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT development)
+  install(FILES refhost/capture/recording_port_client.h DESTINATION include/fenlux/capture COMPONENT development)
+  install(FILES share/wireshark/fenlux.lua DESTINATION share/fenlux/wireshark COMPONENT development)
+endif()
+
 install(EXPORT fenluxTargets NAMESPACE fenlux:: DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
 configure_package_config_file(cmake/fenluxConfig.cmake.in fenluxConfig.cmake
   INSTALL_DESTINATION ${FENLUX_INSTALL_CMAKE} NO_SET_AND_CHECK_MACRO)
@@ -90,7 +99,8 @@ if(NOT WIN32)
 endif()
 
 install(DIRECTORY examples/minimal-host DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT development)
-install(FILES docs/embedding.md THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT development)
+install(FILES docs/capture.md docs/embedding.md THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC}
+  COMPONENT development)
 # The compiler's runtime DLLs must ship with their licences, which Debian installs with the cross compiler.
 function(fenlux_install_licence name path)
   if(EXISTS ${path})

@@ -27,7 +27,10 @@ done
 
 scripts/setup.sh
 if [[ " ${presets[*]} " == *" windows "* ]]; then scripts/setup.sh --windows || true; fi  # reported below if missing
-if $all; then scripts/setup.sh --debian || true; fi
+if $all; then
+  scripts/setup.sh --debian || true
+  scripts/setup.sh --tools || true
+fi
 
 dir=$(mktemp -d)
 # shellcheck disable=SC2317  # called by the trap

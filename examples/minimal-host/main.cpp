@@ -1,6 +1,7 @@
 // A complete fenlux host in one file, for agents to start from.
 //
-//   minimal-host [MODULE]     MODULE: the module's library; default: the one next to this program
+//   minimal-host [MODULE [CAPTURE]]     MODULE: the module's library; default: the one next to this program
+//                                       CAPTURE: a file to record the driver's port to; default: none
 //
 // It provides every service that the module needs, most of them the defaults of fenlux/default_services.h, loads the
 // module, lets it connect to a stand-in driver, and judges what the driver reports. It exits with 0 if the driver got
@@ -22,6 +23,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "capture/recording_port_client.h"
 #include "fenlux/abi.h"  // an error here means that this host is not built like the module
 #include "fenlux/default_services.h"
 #include "kdi/driver_records.h"
@@ -150,18 +152,25 @@ struct StandInDriver final : CPortClient {
 
 // The services. The defaults are enough for most; this host has a judge, a driver, and a process that it knows.
 struct Services final : DefaultServices {
-  Services() {
+  explicit Services(const Ptr<capture::Recorder>& recorder) {  // null: nothing is recorded
     log = Print;  // an agent puts lines into a queue: a blocked console or disk would block the kernel's operations
-    judge = [](const Event& event) {
-      return event.path.find(L"secret") == std::wstring::npos ? Decision::kVerdict2 : Decision::kVerdict4;
+    judge = [recorder](const Event& event) {
+      const bool secret = event.path.find(L"secret") != std::wstring::npos;
+      const Decision decision = secret ? Decision::kVerdict4 : Decision::kVerdict2;
+      if (recorder)
+        recorder->AddJudgement({static_cast<U32>(decision), secret ? "secrets are refused" : "default", 0us});
+      return decision;
     };
-    makePortClient = [this](const string& portName, const Ptr<CBuf>& connectContext, U32,
-                            const NotificationHandler& handler) {
+    makePortClient = [this, recorder](const string& portName, const Ptr<CBuf>& connectContext, U32,
+                                      const NotificationHandler& handler) {
       if (driver->handler) throw std::runtime_error("the stand-in driver accepts one connection");
       Print("host", "connecting to " + portName);
-      driver->connectContext = connectContext;
-      driver->handler = handler;
-      return driver;
+      // Without a recorder, this is the port client that the function makes.
+      return capture::RecordPort(recorder, connectContext, handler, [&](const NotificationHandler& recorded) {
+        driver->connectContext = connectContext;
+        driver->handler = recorded;
+        return driver;
+      });
     };
     SetPolicy({fs::current_path()});  // an agent calls it again when the policy changes
   }
@@ -192,14 +201,22 @@ decltype(&init) LoadModule(const fs::path& file) {
 }
 
 // The order of operations. An agent serves until it is told to stop, where this waits for the last report.
-int Run(const fs::path& moduleFile) {
-  const auto host = make_shared<Services>();  // 1. every service works before the module is loaded
+int Run(const fs::path& moduleFile, const fs::path& captureFile) {
+  const auto recorder = captureFile.empty() ? nullptr : make_shared<capture::Recorder>();
+  if (recorder) {
+    capture::RecordingSettings settings;
+    settings.file = captureFile;
+    recorder->Start(settings);
+    recorder->SetFacts(R"({"client_type":1,"monitor_object_type":1})");  // what this host gives the module
+  }
+  const auto host = make_shared<Services>(recorder);  // 1. every service works before the module is loaded
   const auto driver = host->driver;
   const Ptr<CGlobalContext> context = host;
   LoadModule(moduleFile)(&context);  // 2. init: calls RegisterModule, or throws if a service is missing
   host->module->StartWork();         // 3. once; from here on the module calls the services on its own threads
   const bool complete = driver->WaitForAll(10s);
   host->module->StopWork(true);  // 4. it would reconnect in five seconds; the process ends before that
+  if (recorder) recorder->Stop();
   if (!complete) throw std::runtime_error("timed out waiting for a request or a verdict");
   for (std::thread& thread : driver->delivery) thread.join();  // 5. no handler call is left; main exits
   Print("host", std::to_string(driver->correct) + " of " + std::to_string(driver->delivered) + " verdicts as expected");
@@ -212,7 +229,7 @@ int main(int argc, char** argv) {
   int code = 1;
   try {
     const auto beside = agent::fs::absolute(argv[0]).parent_path() / MODULE_NAME;
-    code = agent::Run(argc > 1 ? agent::fs::absolute(argv[1]) : beside);
+    code = agent::Run(argc > 1 ? agent::fs::absolute(argv[1]) : beside, argc > 2 ? argv[2] : "");
   } catch (const std::exception& error) {
     std::fprintf(stderr, "minimal-host: %s\n", error.what());
   }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "refhost/app/recording/capture_settings.h"
 #include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
@@ -31,6 +32,7 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   config.start.module = ReadFixedSettings(root);
   config.start.control = ReadControlSettings(root.Table("control"));
   config.start.driver = ReadDriverSettings(root.Table("driver"));
+  config.start.recording = ReadCaptureSettings(root.Table("capture"));
   config.start.systemImages = ReadSystemImages(root.Table("system_images"));
   config.reloadable.module = ReadLiveSettings(root);
   config.reloadable.rules = ReadRules(root.Table("judging"));
@@ -52,8 +54,8 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
 
 // A file with any table of a host's configuration is not a scenario.
 bool IsScenario(const ConfigTable& root) {
-  constexpr std::string_view kTables[] = {"control", "driver", "emulator", "judging",       "log",
-                                          "module",  "policy", "spsp",     "system_images", "translations"};
+  constexpr std::string_view kTables[] = {"capture", "control", "driver", "emulator",      "judging",     "log",
+                                          "module",  "policy",  "spsp",   "system_images", "translations"};
   const std::vector<std::string> keys = root.Keys();
   return !keys.empty() && std::ranges::none_of(keys, [&](const std::string& key) {
     return key == "stop_at_end" || std::ranges::find(kTables, key) != std::end(kTables);

@@ -4,6 +4,7 @@
 #include <boost/filesystem/path.hpp>
 #include <optional>
 
+#include "refhost/capture/recording_port_client.h"
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/sources/scenario.h"
 #include "refhost/port/driver_settings.h"
@@ -33,6 +34,7 @@ struct StartSettings {
   FixedSettings module;
   ControlSettings control;
   DriverSettings driver;
+  capture::RecordingSettings recording;  // without a file: recording begins on request
   SystemImages systemImages;
 
   bool operator==(const StartSettings&) const = default;

@@ -19,7 +19,7 @@ using namespace fenlux::refhost;
 
 void AddRun(CLI::App& app, int& code) {
   struct Values {
-    std::string config, module, socket;
+    std::string config, module, socket, record;
     double duration = 0;
     bool json = false;
     bool insecurePermissions = false;
@@ -29,6 +29,7 @@ void AddRun(CLI::App& app, int& code) {
   run->add_option("--config", values->config, "The host's configuration")->required();
   run->add_option("--module", values->module, "The module's library; overrides the configuration");
   run->add_option("--socket", values->socket, "Control socket to listen on; overrides the configuration");
+  run->add_option("--record", values->record, "Record the driver's port to this file; overrides the configuration");
   CLI::Option* const duration =
       run->add_option("--duration", values->duration, "Stop after this many seconds")->check(CLI::PositiveNumber);
   run->add_flag("--json", values->json, "Write the log and the summary as JSON, one object per line");
@@ -43,6 +44,7 @@ void AddRun(CLI::App& app, int& code) {
     RunOptions options{.config = values->config,
                        .module = values->module,
                        .socket = values->socket,
+                       .record = values->record,
                        .duration = {},
                        .json = values->json,
                        .insecurePermissions = values->insecurePermissions};
@@ -59,6 +61,32 @@ void AddCheck(CLI::App& app, int& code) {
   check->add_option("file", *file, "Configuration or scenario")->required();
   check->footer("Errors are reported as file:line:column: key: reason.\nExit codes: 0 no errors; 2 errors.");
   check->callback([file, &code] { code = CheckConfiguration(*file); });
+}
+
+void AddDecode(CLI::App& app, int& code) {
+  struct Values {
+    DecodeOptions options;
+    std::string file;
+  };
+  auto values = std::make_shared<Values>();
+  DecodeOptions& options = values->options;
+  CLI::App* const decode = app.add_subcommand("decode", "Show the exchanges of a capture");
+  decode->add_option("file", values->file, "Capture (pcapng)")->required();
+  decode->add_flag("--json", options.json, "One JSON object per exchange");
+  decode->add_flag("--follow", options.follow, "Read on as the file grows, until a signal ends that");
+  decode->add_flag("--hex", options.hex, "Show the bytes of messages too");
+  decode->add_option("--code", options.code, "Only notifications with this code");
+  decode->add_option("--verdict", options.verdict, "Only notifications that got this verdict");
+  decode->add_option("--path", options.path, "Only exchanges with a path that matches this pattern");
+  decode->add_option("--slow", options.slowMicroseconds, "Only exchanges that took at least this many microseconds")
+      ->check(CLI::NonNegativeNumber);
+  decode->footer(
+      "Damage is reported with its offset, and the rest is read as far as possible.\n"
+      "Exit codes: 0 the capture was read; 2 bad usage, no capture, or a damaged one.");
+  decode->callback([values, &code] {
+    values->options.file = values->file;
+    code = DecodeCapture(values->options);
+  });
 }
 
 // The arguments of one operation as given on the command line.
@@ -148,6 +176,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   int code = kExitSuccess;
   AddRun(app, code);
   AddCheck(app, code);
+  AddDecode(app, code);
   AddControl(app, code);
   try {
     std::vector<std::string> arguments = ProgramArguments(argc, argv);

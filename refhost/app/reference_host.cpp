@@ -11,6 +11,9 @@
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
 #include "refhost/app/platform/module_loader.h"
+#include "refhost/app/recording/capture_settings.h"
+#include "refhost/app/recording/host_facts.h"
+#include "refhost/app/recording/port_recording.h"
 #include "refhost/app/security/file_trust.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/exception_text.h"
@@ -60,24 +63,32 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
     : configFile(std::move(file)),
       start(config.start),
       log(std::make_shared<LogService>(config.start.log, std::move(logFile))),
+      recording(std::make_shared<PortRecording>(config.start.recording)),
       locale(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
       records(std::make_shared<RecordRegister>()),
       net(std::make_shared<NetService>()),
-      configuration(std::make_shared<Configuration>(config.start.module, std::move(config.reloadable.module), records)),
-      judge(std::make_shared<Judge>(std::move(config.reloadable.rules), UnknownProgramDecision(config))),
+      configuration(std::make_shared<Configuration>(config.start.module, config.reloadable.module, records)),
+      judge(std::make_shared<Judge>(
+          std::move(config.reloadable.rules), UnknownProgramDecision(config),
+          [recording = recording](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
+            recording->AddJudgement({static_cast<std::uint32_t>(decision),
+                                     rule == nullptr ? std::string_view() : rule->name,
+                                     std::chrono::duration_cast<std::chrono::microseconds>(duration)});
+          })),
       unjudgedPolicy(config.emulator.unjudged),
       emulator(MakeEmulator(config, log)),
       filterPort(MakeFilterPort(config.start.driver, log)),
       work(std::make_shared<WorkService>(
           config.start.systemImages,
-          [emulator = emulator, filterPort = filterPort](
-              const std::string& portName, const std::shared_ptr<CBuf>& connectContext, std::uint32_t maxMessageSize,
-              const NotificationHandler& handler, std::uint32_t portValue) {
+          recording->Recorded([emulator = emulator, filterPort = filterPort](
+                                  const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
+                                  std::uint32_t maxMessageSize, const NotificationHandler& handler,
+                                  std::uint32_t portValue) {
             if (filterPort != nullptr) {
               return filterPort->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
             }
             return emulator->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
-          })),
+          }))),
       context(std::make_shared<HostContext>(HostServices{
           .cfg = configuration,
           .log = log,
@@ -98,9 +109,11 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
           .notify =
               [this] {
                 log->Write(Severity::kNotice, "[host] policy not read yet; notifying the module again");
-                Module()->NotifyPolicyChanged();
+                NotifyPolicyChanged();
               },
-      }) {}
+      }) {
+  recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
+}
 
 ReferenceHost::~ReferenceHost() = default;
 
@@ -120,6 +133,7 @@ void ReferenceHost::Start(const boost::filesystem::path& library) {
   }
   if (Module() == nullptr) throw ModuleError("the module's init did not register a module");
   try {
+    recording->AddCall("start-work", Report::object());
     Module()->StartWork();
   } catch (...) {
     throw ModuleError("the module failed to start its work: " + CurrentExceptionText());
@@ -129,6 +143,7 @@ void ReferenceHost::Start(const boost::filesystem::path& library) {
 void ReferenceHost::Stop() {
   if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) {
     try {
+      recording->AddCall("stop", {{"clear", "true"}});
       module->StopWork(true);
     } catch (...) {
       log->Write(Severity::kProblem, "[host] stopping the module's work failed: " + CurrentExceptionText());
@@ -137,6 +152,7 @@ void ReferenceHost::Stop() {
   // The module reconnects after five seconds; from here on its connections are refused.
   emulator->Stop();
   if (filterPort != nullptr) filterPort->Stop();
+  recording->Stop();
   log->Drain(std::chrono::seconds(3));
 }
 
@@ -158,20 +174,27 @@ std::string ReferenceHost::Reload() {
   }
   // These are set on the command line, not in the file.
   config.start.log.json = start.log.json;
+  config.start.recording.file = start.recording.file;
   config.start.insecurePermissions = start.insecurePermissions;
   if (config.start != start) {
     log->Write(Severity::kWarning, "[host] some changed settings take effect only after a restart");
   }
+  recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
   configuration->Replace(std::move(config.reloadable.module));
   judge->Replace(std::move(config.reloadable.rules));
   locale->Replace(std::move(config.reloadable.translations));
   ++reloads;
   log->Write(Severity::kEvent, "[host] configuration reloaded");
-  if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) module->NotifyPolicyChanged();
+  if (Module() != nullptr) NotifyPolicyChanged();
   return {};
 }
 
 void ReferenceHost::Log(Severity severity, const std::string& line) { log->Write(severity, line); }
+
+void ReferenceHost::NotifyPolicyChanged() {
+  recording->AddCall("policy-changed", Report::object());
+  Module()->NotifyPolicyChanged();
+}
 
 std::shared_ptr<CFenlux> ReferenceHost::Module() const { return context->Module(); }
 
@@ -200,6 +223,7 @@ SummaryFacts ReferenceHost::Facts() const {
   facts.policyReads = configuration->PolicyReads();
   facts.policyNotifications = policyNotifications.load();
   facts.registered = records->Registered();
+  facts.recording = recording->Status();
   return facts;
 }
 
@@ -231,6 +255,7 @@ Report ReferenceHost::StatusReport() const {
   }
   report["alerts"] = facts.log.Of(Severity::kAlert);
   report["protocol_violations"] = facts.driver.protocolViolations;
+  report["recording"] = RecordingReport(facts.recording);
   return report;
 }
 

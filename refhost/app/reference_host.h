@@ -25,6 +25,7 @@ class DriverEmulator;
 class FilterPort;
 class HostContext;
 class LocaleService;
+class PortRecording;
 class UtilityService;
 class WorkService;
 
@@ -39,7 +40,7 @@ class ModuleError : public std::runtime_error {
 class ReferenceHost {
  public:
   // Creates the services and the driver. Reload reads `file`. A null `logFile` means that the configured log has to be
-  // opened. Throws std::runtime_error if the log or the emulator's event source cannot be opened.
+  // opened. Throws std::runtime_error if the log, the capture or the emulator's event source cannot be opened.
   ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile = nullptr);
   ~ReferenceHost();
   ReferenceHost(const ReferenceHost&) = delete;
@@ -66,12 +67,16 @@ class ReferenceHost {
   bool ScenarioFinished() const;
   EmulatorState DriverState() const;
 
+  PortRecording& Recording() { return *recording; }
+
   SummaryFacts Facts() const;
   Report StatusReport() const;
 
  private:
   // The library that Start loads; empty before.
   boost::filesystem::path ModuleFile() const;
+  // Notifies the module of the policy and records that.
+  void NotifyPolicyChanged();
   void LogLines(Severity severity, const std::string& prefix, const std::string& lines);
 
   const boost::filesystem::path configFile;
@@ -79,6 +84,7 @@ class ReferenceHost {
   const std::chrono::steady_clock::time_point startTime = std::chrono::steady_clock::now();
 
   std::shared_ptr<LogService> log;
+  std::shared_ptr<PortRecording> recording;
   std::shared_ptr<LocaleService> locale;
   std::shared_ptr<RecordRegister> records;
   std::shared_ptr<NetService> net;

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "refhost/app/recording/capture_settings.h"
 #include "refhost/base/text/hex.h"
 
 namespace fenlux::refhost {
@@ -196,6 +197,7 @@ Report SummaryReport(const SummaryFacts& facts) {
     kernel["refused"] = facts.totals.kernelRefused;
     report["kernel"] = std::move(kernel);
   }
+  if (facts.recording.files > 0) report["recording"] = RecordingReport(facts.recording);
   report["log"] = LogReport(facts.log);
   report["protocol_violations"] = facts.driver.protocolViolations;
   if (!facts.driver.violationTexts.empty()) report["violations"] = facts.driver.violationTexts;

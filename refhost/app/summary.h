@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "refhost/base/report.h"
+#include "refhost/capture/recording_port_client.h"
 #include "refhost/emulator/emulator_state.h"
 #include "refhost/emulator/emulator_totals.h"
 #include "refhost/port/filter_port_client.h"
@@ -32,6 +33,7 @@ struct SummaryFacts {
   std::uint64_t policyReads = 0;
   std::uint64_t policyNotifications = 0;
   std::vector<RegisteredInterface> registered;
+  capture::RecordingStatus recording;
 };
 
 // Whether the driver saw no protocol violation and every notification is accounted for.

@@ -15,6 +15,7 @@ endforeach()
 
 # Where the package may have files.
 set(places "^(include/fenlux/([a-z]+/)?[a-z_]+\\.h|${FENLUX_LIBDIR}/cmake/fenlux/[A-Za-z-]+\\.cmake|share/doc/fenlux/.*|")
+string(APPEND places "share/fenlux/wireshark/fenlux\\.lua|${FENLUX_LIBDIR}/libfenlux_capture\\.a|")
 if(FENLUX_WINDOWS)
   string(APPEND places "bin/[^/]+\\.dll|lib/[^/]+\\.a)$")
 else()

@@ -21,6 +21,19 @@ if(output MATCHES "(problem|alert|warning) ")
   message(SEND_ERROR "the host printed a problem")
 endif()
 
+# It records its port: every verdict is in the capture, with the judgement that led to it.
+cmake_path(GET FENLUX_LIBRARY FILENAME module)
+run(output ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/${module} ${folder}/port.pcapng)
+program_name(host fenlux-host)
+run(output ${FENLUX_EMULATOR} ${FENLUX_BINARY_DIR}/${host} decode --json ${folder}/port.pcapng)
+foreach(line "\"clientType\":1" "\"rule\":\"secrets are refused\"" "\"verdict\":4" "\"kind\":\"closed\""
+        "\"kind\":\"facts\"" "\"name\":\"driver config\"")
+  string(FIND "${output}" "${line}" position)
+  if(position EQUAL -1)
+    message(SEND_ERROR "the capture does not contain ${line}:\n${output}")
+  endif()
+endforeach()
+
 # It reports a module that does not exist.
 execute_process(COMMAND ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/no-such-module RESULT_VARIABLE result
                 OUTPUT_VARIABLE output ERROR_VARIABLE output)

@@ -61,8 +61,12 @@ list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_ba
 list(TRANSFORM FENLUX_DEVELOPMENT_FILES PREPEND include/fenlux/)
 list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfig.cmake
      ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfigVersion.cmake ${FENLUX_LIBDIR}/cmake/fenlux/fenluxTargets.cmake
-     share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
+     share/doc/fenlux/capture.md share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
      share/doc/fenlux/examples/minimal-host/main.cpp share/doc/fenlux/THIRD-PARTY-NOTICES)
+if(FENLUX_BUILD_REFHOST)
+  list(APPEND FENLUX_DEVELOPMENT_FILES include/fenlux/capture/recording_port_client.h ${FENLUX_LIBDIR}/libfenlux_capture.a
+       share/fenlux/wireshark/fenlux.lua)
+endif()
 if(FENLUX_WINDOWS)
   list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/libfenlux.dll.a ${FENLUX_RUNTIME_DLLS})
 else()

@@ -3,7 +3,9 @@
 
 #include <boost/filesystem/path.hpp>
 #include <chrono>
+#include <cstdint>
 #include <optional>
+#include <string>
 
 #include "refhost/app/control/control_protocol.h"
 
@@ -11,8 +13,9 @@ namespace fenlux::refhost {
 
 struct RunOptions {
   boost::filesystem::path config;
-  boost::filesystem::path module;                     // overrides the configuration unless empty
-  boost::filesystem::path socket;                     // overrides the configuration unless empty
+  boost::filesystem::path module;  // overrides the configuration unless empty
+  boost::filesystem::path socket;  // overrides the configuration unless empty
+  boost::filesystem::path record;  // capture to record into; overrides the configuration unless empty
   std::optional<std::chrono::milliseconds> duration;  // if absent, run until a signal or the configured end
   bool json = false;
   bool insecurePermissions = false;  // as root, use files that other users may change
@@ -24,6 +27,21 @@ int RunHost(const RunOptions& options);
 
 // Validates a configuration or a scenario.
 int CheckConfiguration(const boost::filesystem::path& file);
+
+struct DecodeOptions {
+  boost::filesystem::path file;
+  bool json = false;
+  bool follow = false;  // read on as the file grows
+  bool hex = false;     // show the bytes of messages too
+  // Conditions of the exchanges to show.
+  std::optional<std::uint32_t> code;
+  std::optional<std::uint32_t> verdict;
+  std::optional<std::string> path;  // a pattern, see Glob
+  std::optional<double> slowMicroseconds;
+};
+
+// Shows the exchanges of a capture.
+int DecodeCapture(const DecodeOptions& options);
 
 struct ControlOptions {
   boost::filesystem::path socket;  // empty: the socket of the configuration

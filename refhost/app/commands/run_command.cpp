@@ -168,6 +168,7 @@ int RunHost(const RunOptions& options) {
     if (!control.enabled) return Fail(kExitUsage, "--socket conflicts with [control] enabled = false");
     control.socket = options.socket;
   }
+  if (!options.record.empty()) config.start.recording.file = options.record;
   const bool stopAtEnd = config.start.stopAtEnd;
   if (const std::string reason = UntrustedFile(options, config); !reason.empty()) return Fail(kExitUsage, reason);
 

@@ -7,6 +7,8 @@
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
+#include "refhost/app/recording/capture_settings.h"
+#include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
 
 namespace fenlux::refhost {
@@ -48,15 +50,18 @@ const ControlOperation kOperations[] = {
     {"status",
      "Show the state of the host and its connection",
      {},
-     [](Host& host, const Arguments&) { return host.StatusReport(); }},
+     [](Host& host, const Arguments&) { return host.StatusReport(); },
+     true},
     {"summary",
      "Show the counts so far, as at the end of a run",
      {},
-     [](Host& host, const Arguments&) { return SummaryReport(host.Facts()); }},
+     [](Host& host, const Arguments&) { return SummaryReport(host.Facts()); },
+     true},
     {"driver",
      "Show the state of the emulated driver",
      {},
-     [](Host& host, const Arguments&) { return DriverReport(host.DriverState()); }},
+     [](Host& host, const Arguments&) { return DriverReport(host.DriverState()); },
+     true},
     {"reload",
      "Reload the configuration file, like SIGHUP",
      {},
@@ -64,7 +69,34 @@ const ControlOperation kOperations[] = {
        const std::string errors = host.Reload();
        if (!errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + errors);
        return Empty();
-     }},
+     },
+     true},
+    {"record start",
+     "Record the driver's port to a file",
+     {{"file", ArgumentKind::kPath, "capture to write (pcapng)"}},
+     [](Host& host, const Arguments& arguments) {
+       try {
+         host.Recording().Start(std::string(TextArgument(arguments, "file")));
+       } catch (const capture::RecordingError& error) {
+         throw ControlRefusal(error.what());
+       }
+       return Empty();
+     },
+     true},
+    {"record stop",
+     "Stop recording and show the counts",
+     {},
+     [](Host& host, const Arguments&) {
+       if (!host.Recording().Status().active) throw ControlRefusal("no recording is active");
+       host.Recording().Stop();
+       return RecordingReport(host.Recording().Status());
+     },
+     true},
+    {"record status",
+     "Show the counts of the current or the last recording",
+     {},
+     [](Host& host, const Arguments&) { return RecordingReport(host.Recording().Status()); },
+     true},
     {"stop",
      "End the current connection; the module reconnects after 5 seconds",
      {{"clear", ArgumentKind::kFlag, "first clear the policy's monitor objects in the driver"}},
@@ -230,6 +262,7 @@ const ControlOperation kOperations[] = {
 };
 
 constexpr std::pair<std::string_view, std::string_view> kGroups[] = {
+    {"record", "Recording of the driver's port"},
     {"monitor", "Monitored objects"},
     {"net-control", "Network-control modes and item lists"},
     {"interface", "Rarely needed operations of the driver interface"},

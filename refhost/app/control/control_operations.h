@@ -18,6 +18,7 @@ struct ControlOperation {
   std::vector<ControlArgument> arguments;
   // Returns what to show; empty if there is nothing to show. Throws ControlRefusal, and whatever the module throws.
   Report (*run)(ReferenceHost& host, const ControlArguments& arguments);
+  bool hostOnly = false;  // calls nothing of the module, so a capture does not need it
 };
 
 // In the order in which help shows them.

@@ -3,6 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "refhost/app/control/control_operations.h"
+#include "refhost/app/recording/port_recording.h"
+#include "refhost/app/reference_host.h"
 #include "refhost/base/exception_text.h"
 
 namespace fenlux::refhost {
@@ -94,6 +97,7 @@ std::string AnswerRequest(ReferenceHost& host, const std::string& line) noexcept
     if (!request) return EncodeRefusal("the request is not a JSON object with an operation");
     const ControlOperation* const operation = FindControlOperation(request->operation);
     if (operation == nullptr) return EncodeRefusal("unknown operation " + request->operation);
+    if (!operation->hostOnly) host.Recording().AddCall(request->operation, request->arguments);
     return EncodeResult(operation->run(host, request->arguments));
   } catch (...) {
     try {

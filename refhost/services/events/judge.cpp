@@ -100,27 +100,30 @@ Rules ReadRules(const ConfigTable& table) {
 }
 
 std::uint32_t Judge::Evaluate(const std::shared_ptr<CArpRecord>& record) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point begin = observer ? Clock::now() : Clock::time_point();
   const std::shared_ptr<const Rules> current = rules.Get();
   auto* const event = dynamic_cast<EventRecord*>(record.get());
-  const Decision decision = event == nullptr ? current->defaultDecision : Decide(*current, *event);
-  const auto number = static_cast<std::uint32_t>(decision);
+  const Judged judged = event == nullptr ? Judged{current->defaultDecision, nullptr} : Decide(*current, *event);
+  const auto number = static_cast<std::uint32_t>(judged.decision);
   decisions[number].fetch_add(1, std::memory_order_relaxed);
+  if (observer) observer(judged.decision, judged.rule, Clock::now() - begin);
   return number;
 }
 
-Decision Judge::Decide(const Rules& current, EventRecord& event) {
+Judge::Judged Judge::Decide(const Rules& current, EventRecord& event) {
   const bool programUnknown = unknownProgramDecision && event.Data().imagePath.empty();
   for (const Rule& rule : current.ordered) {
     if (!rule.MatchesButProcess(event.Data())) continue;
     if (programUnknown && rule.process) {
       unknownPrograms.fetch_add(1, std::memory_order_relaxed);
-      return *unknownProgramDecision;
+      return {*unknownProgramDecision, &rule};
     }
     if (!rule.MatchesProcess(event.Data())) continue;
     if (rule.context != nullptr) event.SetContextData(rule.context);
-    return rule.decision;
+    return {rule.decision, &rule};
   }
-  return current.defaultDecision;
+  return {current.defaultDecision, nullptr};
 }
 
 DecisionCounts Judge::Decisions() const {

@@ -3,7 +3,9 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -51,12 +53,20 @@ Rules ReadRules(const ConfigTable& table);
 
 using DecisionCounts = std::array<std::uint64_t, kMaxDecision + 1>;
 
+// Told of every judgement on the thread that made it: the decision, the rule that made it (null: the default decision),
+// and how long judging took. Must neither block nor throw.
+using JudgementObserver = std::function<void(Decision decision, const Rule* rule, std::chrono::nanoseconds duration)>;
+
 class Judge final : public CAoArp {
  public:
   // With `unknownProgram`, that is the decision on an event whose program is unknown (its record has no image path) as
   // soon as a rule's program pattern would decide. Without, no program pattern matches such an event.
-  explicit Judge(Rules initialRules, std::optional<Decision> unknownProgram = std::nullopt)
-      : rules(std::move(initialRules)), unknownProgramDecision(unknownProgram) {}
+  // `judgementObserver` may be empty.
+  explicit Judge(Rules initialRules, std::optional<Decision> unknownProgram = std::nullopt,
+                 JudgementObserver judgementObserver = {})
+      : rules(std::move(initialRules)),
+        unknownProgramDecision(unknownProgram),
+        observer(std::move(judgementObserver)) {}
 
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override;
 
@@ -68,10 +78,15 @@ class Judge final : public CAoArp {
   std::uint64_t UnknownPrograms() const { return unknownPrograms.load(); }
 
  private:
-  Decision Decide(const Rules& current, EventRecord& event);
+  struct Judged {
+    Decision decision;
+    const Rule* rule;  // null: the default decision
+  };
+  Judged Decide(const Rules& current, EventRecord& event);
 
   LiveValue<Rules> rules;
   const std::optional<Decision> unknownProgramDecision;
+  const JudgementObserver observer;
   std::atomic<std::uint64_t> unknownPrograms{0};
   std::array<std::atomic<std::uint64_t>, kMaxDecision + 1> decisions{};
 };

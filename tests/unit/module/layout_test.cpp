@@ -62,10 +62,11 @@ const Rules kReferenceHost{
     {"base", {}},
     {"services", {"base"}},
     {"port", {"base"}},
+    {"capture", {"base"}},
     {"emulator", {"base", "emulator/driver", "emulator/sources"}},
     {"emulator/driver", {"base", "services", "port", "emulator"}},
     {"emulator/sources", {"base", "emulator", "emulator/driver"}},
-    {"app", {"base", "services", "port", "emulator", "emulator/sources"}},
+    {"app", {"base", "services", "port", "capture", "emulator", "emulator/sources"}},
 };
 
 // The longest of the rules' folders that holds the file; empty if there is none.
@@ -175,6 +176,18 @@ TEST(Layout, TheBaseOfTheReferenceHostIncludesNoHostInterface) {
     if (FolderOf(kReferenceHost, file.name) != "base") continue;
     for (const std::string& include : file.includes) {
       EXPECT_NE(TopFolderOf(include), "host") << file.name << " includes " << include;
+    }
+  }
+}
+
+// Hosts link the recording library without the reference host's other libraries.
+TEST(Layout, TheRecordingLibraryIncludesOnlyItself) {
+  for (const SourceFile& file : Read("refhost/capture")) {
+    if (BeginsWith(file.name, "decode/")) continue;
+    for (const std::string& include : file.includes) {
+      if (!BeginsWith(include, "refhost/")) continue;
+      EXPECT_TRUE(BeginsWith(include, "refhost/capture/")) << file.name << " includes " << include;
+      EXPECT_FALSE(BeginsWith(include, "refhost/capture/decode/")) << file.name << " includes " << include;
     }
   }
 }

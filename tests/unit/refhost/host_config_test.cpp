@@ -77,6 +77,23 @@ TEST(HostConfig, UnknownProgramsOfKernelEventsGetADecisionThatRefuses) {
             Decision::kUndecided);
 }
 
+TEST(HostConfig, ReadsTheCaptureTable) {
+  const TemporaryDirectory directory;
+  ConfigErrors errors;
+  const HostConfig config = LoadHostConfig(
+      directory.Write(
+          "h.toml", "[capture]\nfile = 'p.pcapng'\nfile_size_mb = 2\nfiles = 3\nqueue_mb = 4\nkinds = ['requests']\n"),
+      errors);
+  EXPECT_EQ(errors.Text(), "");
+  const capture::RecordingSettings& recording = config.start.recording;
+  EXPECT_EQ(recording.file, directory.Path() / "p.pcapng");
+  EXPECT_EQ(recording.maxFileSize, 2U << 20);
+  EXPECT_EQ(recording.maxFiles, 3U);
+  EXPECT_EQ(recording.queueSize, 4U << 20);
+  EXPECT_TRUE(recording.kinds.requests);
+  EXPECT_FALSE(recording.kinds.notifications || recording.kinds.judgements || recording.kinds.facts);
+}
+
 TEST(HostConfig, ACheckReportsErrorsOfTheConfigurationAndOfItsScenario) {
   const TemporaryDirectory directory;
   const std::string scenario = directory.Write("s.toml", "[[steps]]\nnotify = 'x'\n").string();

@@ -64,6 +64,18 @@ TEST(Judge, AnUnknownProgramIsRefusedOnlyWhereAProgramPatternWouldDecide) {
   EXPECT_EQ(judge.UnknownPrograms(), 1U);
 }
 
+TEST(Judge, TellsItsObserverOfEveryJudgement) {
+  const Read read("[[rules]]\nname = 'first'\npath = '/a/*'\ndecision = 3\n");
+  std::vector<std::string> seen;
+  Judge judge(read.rules, std::nullopt, [&](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
+    EXPECT_GE(duration.count(), 0);
+    seen.push_back(std::to_string(static_cast<int>(decision)) + (rule == nullptr ? "" : rule->name));
+  });
+  judge.Evaluate(Event(0x4005, 1, L"/a/x"));
+  judge.Evaluate(Event(0x4005, 1, L"/b"));
+  EXPECT_EQ(seen, (std::vector<std::string>{"3first", "2"}));
+}
+
 TEST(Judge, ReturnsTheDefaultIfNoRuleMatches) {
   EXPECT_EQ(Judge(Read("").rules).Evaluate(Event(1, 1, L"")), 2U);
   EXPECT_EQ(

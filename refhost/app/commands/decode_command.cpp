@@ -1,0 +1,160 @@
+// The `decode` command: shows the exchanges of a capture, one after the other.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "refhost/app/commands/commands.h"
+#include "refhost/app/exit_codes.h"
+#include "refhost/app/platform/signals.h"
+#include "refhost/base/platform/error_text.h"
+#include "refhost/base/progress_bar.h"
+#include "refhost/capture/decode/capture_decoder.h"
+
+namespace fenlux::refhost {
+namespace {
+
+// How often a file that is being written is looked at again.
+constexpr std::chrono::milliseconds kFollowInterval{100};
+
+// The part of a file by which it is recognized when another takes its name.
+constexpr std::size_t kBeginning = 512;
+
+std::ifstream OpenFile(const boost::filesystem::path& file) {
+  return std::ifstream(std::filesystem::path(file.native()), std::ios::binary);
+}
+
+// 0 if it cannot be determined.
+std::uint64_t SizeOf(const boost::filesystem::path& file) {
+  boost::system::error_code error;
+  const std::uintmax_t size = boost::filesystem::file_size(file, error);
+  return error ? 0 : size;
+}
+
+std::string BeginningOf(const boost::filesystem::path& file) {
+  std::ifstream stream = OpenFile(file);
+  std::string bytes(kBeginning, '\0');
+  stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(stream.gcount()));
+  return bytes;
+}
+
+// Whether the file of that name has begun differently: the recorder has begun a new one.
+bool IsReplaced(const boost::filesystem::path& file, const std::string& beginning) {
+  const std::string now = BeginningOf(file);
+  const std::size_t common = std::min(now.size(), beginning.size());
+  return common > 0 && now.compare(0, common, beginning, 0, common) != 0;
+}
+
+class Output {
+ public:
+  explicit Output(bool asJson) : json(asJson) {}
+
+  capture::DecodeSinks Sinks() {
+    return {.exchange = [this](const Report& report) { Show(report); },
+            .problem = [this](const capture::Problem& problem) { Show(problem); }};
+  }
+  void Flush() {
+    std::cout << text << std::flush;
+    text.clear();
+  }
+  std::uint64_t Problems() const { return problems; }
+
+  void Note(std::uint64_t offset, const std::string& what) {
+    Flush();
+    std::cerr << fmt::format("fenlux-host: offset {}: {}\n", offset, what) << std::flush;
+  }
+
+ private:
+  void Show(const Report& report) {
+    text += json ? JsonText(report) + '\n' : capture::ExchangeText(report);
+    if (text.size() > kMaxText) Flush();
+  }
+  void Show(const capture::Problem& problem) {
+    ++problems;
+    if (!json) {
+      Note(problem.offset, problem.text);
+      return;
+    }
+    Report report = Report::object();
+    report["offset"] = problem.offset;
+    report["error"] = problem.text;
+    Show(report);
+  }
+
+  static constexpr std::size_t kMaxText = 65536;
+
+  const bool json;
+  std::string text;
+  std::uint64_t problems = 0;
+};
+
+int Fail(const std::string& text) {
+  std::cerr << "fenlux-host: " << text << '\n';
+  return kExitUsage;
+}
+
+capture::ExchangeFilter FilterOf(const DecodeOptions& options) {
+  capture::ExchangeFilter filter;
+  filter.code = options.code;
+  filter.verdict = options.verdict;
+  if (options.path) filter.path = Glob(*options.path);
+  if (options.slowMicroseconds) filter.slowerThan = static_cast<std::uint64_t>(*options.slowMicroseconds * 1000);
+  return filter;
+}
+
+// Reads the file as it grows, and its successors, until a signal ends that.
+void Follow(const boost::filesystem::path& file, capture::CaptureDecoder& decoder, Output& output) {
+  for (;;) {
+    const std::string beginning = BeginningOf(file);
+    std::ifstream stream = OpenFile(file);
+    capture::CaptureReader reader(stream);
+    reader.SetGrowing(true);
+    bool replaced = false;
+    for (;;) {
+      decoder.Read(reader);
+      output.Flush();
+      if (replaced) break;
+      if (WaitForSignal(kFollowInterval) == HostSignal::kStop) return;
+      replaced = IsReplaced(file, beginning);  // then read once more what came before
+    }
+  }
+}
+
+}  // namespace
+
+int DecodeCapture(const DecodeOptions& options) {
+  std::ifstream stream = OpenFile(options.file);
+  if (!stream) return Fail(fmt::format("{} cannot be opened: {}", options.file.string(), LastErrorText()));
+  Output output(options.json);
+  std::optional<ProgressBar> progress(SizeOf(options.file));
+  capture::DecodeSinks sinks = output.Sinks();
+  sinks.progress = [&](std::uint64_t offset) { progress->Show(offset); };
+  if (options.follow) sinks.progress = nullptr;
+  capture::CaptureDecoder decoder(FilterOf(options), options.hex, std::move(sinks));
+  if (options.follow) {
+    BlockSignals();
+    stream.close();
+    Follow(options.file, decoder, output);
+    decoder.Finish();
+    output.Flush();
+    return kExitSuccess;
+  }
+  capture::CaptureReader reader(stream);
+  decoder.Read(reader);
+  decoder.Finish();
+  output.Flush();
+  progress.reset();
+  if (stream.bad()) return Fail(fmt::format("{} cannot be read: {}", options.file.string(), LastErrorText()));
+  if (!reader.IsCapture()) return Fail(options.file.string() + " is not a capture");
+  if (reader.CutOff()) output.Note(reader.Offset(), "the file ends in the middle of a block, which is left out");
+  return output.Problems() == 0 ? kExitSuccess : kExitUsage;
+}
+
+}  // namespace fenlux::refhost

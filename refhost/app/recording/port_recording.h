@@ -1,0 +1,38 @@
+// Recording of the host's port: what a running host is asked to record, and what it adds to the port's traffic.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <memory>
+#include <string>
+
+#include "refhost/base/report.h"
+#include "refhost/capture/recording_port_client.h"
+#include "refhost/services/processes/work_service.h"
+
+namespace fenlux::refhost {
+
+// Any thread.
+class PortRecording {
+ public:
+  // Starts if the settings name a file. Throws capture::RecordingError.
+  explicit PortRecording(capture::RecordingSettings recordingSettings);
+
+  // Starts a recording with the settings, into `file`. Throws capture::RecordingError.
+  void Start(const boost::filesystem::path& file);
+  void Stop() { recorder->Stop(); }
+  capture::RecordingStatus Status() const { return recorder->Status(); }
+
+  // The same maker, with its port clients recorded.
+  PortClientMaker Recorded(PortClientMaker make) const;
+  // See Recorder::SetFacts.
+  void SetFacts(const std::string& json) { recorder->SetFacts(json); }
+  // Records an operation by the name and with the arguments that `ctl` has for it. Call it before the operation.
+  void AddCall(const std::string& operation, const Report& arguments);
+  void AddJudgement(const capture::Judgement& judgement) { recorder->AddJudgement(judgement); }
+
+ private:
+  const capture::RecordingSettings settings;
+  const std::shared_ptr<capture::Recorder> recorder = std::make_shared<capture::Recorder>();
+};
+
+}  // namespace fenlux::refhost
