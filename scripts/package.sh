@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages of a release, each in an empty root of its Debian release, and checks them there with
-# lintian. Needs root, mmdebstrap and Debian.
+# Builds the Debian packages of a release, each in an empty root of its Debian release. Checks them there with lintian,
+# installs them with apt, runs the host, and purges them. Needs root, mmdebstrap and Debian.
 #   scripts/package.sh [12|13 ...]    for these Debian releases; for 12 and 13 unless given
 #
 # The packages of the committed HEAD are left in build/packages/debian-<release>. Their versions end in +deb<release>, so
@@ -22,6 +22,15 @@ if [ "${1:-}" = --in-root ]; then  # called below, inside the root
   cpack --config build/release/CPackConfig.cmake -B "$output"
   rm -rf "$output/_CPack_Packages"
   lintian --allow-root --fail-on error --tag-display-limit 0 "$output"/*.deb
+  # apt finds everything that they depend on, and the installed host runs.
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get install -qq -y --no-install-recommends "$PWD/$output"/*.deb >/dev/null
+  fenlux-host run --config /etc/fenlux/host.toml --socket "$(mktemp -d)/host.sock" --duration 1
+  apt-get purge -qq -y libfenlux0 libfenlux-dev fenlux-host fenlux-doc >/dev/null
+  if [ -e /etc/fenlux ] || [ -e /usr/include/fenlux ]; then
+    echo "purging the packages left files behind" >&2
+    exit 1
+  fi
   exit
 fi
 if [ $# -eq 0 ]; then set -- 12 13; fi
