@@ -65,6 +65,10 @@ if(FENLUX_SANITIZE)
   add_link_options(-fsanitize=${FENLUX_SANITIZE})
 endif()
 
+if(FENLUX_RANDOM_YIELDS)
+  add_compile_definitions(FENLUX_RANDOM_YIELDS)  # everywhere, because inline functions differ
+endif()
+
 if(FENLUX_COVERAGE)
   # Atomic counters, because the tests run threads; a process that is killed writes no counts.
   add_compile_options(--coverage -fprofile-update=atomic)

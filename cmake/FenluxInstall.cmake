@@ -67,7 +67,7 @@ if(MINGW)
 endif()
 install(DIRECTORY src/host DESTINATION include/fenlux COMPONENT development FILES_MATCHING PATTERN "*.h")
 foreach(header core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h common/mutex.h
-        common/thread_annotations.h)
+        common/random_yield.h common/thread_annotations.h)
   cmake_path(GET header PARENT_PATH directory)
   install(FILES src/${header} DESTINATION include/fenlux/${directory} COMPONENT development)
 endforeach()

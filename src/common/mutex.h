@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "common/random_yield.h"
 #include "common/thread_annotations.h"
 
 namespace fenlux {
@@ -17,7 +18,10 @@ class FENLUX_CAPABILITY("mutex") Mutex {
   Mutex& operator=(const Mutex&) = delete;
 
   // For a try-lock with std::unique_lock; the analysis does not see it.
-  std::mutex& Native() { return native; }
+  std::mutex& Native() {
+    YieldAtRandom();
+    return native;
+  }
 
  private:
   std::mutex native;
@@ -35,10 +39,17 @@ class FENLUX_SCOPED_CAPABILITY MutexLock {
   MutexLock& operator=(const MutexLock&) = delete;
 
   // Releases the mutex, waits for one notification or spurious wakeup, and takes the mutex again.
-  void Wait(std::condition_variable& wakeup) { wakeup.wait(lock); }
+  void Wait(std::condition_variable& wakeup) {
+    YieldAtRandom();
+    wakeup.wait(lock);
+    YieldAtRandom();
+  }
   // The same with a time limit; false if the limit passed.
   bool WaitUntil(std::condition_variable& wakeup, std::chrono::steady_clock::time_point deadline) {
-    return wakeup.wait_until(lock, deadline) == std::cv_status::no_timeout;
+    YieldAtRandom();
+    const std::cv_status status = wakeup.wait_until(lock, deadline);
+    YieldAtRandom();
+    return status == std::cv_status::no_timeout;
   }
 
  private:

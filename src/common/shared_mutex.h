@@ -4,6 +4,7 @@
 #include <boost/thread/lock_types.hpp>
 #include <boost/thread/shared_mutex.hpp>
 
+#include "common/random_yield.h"
 #include "common/thread_annotations.h"
 
 namespace fenlux {
@@ -18,13 +19,18 @@ class FENLUX_CAPABILITY("shared_mutex") SharedMutex {
  private:
   friend class SharedLock;
   friend class ExclusiveLock;
+  boost::shared_mutex& Native() {
+    YieldAtRandom();
+    return native;
+  }
+
   boost::shared_mutex native;
 };
 
 // Holds a mutex for reading from construction to the end of the scope.
 class FENLUX_SCOPED_CAPABILITY SharedLock {
  public:
-  explicit SharedLock(SharedMutex& mutex) FENLUX_ACQUIRE_SHARED(mutex) : lock(mutex.native) {}
+  explicit SharedLock(SharedMutex& mutex) FENLUX_ACQUIRE_SHARED(mutex) : lock(mutex.Native()) {}
   ~SharedLock() FENLUX_RELEASE() = default;
   SharedLock(const SharedLock&) = delete;
   SharedLock& operator=(const SharedLock&) = delete;
@@ -36,7 +42,7 @@ class FENLUX_SCOPED_CAPABILITY SharedLock {
 // Holds a mutex for writing from construction to the end of the scope.
 class FENLUX_SCOPED_CAPABILITY ExclusiveLock {
  public:
-  explicit ExclusiveLock(SharedMutex& mutex) FENLUX_ACQUIRE(mutex) : lock(mutex.native) {}
+  explicit ExclusiveLock(SharedMutex& mutex) FENLUX_ACQUIRE(mutex) : lock(mutex.Native()) {}
   ~ExclusiveLock() FENLUX_RELEASE() = default;
   ExclusiveLock(const ExclusiveLock&) = delete;
   ExclusiveLock& operator=(const ExclusiveLock&) = delete;

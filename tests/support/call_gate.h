@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "common/random_yield.h"
 #include "tests/support/allocation_exemption.h"
 #include "tests/support/failure.h"
 
@@ -35,6 +36,7 @@ class CallGate {
   // handle.
   template <class... Args>
   bool Pass(const char* operation, const Args&... args) {
+    YieldAtRandom();
     const std::uint32_t current = mode.load(std::memory_order_acquire);
     if (current == 0) return true;
     const AllocationExemption exempt;

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Runs the tests of concurrency under the thread sanitizer with random pauses at every lock, wait and host call.
+#   scripts/yield.sh                 200 seeds, each a run of all these tests
+#   scripts/yield.sh --seeds N       N seeds
+#   scripts/yield.sh --first N       the first seed is N instead of 1: repeats a failure with --seeds 1
+# Ends with one line. The exit status is 1 if a run failed; its output is kept, and its name printed.
+set -euo pipefail
+{ # Bash reads this block as a whole, so changing the file does not affect a run.
+cd "$(dirname "$0")/.."
+source scripts/lib/common.sh
+
+answer_help "$@"
+seeds=200 first=1
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --seeds | --first)
+      if ! [[ ${2:-} =~ ^[1-9][0-9]{0,5}$ ]]; then
+        echo "${0##*/}: $1 needs a number from 1 to 999999" >&2
+        exit 2
+      fi
+      if [ "$1" = --seeds ]; then seeds=$2; else first=$2; fi
+      shift
+      ;;
+    *) refuse "$1" ;;
+  esac
+  shift
+done
+
+# Program and tests. The others run on one thread.
+tests=(
+  "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:Connect*:FenluxImpl.*:InteractLifecycle.*:PolicyWorker*:RefreshThread.*"
+  "fenlux_emulator_tests Delivery.*:Faults.*:PortClient.*:Totals.*"
+  "fenlux_emulator_module_tests *"
+  "fenlux_refhost_tests ControlChannel.*:LiveValue.*:LogService.*:NetService.*:RecordRegister.*"
+)
+
+scripts/setup.sh
+build_preset tsan-yield "${tests[@]%% *}"
+
+work=$(fenlux_cache)/yield
+mkdir -p "$work"
+cases=0 failed=0
+start=$SECONDS
+for ((seed = first; seed < first + seeds; ++seed)); do
+  for test in "${tests[@]}"; do
+    program=${test%% *} log=$work/$program-$seed.log
+    if FENLUX_YIELD_SEED=$seed "build/tsan-yield/$program" --gtest_filter="${test#* }" --gtest_brief=1 >"$log" 2>&1; then
+      count=$(sed -n 's/^\[  PASSED  \] \([0-9]*\) tests\?\.$/\1/p' "$log")
+      cases=$((cases + ${count:-0}))
+      rm "$log"
+    else
+      failed=$((failed + 1))
+      echo "seed $seed: $program failed; see $log"
+    fi
+  done
+done
+
+echo "$seeds seeds from $first: $cases tests passed, $failed runs failed, in $((SECONDS - start)) s"
+if [ "$failed" -ne 0 ] || [ "$cases" -eq 0 ]; then exit 1; fi
+exit
+}
