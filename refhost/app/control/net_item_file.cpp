@@ -65,8 +65,10 @@ NetControlItem DecodeItem(std::string_view text) {
 }  // namespace
 
 NetControlItems LoadNetItems(const boost::filesystem::path& file, ConfigErrors& errors) {
-  const ConfigDocument document(file, errors);
-  const ConfigTable& root = document.Root();
+  return ReadNetItems(ConfigDocument(file, errors).Root());
+}
+
+NetControlItems ReadNetItems(const ConfigTable& root) {
   NetControlItems items;
   for (const ConfigTable& table : root.Tables("items")) items.push_back(ReadItem(table));
   root.Finish();

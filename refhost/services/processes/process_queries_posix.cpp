@@ -8,21 +8,18 @@
 #include <algorithm>
 #include <array>
 #include <boost/filesystem/operations.hpp>
-#include <charconv>
 #include <memory>
 #include <string_view>
 
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/text/utf_text.h"
+#include "refhost/services/processes/proc_text.h"
 #include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {
 namespace {
 
 constexpr std::size_t kMaxCommandLine = 4096;
-constexpr std::uint32_t kNoLoginSession = 0xFFFFFFFF;
-// The kernel appends this to the path of a program whose file was removed.
-constexpr std::string_view kRemoved = " (deleted)";
 
 std::string ProcPath(std::uint32_t processId, std::string_view entry) {
   return fmt::format("/proc/{}{}", processId, entry);
@@ -43,14 +40,6 @@ std::string ReadStart(const std::string& path, std::size_t limit) {
   return text;
 }
 
-template <typename Number>
-std::optional<Number> ParseNumber(std::string_view text) {
-  Number number{};
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (result.ec != std::errc() || result.ptr == text.data()) return std::nullopt;
-  return number;
-}
-
 // The path of the process's program as the process sees it.
 std::string LinkOf(std::uint32_t processId) {
   std::array<char, 4096> target;
@@ -58,12 +47,7 @@ std::string LinkOf(std::uint32_t processId) {
   return length <= 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-std::string ImageOf(std::uint32_t processId) {
-  const std::string link = LinkOf(processId);
-  std::string_view image(link);
-  if (image.ends_with(kRemoved)) image.remove_suffix(kRemoved.size());
-  return std::string(image);
-}
+std::string ImageOf(std::uint32_t processId) { return ImageFromLink(LinkOf(processId)); }
 
 }  // namespace
 
@@ -75,9 +59,7 @@ bool ProcessRuns(std::uint32_t processId) {
 std::uint32_t ProcessSession(std::uint32_t processId) {
   struct stat status {};
   if (::stat(ProcPath(processId, "").c_str(), &status) == 0 && status.st_uid == 0) return 0;
-  const std::string text = ReadStart(ProcPath(processId, "/sessionid"), 16);
-  const std::uint32_t session = ParseNumber<std::uint32_t>(text).value_or(kNoLoginSession);
-  return session == kNoLoginSession ? 0 : session;
+  return SessionFromText(ReadStart(ProcPath(processId, "/sessionid"), 16));
 }
 
 std::wstring ProcessImagePath(std::uint32_t processId) {
@@ -94,10 +76,7 @@ std::wstring ProcessImagePath(std::uint32_t processId) {
 }
 
 std::string ProcessCommandLine(std::uint32_t processId) {
-  std::string line = ReadStart(ProcPath(processId, "/cmdline"), kMaxCommandLine);
-  while (!line.empty() && line.back() == '\0') line.pop_back();
-  std::replace(line.begin(), line.end(), '\0', ' ');
-  return line;
+  return CommandLineFromText(ReadStart(ProcPath(processId, "/cmdline"), kMaxCommandLine));
 }
 
 std::set<std::uint64_t> RunningProcesses() {
@@ -106,7 +85,7 @@ std::set<std::uint64_t> RunningProcesses() {
   if (directory == nullptr) return processes;
   // Only this thread reads this stream.
   while (const dirent* entry = ::readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
-    if (const auto processId = ParseNumber<std::uint32_t>(entry->d_name)) processes.insert(*processId);
+    if (const auto processId = LeadingNumber(entry->d_name)) processes.insert(*processId);
   }
   return processes;
 }

@@ -1,0 +1,22 @@
+// Reads the texts that /proc shows of a process. A process chooses most of them itself, so they may hold anything.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace fenlux::refhost {
+
+// All functions: any thread.
+
+// The number at the start of the text; nullopt if there is none, or if it has more than 32 bits.
+std::optional<std::uint32_t> LeadingNumber(std::string_view text);
+// The login session of /proc/PID/sessionid; 0 if the process has none.
+std::uint32_t SessionFromText(std::string_view text);
+// The arguments of /proc/PID/cmdline, separated by spaces.
+std::string CommandLineFromText(std::string text);
+// The path that /proc/PID/exe links to, without the remark that the kernel adds if the file was removed.
+std::string ImageFromLink(std::string_view target);
+
+}  // namespace fenlux::refhost
