@@ -23,8 +23,13 @@ class DriverEmulator::Impl {
       scripted = std::make_shared<ScriptedSource>(driver, std::move(scenario));
       source = scripted;
     }
-    driver->Attach(source);
-    source->Start();
+    try {
+      driver->Attach(source);
+      source->Start();
+    } catch (...) {
+      Stop();  // ends the threads that could be started
+      throw;
+    }
   }
 
   void Stop() {

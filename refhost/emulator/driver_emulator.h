@@ -25,7 +25,7 @@ class DriverEmulator {
  public:
   // Opens the event source and starts its threads. Until a module connects, scripted events wait and kernel events
   // pass. Throws std::runtime_error with the reason if the event source cannot be opened: kernel events need Linux and
-  // root, and directories that exist and are neither "/" nor "/tmp".
+  // root, and directories that exist and are neither "/" nor "/tmp". The same if a thread cannot be started.
   explicit DriverEmulator(EmulatorSettings settings, Scenario scenario = {}, EmulatorHooks hooks = {});
   // Stops.
   ~DriverEmulator();

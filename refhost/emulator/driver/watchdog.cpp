@@ -3,10 +3,12 @@
 
 #include <algorithm>
 
+#include "refhost/base/start_thread.h"
+
 namespace fenlux::refhost {
 
 void Watchdog::Start() {
-  thread = std::thread([this] { Run(); });
+  thread = StartThread("the emulator's watchdog", [this] { Run(); });
 }
 
 void Watchdog::Stop() {
@@ -24,10 +26,10 @@ void Watchdog::Run() {
   for (;;) {
     const auto now = std::chrono::steady_clock::now();
     const auto next = answers.TakeOverdue(now);
-    source.OnWatchdog();
+    const bool again = source.OnWatchdog();
     const auto until = next ? std::min(*next, now + round) : now + round;
     MutexLock lock(mutex);
-    while (!stopping && lock.WaitUntil(wake, until)) {
+    while (!stopping && !again && lock.WaitUntil(wake, until)) {
     }
     if (stopping) return;
   }

@@ -24,7 +24,7 @@ class Watchdog {
   Watchdog(const Watchdog&) = delete;
   Watchdog& operator=(const Watchdog&) = delete;
 
-  // Once.
+  // Once. Throws std::runtime_error if no thread can be started.
   void Start();
   // Ends the thread, if it was started.
   void Stop();

@@ -25,6 +25,7 @@
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/own_process.h"
+#include "refhost/emulator/sources/drain_round.h"
 #include "refhost/emulator/sources/event_paths.h"
 #include "refhost/emulator/sources/fanotify_group.h"
 #include "refhost/emulator/sources/fanotify_marks.h"
@@ -45,7 +46,7 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
-  void OnWatchdog() override;
+  bool OnWatchdog() override;
   void Stop(std::chrono::milliseconds grace) override;
 
  private:
@@ -56,8 +57,15 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
            settings.refusingVerdicts.end();
   }
   bool IsOwn(const fanotify_event_metadata& event) const { return static_cast<std::uint64_t>(event.pid) == ownProcess; }
-  // Empties the kernel's queue, letting everything through.
-  void Drain();
+  // Whether nobody can read events: every reader is inside the module, and its answer was taken.
+  bool ReadersBusy() const { return blockedReaders >= settings.threads; }
+  // Reads one event and responds without asking the module; false if there was none.
+  bool RespondToOne();
+  // Empties the kernel's queue in the same way.
+  void Drain() {
+    while (RespondToOne()) {
+    }
+  }
   void LogEach(EmulatorLogLevel level, const std::string& text, const std::vector<std::string>& lines);
 
   const std::shared_ptr<EmulatedDriver> driver;
@@ -168,7 +176,7 @@ void FanotifySource::Start() {
   const auto self = shared_from_this();
   for (std::uint32_t i = 0; i < settings.threads; ++i) {
     // Made here, so that each reader has its spare descriptor when this returns.
-    crew.Add([self, reader = std::make_shared<Reader>(*self)] { reader->Run(); });
+    crew.Add("a reader of kernel events", [self, reader = std::make_shared<Reader>(*self)] { reader->Run(); });
   }
 }
 
@@ -194,11 +202,11 @@ void FanotifySource::LogEach(EmulatorLogLevel level, const std::string& text, co
   if (shown < lines.size()) driver->Hooks().Log(level, fmt::format("{}{} more", text, lines.size() - shown));
 }
 
-void FanotifySource::OnWatchdog() {
+bool FanotifySource::OnWatchdog() {
   paths.Forget(std::chrono::steady_clock::now());
   // While every reader is blocked, nobody reads the queue, and a handler that itself waits for a watched file would
   // never return. The watchdog then lets the queue through.
-  if (blockedReaders >= settings.threads) Drain();
+  return RunDrainRound([this] { return ReadersBusy(); }, [this] { return RespondToOne(); });
 }
 
 void FanotifySource::Stop(std::chrono::milliseconds grace) {
@@ -214,14 +222,15 @@ void FanotifySource::Stop(std::chrono::milliseconds grace) {
   Drain();
 }
 
-void FanotifySource::Drain() {
+bool FanotifySource::RespondToOne() {
   const MutexLock lock(drainMutex);
-  while (const auto event = group.Read(drainSpare)) {
-    UnjudgedCause cause = stopping ? UnjudgedCause::kStopping : UnjudgedCause::kReadersBusy;
-    if (IsOwn(*event)) cause = UnjudgedCause::kOwnProcess;
-    group.RespondUnjudged(event->fd, cause);
-    drainSpare.TakeFrom(event->fd);
-  }
+  const auto event = group.Read(drainSpare);
+  if (!event) return false;
+  UnjudgedCause cause = stopping ? UnjudgedCause::kStopping : UnjudgedCause::kReadersBusy;
+  if (IsOwn(*event)) cause = UnjudgedCause::kOwnProcess;
+  group.RespondUnjudged(event->fd, cause);
+  drainSpare.TakeFrom(event->fd);
+  return true;
 }
 
 }  // namespace

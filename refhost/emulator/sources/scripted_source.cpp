@@ -84,8 +84,8 @@ class ScriptedSource::StepPlayer {
 void ScriptedSource::Start() {
   // The threads own the source: one that is left behind inside a handler still finds it when the call returns.
   const auto self = shared_from_this();
-  for (std::uint32_t i = 0; i < scenario.threads; ++i) crew.Add([self] { self->Deliver(); });
-  crew.Add([self] { self->Play(); });
+  for (std::uint32_t i = 0; i < scenario.threads; ++i) crew.Add("deliveries", [self] { self->Deliver(); });
+  crew.Add("the scenario", [self] { self->Play(); });
 }
 
 void ScriptedSource::Watch(std::uint64_t, const std::vector<std::string>&) {}  // the scenario says what happens

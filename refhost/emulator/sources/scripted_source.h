@@ -26,7 +26,7 @@ class ScriptedSource final : public EventSource, public std::enable_shared_from_
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
-  void OnWatchdog() override {}
+  bool OnWatchdog() override { return false; }
   void Stop(std::chrono::milliseconds grace) override;
 
   bool Finished() const;

@@ -7,6 +7,7 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
+#include "refhost/base/start_thread.h"
 
 namespace fenlux::refhost {
 
@@ -20,14 +21,14 @@ ThreadCrew::ThreadCrew() : shared(std::make_shared<Shared>()) {}
 
 ThreadCrew::~ThreadCrew() { Join(std::chrono::milliseconds(0)); }
 
-void ThreadCrew::Add(std::function<void()> body) {
-  threads.emplace_back([shared = shared, body = std::move(body)]() mutable {
+void ThreadCrew::Add(std::string_view name, std::function<void()> body) {
+  threads.push_back(StartThread(name, [shared = shared, body = std::move(body)]() mutable {
     body();
     body = nullptr;
     const MutexLock lock(shared->mutex);
     shared->endedIds.push_back(std::this_thread::get_id());
     shared->ended.notify_all();
-  });
+  }));
 }
 
 bool ThreadCrew::Join(std::chrono::milliseconds limit) {

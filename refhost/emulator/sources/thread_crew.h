@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -18,8 +19,8 @@ class ThreadCrew {
   ThreadCrew(const ThreadCrew&) = delete;
   ThreadCrew& operator=(const ThreadCrew&) = delete;
 
-  // Starts a thread; the body must not throw. Throws std::system_error if no thread can be started.
-  void Add(std::function<void()> body);
+  // Starts a thread; the body must not throw. Throws std::runtime_error with the thread's name if it cannot be started.
+  void Add(std::string_view name, std::function<void()> body);
   // Waits for all threads to end; returns whether they did. The others are left behind.
   bool Join(std::chrono::milliseconds limit);
 

@@ -18,8 +18,9 @@ class EventSource {
   // current one. Any thread; must not block.
   virtual void Watch(std::uint64_t revision, const std::vector<std::string>& directories) = 0;
   // Called regularly, at least twice within every deadline, after the overdue answers were taken. Watchdog thread;
-  // must not block.
-  virtual void OnWatchdog() = 0;
+  // must return within milliseconds, so that deadlines are kept. Returns true if there is more to do: it is then called
+  // again as soon as the overdue answers have been taken.
+  virtual bool OnWatchdog() = 0;
   // Lets everything through and ends the threads. Threads that do not end within `grace` are left behind. Called once,
   // after the driver has begun to stop.
   virtual void Stop(std::chrono::milliseconds grace) = 0;

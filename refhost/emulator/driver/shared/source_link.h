@@ -27,8 +27,10 @@ class SourceLink {
     const WatchSet watch = model.TakeWatchSet();
     attached->Watch(watch.revision, watch.directories);
   }
-  void OnWatchdog() {
-    if (const std::shared_ptr<EventSource> attached = Attached()) attached->OnWatchdog();
+  // Whether the source has more to do at once.
+  bool OnWatchdog() {
+    const std::shared_ptr<EventSource> attached = Attached();
+    return attached != nullptr && attached->OnWatchdog();
   }
 
  private:

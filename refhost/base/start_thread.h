@@ -1,0 +1,27 @@
+// Starts threads, so that a failure says which one is missing.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace fenlux::refhost {
+
+// Says that the thread for `name` cannot be started, the system's reason, and what to do.
+std::string ThreadFailureText(std::string_view name, const std::error_code& reason);
+
+// Starts a thread that runs `body`. `name` says what for: "the log's writer". Throws std::runtime_error with
+// ThreadFailureText if the system refuses. Any thread.
+template <typename Body>
+std::thread StartThread(std::string_view name, Body&& body) {
+  try {
+    return std::thread(std::forward<Body>(body));
+  } catch (const std::system_error& error) {
+    throw std::runtime_error(ThreadFailureText(name, error.code()));
+  }
+}
+
+}  // namespace fenlux::refhost
