@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <boost/algorithm/string/replace.hpp>
 #include <charconv>
 #include <nlohmann/json.hpp>
 
@@ -56,10 +55,7 @@ void AppendReport(std::string& out, const Report& report, std::size_t indent) {
 }  // namespace
 
 std::string JsonText(const Report& json) {
-  std::string text = json.dump(-1, ' ', false, Report::error_handler_t::replace);
-  // The library escapes the other control characters. This one occurs only in strings.
-  boost::replace_all(text, "\x7F", "\\u007f");
-  return text;
+  return PrintableJson(json.dump(-1, ' ', false, Report::error_handler_t::replace));
 }
 
 std::string AlignedText(const Report& report) {

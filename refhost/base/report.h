@@ -10,7 +10,8 @@ namespace fenlux::refhost {
 // RoundToTenths), arrays of strings, and further reports. Start from Report::object(): a default one is JSON's null.
 using Report = nlohmann::ordered_json;
 
-// One line of JSON, without the line end. Bytes that are not valid UTF-8 become U+FFFD.
+// One line of JSON, without the line end. Bytes that are not valid UTF-8 become U+FFFD; characters that Printable
+// escapes are escaped.
 std::string JsonText(const Report& json);
 
 // One value per line, aligned within a level; inner levels are indented. Every line ends with a line feed.

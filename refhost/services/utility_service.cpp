@@ -50,7 +50,7 @@ std::string& UtilityService::ToNarrowString(std::string& out, const std::wstring
 std::string& UtilityService::TransformPath(std::string& out, const std::string& path) { return out = path; }
 
 std::string& UtilityService::ConvertText(std::string& out, const std::string& message) {
-  return out = Printable(message);
+  return out = NarrowFromWide(WideFromNarrow(message));
 }
 
 std::shared_ptr<CMeasurement>& UtilityService::CreateMeasurement(std::shared_ptr<CMeasurement>& out) {

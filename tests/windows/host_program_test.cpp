@@ -8,12 +8,16 @@
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <map>
 #include <regex>
 
 namespace fenlux::testing {
 namespace {
+
+// A text as the program shows it: with every backslash doubled.
+std::string Shown(const std::string& text) { return boost::algorithm::replace_all_copy(text, "\\", "\\\\"); }
 
 std::string Utf8(const boost::filesystem::path& path) {
   const std::wstring& wide = path.native();
@@ -121,8 +125,8 @@ TEST(HostProgram, TakesOperationsThroughItsPipe) {
   const ProgramOutcome status = Control(setup, {"status"});
   EXPECT_EQ(status.code, 0) << status.err;
   EXPECT_TRUE(Contains(status.out, "ready                  yes\n")) << status.out;
-  EXPECT_TRUE(Contains(status.out, Utf8(config))) << status.out;
-  EXPECT_TRUE(Contains(status.out, Utf8(ProgramDirectory() / "fenlux.dll"))) << status.out;
+  EXPECT_TRUE(Contains(status.out, Shown(Utf8(config)))) << status.out;
+  EXPECT_TRUE(Contains(status.out, Shown(Utf8(ProgramDirectory() / "fenlux.dll")))) << status.out;
 
   const ProgramOutcome version = Control(setup, {"--json", "version"});
   EXPECT_EQ(version.out, "{\"driver_version\":19072701}\n") << version.err;
@@ -135,7 +139,7 @@ TEST(HostProgram, TakesOperationsThroughItsPipe) {
   setup.Write("host.toml",
               ConfigText(setup, "[policy]\ndirectories = ['.', '" + Utf8(setup.Path() / "further") + "']\n"));
   EXPECT_EQ(Control(setup, {"reload"}).code, 0);
-  EXPECT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]=" + Utf8(setup.Path() / "further")));
+  EXPECT_TRUE(host.AwaitLog("[Add Monitor OK!][obj path]=" + Shown(Utf8(setup.Path() / "further"))));
   setup.Write("host.toml", ConfigText(setup, "[policy]\ndirectories = 5\n"));
   const ProgramOutcome bad = Control(setup, {"reload"});
   EXPECT_EQ(bad.code, 1);
@@ -169,7 +173,8 @@ TEST(HostProgram, RefusesThePipeOfAnotherHost) {
   ASSERT_TRUE(host.AwaitLog("Driver Interact Ready."));
   const ProgramOutcome second = RunHostProgram(setup, {"run", "--config", Utf8(config), "--duration", "5"});
   EXPECT_EQ(second.code, 2);
-  EXPECT_TRUE(Contains(second.err, "another host is listening on the control pipe " + setup.Pipe())) << second.err;
+  EXPECT_TRUE(Contains(second.err, "another host is listening on the control pipe " + Shown(setup.Pipe())))
+      << second.err;
   EXPECT_TRUE(host.Running());
 }
 
@@ -178,12 +183,12 @@ TEST(HostProgram, ChecksFilesAndReportsEveryError) {
   const auto good = setup.Write("good-\u00E4.toml", "[log]\nconsole = 'off'\n");
   const ProgramOutcome fine = RunHostProgram(setup, {"check", Utf8(good)});
   EXPECT_EQ(fine.code, 0) << fine.err;
-  EXPECT_EQ(fine.out, Utf8(good) + ": no errors\n");
+  EXPECT_EQ(fine.out, Shown(Utf8(good)) + ": no errors\n");
   const auto bad = setup.Write("bad.toml", "[log]\nconsole = 'loud'\n[module]\nport_value = -1\nx = 1\n");
   const ProgramOutcome outcome = RunHostProgram(setup, {"check", Utf8(bad)});
   EXPECT_EQ(outcome.code, 2);
   for (const char* place : {":2:11: log.console: ", ":4:14: module.port_value: ", ":5:1: module.x: "}) {
-    EXPECT_TRUE(Contains(outcome.err, Utf8(bad) + place)) << outcome.err;
+    EXPECT_TRUE(Contains(outcome.err, Shown(Utf8(bad)) + place)) << outcome.err;
   }
   EXPECT_EQ(RunHostProgram(setup, {"check", "nothing.toml"}).code, 2);
   EXPECT_EQ(RunHostProgram(setup, {"check"}).code, 2);
@@ -211,7 +216,7 @@ TEST(HostProgram, SaysWhyAModuleIsUnusable) {
   const ProgramOutcome missing = RunHostProgram(
       setup, {"run", "--config", Utf8(config), "--module", Utf8(setup.Path() / "no-such.dll"), "--duration", "5"});
   EXPECT_EQ(missing.code, 3);
-  EXPECT_TRUE(Contains(missing.err, "cannot load the module " + Utf8(setup.Path() / "no-such.dll") + ": "))
+  EXPECT_TRUE(Contains(missing.err, "cannot load the module " + Shown(Utf8(setup.Path() / "no-such.dll")) + ": "))
       << missing.err;
   const auto text = setup.Write("text.dll", "this is text\n");
   EXPECT_EQ(RunHostProgram(setup, {"run", "--config", Utf8(config), "--module", Utf8(text), "--duration", "5"}).code,

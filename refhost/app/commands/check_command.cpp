@@ -5,6 +5,7 @@
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/host_config.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 
@@ -12,10 +13,10 @@ int CheckConfiguration(const boost::filesystem::path& file) {
   ConfigErrors errors;
   CheckFile(file, errors);
   if (errors.Empty()) {
-    std::cout << file.string() << ": no errors\n";
+    std::cout << PrintableLines(file.string()) << ": no errors\n";
     return kExitSuccess;
   }
-  std::cerr << errors.Text();
+  std::cerr << PrintableLines(errors.Text());
   return kExitUsage;
 }
 

@@ -9,6 +9,7 @@
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/host_config.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -32,7 +33,7 @@ int ControlHost(ControlOptions options) {
     options.request.arguments["items"] = EncodeNetItems(LoadNetItems(options.items, errors));
   }
   if (!errors.Empty()) {
-    std::cerr << errors.Text();
+    std::cerr << PrintableLines(errors.Text());
     return kExitUsage;
   }
   const std::string request = EncodeRequest(options.request);
@@ -47,7 +48,7 @@ int ControlHost(ControlOptions options) {
     const std::optional<ControlAnswer> answer = DecodeAnswer(line);
     if (!answer) throw ControlChannelError("the host's answer is malformed");
     if (!answer->done) {
-      std::cerr << answer->error << '\n';
+      std::cerr << PrintableLines(answer->error) << '\n';
       return kExitRefused;
     }
     if (options.json) {
@@ -57,7 +58,7 @@ int ControlHost(ControlOptions options) {
     }
     return kExitSuccess;
   } catch (const ControlChannelError& error) {
-    std::cerr << "fenlux-host: " << error.what() << '\n';
+    std::cerr << "fenlux-host: " << PrintableLines(error.what()) << '\n';
     return kExitUnreachable;
   }
 }

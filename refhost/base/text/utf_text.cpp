@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <boost/locale/utf.hpp>
 #include <cstdint>
 #include <iterator>
@@ -34,8 +35,32 @@ std::basic_string<Target> Convert(std::basic_string_view<Unit> text) {
   return converted;
 }
 
+struct Range {
+  utf::code_point first;
+  utf::code_point last;
+};
+// Unicode's control and format characters (Cc, Cf) and its line and paragraph separators, in ascending order. A
+// terminal obeys them or hides them, or they reorder what surrounds them.
+constexpr Range kHidden[] = {
+    {0x00, 0x1F},       {0x7F, 0x9F},       {0xAD, 0xAD},       {0x600, 0x605},     {0x61C, 0x61C},
+    {0x6DD, 0x6DD},     {0x70F, 0x70F},     {0x890, 0x891},     {0x8E2, 0x8E2},     {0x180E, 0x180E},
+    {0x200B, 0x200F},   {0x2028, 0x202E},   {0x2060, 0x206F},   {0xFEFF, 0xFEFF},   {0xFFF9, 0xFFFB},
+    {0x110BD, 0x110BD}, {0x110CD, 0x110CD}, {0x13430, 0x1343F}, {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A},
+    {0xE0001, 0xE0001}, {0xE0020, 0xE007F},
+};
+
+bool IsHidden(utf::code_point character) {
+  const Range* const range = std::lower_bound(std::begin(kHidden), std::end(kHidden), character,
+                                              [](const Range& r, utf::code_point c) { return r.last < c; });
+  return range != std::end(kHidden) && character >= range->first;
+}
+
+// One of two kinds: hidden characters and backslashes.
 void AppendEscaped(std::string& out, utf::code_point character) {
   switch (character) {
+    case '\\':
+      out += "\\\\";
+      return;
     case '\n':
       out += "\\n";
       return;
@@ -46,8 +71,28 @@ void AppendEscaped(std::string& out, utf::code_point character) {
       out += "\\t";
       return;
     default:
-      fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<std::uint32_t>(character));
+      break;
   }
+  const char* const format = character > 0xFFFF ? "\\U{:08x}" : character > 0xFF ? "\\u{:04x}" : "\\x{:02x}";
+  fmt::format_to(std::back_inserter(out), fmt::runtime(format), static_cast<std::uint32_t>(character));
+}
+
+// Appends each character, those for which `escapes` holds with `escape`.
+template <typename Escapes, typename Escape>
+std::string Escaped(std::string_view text, const Escapes& escapes, const Escape& escape) {
+  std::string out;
+  out.reserve(text.size());
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (at != end) {
+    const utf::code_point character = Decode(at, end);
+    if (escapes(character)) {
+      escape(out, character);
+    } else {
+      utf::utf_traits<char>::encode(character, std::back_inserter(out));
+    }
+  }
+  return out;
 }
 
 }  // namespace
@@ -63,20 +108,26 @@ std::u16string Utf16FromNarrow(std::string_view text) { return Convert<char16_t>
 std::string NarrowFromUtf16(std::u16string_view text) { return Convert<char>(text); }
 
 std::string Printable(std::string_view text) {
-  std::string printable;
-  printable.reserve(text.size());
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  while (at != end) {
-    const utf::code_point character = Decode(at, end);
-    const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
-    if (control) {
-      AppendEscaped(printable, character);
-    } else {
-      utf::utf_traits<char>::encode(character, std::back_inserter(printable));
+  return Escaped(
+      text, [](utf::code_point c) { return c == '\\' || IsHidden(c); }, AppendEscaped);
+}
+
+std::string PrintableLines(std::string_view text) {
+  return Escaped(
+      text, [](utf::code_point c) { return c == '\\' || (c != '\n' && IsHidden(c)); }, AppendEscaped);
+}
+
+std::string PrintableJson(std::string_view json) {
+  // Whoever wrote the document has escaped what JSON itself demands. All other hidden characters are inside strings.
+  const auto escape = [](std::string& out, utf::code_point character) {
+    char16_t units[2];
+    const char16_t* const end = utf::utf_traits<char16_t>::encode(character, units);
+    for (const char16_t* unit = units; unit != end; ++unit) {
+      fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<std::uint32_t>(*unit));
     }
-  }
-  return printable;
+  };
+  return Escaped(
+      json, [](utf::code_point c) { return c != '\n' && IsHidden(c); }, escape);
 }
 
 }  // namespace fenlux::refhost

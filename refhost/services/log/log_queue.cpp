@@ -19,29 +19,23 @@ using Clock = std::chrono::steady_clock;
 // A line may have any length, so the number of lines alone does not limit the memory.
 constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
 
-bool WriteTo(spdlog::sinks::sink& sink, const spdlog::details::log_msg& message) {
-  try {
-    sink.log(message);
-    return true;
-  } catch (const std::exception&) {  // a full disk, a closed terminal
-    return false;
-  }
-}
-
 }  // namespace
 
 LogQueue::LogQueue(const LogSettings& settings, LogFile file)
-    : maxLines(settings.queueLines), formatter(settings.json) {
-  AddOutput(std::make_shared<spdlog::sinks::stderr_color_sink_st>(), settings.consoleLevel);
+    : maxLines(settings.queueLines),
+      console(std::make_shared<spdlog::sinks::stderr_color_sink_st>()),
+      formatter(settings.json) {
+  console->set_pattern(formatter.Pattern());
+  AddOutput(console, settings.consoleLevel, stderr);
   if (settings.file.empty()) return;
   if (file == nullptr) file = OpenLogFile(settings.file);
-  AddOutput(std::make_shared<LogFileSink>(std::move(file)), settings.fileLevel);
+  AddOutput(std::make_shared<LogFileSink>(std::move(file)), settings.fileLevel, nullptr);
 }
 
-void LogQueue::AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level) {
+void LogQueue::AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream) {
   if (level >= kSeverities) return;
   sink->set_pattern(formatter.Pattern());
-  outputs.push_back({std::move(sink), level});
+  outputs.push_back({std::move(sink), level, stream});
   minLevel = std::min(minLevel, level);
 }
 
@@ -83,14 +77,12 @@ void LogQueue::RunWriter() {
       bytes = 0;
       writing = taken.size();
     }
-    std::uint64_t failed = 0;
-    for (const LogLine& line : taken) failed += Write(line) ? 0 : 1;
-    Flush();
+    const std::size_t lost = WriteBatch(taken);
     {
       const MutexLock lock(mutex);
       writing = 0;
-      written += taken.size() - failed;
-      dropped += failed;
+      written += taken.size() - lost;
+      dropped += lost;
     }
     drained.notify_all();
     taken.clear();
@@ -132,6 +124,20 @@ LogTotals LogQueue::Totals() const {
   return totals;
 }
 
+std::size_t LogQueue::WriteBatch(const std::vector<LogLine>& batch) noexcept {
+  std::array<std::size_t, kSeverities> accepted{};
+  std::size_t lost = 0;
+  for (const LogLine& line : batch) {
+    if (Write(line)) {
+      ++accepted[static_cast<std::size_t>(line.severity)];
+    } else {
+      ++lost;
+    }
+  }
+  for (std::size_t level = Flush(); level < kSeverities; ++level) lost += accepted[level];
+  return lost;
+}
+
 // Returns whether every output accepted the line.
 bool LogQueue::Write(const LogLine& line) noexcept {
   bool accepted = true;
@@ -139,8 +145,7 @@ bool LogQueue::Write(const LogLine& line) noexcept {
     const std::string text = formatter.Format(line);
     const spdlog::details::log_msg message(line.time, {}, "", LevelOf(line.severity), text);
     for (const Output& output : outputs) {
-      if (static_cast<std::size_t>(line.severity) >= output.level)
-        accepted = WriteTo(*output.sink, message) && accepted;
+      if (static_cast<std::size_t>(line.severity) >= output.level) accepted = WriteTo(output, message) && accepted;
     }
   } catch (...) {
     accepted = false;
@@ -148,12 +153,40 @@ bool LogQueue::Write(const LogLine& line) noexcept {
   return accepted;
 }
 
-void LogQueue::Flush() noexcept {
+bool LogQueue::WriteTo(const Output& output, const spdlog::details::log_msg& message) noexcept {
+  try {
+    output.sink->log(message);
+  } catch (const std::exception& error) {  // a full disk
+    ReportLoss(error.what());
+    return false;
+  }
+  if (output.stream == nullptr || std::ferror(output.stream) == 0) return true;
+  std::clearerr(output.stream);
+  return false;  // a closed terminal: nowhere to report it
+}
+
+std::size_t LogQueue::Flush() noexcept {
+  std::size_t failed = kSeverities;
   for (const Output& output : outputs) {
     try {
       output.sink->flush();
-    } catch (const std::exception&) {  // counted when a line is refused
+    } catch (const std::exception& error) {
+      failed = std::min(failed, output.level);
+      ReportLoss(error.what());
     }
+  }
+  return failed;
+}
+
+void LogQueue::ReportLoss(const char* reason) noexcept {
+  if (lossReported) return;
+  lossReported = true;
+  try {
+    const LogLine line{std::chrono::system_clock::now(), Severity::kProblem, 0, 0,
+                       fmt::format("[host] log lines are lost, counted as dropped: {}", reason)};
+    const std::string text = formatter.Format(line);
+    console->log(spdlog::details::log_msg(line.time, {}, "", LevelOf(line.severity), text));
+  } catch (...) {  // Ignored: the lost lines are counted.
   }
 }
 

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -47,16 +48,26 @@ class LogQueue {
   struct Output {
     std::shared_ptr<spdlog::sinks::sink> sink;
     std::size_t level;
+    std::FILE* stream;  // whose errors the sink does not report; null: the sink reports its errors
   };
 
-  void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level);
+  void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream);
+  // Writes the lines and returns how many are lost: a line counts as written only if every output took it, and a batch
+  // whose flush fails is lost as a whole, because nobody knows how much of it got through.
+  std::size_t WriteBatch(const std::vector<LogLine>& batch) noexcept;
   bool Write(const LogLine& line) noexcept;
-  void Flush() noexcept;
+  bool WriteTo(const Output& output, const spdlog::details::log_msg& message) noexcept;
+  // Returns the lowest level of the outputs whose flush failed; kSeverities if none did.
+  std::size_t Flush() noexcept;
+  // Says once, on the console, that lines are lost.
+  void ReportLoss(const char* reason) noexcept;
 
   const std::size_t maxLines;
-  std::vector<Output> outputs;         // fixed at construction, then used by the writer alone
-  LogLineFormatter formatter;          // the writer's
-  std::size_t minLevel = kSeverities;  // of all outputs; fixed at construction
+  std::vector<Output> outputs;                   // fixed at construction, then used by the writer alone
+  std::shared_ptr<spdlog::sinks::sink> console;  // also if no line goes there: for ReportLoss
+  bool lossReported = false;                     // the writer's
+  LogLineFormatter formatter;                    // the writer's
+  std::size_t minLevel = kSeverities;            // of all outputs; fixed at construction
   std::array<std::atomic<std::uint64_t>, kSeverities> counts{};
   std::atomic<std::uint64_t> unwanted{0};
   std::atomic<std::uint64_t> unstored{0};

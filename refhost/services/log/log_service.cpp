@@ -1,10 +1,10 @@
 // The operations of the host's log, and reading of its settings.
 #include "refhost/services/log/log_service.h"
 
-#include <thread>
 #include <utility>
 
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/start_thread.h"
 #include "refhost/services/log/log_queue.h"
 
 namespace fenlux::refhost {
@@ -31,7 +31,7 @@ LogSettings ReadLogSettings(const ConfigTable& table) {
 
 LogService::LogService(const LogSettings& settings, std::shared_ptr<std::FILE> openedFile)
     : queue(std::make_shared<LogQueue>(settings, std::move(openedFile))) {
-  std::thread([queue = queue] { queue->RunWriter(); }).detach();
+  StartThread("the log's writer", [queue = queue] { queue->RunWriter(); }).detach();
 }
 
 LogService::~LogService() {

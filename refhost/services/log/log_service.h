@@ -52,7 +52,7 @@ struct LogTotals {
 class LogService final : public CLog {
  public:
   // Opens the outputs, except a file of the settings that is open already, and starts the writer. Throws
-  // std::runtime_error if the file cannot be opened.
+  // std::runtime_error if the file cannot be opened or the writer cannot be started.
   explicit LogService(const LogSettings& settings, std::shared_ptr<std::FILE> openedFile = nullptr);
   // Writes the waiting lines and stops the writer, but waits no more than a few seconds for a stuck output.
   ~LogService();

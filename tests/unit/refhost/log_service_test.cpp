@@ -81,10 +81,12 @@ TEST(LogService, EscapesLineEndsAndOtherControlCharacters) {
   const auto file = directory.Path() / "l.log";
   LogService log(ToFile(file));
   log.LogEvent(0, "a\nb\x1b[31m");
+  log.LogEvent(0, "/x/\u202egpj.exe\u2028\\n");
   ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(file);
-  ASSERT_EQ(lines.size(), 1U);
+  ASSERT_EQ(lines.size(), 2U);
   EXPECT_EQ(WithoutTime(lines[0]), "info     a\\nb\\x1b[31m");
+  EXPECT_EQ(WithoutTime(lines[1]), "info     /x/\\u202egpj.exe\\u2028\\\\n");
 }
 
 TEST(LogService, OmitsAndCountsLinesBelowTheThreshold) {

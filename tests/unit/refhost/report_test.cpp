@@ -51,13 +51,15 @@ TEST(Report, IsOneLineOfJson) {
 TEST(Report, EscapesControlCharactersAndReplacesInvalidBytesInJson) {
   EXPECT_EQ(JsonText("a\"b\\c\n\x01\x7f\u00fc"), "\"a\\\"b\\\\c\\n\\u0001\\u007f\u00fc\"");
   EXPECT_EQ(JsonText("\xFFx"), "\"\uFFFDx\"");
+  EXPECT_EQ(JsonText("\u202ex\u2028\U000e0041"), R"("\u202ex\u2028\udb40\udc41")");
+  EXPECT_EQ(Report::parse(JsonText("a\\\u202e\U000e0041\x7f")), Report("a\\\u202e\U000e0041\x7f"));
 }
 
 TEST(Report, EscapesControlCharactersInText) {
   Report report = Report::object();
   report["path"] = "a\n\x1b[31m";
-  report["paths"] = std::vector<std::string>{"b\r"};
-  EXPECT_EQ(AlignedText(report), "path   a\\n\\x1b[31m\npaths\n  b\\r\n");
+  report["paths"] = std::vector<std::string>{"b\r\u202e\\"};
+  EXPECT_EQ(AlignedText(report), "path   a\\n\\x1b[31m\npaths\n  b\\r\\u202e\\\\\n");
 }
 
 TEST(Report, ShowsRoundedNumbersWithOneDecimal) {

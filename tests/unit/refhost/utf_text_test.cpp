@@ -50,5 +50,25 @@ TEST(UtfText, EscapesControlCharacters) {
   EXPECT_EQ(Printable("\xFF"), "\uFFFD");
 }
 
+TEST(UtfText, EscapesCharactersThatReorderHideOrBreakText) {
+  EXPECT_EQ(Printable("a\u202egpj.exe"), "a\\u202egpj.exe");
+  EXPECT_EQ(Printable("\u2028\u2029\u200b\u200f\u061c\u2066\ufeff"),
+            "\\u2028\\u2029\\u200b\\u200f\\u061c\\u2066\\ufeff");
+  EXPECT_EQ(Printable("\u00ad\U000e0041"), "\\xad\\U000e0041");
+  EXPECT_EQ(Printable("\u2027\u2030\u4e2d\U0001f427"), "\u2027\u2030\u4e2d\U0001f427");
+}
+
+TEST(UtfText, EscapesBackslashesSoThatNothingLooksEscaped) {
+  EXPECT_EQ(Printable("a\\nb"), "a\\\\nb");
+  EXPECT_NE(Printable("a\\nb"), Printable("a\nb"));
+}
+
+TEST(UtfText, KeepsTheLinesOfATextIfAsked) { EXPECT_EQ(PrintableLines("a\nb\r\u202e\\\n"), "a\nb\\r\\u202e\\\\\n"); }
+
+TEST(UtfText, EscapesInJsonAsJsonDoes) {
+  EXPECT_EQ(PrintableJson("{\"a\\\\\":\"\u202e\x7f\u0085\U000e0041\u00fc\"}\n"),
+            "{\"a\\\\\":\"\\u202e\\u007f\\u0085\\udb40\\udc41\u00fc\"}\n");
+}
+
 }  // namespace
 }  // namespace fenlux::refhost

@@ -97,9 +97,9 @@ TEST_F(UtilityServiceTest, NormalizesRecordPaths) {
   }
 }
 
-TEST_F(UtilityServiceTest, EscapesSystemMessages) {
+TEST_F(UtilityServiceTest, MakesSystemMessagesValid) {
   std::string out;
-  EXPECT_EQ(utility.ConvertText(out, "No such file\r\n"), "No such file\\r\\n");
+  EXPECT_EQ(utility.ConvertText(out, "No such file \xFF\\"), "No such file \uFFFD\\");
 }
 
 TEST_F(UtilityServiceTest, ConvertsText) {

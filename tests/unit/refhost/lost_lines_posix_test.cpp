@@ -1,0 +1,62 @@
+// A full disk: /dev/full takes lines into the buffer and fails when they are flushed.
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <string>
+
+#include "refhost/services/log/log_service.h"
+
+namespace fenlux::refhost {
+namespace {
+
+constexpr char kFullDisk[] = "/dev/full";
+constexpr std::chrono::seconds kTimeout{20};
+
+TEST(LogService, CountsABatchThatCannotBeFlushedAsLostAndSaysSoOnce) {
+  if (!boost::filesystem::exists(kFullDisk)) GTEST_SKIP() << "no " << kFullDisk;
+  LogSettings settings;
+  settings.consoleLevel = kSeverities;  // said even if no line goes to the console
+  settings.file = kFullDisk;
+  ::testing::internal::CaptureStderr();
+  LogTotals totals;
+  {
+    LogService log(settings);
+    for (int line = 0; line < 300; ++line) {
+      log.LogEvent(0, "a line");
+      if (line % 100 == 0) log.Drain(kTimeout);  // several batches, shorter than the file's buffer
+    }
+    EXPECT_TRUE(log.Drain(kTimeout));
+    totals = log.Totals();
+  }
+  const std::string said = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(totals.written, 0U);
+  EXPECT_EQ(totals.dropped, 300U);
+  const std::string text = "[host] log lines are lost, counted as dropped: ";
+  const std::size_t first = said.find(text);
+  ASSERT_NE(first, std::string::npos) << said;
+  EXPECT_EQ(said.find(text, first + 1), std::string::npos) << said;
+  EXPECT_NE(said.find("No space left on device"), std::string::npos) << said;
+}
+
+TEST(LogService, CountsOnlyTheLinesThatWentToTheFullDisk) {
+  if (!boost::filesystem::exists(kFullDisk)) GTEST_SKIP() << "no " << kFullDisk;
+  LogSettings settings;
+  settings.consoleLevel = static_cast<std::size_t>(Severity::kEvent);
+  settings.file = kFullDisk;
+  settings.fileLevel = static_cast<std::size_t>(Severity::kProblem);
+  ::testing::internal::CaptureStderr();
+  LogTotals totals;
+  {
+    LogService log(settings);
+    log.LogEvent(0, "to the console");
+    log.LogProblem(0, "to both");
+    EXPECT_TRUE(log.Drain(kTimeout));
+    totals = log.Totals();
+  }
+  ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(totals.written, 1U);
+  EXPECT_EQ(totals.dropped, 1U);
+}
+
+}  // namespace
+}  // namespace fenlux::refhost
