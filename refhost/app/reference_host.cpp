@@ -6,6 +6,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 #include "core/fenlux.h"
@@ -17,6 +18,7 @@
 #include "refhost/app/security/file_trust.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/exception_text.h"
+#include "refhost/base/start_thread.h"
 #include "refhost/emulator/driver_emulator.h"
 #include "refhost/services/events/event_record.h"
 #include "refhost/services/host_context.h"
@@ -24,6 +26,9 @@
 
 namespace fenlux::refhost {
 namespace {
+
+// How long a stop waits for the module before it ends the driver's side, and once more after that.
+constexpr std::chrono::milliseconds kModuleStopTimeout{500};
 
 Severity SeverityOf(EmulatorLogLevel level) {
   switch (level) {
@@ -135,26 +140,50 @@ void ReferenceHost::Start(const boost::filesystem::path& library) {
   try {
     recording->AddCall("start-work", Report::object());
     Module()->StartWork();
+  } catch (const std::system_error& error) {
+    const bool noThread = error.code() == std::errc::resource_unavailable_try_again;
+    throw ModuleError("the module failed to start its work: " +
+                      (noThread ? ThreadFailureText("one of its workers", error.code()) : CurrentExceptionText()));
   } catch (...) {
     throw ModuleError("the module failed to start its work: " + CurrentExceptionText());
   }
 }
 
 void ReferenceHost::Stop() {
-  if (const std::shared_ptr<CFenlux> module = Module(); module != nullptr) {
+  // Clears the driver's objects, which waits for the driver to answer: on another thread, and only for a moment.
+  std::future<void> stopped = StopModule();
+  const bool answered = !stopped.valid() || stopped.wait_for(kModuleStopTimeout) == std::future_status::ready;
+  if (!answered) log->Write(Severity::kWarning, "[host] the driver does not answer; stopping without clearing it");
+  // Ends the connection, so that every request fails. The module reconnects after five seconds; from here on its
+  // connections are refused.
+  emulator->Stop();
+  if (filterPort != nullptr) filterPort->Stop();
+  if (!answered) stopped.wait_for(kModuleStopTimeout);
+  recording->Stop();
+}
+
+std::future<void> ReferenceHost::StopModule() {
+  const std::shared_ptr<CFenlux> module = Module();
+  if (module == nullptr) return {};
+  std::packaged_task<void()> stop([module, log = log, recording = recording] {
     try {
       recording->AddCall("stop", {{"clear", "true"}});
       module->StopWork(true);
     } catch (...) {
       log->Write(Severity::kProblem, "[host] stopping the module's work failed: " + CurrentExceptionText());
     }
+  });
+  std::future<void> stopped = stop.get_future();
+  try {
+    StartThread("stopping the module", std::move(stop)).detach();
+  } catch (const std::runtime_error& error) {
+    log->Write(Severity::kProblem, std::string("[host] ") + error.what());
+    return {};  // the end of the driver's side ends the module's connection
   }
-  // The module reconnects after five seconds; from here on its connections are refused.
-  emulator->Stop();
-  if (filterPort != nullptr) filterPort->Stop();
-  recording->Stop();
-  log->Drain(std::chrono::seconds(3));
+  return stopped;
 }
+
+bool ReferenceHost::DrainLog(std::chrono::milliseconds limit) { return log->Drain(limit); }
 
 void ReferenceHost::Poll() {
   policyWatch.Poll(PolicyWatch::Clock::now());

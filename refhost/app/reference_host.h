@@ -5,6 +5,7 @@
 #include <boost/filesystem/path.hpp>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -49,11 +50,14 @@ class ReferenceHost {
   // Loads the module, passes it the services and starts its work. An empty `library` means the configured one, or the
   // default. Call once. Throws ModuleError.
   void Start(const boost::filesystem::path& library);
-  // Stops the module's work, the driver and the log, waiting a limited time for each. Call once.
+  // Stops the module's work and the driver, waiting a limited time for each: a driver that does not answer cannot keep
+  // the host from stopping. Call once.
   void Stop();
+  // Waits until everything logged so far is written; false if `limit` passes first, because an output is stuck.
+  bool DrainLog(std::chrono::milliseconds limit);
 
-  // Ensures that the connection gets the current policy (see PolicyWatch). Call it several times a second, always on
-  // the same thread.
+  // Ensures that the connection gets the current policy (see PolicyWatch). Waits for the module while that waits for
+  // its driver. Call it several times a second, always on the same thread.
   void Poll();
   // Reloads the configuration file: replaces the policy and the other live settings and notifies the module. If the
   // file has errors, logs them, changes nothing and returns them; otherwise returns an empty text.
@@ -77,6 +81,8 @@ class ReferenceHost {
   boost::filesystem::path ModuleFile() const;
   // Notifies the module of the policy and records that.
   void NotifyPolicyChanged();
+  // Begins to stop the module's work on a thread of its own. Invalid if there is nothing to wait for.
+  std::future<void> StopModule();
   void LogLines(Severity severity, const std::string& prefix, const std::string& lines);
 
   const boost::filesystem::path configFile;

@@ -1,27 +1,15 @@
 // The kernel's permission events, if the machine allows a test to receive them, in the test's own directories only.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/fanotify.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <optional>
 #include <string>
 
 #include "tests/integration/host_process.h"
+#include "tests/integration/kernel_events_missing.h"
 
 namespace fenlux::testing {
 namespace {
-
-// Why the kernel delivers no permission events here; empty if it does.
-std::string Missing() {
-  const int group = ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY);
-  if (group < 0) return std::string("the kernel delivers no permission events here: ") + std::strerror(errno);
-  ::close(group);
-  return {};
-}
 
 Outcome Read(const HostSetup& setup, const std::string& program, const std::string& file) {
   return HostProcess(setup, program, {file}).Wait();
@@ -34,7 +22,7 @@ std::string Rules(const std::string& directories) {
 }
 
 TEST(KernelEvents, RefuseOneNameToOneProgramAlsoInADirectoryAddedLater) {
-  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   const HostSetup setup;
   const std::string first = setup.Directory("first");
   const std::string second = setup.Directory("second");
@@ -92,7 +80,7 @@ class GuardedDirectory {
 };
 
 TEST(KernelEvents, RefuseAProgramThatIsMountedOverAnotherWhereTheProgramDecides) {
-  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   GuardedDirectory guarded;
   ASSERT_TRUE(guarded.Ready());
   const std::string spoof = "exec unshare -Urm sh -c 'mount --bind $(command -v cat) $(command -v head) && exec head ";
@@ -107,7 +95,7 @@ TEST(KernelEvents, RefuseAProgramThatIsMountedOverAnotherWhereTheProgramDecides)
 }
 
 TEST(KernelEvents, RefuseAProgramThatAnotherOneHasJustBecome) {
-  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   GuardedDirectory guarded;
   ASSERT_TRUE(guarded.Ready());
   const Outcome refused = guarded.Shell(": <" + guarded.Plain() + "; exec cat " + guarded.Secret());
@@ -116,7 +104,7 @@ TEST(KernelEvents, RefuseAProgramThatAnotherOneHasJustBecome) {
 }
 
 TEST(KernelEvents, AreRefusedForTheRootDirectory) {
-  if (const std::string missing = Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   const HostSetup setup;
   setup.WriteHost("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['/']\n");
   const Outcome outcome = setup.Run(RunArguments(setup, {"--duration", "5"}));

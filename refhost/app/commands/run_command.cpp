@@ -1,5 +1,5 @@
 // The `run` command: starts a host, serves it until it has to stop, and prints the summary.
-#include <cstdio>
+#include <algorithm>
 #include <future>
 #include <iostream>
 #include <memory>
@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "refhost/app/bounded_output.h"
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/control/control_channel.h"
 #include "refhost/app/exit_codes.h"
@@ -18,6 +19,8 @@
 #include "refhost/app/security/file_trust.h"
 #include "refhost/app/security/privileges.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/start_thread.h"
+#include "refhost/base/text/utf_text.h"
 #include "refhost/services/log/log_file.h"
 
 namespace fenlux::refhost {
@@ -27,6 +30,12 @@ using Clock = std::chrono::steady_clock;
 
 // How often the loop polls while it waits for signals.
 constexpr std::chrono::milliseconds kPollInterval{100};
+// From the signal to the end of the process, whatever the outputs and the driver do: 3 seconds, with a margin for a
+// busy machine. A call into the module that outlasts its own grace is added to it.
+constexpr std::chrono::milliseconds kStopTimeout{2300};
+// The shares of it: for an operation of the control channel, and, even if the time is over, for each output.
+constexpr std::chrono::milliseconds kControlTimeout{300};
+constexpr std::chrono::milliseconds kMinOutputTimeout{100};
 
 // Serves the control channel on one thread, so that operations never overlap: those of network control must not.
 class ControlThread {
@@ -37,13 +46,13 @@ class ControlThread {
                        .refuse = [](const std::string& reason) { return EncodeRefusal(reason); }});
     });
     finished = serve.get_future();
-    std::thread(std::move(serve)).detach();
+    StartThread("the control channel", std::move(serve)).detach();
   }
 
   // Accepts no more requests and gives the current one a short time to finish.
   void Stop() {
     listener->Stop();
-    finished.wait_for(std::chrono::seconds(2));
+    finished.wait_for(kControlTimeout);
     listener.reset();
   }
 
@@ -105,19 +114,27 @@ LogFile OpenLog(const RunOptions& options, const HostConfig& config) {
   return opened;
 }
 
-void PrintSummary(const SummaryFacts& facts, bool json) {
+// Polls the host on a thread of its own: while the module waits for its driver, a poll waits for the module, and must
+// not keep the loop from seeing a signal.
+void StartPolling(ReferenceHost& host) {
+  StartThread("the policy's watch", [&host] {
+    for (;;) {  // until the process ends, as the host does
+      host.Poll();
+      std::this_thread::sleep_for(kPollInterval);
+    }
+  }).detach();
+}
+
+std::string SummaryText(const SummaryFacts& facts, bool json) {
   const Report report = SummaryReport(facts);
-  if (json) {
-    Report object = Report::object();
-    object["summary"] = report;
-    std::cout << JsonText(object) << std::endl;
-  } else {
-    std::cout << "summary\n" << AlignedText(report) << std::flush;
-  }
+  if (!json) return "summary\n" + AlignedText(report);
+  Report object = Report::object();
+  object["summary"] = report;
+  return JsonText(object) + "\n";
 }
 
 // Returns when the run has to stop.
-void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd) {
+void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, BoundedOutput& out) {
   const Clock::time_point startTime = Clock::now();
   for (;;) {
     switch (WaitForSignal(kPollInterval)) {
@@ -127,29 +144,37 @@ void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd) {
         host.Reload();
         break;
       case HostSignal::kSummary:
-        PrintSummary(host.Facts(), options.json);
+        if (!out.Write(SummaryText(host.Facts(), options.json))) {
+          host.Log(Severity::kWarning, "[host] nobody reads standard output: a summary is dropped");
+        }
         break;
       case HostSignal::kNone:
         break;
     }
     if (options.duration && Clock::now() - startTime >= *options.duration) return;
     if (stopAtEnd && host.ScenarioFinished()) return;
-    host.Poll();
   }
 }
 
+// The time left, but at least what an output needs if it is not stuck.
+std::chrono::milliseconds OutputTimeout(Clock::time_point deadline) {
+  return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()), kMinOutputTimeout);
+}
+
+// Writes the text to standard error and returns the code. Nobody may read standard error, and the signals that would
+// end the process are blocked: it then ends here.
 int Fail(int code, const std::string& text) {
-  std::cerr << "fenlux-host: " << text << std::endl;
+  try {
+    BoundedOutput error(std::cerr, "standard error");
+    error.Write(PrintableLines(text));
+    if (!error.Flush(kStopTimeout)) EndProcess(code);
+  } catch (const std::exception&) {  // no thread, no memory
+    std::cerr << PrintableLines(text) << std::flush;
+  }
   return code;
 }
 
-// The module's workers are detached and still use the host, so the process ends without destroying it. Everything that
-// matters outside has been stopped, drained and flushed.
-[[noreturn]] void LeaveProcess(int code) {
-  std::cout << std::flush;
-  std::fflush(nullptr);
-  EndProcess(code);
-}
+int FailWithMessage(int code, const std::string& message) { return Fail(code, "fenlux-host: " + message + "\n"); }
 
 }  // namespace
 
@@ -158,50 +183,58 @@ int RunHost(const RunOptions& options) {
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(options.config, errors);
   if (!errors.Empty()) {
-    std::cerr << errors.Text() << std::flush;
-    return kExitUsage;
+    return Fail(kExitUsage, errors.Text());
   }
   config.start.log.json = options.json;
   config.start.insecurePermissions = options.insecurePermissions;
   ControlSettings control = config.start.control;
   if (!options.socket.empty()) {
-    if (!control.enabled) return Fail(kExitUsage, "--socket conflicts with [control] enabled = false");
+    if (!control.enabled) return FailWithMessage(kExitUsage, "--socket conflicts with [control] enabled = false");
     control.socket = options.socket;
   }
   if (!options.record.empty()) config.start.recording.file = options.record;
   const bool stopAtEnd = config.start.stopAtEnd;
-  if (const std::string reason = UntrustedFile(options, config); !reason.empty()) return Fail(kExitUsage, reason);
+  if (const std::string reason = UntrustedFile(options, config); !reason.empty())
+    return FailWithMessage(kExitUsage, reason);
 
   std::unique_ptr<ReferenceHost> host;
   std::unique_ptr<ControlThread> controlThread;
+  std::unique_ptr<BoundedOutput> out;
   try {
     // These need the privileges of the start, and no thread may run when those are given up.
     LogFile logFile = OpenLog(options, config);
     ControlOpening opening = OpenControl(control);
     LimitPrivileges(config.emulator.source == EventSourceKind::kFanotify);
     host = std::make_unique<ReferenceHost>(options.config, std::move(config), std::move(logFile));
+    out = std::make_unique<BoundedOutput>(std::cout, "standard output");
     controlThread = ServeControl(*host, std::move(opening));
   } catch (const std::runtime_error& error) {
-    return Fail(kExitUsage, error.what());
+    return FailWithMessage(kExitUsage, error.what());
   }
 
   int code = kExitSuccess;
   try {
     host->Start(options.module);
-    Serve(*host, options, stopAtEnd);
-  } catch (const ModuleError& error) {
-    code = Fail(kExitModule, error.what());
+    StartPolling(*host);
+    Serve(*host, options, stopAtEnd, *out);
+  } catch (const std::runtime_error& error) {  // the module cannot be used, or a thread is missing
+    code = FailWithMessage(kExitModule, error.what());
   }
+  const Clock::time_point deadline = Clock::now() + kStopTimeout;
   if (controlThread != nullptr) controlThread->Stop();
   const EmulatorState stateBeforeStop = host->DriverState();
   host->Stop();
+  host->DrainLog(OutputTimeout(deadline));
   if (code == kExitSuccess) {
     SummaryFacts facts = host->Facts();
     facts.stateBeforeStop = stateBeforeStop;
-    PrintSummary(facts, options.json);
+    out->Write(SummaryText(facts, options.json));
     if (!IsFine(facts)) code = kExitViolation;
   }
-  LeaveProcess(code);
+  out->Flush(OutputTimeout(deadline));
+  // The module's workers are detached and still use the host, so the process ends without destroying it. Everything
+  // that matters outside has been stopped, drained and flushed; a stuck output is left behind.
+  EndProcess(code);
 }
 
 }  // namespace fenlux::refhost

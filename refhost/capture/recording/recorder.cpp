@@ -7,8 +7,8 @@
 namespace fenlux::capture {
 namespace {
 
-// A disk that is stuck must not keep the host from stopping.
-constexpr std::chrono::seconds kStopTimeout{5};
+// A disk that is stuck must not keep the host from stopping, which has 3 seconds for everything.
+constexpr std::chrono::seconds kStopTimeout{1};
 
 Packet TextPacket(PacketHeader header, std::string_view text) {
   Packet packet;

@@ -2,7 +2,7 @@
 #include "procinfo/auto_refresh_process_info.h"
 
 #include "tests/unit/module/module_test.h"
-#include "tests/unit/module/no_threads.h"
+#include "tests/support/no_threads.h"
 
 namespace fenlux::testing {
 namespace {

@@ -1,0 +1,69 @@
+// The queue between those who write and the thread that may have to wait for a reader.
+#include "refhost/app/bounded_output.h"
+
+#include <condition_variable>
+
+#include "common/mutex.h"
+#include "common/thread_annotations.h"
+#include "refhost/base/start_thread.h"
+
+namespace fenlux::refhost {
+
+// The writer shares ownership, because it may be left behind inside the stream.
+struct BoundedOutput::Shared {
+  explicit Shared(std::ostream& output) : stream(output) {}
+
+  void Run() {
+    std::string taken;
+    for (;;) {
+      {
+        MutexLock lock(mutex);
+        writing = 0;
+        changed.notify_all();
+        while (!ended && waiting.empty()) lock.Wait(changed);
+        if (waiting.empty()) return;
+        taken.swap(waiting);
+        waiting.clear();
+        writing = taken.size();
+      }
+      stream << taken << std::flush;
+      stream.clear();  // a reader that is gone must not silence what comes later
+    }
+  }
+
+  std::ostream& stream;
+  Mutex mutex;
+  std::condition_variable changed;
+  std::string waiting FENLUX_GUARDED_BY(mutex);
+  std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;  // bytes that the writer has taken and not finished
+  bool ended FENLUX_GUARDED_BY(mutex) = false;
+};
+
+BoundedOutput::BoundedOutput(std::ostream& stream, const std::string& name) : shared(std::make_shared<Shared>(stream)) {
+  StartThread(name, [shared = shared] { shared->Run(); }).detach();
+}
+
+BoundedOutput::~BoundedOutput() {
+  const MutexLock lock(shared->mutex);
+  shared->ended = true;
+  shared->changed.notify_all();
+}
+
+bool BoundedOutput::Write(const std::string& text) {
+  const MutexLock lock(shared->mutex);
+  if (shared->waiting.size() + shared->writing + text.size() > kMaxBytes) return false;
+  shared->waiting += text;
+  shared->changed.notify_all();
+  return true;
+}
+
+bool BoundedOutput::Flush(std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  MutexLock lock(shared->mutex);
+  while (!shared->waiting.empty() || shared->writing > 0) {
+    if (!lock.WaitUntil(shared->changed, deadline)) return shared->waiting.empty() && shared->writing == 0;
+  }
+  return true;
+}
+
+}  // namespace fenlux::refhost

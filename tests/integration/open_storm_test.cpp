@@ -1,0 +1,86 @@
+// Many threads open ordinary and refused files at once: every open ends as the rules say, and the totals add up.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/integration/host_process.h"
+#include "tests/integration/kernel_events_missing.h"
+
+namespace fenlux::testing {
+namespace {
+
+constexpr int kOpensPerThread = 5;
+
+// A quick run by default; docs/operations.md has the command for 1,000 threads.
+int ThreadCount() {
+  const char* const text = std::getenv("FENLUX_STORM_THREADS");
+  return text == nullptr ? 60 : std::atoi(text);
+}
+
+// The errno of an open, or 0.
+int Open(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return errno;
+  ::close(file);
+  return 0;
+}
+
+TEST(OpenStorm, EveryOpenEndsAsTheRulesSayAndTheTotalsAddUp) {
+  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
+  const HostSetup setup;
+  const std::string directory = setup.Directory("watched");
+  const std::string ordinary = setup.Write("watched/plain.txt", "words\n");
+  const std::string secret = setup.Write("watched/diary.secret", "words\n");
+  // The deadline is far away: no event may be late, however slow the machine is.
+  setup.WriteHost(
+      "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[emulator.kernel]\nthreads = 4\n"
+      "[policy]\ndirectories = ['" +
+      directory +
+      "']\n"
+      "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n");
+  HostProcess host(setup, RunArguments(setup, {"--json"}));
+  ASSERT_TRUE(Eventually([&] { return Open(secret) != 0; })) << host.Err();
+  const std::string before = setup.ControlJson({"summary"});
+
+  const int threadCount = ThreadCount();
+  std::atomic<bool> go{false};
+  std::atomic<int> refused{0};
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < threadCount; ++thread) {
+    threads.emplace_back([&, thread] {
+      while (!go) std::this_thread::yield();
+      for (int count = 0; count < kOpensPerThread; ++count) {
+        const bool refuse = (thread + count) % 2 == 0;
+        const int result = Open(refuse ? secret : ordinary);
+        if (result == EPERM) ++refused;
+        if (result != (refuse ? EPERM : 0)) ++wrong;
+      }
+    });
+  }
+  go = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+
+  const Outcome outcome = host.Stop();
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  const auto grown = [&](const std::string& value) {
+    return std::stoi(JsonValue(outcome.out, "summary.kernel." + value)) -
+           std::stoi(JsonValue(before, "kernel." + value));
+  };
+  EXPECT_EQ(grown("events"), threadCount * kOpensPerThread);
+  EXPECT_EQ(grown("refused"), refused);
+  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.adds_up"), "true");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.late"), "0");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.unjudged_refused"), "0");
+}
+
+}  // namespace
+}  // namespace fenlux::testing
