@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 namespace fenlux::testing {
 namespace {
@@ -114,6 +116,42 @@ void OtherProcess::Begin(const std::string& path, Operation operation) {
   command.operation = static_cast<char>(operation);
   std::strncpy(command.path, path.c_str(), sizeof(command.path) - 1);
   if (!WriteAll(output, &command, sizeof(command))) throw std::runtime_error("the other process is gone");
+}
+
+OpenLoop::OpenLoop() {
+  int commands[2];
+  if (::pipe2(commands, O_CLOEXEC) != 0) throw std::runtime_error("cannot create a pipe");
+  process = ::fork();
+  if (process < 0) throw std::runtime_error("cannot create a process");
+  if (process == 0) {
+    ::close(commands[1]);
+    Serve(commands[0]);
+  }
+  ::close(commands[0]);
+  output = commands[1];
+}
+
+OpenLoop::~OpenLoop() {
+  ::close(output);
+  ::kill(process, SIGKILL);
+  ::waitpid(process, nullptr, 0);
+}
+
+void OpenLoop::Begin(const std::string& path) {
+  Command command{};
+  std::strncpy(command.path, path.c_str(), sizeof(command.path) - 1);
+  if (!WriteAll(output, &command, sizeof(command))) throw std::runtime_error("the other process is gone");
+}
+
+void OpenLoop::Serve(int input) {
+  Command command{};
+  if (::read(input, &command, sizeof(command)) != static_cast<ssize_t>(sizeof(command))) ::_exit(0);
+  const auto loop = [&command] {
+    for (;;) Open(command.path, false);
+  };
+  for (int count = 1; count < kThreads; ++count) std::thread(loop).detach();
+  loop();
+  ::_exit(0);
 }
 
 int OtherProcess::Result() {

@@ -42,4 +42,25 @@ class OtherProcess {
   int output = -1;  // where commands go
 };
 
+// Another process whose threads open a file again and again. Create it before any thread is started.
+class OpenLoop {
+ public:
+  static constexpr int kThreads = 30;
+
+  OpenLoop();
+  // Kills the process.
+  ~OpenLoop();
+  OpenLoop(const OpenLoop&) = delete;
+  OpenLoop& operator=(const OpenLoop&) = delete;
+
+  // Begins to open the file. Call once.
+  void Begin(const std::string& path);
+
+ private:
+  [[noreturn]] static void Serve(int input);
+
+  pid_t process = -1;
+  int output = -1;
+};
+
 }  // namespace fenlux::testing

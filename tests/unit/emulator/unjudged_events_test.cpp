@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cerrno>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/unit/emulator/kernel_events_test.h"
 
@@ -164,6 +165,40 @@ TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
   EXPECT_TRUE(opened);
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
+}
+
+// Waits until the totals satisfy the condition; false on timeout.
+template <typename Condition>
+bool AwaitTotals(DriverEmulator& emulator, const Condition& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
+  while (!condition(emulator.Totals())) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+class StormEvents : public HeldKernelEvents {
+ protected:
+  OpenLoop storm;
+};
+
+TEST_F(StormEvents, PassOnlyUntilAReaderIsBackHoweverManyAreQueued) {
+  settings.deadline = std::chrono::milliseconds(500);
+  settings.kernel.threads = 1;
+  Opened();
+  storm.Begin(file);
+  const auto busy = [](const EmulatorTotals& totals) { return totals.Unjudged(UnjudgedCause::kReadersBusy); };
+  ASSERT_TRUE(AwaitTotals(Emulator(), [&](const EmulatorTotals& totals) { return busy(totals) >= 500; }));
+  gate->Open();
+  ASSERT_TRUE(AwaitTotals(Emulator(), [](const EmulatorTotals& totals) { return totals.answered > 0; }));
+  const EmulatorTotals back = Totals();
+  ASSERT_TRUE(AwaitTotals(Emulator(), [&](const EmulatorTotals& totals) {
+    return totals.answered >= back.answered + 500 || totals.late > back.late;
+  }));
+  const EmulatorTotals later = Totals();
+  if (later.late > back.late) GTEST_SKIP() << "the machine is so busy that the reader was late again";
+  EXPECT_LE(busy(later) - busy(back), 1u);  // one may be on its way when the reader comes back
 }
 
 }  // namespace
