@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
+#include "fuzz/support/fuzzing.h"
 #include "kdi/driver_records.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/emulator/emulator_settings.h"
@@ -21,14 +20,10 @@
 namespace fenlux::refhost {
 namespace {
 
+using testing::Require;
+
 constexpr char kFile[] = "/nowhere/fuzzed.toml";
 constexpr std::uint32_t kMaxThreads = 64;
-
-void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "fuzz_config: failed: %s\n", what);
-  std::abort();
-}
 
 bool IsDecision(Decision decision) { return decision >= Decision::kVerdict2 && decision <= Decision::kUndecided; }
 

@@ -1,18 +1,17 @@
 // Dispatches any message on a host that may fail in any way. Dispatch must return a well-formed reply, or none for the
 // one code that needs none.
 //
-// An input is six control bytes, which select how the fake host behaves (see the README), and the message. Runs do not
-// influence each other: every process that the cache may hold is in it before the first run.
+// An input is seven control bytes, which select how the fake host behaves (see the README), and the message. Runs do
+// not influence each other: every process that the cache may hold is in it before the first run.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "fuzz/support/fuzzing.h"
 #include "kdi/driver_records.h"
 #include "kdi/win_driver_interact.h"
 #include "tests/support/fake_host/fake_host.h"
@@ -21,7 +20,7 @@
 namespace fenlux::testing {
 namespace {
 
-constexpr std::size_t kControlBytes = 6;
+constexpr std::size_t kControlBytes = 7;
 // Numbers of the protocol, written out so that the check does not depend on the module's own constants.
 constexpr std::uint32_t kNoReplyCode = 4113;
 constexpr std::uint32_t kContextDecision = 5;
@@ -49,12 +48,6 @@ constexpr const char* kAlwaysThrows[] = {nullptr,
                                          "CMeasurement::GetResultText",
                                          "CAoArp::Evaluate",
                                          "CUtility::ToRecordString"};
-
-void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "fuzz_dispatch: failed: %s\n", what);
-  std::abort();
-}
 
 std::uint32_t U32At(const std::uint8_t* bytes, std::size_t offset) {
   return static_cast<std::uint32_t>(bytes[offset]) | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
@@ -85,12 +78,12 @@ Behaviour Read(const std::uint8_t* control) {
   behaviour.convertsPaths = (control[1] & 0x20) != 0;
   behaviour.nullMessage = (control[1] & 0x40) != 0;
   if (control[2] != 0) behaviour.contextData = Bytes(control[2] == 0xFF ? 70000U : control[2] - 1U, 0x5A);
-  behaviour.throwingCall = control[3] >> 2;
-  behaviour.throwing = kAllFailures[control[3] & 3];
+  behaviour.throwingCall = control[3];
   behaviour.givesEmpty = kGivesEmpty[(control[4] & 0x0F) % std::size(kGivesEmpty)];
   behaviour.emptyCall = control[4] >> 4;
   behaviour.alwaysThrows = kAlwaysThrows[(control[5] & 0x0F) % std::size(kAlwaysThrows)];
   behaviour.alwaysThrowing = kAllFailures[(control[5] >> 4) % std::size(kAllFailures)];
+  behaviour.throwing = kAllFailures[control[6] % std::size(kAllFailures)];
   return behaviour;
 }
 

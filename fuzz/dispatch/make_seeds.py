@@ -8,8 +8,8 @@ import struct
 SEEDS = pathlib.Path(__file__).parent / "seeds"
 
 
-def control(decision=2, flags=0, context=0, throwing=0, empty=0, always=0):
-    return bytes([decision, flags, context, throwing, empty, always])
+def control(decision=2, flags=0, context=0, throwing=0, empty=0, always=0, kind=0):
+    return bytes([decision, flags, context, throwing, empty, always, kind])
 
 
 def text(value):
@@ -56,7 +56,8 @@ def main():
     write("surrogates", control(), notification(4098, item1=text("\U0001F600") + b"\0\xd8"))
     write("unknown-code", control(), notification(4115, item1=path))
     write("huge-item", control(), notification(4098, fields=[(30, "I", 0xFFFFFFFF), (34, "I", 0xFFFFFFFF)], item1=b""))
-    write("throwing-call", control(throwing=(9 << 2) | 1), notification(4098, item1=path))
+    write("throwing-call", control(throwing=9, kind=1), notification(4098, item1=path))
+    write("throwing-null-what", control(throwing=9, kind=4), notification(4098, item1=path))
     write("throwing-log", control(always=0x11), notification(4095))
     write("throwing-detail", control(always=0x02), notification(4098, fields=[(29, "B", 1)]))
     write("empty-record", control(empty=2), notification(4098))

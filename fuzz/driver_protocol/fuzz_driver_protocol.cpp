@@ -5,8 +5,6 @@
 // size.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <memory>
@@ -14,17 +12,12 @@
 
 #include "driver/tests/notification_of_view.h"
 #include "fenlux/driver_protocol.h"
+#include "fuzz/support/fuzzing.h"
 
 namespace fenlux::testing {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "violated: %s\n", what);
-  std::abort();
-}
 
 // A record in memory of exactly its size, so that the address sanitizer sees every access beyond it.
 class Record {
