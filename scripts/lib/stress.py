@@ -43,8 +43,9 @@ def start_refusing(host, watched):
     marked = time.monotonic()
     while not is_refused(watched / "0.secret"):
         if time.monotonic() - marked > 5:
+            times = host.processor_times()
             raise Failed(f"the host does not refuse the file: {host.log()[-2000:]}; unjudged: "
-                         f"{(host.summary_now() or {}).get('unjudged')}")
+                         f"{(host.summary_now() or {}).get('unjudged')}; {times}")
     return time.monotonic() - begin, time.monotonic() - marked
 
 

@@ -55,6 +55,14 @@ class Host:
                 raise Failed(f"the host did not log \"{text}\" within {seconds:.0f} s: {self.log()[-2000:]}")
             time.sleep(0.002)
 
+    def processor_times(self):
+        """Says how long the host's threads have run and have waited for a processor: a busy machine delays verdicts."""
+        ran, waited = 0, 0
+        for file in pathlib.Path(f"/proc/{self.process.pid}/task").glob("*/schedstat"):
+            times = file.read_text().split()
+            ran, waited = ran + int(times[0]), waited + int(times[1])
+        return f"its threads ran for {ran / 1e9:.1f} s and waited {waited / 1e9:.1f} s for a processor"
+
     def control(self, *arguments, seconds=30):
         """Runs a ctl operation. Returns its exit code and its output."""
         run = subprocess.run([self.program, "ctl", "--socket", str(self.socket), "--json", *arguments],
