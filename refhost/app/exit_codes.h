@@ -9,5 +9,6 @@ inline constexpr int kExitUsage = 2;        // bad usage or configuration
 inline constexpr int kExitModule = 3;       // run: the module could not be loaded, or its init or start failed
 inline constexpr int kExitUnreachable = 3;  // ctl: no host reachable
 inline constexpr int kExitViolation = 4;    // run: a protocol violation, or totals that do not add up
+inline constexpr int kExitNoMemory = 5;     // not enough memory to go on
 
 }  // namespace fenlux::refhost

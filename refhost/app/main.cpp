@@ -2,7 +2,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <cstdio>
 #include <map>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -166,10 +168,7 @@ void AddControl(CLI::App& app, int& code) {
   }
 }
 
-}  // namespace
-
-// The commands handle their errors. Any other exception is a bug and ends the program.
-int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
+int RunCommandLine(int argc, char** argv) {
   PrepareProgramText();
   CLI::App app("A reference host for the fenlux module, with an emulated kernel driver.", "fenlux-host");
   app.require_subcommand(1);
@@ -186,4 +185,16 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
     return app.exit(error) == 0 ? kExitSuccess : kExitUsage;
   }
   return code;
+}
+
+}  // namespace
+
+// The commands handle their errors. Any other exception is a bug and ends the program.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
+  try {
+    return RunCommandLine(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fputs("fenlux-host: out of memory\n", stderr);
+    return kExitNoMemory;
+  }
 }

@@ -9,7 +9,8 @@ namespace fenlux::refhost {
 enum class EmulatorLogLevel { kDetail, kEvent, kWarning, kProblem };
 
 // Each function may be empty. The emulator calls them on its own and the module's threads, one call at a time; they
-// must not block, throw, or call the emulator back. None is called after Stop has returned.
+// must not block or call the emulator back, and may throw only std::bad_alloc, which loses the call. None is called
+// after Stop has returned.
 struct EmulatorHooks {
   std::function<void(EmulatorLogLevel level, const std::string& line)> log;
   std::function<void()> scenarioFinished;

@@ -3,6 +3,7 @@
 #include <future>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
@@ -36,6 +37,8 @@ constexpr std::chrono::milliseconds kStopTimeout{2300};
 // The shares of it: for an operation of the control channel, and, even if the time is over, for each output.
 constexpr std::chrono::milliseconds kControlTimeout{300};
 constexpr std::chrono::milliseconds kMinOutputTimeout{100};
+
+constexpr char kOutOfMemory[] = "out of memory";
 
 // Serves the control channel on one thread, so that operations never overlap: those of network control must not.
 class ControlThread {
@@ -114,12 +117,21 @@ LogFile OpenLog(const RunOptions& options, const HostConfig& config) {
   return opened;
 }
 
+// The module and the driver go on without the step, and so does the run.
+template <typename Step>
+void IfThereIsMemory(const Step& step) {
+  try {
+    step();
+  } catch (const std::bad_alloc&) {
+  }
+}
+
 // Polls the host on a thread of its own: while the module waits for its driver, a poll waits for the module, and must
 // not keep the loop from seeing a signal.
 void StartPolling(ReferenceHost& host) {
   StartThread("the policy's watch", [&host] {
     for (;;) {  // until the process ends, as the host does
-      host.Poll();
+      IfThereIsMemory([&] { host.Poll(); });
       std::this_thread::sleep_for(kPollInterval);
     }
   }).detach();
@@ -133,24 +145,19 @@ std::string SummaryText(const SummaryFacts& facts, bool json) {
   return JsonText(object) + "\n";
 }
 
+void HandleSignal(HostSignal received, ReferenceHost& host, const RunOptions& options, BoundedOutput& out) {
+  if (received == HostSignal::kReload) host.Reload();
+  if (received != HostSignal::kSummary || out.Write(SummaryText(host.Facts(), options.json))) return;
+  host.Log(Severity::kWarning, "[host] nobody reads standard output: a summary is dropped");
+}
+
 // Returns when the run has to stop.
 void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, BoundedOutput& out) {
   const Clock::time_point startTime = Clock::now();
   for (;;) {
-    switch (WaitForSignal(kPollInterval)) {
-      case HostSignal::kStop:
-        return;
-      case HostSignal::kReload:
-        host.Reload();
-        break;
-      case HostSignal::kSummary:
-        if (!out.Write(SummaryText(host.Facts(), options.json))) {
-          host.Log(Severity::kWarning, "[host] nobody reads standard output: a summary is dropped");
-        }
-        break;
-      case HostSignal::kNone:
-        break;
-    }
+    const HostSignal received = WaitForSignal(kPollInterval);
+    if (received == HostSignal::kStop) return;
+    IfThereIsMemory([&] { HandleSignal(received, host, options, out); });
     if (options.duration && Clock::now() - startTime >= *options.duration) return;
     if (stopAtEnd && host.ScenarioFinished()) return;
   }
@@ -219,17 +226,23 @@ int RunHost(const RunOptions& options) {
     Serve(*host, options, stopAtEnd, *out);
   } catch (const std::runtime_error& error) {  // the module cannot be used, or a thread is missing
     code = FailWithMessage(kExitModule, error.what());
+  } catch (const std::bad_alloc&) {
+    code = FailWithMessage(kExitNoMemory, kOutOfMemory);
   }
   const Clock::time_point deadline = Clock::now() + kStopTimeout;
-  if (controlThread != nullptr) controlThread->Stop();
-  const EmulatorState stateBeforeStop = host->DriverState();
-  host->Stop();
-  host->DrainLog(OutputTimeout(deadline));
-  if (code == kExitSuccess) {
-    SummaryFacts facts = host->Facts();
-    facts.stateBeforeStop = stateBeforeStop;
-    out->Write(SummaryText(facts, options.json));
-    if (!IsFine(facts)) code = kExitViolation;
+  try {
+    if (controlThread != nullptr) controlThread->Stop();
+    const EmulatorState stateBeforeStop = host->DriverState();
+    host->Stop();
+    host->DrainLog(OutputTimeout(deadline));
+    if (code == kExitSuccess) {
+      SummaryFacts facts = host->Facts();
+      facts.stateBeforeStop = stateBeforeStop;
+      out->Write(SummaryText(facts, options.json));
+      if (!IsFine(facts)) code = kExitViolation;
+    }
+  } catch (const std::bad_alloc&) {
+    code = FailWithMessage(kExitNoMemory, kOutOfMemory);
   }
   out->Flush(OutputTimeout(deadline));
   // The module's workers are detached and still use the host, so the process ends without destroying it. Everything

@@ -32,22 +32,29 @@ ControlServer::ControlServer(int listeningSocket, const ControlLimits& clientLim
 
 void ControlServer::Serve(const ControlReplies& replies) {
   while (!stopped) {
-    std::vector<pollfd> waits = Waits();
-    const int ready = ::poll(waits.data(), waits.size(), Timeout());
-    if (stopped) break;
-    const std::size_t served = clients.size();  // before Accept adds one
-    if (ready > 0 && waits[1].revents != 0) Accept();
-    for (std::size_t index = 0; index < served; ++index) {
-      const bool isReady = ready > 0 && waits[index + 2].revents != 0;
-      try {
-        Handle(clients[index], isReady, replies);
-      } catch (const std::bad_alloc&) {  // the client gets no answer
-        clients[index].over = true;
-      }
+    try {
+      ServeOnce(replies);
+    } catch (const std::bad_alloc&) {  // of the loop's own: try again
     }
-    std::erase_if(clients, [](const Client& client) { return client.over; });
   }
   clients.clear();
+}
+
+void ControlServer::ServeOnce(const ControlReplies& replies) {
+  std::vector<pollfd> waits = Waits();
+  const int ready = ::poll(waits.data(), waits.size(), Timeout());
+  if (stopped) return;
+  const std::size_t served = clients.size();  // before Accept adds one
+  if (ready > 0 && waits[1].revents != 0) Accept();
+  for (std::size_t index = 0; index < served; ++index) {
+    const bool isReady = ready > 0 && waits[index + 2].revents != 0;
+    try {
+      Handle(clients[index], isReady, replies);
+    } catch (const std::bad_alloc&) {  // the client gets no answer
+      clients[index].over = true;
+    }
+  }
+  std::erase_if(clients, [](const Client& client) { return client.over; });
 }
 
 void ControlServer::Stop() {

@@ -38,6 +38,8 @@ class ControlServer {
     bool over = false;
   };
 
+  // Waits for clients and serves those that are ready.
+  void ServeOnce(const ControlReplies& replies);
   std::vector<pollfd> Waits() const;
   int Timeout() const;
   void Accept();

@@ -107,7 +107,8 @@ void DriverConnections::Start(const std::shared_ptr<DriverPort>& port) {
   wake.Wake();
 }
 
-void DriverConnections::End(const std::shared_ptr<DriverPort>& port, UnjudgedCause cause, const std::string& reason) {
+void DriverConnections::End(const std::shared_ptr<DriverPort>& port, UnjudgedCause cause,
+                            std::string_view reason) noexcept {
   if (!port->MarkEnded()) return;
   bool wasCurrent = false;
   {
@@ -119,12 +120,15 @@ void DriverConnections::End(const std::shared_ptr<DriverPort>& port, UnjudgedCau
     }
   }
   answers.TakeForEnd(port.get(), cause);
-  if (wasCurrent) source.UpdateWatch(model);
-  if (port->Connected()) hooks.Log(EmulatorLogLevel::kEvent, "Connection ended: " + reason + ".");
+  try {
+    if (wasCurrent) source.UpdateWatch(model);
+    if (port->Connected()) hooks.Log(EmulatorLogLevel::kEvent, fmt::format("Connection ended: {}.", reason));
+  } catch (const std::exception&) {  // no memory
+  }
   wake.Wake();
 }
 
-void DriverConnections::EndCurrent(UnjudgedCause cause, const std::string& reason) {
+void DriverConnections::EndCurrent(UnjudgedCause cause, std::string_view reason) noexcept {
   if (const auto port = CurrentPort()) End(port, cause, reason);
 }
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
@@ -35,10 +36,11 @@ class DriverConnections {
   void Connect(const std::shared_ptr<DriverPort>& port);
   // Begins delivery on the port. Throws std::runtime_error if it is not connected or was started before.
   void Start(const std::shared_ptr<DriverPort>& port);
-  // Ends the port and counts its pending answers under `cause`. Does nothing if it has ended already.
-  void End(const std::shared_ptr<DriverPort>& port, UnjudgedCause cause, const std::string& reason);
+  // Ends the port and counts its pending answers under `cause`. Does nothing if it has ended already. Without memory,
+  // only the watch stays as it is and the log line is missing.
+  void End(const std::shared_ptr<DriverPort>& port, UnjudgedCause cause, std::string_view reason) noexcept;
   // Ends the current connection, if there is one.
-  void EndCurrent(UnjudgedCause cause, const std::string& reason);
+  void EndCurrent(UnjudgedCause cause, std::string_view reason) noexcept;
 
   // The connected port; null while there is none.
   std::shared_ptr<DriverPort> CurrentPort() const FENLUX_EXCLUDES(currentMutex);

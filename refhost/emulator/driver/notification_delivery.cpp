@@ -3,12 +3,13 @@
 
 #include <fmt/format.h>
 
+#include <new>
 #include <utility>
 
 namespace fenlux::refhost {
 
 Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView& notification,
-                                       const DeliveryOptions& options) {
+                                       const DeliveryOptions& options) noexcept {
   const std::shared_ptr<DriverPort> port = connections.CurrentPort();
   if (port == nullptr || !port->Deliverable()) return {};
   const DriverPort::Ticket ticket = port->TakeTicket();
@@ -18,12 +19,7 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
   if (options.release != nullptr) options.release->Delivered();
 
   Answer answer = CallHandler(*port, notification);
-  if (options.expectedVerdict && !answer.lostFor && answer.verdict != *options.expectedVerdict) {
-    answer.violation = fmt::format("verdict {} where {} was expected", answer.verdict, *options.expectedVerdict);
-  }
-  if (!answer.violation.empty()) {
-    model.ReportViolation(fmt::format("notification {}: {}", notification.Code(), answer.violation));
-  }
+  ReportViolation(notification, answer, options.expectedVerdict);
   const auto end = [this, &port] {
     connections.End(port, UnjudgedCause::kConnectionEnded, "the notification limit of the connection is reached");
   };
@@ -59,6 +55,20 @@ NotificationDelivery::Answer NotificationDelivery::CallHandler(const DriverPort&
     answer.lostFor = UnjudgedCause::kHandlerThrew;
   }
   return answer;
+}
+
+void NotificationDelivery::ReportViolation(const NotificationView& notification, const Answer& answer,
+                                           std::optional<std::uint32_t> expectedVerdict) {
+  const bool unexpected = expectedVerdict && !answer.lostFor && answer.verdict != *expectedVerdict;
+  if (!unexpected && answer.violation.empty()) return;
+  std::string text;
+  try {
+    text = unexpected ? fmt::format("verdict {} where {} was expected", answer.verdict, *expectedVerdict)
+                      : answer.violation;
+    text = fmt::format("notification {}: {}", notification.Code(), text);
+  } catch (const std::bad_alloc&) {  // counted without its text
+  }
+  model.ReportViolation(text);
 }
 
 void NotificationDelivery::HoldReply(DriverPort& port, const DeliveryOptions& options) {

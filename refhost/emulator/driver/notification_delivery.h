@@ -63,8 +63,9 @@ class NotificationDelivery {
 
   // A slot for one delivery thread.
   std::shared_ptr<AnswerSlot> MakeSlot() { return answers.MakeSlot(); }
-  // Delivers the notification over the current connection and blocks until the reply is taken. Owner of the slot.
-  Delivery Deliver(AnswerSlot& slot, const NotificationView& notification, const DeliveryOptions& options);
+  // Delivers the notification over the current connection and blocks until the reply is taken. Throws nothing: without
+  // memory, only the text of a violation or of a log line is missing. Owner of the slot.
+  Delivery Deliver(AnswerSlot& slot, const NotificationView& notification, const DeliveryOptions& options) noexcept;
   // Blocks until a notification can be delivered; false if the emulator stops.
   bool WaitDeliverable();
   // Applies the faults that affect replies.
@@ -79,6 +80,8 @@ class NotificationDelivery {
   };
 
   static Answer CallHandler(const DriverPort& port, const NotificationView& notification);
+  void ReportViolation(const NotificationView& notification, const Answer& answer,
+                       std::optional<std::uint32_t> expectedVerdict);
   void HoldReply(DriverPort& port, const DeliveryOptions& options);
   Delivery Count(const Answer& answer, std::chrono::nanoseconds latency);
 

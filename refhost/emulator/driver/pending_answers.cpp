@@ -63,25 +63,20 @@ std::shared_ptr<AnswerSlot> PendingAnswers::MakeSlot() {
 
 std::optional<AnswerSlot::TimePoint> PendingAnswers::TakeOverdue(AnswerSlot::TimePoint now) {
   std::optional<AnswerSlot::TimePoint> next;
-  for (const auto& slot : Slots()) {
-    const auto deadline = slot->TakeIfOverdue(now);
+  const MutexLock lock(mutex);
+  for (const auto& known : slots) {
+    const auto slot = known.lock();
+    const auto deadline = slot != nullptr ? slot->TakeIfOverdue(now) : std::nullopt;
     if (deadline && (!next || *deadline < *next)) next = deadline;
   }
   return next;
 }
 
 void PendingAnswers::TakeForEnd(const DriverPort* port, UnjudgedCause cause) {
-  for (const auto& slot : Slots()) slot->TakeForEnd(port, cause);
-}
-
-std::vector<std::shared_ptr<AnswerSlot>> PendingAnswers::Slots() {
-  std::vector<std::shared_ptr<AnswerSlot>> alive;
   const MutexLock lock(mutex);
-  alive.reserve(slots.size());
   for (const auto& known : slots) {
-    if (auto slot = known.lock()) alive.push_back(std::move(slot));
+    if (const auto slot = known.lock()) slot->TakeForEnd(port, cause);
   }
-  return alive;
 }
 
 }  // namespace fenlux::refhost

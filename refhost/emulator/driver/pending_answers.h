@@ -5,7 +5,8 @@
 // when the reply has come (TakeBack). Until then the watchdog (TakeIfOverdue, at the deadline), the end of the
 // connection, or Stop (TakeForEnd) may take it instead. A slot's lock is held for the taking and for the release, which
 // writes a few bytes to the kernel and never waits; it is not held while the module works. The totals' lock, and what
-// Release locks, are taken under it.
+// Release locks, are taken under it. The lock of the list of slots is taken before that of a slot. Taking needs no
+// memory.
 #pragma once
 
 #include <chrono>
@@ -77,8 +78,6 @@ class PendingAnswers {
   void TakeForEnd(const DriverPort* port, UnjudgedCause cause);
 
  private:
-  std::vector<std::shared_ptr<AnswerSlot>> Slots();
-
   TotalsCounter& totals;
   Mutex mutex;
   std::vector<std::weak_ptr<AnswerSlot>> slots FENLUX_GUARDED_BY(mutex);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -93,8 +94,11 @@ void FanotifyGroup::CountRefusedByKernel(int error) {
   totals.KernelRead();
   totals.Unjudged(cause);
   totals.KernelRefusedUnjudged();
-  hooks.Log(EmulatorLogLevel::kDetail, "The kernel refused an operation: it could not open the file for the host: " +
-                                           SystemErrorText(error) + ".");
+  try {
+    hooks.Log(EmulatorLogLevel::kDetail, "The kernel refused an operation: it could not open the file for the host: " +
+                                             SystemErrorText(error) + ".");
+  } catch (const std::bad_alloc&) {  // counted, without its line
+  }
 }
 
 // Counted before the response, so that a program that sees the operation continue finds it in the totals.

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <iterator>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -203,7 +204,10 @@ void FanotifySource::LogEach(EmulatorLogLevel level, const std::string& text, co
 }
 
 bool FanotifySource::OnWatchdog() {
-  paths.Forget(std::chrono::steady_clock::now());
+  try {
+    paths.Forget(std::chrono::steady_clock::now());
+  } catch (const std::bad_alloc&) {  // in the next round
+  }
   // While every reader is blocked, nobody reads the queue, and a handler that itself waits for a watched file would
   // never return. The watchdog then lets the queue through.
   return RunDrainRound([this] { return ReadersBusy(); }, [this] { return RespondToOne(); });

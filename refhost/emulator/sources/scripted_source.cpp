@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -84,7 +85,10 @@ class ScriptedSource::StepPlayer {
 void ScriptedSource::Start() {
   // The threads own the source: one that is left behind inside a handler still finds it when the call returns.
   const auto self = shared_from_this();
-  for (std::uint32_t i = 0; i < scenario.threads; ++i) crew.Add("deliveries", [self] { self->Deliver(); });
+  for (std::uint32_t i = 0; i < scenario.threads; ++i) {
+    // Made here, so that a thread that runs needs no memory for it.
+    crew.Add("deliveries", [self, slot = driver->Deliveries().MakeSlot()] { self->Deliver(*slot); });
+  }
   crew.Add("the scenario", [self] { self->Play(); });
 }
 
@@ -94,7 +98,7 @@ void ScriptedSource::Play() {
   for (std::uint64_t round = 0; scenario.repeat == 0 || round < scenario.repeat; ++round) {
     for (const ScenarioStep& step : scenario.steps) {
       if (driver->Wake().Stopping()) return;
-      std::visit(StepPlayer(*this, step.number), step.action);
+      while (!PlayStep(step)) driver->Wake().Sleep(std::chrono::milliseconds(1));
     }
     // An endless scenario without events or pauses must not spin.
     if (scenario.repeat == 0 && !driver->Wake().Sleep(std::chrono::milliseconds(1))) return;
@@ -107,6 +111,15 @@ void ScriptedSource::Play() {
   }
   changed.notify_all();
   driver->Hooks().ReportScenarioFinished();
+}
+
+bool ScriptedSource::PlayStep(const ScenarioStep& step) {
+  try {
+    std::visit(StepPlayer(*this, step.number), step.action);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return driver->Wake().Stopping();
+  }
 }
 
 void ScriptedSource::Settle(Batch& batch) {
@@ -122,8 +135,7 @@ std::shared_ptr<ScriptedSource::Batch> ScriptedSource::FindWork() const {
   return found == batches.end() ? nullptr : *found;
 }
 
-void ScriptedSource::Deliver() {
-  const auto slot = driver->Deliveries().MakeSlot();
+void ScriptedSource::Deliver(AnswerSlot& slot) {
   for (;;) {
     std::shared_ptr<Batch> batch;
     std::uint64_t index = 0;
@@ -146,7 +158,7 @@ void ScriptedSource::Deliver() {
     Delivery delivery;
     do {
       if (!driver->Deliveries().WaitDeliverable()) return;
-      delivery = driver->Deliveries().Deliver(*slot, NotificationView(batch->step.message), options);
+      delivery = driver->Deliveries().Deliver(slot, NotificationView(batch->step.message), options);
     } while (delivery.outcome == Delivery::Outcome::kNotConnected);
     if (delivery.outcome != Delivery::Outcome::kTaken) Settle(*batch);
     {

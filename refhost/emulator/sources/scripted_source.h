@@ -38,7 +38,9 @@ class ScriptedSource final : public EventSource, public std::enable_shared_from_
   class StepPlayer;
 
   void Play();
-  void Deliver();
+  // Carries out a step. Returns false without memory, if the step should be tried again.
+  bool PlayStep(const ScenarioStep& step);
+  void Deliver(AnswerSlot& slot);
   // The oldest batch that can take one more thread; null if there is none.
   std::shared_ptr<Batch> FindWork() const FENLUX_REQUIRES(mutex);
   // Counts the outcome of one notification; a batch ends with its last.

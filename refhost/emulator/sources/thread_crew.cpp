@@ -22,6 +22,11 @@ ThreadCrew::ThreadCrew() : shared(std::make_shared<Shared>()) {}
 ThreadCrew::~ThreadCrew() { Join(std::chrono::milliseconds(0)); }
 
 void ThreadCrew::Add(std::string_view name, std::function<void()> body) {
+  threads.reserve(threads.size() + 1);
+  {
+    const MutexLock lock(shared->mutex);
+    shared->endedIds.reserve(threads.size() + 1);  // the end of a thread needs no memory
+  }
   threads.push_back(StartThread(name, [shared = shared, body = std::move(body)]() mutable {
     body();
     body = nullptr;

@@ -293,6 +293,23 @@ TEST_F(ModuleOnEmulator, StopWorkEndsTheConnectionAndANewOneFollows) {
   EXPECT_EQ(State().connects, 2u);
 }
 
+TEST_F(ModuleOnEmulator, ConnectsAgainAfterAThousandDroppedConnections) {
+  constexpr unsigned kDrops = 1000;
+  live.refreshMilliseconds = 20'000;  // so that refresh threads end after a few connections
+  scenario.repeat = kDrops;
+  AddNotifications(BuildNotification({.code = 4098, .processId = 1}), 3).expectedVerdict = 3;
+  AddStep(refhost::DropStep{});
+  clock.PassAtOnce(kRestartDelay, kDrops - 1);
+  Start();
+  ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
+  ASSERT_TRUE(clock.AwaitParked(kRestartDelay));
+  EXPECT_EQ(State().connects, kDrops);
+  EXPECT_EQ(Totals().answered, 3 * kDrops);
+  EXPECT_THAT(State().violationTexts, IsEmpty());
+  clock.Advance(kRestartDelay);
+  ASSERT_TRUE(log->Await("event", "Driver Interact Ready.", kDrops + 1));
+}
+
 TEST_F(ModuleOnEmulator, AHeldReplyDelaysNothingElse) {
   scenario.threads = 2;
   auto& held = AddNotifications(BuildNotification({.code = 4098, .processId = 1}));

@@ -99,12 +99,12 @@ TEST_F(AllocationFailuresWorkers, StopWorkEndsTheConnectionOrCanBeRepeated) {
     ExpectJudges();
     return attempt.failed;
   });
-  Settings().waitBlocks = false;
   impl->StopWork(false);
+  EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
 TEST_F(AllocationFailuresWorkers, StartWorkCompletesOrThrowsAndCanBeRepeated) {
-  Settings().waitBlocks = true;
+  for (const std::chrono::milliseconds pause : {100ms, 1000ms, 5000ms}) Clock().PassAtOnce(pause);
   FailEveryAllocation("StartWork", [&](std::size_t n) {
     // A module and a host for each: their workers never end.
     const auto own = Keep(std::make_shared<FakeHost>());
@@ -115,7 +115,8 @@ TEST_F(AllocationFailuresWorkers, StartWorkCompletesOrThrowsAndCanBeRepeated) {
     if (attempt.threw) {
       EXPECT_NO_THROW(module->StartWork());
     }
-    EXPECT_TRUE(own->Gate().AwaitCount("CPortClient::Wait", 1));
+    // Both workers are at rest, so that they do not disturb another test.
+    EXPECT_TRUE(own->Gate().AwaitCount("CPortClient::Send(24", 1));
     return attempt.failed;
   });
 }

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <exception>
+#include <new>
 #include <utility>
 
 #include "kdi/driver_records.h"
@@ -63,19 +65,26 @@ bool DriverModel::Received(std::uint32_t command, std::uint64_t times) const {
   return data.state.connected && entry != data.state.requests.end() && entry->second >= times;
 }
 
-void DriverModel::AddViolation(const std::string& text) {
+void DriverModel::AddViolation(const std::string& text) noexcept {
   ++data.state.protocolViolations;
-  if (data.state.violationTexts.size() < kMaxViolationTexts) data.state.violationTexts.push_back(text);
+  if (text.empty() || data.state.violationTexts.size() >= kMaxViolationTexts) return;
+  try {
+    data.state.violationTexts.push_back(text);
+  } catch (const std::bad_alloc&) {  // counted, without its text
+  }
 }
 
-void DriverModel::CountViolation(const std::string& text) {
+void DriverModel::CountViolation(const std::string& text) noexcept {
   const MutexLock lock(mutex);
   AddViolation(text);
 }
 
-void DriverModel::ReportViolation(const std::string& text) {
+void DriverModel::ReportViolation(const std::string& text) noexcept {
   CountViolation(text);
-  hooks.Log(EmulatorLogLevel::kProblem, "Protocol violation: " + text + ".");
+  try {
+    hooks.Log(EmulatorLogLevel::kProblem, "Protocol violation: " + text + ".");
+  } catch (const std::exception&) {  // counted, without its line
+  }
 }
 
 void DriverModel::CountRefusedConnect() {
@@ -94,13 +103,14 @@ WatchSet DriverModel::TakeWatchSet() {
 }
 
 void DriverModel::KeepWatchedDirectories() {
-  watchedDirectories.clear();
+  std::vector<std::string> directories;
   for (const int type : {records::kObjectType1, records::kObjectType2}) {
     const auto index = static_cast<std::size_t>(type - records::kObjectType1);
     for (const MonitoredObject& object : data.state.monitored[index].committed) {
-      watchedDirectories.push_back(object.path);
+      directories.push_back(object.path);
     }
   }
+  watchedDirectories.swap(directories);
 }
 
 }  // namespace fenlux::refhost

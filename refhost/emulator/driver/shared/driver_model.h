@@ -43,9 +43,10 @@ class DriverModel {
   // Whether the current connection has received the command this many times.
   bool Received(std::uint32_t command, std::uint64_t times) const;
 
-  // Counts a violation of the protocol and keeps its text; the second also logs it.
-  void CountViolation(const std::string& text);
-  void ReportViolation(const std::string& text);
+  // Counts a violation of the protocol and keeps its text, unless that is empty; the second also logs it. Without
+  // memory they only count.
+  void CountViolation(const std::string& text) noexcept;
+  void ReportViolation(const std::string& text) noexcept;
   void CountRefusedConnect();
 
   EmulatorState State() const;
@@ -54,7 +55,7 @@ class DriverModel {
   WatchSet TakeWatchSet();
 
  private:
-  void AddViolation(const std::string& text) FENLUX_REQUIRES(mutex);
+  void AddViolation(const std::string& text) noexcept FENLUX_REQUIRES(mutex);
   void KeepWatchedDirectories() FENLUX_REQUIRES(mutex);
 
   HookCaller& hooks;

@@ -1,6 +1,7 @@
 // Calls the host's hooks until the emulator has stopped.
 #pragma once
 
+#include <new>
 #include <string>
 #include <utility>
 
@@ -10,18 +11,24 @@
 
 namespace fenlux::refhost {
 
-// Any thread.
+// Any thread. Without memory, a call is lost.
 class HookCaller {
  public:
   explicit HookCaller(EmulatorHooks hostHooks) : hooks(std::move(hostHooks)) {}
 
   void Log(EmulatorLogLevel level, const std::string& line) {
     const MutexLock lock(mutex);
-    if (hooks.log) hooks.log(level, line);
+    try {
+      if (hooks.log) hooks.log(level, line);
+    } catch (const std::bad_alloc&) {
+    }
   }
   void ReportScenarioFinished() {
     const MutexLock lock(mutex);
-    if (hooks.scenarioFinished) hooks.scenarioFinished();
+    try {
+      if (hooks.scenarioFinished) hooks.scenarioFinished();
+    } catch (const std::bad_alloc&) {
+    }
   }
   // No hook is called after this returns.
   void Release() {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <numeric>
 
 namespace fenlux::refhost {
@@ -74,62 +75,66 @@ LatencySummary LatencyHistogram::Summary() const {
   return summary;
 }
 
-void TotalsCounter::Delivered(std::uint32_t code) {
+void TotalsCounter::Delivered(std::uint32_t code) noexcept {
   const MutexLock lock(mutex);
   ++totals.delivered;
   ++totals.inFlight;
-  ++totals.byCode[code];
+  try {
+    ++totals.byCode[code];
+  } catch (const std::bad_alloc&) {
+    ++withoutCode;
+  }
 }
 
-void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) {
+void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept {
   const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.answered;
-  ++totals.byVerdict[verdict];
+  ++verdicts[std::min<std::size_t>(verdict, records::kMaxVerdict)];
   latencies.Add(latency);
 }
 
-void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) {
+void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) noexcept {
   const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.unansweredByDesign;
   latencies.Add(latency);
 }
 
-void TotalsCounter::Late() {
+void TotalsCounter::Late() noexcept {
   const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.late;
   ++Cause(totals, UnjudgedCause::kLate);
 }
 
-void TotalsCounter::Lost(UnjudgedCause cause) {
+void TotalsCounter::Lost(UnjudgedCause cause) noexcept {
   const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.lost;
   ++Cause(totals, cause);
 }
 
-void TotalsCounter::KernelRead() {
+void TotalsCounter::KernelRead() noexcept {
   const MutexLock lock(mutex);
   ++totals.kernelEvents;
   ++totals.kernelInFlight;
 }
 
-void TotalsCounter::KernelAnswered(bool refused) {
+void TotalsCounter::KernelAnswered(bool refused) noexcept {
   const MutexLock lock(mutex);
   --totals.kernelInFlight;
   ++(refused ? totals.kernelRefused : totals.kernelAllowed);
 }
 
-void TotalsCounter::KernelRefusedUnjudged() {
+void TotalsCounter::KernelRefusedUnjudged() noexcept {
   const MutexLock lock(mutex);
   --totals.kernelInFlight;
   ++totals.kernelRefused;
   ++totals.kernelRefusedUnjudged;
 }
 
-void TotalsCounter::Unjudged(UnjudgedCause cause) {
+void TotalsCounter::Unjudged(UnjudgedCause cause) noexcept {
   const MutexLock lock(mutex);
   ++Cause(totals, cause);
 }
@@ -140,6 +145,10 @@ EmulatorTotals TotalsCounter::Snapshot() const {
   {
     const MutexLock lock(mutex);
     snapshot = totals;
+    if (withoutCode > 0) snapshot.byCode[0] += withoutCode;
+    for (std::size_t verdict = 0; verdict < verdicts.size(); ++verdict) {
+      if (verdicts[verdict] > 0) snapshot.byVerdict[static_cast<std::uint32_t>(verdict)] = verdicts[verdict];
+    }
     latencyCounts = latencies;
   }
   snapshot.latency = latencyCounts.Summary();

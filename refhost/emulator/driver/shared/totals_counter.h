@@ -8,6 +8,7 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
+#include "kdi/driver_records.h"
 #include "refhost/emulator/emulator_totals.h"
 
 namespace fenlux::refhost {
@@ -30,28 +31,32 @@ class LatencyHistogram {
   std::uint64_t max = 0;
 };
 
-// All operations: any thread.
+// All operations: any thread. Only Snapshot throws: what is counted on the way of a notification needs no memory.
 class TotalsCounter {
  public:
-  // A notification goes to the module. Exactly one of the next four calls follows.
-  void Delivered(std::uint32_t code);
-  void Answered(std::uint32_t verdict, std::chrono::nanoseconds latency);
-  void UnansweredByDesign(std::chrono::nanoseconds latency);
-  void Late();
-  void Lost(UnjudgedCause cause);
+  // A notification goes to the module. Exactly one of the next four calls follows. Without memory for a code that it
+  // has not seen before, counts it as code 0.
+  void Delivered(std::uint32_t code) noexcept;
+  // `verdict` is one that a reply may have.
+  void Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept;
+  void UnansweredByDesign(std::chrono::nanoseconds latency) noexcept;
+  void Late() noexcept;
+  void Lost(UnjudgedCause cause) noexcept;
 
   // A permission event was read from the kernel. One call of the next two follows.
-  void KernelRead();
-  void KernelAnswered(bool refused);
-  void KernelRefusedUnjudged();
+  void KernelRead() noexcept;
+  void KernelAnswered(bool refused) noexcept;
+  void KernelRefusedUnjudged() noexcept;
   // An event that was not delivered, or answered without a judgement. Late and Lost count their causes themselves.
-  void Unjudged(UnjudgedCause cause);
+  void Unjudged(UnjudgedCause cause) noexcept;
 
   EmulatorTotals Snapshot() const;
 
  private:
   mutable Mutex mutex;
-  EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // Snapshot fills in the latency
+  EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // Snapshot fills in verdicts, latency and the uncounted codes
+  std::uint64_t withoutCode FENLUX_GUARDED_BY(mutex) = 0;
+  std::array<std::uint64_t, records::kMaxVerdict + 1> verdicts FENLUX_GUARDED_BY(mutex){};
   LatencyHistogram latencies FENLUX_GUARDED_BY(mutex);
 };
 
