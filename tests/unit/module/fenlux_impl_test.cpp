@@ -1,6 +1,6 @@
 // The module's object: init, construction, translation, and the host's five operations.
-#include "tests/support/turnstile.h"
 #include "tests/support/no_threads.h"
+#include "tests/support/turnstile.h"
 #include "tests/unit/module/worker_test.h"
 
 namespace fenlux::testing {

@@ -1,8 +1,8 @@
 // The refresh thread: its start, its pauses on the wall clock, its one-way stop.
 #include "procinfo/auto_refresh_process_info.h"
 
-#include "tests/unit/module/module_test.h"
 #include "tests/support/no_threads.h"
+#include "tests/unit/module/module_test.h"
 
 namespace fenlux::testing {
 namespace {
