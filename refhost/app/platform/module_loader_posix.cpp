@@ -24,7 +24,7 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
 
 boost::filesystem::path DefaultModuleLibrary() {
   const boost::filesystem::path folder = OwnProgramPath().parent_path();
-  const boost::filesystem::path nextToProgram = folder / FENLUX_MODULE_NAME;
+  boost::filesystem::path nextToProgram = folder / FENLUX_MODULE_NAME;
   for (const auto& candidate :
        {nextToProgram, folder / "libfenlux.so", folder.parent_path() / FENLUX_LIBRARY_FOLDER / FENLUX_MODULE_NAME}) {
     boost::system::error_code error;
