@@ -171,6 +171,7 @@ void AddControl(CLI::App& app, int& code) {
 int RunCommandLine(int argc, char** argv) {
   PrepareProgramText();
   CLI::App app("A reference host for the fenlux module, with an emulated kernel driver.", "fenlux-host");
+  app.allow_windows_style_options(false);  // a path may begin with a slash
   app.require_subcommand(1);
   int code = kExitSuccess;
   AddRun(app, code);
