@@ -22,7 +22,9 @@ if(output MATCHES "(problem|alert|warning) ")
 endif()
 
 # It records its port: every verdict is in the capture, with the judgement that led to it.
-cmake_path(GET FENLUX_LIBRARY FILENAME module)
+# The module's copy beside the program is named after the file, not after its links.
+file(REAL_PATH ${FENLUX_PREFIX}/${FENLUX_LIBRARY} module)
+cmake_path(GET module FILENAME module)
 run(output ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/${module} ${folder}/port.pcapng)
 program_name(host fenlux-host)
 run(output ${FENLUX_EMULATOR} ${FENLUX_BINARY_DIR}/${host} decode --json ${folder}/port.pcapng)
