@@ -2,7 +2,8 @@
 """Counts the tests of a ctest run.
 
 Prints the numbers of passed, failed and skipped tests, and the number of tests per label. A GoogleTest program that is a
-single test of ctest counts with each of its cases.
+single test of ctest counts with each of its cases. A line for each test that failed follows: its name and the end of its
+output.
 """
 import argparse
 import collections
@@ -35,15 +36,29 @@ def cases_of(test):
     return passed, failed, skipped
 
 
+def failure_of(test):
+    """One line about a failed test: the cases that failed, or else where the output ends."""
+    output = test.findtext("system-out") or ""
+    cases = list(dict.fromkeys(re.findall(r"^\[  FAILED  \] (\w+\.[\w/]+)", output, re.MULTILINE)))
+    end = [line.strip() for line in output.splitlines() if line.strip()][-1:]
+    reason = ", ".join(cases) if cases else f"its output ends with: {end[0]}" if end else "it printed nothing"
+    return f"{test.get('name')} ({float(test.get('time') or 0):.0f} s): {reason}"
+
+
 def main(report, listing):
     labels = labels_of(listing)
     totals = [0, 0, 0]
     by_label = collections.Counter()
+    failures = []
     for test in tree.parse(report).getroot().iter("testcase"):
         cases = [int(count) for count in cases_of(test)]
         totals = [total + count for total, count in zip(totals, cases)]
         by_label[labels.get(test.get("name"), "other")] += sum(cases)
+        if cases[1]:
+            failures.append(failure_of(test))
     print(*totals, ", ".join(f"{label} {count}" for label, count in sorted(by_label.items())))
+    for failure in failures:
+        print(failure)
 
 
 if __name__ == "__main__":

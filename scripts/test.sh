@@ -46,7 +46,7 @@ add() {
 
 # test_preset PRESET
 test_preset() {
-  local preset=$1 counts passes fails skips labels
+  local preset=$1 counts passes fails skips labels failure
   build_preset "$preset"
   # Long output is cut at its beginning: a test program prints its counts at the end.
   ctest --preset "$preset" --output-junit "$dir/$preset.xml" --test-output-truncation head \
@@ -55,6 +55,7 @@ test_preset() {
   counts=$(scripts/count_tests.py "$dir/$preset.xml" "$dir/$preset.json")
   read -r passes fails skips labels <<<"$counts"
   add "$preset" "$passes" "$fails" "$skips" "$labels"
+  while read -r failure; do lines+=("  failed: $failure"); done < <(tail -n +2 <<<"$counts")
 }
 
 # Runs the plain test command on the other Debian release.

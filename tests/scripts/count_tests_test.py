@@ -21,7 +21,16 @@ def program(passed, skipped=0, failed=0):
 
 
 def counts(*tests):
-    """The line that the script prints for tests of ctest: (name, label, status, output)."""
+    """The first line that the script prints for tests of ctest: (name, label, status, output)."""
+    return printed(*tests).splitlines(keepends=True)[0]
+
+
+def failures(*tests):
+    """The lines that follow it."""
+    return printed(*tests).splitlines()[1:]
+
+
+def printed(*tests):
     report = "".join(f'<testcase name="{name}" status="{status}"><system-out>{output}</system-out></testcase>'
                      for name, _, status, output in tests)
     listing = {"tests": [{"name": name, "properties": [{"name": "LABELS", "value": [label]}] if label else []}
@@ -53,6 +62,17 @@ class CountTests(unittest.TestCase):
 
     def test_skipped_case_as_its_own_test(self):
         self.assertEqual(counts(("a", "unit", "notrun", program(0, skipped=1))), "0 0 1 unit 1\n")
+
+    def test_failed_cases_are_named_once(self):
+        output = "[  FAILED  ] Suite.Case0 (3 ms)\n" + program(7, failed=1)
+        self.assertEqual(failures(("a", "unit", "fail", output), ("b", "unit", "run", program(1))),
+                         ["a (0 s): Suite.Case0"])
+
+    def test_failure_without_a_case_shows_where_the_output_ends(self):
+        self.assertEqual(failures(("a", "unit", "fail", program(7)), ("b", "package", "fail", "one\ntwo\n"),
+                                  ("c", "package", "fail", "")),
+                         ["a (0 s): its output ends with: [  PASSED  ] 7 tests.", "b (0 s): its output ends with: two",
+                          "c (0 s): it printed nothing"])
 
     def test_labels_are_counted_separately(self):
         self.assertEqual(counts(("a", "unit", "run", ""), ("b", "integration", "run", ""), ("c", None, "run", "")),
