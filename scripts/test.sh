@@ -3,7 +3,7 @@
 #   scripts/test.sh              the quick preset (dev)
 #   scripts/test.sh --all        formatting and lint, all presets, and the plain scripts/test.sh on the other Debian release
 #   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
-# Ends with a line of counts for each preset, and a line of totals.
+# Ends with a line of counts for each preset, the tests that failed, and a line of totals.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a running test.
 cd "$(dirname "$0")/.."
