@@ -2,8 +2,8 @@
 """Counts the tests of a ctest run.
 
 Prints the numbers of passed, failed and skipped tests, and the number of tests per label. A GoogleTest program that is a
-single test of ctest counts with each of its cases. A line for each test that failed follows: its name and the end of its
-output.
+single test of ctest counts with each of its cases. A line for each test that failed follows: its name, and its
+failed cases or else the last line of its output.
 """
 import argparse
 import collections
@@ -37,7 +37,7 @@ def cases_of(test):
 
 
 def failure_of(test):
-    """One line about a failed test: the cases that failed, or else where the output ends."""
+    """One line about a failed test: its failed cases, or else the last line of its output."""
     output = test.findtext("system-out") or ""
     cases = list(dict.fromkeys(re.findall(r"^\[  FAILED  \] (\w+\.[\w/]+)", output, re.MULTILINE)))
     end = [line.strip() for line in output.splitlines() if line.strip()][-1:]

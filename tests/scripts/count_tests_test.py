@@ -26,11 +26,12 @@ def counts(*tests):
 
 
 def failures(*tests):
-    """The lines that follow it."""
+    """The lines after the first: one for each failed test."""
     return printed(*tests).splitlines()[1:]
 
 
 def printed(*tests):
+    """Everything that the script prints for these tests."""
     report = "".join(f'<testcase name="{name}" status="{status}"><system-out>{output}</system-out></testcase>'
                      for name, _, status, output in tests)
     listing = {"tests": [{"name": name, "properties": [{"name": "LABELS", "value": [label]}] if label else []}
