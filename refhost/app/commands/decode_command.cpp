@@ -1,7 +1,6 @@
 // The `decode` command: shows the exchanges of a capture, one after the other.
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <filesystem>
 #include <fstream>
@@ -37,19 +36,25 @@ std::uint64_t SizeOf(const boost::filesystem::path& file) {
   return error ? 0 : size;
 }
 
-std::string BeginningOf(const boost::filesystem::path& file) {
-  std::ifstream stream = OpenFile(file);
+// The position of the stream stays.
+std::string BeginningOf(std::istream& stream) {
+  stream.clear();
+  const std::istream::pos_type position = stream.tellg();
+  stream.seekg(0);
   std::string bytes(kBeginning, '\0');
   stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   bytes.resize(static_cast<std::size_t>(stream.gcount()));
+  stream.clear();
+  stream.seekg(position);
   return bytes;
 }
 
-// Whether the file of that name has begun differently: the recorder has begun a new one.
-bool IsReplaced(const boost::filesystem::path& file, const std::string& beginning) {
-  const std::string now = BeginningOf(file);
-  const std::size_t common = std::min(now.size(), beginning.size());
-  return common > 0 && now.compare(0, common, beginning, 0, common) != 0;
+// Whether the name belongs to another file than the opened one by now: the recorder has begun a new one. A file only
+// grows, so what the name has shown first must be in the opened file afterwards.
+bool IsReplaced(const boost::filesystem::path& file, std::istream& opened) {
+  std::ifstream named = OpenFile(file);
+  const std::string now = BeginningOf(named);
+  return BeginningOf(opened).compare(0, now.size(), now) != 0;
 }
 
 class Output {
@@ -112,7 +117,6 @@ capture::ExchangeFilter FilterOf(const DecodeOptions& options) {
 // Reads the file as it grows, and its successors, until a signal ends that.
 void Follow(const boost::filesystem::path& file, capture::CaptureDecoder& decoder, Output& output) {
   for (;;) {
-    const std::string beginning = BeginningOf(file);
     std::ifstream stream = OpenFile(file);
     capture::CaptureReader reader(stream);
     reader.SetGrowing(true);
@@ -122,7 +126,7 @@ void Follow(const boost::filesystem::path& file, capture::CaptureDecoder& decode
       output.Flush();
       if (replaced) break;
       if (WaitForSignal(kFollowInterval) == HostSignal::kStop) return;
-      replaced = IsReplaced(file, beginning);  // then read once more what came before
+      replaced = IsReplaced(file, stream);  // then read once more what came before
     }
   }
 }
