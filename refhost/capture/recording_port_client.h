@@ -52,6 +52,8 @@ struct RecordingSettings {
   std::uint32_t maxFiles = 1;
   // The most memory that waiting messages may take, in bytes.
   std::size_t queueSize = std::size_t{16} << 20;
+  // How long Stop waits for the writer, so that a disk that is stuck does not keep the host from stopping.
+  std::chrono::milliseconds stopTimeout{1000};
   // What is recorded.
   RecordedKinds kinds;
 
@@ -98,8 +100,8 @@ class Recorder {
   // Begins a recording, also in the middle of a connection. Throws RecordingError if one is active, the settings are
   // invalid, the file cannot be created, or a file with one of its names exists and is no capture.
   void Start(const RecordingSettings& settings);
-  // Writes what waits and closes the file. Waits a few seconds at most; what a stuck disk has not taken by then is
-  // left to the writer's thread. Does nothing if no recording is active.
+  // Writes what waits and closes the file. Waits for that as long as the settings say at most; what a stuck disk has
+  // not taken by then is left to the writer's thread. Does nothing if no recording is active.
   void Stop();
   // The counts so far.
   RecordingStatus Status() const;

@@ -7,9 +7,6 @@
 namespace fenlux::capture {
 namespace {
 
-// A disk that is stuck must not keep the host from stopping, which has 3 seconds for everything.
-constexpr std::chrono::seconds kStopTimeout{1};
-
 Packet TextPacket(PacketHeader header, std::string_view text) {
   Packet packet;
   packet.header = header;
@@ -64,7 +61,7 @@ void Recorder::State::Stop() {
     if (!active.exchange(false)) return;
     ended = session;
   }
-  ended->Stop(kStopTimeout);
+  ended->Stop();
 }
 
 RecordingStatus Recorder::State::Status() const {

@@ -74,9 +74,9 @@ void RecordingSession::RunWriter() {
   finishedChanged.notify_all();
 }
 
-bool RecordingSession::Stop(std::chrono::milliseconds timeout) {
+bool RecordingSession::Stop() {
   queue.Stop();
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  const auto deadline = std::chrono::steady_clock::now() + settings.stopTimeout;
   MutexLock lock(mutex);
   while (!finished) {
     if (!lock.WaitUntil(finishedChanged, deadline)) return finished;

@@ -24,8 +24,8 @@ class RecordingSession {
 
   // Queues the packet if its kind is recorded.
   void Put(const Packet& packet) noexcept;
-  // Lets the writer finish and waits for that; false if `timeout` passes first.
-  bool Stop(std::chrono::milliseconds timeout);
+  // Lets the writer finish and waits for that; false if the settings' `stopTimeout` passes first.
+  bool Stop();
   // Sets everything but `active`.
   RecordingStatus Status() const;
 

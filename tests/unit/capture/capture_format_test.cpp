@@ -116,15 +116,15 @@ TEST(CaptureFormat, BlocksInTheOtherByteOrderAreRead) {
   const std::size_t packet = capture.Add(Kind::kNotification, 9, "abcd", 0x0102030405060708);
   std::string bytes = capture.Text();
   // The section: length, magic, versions, section length, option header, trailing length.
-  for (const std::size_t at : {4, 8, 40}) Swap(bytes, at, 4);
-  for (const std::size_t at : {12, 14, 24, 26}) Swap(bytes, at, 2);
+  for (const std::size_t at : {4U, 8U, 40U}) Swap(bytes, at, 4);
+  for (const std::size_t at : {12U, 14U, 24U, 26U}) Swap(bytes, at, 2);
   Swap(bytes, 16, 8);
   // The interface: type, length, link type, captured length, option headers, trailing length.
-  for (const std::size_t at : {44, 48, 56, 88}) Swap(bytes, at, 4);
-  for (const std::size_t at : {52, 54, 60, 62, 76, 78}) Swap(bytes, at, 2);
+  for (const std::size_t at : {44U, 48U, 56U, 88U}) Swap(bytes, at, 4);
+  for (const std::size_t at : {52U, 54U, 60U, 62U, 76U, 78U}) Swap(bytes, at, 2);
   // The packet: type, length, interface, times, lengths, flags, drop count, trailing length. The payload stays.
-  for (const std::size_t at : {0, 4, 8, 12, 16, 20, 24, 52, 72}) Swap(bytes, packet + at, 4);
-  for (const std::size_t at : {48, 50, 56, 58}) Swap(bytes, packet + at, 2);
+  for (const std::size_t at : {0U, 4U, 8U, 12U, 16U, 20U, 24U, 52U, 72U}) Swap(bytes, packet + at, 4);
+  for (const std::size_t at : {48U, 50U, 56U, 58U}) Swap(bytes, packet + at, 2);
   Swap(bytes, packet + 60, 8);
   const ReadCapture read = ReadAll(bytes);
   for (const Problem& problem : read.problems) ADD_FAILURE() << problem.offset << ": " << problem.text;

@@ -7,6 +7,7 @@
 #include "host/buf.h"
 #include "refhost/capture/recording_port_client.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/support/test_timeout.h"
 #include "tests/unit/capture/capture_support.h"
 
 namespace fenlux::testing {
@@ -66,6 +67,7 @@ class RecorderTest : public ::testing::Test {
   RecordingSettings Settings() const {
     RecordingSettings settings;
     settings.file = file;
+    settings.stopTimeout = kTestTimeout;
     return settings;
   }
   // A wrapped client; its handler stays in `handler`.
