@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-#include <cstdio>
 #include <map>
 #include <new>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/exit_codes.h"
+#include "refhost/app/out_of_memory.h"
 #include "refhost/app/platform/program_text.h"
 #include "refhost/app/platform/signals.h"
 
@@ -192,10 +192,10 @@ int RunCommandLine(int argc, char** argv) {
 
 // The commands handle their errors. Any other exception is a bug and ends the program.
 int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
+  HandleOutOfMemory();
   try {
     return RunCommandLine(argc, argv);
   } catch (const std::bad_alloc&) {
-    std::fputs("fenlux-host: out of memory\n", stderr);
-    return kExitNoMemory;
+    return ReportOutOfMemory();
   }
 }

@@ -68,6 +68,8 @@ std::string HostSetup::Write(const std::string& name, const std::string& text) c
   return file.string();
 }
 
+std::string HostSetup::Read(const std::string& name) const { return FileText(path / name); }
+
 std::string HostSetup::Directory(const std::string& name) const {
   fs::create_directories(path / name);
   return (path / name).string();

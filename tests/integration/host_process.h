@@ -34,6 +34,8 @@ class HostSetup {
 
   const boost::filesystem::path& Path() const { return path; }
   std::string Write(const std::string& name, const std::string& text) const;
+  // The content of a file; empty if it cannot be read.
+  std::string Read(const std::string& name) const;
   // Sets an environment variable for the programs that this setup runs.
   void SetVariable(const std::string& name, const std::string& value) { variables[name] = value; }
   const std::map<std::string, std::string>& Variables() const { return variables; }
