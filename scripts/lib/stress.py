@@ -104,6 +104,17 @@ def kill_runs(program, count, seed):
     return table
 
 
+def stop_all_threads(process):
+    """Sends SIGSTOP and returns once no thread runs any more: the signal reaches them one after the other."""
+    process.send_signal(signal.SIGSTOP)
+    deadline = time.monotonic() + 10
+    tasks = pathlib.Path(f"/proc/{process.pid}/task")
+    while any((task / "stat").read_text().rpartition(")")[2].split()[0] != "T" for task in tasks.iterdir()):
+        if time.monotonic() > deadline:
+            raise RuntimeError("the host did not stop within 10 s of SIGSTOP")
+        time.sleep(0.001)
+
+
 def stall_runs(program, count, _seed):
     """Stops the host with SIGSTOP while 40 openers wait, and lets it continue."""
     table = Table(f"SIGSTOP of the host with 40 blocked openers, {count} times")
@@ -117,7 +128,7 @@ def stall_runs(program, count, _seed):
                 openers = [Opener(watched / f"{i}.{'secret' if i % 2 else 'txt'}") for i in range(40)]
                 for opener in openers:
                     opener.ended = True  # one open each
-                host.process.send_signal(signal.SIGSTOP)
+                stop_all_threads(host.process)
                 for opener in openers:
                     opener.run = opener.open_once
                     opener.start()

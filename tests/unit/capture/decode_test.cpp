@@ -236,7 +236,7 @@ TEST(Decode, DeeplyNestedJsonIsRefused) {
 }
 
 TEST(Decode, EveryNumberOfTheProtocolHasAName) {
-  for (const std::uint32_t command : {1, 3, 4, 6, 8, 9, 11, 12, 13, 19, 20, 21, 22, 23, 24}) {
+  for (const std::uint32_t command : {1U, 3U, 4U, 6U, 8U, 9U, 11U, 12U, 13U, 19U, 20U, 21U, 22U, 23U, 24U}) {
     EXPECT_NE(CommandName(command), "unknown") << command;
   }
   for (std::uint32_t code = 4097; code <= 4118; ++code) EXPECT_EQ(CodeName(code) == "unknown", code == 4115) << code;
