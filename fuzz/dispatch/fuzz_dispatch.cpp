@@ -134,7 +134,7 @@ class Setting {
     try {
       reply = interact->DispatchNotification(null ? nullptr : message, static_cast<std::uint32_t>(size));
     } catch (const std::exception& error) {
-      thrown = error.what();
+      thrown = error.what() == nullptr ? "" : error.what();
     } catch (...) {
       thrown = "";
     }

@@ -58,7 +58,7 @@ TEST(BoundedOutput, WritesInOrder) {
 }
 
 TEST(BoundedOutput, NeverWaitsForAReaderAndDropsWhatDoesNotFit) {
-  auto* const stuck = new StuckStream;  // NOLINT: see StuckBuffer
+  static auto* const stuck = new StuckStream;  // NOLINT: see StuckBuffer
   const std::string text(BoundedOutput::kMaxBytes / 2, 'x');
   {
     BoundedOutput output(stuck->stream, "a test");
@@ -75,7 +75,7 @@ TEST(BoundedOutput, NeverWaitsForAReaderAndDropsWhatDoesNotFit) {
 }
 
 TEST(BoundedOutput, EndsWhileItsWriterIsStuck) {
-  auto* const stuck = new StuckStream;  // NOLINT: see StuckBuffer
+  static auto* const stuck = new StuckStream;  // NOLINT: see StuckBuffer
   BoundedOutput(stuck->stream, "a test").Write("text");
 }
 
