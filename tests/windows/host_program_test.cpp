@@ -48,7 +48,9 @@ TEST(HostProgram, RunsTheScriptedExample) {
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "protocol_violations  0\n")) << outcome.out;
-  EXPECT_TRUE(Contains(outcome.out, "  system_processes    2\n")) << outcome.out;
+  // How many there are depends on what the system has started by then; RegistersTheSystemProcesses compares them.
+  EXPECT_TRUE(Contains(outcome.out, "  system_processes    ")) << outcome.out;
+  EXPECT_FALSE(Contains(outcome.out, "  system_processes    0\n")) << outcome.out;
   EXPECT_FALSE(Contains(outcome.out, "  delivered             0\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.err, "[Add Monitor OK!][obj path]=")) << outcome.err;
 }
