@@ -36,9 +36,9 @@ std::size_t CharacterLength(std::string_view text) {
     if ((byte(i) & 0xC0) != 0x80) return 0;
     code = code << 6 | (byte(i) & 0x3FU);
   }
-  constexpr std::array<unsigned, 5> kLeast{0, 0, 0x80, 0x800, 0x10000};
+  constexpr std::array<unsigned, 5> kMin{0, 0, 0x80, 0x800, 0x10000};
   const bool surrogate = code >= 0xD800 && code < 0xE000;
-  return code >= kLeast[length] && code <= 0x10FFFF && !surrogate ? length : 0;
+  return code >= kMin[length] && code <= 0x10FFFF && !surrogate ? length : 0;
 }
 
 bool IsUtf8(std::string_view text) {

@@ -31,7 +31,7 @@ class LatencyHistogram {
   std::uint64_t max = 0;
 };
 
-// All operations: any thread. Only Snapshot throws: what is counted on the way of a notification needs no memory.
+// All operations: any thread. Only Snapshot throws: counting while a notification is handled needs no memory.
 class TotalsCounter {
  public:
   // A notification goes to the module. Exactly one of the next four calls follows. Without memory for a code that it
