@@ -5,6 +5,7 @@ namespace fenlux::refhost {
 
 inline constexpr int kExitSuccess = 0;
 inline constexpr int kExitRefused = 1;      // ctl: the host or its module refused the operation
+inline constexpr int kExitOutput = 1;       // the result, or a run's summary, could not be written
 inline constexpr int kExitUsage = 2;        // bad usage or configuration
 inline constexpr int kExitModule = 3;       // run: the module could not be loaded, or its init or start failed
 inline constexpr int kExitUnreachable = 3;  // ctl: no host reachable

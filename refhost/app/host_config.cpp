@@ -1,6 +1,8 @@
 // Passes each table of the file to the service that reads it.
 #include "refhost/app/host_config.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <iterator>
 #include <string>
@@ -9,6 +11,7 @@
 
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/file_bytes.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -47,9 +50,34 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   if (!config.reloadable.module.cacheBypassed && KernelEvents(config)) {
     config.reloadable.module.cacheBypassed = config.reloadable.rules.NameProcesses();
   }
+  if (const boost::filesystem::path& scenario = config.emulator.scenarioFile; !scenario.empty()) {
+    const std::string failure = WhyUnreadable(scenario);
+    if (failure.empty()) {
+      config.scenario = LoadScenario(scenario, errors);
+    } else {
+      emulator.Report("scenario", fmt::format("{} {}", scenario.string(), failure));
+    }
+  }
   root.Finish();
-  if (!config.emulator.scenarioFile.empty()) config.scenario = LoadScenario(config.emulator.scenarioFile, errors);
   return config;
+}
+
+// Names of settings that a reload puts into force: of tables, or of single keys.
+constexpr std::string_view kLive[] = {"judging",
+                                      "module.bypass_process_cache",
+                                      "module.config_block",
+                                      "module.config_block_file",
+                                      "module.identity_text",
+                                      "module.measure",
+                                      "module.refresh_interval_ms",
+                                      "policy",
+                                      "spsp",
+                                      "translations"};
+
+bool IsLive(std::string_view key) {
+  return std::ranges::any_of(kLive, [&](std::string_view live) {
+    return key.substr(0, live.size()) == live && (key.size() == live.size() || key[live.size()] == '.');
+  });
 }
 
 // A file with any table of a host's configuration is not a scenario.
@@ -82,9 +110,32 @@ std::optional<Decision> UnknownProgramDecision(const HostConfig& config) {
   return row == std::end(kDecisions) ? Decision::kVerdict4 : row->decision;
 }
 
+ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigErrors& errors) {
+  const ConfigDocument document(file, errors);
+  const ConfigTable table = document.Root().Table("control");
+  ControlSettings settings = ReadControlSettings(table);
+  if (document.Parsed() && !settings.enabled) {
+    table.Report("enabled", "this host has no control socket; remove the setting and restart it, to use ctl");
+  }
+  return settings;
+}
+
+std::vector<std::string> ChangesThatNeedARestart(const ConfigContent& running, const HostConfig& reloaded,
+                                                 const boost::filesystem::path& file) {
+  std::vector<std::string> changes;
+  for (const ConfigContent::Change& change : running.ChangesIn(reloaded.content)) {
+    if (!IsLive(change.key)) {
+      changes.push_back(fmt::format("{} ({}:{})", change.key, file.filename().string(), change.line));
+    }
+  }
+  return changes;
+}
+
 HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors) {
   const ConfigDocument document(file, errors);
-  return ReadHostConfig(document.Root(), errors);
+  HostConfig config = ReadHostConfig(document.Root(), errors);
+  config.content = ConfigContent(document);
+  return config;
 }
 
 void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors) {

@@ -3,7 +3,10 @@
 
 #include <boost/filesystem/path.hpp>
 #include <optional>
+#include <string>
+#include <vector>
 
+#include "refhost/base/config/config_content.h"
 #include "refhost/capture/recording_port_client.h"
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/sources/scenario.h"
@@ -51,11 +54,21 @@ struct HostConfig {
   StartSettings start;
   ReloadableSettings reloadable;
   EmulatorSettings emulator;
-  Scenario scenario;  // the file named in the emulator's settings
+  Scenario scenario;      // the file named in the emulator's settings
+  ConfigContent content;  // the file itself
 };
 
 // Reads and validates a host's configuration and the scenario it names. Use the result only if `errors` stays empty.
 HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors);
+
+// The settings of `file` that changed since it was `running` and take effect only after a restart, each as
+// "log.console (host.toml:3)".
+std::vector<std::string> ChangesThatNeedARestart(const ConfigContent& running, const HostConfig& reloaded,
+                                                 const boost::filesystem::path& file);
+
+// Reads only what `ctl` needs: errors in other tables do not matter to it. A host without a control channel is an
+// error.
+ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigErrors& errors);
 
 // The decision on an event whose program is unknown, where a rule's program pattern would decide: one that refuses the
 // operation. Nothing if events do not come from the kernel.

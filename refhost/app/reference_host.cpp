@@ -2,6 +2,7 @@
 #include "refhost/app/reference_host.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <boost/filesystem/operations.hpp>
 #include <nlohmann/json.hpp>
@@ -67,6 +68,7 @@ std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const
 ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile)
     : configFile(std::move(file)),
       start(config.start),
+      startContent(config.content),
       log(std::make_shared<LogService>(config.start.log, std::move(logFile))),
       recording(std::make_shared<PortRecording>(config.start.recording)),
       locale(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
@@ -190,7 +192,7 @@ void ReferenceHost::Poll() {
   policyNotifications.store(policyWatch.NotificationCount());
 }
 
-std::string ReferenceHost::Reload() {
+ReloadResult ReferenceHost::Reload() {
   const MutexLock lock(reloadMutex);
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(configFile, errors);
@@ -199,14 +201,12 @@ std::string ReferenceHost::Reload() {
   if (!errors.Empty()) {
     ++refusedReloads;
     LogLines(Severity::kProblem, "[host] configuration not reloaded: ", errors.Text());
-    return errors.Text();
+    return {errors.Text(), {}};
   }
-  // These are set on the command line, not in the file.
-  config.start.log.json = start.log.json;
-  config.start.recording.file = start.recording.file;
-  config.start.insecurePermissions = start.insecurePermissions;
-  if (config.start != start) {
-    log->Write(Severity::kWarning, "[host] some changed settings take effect only after a restart");
+  std::vector<std::string> waiting = ChangesThatNeedARestart(startContent, config, configFile);
+  if (!waiting.empty()) {
+    log->Write(Severity::kWarning, fmt::format("[host] some changed settings take effect only after a restart: {}",
+                                               fmt::join(waiting, ", ")));
   }
   recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
   configuration->Replace(std::move(config.reloadable.module));
@@ -215,7 +215,7 @@ std::string ReferenceHost::Reload() {
   ++reloads;
   log->Write(Severity::kEvent, "[host] configuration reloaded");
   if (Module() != nullptr) NotifyPolicyChanged();
-  return {};
+  return {{}, std::move(waiting)};
 }
 
 void ReferenceHost::Log(Severity severity, const std::string& line) { log->Write(severity, line); }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "common/mutex.h"
 #include "refhost/app/host_config.h"
@@ -36,6 +37,11 @@ class ModuleError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+struct ReloadResult {
+  std::string errors;                // empty: the live settings are in force
+  std::vector<std::string> waiting;  // changed settings that take effect only after a restart, with their places
+};
+
 // Create one per process and keep it until the process ends: the module's threads are never joined. Any thread may call
 // any operation, except where noted.
 class ReferenceHost {
@@ -60,8 +66,8 @@ class ReferenceHost {
   // its driver. Call it several times a second, always on the same thread.
   void Poll();
   // Reloads the configuration file: replaces the policy and the other live settings and notifies the module. If the
-  // file has errors, logs them, changes nothing and returns them; otherwise returns an empty text.
-  std::string Reload();
+  // file has errors, logs them and changes nothing.
+  ReloadResult Reload();
 
   // Writes a line to the host's log.
   void Log(Severity severity, const std::string& line);
@@ -87,6 +93,7 @@ class ReferenceHost {
 
   const boost::filesystem::path configFile;
   const StartSettings start;
+  const ConfigContent startContent;
   const std::chrono::steady_clock::time_point startTime = std::chrono::steady_clock::now();
 
   std::shared_ptr<LogService> log;

@@ -2,12 +2,20 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
-#include <optional>
 #include <string>
 
 namespace fenlux::refhost {
 
-// The content of a file; nullopt if it cannot be read to its end or is a directory.
-std::optional<std::string> ReadFileBytes(const boost::filesystem::path& file);
+// The content of a file, or the reason why there is none.
+struct FileBytes {
+  std::string bytes;
+  std::string failure;  // "cannot be read: ", the system's reason and what to check; empty: success
+};
+
+// Reads a file to its end.
+FileBytes ReadFileBytes(const boost::filesystem::path& file);
+
+// Why the file cannot be read, as in FileBytes; empty if it can.
+std::string WhyUnreadable(const boost::filesystem::path& file);
 
 }  // namespace fenlux::refhost

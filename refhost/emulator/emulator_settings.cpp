@@ -5,6 +5,7 @@
 
 #include "refhost/base/config/config_limits.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/text/similar_words.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -36,7 +37,10 @@ void ReadEvents(const ConfigTable& table, KernelEventSettings& settings) {
       settings.*event.setting = true;
       known = true;
     }
-    if (!known) table.Report("events", fmt::format("unknown event \"{}\"; the events are open, access and exec", name));
+    if (known) continue;
+    const std::vector<std::string_view> events{"open", "access", "exec"};
+    table.Report("events", fmt::format("unknown event \"{}\"; the events are open, access and exec{}", name,
+                                       DidYouMean(name, events)));
   }
   if (names.empty()) table.Report("events", "names no event; the events are open, access and exec");
 }

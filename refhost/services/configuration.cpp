@@ -29,9 +29,9 @@ std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
     if (module.Has(key)) module.Report("config_block_file", "cannot be combined with config_block");
     key = "config_block_file";
     const boost::filesystem::path path = module.Path(key);
-    const std::optional<std::string> bytes = ReadFileBytes(path);
-    if (bytes) block.assign(bytes->begin(), bytes->end());
-    if (!path.empty() && !bytes) module.Report(key, fmt::format("{} cannot be read", path.string()));
+    const FileBytes content = path.empty() ? FileBytes() : ReadFileBytes(path);
+    block.assign(content.bytes.begin(), content.bytes.end());
+    if (!content.failure.empty()) module.Report(key, fmt::format("{} {}", path.string(), content.failure));
   } else {
     const std::string text = module.Text(key, "");
     block.assign(text.begin(), text.end());

@@ -50,7 +50,7 @@ TEST(Check, ReportsASyntaxErrorAndAMissingFile) {
   EXPECT_TRUE(Contains(syntax.err, ": (syntax): ")) << syntax.err;
   const Outcome missing = setup.Run({"check", "no-such-file.toml"});
   EXPECT_EQ(missing.code, 2);
-  EXPECT_EQ(missing.err, "no-such-file.toml:1:1: (file): cannot be read\n");
+  EXPECT_EQ(missing.err, "no-such-file.toml:1:1: (file): cannot be read: No such file or directory; check the path\n");
 }
 
 TEST(CommandLine, EveryCommandHasHelp) {

@@ -96,10 +96,17 @@ TEST_F(Control, RepeatsTheMessageOfARefusal) {
   EXPECT_EQ(Driver("grpm_switch"), "(none)");
 }
 
-TEST_F(Control, RefusesMalformedNumbers) {
-  EXPECT_EQ(Refused({"grsp", "x"}), "mode must be an integer from 0 to 4294967295, not \"x\"\n");
-  EXPECT_EQ(Refused({"grdto", "4294967296"}), "value must be an integer from 0 to 4294967295, not \"4294967296\"\n");
-  EXPECT_EQ(Refused({"monitor", "send", "2x"}), "type must be an integer from -2147483648 to 2147483647, not \"2x\"\n");
+TEST_F(Control, MalformedNumbersAreBadUsage) {
+  const auto misused = [this](const Arguments& arguments) {
+    const Outcome outcome = setup.Control(arguments);
+    EXPECT_EQ(outcome.code, 2) << outcome.out;
+    return outcome.err;
+  };
+  EXPECT_EQ(misused({"grsp", "x"}), "fenlux-host: mode: must be an integer from 0 to 4294967295, not \"x\"\n");
+  EXPECT_EQ(misused({"grdto", "4294967296"}),
+            "fenlux-host: value: must be an integer from 0 to 4294967295, not \"4294967296\"\n");
+  EXPECT_EQ(misused({"monitor", "send", "2x"}),
+            "fenlux-host: type: must be an integer from -2147483648 to 2147483647, not \"2x\"\n");
 }
 
 TEST_F(Control, QueuesSendsAndClearsMonitorObjects) {

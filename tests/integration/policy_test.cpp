@@ -76,10 +76,13 @@ TEST(Policy, ABadFileIsReportedAndNotUsed) {
   host.Signal(SIGHUP);
   const std::string prefix = "[host] configuration not reloaded: ";
   EXPECT_TRUE(host.WaitForError(prefix + file + ":2:16: policy.directories[0]: must be a string\n"));
-  EXPECT_TRUE(host.WaitForError(prefix + file + ":4:1: judging.default: is not a known key\n"));
+  EXPECT_TRUE(host.WaitForError(prefix + file +
+                                ":4:1: judging.default: is not a known key; did you mean \"default_decision\"?\n"));
   const Outcome reload = setup.Control({"reload"});
   EXPECT_EQ(reload.code, 1);
-  EXPECT_TRUE(Contains(reload.err, file + ":4:1: judging.default: is not a known key\n")) << reload.err;
+  EXPECT_TRUE(
+      Contains(reload.err, file + ":4:1: judging.default: is not a known key; did you mean \"default_decision\"?\n"))
+      << reload.err;
   EXPECT_EQ(setup.Control({"policy-changed"}).code, 0);
   EXPECT_TRUE(host.WaitForError("[Add Monitor OK!][obj path]=" + first, 2));
   EXPECT_EQ(JsonValue(setup.ControlJson({"status"}), "refused_reloads"), "2");
@@ -110,7 +113,9 @@ TEST(Policy, WarnsAboutSettingsThatNeedARestart) {
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   setup.WriteHost("[module]\nport_value = 99\n");
   host.Signal(SIGHUP);
-  EXPECT_TRUE(host.WaitForError("some changed settings take effect only after a restart"));
+  EXPECT_TRUE(host.WaitForError(
+      "[host] some changed settings take effect only after a restart: module.port_value (host.toml:2)\n"));
+  EXPECT_EQ(setup.Control({"reload"}).out, "restart_needed_for\n  module.port_value (host.toml:2)\n");
   EXPECT_NE(JsonValue(setup.ControlJson({"port-value"}), "port_value"), "99");
   EXPECT_EQ(host.Stop().code, 0);
 }

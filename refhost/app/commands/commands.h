@@ -25,8 +25,8 @@ struct RunOptions {
 // the module's threads are never joined.
 int RunHost(const RunOptions& options);
 
-// Validates a configuration or a scenario.
-int CheckConfiguration(const boost::filesystem::path& file);
+// Validates a configuration or a scenario. With `json`, shows what it finds as JSON on standard output.
+int CheckConfiguration(const boost::filesystem::path& file, bool json);
 
 struct DecodeOptions {
   boost::filesystem::path file;

@@ -8,8 +8,8 @@
 #include "refhost/app/control/net_item_file.h"
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/host_config.h"
+#include "refhost/app/problem_output.h"
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -20,8 +20,13 @@ constexpr std::chrono::seconds kAnswerTimeout{60};
 boost::filesystem::path SocketPath(const ControlOptions& options, ConfigErrors& errors) {
   if (!options.socket.empty()) return options.socket;
   if (options.config.empty()) return DefaultControlPath();
-  const boost::filesystem::path socket = LoadHostConfig(options.config, errors).start.control.socket;
+  const boost::filesystem::path socket = LoadControlSettings(options.config, errors).socket;
   return socket.empty() ? DefaultControlPath() : socket;
+}
+
+int Fail(int code, const ControlOptions& options, const std::string& text) {
+  std::cerr << ProblemLines(text, options.json);
+  return code;
 }
 
 }  // namespace
@@ -33,33 +38,32 @@ int ControlHost(ControlOptions options) {
     options.request.arguments["items"] = EncodeNetItems(LoadNetItems(options.items, errors));
   }
   if (!errors.Empty()) {
-    std::cerr << PrintableLines(errors.Text());
+    std::cerr << ProblemLines(errors, options.json);
     return kExitUsage;
   }
   const std::string request = EncodeRequest(options.request);
   if (request.size() > kMaxControlRequest) {
-    std::cerr << fmt::format("fenlux-host: the request is {} bytes long, but a host takes no more than {}; ",
-                             request.size(), kMaxControlRequest)
-              << "send fewer items at once\n";
-    return kExitUsage;
+    return Fail(kExitUsage, options,
+                fmt::format("fenlux-host: the request is {} bytes long, but a host takes no more than {}; send fewer "
+                            "items at once",
+                            request.size(), kMaxControlRequest));
   }
   try {
     const std::string line = SendControlRequest(path, request, kAnswerTimeout);
     const std::optional<ControlAnswer> answer = DecodeAnswer(line);
     if (!answer) throw ControlChannelError("the host's answer is malformed");
     if (!answer->done) {
-      std::cerr << PrintableLines(answer->error) << '\n';
-      return kExitRefused;
+      return Fail(kExitRefused, options, answer->error);
     }
     if (options.json) {
       std::cout << answer->json << '\n';
     } else {
       std::cout << (answer->text.empty() ? "done\n" : answer->text);
     }
-    return kExitSuccess;
+    std::cout << std::flush;
+    return std::cout ? kExitSuccess : Fail(kExitOutput, options, "fenlux-host: " + OutputFailure());
   } catch (const ControlChannelError& error) {
-    std::cerr << "fenlux-host: " << PrintableLines(error.what()) << '\n';
-    return kExitUnreachable;
+    return Fail(kExitUnreachable, options, std::string("fenlux-host: ") + error.what());
   }
 }
 

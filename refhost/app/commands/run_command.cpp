@@ -16,12 +16,12 @@
 #include "refhost/app/platform/module_loader.h"
 #include "refhost/app/platform/process_end.h"
 #include "refhost/app/platform/signals.h"
+#include "refhost/app/problem_output.h"
 #include "refhost/app/reference_host.h"
 #include "refhost/app/security/file_trust.h"
 #include "refhost/app/security/privileges.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/start_thread.h"
-#include "refhost/base/text/utf_text.h"
 #include "refhost/services/log/log_file.h"
 
 namespace fenlux::refhost {
@@ -168,20 +168,22 @@ std::chrono::milliseconds OutputTimeout(Clock::time_point deadline) {
   return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()), kMinOutputTimeout);
 }
 
-// Writes the text to standard error and returns the code. Nobody may read standard error, and the signals that would
+// Writes the lines to standard error and returns the code. Nobody may read standard error, and the signals that would
 // end the process are blocked: it then ends here.
 int Fail(int code, const std::string& text) {
   try {
     BoundedOutput error(std::cerr, "standard error");
-    error.Write(PrintableLines(text));
+    error.Write(text);
     if (!error.Flush(kStopTimeout)) EndProcess(code);
   } catch (const std::exception&) {  // no thread, no memory
-    std::cerr << PrintableLines(text) << std::flush;
+    std::cerr << text << std::flush;
   }
   return code;
 }
 
-int FailWithMessage(int code, const std::string& message) { return Fail(code, "fenlux-host: " + message + "\n"); }
+int Fail(int code, const RunOptions& options, const std::string& message) {
+  return Fail(code, ProblemLines("fenlux-host: " + message, options.json));
+}
 
 }  // namespace
 
@@ -190,19 +192,19 @@ int RunHost(const RunOptions& options) {
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(options.config, errors);
   if (!errors.Empty()) {
-    return Fail(kExitUsage, errors.Text());
+    return Fail(kExitUsage, ProblemLines(errors, options.json));
   }
   config.start.log.json = options.json;
   config.start.insecurePermissions = options.insecurePermissions;
   ControlSettings control = config.start.control;
   if (!options.socket.empty()) {
-    if (!control.enabled) return FailWithMessage(kExitUsage, "--socket conflicts with [control] enabled = false");
+    if (!control.enabled) return Fail(kExitUsage, options, "--socket conflicts with [control] enabled = false");
     control.socket = options.socket;
   }
   if (!options.record.empty()) config.start.recording.file = options.record;
   const bool stopAtEnd = config.start.stopAtEnd;
   if (const std::string reason = UntrustedFile(options, config); !reason.empty())
-    return FailWithMessage(kExitUsage, reason);
+    return Fail(kExitUsage, options, reason);
 
   std::unique_ptr<ReferenceHost> host;
   std::unique_ptr<ControlThread> controlThread;
@@ -216,7 +218,7 @@ int RunHost(const RunOptions& options) {
     out = std::make_unique<BoundedOutput>(std::cout, "standard output");
     controlThread = ServeControl(*host, std::move(opening));
   } catch (const std::runtime_error& error) {
-    return FailWithMessage(kExitUsage, error.what());
+    return Fail(kExitUsage, options, error.what());
   }
 
   int code = kExitSuccess;
@@ -225,9 +227,9 @@ int RunHost(const RunOptions& options) {
     StartPolling(*host);
     Serve(*host, options, stopAtEnd, *out);
   } catch (const std::runtime_error& error) {  // the module cannot be used, or a thread is missing
-    code = FailWithMessage(kExitModule, error.what());
+    code = Fail(kExitModule, options, error.what());
   } catch (const std::bad_alloc&) {
-    code = FailWithMessage(kExitNoMemory, kOutOfMemory);
+    code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   const Clock::time_point deadline = Clock::now() + kStopTimeout;
   try {
@@ -242,7 +244,7 @@ int RunHost(const RunOptions& options) {
       if (!IsFine(facts)) code = kExitViolation;
     }
   } catch (const std::bad_alloc&) {
-    code = FailWithMessage(kExitNoMemory, kOutOfMemory);
+    code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   out->Flush(OutputTimeout(deadline));
   // The module's workers are detached and still use the host, so the process ends without destroying it. Everything

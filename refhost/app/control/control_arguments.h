@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -26,6 +27,9 @@ struct ControlArgument {
   std::string_view name;
   ArgumentKind kind;
   std::string_view help;
+  // Of an integer: what its type can hold. Whether a value makes sense is for the module to decide.
+  std::int64_t min = 0;
+  std::uint64_t max = std::numeric_limits<std::uint32_t>::max();
 };
 
 // Texts by argument name. A flag that is absent has no entry.

@@ -1,6 +1,7 @@
 // The table of control operations. Exceptions of the module reach the operator unchanged.
 #include "refhost/app/control/control_operations.h"
 
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -42,7 +43,11 @@ Report Single(const char* name, Value value) {
 constexpr ControlArgument kNotImplemented{"not-implemented", ArgumentKind::kFlag,
                                           "claim that the feature is not implemented; the module then refuses"};
 constexpr ControlArgument kMode{"mode", ArgumentKind::kInteger, "1 or 3"};
-constexpr ControlArgument kObjectType{"type", ArgumentKind::kInteger, "object type: 1, 2 or 3"};
+// The limits of numbers that are not 32 bits without a sign.
+constexpr std::int64_t kMinInt32 = std::numeric_limits<std::int32_t>::min();
+constexpr std::uint64_t kMaxInt32 = std::numeric_limits<std::int32_t>::max();
+constexpr std::uint64_t kMaxUint64 = std::numeric_limits<std::uint64_t>::max();
+constexpr ControlArgument kObjectType{"type", ArgumentKind::kInteger, "object type: 1, 2 or 3", kMinInt32, kMaxInt32};
 constexpr ControlArgument kItems{"items", ArgumentKind::kItemFile,
                                  "file of [[items]] tables, each with opaque (96 hexadecimal digits) and value"};
 
@@ -66,9 +71,9 @@ const ControlOperation kOperations[] = {
      "Reload the configuration file, like SIGHUP",
      {},
      [](Host& host, const Arguments&) {
-       const std::string errors = host.Reload();
-       if (!errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + errors);
-       return Empty();
+       ReloadResult result = host.Reload();
+       if (!result.errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + result.errors);
+       return result.waiting.empty() ? Empty() : Single("restart_needed_for", std::move(result.waiting));
      },
      true},
     {"record start",
@@ -181,7 +186,7 @@ const ControlOperation kOperations[] = {
     {"register-process",
      "Send the driver the id of a system process; failures appear only in the log",
      {{"kind", ArgumentKind::kInteger, "2 for csrss.exe, 3 for services.exe"},
-      {"process", ArgumentKind::kInteger, "process id; 18446744073709551615 (no process) is ignored"}},
+      {"process", ArgumentKind::kInteger, "process id; 18446744073709551615 (no process) is ignored", 0, kMaxUint64}},
      [](Host& host, const Arguments& arguments) {
        const std::uint32_t kind = Uint32Argument(arguments, "kind");
        DriverOf(host)->RegisterSystemProcess(kind, Uint64Argument(arguments, "process"));
@@ -233,7 +238,7 @@ const ControlOperation kOperations[] = {
      }},
     {"net-control add",
      "Load item list 1 or 2; the log counts items that could not be sent",
-     {{"type", ArgumentKind::kInteger, "list: 1 or 2"}, kItems},
+     {{"type", ArgumentKind::kInteger, "list: 1 or 2", kMinInt32, kMaxInt32}, kItems},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->AddNetControlItems(Int32Argument(arguments, "type"), ItemsArgument(arguments, "items"));
        return Empty();
@@ -247,7 +252,7 @@ const ControlOperation kOperations[] = {
      }},
     {"interface kernel-data",
      "Pass kernel data to the driver interface, which ignores it",
-     {{"data", ArgumentKind::kInteger, "a number"}},
+     {{"data", ArgumentKind::kInteger, "a number", 0, kMaxUint64}},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->OnKernelData(Uint64Argument(arguments, "data"));
        return Empty();

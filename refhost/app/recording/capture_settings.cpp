@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/text/similar_words.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -39,7 +40,8 @@ capture::RecordedKinds ReadKinds(const ConfigTable& table) {
     if (known) continue;
     std::vector<std::string_view> names;
     for (const KindChoice& choice : kKinds) names.push_back(choice.name);
-    table.Report("kinds", fmt::format("\"{}\" is not one of {}", name, fmt::join(names, ", ")));
+    table.Report("kinds",
+                 fmt::format("\"{}\" is not one of {}{}", name, fmt::join(names, ", "), DidYouMean(name, names)));
   }
   return kinds;
 }

@@ -12,11 +12,11 @@ ConfigDocument::ConfigDocument(const boost::filesystem::path& file, ConfigErrors
     : source(std::make_shared<Source>()) {
   source->file = file;
   source->errors = &errors;
-  const std::optional<std::string> text = ReadFileBytes(file);
-  if (!text) {
-    errors.Add({file.string(), 1, 1, "(file)", "cannot be read"});
+  FileBytes content = ReadFileBytes(file);
+  if (content.failure.empty()) {
+    Parse(content.bytes);
   } else {
-    Parse(*text);
+    errors.Add({file.string(), 1, 1, "(file)", std::move(content.failure)});
   }
   MakeRoot();
 }

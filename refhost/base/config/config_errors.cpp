@@ -10,9 +10,15 @@
 
 namespace fenlux::refhost {
 
-std::string ConfigError::Text() const { return fmt::format("{}:{}:{}: {}: {}", file, line, column, key, reason); }
+std::string ConfigError::Text() const {
+  return fmt::format("{}:{}:{}: {}: {}{}", file, line, column, key, isWarning ? "warning: " : "", reason);
+}
 
 void ConfigErrors::Add(ConfigError error) { errors.push_back(std::move(error)); }
+
+std::size_t ConfigErrors::WarningCount() const {
+  return static_cast<std::size_t>(std::ranges::count(errors, true, &ConfigError::isWarning));
+}
 
 std::vector<ConfigError> ConfigErrors::Sorted() const {
   std::map<std::string, std::size_t> fileOrder;

@@ -1,21 +1,23 @@
 // The problems found in configuration files, each with its place.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace fenlux::refhost {
 
-// One problem. `line` and `column` count from 1.
+// One problem, or a warning: something that is allowed and probably not meant. `line` and `column` count from 1.
 struct ConfigError {
   std::string file;
   std::uint32_t line = 1;
   std::uint32_t column = 1;
   std::string key;
   std::string reason;
+  bool isWarning = false;
 
-  // "file:line:column: key: reason"
+  // "file:line:column: key: reason", or of a warning "file:line:column: key: warning: reason"
   std::string Text() const;
 };
 
@@ -23,10 +25,12 @@ struct ConfigError {
 class ConfigErrors {
  public:
   void Add(ConfigError error);
-  bool Empty() const { return errors.empty(); }
-  // Ordered by file, in the order in which files first had an error, then by place.
+  // Whether there is no error. Warnings do not count.
+  bool Empty() const { return errors.size() == WarningCount(); }
+  std::size_t WarningCount() const;
+  // Errors and warnings, ordered by file, in the order in which files first had an error, then by place.
   std::vector<ConfigError> Sorted() const;
-  // One line per error, each with a line end.
+  // One line per error or warning, each with a line end.
   std::string Text() const;
 
  private:

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "refhost/base/config/config_paths.h"
+#include "refhost/base/text/similar_words.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -31,10 +32,16 @@ std::string ConfigTable::Node::ElementName(std::string_view key, std::size_t ind
   return fmt::format("{}[{}]", KeyName(key), index);
 }
 
-void ConfigTable::Node::Report(const toml::source_position& where, std::string keyName, std::string reason) const {
+void ConfigTable::Node::Report(const toml::source_position& where, std::string keyName, std::string reason,
+                               bool isWarning) const {
   if (quiet) return;
-  source->errors->Add(
-      {source->file.string(), PlaceOf(where.line), PlaceOf(where.column), std::move(keyName), std::move(reason)});
+  source->errors->Add({source->file.string(), PlaceOf(where.line), PlaceOf(where.column), std::move(keyName),
+                       std::move(reason), isWarning});
+}
+
+toml::source_position ConfigTable::Node::PlaceOfKey(std::string_view key) {
+  const toml::node* value = key.empty() ? nullptr : Find(key);
+  return value == nullptr ? place : value->source().begin;
 }
 
 void ConfigTable::Node::ReportMissing(std::string_view key) const { Report(place, KeyName(key), "is missing"); }
@@ -125,8 +132,10 @@ std::shared_ptr<ConfigTable::Node> ConfigTable::Node::Child(const toml::table* c
 
 void ConfigTable::Node::Finish() {
   if (table != nullptr && !finished) {
+    const std::vector<std::string_view> names(known.begin(), known.end());
     for (auto&& [key, value] : *table) {
-      if (!known.contains(key.str())) Report(key.source().begin, KeyName(key.str()), "is not a known key");
+      if (known.contains(key.str())) continue;
+      Report(key.source().begin, KeyName(key.str()), "is not a known key" + DidYouMean(key.str(), names));
     }
   }
   finished = true;

@@ -37,9 +37,13 @@ struct ConfigTable::Node {
   // The full name of a key of this table; of the table itself if the key is empty.
   std::string KeyName(std::string_view key) const;
 
-  void Report(const toml::source_position& where, std::string keyName, std::string reason) const;
+  void Report(const toml::source_position& where, std::string keyName, std::string reason,
+              bool isWarning = false) const;
   void ReportMissing(std::string_view key) const;
   void ReportType(const toml::node& value, std::string keyName, std::string_view expected) const;
+
+  // Where its value is; where the table is, if the key is empty or absent.
+  toml::source_position PlaceOfKey(std::string_view key);
 
   // The value of a key, null if it is absent. Makes the key a known one.
   const toml::node* Find(std::string_view key);

@@ -36,6 +36,8 @@ class ConfigDocument {
   const ConfigTable& Root() const { return *root; }
 
   struct Source;
+  // What was read; never changes.
+  std::shared_ptr<const Source> Shared() const { return source; }
 
  private:
   void Parse(std::string_view text);
@@ -115,6 +117,8 @@ class ConfigTable {
   // Reports a problem that only the caller can see. Its place is the key's value, or the table if the key is absent or
   // empty.
   void Report(std::string_view key, std::string reason) const;
+  // The same for something that is allowed and probably not meant.
+  void Warn(std::string_view key, std::string reason) const;
   // Reports every unknown key of this table and of the tables taken from it. May be called again.
   void Finish() const;
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "refhost/base/config/config_node.h"
+#include "refhost/base/text/similar_words.h"
 
 namespace fenlux::refhost {
 
@@ -96,7 +97,7 @@ std::optional<std::size_t> ConfigTable::ChoiceIndex(std::string_view key,
   const auto found = std::find(names.begin(), names.end(), *text);
   if (found != names.end()) return static_cast<std::size_t>(found - names.begin());
   view->Report(value->source().begin, view->KeyName(key),
-               fmt::format("must be one of {}, not \"{}\"", fmt::join(names, ", "), *text));
+               fmt::format("must be one of {}, not \"{}\"{}", fmt::join(names, ", "), *text, DidYouMean(*text, names)));
   return std::nullopt;
 }
 
@@ -154,8 +155,11 @@ std::vector<std::string> ConfigTable::Keys() const {
 }
 
 void ConfigTable::Report(std::string_view key, std::string reason) const {
-  const toml::node* value = key.empty() ? nullptr : view->Find(key);
-  view->Report(value == nullptr ? view->place : value->source().begin, view->KeyName(key), std::move(reason));
+  view->Report(view->PlaceOfKey(key), view->KeyName(key), std::move(reason));
+}
+
+void ConfigTable::Warn(std::string_view key, std::string reason) const {
+  view->Report(view->PlaceOfKey(key), view->KeyName(key), std::move(reason), /*isWarning=*/true);
 }
 
 void ConfigTable::Finish() const { view->Finish(); }

@@ -16,4 +16,12 @@ bool IsConsole(DWORD which) {
 bool OutputIsTerminal() { return IsConsole(STD_OUTPUT_HANDLE); }
 bool ErrorIsTerminal() { return IsConsole(STD_ERROR_HANDLE); }
 
+std::size_t OutputWidth() {
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (::GetConsoleScreenBufferInfo(::GetStdHandle(STD_OUTPUT_HANDLE), &info) != 0) {
+    return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left) + 1;
+  }
+  return ConfiguredWidth();
+}
+
 }  // namespace fenlux::refhost

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/text/similar_words.h"
 #include "refhost/base/text/utf_text.h"
 #include "refhost/services/events/event_record.h"
 #include "refhost/services/heap_buffer.h"
@@ -32,7 +33,8 @@ std::vector<EventKind> ReadEvents(const ConfigTable& table) {
   for (const std::string& name : table.Texts("events")) {
     const std::vector<EventKind> named = EventKindsOfName(name);
     if (named.empty()) {
-      table.Report("events", fmt::format("\"{}\" is not one of {}", name, fmt::join(EventNames(), ", ")));
+      table.Report("events", fmt::format("\"{}\" is not one of {}{}", name, fmt::join(EventNames(), ", "),
+                                         DidYouMean(name, EventNames())));
     }
     Append(kinds, named);
   }

@@ -107,8 +107,8 @@ TEST(HostConfig, ACheckReportsErrorsOfTheConfigurationAndOfItsScenario) {
   EXPECT_EQ(errors.Text(), host + ":1:1: unknown: is not a known key\n" + host +
                                ":5:11: log.console: must be one of detail, event, notice, warning, problem, alert, "
                                "off, not \"loud\"\n" +
-                               host + ":7:1: module.port: is not a known key\n" + scenario +
-                               ":2:10: steps[0].notify: must be an integer\n");
+                               host + ":7:1: module.port: is not a known key; did you mean \"port_value\"?\n" +
+                               scenario + ":2:10: steps[0].notify: must be an integer\n");
 }
 
 TEST(HostConfig, ACheckRecognizesAScenarioByItsKeys) {
@@ -118,7 +118,9 @@ TEST(HostConfig, ACheckRecognizesAScenarioByItsKeys) {
   EXPECT_EQ(errors.Text(), "");
   const std::string bad = directory.Write("bad.toml", "[[steps]]\npause = 1\n").string();
   CheckFile(bad, errors);
-  EXPECT_NE(errors.Text().find(bad + ":2:1: steps[0].pause: is not a known key\n"), std::string::npos) << errors.Text();
+  EXPECT_NE(errors.Text().find(bad + ":2:1: steps[0].pause: is not a known key; did you mean \"pause_ms\"?\n"),
+            std::string::npos)
+      << errors.Text();
 }
 
 }  // namespace

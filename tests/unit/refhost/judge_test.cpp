@@ -119,20 +119,22 @@ TEST(Judge, NewRulesApplyAtOnce) {
 }
 
 TEST(Judge, ReportsEveryErrorOfItsRules) {
-  EXPECT_EQ(Read("default_decision = 5\n"
-                 "[[rules]]\nevents = ['opne']\ncodes = [4115]\npath = ''\n"
-                 "[[rules]]\ndecision = 5\n"
-                 "[[rules]]\ndecision = 8\ncontext = 'x'\nproces = 'y'\n")
-                .errors.Text(),
-            "j.toml:1:20: default_decision: cannot be 5: only rules have a context\n"
-            "j.toml:2:1: rules[0].decision: is missing\n"
-            "j.toml:3:10: rules[0].events: \"opne\" is not one of access, endpoint, open, remote, unanswered\n"
-            "j.toml:4:9: rules[0].codes: notification code 4115 is never judged\n"
-            "j.toml:5:8: rules[0].path: must not be empty\n"
-            "j.toml:7:12: rules[1].decision: 5 requires a context; write context = \"\" to leave it out on purpose\n"
-            "j.toml:9:12: rules[2].decision: must be from 1 to 7, not 8\n"
-            "j.toml:10:11: rules[2].context: requires decision 5\n"
-            "j.toml:11:1: rules[2].proces: is not a known key\n");
+  EXPECT_EQ(
+      Read("default_decision = 5\n"
+           "[[rules]]\nevents = ['opne']\ncodes = [4115]\npath = ''\n"
+           "[[rules]]\ndecision = 5\n"
+           "[[rules]]\ndecision = 8\ncontext = 'x'\nproces = 'y'\n")
+          .errors.Text(),
+      "j.toml:1:20: default_decision: cannot be 5: only rules have a context\n"
+      "j.toml:2:1: rules[0].decision: is missing\n"
+      "j.toml:3:10: rules[0].events: \"opne\" is not one of access, endpoint, open, remote, unanswered; did you mean "
+      "\"open\"?\n"
+      "j.toml:4:9: rules[0].codes: notification code 4115 is never judged\n"
+      "j.toml:5:8: rules[0].path: must not be empty\n"
+      "j.toml:7:12: rules[1].decision: 5 requires a context; write context = \"\" to leave it out on purpose\n"
+      "j.toml:9:12: rules[2].decision: must be from 1 to 7, not 8\n"
+      "j.toml:10:11: rules[2].context: requires decision 5\n"
+      "j.toml:11:1: rules[2].proces: is not a known key; did you mean \"process\"?\n");
 }
 
 TEST(EventTypes, EveryJudgedCodeHasItsKinds) {

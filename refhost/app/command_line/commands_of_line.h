@@ -1,0 +1,14 @@
+// The parts of the tree, one per command. Each adds its command with its options, and runs it when it is parsed.
+#pragma once
+
+#include <CLI/App.hpp>
+
+namespace fenlux::refhost {
+
+void AddRun(CLI::App& app, int& code);
+void AddCheck(CLI::App& app, int& code);
+void AddDecode(CLI::App& app, int& code);
+// `ctl` with all operations of the table in control/control_operations.h.
+void AddControl(CLI::App& app, int& code);
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,32 @@
+// The values of a configuration file as they were read, to be compared with those of a later version of it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/base/config/config_reader.h"
+
+namespace fenlux::refhost {
+
+// Immutable; copies share their state. Any thread.
+class ConfigContent {
+ public:
+  struct Change {
+    std::string key;         // the full name
+    std::uint32_t line = 1;  // in the newer version; in the older one if the newer one lacks the setting
+  };
+
+  // That of an empty file.
+  ConfigContent() = default;
+  explicit ConfigContent(const ConfigDocument& document);
+
+  // The settings whose values differ in `newer`, or which only one of the two has, in alphabetical order.
+  std::vector<Change> ChangesIn(const ConfigContent& newer) const;
+
+ private:
+  std::shared_ptr<const ConfigDocument::Source> source;
+};
+
+}  // namespace fenlux::refhost
