@@ -122,6 +122,12 @@ if(FENLUX_BUILD_REFHOST)
   if(MINGW)
     fenlux_install_debug(fenlux-host)
   endif()
+  if(NOT WIN32)
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/pages/ DESTINATION share/man/man1 COMPONENT host
+      FILES_MATCHING PATTERN "*.1.gz")
+    install(FILES ${PROJECT_BINARY_DIR}/pages/fenlux-host.bash DESTINATION share/bash-completion/completions
+      RENAME fenlux-host COMPONENT host)
+  endif()
   install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
     PATTERN "*.toml" PATTERN minimal-host EXCLUDE)
   install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)

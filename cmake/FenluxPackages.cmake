@@ -111,10 +111,15 @@ if(FENLUX_BUILD_REFHOST)
   # Files with absolute paths are in the component `system`, which an ordinary installation leaves out: it would ignore
   # the prefix.
   install(FILES packaging/etc/host.toml DESTINATION /etc/fenlux COMPONENT system EXCLUDE_FROM_ALL)
+  install(FILES packaging/etc/logrotate.conf DESTINATION /etc/logrotate.d RENAME fenlux-host COMPONENT system
+    EXCLUDE_FROM_ALL)
+  install(FILES packaging/fenlux-host.service DESTINATION lib/systemd/system COMPONENT system EXCLUDE_FROM_ALL)
   fenlux_debian_package(program fenlux-host admin
     "User-mode partner of a kernel filter driver - reference host\n A complete host with a driver emulator, which answers kernel events with the\n module's verdicts."
     host system)
   set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${library_package} (= ${FENLUX_DEB_VERSION})")
-  set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles)
+  set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA
+      ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles ${PROJECT_SOURCE_DIR}/packaging/debian/program/postinst
+      ${PROJECT_SOURCE_DIR}/packaging/debian/program/prerm ${PROJECT_SOURCE_DIR}/packaging/debian/program/postrm)
 endif()
 include(CPack)

@@ -3,7 +3,7 @@
 #   scripts/setup.sh [OPTION...]
 #     --windows   also those of the Windows build and its tests under Wine
 #     --debian    also those of scripts/test_in_debian.sh
-#     --tools     also programs that some tests use and are skipped without: tshark
+#     --tools     also programs that some tests use and are skipped without: man, tshark
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh
@@ -14,7 +14,7 @@ for argument in "$@"; do
   case "$argument" in
     --windows) lists+=(cmake/packages-windows.txt) ;;
     --debian) extra+=(mmdebstrap debian-archive-keyring) ;;
-    --tools) extra+=(tshark) ;;
+    --tools) extra+=(man-db tshark) ;;
     *) refuse "$argument" ;;
   esac
 done

@@ -5,6 +5,7 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
+#include "refhost/base/platform/error_text.h"
 #include "refhost/base/start_thread.h"
 
 namespace fenlux::refhost {
@@ -27,6 +28,11 @@ struct BoundedOutput::Shared {
         writing = taken.size();
       }
       stream << taken << std::flush;
+      if (!stream) {
+        std::string reason = LastErrorText();
+        const MutexLock lock(mutex);
+        failure = std::move(reason);
+      }
       stream.clear();  // a reader that is gone must not silence what comes later
     }
   }
@@ -37,6 +43,7 @@ struct BoundedOutput::Shared {
   std::string waiting FENLUX_GUARDED_BY(mutex);
   std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;  // bytes that the writer has taken and not finished
   bool ended FENLUX_GUARDED_BY(mutex) = false;
+  std::string failure FENLUX_GUARDED_BY(mutex);  // of the last write that failed
 };
 
 BoundedOutput::BoundedOutput(std::ostream& stream, const std::string& name) : shared(std::make_shared<Shared>(stream)) {
@@ -64,6 +71,11 @@ bool BoundedOutput::Flush(std::chrono::milliseconds limit) {
     if (!lock.WaitUntil(shared->changed, deadline)) return shared->waiting.empty() && shared->writing == 0;
   }
   return true;
+}
+
+std::string BoundedOutput::Failure() const {
+  const MutexLock lock(shared->mutex);
+  return shared->failure;
 }
 
 }  // namespace fenlux::refhost

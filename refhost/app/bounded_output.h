@@ -27,6 +27,8 @@ class BoundedOutput {
   bool Write(const std::string& text);
   // Waits until everything queued so far is written and flushed; false if `limit` passes first.
   bool Flush(std::chrono::milliseconds limit);
+  // Why something could not be written, in the system's words; empty if everything was that is not still waiting.
+  std::string Failure() const;
 
  private:
   struct Shared;

@@ -80,14 +80,16 @@ bool IsLive(std::string_view key) {
   });
 }
 
-// A file with any table of a host's configuration is not a scenario.
+// A file with a key of a scenario, and no table of a host's configuration.
 bool IsScenario(const ConfigTable& root) {
-  constexpr std::string_view kTables[] = {"capture", "control", "driver", "emulator",      "judging",     "log",
-                                          "module",  "policy",  "spsp",   "system_images", "translations"};
-  const std::vector<std::string> keys = root.Keys();
-  return !keys.empty() && std::ranges::none_of(keys, [&](const std::string& key) {
-    return key == "stop_at_end" || std::ranges::find(kTables, key) != std::end(kTables);
-  });
+  constexpr std::string_view kScenario[] = {"faults", "name", "repeat", "steps", "threads"};
+  constexpr std::string_view kHost[] = {"capture", "control", "driver", "emulator",    "judging",       "log",
+                                        "module",  "policy",  "spsp",   "stop_at_end", "system_images", "translations"};
+  const auto hasOneOf = [keys = root.Keys()](const auto& names) {
+    return std::ranges::any_of(
+        keys, [&](const std::string& key) { return std::ranges::find(names, key) != std::ranges::end(names); });
+  };
+  return hasOneOf(kScenario) && !hasOneOf(kHost);
 }
 
 }  // namespace
@@ -138,13 +140,14 @@ HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& err
   return config;
 }
 
-void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors) {
+void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors, const HostCheck& alsoCheck) {
   const ConfigDocument document(file, errors);
   if (!document.Parsed()) return;
   if (IsScenario(document.Root())) {
     ReadScenario(document.Root());
   } else {
-    ReadHostConfig(document.Root(), errors);
+    const HostConfig config = ReadHostConfig(document.Root(), errors);
+    if (alsoCheck && errors.Empty()) alsoCheck(document.Root(), config);
   }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@
 namespace fenlux::refhost {
 
 class ConfigErrors;
+class ConfigTable;
 
 struct ControlSettings {
   bool enabled = true;
@@ -74,7 +76,10 @@ ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigE
 // operation. Nothing if events do not come from the kernel.
 std::optional<Decision> UnknownProgramDecision(const HostConfig& config);
 
-// Validates a scenario, or a host's configuration and the scenario it names.
-void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors);
+// What else to check of a host's configuration without errors, with the table it was read from.
+using HostCheck = std::function<void(const ConfigTable& root, const HostConfig& config)>;
+
+// Validates a scenario, or a host's configuration and the scenario it names. `alsoCheck` may be empty.
+void CheckFile(const boost::filesystem::path& file, ConfigErrors& errors, const HostCheck& alsoCheck = {});
 
 }  // namespace fenlux::refhost

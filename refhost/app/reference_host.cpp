@@ -1,12 +1,10 @@
-// Composition, start, reload and stop of a host.
+// Composition, start and stop of a host.
 #include "refhost/app/reference_host.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <boost/filesystem/operations.hpp>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -16,8 +14,6 @@
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/app/recording/host_facts.h"
 #include "refhost/app/recording/port_recording.h"
-#include "refhost/app/security/file_trust.h"
-#include "refhost/base/config/config_reader.h"
 #include "refhost/base/exception_text.h"
 #include "refhost/base/start_thread.h"
 #include "refhost/emulator/driver_emulator.h"
@@ -192,32 +188,6 @@ void ReferenceHost::Poll() {
   policyNotifications.store(policyWatch.NotificationCount());
 }
 
-ReloadResult ReferenceHost::Reload() {
-  const MutexLock lock(reloadMutex);
-  ConfigErrors errors;
-  HostConfig config = LoadHostConfig(configFile, errors);
-  const std::string untrusted = start.insecurePermissions ? std::string() : WhyUntrusted(configFile);
-  if (!untrusted.empty()) errors.Add({configFile.string(), 1, 1, "(file)", untrusted});
-  if (!errors.Empty()) {
-    ++refusedReloads;
-    LogLines(Severity::kProblem, "[host] configuration not reloaded: ", errors.Text());
-    return {errors.Text(), {}};
-  }
-  std::vector<std::string> waiting = ChangesThatNeedARestart(startContent, config, configFile);
-  if (!waiting.empty()) {
-    log->Write(Severity::kWarning, fmt::format("[host] some changed settings take effect only after a restart: {}",
-                                               fmt::join(waiting, ", ")));
-  }
-  recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
-  configuration->Replace(std::move(config.reloadable.module));
-  judge->Replace(std::move(config.reloadable.rules));
-  locale->Replace(std::move(config.reloadable.translations));
-  ++reloads;
-  log->Write(Severity::kEvent, "[host] configuration reloaded");
-  if (Module() != nullptr) NotifyPolicyChanged();
-  return {{}, std::move(waiting)};
-}
-
 void ReferenceHost::Log(Severity severity, const std::string& line) { log->Write(severity, line); }
 
 void ReferenceHost::NotifyPolicyChanged() {
@@ -286,11 +256,6 @@ Report ReferenceHost::StatusReport() const {
   report["protocol_violations"] = facts.driver.protocolViolations;
   report["recording"] = RecordingReport(facts.recording);
   return report;
-}
-
-void ReferenceHost::LogLines(Severity severity, const std::string& prefix, const std::string& lines) {
-  std::istringstream stream(lines);
-  for (std::string line; std::getline(stream, line);) log->Write(severity, prefix + line);
 }
 
 }  // namespace fenlux::refhost

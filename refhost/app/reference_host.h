@@ -5,6 +5,7 @@
 #include <boost/filesystem/path.hpp>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -66,8 +67,11 @@ class ReferenceHost {
   // its driver. Call it several times a second, always on the same thread.
   void Poll();
   // Reloads the configuration file: replaces the policy and the other live settings and notifies the module. If the
-  // file has errors, logs them and changes nothing.
+  // file has errors, logs them and changes nothing. In any case opens the log file again, which may have been renamed.
   ReloadResult Reload();
+
+  // `observer` is told when a reload begins (true) and ends. Call it before Start. Must not throw.
+  void ObserveReloads(std::function<void(bool begins)> observer) { reloadObserver = std::move(observer); }
 
   // Writes a line to the host's log.
   void Log(Severity severity, const std::string& line);
@@ -89,6 +93,9 @@ class ReferenceHost {
   void NotifyPolicyChanged();
   // Begins to stop the module's work on a thread of its own. Invalid if there is nothing to wait for.
   std::future<void> StopModule();
+  // Goes on with the log in the file of that name, or in the old one if it cannot be opened.
+  void ReopenLog();
+  ReloadResult ReadAgain();
   void LogLines(Severity severity, const std::string& prefix, const std::string& lines);
 
   const boost::filesystem::path configFile;
@@ -111,7 +118,8 @@ class ReferenceHost {
 
   PolicyWatch policyWatch;
   std::atomic<std::uint64_t> policyNotifications{0};
-  Mutex reloadMutex;  // one reload at a time; nothing is guarded by it alone
+  Mutex reloadMutex;                                // one reload at a time; nothing is guarded by it alone
+  std::function<void(bool begins)> reloadObserver;  // may be empty
   std::atomic<std::uint64_t> reloads{0};
   std::atomic<std::uint64_t> refusedReloads{0};
   mutable Mutex moduleMutex;

@@ -8,12 +8,14 @@ namespace {
 
 TEST(Check, AcceptsTheExamples) {
   HostSetup setup;
-  for (const char* file : {"/scripted.toml", "/scenario-all-codes.toml"}) {
-    const Outcome outcome = setup.Run({"check", FENLUX_EXAMPLES + std::string(file)});
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
-    EXPECT_EQ(outcome.out, FENLUX_EXAMPLES + std::string(file) + ": no errors\n");
-    EXPECT_EQ(outcome.err, "");
-  }
+  const Outcome scenario = setup.Run({"check", FENLUX_EXAMPLES "/scenario-all-codes.toml"});
+  EXPECT_EQ(scenario.code, 0) << scenario.err;
+  EXPECT_EQ(scenario.out, FENLUX_EXAMPLES "/scenario-all-codes.toml: no errors\n");
+  EXPECT_EQ(scenario.err, "");
+  // Its policy shows what the module skips.
+  const Outcome scripted = setup.Run({"check", FENLUX_EXAMPLES "/scripted.toml"});
+  EXPECT_EQ(scripted.code, 0) << scripted.err;
+  EXPECT_EQ(scripted.out, FENLUX_EXAMPLES "/scripted.toml: no errors, 2 warnings\n");
   setup.SetVariable("FENLUX_WATCHED", setup.Directory("watched"));
   const Outcome kernel = setup.Run({"check", FENLUX_EXAMPLES "/kernel.toml"});
   EXPECT_EQ(kernel.code, 0) << kernel.err;

@@ -1,5 +1,6 @@
 // `fenlux-host ctl`: every operation on a running host, and the module's own message if it refuses one.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "tests/integration/host_process.h"
 
@@ -186,6 +187,17 @@ TEST(ControlWithoutAHost, ExitsWithThree) {
   EXPECT_EQ(outcome.code, 3);
   EXPECT_EQ(outcome.err, "fenlux-host: no host reachable on the control socket " + setup.Path().string() +
                              "/control/host.sock: No such file or directory\n");
+}
+
+TEST(ControlWithoutAHost, NamesEverySocketThatItTried) {
+  if (::access("/run/fenlux/host.sock", F_OK) == 0) GTEST_SKIP() << "skipped, because this machine runs the service";
+  const HostSetup setup;
+  const Outcome outcome = setup.Run({"ctl", "status"});
+  EXPECT_EQ(outcome.code, 3);
+  const std::string own = "fenlux-host: no host reachable on the control socket " + setup.Path().string() +
+                          "/fenlux/host.sock: No such file or directory; no host reachable on the control socket "
+                          "/run/fenlux/host.sock: ";
+  EXPECT_EQ(outcome.err.find(own), 0U) << outcome.err;
 }
 
 TEST(ControlSocket, IsTheUsersDefaultUnlessConfigured) {

@@ -146,14 +146,14 @@ TEST(Run, UsesASeparateLevelForTheLogFile) {
   EXPECT_EQ(outcome.code, 0) << outcome.out;
   EXPECT_EQ(outcome.err, "");
   HostProcess log(setup, "cat", {(setup.Path() / "host.log").string()});
-  EXPECT_TRUE(Contains(log.Wait().out, "debug    [Ignore OPLock]category=1 process=")) << log.Out();
+  EXPECT_TRUE(Contains(log.Wait().out, "detail  [Ignore OPLock]category=1 process=")) << log.Out();
 }
 
 TEST(Run, TranslatesTheModulesTexts) {
   const HostSetup setup;
   setup.WriteHost("[translations]\n'Driver Interact Ready.' = 'Der Treiber ist da.'\n");
   HostProcess host(setup, RunArguments(setup));
-  EXPECT_TRUE(host.WaitForError("info     Der Treiber ist da.\n"));
+  EXPECT_TRUE(host.WaitForError("event   Der Treiber ist da.\n"));
   EXPECT_EQ(host.Stop().code, 0);
 }
 

@@ -106,7 +106,9 @@ else()
 
   if(FENLUX_BUILD_REFHOST)
     contents_of(files fenlux-host)
-    expect_files(fenlux-host "${files}" bin/fenlux-host share/doc/fenlux/examples/scripted.toml etc/fenlux/host.toml)
+    expect_files(fenlux-host "${files}" bin/fenlux-host share/doc/fenlux/examples/scripted.toml etc/fenlux/host.toml
+                 etc/logrotate.d/fenlux-host lib/systemd/system/fenlux-host.service share/man/man1/fenlux-host.1.gz
+                 share/man/man1/fenlux-host-run.1.gz share/bash-completion/completions/fenlux-host)
     expect_field(Package "^fenlux-host\n$")
     expect_field(Depends "${library} \\(= ${FENLUX_DEB_VERSION}\\)")
   endif()

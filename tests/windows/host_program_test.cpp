@@ -254,7 +254,7 @@ TEST(HostProgram, WritesItsLogFileWhereConfigured) {
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_FALSE(Contains(outcome.err, "Driver Interact Ready.")) << outcome.err;
   const std::string log = FileText(setup.Path() / L"log-\u00FC.txt");
-  const std::regex line(R"((^|\n)\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} info     Driver Interact Ready\.\n)");
+  const std::regex line(R"((^|\n)\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} event   Driver Interact Ready\.\n)");
   EXPECT_TRUE(std::regex_search(log, line)) << log;
 }
 

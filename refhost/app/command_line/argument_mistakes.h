@@ -1,7 +1,7 @@
 // What is wrong with the words of a command line, in messages that name the word and suggest the right one.
 #pragma once
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 

@@ -10,6 +10,7 @@
 #include "refhost/app/command_line/argument_mistakes.h"
 #include "refhost/app/command_line/commands_of_line.h"
 #include "refhost/app/command_line/help_text.h"
+#include "refhost/app/command_line/version_text.h"
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/problem_output.h"
 #include "refhost/base/platform/terminal.h"
@@ -44,6 +45,7 @@ std::unique_ptr<CLI::App> MakeCommandLine(int& code) {
   app->allow_windows_style_options(false);  // a path may begin with a slash
   app->require_subcommand(1);
   app->set_help_flag("-h,--help", "Show this help and exit");
+  app->set_version_flag("--version", VersionText, "Show the versions and exit");
   AddRun(*app, code);
   AddCheck(*app, code);
   AddDecode(*app, code);
@@ -60,6 +62,8 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
     app->parse(std::move(reversed));
   } catch (const CLI::CallForHelp&) {
     return Show(HelpText(Chosen(*app), OutputWidth()));
+  } catch (const CLI::CallForVersion&) {
+    return Show(VersionText() + "\n");
   } catch (const CLI::ParseError& error) {
     return FailUsage(error.what(), arguments);
   }

@@ -2,7 +2,7 @@
 // and the shell's completion, so none of them can be out of date.
 #pragma once
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>

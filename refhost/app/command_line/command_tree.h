@@ -1,7 +1,7 @@
 // Views of the tree of commands, in the order of help.
 #pragma once
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 

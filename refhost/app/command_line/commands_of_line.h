@@ -1,7 +1,7 @@
 // The parts of the tree, one per command. Each adds its command with its options, and runs it when it is parsed.
 #pragma once
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 
 namespace fenlux::refhost {
 

@@ -104,7 +104,10 @@ std::string HelpText(const CLI::App& command, std::size_t width) {
   text += Section("Arguments", RowsOf(Positionals(command)), width);
   text += Section("Options", RowsOf(Options(command)), width);
   text += Section("Common options", CommonRows(command), width);
-  if (const std::string footer = command.get_footer(); !footer.empty()) text += "\n" + Wrapped(footer, 0, width) + "\n";
+  // The parser hands the text at the end down to the operations of a command.
+  const std::string footer = command.get_footer();
+  const bool isOwn = command.get_parent() == nullptr || command.get_parent()->get_footer() != footer;
+  if (isOwn && !footer.empty()) text += "\n" + Wrapped(footer, 0, width) + "\n";
   return text;
 }
 

@@ -1,7 +1,7 @@
 // The text of --help.
 #pragma once
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 #include <string>
 #include <string_view>
 

@@ -6,12 +6,24 @@
 #include "refhost/app/command_line/value_checks.h"
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/platform/signals.h"
+#include "refhost/base/platform/environment.h"
 
 namespace fenlux::refhost {
+namespace {
+
+constexpr char kColorWords[] = "auto|always|never";
+
+LogColors ColorsOf(const std::string& word) {
+  if (word == "always") return LogColors::kAlways;
+  const bool unwanted = word == "never" || !EnvironmentText("NO_COLOR").value_or("").empty();
+  return unwanted ? LogColors::kNever : LogColors::kIfTerminal;
+}
+
+}  // namespace
 
 void AddRun(CLI::App& app, int& code) {
   struct Values {
-    std::string config, module, socket, record, duration;
+    std::string config, module, socket, record, duration, color;
     RunOptions options;
   };
   auto values = std::make_shared<Values>();
@@ -27,6 +39,10 @@ void AddRun(CLI::App& app, int& code) {
       ->type_name("TIME")
       ->check(Duration());
   run->add_flag("--json", options.json, "Write the log, the summary and errors as JSON, one object per line");
+  run->add_option("--color", values->color,
+                  "Color the log on the console; auto colors it on a terminal, and not if the variable NO_COLOR is set")
+      ->type_name(kColorWords)
+      ->check(OneOf(kColorWords));
   run->add_flag("--insecure-permissions", options.insecurePermissions,
                 "As root, use a configuration, module or log that other users may change");
   run->footer(SignalHelp() +
@@ -41,6 +57,7 @@ void AddRun(CLI::App& app, int& code) {
     chosen.socket = values->socket;
     chosen.record = values->record;
     if (!values->duration.empty()) chosen.duration = DurationOf(values->duration);
+    chosen.colors = ColorsOf(values->color);
     code = RunHost(chosen);
   });
 }

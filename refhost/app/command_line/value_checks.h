@@ -1,7 +1,7 @@
 // Checks of the values of options and arguments. Each message says what is allowed and what was given.
 #pragma once
 
-#include <CLI/Validators.hpp>
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdint>
 #include <string>

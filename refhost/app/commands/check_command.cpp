@@ -1,8 +1,9 @@
-// The `check` command: validates a file without running anything.
+// The `check` command: validates a file, and tries what `run` would begin with.
 #include <fmt/format.h>
 
 #include <iostream>
 
+#include "refhost/app/checks/run_trial.h"
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/host_config.h"
@@ -14,7 +15,7 @@ namespace fenlux::refhost {
 
 int CheckConfiguration(const boost::filesystem::path& file, bool json) {
   ConfigErrors errors;
-  CheckFile(file, errors);
+  CheckFile(file, errors, TryRun);
   if (json) {
     std::cout << ProblemLines(errors, true) << std::flush;
   } else {
@@ -23,8 +24,10 @@ int CheckConfiguration(const boost::filesystem::path& file, bool json) {
     const std::string also = warnings == 0 ? "" : fmt::format(", {} warning{}", warnings, warnings == 1 ? "" : "s");
     if (errors.Empty()) std::cout << PrintableLines(file.string()) << ": no errors" << also << '\n' << std::flush;
   }
+  const bool written = static_cast<bool>(std::cout);
+  if (!written) std::cerr << ProblemLines("fenlux-host: " + OutputFailure(), json);
   if (!errors.Empty()) return kExitUsage;
-  return std::cout ? kExitSuccess : kExitOutput;
+  return written ? kExitSuccess : kExitOutput;
 }
 
 }  // namespace fenlux::refhost

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "refhost/app/control/control_protocol.h"
+#include "refhost/services/log/log_service.h"
 
 namespace fenlux::refhost {
 
@@ -18,14 +19,16 @@ struct RunOptions {
   boost::filesystem::path record;  // capture to record into; overrides the configuration unless empty
   std::optional<std::chrono::milliseconds> duration;  // if absent, run until a signal or the configured end
   bool json = false;
-  bool insecurePermissions = false;  // as root, use files that other users may change
+  LogColors colors = LogColors::kIfTerminal;  // of the log on the console
+  bool insecurePermissions = false;           // as root, use files that other users may change
 };
 
 // Runs a host. Returns only if the host could not be created; otherwise ends the process when the run is over, because
 // the module's threads are never joined.
 int RunHost(const RunOptions& options);
 
-// Validates a configuration or a scenario. With `json`, shows what it finds as JSON on standard output.
+// Validates a configuration or a scenario, and tries what a run with the configuration would begin with. With `json`,
+// shows what it finds as JSON on standard output.
 int CheckConfiguration(const boost::filesystem::path& file, bool json);
 
 struct DecodeOptions {

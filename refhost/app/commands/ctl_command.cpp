@@ -17,11 +17,27 @@ namespace {
 // Long, because `stop --clear` waits for the driver.
 constexpr std::chrono::seconds kAnswerTimeout{60};
 
-boost::filesystem::path SocketPath(const ControlOptions& options, ConfigErrors& errors) {
-  if (!options.socket.empty()) return options.socket;
-  if (options.config.empty()) return DefaultControlPath();
+using Paths = std::vector<boost::filesystem::path>;
+
+// Where to look for the host, in this order.
+Paths SocketPaths(const ControlOptions& options, ConfigErrors& errors) {
+  if (!options.socket.empty()) return {options.socket};
+  if (options.config.empty()) return DefaultControlPaths();
   const boost::filesystem::path socket = LoadControlSettings(options.config, errors).socket;
-  return socket.empty() ? DefaultControlPath() : socket;
+  return socket.empty() ? DefaultControlPaths() : Paths{socket};
+}
+
+// The answer of the first host that can be reached. Throws ControlChannelError, with what was tried.
+std::string SendToFirst(const Paths& paths, const std::string& request) {
+  std::string tried;
+  for (const auto& path : paths) {
+    try {
+      return SendControlRequest(path, request, kAnswerTimeout);
+    } catch (const ControlChannelUnreachable& error) {
+      tried += (tried.empty() ? "" : "; ") + std::string(error.what());
+    }
+  }
+  throw ControlChannelError(tried);
 }
 
 int Fail(int code, const ControlOptions& options, const std::string& text) {
@@ -33,7 +49,7 @@ int Fail(int code, const ControlOptions& options, const std::string& text) {
 
 int ControlHost(ControlOptions options) {
   ConfigErrors errors;
-  const boost::filesystem::path path = SocketPath(options, errors);
+  const Paths paths = SocketPaths(options, errors);
   if (!options.items.empty()) {
     options.request.arguments["items"] = EncodeNetItems(LoadNetItems(options.items, errors));
   }
@@ -49,7 +65,7 @@ int ControlHost(ControlOptions options) {
                             request.size(), kMaxControlRequest));
   }
   try {
-    const std::string line = SendControlRequest(path, request, kAnswerTimeout);
+    const std::string line = SendToFirst(paths, request);
     const std::optional<ControlAnswer> answer = DecodeAnswer(line);
     if (!answer) throw ControlChannelError("the host's answer is malformed");
     if (!answer->done) {

@@ -12,6 +12,7 @@
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/platform/signals.h"
+#include "refhost/app/problem_output.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/progress_bar.h"
 #include "refhost/capture/decode/capture_decoder.h"
@@ -67,9 +68,16 @@ class Output {
   }
   void Flush() {
     std::cout << text << std::flush;
+    if (!std::cout && failure.empty()) failure = OutputFailure();
     text.clear();
   }
   std::uint64_t Problems() const { return problems; }
+  // The exit code of a command that succeeds if all that it showed could be written.
+  int Code() const {
+    if (failure.empty()) return kExitSuccess;
+    std::cerr << ProblemLines("fenlux-host: " + failure, json);
+    return kExitOutput;
+  }
 
   void Note(std::uint64_t offset, const std::string& what) {
     Flush();
@@ -97,6 +105,7 @@ class Output {
 
   const bool json;
   std::string text;
+  std::string failure;  // of the first write that failed
   std::uint64_t problems = 0;
 };
 
@@ -148,7 +157,7 @@ int DecodeCapture(const DecodeOptions& options) {
     Follow(options.file, decoder, output);
     decoder.Finish();
     output.Flush();
-    return kExitSuccess;
+    return output.Code();
   }
   capture::CaptureReader reader(stream);
   decoder.Read(reader);
@@ -158,7 +167,7 @@ int DecodeCapture(const DecodeOptions& options) {
   if (stream.bad()) return Fail(fmt::format("{} cannot be read: {}", options.file.string(), LastErrorText()));
   if (!reader.IsCapture()) return Fail(options.file.string() + " is not a capture");
   if (reader.CutOff()) output.Note(reader.Offset(), "the file ends in the middle of a block, which is left out");
-  return output.Problems() == 0 ? kExitSuccess : kExitUsage;
+  return output.Problems() == 0 ? output.Code() : kExitUsage;
 }
 
 }  // namespace fenlux::refhost

@@ -20,9 +20,10 @@
 #include "refhost/app/reference_host.h"
 #include "refhost/app/security/file_trust.h"
 #include "refhost/app/security/privileges.h"
+#include "refhost/app/security/trusted_log.h"
+#include "refhost/app/service/service_reports.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/start_thread.h"
-#include "refhost/services/log/log_file.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -110,11 +111,7 @@ std::string UntrustedFile(const RunOptions& options, const HostConfig& config) {
 // Null if no file is configured.
 LogFile OpenLog(const RunOptions& options, const HostConfig& config) {
   const boost::filesystem::path& file = config.start.log.file;
-  if (file.empty()) return nullptr;
-  LogFile opened = OpenLogFile(file);
-  const std::string reason = options.insecurePermissions ? std::string() : WhyUntrusted(file, opened.get());
-  if (!reason.empty()) throw std::runtime_error(reason);
-  return opened;
+  return file.empty() ? nullptr : OpenTrustedLog(file, options.insecurePermissions);
 }
 
 // The module and the driver go on without the step, and so does the run.
@@ -152,12 +149,17 @@ void HandleSignal(HostSignal received, ReferenceHost& host, const RunOptions& op
 }
 
 // Returns when the run has to stop.
-void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, BoundedOutput& out) {
+void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, const ServiceManager& manager,
+           BoundedOutput& out) {
   const Clock::time_point startTime = Clock::now();
+  ServiceReports reports(manager, [&host] { return ServiceStatus(host); });
   for (;;) {
     const HostSignal received = WaitForSignal(kPollInterval);
     if (received == HostSignal::kStop) return;
-    IfThereIsMemory([&] { HandleSignal(received, host, options, out); });
+    IfThereIsMemory([&] {
+      HandleSignal(received, host, options, out);
+      reports.Poll(Clock::now());
+    });
     if (options.duration && Clock::now() - startTime >= *options.duration) return;
     if (stopAtEnd && host.ScenarioFinished()) return;
   }
@@ -202,7 +204,9 @@ int RunHost(const RunOptions& options) {
     control.socket = options.socket;
   }
   if (!options.record.empty()) config.start.recording.file = options.record;
+  config.start.log.colors = options.colors;
   const bool stopAtEnd = config.start.stopAtEnd;
+  const ServiceManager manager;
   if (const std::string reason = UntrustedFile(options, config); !reason.empty())
     return Fail(kExitUsage, options, reason);
 
@@ -215,6 +219,7 @@ int RunHost(const RunOptions& options) {
     ControlOpening opening = OpenControl(control);
     LimitPrivileges(config.emulator.source == EventSourceKind::kFanotify);
     host = std::make_unique<ReferenceHost>(options.config, std::move(config), std::move(logFile));
+    host->ObserveReloads([&manager](bool begins) { begins ? manager.Reloading() : manager.Ready(); });
     out = std::make_unique<BoundedOutput>(std::cout, "standard output");
     controlThread = ServeControl(*host, std::move(opening));
   } catch (const std::runtime_error& error) {
@@ -225,12 +230,14 @@ int RunHost(const RunOptions& options) {
   try {
     host->Start(options.module);
     StartPolling(*host);
-    Serve(*host, options, stopAtEnd, *out);
+    manager.Ready();
+    Serve(*host, options, stopAtEnd, manager, *out);
   } catch (const std::runtime_error& error) {  // the module cannot be used, or a thread is missing
     code = Fail(kExitModule, options, error.what());
   } catch (const std::bad_alloc&) {
     code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
+  manager.Stopping();
   const Clock::time_point deadline = Clock::now() + kStopTimeout;
   try {
     if (controlThread != nullptr) controlThread->Stop();
@@ -247,6 +254,9 @@ int RunHost(const RunOptions& options) {
     code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   out->Flush(OutputTimeout(deadline));
+  if (const std::string failure = out->Failure(); code == kExitSuccess && !failure.empty()) {
+    code = Fail(kExitOutput, options, "standard output cannot be written: " + failure);
+  }
   // The module's workers are detached and still use the host, so the process ends without destroying it. Everything
   // that matters outside has been stopped, drained and flushed; a stuck output is left behind.
   EndProcess(code);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace fenlux::refhost {
 
@@ -41,8 +42,19 @@ class ControlChannelBusy : public ControlChannelError {
   using ControlChannelError::ControlChannelError;
 };
 
+// No host listens there.
+class ControlChannelUnreachable : public ControlChannelError {
+ public:
+  using ControlChannelError::ControlChannelError;
+};
+
 // Where a host listens by default. The path belongs to the user alone.
 boost::filesystem::path DefaultControlPath();
+// Where `ctl` looks for a host by default, in this order: the user's own, and that of the system's service.
+std::vector<boost::filesystem::path> DefaultControlPaths();
+
+// Why no host can listen there, except that another one does; empty if it can. Changes nothing.
+std::string WhyNoListener(const boost::filesystem::path& path);
 
 // The host's end. Accepts clients of the host's own user only.
 class ControlListener {
@@ -66,7 +78,7 @@ class ControlListener {
 };
 
 // The operator's end: sends one request line and returns the answer line, all within `timeout`. Throws
-// ControlChannelError.
+// ControlChannelUnreachable if there is no host, or another ControlChannelError.
 std::string SendControlRequest(const boost::filesystem::path& path, const std::string& request,
                                std::chrono::milliseconds timeout);
 

@@ -71,6 +71,12 @@ std::optional<std::string> ReadLine(const Descriptor& socket, Clock::time_point 
   return std::nullopt;
 }
 
+// Where the system's service listens, whose directory systemd makes.
+const fs::path& ServicePath() {
+  static const fs::path path = "/run/fenlux/host.sock";
+  return path;
+}
+
 bool IsOwnDirectory(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
@@ -86,9 +92,15 @@ fs::path DefaultControlPath() {
   if (!runtime.empty() && IsOwnDirectory(runtime)) {
     directory = fs::path(runtime) / "fenlux";
   } else if (::geteuid() == 0) {
-    directory = "/run/fenlux";
+    directory = ServicePath().parent_path();
   }
   return directory / "host.sock";
+}
+
+std::vector<fs::path> DefaultControlPaths() {
+  std::vector<fs::path> paths{DefaultControlPath()};
+  if (paths.front() != ServicePath()) paths.push_back(ServicePath());
+  return paths;
 }
 
 class ControlListener::Body {

@@ -59,6 +59,8 @@ std::optional<Handle> OpenPipe(const std::wstring& name, Clock::time_point deadl
 }  // namespace
 
 fs::path DefaultControlPath() { return DefaultPipeName(); }
+std::vector<fs::path> DefaultControlPaths() { return {DefaultControlPath()}; }
+std::string WhyNoListener(const fs::path& /*path*/) { return {}; }
 
 class ControlListener::Body {
  public:

@@ -54,32 +54,38 @@ int Connect(const Descriptor& socket, const sockaddr_un& address, std::chrono::m
   return ::connect(socket.Get(), Generic(address), sizeof(address)) == 0 ? 0 : errno;
 }
 
-// The directory must be owned by the user and accessible to the user only. Creates it if it is missing.
+// The directory must be owned by the user and accessible to the user only.
+void CheckDirectory(const fs::path& directory) {
+  struct stat status {};
+  const bool closed = ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+                      status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+  if (closed) return;
+  throw ControlChannelError(
+      fmt::format("the directory {} of the control socket must be owned by you and accessible to you only (chmod 700)",
+                  directory.native()));
+}
+
+// Creates the directory if it is missing.
 void PrepareDirectory(const fs::path& directory) {
   if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     throw ControlChannelError(
         fmt::format("cannot create the directory {} of the control socket: {}", directory.native(), LastErrorText()));
   }
-  struct stat status {};
-  const bool closed = ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-                      status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-  if (!closed) {
-    throw ControlChannelError(fmt::format(
-        "the directory {} of the control socket must be owned by you and accessible to you only (chmod 700)",
-        directory.native()));
-  }
+  CheckDirectory(directory);
+}
+
+[[noreturn]] void RefuseOtherFile(const fs::path& path) {
+  throw ControlChannelError(
+      fmt::format("cannot open the control socket {}: there is something else, which is not a socket; move it away, "
+                  "or choose another socket with --socket or [control]",
+                  path.native()));
 }
 
 // Removes a socket that nobody listens on any more, and nothing else.
 void RemoveLeftover(const fs::path& path, const sockaddr_un& address) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return;
-  if (!S_ISSOCK(status.st_mode)) {
-    throw ControlChannelError(
-        fmt::format("cannot open the control socket {}: there is something else, which is not a socket; move it away, "
-                    "or choose another socket with --socket or [control]",
-                    path.native()));
-  }
+  if (!S_ISSOCK(status.st_mode)) RefuseOtherFile(path);
   const int error = Connect(NewSocket(), address, kProbeTimeout);
   if (error == 0 || error == EAGAIN) {
     throw ControlChannelBusy("another host is listening on the control socket " + path.native() +
@@ -113,14 +119,34 @@ Descriptor ListenAt(const fs::path& path) {
   return socket;
 }
 
+std::string WhyNoListener(const fs::path& path) {
+  try {
+    AddressOf(path);
+    struct stat status {};
+    const fs::path directory = path.parent_path();
+    if (::lstat(directory.c_str(), &status) == 0) {
+      CheckDirectory(directory);
+    } else if (::access(directory.parent_path().c_str(), W_OK | X_OK) != 0) {
+      return fmt::format("cannot create the directory {} of the control socket: {}", directory.native(),
+                         LastErrorText());
+    }
+    if (::lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) RefuseOtherFile(path);
+    return {};
+  } catch (const ControlChannelError& error) {
+    return error.what();
+  }
+}
+
 Descriptor ConnectTo(const fs::path& path, std::chrono::milliseconds limit) {
   const sockaddr_un address = AddressOf(path);
   Descriptor socket = NewSocket();
   if (const int error = Connect(socket, address, limit); error != 0) {
-    throw ControlChannelError(fmt::format("no host reachable on the control socket {}: {}", path.native(),
-                                          error == EAGAIN
-                                              ? "a host listens there, but does not accept clients; is it stopped?"
-                                              : SystemErrorText(error)));
+    const std::string prefix = fmt::format("no host reachable on the control socket {}: ", path.native());
+    if (error == EAGAIN) {
+      throw ControlChannelError(prefix + "a host listens there, but does not accept clients; is it stopped?");
+    }
+    const std::string hint = error == EACCES ? " (it is another user's, such as root's service; use sudo)" : "";
+    throw ControlChannelUnreachable(prefix + SystemErrorText(error) + hint);
   }
   if (!IsOwnUser(socket)) {
     throw ControlChannelError("the control socket " + path.native() + " belongs to another user's process");

@@ -12,7 +12,8 @@ namespace fenlux::refhost {
 // socket that a killed host left. Throws ControlChannelBusy or ControlChannelError.
 Descriptor ListenAt(const boost::filesystem::path& path);
 
-// Connects to the socket at `path`. Throws ControlChannelError, also if it belongs to another user's process.
+// Connects to the socket at `path`. Throws ControlChannelUnreachable, or ControlChannelError if it belongs to another
+// user's process.
 Descriptor ConnectTo(const boost::filesystem::path& path, std::chrono::milliseconds limit);
 
 // Whether the process at the other end runs as this user.

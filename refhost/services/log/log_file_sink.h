@@ -15,12 +15,15 @@ class LogFileSink final : public spdlog::sinks::base_sink<spdlog::details::null_
  public:
   explicit LogFileSink(LogFile opened) : file(std::move(opened)) {}
 
+  // Writes to this file from here on. Everything before it must have been flushed.
+  void Replace(LogFile opened) { file = std::move(opened); }
+
  protected:
   void sink_it_(const spdlog::details::log_msg& message) override;
   void flush_() override;
 
  private:
-  const LogFile file;
+  LogFile file;
 };
 
 }  // namespace fenlux::refhost

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "refhost/base/severity.h"
@@ -19,15 +20,16 @@ struct LogLine {
   std::string text;
 };
 
-spdlog::level::level_enum LevelOf(Severity severity);
+// The level by which the outputs know the severity. Each has its own.
+spdlog::level::level_enum SinkLevelOf(Severity severity);
 
 // Formats lines. Not thread-safe.
 class LogLineFormatter {
  public:
   explicit LogLineFormatter(bool asJson) : json(asJson) {}
 
-  // The pattern that spdlog puts around the formatted text.
-  std::string Pattern() const;
+  // What the outputs put around the formatted text.
+  std::unique_ptr<spdlog::formatter> LineFormatter() const;
   std::string Format(const LogLine& line);
 
  private:

@@ -19,22 +19,29 @@ using Clock = std::chrono::steady_clock;
 // A line may have any length, so the number of lines alone does not limit the memory.
 constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
 
+spdlog::color_mode ColorMode(LogColors colors) {
+  constexpr std::array<spdlog::color_mode, 3> kModes{spdlog::color_mode::automatic, spdlog::color_mode::always,
+                                                     spdlog::color_mode::never};
+  return kModes[static_cast<std::size_t>(colors)];
+}
+
 }  // namespace
 
 LogQueue::LogQueue(const LogSettings& settings, LogFile file)
     : maxLines(settings.queueLines),
-      console(std::make_shared<spdlog::sinks::stderr_color_sink_st>()),
+      console(std::make_shared<spdlog::sinks::stderr_color_sink_st>(ColorMode(settings.colors))),
       formatter(settings.json) {
-  console->set_pattern(formatter.Pattern());
+  console->set_formatter(formatter.LineFormatter());
   AddOutput(console, settings.consoleLevel, stderr);
   if (settings.file.empty()) return;
   if (file == nullptr) file = OpenLogFile(settings.file);
-  AddOutput(std::make_shared<LogFileSink>(std::move(file)), settings.fileLevel, nullptr);
+  fileSink = std::make_shared<LogFileSink>(std::move(file));
+  AddOutput(fileSink, settings.fileLevel, nullptr);
 }
 
 void LogQueue::AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream) {
   if (level >= kSeverities) return;
-  sink->set_pattern(formatter.Pattern());
+  sink->set_formatter(formatter.LineFormatter());
   outputs.push_back({std::move(sink), level, stream});
   minLevel = std::min(minLevel, level);
 }
@@ -65,10 +72,13 @@ void LogQueue::Put(Severity severity, std::uint32_t code, std::string_view text,
 void LogQueue::RunWriter() {
   std::vector<LogLine> taken;
   for (;;) {
+    LogFile file;
     {
       MutexLock lock(mutex);
-      while (!stopping && lines.empty()) lock.Wait(added);
-      if (lines.empty()) {
+      while (!stopping && lines.empty() && nextFile == nullptr) lock.Wait(added);
+      file = std::move(nextFile);
+      nextFile = nullptr;
+      if (stopping && lines.empty()) {
         stopped = true;
         drained.notify_all();
         return;
@@ -77,6 +87,7 @@ void LogQueue::RunWriter() {
       bytes = 0;
       writing = taken.size();
     }
+    if (file != nullptr) UseFile(std::move(file));
     const std::size_t lost = WriteBatch(taken);
     {
       const MutexLock lock(mutex);
@@ -96,6 +107,16 @@ bool LogQueue::Drain(std::chrono::milliseconds timeout) {
     if (!lock.WaitUntil(drained, deadline)) return lines.empty() && writing == 0;
   }
   return true;
+}
+
+void LogQueue::ReplaceFile(LogFile file) {
+  const MutexLock lock(mutex);
+  nextFile = std::move(file);
+  added.notify_one();
+}
+
+void LogQueue::UseFile(LogFile file) {
+  if (fileSink != nullptr) fileSink->Replace(std::move(file));
 }
 
 void LogQueue::Stop() {
@@ -143,7 +164,7 @@ bool LogQueue::Write(const LogLine& line) noexcept {
   bool accepted = true;
   try {
     const std::string text = formatter.Format(line);
-    const spdlog::details::log_msg message(line.time, {}, "", LevelOf(line.severity), text);
+    const spdlog::details::log_msg message(line.time, {}, "", SinkLevelOf(line.severity), text);
     for (const Output& output : outputs) {
       if (static_cast<std::size_t>(line.severity) >= output.level) accepted = WriteTo(output, message) && accepted;
     }
@@ -185,7 +206,7 @@ void LogQueue::ReportLoss(const char* reason) noexcept {
     const LogLine line{std::chrono::system_clock::now(), Severity::kProblem, 0, 0,
                        fmt::format("[host] log lines are lost, counted as dropped: {}", reason)};
     const std::string text = formatter.Format(line);
-    console->log(spdlog::details::log_msg(line.time, {}, "", LevelOf(line.severity), text));
+    console->log(spdlog::details::log_msg(line.time, {}, "", SinkLevelOf(line.severity), text));
   } catch (...) {  // Ignored: the lost lines are counted.
   }
 }

@@ -24,6 +24,8 @@
 
 namespace fenlux::refhost {
 
+class LogFileSink;
+
 // Any thread, unless an operation says otherwise.
 class LogQueue {
  public:
@@ -40,6 +42,8 @@ class LogQueue {
   // Waits until the writer has finished; false if `timeout` passes first.
   bool WaitStopped(std::chrono::milliseconds timeout);
   LogTotals Totals() const;
+  // Lets the writer write to this file from its next lines on, and close the one before.
+  void ReplaceFile(LogFile file);
 
   // The body of the writer thread.
   void RunWriter();
@@ -51,6 +55,8 @@ class LogQueue {
     std::FILE* stream;  // whose errors the sink does not report; null: the sink reports its errors
   };
 
+  // Takes a file that ReplaceFile left.
+  void UseFile(LogFile file);
   void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream);
   // Writes the lines and returns how many are lost: a line counts as written only if every output took it, and a batch
   // whose flush fails is lost as a whole, because nobody knows how much of it got through.
@@ -65,6 +71,7 @@ class LogQueue {
   const std::size_t maxLines;
   std::vector<Output> outputs;                   // fixed at construction, then used by the writer alone
   std::shared_ptr<spdlog::sinks::sink> console;  // also if no line goes there: for ReportLoss
+  std::shared_ptr<LogFileSink> fileSink;         // null: no file
   bool lossReported = false;                     // the writer's
   LogLineFormatter formatter;                    // the writer's
   std::size_t minLevel = kSeverities;            // of all outputs; fixed at construction
@@ -76,6 +83,7 @@ class LogQueue {
   std::condition_variable added;    // a line, or a stop
   std::condition_variable drained;  // the writer wrote what it took, or finished
   std::vector<LogLine> lines FENLUX_GUARDED_BY(mutex);
+  LogFile nextFile FENLUX_GUARDED_BY(mutex);  // null: none waits
   std::size_t bytes FENLUX_GUARDED_BY(mutex) = 0;
   std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;
   std::uint64_t written FENLUX_GUARDED_BY(mutex) = 0;

@@ -54,4 +54,6 @@ bool LogService::Drain(std::chrono::milliseconds timeout) { return queue->Drain(
 
 LogTotals LogService::Totals() const { return queue->Totals(); }
 
+void LogService::ReplaceFile(std::shared_ptr<std::FILE> opened) { queue->ReplaceFile(std::move(opened)); }
+
 }  // namespace fenlux::refhost

@@ -23,6 +23,9 @@ class LogQueue;
 
 std::string_view SeverityName(Severity severity);
 
+// Whether severities are colored on the console.
+enum class LogColors : std::size_t { kIfTerminal, kAlways, kNever };
+
 struct LogSettings {
   // Each output gets lines of its level and above. kSeverities turns it off.
   std::size_t consoleLevel = static_cast<std::size_t>(Severity::kEvent);
@@ -30,6 +33,7 @@ struct LogSettings {
   boost::filesystem::path file;  // empty: none; otherwise lines are appended
   bool json = false;             // one object per line instead of text
   std::size_t queueLines = 8192;
+  LogColors colors = LogColors::kIfTerminal;
 
   bool operator==(const LogSettings&) const = default;
 };
@@ -74,6 +78,9 @@ class LogService final : public CLog {
   // Waits until everything logged before the call is written; false if `timeout` passes first.
   bool Drain(std::chrono::milliseconds timeout);
   LogTotals Totals() const;
+
+  // Writes to this file from here on instead of the one before, which is closed. Ignored if the settings name no file.
+  void ReplaceFile(std::shared_ptr<std::FILE> opened);
 
  private:
   const std::shared_ptr<LogQueue> queue;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -55,6 +56,25 @@ TEST(BoundedOutput, WritesInOrder) {
   EXPECT_TRUE(output.Write("two\n"));
   ASSERT_TRUE(output.Flush(kTimeout));
   EXPECT_EQ(stream.str(), "one\ntwo\n");
+}
+
+// A stream that takes nothing, like one to a full disk.
+class FullBuffer final : public std::streambuf {
+ protected:
+  std::streamsize xsputn(const char* /*data*/, std::streamsize /*size*/) override {
+    errno = ENOSPC;
+    return 0;
+  }
+};
+
+TEST(BoundedOutput, SaysWhyItCouldNotWrite) {
+  FullBuffer buffer;
+  std::ostream stream(&buffer);
+  BoundedOutput output(stream, "a test");
+  EXPECT_EQ(output.Failure(), "");
+  EXPECT_TRUE(output.Write("lost\n"));
+  ASSERT_TRUE(output.Flush(kTimeout));
+  EXPECT_NE(output.Failure(), "");
 }
 
 TEST(BoundedOutput, NeverWaitsForAReaderAndDropsWhatDoesNotFit) {

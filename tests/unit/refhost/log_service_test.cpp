@@ -50,13 +50,13 @@ TEST(LogService, WritesEachOperationWithItsSeverity) {
   ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   ASSERT_EQ(lines.size(), 7U);
-  EXPECT_EQ(WithoutTime(lines[0]), "critical alert");
-  EXPECT_EQ(WithoutTime(lines[1]), "error    problem");
-  EXPECT_EQ(WithoutTime(lines[2]), "warning  warning");
-  EXPECT_EQ(WithoutTime(lines[3]), "info     notice");
-  EXPECT_EQ(WithoutTime(lines[4]), "info     event");
-  EXPECT_EQ(WithoutTime(lines[5]), "debug    detail");
-  EXPECT_EQ(WithoutTime(lines[6]), "info     (category 7) thread line");
+  EXPECT_EQ(WithoutTime(lines[0]), "alert   alert");
+  EXPECT_EQ(WithoutTime(lines[1]), "problem problem");
+  EXPECT_EQ(WithoutTime(lines[2]), "warning warning");
+  EXPECT_EQ(WithoutTime(lines[3]), "notice  notice");
+  EXPECT_EQ(WithoutTime(lines[4]), "event   event");
+  EXPECT_EQ(WithoutTime(lines[5]), "detail  detail");
+  EXPECT_EQ(WithoutTime(lines[6]), "event   (category 7) thread line");
   EXPECT_EQ(log.Totals().Of(Severity::kAlert), 1U);
   EXPECT_EQ(log.Totals().Of(Severity::kEvent), 2U);
 }
@@ -85,8 +85,8 @@ TEST(LogService, EscapesLineEndsAndOtherControlCharacters) {
   ASSERT_TRUE(log.Drain(kTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(WithoutTime(lines[0]), "info     a\\nb\\x1b[31m");
-  EXPECT_EQ(WithoutTime(lines[1]), "info     /x/\\u202egpj.exe\\u2028\\\\n");
+  EXPECT_EQ(WithoutTime(lines[0]), "event   a\\nb\\x1b[31m");
+  EXPECT_EQ(WithoutTime(lines[1]), "event   /x/\\u202egpj.exe\\u2028\\\\n");
 }
 
 TEST(LogService, OmitsAndCountsLinesBelowTheThreshold) {

@@ -134,7 +134,7 @@ TEST(UtilityServiceLog, WritesLinesWithTheirCategory) {
   const auto log = std::make_shared<LogService>(settings);
   UtilityService(log, false).WriteLog(0x10003, "thread start", 7);
   ASSERT_TRUE(log->Drain(std::chrono::seconds(20)));
-  EXPECT_NE(FileText(settings.file).find("info     (category 7) thread start\n"), std::string::npos);
+  EXPECT_NE(FileText(settings.file).find("event   (category 7) thread start\n"), std::string::npos);
 }
 
 }  // namespace

@@ -1,0 +1,135 @@
+// One function for each thing that a run begins with.
+#include "refhost/app/checks/run_trial.h"
+
+#include <fmt/format.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <stdexcept>
+#include <string>
+
+#include "refhost/app/checks/rule_warnings.h"
+#include "refhost/app/checks/system_facts.h"
+#include "refhost/app/control/control_channel.h"
+#include "refhost/app/host_config.h"
+#include "refhost/app/platform/module_loader.h"
+#include "refhost/app/security/file_trust.h"
+#include "refhost/base/config/config_reader.h"
+#include "refhost/services/log/log_file.h"
+
+namespace fenlux::refhost {
+namespace {
+
+namespace fs = boost::filesystem;
+
+bool Exists(const fs::path& path) {
+  boost::system::error_code ignored;
+  return fs::exists(path, ignored);
+}
+
+bool IsDirectory(const fs::path& path) {
+  boost::system::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+// Whether root may use the file. Reports why not.
+bool IsTrusted(const ConfigTable& table, std::string_view key, const fs::path& file) {
+  const std::string reason = file.empty() ? std::string() : WhyUntrusted(file);
+  if (!reason.empty()) table.Report(key, reason);
+  return reason.empty();
+}
+
+void TryModule(const ConfigTable& module, const HostConfig& config) {
+  const fs::path& configured = config.start.moduleLibrary;
+  const fs::path library = configured.empty() ? DefaultModuleLibrary() : configured;
+  if (!IsTrusted(module, "library", library)) return;
+  try {
+    const ModuleLibrary loaded(library);
+  } catch (const ModuleLoadError& error) {
+    module.Report("library", error.what());
+  }
+}
+
+// A run creates the file, and, if `withDirectories`, the directories on the way.
+void TryNewFile(const ConfigTable& table, const fs::path& file, bool withDirectories) {
+  fs::path directory = fs::absolute(file).parent_path();
+  while (withDirectories && !Exists(directory) && directory.has_parent_path()) directory = directory.parent_path();
+  const std::string reason = WhyNotWritable(directory);
+  if (reason.empty()) return;
+  table.Report("file", fmt::format("{} cannot be created in {}: {}", file.string(), directory.string(), reason));
+}
+
+void TryLog(const ConfigTable& log, const HostConfig& config) {
+  const fs::path& file = config.start.log.file;
+  if (file.empty() || !IsTrusted(log, "file", file)) return;
+  if (!Exists(file)) return TryNewFile(log, file, /*withDirectories=*/true);
+  try {
+    OpenForAppending(file);
+  } catch (const std::runtime_error& error) {
+    log.Report("file", error.what());
+  }
+}
+
+void TryCapture(const ConfigTable& capture, const HostConfig& config) {
+  const fs::path& file = config.start.recording.file;
+  if (file.empty()) return;
+  if (IsDirectory(file)) {
+    capture.Report("file", file.string() + " is a directory; name a file");
+  } else {
+    TryNewFile(capture, file, /*withDirectories=*/false);
+  }
+}
+
+void TryControl(const ConfigTable& control, const HostConfig& config) {
+  const ControlSettings& settings = config.start.control;
+  if (!settings.enabled || settings.socket.empty()) return;
+  const std::string reason = WhyNoListener(settings.socket);
+  if (!reason.empty()) control.Report("socket", reason);
+}
+
+bool KernelEvents(const HostConfig& config) {
+  return config.start.driver.port == DriverPortKind::kEmulator && config.emulator.source == EventSourceKind::kFanotify;
+}
+
+// The module skips what is no directory, and the host what cannot be watched; both go on without.
+void TryPolicy(const ConfigTable& policy, const HostConfig& config) {
+  if (!config.reloadable.module.monitoredObjects) return;
+  for (const fs::path& directory : *config.reloadable.module.monitoredObjects) {
+    if (!Exists(directory)) {
+      policy.Warn("directories", directory.string() + " does not exist; it is skipped until it does");
+    } else if (!IsDirectory(directory)) {
+      policy.Warn("directories", directory.string() + " is not a directory and is skipped; name its directory");
+    } else if (const std::string reason = KernelEvents(config) ? WhyNotWatchable(directory) : std::string();
+               !reason.empty()) {
+      policy.Warn("directories", fmt::format("{} cannot be watched: {}", directory.string(), reason));
+    }
+  }
+}
+
+void TryKernelEvents(const ConfigTable& emulator, const HostConfig& config) {
+  if (!KernelEvents(config)) return;
+  if (const std::string reason = WhyNoKernelEvents(); !reason.empty()) emulator.Warn("source", reason);
+  const ConfigTable kernel = emulator.Table("kernel");
+  for (const std::string& directory : config.emulator.kernel.directories) {
+    const std::string reason = WhyNotWatchable(directory);
+    if (!reason.empty()) kernel.Report("directories", fmt::format("{} cannot be watched: {}", directory, reason));
+  }
+}
+
+}  // namespace
+
+void TryRun(const ConfigTable& root, const HostConfig& config) {
+  if (root.Keys().empty()) {
+    root.Warn("", "is empty: the host runs with an emulated driver without events, and refuses nothing");
+  }
+  IsTrusted(root, "", root.File());
+  IsTrusted(root.Table("emulator"), "scenario", config.emulator.scenarioFile);
+  TryModule(root.Table("module"), config);
+  TryLog(root.Table("log"), config);
+  TryCapture(root.Table("capture"), config);
+  TryControl(root.Table("control"), config);
+  TryPolicy(root.Table("policy"), config);
+  TryKernelEvents(root.Table("emulator"), config);
+  WarnAboutRules(root.Table("judging"), config.reloadable.rules, KernelEvents(config));
+}
+
+}  // namespace fenlux::refhost

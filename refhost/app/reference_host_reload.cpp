@@ -1,0 +1,84 @@
+// Reloading the configuration, and the log file.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include "refhost/app/recording/host_facts.h"
+#include "refhost/app/recording/port_recording.h"
+#include "refhost/app/reference_host.h"
+#include "refhost/app/security/file_trust.h"
+#include "refhost/app/security/trusted_log.h"
+#include "refhost/base/config/config_reader.h"
+
+namespace fenlux::refhost {
+namespace {
+
+// Tells the observer of both ends of a reload, also if that throws.
+class ReloadNotice {
+ public:
+  explicit ReloadNotice(const std::function<void(bool begins)>& reloadObserver) : observer(reloadObserver) {
+    if (observer) observer(true);
+  }
+  ~ReloadNotice() {
+    if (observer) observer(false);
+  }
+  ReloadNotice(const ReloadNotice&) = delete;
+  ReloadNotice& operator=(const ReloadNotice&) = delete;
+
+ private:
+  const std::function<void(bool begins)>& observer;
+};
+
+}  // namespace
+
+ReloadResult ReferenceHost::Reload() {
+  const MutexLock lock(reloadMutex);
+  const ReloadNotice notice(reloadObserver);
+  ReopenLog();
+  return ReadAgain();
+}
+
+void ReferenceHost::ReopenLog() {
+  if (start.log.file.empty()) return;
+  try {
+    log->ReplaceFile(OpenTrustedLog(start.log.file, start.insecurePermissions));
+  } catch (const std::runtime_error& error) {
+    log->Write(Severity::kProblem, std::string("[host] the log stays in the file that is open: ") + error.what());
+  }
+}
+
+ReloadResult ReferenceHost::ReadAgain() {
+  ConfigErrors errors;
+  HostConfig config = LoadHostConfig(configFile, errors);
+  const std::string untrusted = start.insecurePermissions ? std::string() : WhyUntrusted(configFile);
+  if (!untrusted.empty()) errors.Add({configFile.string(), 1, 1, "(file)", untrusted});
+  if (!errors.Empty()) {
+    ++refusedReloads;
+    LogLines(Severity::kProblem, "[host] configuration not reloaded: ", errors.Text());
+    return {errors.Text(), {}};
+  }
+  std::vector<std::string> waiting = ChangesThatNeedARestart(startContent, config, configFile);
+  if (!waiting.empty()) {
+    log->Write(Severity::kWarning, fmt::format("[host] some changed settings take effect only after a restart: {}",
+                                               fmt::join(waiting, ", ")));
+  }
+  recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
+  configuration->Replace(std::move(config.reloadable.module));
+  judge->Replace(std::move(config.reloadable.rules));
+  locale->Replace(std::move(config.reloadable.translations));
+  ++reloads;
+  log->Write(Severity::kEvent, "[host] configuration reloaded");
+  if (Module() != nullptr) NotifyPolicyChanged();
+  return {{}, std::move(waiting)};
+}
+
+void ReferenceHost::LogLines(Severity severity, const std::string& prefix, const std::string& lines) {
+  std::istringstream stream(lines);
+  for (std::string line; std::getline(stream, line);) log->Write(severity, prefix + line);
+}
+
+}  // namespace fenlux::refhost
