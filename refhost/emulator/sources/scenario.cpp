@@ -15,6 +15,7 @@
 #include "refhost/base/text/hex.h"
 #include "refhost/base/text/utf_text.h"
 #include "refhost/emulator/driver/shared/driver_commands.h"
+#include "refhost/emulator/sources/messages/scenario_messages.h"
 #include "refhost/emulator/sources/notification_builder.h"
 
 namespace fenlux::refhost {
@@ -158,6 +159,23 @@ Actions ReadGarbage(const ConfigTable& table, std::uint32_t threads) {
   return {step};
 }
 
+// Delivers a message that is given as a whole. The verdict that a capture has for it is expected unless the step names
+// another one.
+Actions ReadMessage(const ConfigTable& table, std::uint32_t threads, ScenarioMessage message) {
+  NotifyStep step = ReadDelivery(table, threads);
+  step.message = std::move(message.bytes);
+  if (!step.expectedVerdict) step.expectedVerdict = message.verdict;
+  return {step};
+}
+
+Actions ReadRaw(const ConfigTable& table, std::uint32_t threads) {
+  return ReadMessage(table, threads, ReadRawMessage(table));
+}
+
+Actions ReadFromCapture(const ConfigTable& table, std::uint32_t threads) {
+  return ReadMessage(table, threads, ReadCapturedMessage(table));
+}
+
 Actions ReadPause(const ConfigTable& table, std::uint32_t) { return {PauseStep{Milliseconds(table, "pause_ms")}}; }
 
 Actions ReadDrop(const ConfigTable& table, std::uint32_t) {
@@ -183,8 +201,14 @@ struct StepReader {
   Actions (*read)(const ConfigTable& table, std::uint32_t threads);
 };
 constexpr StepReader kStepReaders[] = {
-    {"notify", ReadNotify}, {"garbage", ReadGarbage},  {"pause_ms", ReadPause},
-    {"drop", ReadDrop},     {"faults", ReadFaultStep}, {"await_request", ReadAwaitRequest},
+    {"notify", ReadNotify},
+    {"raw_hex", ReadRaw},
+    {"from_capture", ReadFromCapture},
+    {"garbage", ReadGarbage},
+    {"pause_ms", ReadPause},
+    {"drop", ReadDrop},
+    {"faults", ReadFaultStep},
+    {"await_request", ReadAwaitRequest},
 };
 
 void ReadStep(const ConfigTable& table, std::uint32_t number, Scenario& scenario) {
@@ -198,7 +222,8 @@ void ReadStep(const ConfigTable& table, std::uint32_t number, Scenario& scenario
     kind = &reader;
   }
   if (kind == nullptr) {
-    table.Report({}, "does nothing; a step has notify, garbage, pause_ms, drop, faults or await_request");
+    table.Report(
+        {}, "does nothing; a step has notify, raw_hex, from_capture, garbage, pause_ms, drop, faults or await_request");
     return;
   }
   for (auto& action : kind->read(table, scenario.threads)) scenario.steps.push_back({std::move(action), number});

@@ -160,6 +160,44 @@ TEST(Scenario, GeneratesTheSameGarbageFromTheSameSeed) {
   EXPECT_TRUE(ReadOneStep("garbage = 0").message.empty());
 }
 
+TEST(Scenario, TakesAMessageAsItIs) {
+  const NotifyStep step = ReadOneStep("raw_hex = '01 ff 00'\ncount = 3\nexpect_verdict = 8\n");
+  EXPECT_EQ(step.message, (std::vector<std::uint8_t>{0x01, 0xff, 0x00}));
+  EXPECT_EQ(step.count, 3u);
+  EXPECT_EQ(step.expectedVerdict, 8u);
+  EXPECT_NE(ErrorsOf("raw_hex = 'x'").find("steps[0].raw_hex: must be hexadecimal bytes"), std::string::npos)
+      << ErrorsOf("raw_hex = 'x'");
+}
+
+TEST(Scenario, TakesANotificationFromACaptureWithItsVerdict) {
+  const std::string key = std::string("from_capture = '") + FENLUX_GOLDEN_CAPTURE + "'\n";
+  std::set<std::optional<std::uint32_t>> verdicts;
+  std::size_t notifications = 0;
+  for (int exchange = 1; exchange <= 100; ++exchange) {
+    const std::string keys = key + "exchange = " + std::to_string(exchange) + "\n";
+    if (!ErrorsOf(keys).empty()) continue;  // a request
+    ++notifications;
+    const NotifyStep step = ReadOneStep(keys);
+    EXPECT_GE(step.message.size(), sizeof(records::Notification));
+    ASSERT_TRUE(step.expectedVerdict);
+    verdicts.insert(step.expectedVerdict);
+    EXPECT_EQ(ReadOneStep(keys + "expect_verdict = 5\n").expectedVerdict, 5u);
+  }
+  EXPECT_GE(notifications, 35u);
+  EXPECT_EQ(verdicts, (std::set<std::optional<std::uint32_t>>{0, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST(Scenario, SaysWhatIsWrongWithACapture) {
+  const std::string golden = std::string("from_capture = '") + FENLUX_GOLDEN_CAPTURE + "'\n";
+  EXPECT_NE(ErrorsOf(golden + "exchange = 100000\n").find("has no notification with exchange 100000"),
+            std::string::npos);
+  EXPECT_NE(ErrorsOf(golden).find("exchange"), std::string::npos);
+  EXPECT_NE(ErrorsOf("from_capture = 'missing.pcapng'\nexchange = 1\n").find("cannot be opened: No such file"),
+            std::string::npos);
+  EXPECT_NE(ErrorsOf("from_capture = '/etc/passwd'\nexchange = 1\n").find("/etc/passwd is not a capture"),
+            std::string::npos);
+}
+
 TEST(Scenario, ReadsTheOtherSteps) {
   std::string errors;
   const Scenario scenario = Read(R"(
@@ -196,7 +234,8 @@ TEST(Scenario, ReportsEveryErrorWithItsPosition) {
     const char* reported;
   };
   const Case cases[] = {
-      {"count = 1", "does nothing; a step has notify, garbage, pause_ms, drop, faults or await_request"},
+      {"count = 1",
+       "does nothing; a step has notify, raw_hex, from_capture, garbage, pause_ms, drop, faults or await_request"},
       {"notify = 4098\ndrop = true", ":3:8: steps[0].drop: conflicts with notify; a step does one thing"},
       {"notify = -1", ":2:10: steps[0].notify: "},
       {"notify = 'open'", ":2:10: steps[0].notify: "},
