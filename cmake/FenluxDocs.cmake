@@ -7,7 +7,8 @@ mark_as_advanced(DOXYGEN_PROGRAM)
 if(DOXYGEN_PROGRAM)
   set(FENLUX_API_INPUT)
   foreach(input docs/api/main.md src/host src/core/fenlux.h src/kdi/drvx_control.h src/kdi/kdi_base.h
-          src/kdi/driver_records.h driver/include/fenlux/driver_protocol.h hostkit/include/fenlux)
+          src/kdi/driver_records.h driver/include/fenlux/driver_protocol.h hostkit/include/fenlux
+          refhost/capture/recording_port_client.h)
     string(APPEND FENLUX_API_INPUT " ${PROJECT_SOURCE_DIR}/${input}")
   endforeach()
   foreach(header version abi)

@@ -77,13 +77,10 @@ install(FILES ${FENLUX_GENERATED_INCLUDE}/fenlux/version.h ${FENLUX_GENERATED_IN
   DESTINATION include/fenlux COMPONENT development)
 
 # Recording of a port, for any host.
-if(FENLUX_BUILD_REFHOST)
-  set_target_properties(fenlux_capture PROPERTIES EXPORT_NAME capture)
-  install(TARGETS fenlux_capture EXPORT fenluxTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    COMPONENT development)
-  install(FILES refhost/capture/recording_port_client.h DESTINATION include/fenlux/capture COMPONENT development)
-  install(FILES share/wireshark/fenlux.lua DESTINATION share/fenlux/wireshark COMPONENT development)
-endif()
+set_target_properties(fenlux_capture PROPERTIES EXPORT_NAME capture)
+install(TARGETS fenlux_capture EXPORT fenluxTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(FILES refhost/capture/recording_port_client.h DESTINATION include/fenlux/capture COMPONENT development)
+install(FILES share/wireshark/fenlux.lua DESTINATION share/fenlux/wireshark COMPONENT development)
 
 install(EXPORT fenluxTargets NAMESPACE fenlux:: DESTINATION ${FENLUX_INSTALL_CMAKE} COMPONENT development)
 configure_package_config_file(cmake/fenluxConfig.cmake.in fenluxConfig.cmake

@@ -215,6 +215,7 @@ int Run(const fs::path& moduleFile, const fs::path& captureFile) {
   LoadModule(moduleFile)(&context);  // 2. init: calls RegisterModule, or throws if a service is missing
   host->module->StartWork();         // 3. once; from here on the module calls the services on its own threads
   const bool complete = driver->WaitForAll(10s);
+  if (recorder) recorder->AddCall(R"({"operation":"stop","arguments":{"clear":"true"}})");  // what follows
   host->module->StopWork(true);  // 4. it would reconnect in five seconds; the process ends before that
   if (recorder) recorder->Stop();
   if (!complete) throw std::runtime_error("timed out waiting for a request or a verdict");

@@ -39,9 +39,11 @@ struct RecordedKinds {
   bool facts = true;          // see Recorder::SetFacts
   bool calls = true;          // see Recorder::AddCall
 
+  // Whether the same is recorded.
   bool operator==(const RecordedKinds&) const = default;
 };
 
+// Where and how to record.
 struct RecordingSettings {
   // The file that is being written. Its directory must exist. An existing capture of that name becomes an older file.
   boost::filesystem::path file;
@@ -57,6 +59,7 @@ struct RecordingSettings {
   // What is recorded.
   RecordedKinds kinds;
 
+  // Whether everything is the same.
   bool operator==(const RecordingSettings&) const = default;
 };
 
@@ -65,11 +68,11 @@ struct RecordingStatus {
   bool active = false;           // between Start and Stop
   boost::filesystem::path file;  // of the settings
   std::uint64_t messages = 0;    // that were to be recorded: written, dropped, or waiting
-  std::uint64_t written = 0;
-  std::uint64_t dropped = 0;  // did not fit into the queue, or could not be written
-  std::uint64_t bytes = 0;    // written, in all files
-  std::uint64_t files = 0;    // begun
-  std::string error;          // why writing failed last; empty if it never did
+  std::uint64_t written = 0;     // to files
+  std::uint64_t dropped = 0;     // did not fit into the queue, or could not be written
+  std::uint64_t bytes = 0;       // written, in all files
+  std::uint64_t files = 0;       // begun
+  std::string error;             // why writing failed last; empty if it never did
 };
 
 // A recording cannot begin; the text says why.

@@ -63,10 +63,8 @@ list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfig.
      ${FENLUX_LIBDIR}/cmake/fenlux/fenluxConfigVersion.cmake ${FENLUX_LIBDIR}/cmake/fenlux/fenluxTargets.cmake
      share/doc/fenlux/capture.md share/doc/fenlux/embedding.md share/doc/fenlux/examples/minimal-host/CMakeLists.txt
      share/doc/fenlux/examples/minimal-host/main.cpp share/doc/fenlux/THIRD-PARTY-NOTICES)
-if(FENLUX_BUILD_REFHOST)
-  list(APPEND FENLUX_DEVELOPMENT_FILES include/fenlux/capture/recording_port_client.h ${FENLUX_LIBDIR}/libfenlux_capture.a
-       share/fenlux/wireshark/fenlux.lua)
-endif()
+list(APPEND FENLUX_DEVELOPMENT_FILES include/fenlux/capture/recording_port_client.h ${FENLUX_LIBDIR}/libfenlux_capture.a
+     share/fenlux/wireshark/fenlux.lua)
 if(FENLUX_WINDOWS)
   list(APPEND FENLUX_DEVELOPMENT_FILES ${FENLUX_LIBRARY} lib/libfenlux.dll.a ${FENLUX_RUNTIME_DLLS})
 else()
