@@ -1,6 +1,9 @@
 // An exchange begins with a request or a notification and ends with the reply.
 #include "refhost/capture/decode/exchange_pairing.h"
 
+#include <iterator>
+#include <utility>
+
 namespace fenlux::capture {
 namespace {
 
@@ -8,19 +11,9 @@ namespace {
 constexpr std::size_t kMaxWaiting = 65536;
 constexpr std::size_t kMaxWaitingBytes = std::size_t{64} << 20;
 
-void Hold(HeldMessage& held, const Packet& packet) {
-  held.time = packet.time;
-  held.originalSize = packet.originalSize;
-  held.bytes.assign(packet.message.begin(), packet.message.end());
-  held.comment = packet.comment;
-}
-
-void HoldFirst(Exchange& exchange, const Packet& packet) {
-  exchange.header = packet.header;
-  exchange.offset = packet.offset;
-  exchange.dropped = packet.dropped;
-  Hold(exchange.message, packet);
-}
+// How much memory of exchanges is kept for the next ones: more than a driver has threads.
+constexpr std::size_t kMaxSpare = 64;
+constexpr std::size_t kMaxSpareBytes = 4096;
 
 bool IsReply(Kind kind) { return kind == Kind::kRequestReply || kind == Kind::kNotificationReply; }
 
@@ -32,6 +25,24 @@ Kind FirstKindOf(Kind kind) { return kind == Kind::kRequestReply ? Kind::kReques
 std::optional<std::uint64_t> Exchange::Latency() const {
   if (!reply || reply->time < message.time) return std::nullopt;
   return reply->time - message.time;
+}
+
+void ExchangePairing::Hold(HeldMessage& held, const Packet& packet) {
+  if (held.bytes.capacity() == 0 && !spareBytes.empty()) {
+    held.bytes = std::move(spareBytes.back());
+    spareBytes.pop_back();
+  }
+  held.time = packet.time;
+  held.originalSize = packet.originalSize;
+  held.bytes.assign(packet.message.begin(), packet.message.end());
+  held.comment = packet.comment;
+}
+
+void ExchangePairing::HoldFirst(Exchange& exchange, const Packet& packet) {
+  exchange.header = packet.header;
+  exchange.offset = packet.offset;
+  exchange.dropped = packet.dropped;
+  Hold(exchange.message, packet);
 }
 
 void ExchangePairing::Add(const Packet& packet) {
@@ -58,8 +69,18 @@ void ExchangePairing::Add(const Packet& packet) {
 void ExchangePairing::Begin(const Packet& packet) {
   const Key key{packet.header.connection, packet.header.exchange};
   if (const auto earlier = index.find(key); earlier != index.end()) GiveOut(earlier->second);
-  HoldFirst(waiting.emplace_back(), packet);
-  index.emplace(key, std::prev(waiting.end()));
+  if (spare.empty()) spare.emplace_back();
+  waiting.splice(waiting.end(), spare, spare.begin());
+  HoldFirst(waiting.back(), packet);
+  if (spareNodes.empty()) {
+    index.emplace(key, std::prev(waiting.end()));
+  } else {
+    Index::node_type node = std::move(spareNodes.back());
+    spareNodes.pop_back();
+    node.key() = key;
+    node.mapped() = std::prev(waiting.end());
+    index.insert(std::move(node));
+  }
   waitingBytes += packet.message.size();
   while (waiting.size() > kMaxWaiting || waitingBytes > kMaxWaitingBytes) GiveOut(waiting.begin());
 }
@@ -69,8 +90,19 @@ void ExchangePairing::GiveOut(Waiting::iterator exchange) {
   waitingBytes -= exchange->message.bytes.size();
   if (exchange->judgement) waitingBytes -= exchange->judgement->bytes.size();
   if (exchange->reply) waitingBytes -= exchange->reply->bytes.size();
-  index.erase({exchange->header.connection, exchange->header.exchange});
-  waiting.erase(exchange);
+  Index::node_type node = index.extract({exchange->header.connection, exchange->header.exchange});
+  if (spareNodes.size() < kMaxSpare) spareNodes.push_back(std::move(node));
+  for (std::optional<HeldMessage>* held : {&exchange->judgement, &exchange->reply}) {
+    if (*held && spareBytes.size() < kMaxSpare && (*held)->bytes.capacity() <= kMaxSpareBytes) {
+      spareBytes.push_back(std::move((*held)->bytes));
+    }
+    held->reset();
+  }
+  if (spare.size() < kMaxSpare && exchange->message.bytes.capacity() <= kMaxSpareBytes) {
+    spare.splice(spare.end(), waiting, exchange);
+  } else {
+    waiting.erase(exchange);
+  }
 }
 
 void ExchangePairing::GiveOutAlone(const Packet& packet) {

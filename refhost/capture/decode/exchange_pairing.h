@@ -60,15 +60,23 @@ class ExchangePairing {
     }
   };
   using Waiting = std::list<Exchange>;
+  using Index = std::unordered_map<Key, Waiting::iterator, KeyHash>;
 
+  // Copies the packet into a message that may have memory from an earlier one.
+  void Hold(HeldMessage& held, const Packet& packet);
+  void HoldFirst(Exchange& exchange, const Packet& packet);
   void Begin(const Packet& packet);
   void GiveOut(Waiting::iterator exchange);
   void GiveOutAlone(const Packet& packet);
 
   const Sink sink;
   Waiting waiting;  // the oldest first
-  std::unordered_map<Key, Waiting::iterator, KeyHash> index;
+  Index index;
   std::size_t waitingBytes = 0;
+  // Memory of exchanges that were given out, for the next ones.
+  Waiting spare;
+  std::vector<Index::node_type> spareNodes;
+  std::vector<std::vector<std::uint8_t>> spareBytes;
 };
 
 }  // namespace fenlux::capture
