@@ -75,6 +75,7 @@ TEST_F(CheckTrial, FilesThatOthersMayWriteAreErrorsForRoot) {
   ASSERT_EQ(::chmod(In("open.log").c_str(), 0666), 0);
   EXPECT_EQ(Errors("[log]\nfile = 'open.log'\n").find("2:8: log.file: " + In("open.log") + " may be written by other"),
             0U);
+  EXPECT_EQ(setup.Run({"check", "--insecure-permissions", file}).code, 0);
 }
 
 TEST_F(CheckTrial, AControlSocketThatCannotBeOpenedIsAnError) {

@@ -76,6 +76,39 @@ TEST(Color, IsWrittenOnRequestOnly) {
   EXPECT_TRUE(Contains(err({"--color", "always"}), "\x1b["));
 }
 
+// On a terminal of 50 columns.
+class Terminal : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (HostProcess(setup, "sh", {"-c", "command -v script && command -v stty"}).Wait().code != 0) {
+      GTEST_SKIP() << "skipped, because script or stty is not installed";
+    }
+    setup.WriteHost("");
+  }
+  std::string Shown(const std::string& arguments) {
+    const std::string command = "stty cols 50; exec " + HostProgram() + " " + arguments;
+    return HostProcess(setup, "script", {"-qec", command, "/dev/null"}).Wait().out;
+  }
+  std::string Run() { return "run --duration 300ms --config " + (setup.Path() / "host.toml").string(); }
+
+  HostSetup setup;
+};
+
+TEST_F(Terminal, GetsHelpOfItsWidth) {
+  const std::string help = Shown("run --help");
+  EXPECT_TRUE(Contains(help, "Usage: fenlux-host run")) << help;
+  EXPECT_LE(LongestLine(help), 51U) << help;  // with the carriage return
+}
+
+TEST_F(Terminal, GetsColorsUnlessTheyAreUnwanted) {
+  setup.SetVariable("TERM", "xterm");
+  setup.SetVariable("NO_COLOR", "");
+  EXPECT_TRUE(Contains(Shown(Run()), "\x1b[36mevent"));
+  EXPECT_FALSE(Contains(Shown(Run() + " --color never"), "\x1b["));
+  setup.SetVariable("NO_COLOR", "1");
+  EXPECT_FALSE(Contains(Shown(Run()), "\x1b["));
+}
+
 // The commands that the program has, as its help lists them.
 std::set<std::string> Commands(const HostSetup& setup, const Arguments& command) {
   Arguments arguments = command;

@@ -227,8 +227,9 @@ TEST(WrongInput, IsReportedAsJsonToo) {
   EXPECT_EQ(check.code, 2);
   EXPECT_EQ(check.out, run.err);
   EXPECT_EQ(check.err, "");
-  for (const Arguments& arguments : {Arguments{"run", "--json", "--what"}, Arguments{"ctl", "--json", "stauts"},
-                                     Arguments{"ctl", "--json", "--socket", file + "x", "status"}}) {
+  for (const Arguments& arguments :
+       {Arguments{"run", "--json", "--what"}, Arguments{"ctl", "--json", "stauts"},
+        Arguments{"decode", "--json", file + "x"}, Arguments{"ctl", "--json", "--socket", file + "x", "status"}}) {
     const Outcome outcome = setup.Run(arguments);
     EXPECT_EQ(JsonValue(outcome.err, "severity"), "problem") << outcome.err;
     EXPECT_EQ(JsonValue(outcome.err, "text").find("fenlux-host: "), 0U) << outcome.err;

@@ -32,16 +32,16 @@ bool IsDirectory(const fs::path& path) {
 }
 
 // Whether root may use the file. Reports why not.
-bool IsTrusted(const ConfigTable& table, std::string_view key, const fs::path& file) {
-  const std::string reason = file.empty() ? std::string() : WhyUntrusted(file);
+bool IsTrusted(const ConfigTable& table, std::string_view key, const fs::path& file, bool insecure) {
+  const std::string reason = file.empty() || insecure ? std::string() : WhyUntrusted(file);
   if (!reason.empty()) table.Report(key, reason);
   return reason.empty();
 }
 
-void TryModule(const ConfigTable& module, const HostConfig& config) {
+void TryModule(const ConfigTable& module, const HostConfig& config, bool insecure) {
   const fs::path& configured = config.start.moduleLibrary;
   const fs::path library = configured.empty() ? DefaultModuleLibrary() : configured;
-  if (!IsTrusted(module, "library", library)) return;
+  if (!IsTrusted(module, "library", library, insecure)) return;
   try {
     const ModuleLibrary loaded(library);
   } catch (const ModuleLoadError& error) {
@@ -58,9 +58,9 @@ void TryNewFile(const ConfigTable& table, const fs::path& file, bool withDirecto
   table.Report("file", fmt::format("{} cannot be created in {}: {}", file.string(), directory.string(), reason));
 }
 
-void TryLog(const ConfigTable& log, const HostConfig& config) {
+void TryLog(const ConfigTable& log, const HostConfig& config, bool insecure) {
   const fs::path& file = config.start.log.file;
-  if (file.empty() || !IsTrusted(log, "file", file)) return;
+  if (file.empty() || !IsTrusted(log, "file", file, insecure)) return;
   if (!Exists(file)) return TryNewFile(log, file, /*withDirectories=*/true);
   try {
     OpenForAppending(file);
@@ -117,14 +117,14 @@ void TryKernelEvents(const ConfigTable& emulator, const HostConfig& config) {
 
 }  // namespace
 
-void TryRun(const ConfigTable& root, const HostConfig& config) {
+void TryRun(const ConfigTable& root, const HostConfig& config, bool insecure) {
   if (root.Keys().empty()) {
     root.Warn("", "is empty: the host runs with an emulated driver without events, and refuses nothing");
   }
-  IsTrusted(root, "", root.File());
-  IsTrusted(root.Table("emulator"), "scenario", config.emulator.scenarioFile);
-  TryModule(root.Table("module"), config);
-  TryLog(root.Table("log"), config);
+  IsTrusted(root, "", root.File(), insecure);
+  IsTrusted(root.Table("emulator"), "scenario", config.emulator.scenarioFile, insecure);
+  TryModule(root.Table("module"), config, insecure);
+  TryLog(root.Table("log"), config, insecure);
   TryCapture(root.Table("capture"), config);
   TryControl(root.Table("control"), config);
   TryPolicy(root.Table("policy"), config);

@@ -10,14 +10,23 @@ namespace fenlux::refhost {
 void AddCheck(CLI::App& app, int& code) {
   struct Values {
     std::string file;
-    bool json = false;
+    CheckOptions options;
   };
   auto values = std::make_shared<Values>();
   CLI::App* const check = app.add_subcommand("check", "Validate a configuration or a scenario");
   check->add_option("file", values->file, "Configuration or scenario")->required()->type_name("FILE");
-  check->add_flag("--json", values->json, "Show the errors as JSON, one object per line");
-  check->footer("Errors are reported as file:line:column: key: reason.\nExit codes: 0 no errors; 2 errors.");
-  check->callback([values, &code] { code = CheckConfiguration(values->file, values->json); });
+  check->add_flag("--json", values->options.json, "Show the errors as JSON, one object per line");
+  check->add_flag("--insecure-permissions", values->options.insecurePermissions,
+                  "As root, accept files that other users may change");
+  check->footer(
+      "Errors are reported as file:line:column: key: reason, warnings as file:line:column: key: warning: reason.\nA "
+      "configuration without errors is tried as far as that changes nothing: the module, the files, the control socket "
+      "and the directories that a run would use.\nExit codes: 0 no errors; 1 the result could not be written; 2 "
+      "errors.");
+  check->callback([values, &code] {
+    values->options.file = values->file;
+    code = CheckConfiguration(values->options);
+  });
 }
 
 }  // namespace fenlux::refhost

@@ -13,9 +13,13 @@
 
 namespace fenlux::refhost {
 
-int CheckConfiguration(const boost::filesystem::path& file, bool json) {
+int CheckConfiguration(const CheckOptions& options) {
+  const boost::filesystem::path& file = options.file;
+  const bool json = options.json;
   ConfigErrors errors;
-  CheckFile(file, errors, TryRun);
+  CheckFile(file, errors, [&options](const ConfigTable& root, const HostConfig& config) {
+    TryRun(root, config, options.insecurePermissions);
+  });
   if (json) {
     std::cout << ProblemLines(errors, true) << std::flush;
   } else {

@@ -27,9 +27,14 @@ struct RunOptions {
 // the module's threads are never joined.
 int RunHost(const RunOptions& options);
 
-// Validates a configuration or a scenario, and tries what a run with the configuration would begin with. With `json`,
-// shows what it finds as JSON on standard output.
-int CheckConfiguration(const boost::filesystem::path& file, bool json);
+struct CheckOptions {
+  boost::filesystem::path file;
+  bool json = false;                 // show what is found as JSON, on standard output
+  bool insecurePermissions = false;  // as root, accept files that other users may change
+};
+
+// Validates a configuration or a scenario, and tries what a run with the configuration would begin with.
+int CheckConfiguration(const CheckOptions& options);
 
 struct DecodeOptions {
   boost::filesystem::path file;

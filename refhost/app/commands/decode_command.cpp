@@ -109,8 +109,8 @@ class Output {
   std::uint64_t problems = 0;
 };
 
-int Fail(const std::string& text) {
-  std::cerr << "fenlux-host: " << text << '\n';
+int Fail(const DecodeOptions& options, const std::string& text) {
+  std::cerr << ProblemLines("fenlux-host: " + text, options.json);
   return kExitUsage;
 }
 
@@ -144,7 +144,7 @@ void Follow(const boost::filesystem::path& file, capture::CaptureDecoder& decode
 
 int DecodeCapture(const DecodeOptions& options) {
   std::ifstream stream = OpenFile(options.file);
-  if (!stream) return Fail(fmt::format("{} cannot be opened: {}", options.file.string(), LastErrorText()));
+  if (!stream) return Fail(options, fmt::format("{} cannot be opened: {}", options.file.string(), LastErrorText()));
   Output output(options.json);
   std::optional<ProgressBar> progress(SizeOf(options.file));
   capture::DecodeSinks sinks = output.Sinks();
@@ -164,8 +164,8 @@ int DecodeCapture(const DecodeOptions& options) {
   decoder.Finish();
   output.Flush();
   progress.reset();
-  if (stream.bad()) return Fail(fmt::format("{} cannot be read: {}", options.file.string(), LastErrorText()));
-  if (!reader.IsCapture()) return Fail(options.file.string() + " is not a capture");
+  if (stream.bad()) return Fail(options, fmt::format("{} cannot be read: {}", options.file.string(), LastErrorText()));
+  if (!reader.IsCapture()) return Fail(options, options.file.string() + " is not a capture");
   if (reader.CutOff()) output.Note(reader.Offset(), "the file ends in the middle of a block, which is left out");
   return output.Problems() == 0 ? output.Code() : kExitUsage;
 }
