@@ -3,7 +3,8 @@
 #   scripts/setup.sh [OPTION...]
 #     --windows   also those of the Windows build and its tests under Wine
 #     --debian    also those of scripts/test_in_debian.sh
-#     --tools     also programs that some tests use and are skipped without: man, tshark
+#     --tools     also programs that some tests and scripts/fleet.sh use: man, tshark, promtool and prometheus. Starts
+#                 no service; `systemctl unmask prometheus` permits the one of a newly installed Prometheus
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh
@@ -14,7 +15,7 @@ for argument in "$@"; do
   case "$argument" in
     --windows) lists+=(cmake/packages-windows.txt) ;;
     --debian) extra+=(mmdebstrap debian-archive-keyring) ;;
-    --tools) extra+=(man-db tshark) ;;
+    --tools) extra+=(man-db prometheus tshark) ;;
     *) refuse "$argument" ;;
   esac
 done
@@ -60,7 +61,27 @@ if [ "$(id -u)" -ne 0 ]; then
   as_root=(sudo)
 fi
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+policy=""
+# shellcheck disable=SC2317  # called by the trap
+finish() {
+  rm -f "$log"
+  if [ -n "$policy" ]; then "${as_root[@]}" rm -f "$policy"; fi
+}
+trap finish EXIT
+
+# Keeps the packages' scripts from starting services now, and systemd from starting Prometheus at the next boot.
+start_no_services() {
+  if [ ! -e /usr/sbin/policy-rc.d ]; then
+    policy=/usr/sbin/policy-rc.d
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+    "${as_root[@]}" chmod 755 "$policy"
+  fi
+  local unit=/etc/systemd/system/prometheus.service
+  if [[ " ${missing[*]} " == *" prometheus "* ]] && [ ! -e "$unit" ]; then
+    "${as_root[@]}" mkdir -p "${unit%/*}"
+    "${as_root[@]}" ln -s /dev/null "$unit"
+  fi
+}
 
 run_logged() {
   if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&1 9<&-; then
@@ -71,5 +92,6 @@ run_logged() {
 }
 run_logged apt-get update
 find_missing  # again, because only the lists name the release's default clang
+start_no_services
 echo "Installing: ${missing[*]}"
 run_logged apt-get -o DPkg::Lock::Timeout=600 install -y --no-install-recommends "${missing[@]}"

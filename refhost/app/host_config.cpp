@@ -34,6 +34,7 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   config.start.log = ReadLogSettings(root.Table("log"));
   config.start.module = ReadFixedSettings(root);
   config.start.control = ReadControlSettings(root.Table("control"));
+  config.start.metrics = ReadMetricsSettings(root.Table("metrics"));
   config.start.driver = ReadDriverSettings(root.Table("driver"));
   config.start.recording = ReadCaptureSettings(root.Table("capture"));
   config.start.systemImages = ReadSystemImages(root.Table("system_images"));
@@ -83,8 +84,9 @@ bool IsLive(std::string_view key) {
 // A file with a key of a scenario, and no table of a host's configuration.
 bool IsScenario(const ConfigTable& root) {
   constexpr std::string_view kScenario[] = {"faults", "name", "repeat", "steps", "threads"};
-  constexpr std::string_view kHost[] = {"capture", "control", "driver", "emulator",    "judging",       "log",
-                                        "module",  "policy",  "spsp",   "stop_at_end", "system_images", "translations"};
+  constexpr std::string_view kHost[] = {"capture",     "control",       "driver",      "emulator", "judging",
+                                        "log",         "metrics",       "module",      "policy",   "spsp",
+                                        "stop_at_end", "system_images", "translations"};
   const auto hasOneOf = [keys = root.Keys()](const auto& names) {
     return std::ranges::any_of(
         keys, [&](const std::string& key) { return std::ranges::find(names, key) != std::ranges::end(names); });

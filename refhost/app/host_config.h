@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/app/metrics/metrics_settings.h"
 #include "refhost/base/config/config_content.h"
 #include "refhost/capture/recording_port_client.h"
 #include "refhost/emulator/emulator_settings.h"
@@ -38,6 +39,7 @@ struct StartSettings {
   LogSettings log;
   FixedSettings module;
   ControlSettings control;
+  MetricsSettings metrics;
   DriverSettings driver;
   capture::RecordingSettings recording;  // without a file: recording begins on request
   SystemImages systemImages;

@@ -15,6 +15,8 @@
 #include "common/mutex.h"
 #include "refhost/app/host_config.h"
 #include "refhost/app/policy_watch.h"
+#include "refhost/app/status/host_history.h"
+#include "refhost/app/status/status_facts.h"
 #include "refhost/app/summary.h"
 
 namespace fenlux {
@@ -84,9 +86,12 @@ class ReferenceHost {
   PortRecording& Recording() { return *recording; }
 
   SummaryFacts Facts() const;
-  Report StatusReport() const;
+  StatusFacts Status() const;
+  // Adds to the history that Status shows. Call it several times a second.
+  void KeepHistory();
 
  private:
+  HistoryCounts CountsForHistory(const EmulatorTotals& totals, const LogTotals& lines) const;
   // The library that Start loads; empty before.
   boost::filesystem::path ModuleFile() const;
   // Notifies the module of the policy and records that.
@@ -102,6 +107,7 @@ class ReferenceHost {
   const StartSettings start;
   const ConfigContent startContent;
   const std::chrono::steady_clock::time_point startTime = std::chrono::steady_clock::now();
+  const std::chrono::system_clock::time_point started = std::chrono::system_clock::now();
 
   std::shared_ptr<LogService> log;
   std::shared_ptr<PortRecording> recording;
@@ -122,6 +128,9 @@ class ReferenceHost {
   std::function<void(bool begins)> reloadObserver;  // may be empty
   std::atomic<std::uint64_t> reloads{0};
   std::atomic<std::uint64_t> refusedReloads{0};
+  std::atomic<bool> lastReloadRefused{false};
+  std::atomic<std::chrono::system_clock::duration> configurationLoaded{started.time_since_epoch()};
+  HostHistory history;
   mutable Mutex moduleMutex;
   boost::filesystem::path moduleLibrary FENLUX_GUARDED_BY(moduleMutex);
 };

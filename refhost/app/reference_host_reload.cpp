@@ -58,6 +58,7 @@ ReloadResult ReferenceHost::ReadAgain() {
   if (!untrusted.empty()) errors.Add({configFile.string(), 1, 1, "(file)", untrusted});
   if (!errors.Empty()) {
     ++refusedReloads;
+    lastReloadRefused = true;
     LogLines(Severity::kProblem, "[host] configuration not reloaded: ", errors.Text());
     return {errors.Text(), {}};
   }
@@ -71,6 +72,8 @@ ReloadResult ReferenceHost::ReadAgain() {
   judge->Replace(std::move(config.reloadable.rules));
   locale->Replace(std::move(config.reloadable.translations));
   ++reloads;
+  lastReloadRefused = false;
+  configurationLoaded = std::chrono::system_clock::now().time_since_epoch();
   log->Write(Severity::kEvent, "[host] configuration reloaded");
   if (Module() != nullptr) NotifyPolicyChanged();
   return {{}, std::move(waiting)};

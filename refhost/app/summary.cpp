@@ -150,14 +150,29 @@ Report DriverSizesReport(const EmulatorState& driver) {
 
 }  // namespace
 
-bool IsFine(const SummaryFacts& facts) {
-  return facts.totals.AddsUp() && facts.driver.protocolViolations == 0 &&
-         (!facts.filterPort || facts.filterPort->AddsUp());
+std::vector<std::string> TotalsProblems(const SummaryFacts& facts) {
+  std::vector<std::string> problems;
+  if (facts.driver.protocolViolations > 0) {
+    problems.push_back(fmt::format("{} protocol violations", facts.driver.protocolViolations));
+  }
+  if (!facts.totals.AddsUp() || (facts.filterPort && !facts.filterPort->AddsUp())) {
+    problems.emplace_back("the totals do not add up");
+  }
+  return problems;
 }
+
+bool NeverConnected(const SummaryFacts& facts) {
+  return facts.moduleEnabled && (facts.filterPort ? facts.filterPort->connects : facts.driver.connects) == 0;
+}
+
+bool IsFine(const SummaryFacts& facts) { return !NeverConnected(facts) && TotalsProblems(facts).empty(); }
 
 Report SummaryReport(const SummaryFacts& facts) {
   Report report = Report::object();
   report["fine"] = IsFine(facts);
+  std::vector<std::string> problems = TotalsProblems(facts);
+  if (NeverConnected(facts)) problems.emplace_back("the driver never connected");
+  if (!problems.empty()) report["not_fine_because"] = problems;
   report["running_seconds"] = Seconds(facts.running);
 
   Report connections = Report::object();

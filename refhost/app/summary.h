@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "refhost/base/report.h"
@@ -24,6 +25,7 @@ struct SummaryFacts {
   std::chrono::milliseconds running{0};
   EmulatorTotals totals;
   UnjudgedPolicy unjudgedPolicy = UnjudgedPolicy::kAllow;
+  bool moduleEnabled = true;
   EmulatorState driver;
   std::optional<FilterPortTotals> filterPort;  // if a real driver is used; the emulated one is idle then
   EmulatorState stateBeforeStop;               // what the driver had received before the host began to stop
@@ -36,7 +38,11 @@ struct SummaryFacts {
   capture::RecordingStatus recording;
 };
 
-// Whether the driver saw no protocol violation and every notification is accounted for.
+// Protocol violations, and notifications that are not accounted for; empty if there are none.
+std::vector<std::string> TotalsProblems(const SummaryFacts& facts);
+// Whether the module should have connected to its driver and never did.
+bool NeverConnected(const SummaryFacts& facts);
+// Whether there is none of either.
 bool IsFine(const SummaryFacts& facts);
 
 Report SummaryReport(const SummaryFacts& facts);

@@ -78,4 +78,10 @@ EmulatorState DriverEmulator::State() const { return impl->Driver()->Model().Sta
 
 EmulatorTotals DriverEmulator::Totals() const { return impl->Driver()->Totals().Snapshot(); }
 
+LatencyCounts DriverEmulator::Latencies() const { return impl->Driver()->Totals().RecentLatencies().Counts(); }
+
+std::chrono::nanoseconds DriverEmulator::MaxLatency(bool reset) const {
+  return impl->Driver()->Totals().RecentLatencies().Max(reset);
+}
+
 }  // namespace fenlux::refhost

@@ -17,6 +17,7 @@
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/emulator_state.h"
 #include "refhost/emulator/emulator_totals.h"
+#include "refhost/emulator/latency_counts.h"
 #include "refhost/emulator/sources/scenario.h"
 
 namespace fenlux::refhost {
@@ -51,6 +52,10 @@ class DriverEmulator {
   // Any thread.
   EmulatorState State() const;
   EmulatorTotals Totals() const;
+  // All latencies since the start. Takes no lock that a delivery thread takes.
+  LatencyCounts Latencies() const;
+  // The longest latency since the last call with `reset`.
+  std::chrono::nanoseconds MaxLatency(bool reset) const;
 
  private:
   class Impl;

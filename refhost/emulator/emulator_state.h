@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -30,9 +31,13 @@ struct MonitoredSet {
 
 struct EmulatorState {
   bool connected = false;
-  std::uint64_t connects = 0;         // connections opened so far
-  std::uint64_t refusedConnects = 0;  // attempts that the emulator refused
-  std::uint32_t clientType = 0;       // 0 before the first connection
+  std::uint64_t connects = 0;                                             // connections opened so far
+  std::uint64_t refusedConnects = 0;                                      // attempts that the emulator refused
+  std::optional<std::chrono::system_clock::time_point> connectionOpened;  // the current or the last connection
+  std::optional<std::chrono::system_clock::time_point> connectionEnded;   // the last connection that ended
+  std::string endReason;                                                  // why that one ended
+  std::string refusalReason;                                              // of the last attempt that was refused
+  std::uint32_t clientType = 0;                                           // 0 before the first connection
   std::uint32_t portValue = 0;
 
   std::map<std::uint32_t, std::uint64_t> requests;          // by command code, of this connection

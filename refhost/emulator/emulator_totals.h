@@ -31,6 +31,8 @@ struct EmulatorTotals {
   std::uint64_t inFlight = 0;                        // with the module right now; 0 once the emulator has stopped
   std::map<std::uint32_t, std::uint64_t> byCode;     // of the delivered; messages too short for a code count under 0
   std::map<std::uint32_t, std::uint64_t> byVerdict;  // of the answered
+  // The answered by code and verdict. A code of which none was answered has no entry.
+  std::map<std::uint32_t, std::map<std::uint32_t, std::uint64_t>> byCodeAndVerdict;
   std::array<std::uint64_t, kUnjudgedCauses> unjudged{};
   LatencySummary latency;
 

@@ -137,6 +137,18 @@ DriverVersionReport Configuration::LastDriverVersion() const {
   return driverVersion;
 }
 
+std::optional<std::vector<boost::filesystem::path>> Configuration::MonitoredDirectories() const {
+  std::shared_ptr<MonitorPolicy> current;
+  {
+    const MutexLock lock(mutex);
+    current = policy;
+  }
+  if (current == nullptr) return std::nullopt;
+  std::vector<boost::filesystem::path> directories;
+  for (const auto& object : *current) directories.push_back(object->GetMonitorPath());
+  return directories;
+}
+
 void Configuration::ReportDriverVersion(std::uint32_t /*kind*/, bool /*current*/, std::uint32_t version) {
   const MutexLock lock(mutex);
   ++driverVersion.reports;

@@ -70,6 +70,8 @@ class Configuration final : public CCfg, public CCfgEx {
   Clock::time_point LastPolicyRead() const { return Clock::time_point(Clock::duration(lastPolicyRead.load())); }
   // When the live settings were last replaced. A policy read after that is the current one.
   Clock::time_point LastReplaced() const { return Clock::time_point(Clock::duration(lastReplaced.load())); }
+  // The policy as the module gets it; nullopt if there is none. Does not count as a read.
+  std::optional<std::vector<boost::filesystem::path>> MonitoredDirectories() const;
   std::uint64_t PolicyReads() const { return policyReads.load(); }
 
   // CCfg

@@ -118,7 +118,7 @@ class RootsFiles : public ::testing::Test {
   void MakeWritableByAll(const std::string& file) { ASSERT_EQ(::chmod((setup.Path() / file).c_str(), 0666), 0); }
   // The host refuses the file, says what to do, and starts if told to use it.
   void ExpectRefused(const std::string& file, const Arguments& more = {}) {
-    Arguments arguments{"--duration", "0.1"};
+    Arguments arguments{"--duration", "1"};  // long enough for a connection
     arguments.insert(arguments.end(), more.begin(), more.end());
     const Outcome refused = setup.Run(RunArguments(setup, arguments));
     EXPECT_EQ(refused.code, 2) << refused.err;

@@ -70,7 +70,24 @@ TEST(Run, IsIndependentOfTheLocale) {
 TEST(Run, StopsAfterItsDuration) {
   const HostSetup setup;
   setup.WriteHost("");
-  EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "0.3"})).code, 0);
+  EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "1"})).code, 0);
+}
+
+TEST(Run, ExitsWithFourAfterItsDurationIfTheDriverNeverConnected) {
+  const HostSetup setup;
+  setup.WriteHost("[emulator.faults]\nrefuse_connects = 1000\n");
+  const Outcome outcome = setup.Run(RunArguments(setup, {"--duration", "0.3"}));
+  EXPECT_EQ(outcome.code, 4) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "fine                 no\n")) << outcome.out;
+  EXPECT_TRUE(Contains(outcome.out, "  the driver never connected\n")) << outcome.out;
+}
+
+TEST(Run, StopsOnASignalWithoutAnErrorIfTheDriverNeverConnected) {
+  const HostSetup setup;
+  setup.WriteHost("[emulator.faults]\nrefuse_connects = 1000\n");
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(host.WaitForError("Connection refused: "));
+  EXPECT_EQ(host.Stop().code, 0);
 }
 
 TEST(Run, StopsOnSigintAndSigtermWithASummary) {

@@ -96,7 +96,7 @@ void AddControl(CLI::App& app, int& code) {
   control->add_flag("--json", values->json, "Show the result as JSON");
   control->footer(
       "Exit codes: 0 success; 1 refused, with the reason or the module's own message, or the result could not be "
-      "written; 2 bad usage or file; 3 no host reachable.");
+      "written; 2 bad usage or file; 3 no host reachable; of health: 6 degraded, 7 no host reachable.");
 
   std::map<std::string, CLI::App*> groups;
   for (const ControlOperation& operation : ControlOperations()) {

@@ -48,8 +48,8 @@ void AddRun(CLI::App& app, int& code) {
   run->footer(SignalHelp() +
               "The log goes to standard error, the summary to standard output.\n"
               "Exit codes: 0 success; 1 the summary could not be written; 2 bad usage or configuration; 3 the module "
-              "could not be loaded, or its init or start failed; 4 the driver counted a protocol violation, or the "
-              "totals do not add up.");
+              "could not be loaded, or its init or start failed; 4 the driver counted a protocol violation, the "
+              "totals do not add up, or the driver never connected during --duration.");
   run->callback([values, &code] {
     RunOptions& chosen = values->options;
     chosen.config = values->config;

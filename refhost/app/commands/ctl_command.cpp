@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/control/control_channel.h"
@@ -9,6 +10,7 @@
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/host_config.h"
 #include "refhost/app/problem_output.h"
+#include "refhost/app/status/health.h"
 #include "refhost/base/config/config_reader.h"
 
 namespace fenlux::refhost {
@@ -16,6 +18,8 @@ namespace {
 
 // Long, because `stop --clear` waits for the driver.
 constexpr std::chrono::seconds kAnswerTimeout{60};
+// A host that takes longer is not healthy.
+constexpr std::chrono::seconds kHealthTimeout{10};
 
 using Paths = std::vector<boost::filesystem::path>;
 
@@ -28,11 +32,11 @@ Paths SocketPaths(const ControlOptions& options, ConfigErrors& errors) {
 }
 
 // The answer of the first host that can be reached. Throws ControlChannelError, with what was tried.
-std::string SendToFirst(const Paths& paths, const std::string& request) {
+std::string SendToFirst(const Paths& paths, const std::string& request, std::chrono::milliseconds timeout) {
   std::string tried;
   for (const auto& path : paths) {
     try {
-      return SendControlRequest(path, request, kAnswerTimeout);
+      return SendControlRequest(path, request, timeout);
     } catch (const ControlChannelUnreachable& error) {
       tried += (tried.empty() ? "" : "; ") + std::string(error.what());
     }
@@ -43,6 +47,13 @@ std::string SendToFirst(const Paths& paths, const std::string& request) {
 int Fail(int code, const ControlOptions& options, const std::string& text) {
   std::cerr << ProblemLines(text, options.json);
   return code;
+}
+
+// Monitoring scripts read the line from standard output, like that of a host that answers.
+int ShowUnreachable(const std::string& reason, bool json) {
+  const Report report = UnreachableReport(reason);
+  std::cout << (json ? JsonText(report) + "\n" : HealthText(report));
+  return HealthExitCode(report);
 }
 
 }  // namespace
@@ -64,8 +75,9 @@ int ControlHost(ControlOptions options) {
                             "items at once",
                             request.size(), kMaxControlRequest));
   }
+  const bool isHealth = options.request.operation == "health";
   try {
-    const std::string line = SendToFirst(paths, request);
+    const std::string line = SendToFirst(paths, request, isHealth ? kHealthTimeout : kAnswerTimeout);
     const std::optional<ControlAnswer> answer = DecodeAnswer(line);
     if (!answer) throw ControlChannelError("the host's answer is malformed");
     if (!answer->done) {
@@ -77,8 +89,9 @@ int ControlHost(ControlOptions options) {
       std::cout << (answer->text.empty() ? "done\n" : answer->text);
     }
     std::cout << std::flush;
-    return std::cout ? kExitSuccess : Fail(kExitOutput, options, "fenlux-host: " + OutputFailure());
+    return std::cout ? answer->code : Fail(kExitOutput, options, "fenlux-host: " + OutputFailure());
   } catch (const ControlChannelError& error) {
+    if (isHealth) return ShowUnreachable(error.what(), options.json);
     return Fail(kExitUnreachable, options, std::string("fenlux-host: ") + error.what());
   }
 }

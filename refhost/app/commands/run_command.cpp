@@ -13,6 +13,8 @@
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/control/control_channel.h"
 #include "refhost/app/exit_codes.h"
+#include "refhost/app/metrics/host_metrics.h"
+#include "refhost/app/metrics/metrics_server.h"
 #include "refhost/app/platform/module_loader.h"
 #include "refhost/app/platform/process_end.h"
 #include "refhost/app/platform/signals.h"
@@ -96,6 +98,16 @@ std::unique_ptr<ControlThread> ServeControl(ReferenceHost& host, ControlOpening 
   return nullptr;
 }
 
+// Null if metrics are not served.
+std::unique_ptr<MetricsServer> OpenMetrics(const MetricsSettings& settings) {
+  return settings.address.empty() ? nullptr : std::make_unique<MetricsServer>(settings);
+}
+
+void ServeMetrics(ReferenceHost& host, MetricsServer& server) {
+  server.Start([&host] { return MetricsText(host.Status()); });
+  host.Log(Severity::kEvent, "[host] metrics at " + server.Url());
+}
+
 // Why root must not use the files that a run depends on; empty if it may.
 std::string UntrustedFile(const RunOptions& options, const HostConfig& config) {
   if (options.insecurePermissions) return {};
@@ -148,20 +160,24 @@ void HandleSignal(HostSignal received, ReferenceHost& host, const RunOptions& op
   host.Log(Severity::kWarning, "[host] nobody reads standard output: a summary is dropped");
 }
 
+// Why a run stops.
+enum class RunEnd { kSignal, kDuration, kScenario };
+
 // Returns when the run has to stop.
-void Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, const ServiceManager& manager,
-           BoundedOutput& out) {
+RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, const ServiceManager& manager,
+             BoundedOutput& out) {
   const Clock::time_point startTime = Clock::now();
   ServiceReports reports(manager, [&host] { return ServiceStatus(host); });
   for (;;) {
     const HostSignal received = WaitForSignal(kPollInterval);
-    if (received == HostSignal::kStop) return;
+    if (received == HostSignal::kStop) return RunEnd::kSignal;
     IfThereIsMemory([&] {
       HandleSignal(received, host, options, out);
       reports.Poll(Clock::now());
+      host.KeepHistory();
     });
-    if (options.duration && Clock::now() - startTime >= *options.duration) return;
-    if (stopAtEnd && host.ScenarioFinished()) return;
+    if (options.duration && Clock::now() - startTime >= *options.duration) return RunEnd::kDuration;
+    if (stopAtEnd && host.ScenarioFinished()) return RunEnd::kScenario;
   }
 }
 
@@ -212,26 +228,30 @@ int RunHost(const RunOptions& options) {
 
   std::unique_ptr<ReferenceHost> host;
   std::unique_ptr<ControlThread> controlThread;
+  std::unique_ptr<MetricsServer> metrics;
   std::unique_ptr<BoundedOutput> out;
   try {
     // These need the privileges of the start, and no thread may run when those are given up.
     LogFile logFile = OpenLog(options, config);
     ControlOpening opening = OpenControl(control);
+    metrics = OpenMetrics(config.start.metrics);
     LimitPrivileges(config.emulator.source == EventSourceKind::kFanotify);
     host = std::make_unique<ReferenceHost>(options.config, std::move(config), std::move(logFile));
     host->ObserveReloads([&manager](bool begins) { begins ? manager.Reloading() : manager.Ready(); });
     out = std::make_unique<BoundedOutput>(std::cout, "standard output");
     controlThread = ServeControl(*host, std::move(opening));
+    if (metrics != nullptr) ServeMetrics(*host, *metrics);
   } catch (const std::runtime_error& error) {
     return Fail(kExitUsage, options, error.what());
   }
 
   int code = kExitSuccess;
+  RunEnd end = RunEnd::kSignal;
   try {
     host->Start(options.module);
     StartPolling(*host);
     manager.Ready();
-    Serve(*host, options, stopAtEnd, manager, *out);
+    end = Serve(*host, options, stopAtEnd, manager, *out);
   } catch (const std::runtime_error& error) {  // the module cannot be used, or a thread is missing
     code = Fail(kExitModule, options, error.what());
   } catch (const std::bad_alloc&) {
@@ -241,6 +261,7 @@ int RunHost(const RunOptions& options) {
   const Clock::time_point deadline = Clock::now() + kStopTimeout;
   try {
     if (controlThread != nullptr) controlThread->Stop();
+    if (metrics != nullptr) metrics->Stop();
     const EmulatorState stateBeforeStop = host->DriverState();
     host->Stop();
     host->DrainLog(OutputTimeout(deadline));
@@ -248,7 +269,7 @@ int RunHost(const RunOptions& options) {
       SummaryFacts facts = host->Facts();
       facts.stateBeforeStop = stateBeforeStop;
       out->Write(SummaryText(facts, options.json));
-      if (!IsFine(facts)) code = kExitViolation;
+      if (!TotalsProblems(facts).empty() || (NeverConnected(facts) && end == RunEnd::kDuration)) code = kExitViolation;
     }
   } catch (const std::bad_alloc&) {
     code = Fail(kExitNoMemory, options, kOutOfMemory);

@@ -1,6 +1,7 @@
-// The table of control operations. Exceptions of the module reach the operator unchanged.
+// The table of operations of the module. Its exceptions reach the operator unchanged.
 #include "refhost/app/control/control_operations.h"
 
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -8,8 +9,6 @@
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
-#include "refhost/app/recording/capture_settings.h"
-#include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
 
 namespace fenlux::refhost {
@@ -51,57 +50,8 @@ constexpr ControlArgument kObjectType{"type", ArgumentKind::kInteger, "object ty
 constexpr ControlArgument kItems{"items", ArgumentKind::kItemFile,
                                  "file of [[items]] tables, each with opaque (96 hexadecimal digits) and value"};
 
-const ControlOperation kOperations[] = {
-    {"status",
-     "Show the state of the host and its connection",
-     {},
-     [](Host& host, const Arguments&) { return host.StatusReport(); },
-     true},
-    {"summary",
-     "Show the counts so far, as at the end of a run",
-     {},
-     [](Host& host, const Arguments&) { return SummaryReport(host.Facts()); },
-     true},
-    {"driver",
-     "Show the state of the emulated driver",
-     {},
-     [](Host& host, const Arguments&) { return DriverReport(host.DriverState()); },
-     true},
-    {"reload",
-     "Reload the configuration file, like SIGHUP",
-     {},
-     [](Host& host, const Arguments&) {
-       ReloadResult result = host.Reload();
-       if (!result.errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + result.errors);
-       return result.waiting.empty() ? Empty() : Single("restart_needed_for", std::move(result.waiting));
-     },
-     true},
-    {"record start",
-     "Record the driver's port to a file",
-     {{"file", ArgumentKind::kPath, "capture to write (pcapng)"}},
-     [](Host& host, const Arguments& arguments) {
-       try {
-         host.Recording().Start(std::string(TextArgument(arguments, "file")));
-       } catch (const capture::RecordingError& error) {
-         throw ControlRefusal(error.what());
-       }
-       return Empty();
-     },
-     true},
-    {"record stop",
-     "Stop recording and show the counts",
-     {},
-     [](Host& host, const Arguments&) {
-       if (!host.Recording().Status().active) throw ControlRefusal("no recording is active");
-       host.Recording().Stop();
-       return RecordingReport(host.Recording().Status());
-     },
-     true},
-    {"record status",
-     "Show the counts of the current or the last recording",
-     {},
-     [](Host& host, const Arguments&) { return RecordingReport(host.Recording().Status()); },
-     true},
+// In the order in which help shows them.
+const ControlOperation kModuleOperations[] = {
     {"stop",
      "End the current connection; the module reconnects after 5 seconds",
      {{"clear", ArgumentKind::kFlag, "first clear the policy's monitor objects in the driver"}},
@@ -275,10 +225,18 @@ constexpr std::pair<std::string_view, std::string_view> kGroups[] = {
 
 }  // namespace
 
-std::span<const ControlOperation> ControlOperations() { return kOperations; }
+std::span<const ControlOperation> ControlOperations() {
+  static const std::vector<ControlOperation> kOperations = [] {
+    const std::span<const ControlOperation> host = HostOperations();
+    std::vector<ControlOperation> operations(host.begin(), host.end());
+    operations.insert(operations.end(), std::begin(kModuleOperations), std::end(kModuleOperations));
+    return operations;
+  }();
+  return kOperations;
+}
 
 const ControlOperation* FindControlOperation(std::string_view name) {
-  for (const ControlOperation& operation : kOperations) {
+  for (const ControlOperation& operation : ControlOperations()) {
     if (operation.name == name) return &operation;
   }
   return nullptr;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,10 +20,16 @@ struct ControlOperation {
   // Returns what to show; empty if there is nothing to show. Throws ControlRefusal, and whatever the module throws.
   Report (*run)(ReferenceHost& host, const ControlArguments& arguments);
   bool hostOnly = false;  // calls nothing of the module, so a capture does not need it
+  // The result as text for people; null: AlignedText.
+  std::string (*text)(const Report& result) = nullptr;
+  // The exit code of `ctl`; null: 0.
+  int (*exitCode)(const Report& result) = nullptr;
 };
 
-// In the order in which help shows them.
+// All of them, in the order in which help shows them.
 std::span<const ControlOperation> ControlOperations();
+// Those that concern the host itself, which come first.
+std::span<const ControlOperation> HostOperations();
 
 // Null if no operation has the name.
 const ControlOperation* FindControlOperation(std::string_view name);

@@ -62,11 +62,14 @@ std::optional<ControlRequest> DecodeRequest(const std::string& line) {
   return request;
 }
 
-std::string EncodeResult(const Report& result) {
+std::string EncodeResult(const Report& result) { return EncodeResult(result, AlignedText(result)); }
+
+std::string EncodeResult(const Report& result, const std::string& text, int code) {
   Json json = Json::object();
   json["done"] = true;
   json["result"] = result;
-  json["text"] = AlignedText(result);
+  json["text"] = text;
+  if (code != 0) json["code"] = code;
   return JsonText(json);
 }
 
@@ -84,11 +87,16 @@ std::optional<ControlAnswer> DecodeAnswer(const std::string& line) {
   if (!*done) {
     const auto* const error = Find<std::string>(json, "error");
     if (error == nullptr) return std::nullopt;
-    return ControlAnswer{.done = false, .json = {}, .text = {}, .error = *error};
+    return ControlAnswer{.done = false, .code = 0, .json = {}, .text = {}, .error = *error};
   }
   const auto* const text = Find<std::string>(json, "text");
   if (text == nullptr || !json.contains("result") || !json["result"].is_object()) return std::nullopt;
-  return ControlAnswer{.done = true, .json = JsonText(json["result"]), .text = *text, .error = {}};
+  const auto* const code = Find<std::int64_t>(json, "code");
+  return ControlAnswer{.done = true,
+                       .code = code == nullptr ? 0 : static_cast<int>(*code),
+                       .json = JsonText(json["result"]),
+                       .text = *text,
+                       .error = {}};
 }
 
 std::string AnswerRequest(ReferenceHost& host, const std::string& line) noexcept {
@@ -98,7 +106,9 @@ std::string AnswerRequest(ReferenceHost& host, const std::string& line) noexcept
     const ControlOperation* const operation = FindControlOperation(request->operation);
     if (operation == nullptr) return EncodeRefusal("unknown operation " + request->operation);
     if (!operation->hostOnly) host.Recording().AddCall(request->operation, request->arguments);
-    return EncodeResult(operation->run(host, request->arguments));
+    const Report result = operation->run(host, request->arguments);
+    return EncodeResult(result, operation->text == nullptr ? AlignedText(result) : operation->text(result),
+                        operation->exitCode == nullptr ? 0 : operation->exitCode(result));
   } catch (...) {
     try {
       return EncodeRefusal(CurrentExceptionText());

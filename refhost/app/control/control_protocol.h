@@ -3,7 +3,8 @@
 //   request   {"operation":"grsp","arguments":{"mode":"1"}}
 //   answer    {"done":true,"result":{...},"text":"..."}    or    {"done":false,"error":"..."}
 //
-// `text` is `result` as aligned text.
+// `text` is `result` for people: aligned text, unless the operation has its own. The member `code` is the exit code of
+// `ctl`, if that is not 0.
 #pragma once
 
 #include <optional>
@@ -20,6 +21,7 @@ struct ControlRequest {
 
 struct ControlAnswer {
   bool done = false;
+  int code = 0;       // the exit code, if done
   std::string json;   // the result, if done
   std::string text;   // the result, if done
   std::string error;  // the reason, if not done
@@ -29,6 +31,7 @@ struct ControlAnswer {
 std::string EncodeRequest(const ControlRequest& request);
 std::optional<ControlRequest> DecodeRequest(const std::string& line);
 std::string EncodeResult(const Report& result);
+std::string EncodeResult(const Report& result, const std::string& text, int code = 0);
 std::string EncodeRefusal(const std::string& error);
 std::optional<ControlAnswer> DecodeAnswer(const std::string& line);
 

@@ -89,7 +89,7 @@ void DriverConnections::RefuseViolation(const std::string& violation) {
 }
 
 void DriverConnections::Refuse(EmulatorLogLevel level, const std::string& reason) {
-  model.CountRefusedConnect();
+  model.CountRefusedConnect(reason);
   hooks.Log(level, "Connection refused: " + reason + ".");
   throw std::runtime_error(reason);
 }
@@ -116,7 +116,7 @@ void DriverConnections::End(const std::shared_ptr<DriverPort>& port, UnjudgedCau
     wasCurrent = CurrentPort() == port;
     if (wasCurrent) {
       SetCurrentPort(nullptr);
-      model.Close();
+      model.Close(reason);
     }
   }
   answers.TakeForEnd(port.get(), cause);

@@ -31,7 +31,7 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
   // The thread that ends the port may not have reached this slot yet.
   if (port->Ended()) answer.lostFor = wake.Stopping() ? UnjudgedCause::kStopped : UnjudgedCause::kConnectionEnded;
   const Delivery delivery = taken ? Delivery{Delivery::Outcome::kTaken, kNoVerdict, *taken}
-                                  : Count(answer, std::chrono::steady_clock::now() - start);
+                                  : Count(notification.Code(), answer, std::chrono::steady_clock::now() - start);
   if (last) end();
   return delivery;
 }
@@ -77,7 +77,7 @@ void NotificationDelivery::HoldReply(DriverPort& port, const DeliveryOptions& op
   if (hold.count() > 0) port.WaitEndedFor(hold);
 }
 
-Delivery NotificationDelivery::Count(const Answer& answer, std::chrono::nanoseconds latency) {
+Delivery NotificationDelivery::Count(std::uint32_t code, const Answer& answer, std::chrono::nanoseconds latency) {
   if (answer.lostFor) {
     totals.Lost(*answer.lostFor);
     return {Delivery::Outcome::kLost, kNoVerdict, *answer.lostFor};
@@ -86,7 +86,7 @@ Delivery NotificationDelivery::Count(const Answer& answer, std::chrono::nanoseco
     totals.UnansweredByDesign(latency);
     return {Delivery::Outcome::kUnansweredByDesign};
   }
-  totals.Answered(answer.verdict, latency);
+  totals.Answered(code, answer.verdict, latency);
   return {Delivery::Outcome::kAnswered, answer.verdict};
 }
 

@@ -83,7 +83,7 @@ class NotificationDelivery {
   void ReportViolation(const NotificationView& notification, const Answer& answer,
                        std::optional<std::uint32_t> expectedVerdict);
   void HoldReply(DriverPort& port, const DeliveryOptions& options);
-  Delivery Count(const Answer& answer, std::chrono::nanoseconds latency);
+  Delivery Count(std::uint32_t code, const Answer& answer, std::chrono::nanoseconds latency);
 
   const std::chrono::milliseconds deadline;
   DriverConnections& connections;

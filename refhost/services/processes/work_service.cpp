@@ -36,6 +36,9 @@ boost::filesystem::path& WorkService::SystemPath(boost::filesystem::path& out, c
 
 std::uint32_t WorkService::QueryProcessValue(std::uint32_t processId, std::uint32_t /*reserved*/) {
   if (!ProcessRuns(processId)) return kUnknownProcess;
+  if (refresher.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
+    refreshedProcesses.fetch_add(1, std::memory_order_relaxed);
+  }
   if (!systemImages.empty()) {
     const std::string image = NarrowFromWide(ProcessImagePath(processId));
     const auto isImage = [&](const auto& configured) { return configured.second.string() == image; };
@@ -73,6 +76,8 @@ std::shared_ptr<ProcessIdList>& WorkService::FindProcessesByImage(std::shared_pt
 
 std::shared_ptr<ProcessIdSet>& WorkService::GetRunningProcessIds(std::shared_ptr<ProcessIdSet>& out,
                                                                  std::uint32_t /*reserved*/) {
+  refresher.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  cachedProcesses.store(refreshedProcesses.exchange(0, std::memory_order_relaxed), std::memory_order_relaxed);
   return out = std::make_shared<ProcessIdSet>(RunningProcesses());
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "host/win_work.h"
 
@@ -37,6 +38,10 @@ class WorkService final : public CWinWork {
     return Clock::time_point(Clock::duration(lastConnectionStart.load()));
   }
 
+  // How many processes the module's cache had after its last complete refresh: a refresh lists the running processes
+  // and then queries each cached one. 0 if there was none. Any thread.
+  std::uint64_t CachedProcesses() const { return cachedProcesses.load(std::memory_order_relaxed); }
+
   boost::filesystem::path& SystemPath(boost::filesystem::path& out, const std::string& imageName) override;
   // kSystemSession for a process of a configured system image, otherwise the login session (see ProcessSession).
   std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) override;
@@ -60,6 +65,10 @@ class WorkService final : public CWinWork {
   const SystemImages systemImages;
   const PortClientMaker makePortClient;
   std::atomic<Clock::rep> lastConnectionStart{Clock::duration::min().count()};
+  // The thread that refreshes the module's cache, and what it has refreshed since it last listed the processes.
+  std::atomic<std::thread::id> refresher{};
+  std::atomic<std::uint64_t> refreshedProcesses{0};
+  std::atomic<std::uint64_t> cachedProcesses{0};
 };
 
 }  // namespace fenlux::refhost

@@ -22,8 +22,8 @@ using std::chrono::nanoseconds;
 TEST(Totals, AddUpWithEveryOutcome) {
   TotalsCounter counter;
   for (int i = 0; i < 10; ++i) counter.Delivered(4097);
-  counter.Answered(2, nanoseconds(10));
-  counter.Answered(4, nanoseconds(20));
+  counter.Answered(4097, 2, nanoseconds(10));
+  counter.Answered(4097, 4, nanoseconds(20));
   counter.UnansweredByDesign(nanoseconds(5));
   counter.Late();
   for (const UnjudgedCause cause : refhost::kLostCauses) counter.Lost(cause);
@@ -46,6 +46,8 @@ TEST(Totals, AddUpWithEveryOutcome) {
   EXPECT_EQ(totals.inFlight, 1u);
   EXPECT_EQ(totals.byCode, (std::map<std::uint32_t, std::uint64_t>{{4097, 10}}));
   EXPECT_EQ(totals.byVerdict, (std::map<std::uint32_t, std::uint64_t>{{2, 1}, {4, 1}}));
+  EXPECT_EQ(totals.byCodeAndVerdict,
+            (std::map<std::uint32_t, std::map<std::uint32_t, std::uint64_t>>{{4097, {{2, 1}, {4, 1}}}}));
   EXPECT_EQ(totals.kernelEvents, 4u);
   EXPECT_EQ(totals.kernelRefused, 2u);
   EXPECT_EQ(totals.kernelRefusedUnjudged, 1u);
@@ -54,12 +56,16 @@ TEST(Totals, AddUpWithEveryOutcome) {
   EXPECT_EQ(totals.Unjudged(UnjudgedCause::kOwnProcess), 1u);
   EXPECT_EQ(totals.latency.count, 3u);
   EXPECT_TRUE(totals.AddsUp());
+  EXPECT_EQ(counter.RecentLatencies().Counts().Count(), 3u);
+  EXPECT_EQ(counter.RecentLatencies().Counts().sumNanoseconds, 35u);
+  EXPECT_EQ(counter.RecentLatencies().Max(/*reset=*/true), nanoseconds(20));
+  EXPECT_EQ(counter.RecentLatencies().Max(/*reset=*/false), nanoseconds(0));
 }
 
 TEST(Totals, EverySumIsChecked) {
   TotalsCounter counter;
   counter.Delivered(4097);
-  counter.Answered(2, nanoseconds(10));
+  counter.Answered(4097, 2, nanoseconds(10));
   const EmulatorTotals right = counter.Snapshot();
   ASSERT_TRUE(right.AddsUp());
   const auto wrong = [&right](auto change) {
@@ -92,7 +98,7 @@ TEST(Totals, StayConsistentUnderConcurrentCounting) {
     threads.emplace_back([&counter, t] {
       for (int i = 0; i < 2000; ++i) {
         counter.Delivered(4097 + t);
-        counter.Answered(2 + t, nanoseconds(i));
+        counter.Answered(4097, 2 + t, nanoseconds(i));
       }
     });
   }

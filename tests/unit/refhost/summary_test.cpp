@@ -65,6 +65,20 @@ TEST(Summary, IsFineOnlyWithoutViolationsAndIfTheSumHolds) {
   EXPECT_TRUE(Shows(SummaryReport(facts), "  adds_up               no"));
 }
 
+TEST(Summary, IsNotFineIfTheDriverNeverConnected) {
+  SummaryFacts facts = Facts();
+  facts.driver.connects = 0;
+  EXPECT_TRUE(NeverConnected(facts));
+  EXPECT_FALSE(IsFine(facts));
+  EXPECT_TRUE(Shows(SummaryReport(facts), "  the driver never connected"));
+  facts.filterPort = FilterPortTotals();
+  facts.filterPort->connects = 1;
+  EXPECT_FALSE(NeverConnected(facts));
+  facts.filterPort.reset();
+  facts.moduleEnabled = false;  // it should not connect
+  EXPECT_TRUE(IsFine(facts));
+}
+
 TEST(Summary, ListsViolations) {
   SummaryFacts facts = Facts();
   facts.driver.protocolViolations = 1;

@@ -10,6 +10,18 @@
 #include "kdi/driver_records.h"
 
 namespace fenlux::refhost {
+namespace {
+
+// Leaves the text empty without memory.
+void SetText(std::string& text, std::string_view value) noexcept {
+  text.clear();
+  try {
+    text = value;
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+}  // namespace
 
 std::uint64_t DriverModel::Open(std::uint32_t clientType, std::uint32_t portValue) {
   const MutexLock lock(mutex);
@@ -18,6 +30,10 @@ std::uint64_t DriverModel::Open(std::uint32_t clientType, std::uint32_t portValu
   fresh.connected = true;
   fresh.connects = old.connects + 1;
   fresh.refusedConnects = old.refusedConnects;
+  fresh.connectionOpened = std::chrono::system_clock::now();
+  fresh.connectionEnded = old.connectionEnded;
+  fresh.endReason = std::move(old.endReason);
+  fresh.refusalReason = std::move(old.refusalReason);
   fresh.clientType = clientType;
   fresh.portValue = portValue;
   fresh.protocolViolations = old.protocolViolations;
@@ -26,9 +42,11 @@ std::uint64_t DriverModel::Open(std::uint32_t clientType, std::uint32_t portValu
   return data.state.connects;
 }
 
-void DriverModel::Close() {
+void DriverModel::Close(std::string_view reason) noexcept {
   const MutexLock lock(mutex);
   data.state.connected = false;
+  data.state.connectionEnded = std::chrono::system_clock::now();
+  SetText(data.state.endReason, reason);
 }
 
 std::optional<RequestEffect> DriverModel::CarryOut(std::uint64_t connection, const std::uint8_t* request,
@@ -87,9 +105,10 @@ void DriverModel::ReportViolation(const std::string& text) noexcept {
   }
 }
 
-void DriverModel::CountRefusedConnect() {
+void DriverModel::CountRefusedConnect(std::string_view reason) noexcept {
   const MutexLock lock(mutex);
   ++data.state.refusedConnects;
+  SetText(data.state.refusalReason, reason);
 }
 
 EmulatorState DriverModel::State() const {

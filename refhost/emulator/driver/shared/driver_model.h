@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/mutex.h"
@@ -36,7 +37,8 @@ class DriverModel {
 
   // Begins a connection and returns its number. The driver forgets what it learned over the previous one.
   std::uint64_t Open(std::uint32_t clientType, std::uint32_t portValue);
-  void Close();
+  // The connection is over, for `reason`. Without memory, the reason is missing.
+  void Close(std::string_view reason) noexcept;
 
   // Checks a request and carries it out. Returns nullopt if that connection is over.
   std::optional<RequestEffect> CarryOut(std::uint64_t connection, const std::uint8_t* request, std::size_t size);
@@ -47,7 +49,8 @@ class DriverModel {
   // memory they only count.
   void CountViolation(const std::string& text) noexcept;
   void ReportViolation(const std::string& text) noexcept;
-  void CountRefusedConnect();
+  // Without memory, the reason is missing.
+  void CountRefusedConnect(std::string_view reason) noexcept;
 
   EmulatorState State() const;
   // The committed paths of types 1 and 2, with a new revision. While no connection is open, and until a new one commits

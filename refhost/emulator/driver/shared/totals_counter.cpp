@@ -80,21 +80,25 @@ void TotalsCounter::Delivered(std::uint32_t code) noexcept {
   ++totals.delivered;
   ++totals.inFlight;
   try {
-    ++totals.byCode[code];
+    ++codes[code].delivered;
   } catch (const std::bad_alloc&) {
-    ++withoutCode;
+    ++withoutCode.delivered;
   }
 }
 
-void TotalsCounter::Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept {
+void TotalsCounter::Answered(std::uint32_t code, std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept {
+  recent.Add(latency);
   const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.answered;
+  const auto counts = codes.find(code);
+  VerdictCounts& verdicts = counts == codes.end() ? withoutCode.verdicts : counts->second.verdicts;
   ++verdicts[std::min<std::size_t>(verdict, records::kMaxVerdict)];
   latencies.Add(latency);
 }
 
 void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) noexcept {
+  recent.Add(latency);
   const MutexLock lock(mutex);
   --totals.inFlight;
   ++totals.unansweredByDesign;
@@ -145,10 +149,16 @@ EmulatorTotals TotalsCounter::Snapshot() const {
   {
     const MutexLock lock(mutex);
     snapshot = totals;
-    if (withoutCode > 0) snapshot.byCode[0] += withoutCode;
-    for (std::size_t verdict = 0; verdict < verdicts.size(); ++verdict) {
-      if (verdicts[verdict] > 0) snapshot.byVerdict[static_cast<std::uint32_t>(verdict)] = verdicts[verdict];
-    }
+    const auto add = [&snapshot](std::uint32_t code, const CodeCounts& counts) {
+      if (counts.delivered > 0) snapshot.byCode[code] += counts.delivered;
+      for (std::uint32_t verdict = 0; verdict < counts.verdicts.size(); ++verdict) {
+        if (counts.verdicts[verdict] == 0) continue;
+        snapshot.byVerdict[verdict] += counts.verdicts[verdict];
+        snapshot.byCodeAndVerdict[code][verdict] += counts.verdicts[verdict];
+      }
+    };
+    for (const auto& [code, counts] : codes) add(code, counts);
+    add(0, withoutCode);
     latencyCounts = latencies;
   }
   snapshot.latency = latencyCounts.Summary();

@@ -5,10 +5,12 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <map>
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
 #include "kdi/driver_records.h"
+#include "refhost/emulator/driver/shared/latency_recorder.h"
 #include "refhost/emulator/emulator_totals.h"
 
 namespace fenlux::refhost {
@@ -37,8 +39,8 @@ class TotalsCounter {
   // A notification goes to the module. Exactly one of the next four calls follows. Without memory for a code that it
   // has not seen before, counts it as code 0.
   void Delivered(std::uint32_t code) noexcept;
-  // `verdict` is one that a reply may have.
-  void Answered(std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept;
+  // `code` is that of Delivered, and `verdict` one that a reply may have.
+  void Answered(std::uint32_t code, std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept;
   void UnansweredByDesign(std::chrono::nanoseconds latency) noexcept;
   void Late() noexcept;
   void Lost(UnjudgedCause cause) noexcept;
@@ -51,12 +53,21 @@ class TotalsCounter {
   void Unjudged(UnjudgedCause cause) noexcept;
 
   EmulatorTotals Snapshot() const;
+  // Latencies in coarser buckets than those of Snapshot, for views that follow the host. Takes no lock.
+  LatencyRecorder& RecentLatencies() { return recent; }
 
  private:
+  using VerdictCounts = std::array<std::uint64_t, records::kMaxVerdict + 1>;
+  struct CodeCounts {
+    std::uint64_t delivered = 0;
+    VerdictCounts verdicts{};
+  };
+
+  LatencyRecorder recent;
   mutable Mutex mutex;
-  EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // Snapshot fills in verdicts, latency and the uncounted codes
-  std::uint64_t withoutCode FENLUX_GUARDED_BY(mutex) = 0;
-  std::array<std::uint64_t, records::kMaxVerdict + 1> verdicts FENLUX_GUARDED_BY(mutex){};
+  EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // Snapshot fills in codes, verdicts and latency
+  std::map<std::uint32_t, CodeCounts> codes FENLUX_GUARDED_BY(mutex);
+  CodeCounts withoutCode FENLUX_GUARDED_BY(mutex);
   LatencyHistogram latencies FENLUX_GUARDED_BY(mutex);
 };
 

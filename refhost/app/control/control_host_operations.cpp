@@ -1,0 +1,104 @@
+// The table of operations of the host itself.
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/app/control/control_operations.h"
+#include "refhost/app/metrics/host_metrics.h"
+#include "refhost/app/recording/capture_settings.h"
+#include "refhost/app/recording/port_recording.h"
+#include "refhost/app/reference_host.h"
+#include "refhost/app/status/health.h"
+#include "refhost/app/status/status_report.h"
+
+namespace fenlux::refhost {
+namespace {
+
+using Host = ReferenceHost;
+using Arguments = ControlArguments;
+
+Report Empty() { return Report::object(); }
+
+Report RestartReport(std::vector<std::string> settings) {
+  Report report = Report::object();
+  if (!settings.empty()) report["restart_needed_for"] = std::move(settings);
+  return report;
+}
+
+// In the order in which help shows them.
+const ControlOperation kHostOperations[] = {
+    {"status",
+     "Show the state of the host and its connection",
+     {},
+     [](Host& host, const Arguments&) { return StatusReport(host.Status()); },
+     true},
+    {"health",
+     "Show in one line whether the host works as it should; the exit code says it too: 0, 6 (degraded) or 7 (none)",
+     {},
+     [](Host& host, const Arguments&) { return HealthReport(host.Status()); },
+     true,
+     HealthText,
+     HealthExitCode},
+    {"metrics",
+     "Show the metrics in Prometheus's text format, as [metrics] listen serves them (Linux only)",
+     {},
+     [](Host& host, const Arguments&) {
+       Report report = Report::object();
+       report["metrics"] = MetricsText(host.Status());
+       return report;
+     },
+     true,
+     [](const Report& result) { return result.at("metrics").get<std::string>(); }},
+    {"summary",
+     "Show the counts so far, as at the end of a run",
+     {},
+     [](Host& host, const Arguments&) { return SummaryReport(host.Facts()); },
+     true},
+    {"driver",
+     "Show the state of the emulated driver",
+     {},
+     [](Host& host, const Arguments&) { return DriverReport(host.DriverState()); },
+     true},
+    {"reload",
+     "Reload the configuration file, like SIGHUP",
+     {},
+     [](Host& host, const Arguments&) {
+       ReloadResult result = host.Reload();
+       if (!result.errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + result.errors);
+       return RestartReport(std::move(result.waiting));
+     },
+     true},
+    {"record start",
+     "Record the driver's port to a file",
+     {{"file", ArgumentKind::kPath, "capture to write (pcapng)"}},
+     [](Host& host, const Arguments& arguments) {
+       try {
+         host.Recording().Start(std::string(TextArgument(arguments, "file")));
+       } catch (const capture::RecordingError& error) {
+         throw ControlRefusal(error.what());
+       }
+       return Empty();
+     },
+     true},
+    {"record stop",
+     "Stop recording and show the counts",
+     {},
+     [](Host& host, const Arguments&) {
+       if (!host.Recording().Status().active) throw ControlRefusal("no recording is active");
+       host.Recording().Stop();
+       return RecordingReport(host.Recording().Status());
+     },
+     true},
+    {"record status",
+     "Show the counts of the current or the last recording",
+     {},
+     [](Host& host, const Arguments&) { return RecordingReport(host.Recording().Status()); },
+     true},
+};
+
+}  // namespace
+
+std::span<const ControlOperation> HostOperations() { return kHostOperations; }
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,27 @@
+// Whether a running host works as it should, for monitoring scripts.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "refhost/app/status/status_facts.h"
+#include "refhost/base/report.h"
+
+namespace fenlux::refhost {
+
+// What is wrong; empty if the host is healthy. What was lost counts for ten minutes.
+std::vector<std::string> HealthProblems(const StatusFacts& facts);
+
+// {"health": "healthy"} or {"health": "degraded", "problems": [...]}.
+Report HealthReport(const StatusFacts& facts);
+
+// The report as one line: "healthy", "degraded: ...", "not reachable: ...". Ends with a line feed.
+std::string HealthText(const Report& report);
+
+// The exit code for the report.
+int HealthExitCode(const Report& report);
+
+// The report of a host that does not answer, for `reason`.
+Report UnreachableReport(const std::string& reason);
+
+}  // namespace fenlux::refhost

@@ -1,0 +1,70 @@
+// Counts the latencies of notifications without a lock: every delivery thread writes to a part of its own.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+#include "refhost/emulator/latency_counts.h"
+
+namespace fenlux::refhost {
+
+// Any thread. Takes no memory after construction.
+class LatencyRecorder {
+ public:
+  void Add(std::chrono::nanoseconds latency) noexcept {
+    Part& part = parts[OwnPart()];
+    part.buckets[LatencyCounts::Bucket(latency)].fetch_add(1, std::memory_order_relaxed);
+    const auto value = latency.count() < 0 ? std::uint64_t{0} : static_cast<std::uint64_t>(latency.count());
+    part.sum.fetch_add(value, std::memory_order_relaxed);
+    std::uint64_t max = part.max.load(std::memory_order_relaxed);
+    while (value > max && !part.max.compare_exchange_weak(max, value, std::memory_order_relaxed)) {
+    }
+  }
+
+  // All counts since the start.
+  LatencyCounts Counts() const {
+    LatencyCounts counts;
+    for (const Part& part : parts) {
+      for (std::size_t index = 0; index < counts.buckets.size(); ++index) {
+        counts.buckets[index] += part.buckets[index].load(std::memory_order_relaxed);
+      }
+      counts.sumNanoseconds += part.sum.load(std::memory_order_relaxed);
+    }
+    return counts;
+  }
+
+  // The longest time since the last call with `reset`.
+  std::chrono::nanoseconds Max(bool reset) {
+    std::uint64_t max = 0;
+    for (Part& part : parts) {
+      const std::uint64_t value =
+          reset ? part.max.exchange(0, std::memory_order_relaxed) : part.max.load(std::memory_order_relaxed);
+      if (value > max) max = value;
+    }
+    return std::chrono::nanoseconds(static_cast<std::int64_t>(max));
+  }
+
+ private:
+  // Threads beyond this number share parts.
+  static constexpr std::size_t kParts = 16;
+
+  // Neighbours share no cache line that both write often: the first bucket's latencies are shorter than any real one.
+  struct Part {
+    std::array<std::atomic<std::uint64_t>, LatencyCounts::kBuckets> buckets{};
+    std::atomic<std::uint64_t> sum{0};
+    std::atomic<std::uint64_t> max{0};
+  };
+
+  static std::size_t OwnPart() {
+    static std::atomic<std::size_t> threads{0};
+    thread_local const std::size_t part = threads.fetch_add(1, std::memory_order_relaxed) % kParts;
+    return part;
+  }
+
+  std::array<Part, kParts> parts{};
+};
+
+}  // namespace fenlux::refhost
