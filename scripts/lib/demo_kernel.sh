@@ -27,6 +27,10 @@ demo_kernel() {
   demo_wait_for "OK!][obj path]=$dir/second" || return 0
   demo_expect refused cat "$dir/second/plan.secret"
 
+  echo "-- what the host says of itself"
+  "$host" ctl --socket "$socket" status || unexpected+=("the host shows no status")
+  "$host" ctl --socket "$socket" health || unexpected+=("the host is not healthy")
+
   kill -INT "$host_pid"
   wait "$host_pid" || status=$?
   host_pid=""
