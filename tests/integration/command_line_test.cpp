@@ -31,7 +31,7 @@ std::size_t LongestLine(const std::string& text) {
 }
 
 TEST(Help, FitsTheWidthOfTheTerminal) {
-  for (const std::size_t width : {60, 100}) {
+  for (const std::size_t width : {std::size_t{60}, std::size_t{100}}) {
     HostSetup setup;
     setup.SetVariable("COLUMNS", std::to_string(width));
     for (const Arguments& arguments : {Arguments{"--help"}, Arguments{"run", "--help"}, Arguments{"ctl", "--help"},
