@@ -65,7 +65,7 @@ const Rules kReferenceHost{
     {"capture", {"base"}},
     {"emulator", {"base", "emulator/driver", "emulator/sources"}},
     {"emulator/driver", {"base", "services", "port", "emulator"}},
-    {"emulator/sources", {"base", "emulator", "emulator/driver"}},
+    {"emulator/sources", {"base", "capture", "emulator", "emulator/driver"}},
     {"app", {"base", "services", "port", "capture", "emulator", "emulator/sources"}},
 };
 
