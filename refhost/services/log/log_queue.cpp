@@ -109,7 +109,7 @@ bool LogQueue::Drain(std::chrono::milliseconds timeout) {
   return true;
 }
 
-void LogQueue::ReplaceFile(LogFile file) {
+void LogQueue::UseFile(LogFile file) {
   const MutexLock lock(mutex);
   nextFile = std::move(file);
   added.notify_one();

@@ -54,6 +54,6 @@ bool LogService::Drain(std::chrono::milliseconds timeout) { return queue->Drain(
 
 LogTotals LogService::Totals() const { return queue->Totals(); }
 
-void LogService::ReplaceFile(std::shared_ptr<std::FILE> opened) { queue->ReplaceFile(std::move(opened)); }
+void LogService::UseFile(std::shared_ptr<std::FILE> opened) { queue->UseFile(std::move(opened)); }
 
 }  // namespace fenlux::refhost
