@@ -1,9 +1,10 @@
-// Reads any bytes as what /proc shows of a process: its session, its command line and the link to its program. A
+// Reads any bytes as what /proc shows of a process: its session, its command line and its user. A
 // process can put almost anything there.
 //
 // The first byte of an input selects which; the rest are the bytes.
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,10 +37,14 @@ void FuzzCommandLine(std::string_view text) {
   Require(text.find_first_not_of('\0', line.size()) == std::string_view::npos, "only zeros at the end are dropped");
 }
 
-void FuzzImage(std::string_view text) {
-  constexpr std::string_view kRemoved = " (deleted)";
-  const std::string image = ImageFromLink(text);
-  Require(text == image || text == image + std::string(kRemoved), "a link is the path, without the kernel's remark");
+void FuzzUser(std::string_view text) {
+  const std::optional<std::uint32_t> user = UserFromText(text);
+  if (!user) return;
+  const std::size_t line = text.find("\nUid:\t");
+  Require(line != std::string_view::npos, "a user comes from the line of that name");
+  const std::size_t tab = text.find('\t', line + 6);
+  Require(tab != std::string_view::npos, "the effective user is the second one");
+  Require(user == LeadingNumber(text.substr(tab + 1)), "a user is the number after the second tab");
 }
 
 }  // namespace
@@ -48,7 +53,7 @@ void FuzzImage(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace fenlux::refhost;
   if (size == 0) return 0;
-  constexpr void (*kTargets[])(std::string_view) = {FuzzSession, FuzzCommandLine, FuzzImage};
+  constexpr void (*kTargets[])(std::string_view) = {FuzzSession, FuzzCommandLine, FuzzUser};
   kTargets[data[0] % std::size(kTargets)]({reinterpret_cast<const char*>(data + 1), size - 1});
   return 0;
 }

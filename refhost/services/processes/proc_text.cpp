@@ -8,7 +8,7 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr std::uint32_t kNoLoginSession = 0xFFFFFFFF;
-constexpr std::string_view kRemoved = " (deleted)";
+constexpr std::string_view kUserLine = "\nUid:\t";
 
 }  // namespace
 
@@ -30,9 +30,14 @@ std::string CommandLineFromText(std::string text) {
   return text;
 }
 
-std::string ImageFromLink(std::string_view target) {
-  if (target.ends_with(kRemoved)) target.remove_suffix(kRemoved.size());
-  return std::string(target);
+std::optional<std::uint32_t> UserFromText(std::string_view text) {
+  // "Uid:", then the real user and the effective one. The kernel escapes a line break in the program's name before it.
+  const std::size_t line = text.find(kUserLine);
+  if (line == std::string_view::npos) return std::nullopt;
+  const std::string_view numbers = text.substr(line + kUserLine.size());
+  const std::size_t tab = numbers.find('\t');
+  if (tab == std::string_view::npos) return std::nullopt;
+  return LeadingNumber(numbers.substr(tab + 1));
 }
 
 }  // namespace fenlux::refhost

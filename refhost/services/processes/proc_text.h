@@ -16,7 +16,7 @@ std::optional<std::uint32_t> LeadingNumber(std::string_view text);
 std::uint32_t SessionFromText(std::string_view text);
 // The arguments of /proc/PID/cmdline, separated by spaces.
 std::string CommandLineFromText(std::string text);
-// The path that /proc/PID/exe links to, without the remark that the kernel adds if the file was removed.
-std::string ImageFromLink(std::string_view target);
+// The user whose rights the process has, from /proc/PID/status; nullopt if the text has none.
+std::optional<std::uint32_t> UserFromText(std::string_view text);
 
 }  // namespace fenlux::refhost

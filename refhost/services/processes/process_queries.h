@@ -10,19 +10,23 @@
 
 namespace fenlux::refhost {
 
-// All functions: any thread. For a process that has ended or may not be queried, the result is empty.
+// All functions: any thread. For a process that has ended or may not be queried, the result is empty. On POSIX, those
+// that read what /proc shows of a process throw std::system_error if this process has no descriptors or memory left.
 
 // Whether the process is running.
 bool ProcessRuns(std::uint32_t processId);
 // The process's login session; 0 if it has none, or if it runs under the system's own account as services do.
 std::uint32_t ProcessSession(std::uint32_t processId);
+// The user whose rights the process has. Linux only.
+std::optional<std::uint32_t> ProcessUser(std::uint32_t processId);
 // The full path of the process's program; empty if it cannot be established that the program is the file of that name:
 // it was replaced or removed, or the process sees other files than the caller.
 std::wstring ProcessImagePath(std::uint32_t processId);
 // The command line in UTF-8, with its arguments separated by spaces, truncated to 4096 bytes.
 std::string ProcessCommandLine(std::uint32_t processId);
 std::set<std::uint64_t> RunningProcesses();
-// The processes that run this program, in ascending order of ids. Symbolic links in the path are followed.
+// The processes whose program is certain to be this one (see ProcessImagePath), in ascending order of ids. Symbolic
+// links in the path are followed.
 std::vector<std::uint32_t> ProcessesOfImage(const boost::filesystem::path& image);
 
 // The path of an image that is named relative to the system directory.

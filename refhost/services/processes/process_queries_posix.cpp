@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <boost/filesystem/operations.hpp>
+#include <cerrno>
 #include <memory>
 #include <string_view>
+#include <system_error>
 
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/text/utf_text.h"
@@ -20,14 +22,27 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr std::size_t kMaxCommandLine = 4096;
+constexpr std::size_t kStatusStart = 1024;  // the line "Uid" is among the first, after the program's short name
 
 std::string ProcPath(std::uint32_t processId, std::string_view entry) {
   return fmt::format("/proc/{}{}", processId, entry);
 }
 
-// The start of a file in /proc; empty if it cannot be read.
-std::string ReadStart(const std::string& path, std::size_t limit) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+// Opens an entry of a process in /proc; invalid if the process has ended or may not be queried. That the host itself
+// has no descriptors or memory left says nothing about the process, so it must not look like that.
+Descriptor OpenEntry(std::uint32_t processId, std::string_view entry, int flags) {
+  const std::string path = ProcPath(processId, entry);
+  Descriptor opened(::open(path.c_str(), flags | O_CLOEXEC));
+  const int error = errno;
+  if (!opened.Valid() && (error == EMFILE || error == ENFILE || error == ENOMEM)) {
+    throw std::system_error(error, std::generic_category(), path + " cannot be opened");
+  }
+  return opened;
+}
+
+// The start of an entry of a process in /proc; empty if it cannot be read.
+std::string ReadStart(std::uint32_t processId, std::string_view entry, std::size_t limit) {
+  const Descriptor file = OpenEntry(processId, entry, O_RDONLY);
   if (!file.Valid()) return {};
   std::string text(limit, '\0');
   std::size_t length = 0;
@@ -40,14 +55,27 @@ std::string ReadStart(const std::string& path, std::size_t limit) {
   return text;
 }
 
-// The path of the process's program as the process sees it.
-std::string LinkOf(std::uint32_t processId) {
+// The path under which an open file was opened.
+std::string PathOf(const Descriptor& file) {
   std::array<char, 4096> target;
-  const ssize_t length = ::readlink(ProcPath(processId, "/exe").c_str(), target.data(), target.size());
+  const ssize_t length = ::readlink(fmt::format("/proc/self/fd/{}", file.Get()).c_str(), target.data(), target.size());
   return length <= 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-std::string ImageOf(std::uint32_t processId) { return ImageFromLink(LinkOf(processId)); }
+// See ProcessImagePath.
+std::string EstablishedImage(std::uint32_t processId) {
+  // The link shows the path as the process sees it, and any user can mount one program over another in a namespace of
+  // their own. So the path counts only if it names the same file here. That also leaves out a program whose file was
+  // replaced since it was started. Both are read from one descriptor, because the process may run another program at
+  // any moment; while it is open, the inode's number belongs to no other file.
+  const Descriptor program = OpenEntry(processId, "/exe", O_PATH);
+  struct stat status {};
+  if (!program.Valid() || ::fstat(program.Get(), &status) != 0) return {};
+  std::string image = PathOf(program);
+  struct stat named {};
+  if (image.empty() || ::lstat(image.c_str(), &named) != 0) return {};
+  return named.st_dev == status.st_dev && named.st_ino == status.st_ino ? image : std::string();
+}
 
 }  // namespace
 
@@ -57,26 +85,19 @@ bool ProcessRuns(std::uint32_t processId) {
 }
 
 std::uint32_t ProcessSession(std::uint32_t processId) {
-  struct stat status {};
-  if (::stat(ProcPath(processId, "").c_str(), &status) == 0 && status.st_uid == 0) return 0;
-  return SessionFromText(ReadStart(ProcPath(processId, "/sessionid"), 16));
+  if (ProcessUser(processId) == 0U) return 0;
+  return SessionFromText(ReadStart(processId, "/sessionid", 16));
 }
 
-std::wstring ProcessImagePath(std::uint32_t processId) {
-  // The link shows the path as the process sees it, and any user can mount one program over another in a namespace of
-  // their own. So the path counts only if it names the same file here. That also leaves out a program whose file was
-  // replaced since it was started.
-  struct stat program {};
-  if (::stat(ProcPath(processId, "/exe").c_str(), &program) != 0) return {};
-  const std::string image = LinkOf(processId);
-  struct stat named {};
-  if (image.empty() || ::lstat(image.c_str(), &named) != 0) return {};
-  const bool same = named.st_dev == program.st_dev && named.st_ino == program.st_ino;
-  return same ? WideFromNarrow(image) : std::wstring();
+std::optional<std::uint32_t> ProcessUser(std::uint32_t processId) {
+  // Not the owner of the directory: that of a process that must not be dumped is root, whoever runs it.
+  return UserFromText(ReadStart(processId, "/status", kStatusStart));
 }
+
+std::wstring ProcessImagePath(std::uint32_t processId) { return WideFromNarrow(EstablishedImage(processId)); }
 
 std::string ProcessCommandLine(std::uint32_t processId) {
-  return CommandLineFromText(ReadStart(ProcPath(processId, "/cmdline"), kMaxCommandLine));
+  return CommandLineFromText(ReadStart(processId, "/cmdline", kMaxCommandLine));
 }
 
 std::set<std::uint64_t> RunningProcesses() {
@@ -97,7 +118,7 @@ std::vector<std::uint32_t> ProcessesOfImage(const boost::filesystem::path& image
   if (error) return found;
   for (const std::uint64_t processId : RunningProcesses()) {
     const auto id = static_cast<std::uint32_t>(processId);
-    if (ImageOf(id) == real.native()) found.push_back(id);
+    if (EstablishedImage(id) == real.native()) found.push_back(id);
   }
   return found;
 }

@@ -3,6 +3,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +12,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 #include <string>
+#include <system_error>
 
 #include "refhost/base/platform/own_process.h"
 #include "refhost/base/text/utf_text.h"
@@ -100,6 +103,7 @@ TEST(ProcessQueries, GiveNoPathForAProgramThatIsMountedOverAnother) {
   if (!spoofed.Runs()) GTEST_SKIP() << "this process may not mount in a namespace of its own";
   ASSERT_EQ(LinkOf(spoofed.Id()), shown);
   EXPECT_EQ(ProcessImagePath(spoofed.Id()), L"");
+  EXPECT_TRUE(ProcessesOfImage(shown).empty());
 
   const Running plain("exec " + cat);
   ASSERT_TRUE(plain.Runs());
@@ -125,6 +129,50 @@ TEST(ProcessQueries, GiveNoPathForAProgramThatWasReplacedOrRemoved) {
 TEST(ProcessQueries, FindNoProcessOfAMissingImage) {
   EXPECT_TRUE(ProcessesOfImage("/no/such/image").empty());
   EXPECT_TRUE(ProcessesOfImage("/").empty());
+}
+
+// While it exists, this process can open no more files.
+class WithoutDescriptors {
+ public:
+  WithoutDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~WithoutDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before); }
+
+ private:
+  rlimit before{};
+};
+
+TEST(ProcessQueries, DoNotTakeALackOfDescriptorsForAnUnknownProgram) {
+  const WithoutDescriptors lack;
+  EXPECT_TRUE(ProcessRuns(Own()));
+  EXPECT_THROW(ProcessImagePath(Own()), std::system_error);
+  EXPECT_THROW(ProcessSession(Own()), std::system_error);
+  EXPECT_THROW(ProcessCommandLine(Own()), std::system_error);
+}
+
+TEST(ProcessQueries, KnowTheUserOfAProcessThatMustNotBeDumped) {
+  // Without privileges, the process keeps its user; root's takes another one.
+  const std::uint32_t user = ::geteuid() == 0 ? 65534 : ::geteuid();
+  int ready[2];
+  int end[2];
+  ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe2(end, O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::close(end[1]);
+    char byte = ::setresuid(user, user, user) == 0 && ::prctl(PR_SET_DUMPABLE, 0) == 0 ? 'y' : 'n';
+    const bool told = ::write(ready[1], &byte, 1) == 1;
+    ::_exit(told && ::read(end[0], &byte, 1) == 0 ? 0 : 1);
+  }
+  char byte = 0;
+  EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+  EXPECT_EQ(byte, 'y');
+  EXPECT_EQ(ProcessUser(static_cast<std::uint32_t>(child)), user);
+  for (const int descriptor : {ready[0], ready[1], end[0], end[1]}) ::close(descriptor);
+  ::waitpid(child, nullptr, 0);
 }
 
 TEST(ProcessQueries, ReportNoSessionForTheSystemsAccount) {
