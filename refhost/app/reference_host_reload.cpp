@@ -45,7 +45,7 @@ ReloadResult ReferenceHost::Reload() {
 void ReferenceHost::ReopenLog() {
   if (start.log.file.empty()) return;
   try {
-    log->UseFile(OpenTrustedLog(start.log.file, start.insecurePermissions));
+    log->SwitchFile(OpenTrustedLog(start.log.file, start.insecurePermissions));
   } catch (const std::runtime_error& error) {
     log->Write(Severity::kProblem, std::string("[host] the log stays in the file that is open: ") + error.what());
   }

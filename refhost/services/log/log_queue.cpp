@@ -109,7 +109,7 @@ bool LogQueue::Drain(std::chrono::milliseconds timeout) {
   return true;
 }
 
-void LogQueue::UseFile(LogFile file) {
+void LogQueue::SwitchFile(LogFile file) {
   const MutexLock lock(mutex);
   nextFile = std::move(file);
   added.notify_one();

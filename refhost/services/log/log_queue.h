@@ -43,7 +43,7 @@ class LogQueue {
   bool WaitStopped(std::chrono::milliseconds timeout);
   LogTotals Totals() const;
   // Lets the writer write to this file from its next lines on, and close the one before.
-  void UseFile(LogFile file);
+  void SwitchFile(LogFile file);
 
   // The body of the writer thread.
   void RunWriter();
@@ -55,7 +55,7 @@ class LogQueue {
     std::FILE* stream;  // whose errors the sink does not report; null: the sink reports its errors
   };
 
-  // Takes a file that UseFile left.
+  // Takes a file that SwitchFile left.
   void UseFile(LogFile file);
   void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream);
   // Writes the lines and returns how many are lost: a line counts as written only if every output took it, and a batch

@@ -54,6 +54,6 @@ bool LogService::Drain(std::chrono::milliseconds timeout) { return queue->Drain(
 
 LogTotals LogService::Totals() const { return queue->Totals(); }
 
-void LogService::UseFile(std::shared_ptr<std::FILE> opened) { queue->UseFile(std::move(opened)); }
+void LogService::SwitchFile(std::shared_ptr<std::FILE> opened) { queue->SwitchFile(std::move(opened)); }
 
 }  // namespace fenlux::refhost

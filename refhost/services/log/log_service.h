@@ -80,7 +80,7 @@ class LogService final : public CLog {
   LogTotals Totals() const;
 
   // Writes to this file from here on instead of the one before, which is closed. Ignored if the settings name no file.
-  void UseFile(std::shared_ptr<std::FILE> opened);
+  void SwitchFile(std::shared_ptr<std::FILE> opened);
 
  private:
   const std::shared_ptr<LogQueue> queue;
