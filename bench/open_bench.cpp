@@ -1,9 +1,10 @@
 // The guarded open, measured: what opening a file costs beside no monitor, beside the least monitor there can be, and
 // beside a host with the module. All are measured in turn in one run, so that their ratios hold on any machine.
 //
-// Usage: fenlux_open_bench [ROUNDS [programs|recorded]]. Needs Linux and root. Prints the median of each and their
-// ratios. With "programs", a rule of the host names a program, so that every event's program is established, too. With
-// "recorded", the host is also measured while it records its port.
+// Usage: fenlux_open_bench [ROUNDS [programs|recorded|logged]]. Needs Linux and root. Prints the median of each and
+// their ratios. With "programs", a rule of the host names a program, so that every event's program is established, too.
+// With "recorded", the host is also measured while it records its port. With "logged", it is measured without the
+// decision log and with it; otherwise it has the log of refusals, as it has by default.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -40,6 +41,7 @@ struct Variant {
   std::string file;
   std::vector<std::uint64_t> times;
   bool recorded = false;
+  const char* decisionLog = nullptr;  // the setting of that name to switch to; null: as it is
 
   double Median() {
     const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
@@ -63,14 +65,21 @@ std::unique_ptr<EventPaths> PathsOf(const std::string& directory) {
   return paths;
 }
 
-// A host that judges every open in the directory by rules, one of which names a program if `programs` is set.
-std::unique_ptr<refhost::ReferenceHost> HostOf(const TemporaryDirectory& files, const std::string& directory,
-                                               bool programs) {
+// After a reload the module applies its policy once more.
+constexpr std::chrono::milliseconds kPolicyPause{50};
+
+// The configuration of a host that judges every open in the directory by rules, one of which names a program if
+// `programs` is set.
+boost::filesystem::path WriteConfig(const TemporaryDirectory& files, const std::string& directory, bool programs,
+                                    const char* decisionLog) {
   const std::string rule = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
   const std::string programRule = "[[judging.rules]]\npath = '*.txt'\nprocess = 'no-such-program'\ndecision = 3\n";
-  const auto file = files.Write("host.toml", "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['" +
-                                                 directory + "']\n[log]\nconsole = 'problem'\n" + rule +
-                                                 (programs ? programRule : std::string()));
+  return files.Write("host.toml", "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['" + directory +
+                                      "']\n[log]\nconsole = 'problem'\n[judging]\nlog = '" + decisionLog + "'\n" +
+                                      rule + (programs ? programRule : std::string()));
+}
+
+std::unique_ptr<refhost::ReferenceHost> HostOf(const boost::filesystem::path& file) {
   refhost::ConfigErrors errors;
   refhost::HostConfig config = refhost::LoadHostConfig(file, errors);
   if (!errors.Empty()) throw std::runtime_error(errors.Text());
@@ -110,7 +119,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
   const auto directory = [&files](const char* name) { return files.MakeDirectory(name).string(); };
   std::vector<Variant> variants;
   const auto add = [&](const char* name, const char* folder) {
-    variants.push_back({name, files.MakeFile(std::string(folder) + "/file.txt").string(), {}, false});
+    variants.push_back({name, files.MakeFile(std::string(folder) + "/file.txt").string(), {}, false, nullptr});
   };
 
   directory("none");
@@ -126,15 +135,27 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
 
   const std::string guarded = directory("guarded");
   add("host with the module", "guarded");
-  const auto host = HostOf(files, guarded, mode == "programs");
+  const bool programs = mode == "programs";
+  const auto host = HostOf(WriteConfig(files, guarded, programs, "refused"));
   AwaitJudging(*host, opener, variants.back().file);
   if (mode == "recorded") {
-    variants.push_back({"host with the module, recorded", variants.back().file, {}, true});
+    variants.push_back({"host with the module, recorded", variants.back().file, {}, true, nullptr});
   }
+  if (mode == "logged") {
+    variants.back().decisionLog = "off";
+    variants.push_back({"the same, with the decision log", variants.back().file, {}, false, "refused"});
+  }
+  const auto prepare = [&](const Variant& variant) {
+    if (variant.decisionLog == nullptr) return;
+    WriteConfig(files, guarded, programs, variant.decisionLog);
+    if (!host->Reload().errors.empty()) throw std::runtime_error("the host does not reload its configuration");
+    std::this_thread::sleep_for(kPolicyPause);
+  };
   const boost::filesystem::path capture = files.Path() / "port.pcapng";
 
   for (std::size_t round = 0; round < rounds; ++round) {
     for (Variant& variant : variants) {
+      prepare(variant);
       for (const std::uint64_t time : Opens(variant, opener, *host, capture)) {
         if (time == 0) throw std::runtime_error(std::string(variant.name) + ": an open failed");
         variant.times.push_back(time);
@@ -155,8 +176,11 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
   fmt::print("the check of the path costs {:.2f} us, {:.3f} of a bare monitor's open\n", established - link,
              (established - link) / floor);
   if (variants.size() > 5) {
-    fmt::print("recording costs a factor of {:.3f} in {} opens, without a lost message\n",
-               variants[5].Median() / variants[4].Median(), variants[5].times.size());
+    const double factor = variants[5].Median() / variants[4].Median();
+    const std::size_t opens = variants[5].times.size();
+    if (mode == "recorded")
+      fmt::print("recording costs a factor of {:.3f} in {} opens, without a lost message\n", factor, opens);
+    if (mode == "logged") fmt::print("the decision log costs a factor of {:.3f} in {} opens\n", factor, opens);
   }
   host->Stop();
   boost::filesystem::remove_all(files.Path());

@@ -12,6 +12,7 @@
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/file_bytes.h"
+#include "refhost/services/events/decision_verdicts.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -96,22 +97,24 @@ bool IsScenario(const ConfigTable& root) {
 
 }  // namespace
 
+DecisionFlags RefusingDecisions(const HostConfig& config) {
+  DecisionFlags refusing{};
+  for (std::uint32_t number = kMinDecision; number <= kMaxDecision; ++number) {
+    refusing[number] = config.emulator.kernel.Refuses(
+        VerdictOfDecision(static_cast<Decision>(number), config.start.module.clientTypeFlag));
+  }
+  return refusing;
+}
+
 std::optional<Decision> UnknownProgramDecision(const HostConfig& config) {
   if (!KernelEvents(config)) return std::nullopt;
-  struct Row {
-    Decision decision;
-    records::Verdict verdict;
-  };
-  constexpr Row kDecisions[] = {{Decision::kVerdict4, records::Verdict::kVerdict4},
-                                {Decision::kVerdict5, records::Verdict::kVerdict5},
-                                {Decision::kUndecided, records::Verdict::kUnjudged},
-                                {Decision::kVerdict2, records::Verdict::kVerdict2},
-                                {Decision::kPassClient2, records::Verdict::kPassClient2}};
-  const std::vector<std::uint32_t>& refusing = config.emulator.kernel.refusingVerdicts;
-  const auto* const row = std::ranges::find_if(kDecisions, [&](const Row& candidate) {
-    return std::ranges::find(refusing, static_cast<std::uint32_t>(candidate.verdict)) != refusing.end();
-  });
-  return row == std::end(kDecisions) ? Decision::kVerdict4 : row->decision;
+  // In the order of preference. No other decision can stand for a refusal: 2 is the one that passes, 5 needs a context.
+  constexpr Decision kDecisions[] = {Decision::kVerdict4, Decision::kVerdict5, Decision::kUndecided,
+                                     Decision::kVerdict2, Decision::kPassClient2};
+  const DecisionFlags refusing = RefusingDecisions(config);
+  const auto* const found =
+      std::ranges::find_if(kDecisions, [&](Decision decision) { return refusing[static_cast<std::size_t>(decision)]; });
+  return found == std::end(kDecisions) ? Decision::kVerdict4 : *found;
 }
 
 ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigErrors& errors) {

@@ -74,6 +74,10 @@ std::vector<std::string> ChangesThatNeedARestart(const ConfigContent& running, c
 // error.
 ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigErrors& errors);
 
+// Which decisions refuse an operation, by the verdicts that the driver receives for them. Of the verdicts that a real
+// driver receives, 4 and 5 count as refusing.
+DecisionFlags RefusingDecisions(const HostConfig& config);
+
 // The decision on an event whose program is unknown, where a rule's program pattern would decide: one that refuses the
 // operation. Nothing if events do not come from the kernel.
 std::optional<Decision> UnknownProgramDecision(const HostConfig& config);

@@ -10,6 +10,8 @@
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
+#include "refhost/app/decisions/decision_log.h"
+#include "refhost/app/driver_parts.h"
 #include "refhost/app/platform/module_loader.h"
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/app/recording/host_facts.h"
@@ -27,38 +29,6 @@ namespace {
 // How long a stop waits for the module before it ends the driver's side, and once more after that.
 constexpr std::chrono::milliseconds kModuleStopTimeout{500};
 
-Severity SeverityOf(EmulatorLogLevel level) {
-  switch (level) {
-    case EmulatorLogLevel::kDetail:
-      return Severity::kDetail;
-    case EmulatorLogLevel::kEvent:
-      return Severity::kEvent;
-    case EmulatorLogLevel::kWarning:
-      return Severity::kWarning;
-    case EmulatorLogLevel::kProblem:
-      break;
-  }
-  return Severity::kProblem;
-}
-
-std::shared_ptr<DriverEmulator> MakeEmulator(HostConfig& config, const std::shared_ptr<LogService>& log) {
-  EmulatorHooks hooks;
-  hooks.log = [log](EmulatorLogLevel level, const std::string& line) {
-    log->Write(SeverityOf(level), "[emulator] " + line);
-  };
-  if (!config.emulator.scenarioFile.empty()) {
-    hooks.scenarioFinished = [log] { log->Write(Severity::kEvent, "[emulator] scenario finished"); };
-  }
-  return std::make_shared<DriverEmulator>(std::move(config.emulator), std::move(config.scenario), std::move(hooks));
-}
-
-// Null if the emulated driver is used.
-std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const std::shared_ptr<LogService>& log) {
-  if (settings.port != DriverPortKind::kFilterManager) return nullptr;
-  return std::make_shared<FilterPort>(
-      settings.filter, [log](Severity severity, const std::string& line) { log->Write(severity, line); });
-}
-
 }  // namespace
 
 ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile)
@@ -71,24 +41,30 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
       records(std::make_shared<RecordRegister>()),
       net(std::make_shared<NetService>()),
       configuration(std::make_shared<Configuration>(config.start.module, config.reloadable.module, records)),
+      decisionLog(std::make_shared<DecisionLog>(log, !config.start.log.json)),
       judge(std::make_shared<Judge>(
-          std::move(config.reloadable.rules), UnknownProgramDecision(config),
-          [recording = recording](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
-            recording->AddJudgement({static_cast<std::uint32_t>(decision),
-                                     rule == nullptr ? std::string_view() : rule->name,
-                                     std::chrono::duration_cast<std::chrono::microseconds>(duration)});
-          })),
+          std::move(config.reloadable.rules),
+          JudgeSettings{
+              .unknownProgram = UnknownProgramDecision(config),
+              .refusing = RefusingDecisions(config),
+              .observer =
+                  [recording = recording](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
+                    recording->AddJudgement({static_cast<std::uint32_t>(decision),
+                                             rule == nullptr ? std::string_view() : rule->name,
+                                             std::chrono::duration_cast<std::chrono::microseconds>(duration)});
+                  }})),
       unjudgedPolicy(config.emulator.unjudged),
-      emulator(MakeEmulator(config, log)),
+      emulator(MakeEmulator(config, log, decisions)),
       filterPort(MakeFilterPort(config.start.driver, log)),
       work(std::make_shared<WorkService>(
           config.start.systemImages,
-          recording->Recorded([emulator = emulator, filterPort = filterPort](
+          recording->Recorded([emulator = emulator, filterPort = filterPort, decisions = decisions](
                                   const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
                                   std::uint32_t maxMessageSize, const NotificationHandler& handler,
                                   std::uint32_t portValue) {
             if (filterPort != nullptr) {
-              return filterPort->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
+              return filterPort->MakePortClient(portName, connectContext, maxMessageSize,
+                                                ObservedHandler(handler, decisions), portValue);
             }
             return emulator->MakePortClient(portName, connectContext, maxMessageSize, handler, portValue);
           }))),
@@ -116,6 +92,8 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
               },
       }) {
   recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
+  decisions->Attach(decisionLog, judge->InForce()->rules.logged);
+  emulator->EnforceRefusals(judge->InForce()->rules.enforced);
 }
 
 ReferenceHost::~ReferenceHost() = default;
@@ -181,11 +159,15 @@ std::future<void> ReferenceHost::StopModule() {
   return stopped;
 }
 
-bool ReferenceHost::DrainLog(std::chrono::milliseconds limit) { return log->Drain(limit); }
+bool ReferenceHost::DrainLog(std::chrono::milliseconds limit) {
+  decisionLog->ReportHidden(DecisionLog::TimePoint::max());
+  return log->Drain(limit);
+}
 
 void ReferenceHost::Poll() {
   policyWatch.Poll(PolicyWatch::Clock::now());
   policyNotifications.store(policyWatch.NotificationCount());
+  decisionLog->ReportHidden(std::chrono::steady_clock::now());
 }
 
 void ReferenceHost::Log(Severity severity, const std::string& line) { log->Write(severity, line); }

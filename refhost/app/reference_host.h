@@ -26,6 +26,7 @@ class CKDIBase;
 
 namespace fenlux::refhost {
 
+class DecisionLog;
 class DriverEmulator;
 class FilterPort;
 class HostContext;
@@ -84,6 +85,11 @@ class ReferenceHost {
   EmulatorState DriverState() const;
 
   PortRecording& Recording() { return *recording; }
+  // Where observers of decisions attach.
+  DecisionSink& Decisions() { return *decisions; }
+  std::shared_ptr<const RulesInForce> RulesNow() const { return judge->InForce(); }
+  // The decisions that refuse an operation.
+  const DecisionFlags& Refusing() const { return judge->Settings().refusing; }
 
   SummaryFacts Facts() const;
   StatusFacts Status() const;
@@ -115,6 +121,8 @@ class ReferenceHost {
   std::shared_ptr<RecordRegister> records;
   std::shared_ptr<NetService> net;
   std::shared_ptr<Configuration> configuration;
+  const std::shared_ptr<DecisionSink> decisions = std::make_shared<DecisionSink>();
+  std::shared_ptr<DecisionLog> decisionLog;
   std::shared_ptr<Judge> judge;
   const UnjudgedPolicy unjudgedPolicy;
   std::shared_ptr<DriverEmulator> emulator;

@@ -7,12 +7,14 @@
 #include <stdexcept>
 #include <utility>
 
+#include "refhost/app/decisions/decision_log.h"
 #include "refhost/app/recording/host_facts.h"
 #include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
 #include "refhost/app/security/file_trust.h"
 #include "refhost/app/security/trusted_log.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/emulator/driver_emulator.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -69,6 +71,8 @@ ReloadResult ReferenceHost::ReadAgain() {
   }
   recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
   configuration->Replace(std::move(config.reloadable.module));
+  decisions->Attach(decisionLog, config.reloadable.rules.logged);
+  emulator->EnforceRefusals(config.reloadable.rules.enforced);
   judge->Replace(std::move(config.reloadable.rules));
   locale->Replace(std::move(config.reloadable.translations));
   ++reloads;

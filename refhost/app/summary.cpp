@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "refhost/app/decisions/rules_report.h"
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/base/text/hex.h"
 
@@ -132,6 +133,21 @@ std::vector<std::string> ItemTexts(const NetControlItems& items) {
   return texts;
 }
 
+void AddRules(Report& report, const SummaryFacts& facts) {
+  if (facts.rules == nullptr) return;
+  report["rules"] = RuleHitsReport(*facts.rules);
+  report["enforced"] = facts.rules->rules.enforced;
+  report["not_enforced"] = facts.notEnforced;
+  Report log = Report::object();
+  log["log"] = LoggedName(facts.rules->rules.logged);
+  log["records"] = facts.log.content.logged;
+  log["written"] = facts.log.content.written;
+  log["lost"] = facts.log.content.dropped;
+  log["unwanted"] = facts.log.content.unwanted;
+  log["not_on_console"] = facts.notOnConsole;
+  report["decision_log"] = std::move(log);
+}
+
 // The sizes of what the driver received; DriverReport shows the contents.
 Report DriverSizesReport(const EmulatorState& driver) {
   Report report = Report::object();
@@ -194,12 +210,14 @@ Report SummaryReport(const SummaryFacts& facts) {
   if (facts.filterPort) {
     report["driver_port"] = DriverPortReport(*facts.filterPort);
     report["decisions"] = DecisionsReport(facts.decisions);
+    AddRules(report, facts);
   } else {
     report["driver_was_told"] = DriverSizesReport(facts.stateBeforeStop);
     report["notifications"] = NotificationsReport(facts.totals);
     report["codes"] = CountsReport(facts.totals.byCode);
     report["decisions"] = DecisionsReport(facts.decisions);
     report["verdicts"] = CountsReport(facts.totals.byVerdict);
+    AddRules(report, facts);
     report["unjudged"] = UnjudgedReport(facts.totals);
     report["unjudged_refused"] = facts.totals.kernelRefusedUnjudged;
     report["unjudged_setting"] = UnjudgedPolicyName(facts.unjudgedPolicy);

@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,7 +31,10 @@ struct SummaryFacts {
   std::optional<FilterPortTotals> filterPort;  // if a real driver is used; the emulated one is idle then
   EmulatorState stateBeforeStop;               // what the driver had received before the host began to stop
   DecisionCounts decisions{};
+  std::uint64_t notEnforced = 0;              // of the decisions
+  std::shared_ptr<const RulesInForce> rules;  // null: not shown
   LogTotals log;
+  std::uint64_t notOnConsole = 0;  // records of decisions that the console did not show
   DriverVersionReport version;
   std::uint64_t policyReads = 0;
   std::uint64_t policyNotifications = 0;

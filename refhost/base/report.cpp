@@ -40,10 +40,10 @@ void AppendLine(std::string& out, std::size_t indent, const std::string& name, s
 void AppendReport(std::string& out, const Report& report, std::size_t indent) {
   std::size_t width = 0;
   for (const auto& [name, value] : report.items()) {
-    if (!value.is_object()) width = std::max(width, name.size());
+    if (!value.is_object()) width = std::max(width, Printable(name).size());
   }
   for (const auto& [name, value] : report.items()) {
-    AppendLine(out, indent, name, width, ValueText(value));
+    AppendLine(out, indent, Printable(name), width, ValueText(value));
     if (value.is_object()) AppendReport(out, value, indent + kIndent);
     if (!value.is_array()) continue;
     for (const Report& text : value) {

@@ -74,6 +74,10 @@ bool DriverEmulator::WaitScenarioFinished(std::chrono::milliseconds limit) const
   return impl->Scripted() != nullptr && impl->Scripted()->WaitFinished(limit);
 }
 
+void DriverEmulator::EnforceRefusals(bool enforced) { impl->Driver()->EnforceRefusals(enforced); }
+
+std::vector<WatchState> DriverEmulator::Watches() const { return impl->Driver()->Watches(); }
+
 EmulatorState DriverEmulator::State() const { return impl->Driver()->Model().State(); }
 
 EmulatorTotals DriverEmulator::Totals() const { return impl->Driver()->Totals().Snapshot(); }

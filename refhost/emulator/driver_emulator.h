@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/host.h"
+#include "refhost/emulator/driver/shared/event_source.h"
 #include "refhost/emulator/emulator_hooks.h"
 #include "refhost/emulator/emulator_settings.h"
 #include "refhost/emulator/emulator_state.h"
@@ -48,6 +50,12 @@ class DriverEmulator {
   bool ScenarioFinished() const;
   // Waits for that; false if the scenario did not finish in time or the emulator was stopped first.
   bool WaitScenarioFinished(std::chrono::milliseconds limit) const;
+
+  // Whether operations are refused at all: not even those that could not be judged. True from the start. Any thread.
+  void EnforceRefusals(bool enforced);
+
+  // The directories that kernel events are wanted of, with the reason if one is not watched. Any thread.
+  std::vector<WatchState> Watches() const;
 
   // Any thread.
   EmulatorState State() const;

@@ -2,9 +2,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace fenlux::refhost {
+
+class DecisionSink;
 
 enum class EmulatorLogLevel { kDetail, kEvent, kWarning, kProblem };
 
@@ -14,6 +17,9 @@ enum class EmulatorLogLevel { kDetail, kEvent, kWarning, kProblem };
 struct EmulatorHooks {
   std::function<void(EmulatorLogLevel level, const std::string& line)> log;
   std::function<void()> scenarioFinished;
+  // Gets a record of every judged event; may be null. Used on the delivery threads, several at a time, and also by one
+  // that outlasts Stop.
+  std::shared_ptr<DecisionSink> decisions;
 };
 
 }  // namespace fenlux::refhost

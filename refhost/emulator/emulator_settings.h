@@ -1,6 +1,7 @@
 // The emulator's configuration: the [emulator] table of the host's file.
 #pragma once
 
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <chrono>
 #include <cstdint>
@@ -21,7 +22,7 @@ enum class EventSourceKind { kScripted, kFanotify };
 struct KernelEventSettings {
   bool followPolicy = true;              // watch the directories that the module commits (types 1 and 2)
   std::vector<std::string> directories;  // watch these as well
-  bool recursive = false;                // with the directories below, as they are when the watch is set
+  bool recursive = false;                // with the directories below them
   bool onOpen = true;
   bool onAccess = false;
   bool onExec = false;
@@ -29,6 +30,10 @@ struct KernelEventSettings {
   std::vector<std::uint32_t> refusingVerdicts{static_cast<std::uint32_t>(records::Verdict::kVerdict4),
                                               static_cast<std::uint32_t>(records::Verdict::kVerdict5)};
 
+  // Whether the verdict refuses an operation.
+  bool Refuses(std::uint32_t verdict) const {
+    return std::find(refusingVerdicts.begin(), refusingVerdicts.end(), verdict) != refusingVerdicts.end();
+  }
   bool operator==(const KernelEventSettings&) const = default;
 };
 

@@ -31,11 +31,32 @@ demo_kernel() {
   "$host" ctl --socket "$socket" status || unexpected+=("the host shows no status")
   "$host" ctl --socket "$socket" health || unexpected+=("the host is not healthy")
 
+  demo_views "$host" "$socket" >"$dir/views"
   kill -INT "$host_pid"
   wait "$host_pid" || status=$?
   host_pid=""
-  cat "$dir/summary"
+  cat "$dir/summary" "$dir/views"
   if [ "$status" -ne 0 ]; then unexpected+=("the host exited with $status"); fi
+}
+
+# What the host shows of its decisions.
+demo_views() {
+  local host=$1 socket=$2 rule="cat must not read secrets"
+  local explain=("$host" ctl --socket "$socket" explain --path)
+  demo_wait_for "by rule \"$rule\" (host.toml:" || return 0
+  demo_show "the refusals in the log" "refused cat[" grep -F "by rule \"$rule\"" "$dir/log"
+  demo_show "the rules and their hits" "$rule" "$host" ctl --socket "$socket" rules
+  demo_show "why one is refused" "refused: " "${explain[@]}" "$dir/first/diary.secret" --process /usr/bin/cat
+  demo_show "why another is not" "allowed: " "${explain[@]}" "$dir/first/diary.secret" --process /usr/bin/head
+}
+
+# demo_show TITLE TEXT COMMAND...: shows the output of the command, which must contain the text.
+demo_show() {
+  local title=$1 text=$2 output
+  shift 2
+  output=$("$@" 2>&1) || unexpected+=("$title: the command failed")
+  printf -- '-- %s\n%s\n' "$title" "$output"
+  if [[ "$output" != *"$text"* ]]; then unexpected+=("$title: no \"$text\""); fi
 }
 
 # Waits for a line in the host's log.

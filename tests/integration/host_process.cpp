@@ -196,9 +196,16 @@ std::string JsonValue(const std::string& json, const std::string& path) {
   std::size_t begin = 0;
   while (begin <= path.size()) {
     const std::size_t end = std::min(path.find('.', begin), path.size());
-    const auto member = value->find(path.substr(begin, end - begin));
-    if (member == value->end()) return "(none)";
-    value = &*member;
+    const std::string name = path.substr(begin, end - begin);
+    if (value->is_array()) {
+      const std::size_t index = std::stoul(name);
+      if (index >= value->size()) return "(none)";
+      value = &(*value)[index];
+    } else {
+      const auto member = value->find(name);
+      if (member == value->end()) return "(none)";
+      value = &*member;
+    }
     begin = end + 1;
   }
   return value->is_string() ? value->get<std::string>() : value->dump();

@@ -106,6 +106,7 @@ template <typename Condition>
 bool Eventually(const Condition& condition);
 
 // The value at a dotted path of a JSON object ("driver_was_told.monitored_type2"), as text; "(none)" if absent.
+// Elements of arrays have numbers from 0.
 std::string JsonValue(const std::string& json, const std::string& path);
 
 }  // namespace fenlux::testing

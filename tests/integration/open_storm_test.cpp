@@ -32,23 +32,15 @@ int Open(const std::string& path) {
   return 0;
 }
 
-TEST(OpenStorm, EveryOpenEndsAsTheRulesSayAndTheTotalsAddUp) {
-  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
-  const HostSetup setup;
-  const std::string directory = setup.Directory("watched");
-  const std::string ordinary = setup.Write("watched/plain.txt", "words\n");
-  const std::string secret = setup.Write("watched/diary.secret", "words\n");
-  // The deadline is far away: no event may be late, however slow the machine is.
-  setup.WriteHost(
-      "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[emulator.kernel]\nthreads = 4\n"
-      "[policy]\ndirectories = ['" +
-      directory +
-      "']\n"
-      "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n");
-  HostProcess host(setup, RunArguments(setup, {"--json"}));
-  ASSERT_TRUE(Eventually([&] { return Open(secret) != 0; })) << host.Err();
-  const std::string before = setup.ControlJson({"summary"});
+// What happened to the opens of all threads.
+struct Storm {
+  int opens = 0;
+  int refused = 0;
+  int wrong = 0;  // neither as the rules say
+};
 
+// Every thread opens the two files in turn.
+Storm OpenFromManyThreads(const std::string& ordinary, const std::string& secret) {
   const int threadCount = ThreadCount();
   std::atomic<bool> go{false};
   std::atomic<int> refused{0};
@@ -67,19 +59,78 @@ TEST(OpenStorm, EveryOpenEndsAsTheRulesSayAndTheTotalsAddUp) {
   }
   go = true;
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(wrong, 0);
+  return {threadCount * kOpensPerThread, refused, wrong};
+}
 
+// A directory with an ordinary and a secret file, and a host that refuses the secret one.
+class OpenStorm : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
+  }
+
+  // The deadline is far away: no event may be late, however slow the machine is.
+  void WriteHost(const std::string& more = {}) {
+    setup.WriteHost(
+        "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[emulator.kernel]\nthreads = 4\n"
+        "[policy]\ndirectories = ['" +
+        directory +
+        "']\n"
+        "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n" +
+        more);
+  }
+  // Checks that the host counted what the storm saw.
+  void ExpectCounted(const Storm& storm, const std::string& before, const Outcome& outcome) {
+    const auto grown = [&](const std::string& value) {
+      return std::stoi(JsonValue(outcome.out, "summary.kernel." + value)) -
+             std::stoi(JsonValue(before, "kernel." + value));
+    };
+    EXPECT_EQ(storm.wrong, 0);
+    EXPECT_EQ(grown("events"), storm.opens);
+    EXPECT_EQ(grown("refused"), storm.refused);
+    EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.adds_up"), "true");
+    EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.late"), "0");
+    EXPECT_EQ(JsonValue(outcome.out, "summary.unjudged_refused"), "0");
+  }
+  static int DecisionLogCount(const std::string& summary, const std::string& name) {
+    return std::stoi(JsonValue(summary, "summary.decision_log." + name));
+  }
+
+  const HostSetup setup;
+  const std::string directory = setup.Directory("watched");
+  const std::string ordinary = setup.Write("watched/plain.txt", "words\n");
+  const std::string secret = setup.Write("watched/diary.secret", "words\n");
+};
+
+TEST_F(OpenStorm, EveryOpenEndsAsTheRulesSayAndTheTotalsAddUp) {
+  WriteHost();
+  HostProcess host(setup, RunArguments(setup, {"--json"}));
+  ASSERT_TRUE(Eventually([&] { return Open(secret) != 0; })) << host.Err();
+  const std::string before = setup.ControlJson({"summary"});
+  const Storm storm = OpenFromManyThreads(ordinary, secret);
   const Outcome outcome = host.Stop();
   EXPECT_EQ(outcome.code, 0) << outcome.err;
-  const auto grown = [&](const std::string& value) {
-    return std::stoi(JsonValue(outcome.out, "summary.kernel." + value)) -
-           std::stoi(JsonValue(before, "kernel." + value));
-  };
-  EXPECT_EQ(grown("events"), threadCount * kOpensPerThread);
-  EXPECT_EQ(grown("refused"), refused);
-  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.adds_up"), "true");
-  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.late"), "0");
-  EXPECT_EQ(JsonValue(outcome.out, "summary.unjudged_refused"), "0");
+  ExpectCounted(storm, before, outcome);
+  const std::string refused = JsonValue(outcome.out, "summary.kernel.refused");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.records"), refused);
+  EXPECT_EQ(CountOf(outcome.err, "\"result\":\"refused\""),
+            static_cast<std::size_t>(DecisionLogCount(outcome.out, "written")));
+}
+
+TEST_F(OpenStorm, AFullDiskUnderTheLogChangesNoVerdict) {
+  WriteHost("[log]\nfile = '/dev/full'\n");
+  HostProcess host(setup, RunArguments(setup, {"--json", "--insecure-permissions"}));
+  ASSERT_TRUE(Eventually([&] { return Open(secret) != 0; })) << host.Err();
+  const std::string before = setup.ControlJson({"summary"});
+  const Storm storm = OpenFromManyThreads(ordinary, secret);
+  const Outcome outcome = host.Stop();
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  ExpectCounted(storm, before, outcome);
+  const std::string refused = JsonValue(outcome.out, "summary.kernel.refused");
+  EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.records"), refused);
+  EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.lost"), refused);
+  EXPECT_EQ(DecisionLogCount(outcome.out, "written"), 0);
+  EXPECT_TRUE(Contains(outcome.err, "log lines are lost")) << outcome.err;
 }
 
 }  // namespace

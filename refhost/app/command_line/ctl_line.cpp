@@ -26,13 +26,19 @@ void AddArgument(CLI::App& command, const ControlArgument& argument, OperationVa
     command.add_flag("--" + name, values.flags[name], help);
     return;
   }
-  CLI::Option* const option = command.add_option(name, values.texts[name], help)->required();
+  const bool named = argument.kind == ArgumentKind::kOption || argument.kind == ArgumentKind::kRequiredOption;
+  CLI::Option* const option = command.add_option((named ? "--" : "") + name, values.texts[name], help);
+  option->required(argument.kind != ArgumentKind::kOption);
   switch (argument.kind) {
     case ArgumentKind::kOnOff:
       option->type_name("on|off")->check(OneOf("on|off"));
       break;
     case ArgumentKind::kInteger:
       option->type_name("N")->check(IntegerBetween(argument.min, argument.max));
+      break;
+    case ArgumentKind::kOption:
+    case ArgumentKind::kRequiredOption:
+      option->type_name("TEXT");
       break;
     case ArgumentKind::kPath:
     case ArgumentKind::kItemFile:
@@ -50,7 +56,7 @@ ControlOptions OptionsOf(const ControlOperation& operation, const OperationValue
       if (values.flags.at(name)) options.request.arguments[name] = "true";
     } else if (argument.kind == ArgumentKind::kItemFile) {
       options.items = values.texts.at(name);
-    } else {
+    } else if (argument.kind != ArgumentKind::kOption || !values.texts.at(name).empty()) {
       const std::string& text = values.texts.at(name);
       options.request.arguments[name] =
           argument.kind == ArgumentKind::kPath ? boost::filesystem::absolute(text).string() : text;

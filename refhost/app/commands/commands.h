@@ -8,6 +8,7 @@
 #include <string>
 
 #include "refhost/app/control/control_protocol.h"
+#include "refhost/app/decisions/explain_report.h"
 #include "refhost/services/log/log_service.h"
 
 namespace fenlux::refhost {
@@ -50,6 +51,15 @@ struct DecodeOptions {
 
 // Shows the exchanges of a capture.
 int DecodeCapture(const DecodeOptions& options);
+
+struct ExplainOptions {
+  boost::filesystem::path config;
+  ExplainQuestion question;
+  bool json = false;
+};
+
+// Shows which rule of a configuration would decide about an event, and why. Needs no running host.
+int ExplainDecision(const ExplainOptions& options);
 
 struct ControlOptions {
   boost::filesystem::path socket;  // empty: the socket of the configuration

@@ -57,6 +57,11 @@ std::shared_ptr<NetControlItems> ItemsArgument(const ControlArguments& arguments
   }
 }
 
+std::optional<std::string> OptionArgument(const ControlArguments& arguments, std::string_view name) {
+  const auto found = arguments.find(name);
+  return found == arguments.end() ? std::nullopt : std::optional(found->second);
+}
+
 bool HasFlag(const ControlArguments& arguments, std::string_view name) { return arguments.contains(name); }
 
 }  // namespace fenlux::refhost

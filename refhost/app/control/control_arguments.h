@@ -6,6 +6,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -17,10 +18,12 @@ namespace fenlux::refhost {
 // How an argument is written on the command line. Every kind travels to the host as text.
 enum class ArgumentKind {
   kInteger,
-  kPath,      // made absolute by `ctl` if relative
-  kItemFile,  // a file of network-control items; `ctl` sends its items
-  kFlag,      // "--name"; present or absent
-  kOnOff,     // "on" or "off"
+  kPath,            // made absolute by `ctl` if relative
+  kItemFile,        // a file of network-control items; `ctl` sends its items
+  kFlag,            // "--name"; present or absent
+  kOnOff,           // "on" or "off"
+  kOption,          // "--name VALUE"; may be absent
+  kRequiredOption,  // "--name VALUE"
 };
 
 struct ControlArgument {
@@ -32,7 +35,7 @@ struct ControlArgument {
   std::uint64_t max = std::numeric_limits<std::uint32_t>::max();
 };
 
-// Texts by argument name. A flag that is absent has no entry.
+// Texts by argument name. A flag or an option that is absent has no entry.
 using ControlArguments = std::map<std::string, std::string, std::less<>>;
 
 // The operation cannot run as requested; the text says why.
@@ -50,6 +53,8 @@ std::uint64_t Uint64Argument(const ControlArguments& arguments, std::string_view
 bool OnOffArgument(const ControlArguments& arguments, std::string_view name);
 std::shared_ptr<NetControlItems> ItemsArgument(const ControlArguments& arguments, std::string_view name);
 
+// Nothing if the option is absent.
+std::optional<std::string> OptionArgument(const ControlArguments& arguments, std::string_view name);
 bool HasFlag(const ControlArguments& arguments, std::string_view name);
 
 }  // namespace fenlux::refhost

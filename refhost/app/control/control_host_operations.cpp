@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "refhost/app/control/control_operations.h"
+#include "refhost/app/decisions/explain_report.h"
+#include "refhost/app/decisions/rules_report.h"
 #include "refhost/app/metrics/host_metrics.h"
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/app/recording/port_recording.h"
@@ -60,6 +62,35 @@ const ControlOperation kHostOperations[] = {
      {},
      [](Host& host, const Arguments&) { return DriverReport(host.DriverState()); },
      true},
+    {"rules",
+     "Show the rules in force, how often each decided, and when last",
+     {},
+     [](Host& host, const Arguments&) { return RulesReport(*host.RulesNow()); },
+     true,
+     &RulesText},
+    {"explain",
+     "Show which rule in force would decide about an event, and why not the earlier ones",
+     {{"path", ArgumentKind::kRequiredOption, "path of the event"},
+      {"process", ArgumentKind::kOption, "path of the program that performs the operation"},
+      {"pid", ArgumentKind::kOption, "process whose program it is"},
+      {"code", ArgumentKind::kOption,
+       "notification code; 4097, a file that is opened, if neither it nor an event is given"},
+      {"event", ArgumentKind::kOption, "name of an event, as in rules"}},
+     [](Host& host, const Arguments& arguments) {
+       const auto option = [&](const char* name) { return OptionArgument(arguments, name); };
+       try {
+         return ExplainReport(host.RulesNow()->rules, host.Refusing(),
+                              {.path = std::string(TextArgument(arguments, "path")),
+                               .process = option("process"),
+                               .processId = option("pid"),
+                               .code = option("code"),
+                               .event = option("event")});
+       } catch (const ExplainError& error) {
+         throw ControlRefusal(error.what());
+       }
+     },
+     true,
+     &ExplainText},
     {"reload",
      "Reload the configuration file, like SIGHUP",
      {},

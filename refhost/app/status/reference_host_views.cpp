@@ -1,9 +1,11 @@
 // What a host shows of itself: the facts for its summary and for the views of its state.
+#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <utility>
 
 #include "core/fenlux.h"
 #include "fenlux/version.h"
+#include "refhost/app/decisions/decision_log.h"
 #include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
 #include "refhost/app/status/policy_directories.h"
@@ -25,6 +27,14 @@ std::uint64_t UnjudgedByLoad(const EmulatorTotals& totals) {
   return sum;
 }
 
+// The source of kernel events may not watch what the driver was told to.
+void AddLostWatches(std::vector<PolicyDirectory>& policy, const std::vector<WatchState>& watches) {
+  for (PolicyDirectory& directory : policy) {
+    const auto watch = std::ranges::find(watches, directory.path, &WatchState::directory);
+    if (watch != watches.end() && !watch->watched && directory.missing.empty()) directory.missing = watch->reason;
+  }
+}
+
 }  // namespace
 
 SummaryFacts ReferenceHost::Facts() const {
@@ -39,6 +49,9 @@ SummaryFacts ReferenceHost::Facts() const {
   if (filterPort != nullptr) facts.filterPort = filterPort->Totals();
   facts.stateBeforeStop = facts.driver;
   facts.decisions = judge->Decisions();
+  facts.notEnforced = judge->NotEnforced();
+  facts.rules = judge->InForce();
+  facts.notOnConsole = decisionLog->NotOnConsole();
   facts.log = log->Totals();
   facts.version = configuration->LastDriverVersion();
   facts.policyReads = configuration->PolicyReads();
@@ -64,6 +77,7 @@ StatusFacts ReferenceHost::Status() const {
   const std::optional<std::vector<boost::filesystem::path>> directories = configuration->MonitoredDirectories();
   facts.hasPolicy = directories.has_value();
   if (directories) facts.policy = PolicyDirectories(*directories, facts.summary);
+  AddLostWatches(facts.policy, emulator->Watches());
   facts.logQueueLines = start.log.queueLines;
   facts.heldNetObjects = net->Totals().held;
   facts.cachedProcesses = work->CachedProcesses();

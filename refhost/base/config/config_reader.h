@@ -69,6 +69,8 @@ class ConfigTable {
   bool Has(std::string_view key) const;
   // The file that the table comes from.
   const boost::filesystem::path& File() const;
+  // The line on which the table begins, from 1; of the nearest table around it if the file does not have this one.
+  std::uint32_t Line() const;
 
   bool Boolean(std::string_view key, bool defaultValue) const;
   std::int64_t Integer(std::string_view key, std::int64_t defaultValue, std::int64_t min = kMinInteger,

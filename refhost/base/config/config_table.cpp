@@ -17,6 +17,8 @@ bool ConfigTable::Has(std::string_view key) const { return view->Find(key) != nu
 
 const boost::filesystem::path& ConfigTable::File() const { return view->source->file; }
 
+std::uint32_t ConfigTable::Line() const { return PlaceOf(view->place.line); }
+
 bool ConfigTable::Boolean(std::string_view key, bool defaultValue) const {
   const toml::node* value = view->Find(key);
   if (value == nullptr) return defaultValue;

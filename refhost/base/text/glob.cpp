@@ -23,6 +23,8 @@ struct Star {
 Glob::Glob(std::string_view patternText)
     : pattern(WideFromNarrow(patternText)), lastComponentOnly(pattern.find_first_of(kSeparators) == kNone) {}
 
+std::string Glob::Pattern() const { return NarrowFromWide(pattern); }
+
 bool Glob::Matches(std::wstring_view path) const {
   if (lastComponentOnly) {
     const std::size_t separator = path.find_last_of(kSeparators);

@@ -16,6 +16,10 @@ class Glob {
 
   // Any thread.
   bool Matches(std::wstring_view path) const;
+  // Whether both come from the same pattern.
+  bool operator==(const Glob&) const = default;
+  // UTF-8.
+  std::string Pattern() const;
 
  private:
   std::wstring pattern;

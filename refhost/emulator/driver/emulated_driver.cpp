@@ -7,12 +7,13 @@ namespace fenlux::refhost {
 
 EmulatedDriver::EmulatedDriver(const EmulatorSettings& settings, const EmulatorFaults& scenarioFaults,
                                EmulatorHooks hostHooks)
-    : hooks(std::move(hostHooks)),
+    : decisions(hostHooks.decisions),
+      hooks(std::move(hostHooks)),
       model(hooks),
       answers(totals),
       connections(model, answers, source, wake, hooks),
       requests(settings.driverVersion, model, source, wake, hooks),
-      delivery(settings.deadline, connections, model, answers, totals, wake),
+      delivery(settings, connections, model, answers, totals, wake, decisions.get(), refusalsEnforced),
       watchdog(settings.deadline, answers, source) {
   SetFaults(settings.faults);
   SetFaults(scenarioFaults);

@@ -2,8 +2,10 @@
 // of it, because both may outlive the emulator.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "refhost/emulator/driver/driver_connections.h"
 #include "refhost/emulator/driver/driver_requests.h"
@@ -32,6 +34,12 @@ class EmulatedDriver {
   DriverConnections& Connections() { return connections; }
   DriverRequests& Requests() { return requests; }
   NotificationDelivery& Deliveries() { return delivery; }
+  // Where the outcomes of operations are reported; may be null.
+  const std::shared_ptr<DecisionSink>& Decisions() const { return decisions; }
+
+  // Whether operations are refused at all. Any thread.
+  bool RefusalsEnforced() const { return refusalsEnforced.load(std::memory_order_relaxed); }
+  void EnforceRefusals(bool enforced) { refusalsEnforced.store(enforced, std::memory_order_relaxed); }
 
   // Sets the faults that `changes` names, one part of the driver after the other: a request or a notification that
   // arrives meanwhile may see some of them only. Any thread.
@@ -40,6 +48,8 @@ class EmulatedDriver {
   // stops. Any thread.
   bool WaitForRequest(std::uint32_t command, std::uint64_t times, std::chrono::milliseconds limit);
 
+  // The directories that the source should watch. Any thread.
+  std::vector<WatchState> Watches() { return source.Watches(); }
   // Gives the source the directories to watch, now and after every change, and starts the watchdog. Once.
   void Attach(std::shared_ptr<EventSource> eventSource);
   // Ends the connection and takes every answer; no delivery begins after it.
@@ -48,6 +58,8 @@ class EmulatedDriver {
   void FinishStop();
 
  private:
+  const std::shared_ptr<DecisionSink> decisions;
+  std::atomic<bool> refusalsEnforced{true};
   HookCaller hooks;
   WakeSignal wake;
   TotalsCounter totals;

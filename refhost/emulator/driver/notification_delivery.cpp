@@ -15,9 +15,10 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
   const DriverPort::Ticket ticket = port->TakeTicket();
   if (ticket == DriverPort::Ticket::kNone) return {};
   const auto start = std::chrono::steady_clock::now();
-  if (!slot.Open(port, notification.Code(), start + deadline, options.release)) return {};
+  if (!slot.Open(port, notification.Code(), start + settings.deadline, options.release)) return {};
   if (options.release != nullptr) options.release->Delivered();
 
+  DecisionScope scope(decisions, notification.Code(), options.operation);
   Answer answer = CallHandler(*port, notification);
   ReportViolation(notification, answer, options.expectedVerdict);
   const auto end = [this, &port] {
@@ -30,8 +31,10 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
   const auto taken = slot.TakeBack();
   // The thread that ends the port may not have reached this slot yet.
   if (port->Ended()) answer.lostFor = wake.Stopping() ? UnjudgedCause::kStopped : UnjudgedCause::kConnectionEnded;
-  const Delivery delivery = taken ? Delivery{Delivery::Outcome::kTaken, kNoVerdict, *taken}
-                                  : Count(notification.Code(), answer, std::chrono::steady_clock::now() - start);
+  const std::chrono::nanoseconds latency = std::chrono::steady_clock::now() - start;
+  const Delivery delivery =
+      taken ? Delivery{Delivery::Outcome::kTaken, kNoVerdict, *taken} : Count(notification.Code(), answer, latency);
+  scope.End(EndOf(delivery, latency));
   if (last) end();
   return delivery;
 }
@@ -88,6 +91,27 @@ Delivery NotificationDelivery::Count(std::uint32_t code, const Answer& answer, s
   }
   totals.Answered(code, answer.verdict, latency);
   return {Delivery::Outcome::kAnswered, answer.verdict};
+}
+
+DecisionEnd NotificationDelivery::EndOf(const Delivery& delivery, std::chrono::nanoseconds latency) const {
+  DecisionEnd end;
+  end.verdict = delivery.verdict;
+  end.latency = latency;
+  std::optional<UnjudgedCause> cause;
+  if (delivery.outcome == Delivery::Outcome::kLost || delivery.outcome == Delivery::Outcome::kTaken) {
+    cause = delivery.cause;
+  } else if (settings.kernel.Refuses(delivery.verdict)) {
+    end.refused = true;
+  } else if (delivery.verdict == static_cast<std::uint32_t>(records::Verdict::kUnjudged)) {
+    cause = UnjudgedCause::kNotJudged;
+  }
+  if (cause) {
+    end.refused = IsRefusedUnjudged(*cause, settings.unjudged);
+    end.wouldRefuse = end.refused && !enforced;
+    end.cause = UnjudgedCauseName(*cause);
+  }
+  end.refused = end.refused && enforced;
+  return end;
 }
 
 bool NotificationDelivery::WaitDeliverable() {

@@ -16,6 +16,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "refhost/emulator/driver/driver_connections.h"
 #include "refhost/emulator/driver/driver_port.h"
@@ -25,6 +27,8 @@
 #include "refhost/emulator/driver/shared/driver_model.h"
 #include "refhost/emulator/driver/shared/totals_counter.h"
 #include "refhost/emulator/driver/shared/wake_signal.h"
+#include "refhost/emulator/emulator_settings.h"
+#include "refhost/services/events/decision_sink.h"
 
 namespace fenlux::refhost {
 
@@ -33,6 +37,7 @@ struct DeliveryOptions {
   std::chrono::milliseconds holdReply{0};
   bool holdUntilEnd = false;
   AnswerRelease* release = nullptr;  // called if another party takes the answer
+  std::string_view operation;        // see DecisionRecord
 };
 
 // The outcome of one delivery.
@@ -51,10 +56,13 @@ struct Delivery {
 
 class NotificationDelivery {
  public:
-  NotificationDelivery(std::chrono::milliseconds replyDeadline, DriverConnections& driverConnections,
+  // A record of every judged event goes to `decisionSink`, which may be null. `refusalsEnforced` may change.
+  NotificationDelivery(const EmulatorSettings& emulatorSettings, DriverConnections& driverConnections,
                        DriverModel& driverModel, PendingAnswers& pendingAnswers, TotalsCounter& counter,
-                       WakeSignal& wakeSignal)
-      : deadline(replyDeadline),
+                       WakeSignal& wakeSignal, DecisionSink* decisionSink, const std::atomic<bool>& refusalsEnforced)
+      : settings(emulatorSettings),
+        decisions(decisionSink),
+        enforced(refusalsEnforced),
         connections(driverConnections),
         model(driverModel),
         answers(pendingAnswers),
@@ -84,8 +92,12 @@ class NotificationDelivery {
                        std::optional<std::uint32_t> expectedVerdict);
   void HoldReply(DriverPort& port, const DeliveryOptions& options);
   Delivery Count(std::uint32_t code, const Answer& answer, std::chrono::nanoseconds latency);
+  // What becomes of the operation, if it is one of the kernel's.
+  DecisionEnd EndOf(const Delivery& delivery, std::chrono::nanoseconds latency) const;
 
-  const std::chrono::milliseconds deadline;
+  const EmulatorSettings settings;
+  DecisionSink* const decisions;
+  const std::atomic<bool>& enforced;
   DriverConnections& connections;
   DriverModel& model;
   PendingAnswers& answers;

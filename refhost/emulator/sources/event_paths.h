@@ -64,6 +64,8 @@ class EventPaths {
 
   // Replaces the directories. Call it before the marks change, so that no event's directory is unknown.
   void Replace(const WatchedDirectories& directories, TimePoint now);
+  // Adds directories to those it has. Call it before they are marked.
+  void Add(const WatchedDirectories& directories);
   // Forgets directories that were dropped at least kRetention ago, and releases their mounts.
   void Forget(TimePoint now);
 

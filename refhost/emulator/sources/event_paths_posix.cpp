@@ -173,6 +173,20 @@ void EventPaths::Replace(const WatchedDirectories& directories, TimePoint now) {
   table.Set(WithMounts(std::move(next)));
 }
 
+void EventPaths::Add(const WatchedDirectories& directories) {
+  const MutexLock lock(writeMutex);
+  Table next = *table.Get();
+  std::map<std::uint64_t, std::shared_ptr<const HeldMount>> held;
+  for (const auto& [identity, directory] : next.directories) held.emplace(directory.mount->id, directory.mount);
+  for (auto [identity, directory] : directories.Entries()) {
+    // One descriptor for each mount is enough, however often directories are added.
+    directory.mount = held.emplace(directory.mount->id, directory.mount).first->second;
+    next.directories.insert_or_assign(identity, std::move(directory));
+    next.dropped.erase(identity);
+  }
+  table.Set(WithMounts(std::move(next)));
+}
+
 void EventPaths::Forget(TimePoint now) {
   const MutexLock lock(writeMutex);
   const std::shared_ptr<const Table> last = table.Get();

@@ -6,8 +6,7 @@
 #include <optional>
 
 #include "refhost/base/platform/descriptor_posix.h"
-#include "refhost/emulator/driver/shared/hook_caller.h"
-#include "refhost/emulator/driver/shared/totals_counter.h"
+#include "refhost/emulator/driver/emulated_driver.h"
 #include "refhost/emulator/unjudged.h"
 
 namespace fenlux::refhost {
@@ -36,7 +35,8 @@ class SpareDescriptor {
 class FanotifyGroup {
  public:
   // Throws std::runtime_error with the reason if the system has no permission events or the process may not have them.
-  FanotifyGroup(UnjudgedPolicy unjudgedPolicy, TotalsCounter& counter, HookCaller& hookCaller);
+  // `owner` is borrowed and outlives the group.
+  FanotifyGroup(UnjudgedPolicy unjudgedPolicy, EmulatedDriver& owner);
 
   int Get() const { return group.Get(); }
   // Reads one event without blocking; nothing if there is none. Gives the caller's spare number to it: afterwards call
@@ -44,7 +44,7 @@ class FanotifyGroup {
   // their file for the host.
   std::optional<fanotify_event_metadata> Read(SpareDescriptor& spare);
   // Lets the event's operation continue, or fail, as the module judged it.
-  void Respond(int event, bool refuse) noexcept;
+  void Respond(int event, bool verdictRefuses) noexcept;
   // Lets it continue or fail as the cause and the setting demand (see unjudged.h). RespondCounted does not count the
   // cause: whoever took the answer did.
   void RespondUnjudged(int event, UnjudgedCause cause) noexcept;
@@ -52,9 +52,12 @@ class FanotifyGroup {
 
  private:
   void Write(int event, bool refuse) noexcept;
+  // Nothing is refused while refusals are not enforced.
+  bool Enforced(bool refuse) const { return refuse && driver.RefusalsEnforced(); }
   void CountRefusedByKernel(int error);
 
   const UnjudgedPolicy policy;
+  const EmulatedDriver& driver;
   TotalsCounter& totals;
   HookCaller& hooks;
   const Descriptor group;

@@ -60,8 +60,8 @@ void SpareDescriptor::TakeFrom(int event) {
   }
 }
 
-FanotifyGroup::FanotifyGroup(UnjudgedPolicy unjudgedPolicy, TotalsCounter& counter, HookCaller& hookCaller)
-    : policy(unjudgedPolicy), totals(counter), hooks(hookCaller), group(OpenGroup()) {
+FanotifyGroup::FanotifyGroup(UnjudgedPolicy unjudgedPolicy, EmulatedDriver& owner)
+    : policy(unjudgedPolicy), driver(owner), totals(owner.Totals()), hooks(owner.Hooks()), group(OpenGroup()) {
   RaiseDescriptorLimit();
 }
 
@@ -102,7 +102,8 @@ void FanotifyGroup::CountRefusedByKernel(int error) {
 }
 
 // Counted before the response, so that a program that sees the operation continue finds it in the totals.
-void FanotifyGroup::Respond(int event, bool refuse) noexcept {
+void FanotifyGroup::Respond(int event, bool verdictRefuses) noexcept {
+  const bool refuse = Enforced(verdictRefuses);
   totals.KernelAnswered(refuse);
   Write(event, refuse);
 }
@@ -113,7 +114,7 @@ void FanotifyGroup::RespondUnjudged(int event, UnjudgedCause cause) noexcept {
 }
 
 void FanotifyGroup::RespondCounted(int event, UnjudgedCause cause) noexcept {
-  const bool refuse = IsRefusedUnjudged(cause, policy);
+  const bool refuse = Enforced(IsRefusedUnjudged(cause, policy));
   if (refuse) {
     totals.KernelRefusedUnjudged();
   } else {

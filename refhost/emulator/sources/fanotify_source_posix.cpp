@@ -23,6 +23,7 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
+#include "refhost/base/live_value.h"
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/own_process.h"
@@ -38,6 +39,7 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr auto kUnjudgedVerdict = static_cast<std::uint32_t>(records::Verdict::kUnjudged);
+constexpr std::chrono::milliseconds kRenewInterval{400};
 constexpr std::size_t kMaxLines = 20;  // of the log, for one change of the watched directories
 
 class FanotifySource final : public EventSource, public std::enable_shared_from_this<FanotifySource> {
@@ -47,19 +49,20 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
 
   void Start() override;
   void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
+  std::vector<WatchState> Watches() const override { return *watches.Get(); }
   bool OnWatchdog() override;
   void Stop(std::chrono::milliseconds grace) override;
 
  private:
   class Reader;
 
-  bool Refuses(std::uint32_t verdict) const {
-    return std::find(settings.refusingVerdicts.begin(), settings.refusingVerdicts.end(), verdict) !=
-           settings.refusingVerdicts.end();
-  }
   bool IsOwn(const fanotify_event_metadata& event) const { return static_cast<std::uint64_t>(event.pid) == ownProcess; }
   // Whether nobody can read events: every reader is inside the module, and its answer was taken.
   bool ReadersBusy() const { return blockedReaders >= settings.threads; }
+  // Responds to an event that was not delivered, and reports it if it is refused.
+  void RespondUnjudged(const fanotify_event_metadata& event, UnjudgedCause cause);
+  // Keeps the marks on what the directories' names stand for.
+  void RenewWatches();
   // Reads one event and responds without asking the module; false if there was none.
   bool RespondToOne();
   // Empties the kernel's queue in the same way.
@@ -71,6 +74,7 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
 
   const std::shared_ptr<EmulatedDriver> driver;
   const KernelEventSettings settings;
+  const UnjudgedPolicy unjudgedPolicy;
   const std::uint64_t ownProcess = OwnProcessId();
   FanotifyGroup group;
   const Descriptor wake;
@@ -85,6 +89,7 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   Mutex watchMutex;
   FanotifyMarks marks FENLUX_GUARDED_BY(watchMutex);
   std::uint64_t watchRevision FENLUX_GUARDED_BY(watchMutex) = 0;
+  LiveValue<std::vector<WatchState>> watches{std::vector<WatchState>()};
 };
 
 // One thread that reads events and answers them, and what it keeps from one event to the next.
@@ -116,22 +121,23 @@ class FanotifySource::Reader final : public AnswerRelease {
  private:
   void Handle(const fanotify_event_metadata& event) {
     eventFile = event.fd;
-    if (source.IsOwn(event)) return source.group.RespondUnjudged(event.fd, UnjudgedCause::kOwnProcess);
+    if (source.IsOwn(event)) return source.RespondUnjudged(event, UnjudgedCause::kOwnProcess);
     try {
       const std::optional<std::string> path = source.paths.PathOf(event.fd);
       // No rule can tell what is allowed for it.
-      if (!path) return source.group.RespondUnjudged(event.fd, UnjudgedCause::kPathNotEstablished);
+      if (!path) return source.RespondUnjudged(event, UnjudgedCause::kPathNotEstablished);
       BuildKernelNotification(event, *path, message);
     } catch (const std::exception&) {  // no memory
-      return source.group.RespondUnjudged(event.fd, UnjudgedCause::kNotBuilt);
+      return source.RespondUnjudged(event, UnjudgedCause::kNotBuilt);
     }
     DeliveryOptions options;
     options.release = this;
+    options.operation = KernelOperation(event);
     const Delivery delivery = source.driver->Deliveries().Deliver(*slot, NotificationView(message), options);
     switch (delivery.outcome) {
       case Delivery::Outcome::kNotConnected:
-        return source.group.RespondUnjudged(
-            event.fd, source.driver->Wake().Stopping() ? UnjudgedCause::kStopping : UnjudgedCause::kNoConnection);
+        return source.RespondUnjudged(
+            event, source.driver->Wake().Stopping() ? UnjudgedCause::kStopping : UnjudgedCause::kNoConnection);
       case Delivery::Outcome::kAnswered:
         return Answer(event.fd, delivery.verdict);
       case Delivery::Outcome::kUnansweredByDesign:
@@ -145,7 +151,7 @@ class FanotifySource::Reader final : public AnswerRelease {
   }
 
   void Answer(int event, std::uint32_t verdict) {
-    const bool refuse = source.Refuses(verdict);
+    const bool refuse = source.settings.Refuses(verdict);
     if (!refuse && verdict == kUnjudgedVerdict) return source.group.RespondUnjudged(event, UnjudgedCause::kNotJudged);
     source.group.Respond(event, refuse);
   }
@@ -161,7 +167,8 @@ FanotifySource::FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver,
                                const KernelEventSettings& kernelSettings, UnjudgedPolicy unjudged)
     : driver(std::move(emulatedDriver)),
       settings(kernelSettings),
-      group(unjudged, driver->Totals(), driver->Hooks()),
+      unjudgedPolicy(unjudged),
+      group(unjudged, *driver),
       wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       marks(group.Get(), KernelEventMask(settings), settings.recursive, paths) {
   if (!wake.Valid()) throw std::runtime_error("kernel events cannot be opened: " + LastErrorText());
@@ -179,6 +186,9 @@ void FanotifySource::Start() {
     // Made here, so that each reader has its spare descriptor when this returns.
     crew.Add("a reader of kernel events", [self, reader = std::make_shared<Reader>(*self)] { reader->Run(); });
   }
+  crew.Add("the watch of directories", [self] {
+    while (self->driver->Wake().Sleep(kRenewInterval)) self->RenewWatches();
+  });
 }
 
 void FanotifySource::Watch(std::uint64_t revision, const std::vector<std::string>& directories) {
@@ -190,10 +200,31 @@ void FanotifySource::Watch(std::uint64_t revision, const std::vector<std::string
     std::vector<std::string> wanted = settings.directories;
     if (settings.followPolicy) wanted.insert(wanted.end(), directories.begin(), directories.end());
     change = marks.Set(wanted);
+    watches.Set(marks.States());
+    if (stopping) FanotifyMarks::RemoveAll(group.Get());
   }
   LogEach(EmulatorLogLevel::kWarning, "Not watched: ", change.refused);
   LogEach(EmulatorLogLevel::kDetail, "No longer watched: ", change.removed);
   LogEach(EmulatorLogLevel::kDetail, "Watched: ", change.added);
+}
+
+// A file system may not answer, so nothing that has to end in time waits for the lock.
+void FanotifySource::RenewWatches() {
+  try {
+    FanotifyMarks::Change change;
+    {
+      const MutexLock lock(watchMutex);
+      if (stopping) return;
+      change = marks.Renew();
+      if (*watches.Get() != marks.States()) watches.Set(marks.States());
+      if (stopping) FanotifyMarks::RemoveAll(group.Get());
+    }
+    LogEach(EmulatorLogLevel::kWarning, "Watch lost: ", change.lost);
+    LogEach(EmulatorLogLevel::kDetail, "No longer watched: ", change.removed);
+    LogEach(EmulatorLogLevel::kWarning, "Not watched: ", change.refused);
+    LogEach(EmulatorLogLevel::kEvent, "Watched from now on: ", change.added);
+  } catch (const std::exception&) {  // no memory: in the next round
+  }
 }
 
 // A policy of thousands of directories must not fill the log.
@@ -214,16 +245,27 @@ bool FanotifySource::OnWatchdog() {
 }
 
 void FanotifySource::Stop(std::chrono::milliseconds grace) {
-  {
-    const MutexLock lock(watchMutex);
-    stopping = true;
-    marks.Clear();
-  }
+  stopping = true;
+  FanotifyMarks::RemoveAll(group.Get());
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = ::write(wake.Get(), &one, sizeof(one));
   Drain();
   crew.Join(grace);
   Drain();
+}
+
+void FanotifySource::RespondUnjudged(const fanotify_event_metadata& event, UnjudgedCause cause) {
+  const bool enforced = driver->RefusalsEnforced();
+  group.RespondUnjudged(event.fd, cause);
+  if (driver->Decisions() == nullptr || !IsRefusedUnjudged(cause, unjudgedPolicy)) return;
+  DecisionRecord record;
+  record.code = KernelEventCode(event);
+  record.processId = static_cast<std::uint64_t>(event.pid);
+  record.operation = KernelOperation(event);
+  record.end.refused = enforced;
+  record.end.wouldRefuse = !enforced;
+  record.end.cause = UnjudgedCauseName(cause);
+  driver->Decisions()->Report(std::move(record));
 }
 
 bool FanotifySource::RespondToOne() {
@@ -232,7 +274,7 @@ bool FanotifySource::RespondToOne() {
   if (!event) return false;
   UnjudgedCause cause = stopping ? UnjudgedCause::kStopping : UnjudgedCause::kReadersBusy;
   if (IsOwn(*event)) cause = UnjudgedCause::kOwnProcess;
-  group.RespondUnjudged(event->fd, cause);
+  RespondUnjudged(*event, cause);
   drainSpare.TakeFrom(event->fd);
   return true;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "refhost/emulator/emulator_settings.h"
@@ -13,6 +14,11 @@ namespace fenlux::refhost {
 
 // The kernel's mask of the events that the settings ask for; 0 for none.
 std::uint64_t KernelEventMask(const KernelEventSettings& settings);
+
+// The code of the event's notification.
+std::uint32_t KernelEventCode(const fanotify_event_metadata& event);
+// What the event's program does with the file: "open", "exec" or "read".
+std::string_view KernelOperation(const fanotify_event_metadata& event);
 
 // Builds the notification of an event for a file of this path in `message`, whose memory is reused. Throws
 // std::bad_alloc.

@@ -20,12 +20,13 @@ struct EventKind {
   bool KernelEventSettings::*setting;
   std::uint32_t code;
   std::uint8_t conditionA;
+  std::string_view operation;
 };
 // An event may have several bits of the mask; the first matching row applies.
 constexpr EventKind kEventKinds[] = {
-    {FAN_OPEN_EXEC_PERM, &KernelEventSettings::onExec, kOpenCode, 1},
-    {FAN_OPEN_PERM, &KernelEventSettings::onOpen, kOpenCode, 0},
-    {FAN_ACCESS_PERM, &KernelEventSettings::onAccess, kReadCode, 0},
+    {FAN_OPEN_EXEC_PERM, &KernelEventSettings::onExec, kOpenCode, 1, "exec"},
+    {FAN_OPEN_PERM, &KernelEventSettings::onOpen, kOpenCode, 0, "open"},
+    {FAN_ACCESS_PERM, &KernelEventSettings::onAccess, kReadCode, 0, "read"},
 };
 constexpr const EventKind& kDefaultKind = kEventKinds[1];
 
@@ -44,6 +45,10 @@ std::uint64_t KernelEventMask(const KernelEventSettings& settings) {
   }
   return mask;
 }
+
+std::uint32_t KernelEventCode(const fanotify_event_metadata& event) { return KindOf(event.mask).code; }
+
+std::string_view KernelOperation(const fanotify_event_metadata& event) { return KindOf(event.mask).operation; }
 
 void BuildKernelNotification(const fanotify_event_metadata& event, const std::string& path,
                              std::vector<std::uint8_t>& message) {

@@ -14,10 +14,11 @@ struct CodeRow {
   std::uint32_t code;
   std::uint32_t category;
   Types types;
+  std::uint32_t plain = 0;  // the type if no flag is set; 0: the first one
 };
 
 constexpr CodeRow kCodes[] = {
-    {4097, 1, {0x4000, 0x4001, 0x4002, 0x4003, 0x401C, 0x401D}},
+    {4097, 1, {0x4000, 0x4001, 0x4002, 0x4003, 0x401C, 0x401D}, 0x4002},
     {4098, 1, {0x4005}},
     {4099, 1, {0x4006}},
     {4100, 1, {0x4007}},
@@ -29,7 +30,7 @@ constexpr CodeRow kCodes[] = {
     {4106, 1, {0x400E}},
     {4107, 1, {0x400F}},
     {4108, 1, {0x4010}},
-    {4109, 2, {0x4008, 0x4009, 0x4011}},
+    {4109, 2, {0x4008, 0x4009, 0x4011}, 0x4011},
     {4110, 1, {0x4012}},
     {4111, 1, {0x4013}},
     {4112, 1, {0x4014}},
@@ -38,7 +39,7 @@ constexpr CodeRow kCodes[] = {
     {4116, 1, {0x4018}},
     {4117, 1, {0x401B}},
     {4118, 1, {0x401E}},
-    {8193, 2, {0x4000, 0x4001, 0x4002, 0x4003, 0x401C, 0x401D}},
+    {8193, 2, {0x4000, 0x4001, 0x4002, 0x4003, 0x401C, 0x401D}, 0x4002},
     {8194, 2, {0x4004}},
     {8195, 2, {0x4007}},
     {8196, 2, {0x4008, 0x4009}},
@@ -84,9 +85,32 @@ std::vector<EventKind> EventKindsOfCode(std::uint32_t code) {
   return row == std::end(kCodes) ? std::vector<EventKind>() : Kinds(row->types, row->category);
 }
 
+std::optional<EventKind> PlainKindOfCode(std::uint32_t code) {
+  const auto row = std::ranges::find(kCodes, code, &CodeRow::code);
+  if (row == std::end(kCodes)) return std::nullopt;
+  return EventKind{row->plain == 0 ? row->types.front() : row->plain, row->category};
+}
+
+std::optional<std::uint32_t> CodeOfName(std::string_view name) {
+  if (name.empty()) return std::nullopt;
+  for (const CodeRow& row : kCodes) {
+    if (EventName({row.types.front(), row.category}) == name) return row.code;
+  }
+  return std::nullopt;
+}
+
 std::vector<EventKind> EventKindsOfName(std::string_view name) {
   const auto row = std::ranges::find(kNames, name, &NameRow::name);
   return row == std::end(kNames) ? std::vector<EventKind>() : Kinds(row->types, row->category);
+}
+
+std::string_view EventName(const EventKind& kind) {
+  const auto names = [&kind](const NameRow& row) {
+    return (row.category == 0 || row.category == kind.category) &&
+           std::ranges::find(row.types, kind.type) != row.types.end();
+  };
+  const auto row = std::ranges::find_if(kNames, names);
+  return row == std::end(kNames) || kind.type == 0 ? std::string_view() : row->name;
 }
 
 std::vector<std::string_view> EventNames() {

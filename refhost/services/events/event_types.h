@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -19,8 +20,16 @@ struct EventKind {
 // may give the same kind: their records are indistinguishable.
 std::vector<EventKind> EventKindsOfCode(std::uint32_t code);
 
+// The kind that the module makes of a code's plain form, in which the driver sets no flag; nothing if it does not judge
+// that code.
+std::optional<EventKind> PlainKindOfCode(std::uint32_t code);
+// The lowest code whose events have the name; nothing if there is no such name.
+std::optional<std::uint32_t> CodeOfName(std::string_view name);
+
 // The kinds that a name means, and all names.
 std::vector<EventKind> EventKindsOfName(std::string_view name);
 std::vector<std::string_view> EventNames();
+// The name of a record's kind; empty if it has none.
+std::string_view EventName(const EventKind& kind);
 
 }  // namespace fenlux::refhost

@@ -64,7 +64,7 @@ std::unique_ptr<spdlog::formatter> LogLineFormatter::LineFormatter() const {
 
 std::string LogLineFormatter::Format(const LogLine& line) {
   if (json) return JsonText(line);
-  const std::string text = Printable(line.text);
+  const std::string text = Printable(line.content == nullptr ? line.text : line.content->Text());
   return line.category == 0 ? text : fmt::format("(category {}) {}", line.category, text);
 }
 
@@ -75,7 +75,8 @@ std::string LogLineFormatter::JsonText(const LogLine& line) {
   object["level"] = ViewOf(spdlog::level::to_string_view(RowOf(line.severity).level));
   if (line.code != 0) object["code"] = line.code;
   if (line.category != 0) object["category"] = line.category;
-  object["text"] = line.text;
+  object["text"] = line.content == nullptr ? line.text : line.content->Text();
+  if (line.content != nullptr) line.content->AddTo(object);
   return refhost::JsonText(object);
 }
 

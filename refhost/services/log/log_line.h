@@ -9,6 +9,8 @@
 #include <string>
 
 #include "refhost/base/severity.h"
+#include "refhost/services/log/log_content.h"
+#include "refhost/services/log/log_time.h"
 
 namespace fenlux::refhost {
 
@@ -17,7 +19,10 @@ struct LogLine {
   Severity severity = Severity::kDetail;
   std::uint32_t code = 0;      // 0: none
   std::uint32_t category = 0;  // 0: none
-  std::string text;
+  std::string text;            // empty if there is content
+  std::shared_ptr<const LogContent> content;
+  LogAudience audience = LogAudience::kAll;
+  bool lost = false;  // some output that should have it has not; the writer's
 };
 
 // The level by which the outputs know the severity. Each has its own.
@@ -38,7 +43,7 @@ class LogLineFormatter {
 
   const bool json;
   // Not thread_local: MinGW frees a thread's memory before it destroys such objects.
-  spdlog::pattern_formatter timeFormatter{"%Y-%m-%dT%H:%M:%S.%e%z", spdlog::pattern_time_type::local, ""};
+  spdlog::pattern_formatter timeFormatter{kTimePattern, spdlog::pattern_time_type::local, ""};
 };
 
 }  // namespace fenlux::refhost

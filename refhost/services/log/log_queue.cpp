@@ -32,41 +32,60 @@ LogQueue::LogQueue(const LogSettings& settings, LogFile file)
       console(std::make_shared<spdlog::sinks::stderr_color_sink_st>(ColorMode(settings.colors))),
       formatter(settings.json) {
   console->set_formatter(formatter.LineFormatter());
-  AddOutput(console, settings.consoleLevel, stderr);
+  AddOutput({console, settings.consoleLevel, stderr, LogAudience::kConsole});
   if (settings.file.empty()) return;
   if (file == nullptr) file = OpenLogFile(settings.file);
   fileSink = std::make_shared<LogFileSink>(std::move(file));
-  AddOutput(fileSink, settings.fileLevel, nullptr);
+  AddOutput({fileSink, settings.fileLevel, nullptr, LogAudience::kFile});
 }
 
-void LogQueue::AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream) {
-  if (level >= kSeverities) return;
-  sink->set_formatter(formatter.LineFormatter());
-  outputs.push_back({std::move(sink), level, stream});
-  minLevel = std::min(minLevel, level);
+void LogQueue::AddOutput(Output output) {
+  if (output.level >= kSeverities) return;
+  output.sink->set_formatter(formatter.LineFormatter());
+  outputs.push_back(std::move(output));
 }
 
-void LogQueue::Put(Severity severity, std::uint32_t code, std::string_view text, std::uint32_t category) noexcept {
-  const auto level = static_cast<std::size_t>(severity);
-  counts[level].fetch_add(1, std::memory_order_relaxed);
-  if (level < minLevel) {
-    unwanted.fetch_add(1, std::memory_order_relaxed);
-    return;
-  }
+template <typename Line>
+void LogQueue::Count(std::atomic<std::uint64_t> Counts::*count, const Line& line) noexcept {
+  (all.*count).fetch_add(1, std::memory_order_relaxed);
+  if (line.content != nullptr) (withContent.*count).fetch_add(1, std::memory_order_relaxed);
+}
+
+bool LogQueue::SomeOutputWants(const LogEntry& entry) const noexcept {
+  return std::ranges::any_of(outputs,
+                             [&](const Output& output) { return output.Wants(entry.severity, entry.audience); });
+}
+
+void LogQueue::Put(const LogEntry& entry) noexcept {
+  counts[static_cast<std::size_t>(entry.severity)].fetch_add(1, std::memory_order_relaxed);
+  Count(&Counts::logged, entry);
+  if (!SomeOutputWants(entry)) return Count(&Counts::unwanted, entry);
   try {
-    LogLine line{std::chrono::system_clock::now(), severity, code, category, std::string(text)};
+    LogLine line;
+    line.time = std::chrono::system_clock::now();
+    line.severity = entry.severity;
+    line.code = entry.code;
+    line.category = entry.category;
+    line.text = entry.text;
+    line.content = entry.content;
+    line.audience = entry.audience;
+    const std::size_t size = entry.content == nullptr ? entry.text.size() : entry.content->Size();
     const MutexLock lock(mutex);
-    if (stopping || lines.size() >= maxLines || bytes + text.size() > kMaxBytes) {
-      ++dropped;
-      return;
-    }
-    bytes += text.size();
+    if (stopping || lines.size() >= maxLines || bytes + size > kMaxBytes) return Count(&Counts::dropped, entry);
+    bytes += size;
     lines.push_back(std::move(line));
   } catch (...) {  // no memory for the line
-    unstored.fetch_add(1, std::memory_order_relaxed);
-    return;
+    return Count(&Counts::dropped, entry);
   }
   added.notify_one();
+}
+
+void LogQueue::CountLostContent(Severity severity) noexcept {
+  counts[static_cast<std::size_t>(severity)].fetch_add(1, std::memory_order_relaxed);
+  for (Counts* const lost : {&all, &withContent}) {
+    ++lost->logged;
+    ++lost->dropped;
+  }
 }
 
 void LogQueue::RunWriter() {
@@ -88,12 +107,11 @@ void LogQueue::RunWriter() {
       writing = taken.size();
     }
     if (file != nullptr) UseFile(std::move(file));
-    const std::size_t lost = WriteBatch(taken);
+    WriteBatch(taken);
     {
       const MutexLock lock(mutex);
       writing = 0;
-      written += taken.size() - lost;
-      dropped += lost;
+      for (const LogLine& line : taken) Count(line.lost ? &Counts::dropped : &Counts::written, line);
     }
     drained.notify_all();
     taken.clear();
@@ -137,26 +155,22 @@ bool LogQueue::WaitStopped(std::chrono::milliseconds timeout) {
 LogTotals LogQueue::Totals() const {
   LogTotals totals;
   for (std::size_t index = 0; index < kSeverities; ++index) totals.bySeverity[index] = counts[index].load();
-  totals.unwanted = unwanted.load();
   const MutexLock lock(mutex);
-  totals.written = written;
-  totals.dropped = dropped + unstored.load();
+  totals.unwanted = all.unwanted.load();
+  totals.written = all.written.load();
+  totals.dropped = all.dropped.load();
   totals.waiting = lines.size() + writing;
+  totals.content = {withContent.logged.load(), withContent.unwanted.load(), withContent.written.load(),
+                    withContent.dropped.load()};
   return totals;
 }
 
-std::size_t LogQueue::WriteBatch(const std::vector<LogLine>& batch) noexcept {
-  std::array<std::size_t, kSeverities> accepted{};
-  std::size_t lost = 0;
-  for (const LogLine& line : batch) {
-    if (Write(line)) {
-      ++accepted[static_cast<std::size_t>(line.severity)];
-    } else {
-      ++lost;
-    }
+void LogQueue::WriteBatch(std::vector<LogLine>& batch) noexcept {
+  for (LogLine& line : batch) line.lost = !Write(line);
+  for (const Output& output : outputs) {
+    if (Flush(output)) continue;
+    for (LogLine& line : batch) line.lost = line.lost || output.Wants(line.severity, line.audience);
   }
-  for (std::size_t level = Flush(); level < kSeverities; ++level) lost += accepted[level];
-  return lost;
 }
 
 // Returns whether every output accepted the line.
@@ -166,7 +180,7 @@ bool LogQueue::Write(const LogLine& line) noexcept {
     const std::string text = formatter.Format(line);
     const spdlog::details::log_msg message(line.time, {}, "", SinkLevelOf(line.severity), text);
     for (const Output& output : outputs) {
-      if (static_cast<std::size_t>(line.severity) >= output.level) accepted = WriteTo(output, message) && accepted;
+      if (output.Wants(line.severity, line.audience)) accepted = WriteTo(output, message) && accepted;
     }
   } catch (...) {
     accepted = false;
@@ -186,25 +200,24 @@ bool LogQueue::WriteTo(const Output& output, const spdlog::details::log_msg& mes
   return false;  // a closed terminal: nowhere to report it
 }
 
-std::size_t LogQueue::Flush() noexcept {
-  std::size_t failed = kSeverities;
-  for (const Output& output : outputs) {
-    try {
-      output.sink->flush();
-    } catch (const std::exception& error) {
-      failed = std::min(failed, output.level);
-      ReportLoss(error.what());
-    }
+bool LogQueue::Flush(const Output& output) noexcept {
+  try {
+    output.sink->flush();
+    return true;
+  } catch (const std::exception& error) {
+    ReportLoss(error.what());
+    return false;
   }
-  return failed;
 }
 
 void LogQueue::ReportLoss(const char* reason) noexcept {
   if (lossReported) return;
   lossReported = true;
   try {
-    const LogLine line{std::chrono::system_clock::now(), Severity::kProblem, 0, 0,
-                       fmt::format("[host] log lines are lost, counted as dropped: {}", reason)};
+    LogLine line;
+    line.time = std::chrono::system_clock::now();
+    line.severity = Severity::kProblem;
+    line.text = fmt::format("[host] log lines are lost, counted as dropped: {}", reason);
     const std::string text = formatter.Format(line);
     console->log(spdlog::details::log_msg(line.time, {}, "", SinkLevelOf(line.severity), text));
   } catch (...) {  // Ignored: the lost lines are counted.

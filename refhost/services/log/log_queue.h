@@ -26,6 +26,16 @@ namespace fenlux::refhost {
 
 class LogFileSink;
 
+// What a line is made of.
+struct LogEntry {
+  Severity severity = Severity::kDetail;
+  std::uint32_t code = 0;
+  std::uint32_t category = 0;
+  std::string_view text;                      // unless there is content
+  std::shared_ptr<const LogContent> content;  // may be null
+  LogAudience audience = LogAudience::kAll;
+};
+
 // Any thread, unless an operation says otherwise.
 class LogQueue {
  public:
@@ -34,7 +44,9 @@ class LogQueue {
   LogQueue(const LogQueue&) = delete;
   LogQueue& operator=(const LogQueue&) = delete;
 
-  void Put(Severity severity, std::uint32_t code, std::string_view text, std::uint32_t category) noexcept;
+  void Put(const LogEntry& entry) noexcept;
+  // See LogService.
+  void CountLostContent(Severity severity) noexcept;
   // Waits until the queue is empty and everything taken from it is written; false if `timeout` passes first.
   bool Drain(std::chrono::milliseconds timeout);
   // Lets the writer finish. Lines that come later are dropped.
@@ -53,18 +65,24 @@ class LogQueue {
     std::shared_ptr<spdlog::sinks::sink> sink;
     std::size_t level;
     std::FILE* stream;  // whose errors the sink does not report; null: the sink reports its errors
+    LogAudience audience;
+
+    bool Wants(Severity severity, LogAudience lineAudience) const {
+      return static_cast<std::size_t>(severity) >= level &&
+             (lineAudience == LogAudience::kAll || lineAudience == audience);
+    }
   };
 
   // Takes a file that SwitchFile left.
   void UseFile(LogFile file);
-  void AddOutput(std::shared_ptr<spdlog::sinks::sink> sink, std::size_t level, std::FILE* stream);
-  // Writes the lines and returns how many are lost: a line counts as written only if every output took it, and a batch
+  void AddOutput(Output output);
+  bool SomeOutputWants(const LogEntry& entry) const noexcept;
+  // Writes the lines and marks those that are lost: a line counts as written only if every output took it, and a batch
   // whose flush fails is lost as a whole, because nobody knows how much of it got through.
-  std::size_t WriteBatch(const std::vector<LogLine>& batch) noexcept;
+  void WriteBatch(std::vector<LogLine>& batch) noexcept;
   bool Write(const LogLine& line) noexcept;
   bool WriteTo(const Output& output, const spdlog::details::log_msg& message) noexcept;
-  // Returns the lowest level of the outputs whose flush failed; kSeverities if none did.
-  std::size_t Flush() noexcept;
+  bool Flush(const Output& output) noexcept;
   // Says once, on the console, that lines are lost.
   void ReportLoss(const char* reason) noexcept;
 
@@ -74,10 +92,19 @@ class LogQueue {
   std::shared_ptr<LogFileSink> fileSink;         // null: no file
   bool lossReported = false;                     // the writer's
   LogLineFormatter formatter;                    // the writer's
-  std::size_t minLevel = kSeverities;            // of all outputs; fixed at construction
   std::array<std::atomic<std::uint64_t>, kSeverities> counts{};
-  std::atomic<std::uint64_t> unwanted{0};
-  std::atomic<std::uint64_t> unstored{0};
+  // Of all lines, and of those with content.
+  struct Counts {
+    std::atomic<std::uint64_t> logged{0};
+    std::atomic<std::uint64_t> unwanted{0};
+    std::atomic<std::uint64_t> written{0};
+    std::atomic<std::uint64_t> dropped{0};
+  };
+  template <typename Line>
+  void Count(std::atomic<std::uint64_t> Counts::*count, const Line& line) noexcept;
+
+  Counts all;
+  Counts withContent;
 
   mutable Mutex mutex;
   std::condition_variable added;    // a line, or a stop
@@ -86,8 +113,6 @@ class LogQueue {
   LogFile nextFile FENLUX_GUARDED_BY(mutex);  // null: none waits
   std::size_t bytes FENLUX_GUARDED_BY(mutex) = 0;
   std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;
-  std::uint64_t written FENLUX_GUARDED_BY(mutex) = 0;
-  std::uint64_t dropped FENLUX_GUARDED_BY(mutex) = 0;
   bool stopping FENLUX_GUARDED_BY(mutex) = false;
   bool stopped FENLUX_GUARDED_BY(mutex) = false;
 };

@@ -47,8 +47,23 @@ void LogService::LogEvent(std::uint32_t code, const std::string& line) { Write(S
 void LogService::LogDetail(std::uint32_t code, const std::string& line) { Write(Severity::kDetail, code, line, 0); }
 
 void LogService::Write(Severity severity, std::uint32_t code, std::string_view line, std::uint32_t category) {
-  queue->Put(severity, code, line, category);
+  queue->Put({.severity = severity, .code = code, .category = category, .text = line, .content = {}, .audience = {}});
 }
+
+void LogService::Write(Severity severity, std::string_view line, LogAudience audience) {
+  queue->Put({.severity = severity, .code = 0, .category = 0, .text = line, .content = {}, .audience = audience});
+}
+
+void LogService::Write(Severity severity, std::shared_ptr<const LogContent> content, LogAudience audience) {
+  queue->Put({.severity = severity,
+              .code = 0,
+              .category = 0,
+              .text = {},
+              .content = std::move(content),
+              .audience = audience});
+}
+
+void LogService::CountLostContent(Severity severity) { queue->CountLostContent(severity); }
 
 bool LogService::Drain(std::chrono::milliseconds timeout) { return queue->Drain(timeout); }
 

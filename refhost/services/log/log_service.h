@@ -15,6 +15,7 @@
 
 #include "host/log.h"
 #include "refhost/base/severity.h"
+#include "refhost/services/log/log_content.h"
 
 namespace fenlux::refhost {
 
@@ -43,11 +44,20 @@ LogSettings ReadLogSettings(const ConfigTable& table);
 
 // Counts of lines. Every line that some output should get is written, dropped, or waiting.
 struct LogTotals {
+  // The lines with content among them: logged = written + dropped + unwanted + those that wait.
+  struct Content {
+    std::uint64_t logged = 0;
+    std::uint64_t unwanted = 0;
+    std::uint64_t written = 0;
+    std::uint64_t dropped = 0;
+  };
+
   std::array<std::uint64_t, kSeverities> bySeverity{};  // all lines logged
   std::uint64_t unwanted = 0;                           // below every output's threshold
   std::uint64_t written = 0;
   std::uint64_t dropped = 0;
   std::uint64_t waiting = 0;
+  Content content;
 
   std::uint64_t Of(Severity severity) const { return bySeverity[static_cast<std::size_t>(severity)]; }
 };
@@ -73,7 +83,11 @@ class LogService final : public CLog {
   // A line with a category (0: none).
   void Write(Severity severity, std::uint32_t code, std::string_view line, std::uint32_t category);
   // A line of the host.
-  void Write(Severity severity, std::string_view line) { Write(severity, 0, line, 0); }
+  void Write(Severity severity, std::string_view line, LogAudience audience = LogAudience::kAll);
+  // A line that the writer makes of its content.
+  void Write(Severity severity, std::shared_ptr<const LogContent> content, LogAudience audience);
+  // Counts a line with content that could not be made, for lack of memory, as dropped.
+  void CountLostContent(Severity severity);
 
   // Waits until everything logged before the call is written; false if `timeout` passes first.
   bool Drain(std::chrono::milliseconds timeout);

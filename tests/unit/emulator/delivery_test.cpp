@@ -257,7 +257,8 @@ TEST_F(Delivery, AnEmptyScenarioIsFinishedAtOnce) {
 }
 
 TEST_F(Delivery, ReportsTheEndOfTheScenarioToTheHost) {
-  const DriverEmulator signalling(settings, scenario, {.log = {}, .scenarioFinished = [gate = gate] { gate->Open(); }});
+  const DriverEmulator signalling(settings, scenario,
+                                  {.log = {}, .scenarioFinished = [gate = gate] { gate->Open(); }, .decisions = {}});
   gate->Pass();
   EXPECT_TRUE(signalling.ScenarioFinished());
 }

@@ -210,6 +210,21 @@ class PolicyEvents : public KernelEvents {
  protected:
   PolicyEvents() { settings.kernel.directories.clear(); }
 
+  // Polls until the condition holds; false on timeout.
+  template <typename Condition>
+  bool Eventually(const Condition& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() >= deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+  }
+  bool Logged(const std::string& line) {
+    const std::vector<std::string> lines = LogLines();
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+  }
+
   const std::string first = directory.MakeDirectory("first").string();
   const std::string second = directory.MakeDirectory("second").string();
   const std::string inFirst = directory.MakeFile("first/file").string();
@@ -319,6 +334,55 @@ TEST_F(PolicyEvents, FollowADirectoryThatIsCreatedAgain) {
   directory.MakeFile("first/file");
   Commit(*port, {first});
   EXPECT_EQ(other.Perform(inFirst), EPERM);
+}
+
+TEST_F(PolicyEvents, AreWantedAgainOfADirectoryThatWasLost) {
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first, second});
+  EXPECT_EQ(Emulator().Watches(), (std::vector<refhost::WatchState>{{first, true, {}}, {second, true, {}}}));
+  ASSERT_EQ(::unlink(inFirst.c_str()), 0);
+  ASSERT_EQ(::rmdir(first.c_str()), 0);
+  const std::vector<refhost::WatchState> lost{{first, false, "No such file or directory"}, {second, true, {}}};
+  ASSERT_TRUE(Eventually([&] { return Emulator().Watches() == lost; }));
+  EXPECT_TRUE(Eventually([&] { return Logged("Watch lost: " + first + ": No such file or directory"); }));
+  directory.MakeDirectory("first");
+  directory.MakeFile("first/file");
+  EXPECT_TRUE(Eventually([&] { return other.Perform(inFirst) == EPERM; }));
+  EXPECT_TRUE(Eventually([&] { return Emulator().Watches()[0].watched; }));
+  EXPECT_TRUE(Eventually([&] { return Logged("Watched from now on: " + first); }));
+  EXPECT_EQ(other.Perform(inSecond), EPERM);
+}
+
+// A new directory may get the number of the old one at once.
+TEST_F(PolicyEvents, AreWantedOfADirectoryThatReplacesAnother) {
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first});
+  ASSERT_EQ(::unlink(inFirst.c_str()), 0);
+  ASSERT_EQ(::rmdir(first.c_str()), 0);
+  directory.MakeDirectory("first");
+  directory.MakeFile("first/file");
+  EXPECT_TRUE(Eventually([&] { return other.Perform(inFirst) == EPERM; }));
+}
+
+TEST_F(PolicyEvents, AreWantedOfADirectoryThatComesLater) {
+  const std::string later = directory.Path().string() + "/later";
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {later});
+  EXPECT_EQ(Emulator().Watches(), (std::vector<refhost::WatchState>{{later, false, "No such file or directory"}}));
+  directory.MakeDirectory("later");
+  directory.MakeFile("later/file");
+  EXPECT_TRUE(Eventually([&] { return other.Perform(later + "/file") == EPERM; }));
+}
+
+TEST_F(PolicyEvents, AreWantedOfNewSubdirectoriesIfTheSettingsSaySo) {
+  settings.kernel.recursive = true;
+  const auto port = OpenedWithVerdict(4);
+  Commit(*port, {first});
+  directory.MakeDirectory("first/new");
+  directory.MakeDirectory("first/new/below");
+  directory.MakeFile("first/new/below/file");
+  EXPECT_TRUE(Eventually([&] { return other.Perform(first + "/new/below/file") == EPERM; }));
+  EXPECT_EQ(Emulator().Watches(), (std::vector<refhost::WatchState>{{first, true, {}}}));
 }
 
 TEST_F(PolicyEvents, StopWatchingARenamedDirectory) {

@@ -6,6 +6,7 @@
 #include "core/fenlux_impl.h"
 #include "refhost/base/text/utf_text.h"
 #include "refhost/services/configuration.h"
+#include "refhost/services/events/decision_verdicts.h"
 #include "refhost/services/events/event_record.h"
 #include "refhost/services/events/judge.h"
 #include "refhost/services/heap_buffer.h"
@@ -228,6 +229,36 @@ TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
   EXPECT_EQ(totals.byVerdict, (std::map<std::uint32_t, std::uint64_t>{{3, 1000}, {6, 500}, {8, 500}}));
   EXPECT_THAT(State().violationTexts, IsEmpty());
   EXPECT_EQ(State().connects, 2u);
+}
+
+// The reference host knows the module's translation: it decides which decisions count as refusals.
+class ModuleVerdicts : public ModuleOnEmulator {
+ protected:
+  void ExpectThoseOfTheTable() {
+    for (std::uint32_t number = kMinDecision; number <= kMaxDecision; ++number) {
+      const auto decision = static_cast<Decision>(number);
+      rules.ordered.push_back({.name = {},
+                               .events = {},
+                               .path = refhost::Glob("*." + std::to_string(number)),
+                               .process = {},
+                               .decision = decision,
+                               .context = std::make_shared<refhost::HeapBuffer>(std::size_t{10})});
+      const std::string path = "C:\\x." + std::to_string(number);
+      AddNotifications(BuildNotification({.code = 4098, .processId = 1, .path = {path.begin(), path.end()}}))
+          .expectedVerdict = refhost::VerdictOfDecision(decision, clientTypeFlag);
+    }
+    Start();
+    ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
+    EXPECT_THAT(State().violationTexts, IsEmpty());
+    EXPECT_EQ(Totals().answered, kMaxDecision);
+  }
+};
+
+TEST_F(ModuleVerdicts, AreThoseOfTheHostsTable) { ExpectThoseOfTheTable(); }
+
+TEST_F(ModuleVerdicts, AreThoseOfTheHostsTableForClientType2) {
+  clientTypeFlag = true;
+  ExpectThoseOfTheTable();
 }
 
 TEST_F(ModuleOnEmulator, AnswersGarbageAsUnjudged) {

@@ -53,7 +53,7 @@ TEST(Judge, AnUnknownProgramIsRefusedOnlyWhereAProgramPatternWouldDecide) {
       "[[rules]]\npath = '/b/*'\nprocess = 'cat'\ndecision = 2\n"
       "[[rules]]\npath = '/b/*'\ndecision = 1\n");
   ASSERT_EQ(read.errors.Text(), "");
-  Judge judge(read.rules, Decision::kVerdict4);
+  Judge judge(read.rules, {.unknownProgram = Decision::kVerdict4, .refusing = {}, .observer = {}});
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/a/x")), 6U);
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/c/x")), 2U);
   EXPECT_EQ(judge.UnknownPrograms(), 0U);
@@ -67,10 +67,11 @@ TEST(Judge, AnUnknownProgramIsRefusedOnlyWhereAProgramPatternWouldDecide) {
 TEST(Judge, TellsItsObserverOfEveryJudgement) {
   const Read read("[[rules]]\nname = 'first'\npath = '/a/*'\ndecision = 3\n");
   std::vector<std::string> seen;
-  Judge judge(read.rules, std::nullopt, [&](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
+  const auto observer = [&](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
     EXPECT_GE(duration.count(), 0);
     seen.push_back(std::to_string(static_cast<int>(decision)) + (rule == nullptr ? "" : rule->name));
-  });
+  };
+  Judge judge(read.rules, {.unknownProgram = std::nullopt, .refusing = {}, .observer = observer});
   judge.Evaluate(Event(0x4005, 1, L"/a/x"));
   judge.Evaluate(Event(0x4005, 1, L"/b"));
   EXPECT_EQ(seen, (std::vector<std::string>{"3first", "2"}));
@@ -116,6 +117,40 @@ TEST(Judge, NewRulesApplyAtOnce) {
   EXPECT_EQ(judge.Evaluate(Event(1, 1, L"")), 2U);
   judge.Replace(Read("default_decision = 4\n").rules);
   EXPECT_EQ(judge.Evaluate(Event(1, 1, L"")), 4U);
+}
+
+TEST(Judge, RulesKnowTheirPlaceAndAreCalledByNameOrNumber) {
+  const Read read("[[rules]]\nname = 'no secrets'\ndecision = 3\n\n[[rules]]\ndecision = 4\n");
+  ASSERT_EQ(read.rules.ordered.size(), 2U);
+  EXPECT_EQ(read.rules.ordered[0].Label(), "\"no secrets\" (j.toml:1)");
+  EXPECT_EQ(read.rules.ordered[1].Label(), "2 (j.toml:5)");
+}
+
+TEST(Judge, CountsTheHitsOfEachRuleAndOfTheDefault) {
+  const Read read("[[rules]]\npath = 'a'\ndecision = 3\n[[rules]]\npath = 'b'\ndecision = 4\n");
+  Judge judge(read.rules);
+  const auto before = std::chrono::system_clock::now();
+  judge.Evaluate(Event(1, 1, L"b"));
+  judge.Evaluate(Event(1, 1, L"b"));
+  judge.Evaluate(Event(1, 1, L"c"));
+  const auto current = judge.InForce();
+  EXPECT_EQ(current->HitsOf(&current->rules.ordered[0]).Hits(), 0U);
+  EXPECT_EQ(current->HitsOf(&current->rules.ordered[0]).LastHit(), std::nullopt);
+  EXPECT_EQ(current->HitsOf(&current->rules.ordered[1]).Hits(), 2U);
+  EXPECT_GE(current->HitsOf(&current->rules.ordered[1]).LastHit(), before);
+  EXPECT_EQ(current->HitsOf(nullptr).Hits(), 1U);
+}
+
+TEST(Judge, OnlyOtherRulesBeginWithoutHits) {
+  constexpr std::string_view kSame = "[[rules]]\nname = 'a'\npath = 'a'\ndecision = 5\ncontext = 'x'\n";
+  Judge judge(Read(kSame).rules);
+  judge.Evaluate(Event(1, 1, L"a"));
+  const auto since = judge.InForce()->since;
+  judge.Replace(Read(kSame).rules);
+  EXPECT_EQ(judge.InForce()->HitsOf(&judge.InForce()->rules.ordered[0]).Hits(), 1U);
+  EXPECT_EQ(judge.InForce()->since, since);
+  judge.Replace(Read("[[rules]]\nname = 'a'\npath = 'a'\ndecision = 5\ncontext = 'y'\n").rules);
+  EXPECT_EQ(judge.InForce()->HitsOf(&judge.InForce()->rules.ordered[0]).Hits(), 0U);
 }
 
 TEST(Judge, ReportsEveryErrorOfItsRules) {

@@ -8,6 +8,15 @@
 
 namespace fenlux::refhost {
 
+// A directory that a source should watch.
+struct WatchState {
+  std::string directory;
+  bool watched = false;
+  std::string reason;  // why it is not watched; empty if it is
+
+  bool operator==(const WatchState&) const = default;
+};
+
 class EventSource {
  public:
   virtual ~EventSource() = default;
@@ -17,6 +26,8 @@ class EventSource {
   // Sets the directories that the module wants watched. Calls may overtake each other: the highest revision is the
   // current one. Any thread; must not block.
   virtual void Watch(std::uint64_t revision, const std::vector<std::string>& directories) = 0;
+  // The directories that it should watch, in the order of their names. Any thread; does not wait for file systems.
+  virtual std::vector<WatchState> Watches() const { return {}; }
   // Called regularly, at least twice within every deadline, after the overdue answers were taken. Watchdog thread;
   // must return within milliseconds, so that deadlines are kept. Returns true if there is more to do: it is then called
   // again as soon as the overdue answers have been taken.

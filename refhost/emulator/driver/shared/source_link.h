@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
@@ -26,6 +27,11 @@ class SourceLink {
     if (attached == nullptr) return;
     const WatchSet watch = model.TakeWatchSet();
     attached->Watch(watch.revision, watch.directories);
+  }
+  // See EventSource; none if no source is attached.
+  std::vector<WatchState> Watches() {
+    const std::shared_ptr<EventSource> attached = Attached();
+    return attached == nullptr ? std::vector<WatchState>() : attached->Watches();
   }
   // Whether the source has more to do at once.
   bool OnWatchdog() {
