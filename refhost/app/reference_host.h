@@ -18,6 +18,7 @@
 #include "refhost/app/status/host_history.h"
 #include "refhost/app/status/status_facts.h"
 #include "refhost/app/summary.h"
+#include "refhost/app/watch/event_feed.h"
 
 namespace fenlux {
 class CFenlux;
@@ -85,6 +86,8 @@ class ReferenceHost {
   EmulatorState DriverState() const;
 
   PortRecording& Recording() { return *recording; }
+  // For those who watch events.
+  EventFeed& Events() { return *events; }
   // Where observers of decisions attach.
   DecisionSink& Decisions() { return *decisions; }
   std::shared_ptr<const RulesInForce> RulesNow() const { return judge->InForce(); }
@@ -93,7 +96,7 @@ class ReferenceHost {
 
   SummaryFacts Facts() const;
   StatusFacts Status() const;
-  // Adds to the history that Status shows. Call it several times a second.
+  // Adds to the history that Status shows, and ends a watch that nobody reads. Call it several times a second.
   void KeepHistory();
 
  private:
@@ -122,6 +125,7 @@ class ReferenceHost {
   std::shared_ptr<NetService> net;
   std::shared_ptr<Configuration> configuration;
   const std::shared_ptr<DecisionSink> decisions = std::make_shared<DecisionSink>();
+  const std::shared_ptr<EventFeed> events = std::make_shared<EventFeed>(decisions);
   std::shared_ptr<DecisionLog> decisionLog;
   std::shared_ptr<Judge> judge;
   const UnjudgedPolicy unjudgedPolicy;

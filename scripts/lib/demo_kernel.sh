@@ -48,6 +48,23 @@ demo_views() {
   demo_show "the rules and their hits" "$rule" "$host" ctl --socket "$socket" rules
   demo_show "why one is refused" "refused: " "${explain[@]}" "$dir/first/diary.secret" --process /usr/bin/cat
   demo_show "why another is not" "allowed: " "${explain[@]}" "$dir/first/diary.secret" --process /usr/bin/head
+  demo_show "the host's state" "$dir/second: watched" "$host" ctl --socket "$socket" status
+  demo_watch "$host" "$socket"
+}
+
+# Three events as a watcher sees them.
+demo_watch() {
+  local host=$1 socket=$2 watcher
+  "$host" ctl --socket "$socket" watch --path "$dir/**" >"$dir/watched" 2>&1 &
+  watcher=$!
+  for _ in $(seq 100); do
+    if [ "$(wc -l <"$dir/watched")" -ge 3 ]; then break; fi
+    cat "$dir/first/letter.txt" "$dir/first/diary.secret" "$dir/second/plan.secret" >/dev/null 2>&1 || true
+    sleep 0.1
+  done
+  kill "$watcher"
+  wait "$watcher" || true
+  demo_show "three events as they happen" "by rule" head -n 3 "$dir/watched"
 }
 
 # demo_show TITLE TEXT COMMAND...: shows the output of the command, which must contain the text.

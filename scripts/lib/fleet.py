@@ -168,6 +168,8 @@ def show_queries(prometheus):
     queries = (
         ("slowest hosts (p99 of the last 30 s, ms)",
          "topk(3, 1000 * histogram_quantile(0.99, sum by (instance, le) (rate(fenlux_latency_seconds_bucket[30s]))))"),
+        ("refusals by rule (per second, whole fleet)",
+         "sum by (rule) (rate(fenlux_decisions_total{decision=\"3\"}[30s]))"),
         ("refusals by host (per second, first 3)",
          "topk(3, sum by (instance) (rate(fenlux_verdicts_total{verdict=\"4\"}[30s])))"),
         ("hosts without a driver", "fenlux_connected == 0"),
@@ -177,7 +179,7 @@ def show_queries(prometheus):
         print(f"-- {title}\n   {query}")
         rows = prometheus.query(query)
         for labels, value in rows:
-            name = labels.get("instance", "fleet")
+            name = labels.get("rule") or labels.get("instance", "fleet")
             print(f"     {name:<24} {value:.2f}")
         if not rows:
             print("     none")

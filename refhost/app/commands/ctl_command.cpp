@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "refhost/app/commands/commands.h"
+#include "refhost/app/commands/watch_events.h"
 #include "refhost/app/control/control_channel.h"
 #include "refhost/app/control/net_item_file.h"
 #include "refhost/app/exit_codes.h"
@@ -56,6 +57,19 @@ int ShowUnreachable(const std::string& reason, bool json) {
   return HealthExitCode(report);
 }
 
+int Watch(const Paths& paths, const ControlOptions& options) {
+  try {
+    return WatchEvents(options.request, options.json, [&](const ControlRequest& request) {
+      const std::optional<ControlAnswer> answer =
+          DecodeAnswer(SendToFirst(paths, EncodeRequest(request), kAnswerTimeout));
+      if (!answer) throw ControlChannelError("the host's answer is malformed");
+      return *answer;
+    });
+  } catch (const ControlChannelError& error) {
+    return Fail(kExitUnreachable, options, std::string("fenlux-host: ") + error.what());
+  }
+}
+
 }  // namespace
 
 int ControlHost(ControlOptions options) {
@@ -75,6 +89,7 @@ int ControlHost(ControlOptions options) {
                             "items at once",
                             request.size(), kMaxControlRequest));
   }
+  if (options.request.operation == "watch") return Watch(paths, options);
   const bool isHealth = options.request.operation == "health";
   try {
     const std::string line = SendToFirst(paths, request, isHealth ? kHealthTimeout : kAnswerTimeout);

@@ -13,6 +13,7 @@
 #include "refhost/app/reference_host.h"
 #include "refhost/app/status/health.h"
 #include "refhost/app/status/status_report.h"
+#include "refhost/app/watch/watch_operation.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -42,6 +43,15 @@ const ControlOperation kHostOperations[] = {
      true,
      HealthText,
      HealthExitCode},
+    {"watch",
+     "Show judged events as they happen, until Ctrl+C",
+     {{"refused", ArgumentKind::kFlag, "only events whose operation was refused, or would have been"},
+      {"path", ArgumentKind::kOption, "only events with a path that matches this pattern"},
+      {"process", ArgumentKind::kOption, "only events of programs whose path matches this pattern"},
+      {"code", ArgumentKind::kOption, "only notifications with this code"}},
+     [](Host& host, const Arguments& arguments) { return WatchReport(host.Events(), arguments); },
+     true,
+     [](const Report&) { return std::string(); }},  // `ctl` shows the events itself
     {"metrics",
      "Show the metrics in Prometheus's text format, as [metrics] listen serves them (Linux only)",
      {},

@@ -117,6 +117,7 @@ class HostMetrics final : public prometheus::Collectable {
         Add(answered, Number(count), {{"code", std::to_string(code)}, {"verdict", std::to_string(verdict)}});
       }
     }
+    AddDecisions(families);
     MetricFamily& unjudged =
         Family(families, "fenlux_unjudged_total", "Operations without a judgement of the module.", MetricType::Counter);
     for (std::size_t index = 0; index < kUnjudgedCauses; ++index) {
@@ -131,6 +132,21 @@ class HostMetrics final : public prometheus::Collectable {
     Add(operations, Number(totals.kernelRefused), {{"outcome", "refused"}});
     Gauge(families, "fenlux_notifications_in_flight", "Notifications that the module works on.",
           Number(totals.inFlight));
+  }
+
+  void AddDecisions(Families& families) const {
+    MetricFamily& family = Family(families, "fenlux_decisions_total",
+                                  "Decisions by rule, since the rules came into force.", MetricType::Counter);
+    if (summary.rules == nullptr) return;
+    const RulesInForce& current = *summary.rules;
+    const auto add = [&](const Rule* rule, const std::string& name, std::size_t number, Decision decision) {
+      Add(family, Number(current.HitsOf(rule).Hits()),
+          {{"rule", name},
+           {"number", std::to_string(number)},
+           {"decision", std::to_string(static_cast<std::uint32_t>(decision))}});
+    };
+    for (const Rule& rule : current.rules.ordered) add(&rule, rule.name, rule.number, rule.decision);
+    add(nullptr, "default", 0, current.rules.defaultDecision);
   }
 
   void AddLatency(Families& families) const {

@@ -97,6 +97,7 @@ HistoryCounts ReferenceHost::CountsForHistory(const EmulatorTotals& totals, cons
 void ReferenceHost::KeepHistory() {
   const auto now = HostHistory::Clock::now();
   if (!history.IsDue(now)) return;
+  events->EndIfIdle(now);
   history.Add(now, CountsForHistory(emulator->Totals(), log->Totals()), emulator->MaxLatency(true));
 }
 

@@ -54,6 +54,10 @@ Report RulesReport(const StatusFacts& facts) {
   Report report = Report::object();
   report["file"] = facts.configuration.string();
   report["loaded"] = TimeText(facts.configurationLoaded);
+  if (facts.summary.rules != nullptr) {
+    report["number"] = facts.summary.rules->rules.ordered.size();
+    report["enforced"] = facts.summary.rules->rules.enforced;
+  }
   report["last_reload_refused"] = facts.lastReloadRefused;
   return report;
 }

@@ -1,0 +1,82 @@
+// Judged events as they happen, for `ctl watch`.
+//
+// Watchers ask for what came since they last asked, so none of them is waited for: the feed keeps the newest events,
+// and a watcher that asks too late has lost the older ones. While nobody watches, the feed costs nothing.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/mutex.h"
+#include "refhost/base/text/glob.h"
+#include "refhost/services/events/decision_sink.h"
+
+namespace fenlux::refhost {
+
+// What a watcher wants to see; everything if nothing is set.
+struct WatchFilter {
+  bool refusedOnly = false;
+  std::optional<std::uint32_t> code;
+  std::optional<Glob> path;
+  std::optional<Glob> process;
+
+  bool Matches(const DecisionRecord& record) const;
+};
+
+// Any thread.
+class EventFeed final : public DecisionObserver, public std::enable_shared_from_this<EventFeed> {
+ public:
+  using Clock = std::chrono::steady_clock;
+  // What the feed keeps: so many events, and fewer if their names are long.
+  static constexpr std::size_t kMaxEvents = 8192;
+  static constexpr std::size_t kMaxBytes = std::size_t{8} << 20;
+  // So many events are returned at once.
+  static constexpr std::size_t kMaxBatch = 500;
+  // A watcher that has not asked for so long is gone.
+  static constexpr std::chrono::seconds kIdleTime{5};
+
+  explicit EventFeed(std::shared_ptr<DecisionSink> decisionSink) : sink(std::move(decisionSink)) {}
+
+  struct Batch {
+    std::vector<DecisionRecord> events;
+    std::uint64_t next = 0;  // where to read on
+    std::uint64_t lost = 0;  // events that came after `from` and are no longer kept, whether they match or not
+    bool more = false;       // there are further events already
+    bool unwatched = false;  // for some time after `from` nobody watched, so more are lost than counted
+  };
+  // The kept events from number `from` on that the filter selects. Nothing: begin to watch, with the next event. Throws
+  // std::bad_alloc.
+  Batch Read(std::optional<std::uint64_t> from, const WatchFilter& filter, Clock::time_point now);
+  // Stops keeping events if nobody has read for kIdleTime. Call it now and then.
+  void EndIfIdle(Clock::time_point now);
+
+  void Observe(const DecisionRecord& record) noexcept override;
+
+ private:
+  struct Kept {
+    DecisionRecord record;
+    std::size_t bytes = 0;
+  };
+
+  // Copies a few events, so that the lock is held only briefly.
+  std::vector<DecisionRecord> Copy(std::uint64_t from, Batch& batch) const;
+
+  const std::shared_ptr<DecisionSink> sink;
+  mutable Mutex mutex;
+  std::deque<Kept> kept FENLUX_GUARDED_BY(mutex);
+  std::size_t bytes FENLUX_GUARDED_BY(mutex) = 0;
+  std::uint64_t end FENLUX_GUARDED_BY(mutex) = 0;             // the number of the next event
+  std::uint64_t unwatchedUntil FENLUX_GUARDED_BY(mutex) = 0;  // no events were kept just before this number
+  // Taken before the sink's lock, never by a delivery thread.
+  Mutex watchMutex FENLUX_ACQUIRED_BEFORE(mutex);
+  bool watching FENLUX_GUARDED_BY(watchMutex) = false;
+  Clock::time_point lastRead FENLUX_GUARDED_BY(watchMutex);
+};
+
+}  // namespace fenlux::refhost

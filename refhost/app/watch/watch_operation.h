@@ -1,0 +1,15 @@
+// The operation behind `ctl watch`: what happened since the watcher last asked.
+#pragma once
+
+#include "refhost/app/control/control_arguments.h"
+#include "refhost/app/watch/event_feed.h"
+#include "refhost/base/report.h"
+
+namespace fenlux::refhost {
+
+// {"next": ..., "lost": ..., "unwatched": ..., "more": ..., "events": [...], "lines": [...]}: `events` as objects for
+// programs, or `lines` for people. The argument "next" is that of the answer before; without it the watch begins.
+// Throws ControlRefusal.
+Report WatchReport(EventFeed& feed, const ControlArguments& arguments);
+
+}  // namespace fenlux::refhost
