@@ -3,7 +3,7 @@
 #   scripts/setup.sh [OPTION...]
 #     --windows   also those of the Windows build and its tests under Wine
 #     --debian    also those of scripts/test_in_debian.sh
-#     --tools     also programs that some tests and scripts/fleet.sh use: man, tshark, promtool and prometheus. Starts
+#     --tools     also programs that some tests and scripts/fleet.sh use: chromium, man, tshark, promtool and prometheus. Starts
 #                 no service; `systemctl unmask prometheus` permits the one of a newly installed Prometheus
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,7 +15,7 @@ for argument in "$@"; do
   case "$argument" in
     --windows) lists+=(cmake/packages-windows.txt) ;;
     --debian) extra+=(mmdebstrap debian-archive-keyring) ;;
-    --tools) extra+=(man-db prometheus tshark) ;;
+    --tools) extra+=(chromium man-db prometheus tshark) ;;
     *) refuse "$argument" ;;
   esac
 done

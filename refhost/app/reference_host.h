@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/mutex.h"
+#include "refhost/app/control/module_owner.h"
 #include "refhost/app/host_config.h"
 #include "refhost/app/policy_watch.h"
 #include "refhost/app/status/host_history.h"
@@ -49,7 +50,7 @@ struct ReloadResult {
 
 // Create one per process and keep it until the process ends: the module's threads are never joined. Any thread may call
 // any operation, except where noted.
-class ReferenceHost {
+class ReferenceHost final : public ModuleOwner {
  public:
   // Creates the services and the driver. Reload reads `file`. A null `logFile` means that the configured log has to be
   // opened. Throws std::runtime_error if the log, the capture or the emulator's event source cannot be opened.
@@ -81,7 +82,7 @@ class ReferenceHost {
   void Log(Severity severity, const std::string& line);
 
   // Null before Start.
-  std::shared_ptr<CFenlux> Module() const;
+  std::shared_ptr<CFenlux> Module() const override;
   bool ScenarioFinished() const;
   EmulatorState DriverState() const;
 

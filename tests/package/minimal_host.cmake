@@ -36,6 +36,14 @@ foreach(line "\"clientType\":1" "\"rule\":\"secrets are refused\"" "\"verdict\":
   endif()
 endforeach()
 
+if(FENLUX_BUILD_REFHOST)
+  # A replay gives the module the same and gets the same.
+  run(output ${FENLUX_EMULATOR} ${FENLUX_BINARY_DIR}/${host} replay --json ${folder}/port.pcapng)
+  if(NOT output MATCHES "\"identical\":true.*\"connections\":1.*\"notifications\":4,\"calls\":1")
+    message(SEND_ERROR "the capture is not replayed:\n${output}")
+  endif()
+endif()
+
 # It reports a module that does not exist.
 execute_process(COMMAND ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/no-such-module RESULT_VARIABLE result
                 OUTPUT_VARIABLE output ERROR_VARIABLE output)

@@ -276,6 +276,28 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
   EXPECT_TRUE(Contains(outcome.out, "  driver_version         19072701\n")) << outcome.out;
 }
 
+TEST(HostProgram, ReplaysTheScriptedExampleAsItWasRecorded) {
+  const HostSetup setup;
+  const std::string capture = Utf8(setup.Path() / L"port-\u00FC.pcapng");
+  const ProgramOutcome recorded = RunHostProgram(
+      setup, {"run", "--config", FENLUX_EXAMPLES "/scripted.toml", "--socket", setup.Pipe(), "--record", capture});
+  ASSERT_EQ(recorded.code, 0) << recorded.err;
+  const ProgramOutcome outcome = RunHostProgram(setup, {"replay", "--json", capture});
+  EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "{\"replay\":{\"identical\":true,\"connections\":2,")) << outcome.out;
+}
+
+TEST(HostProgram, ReplaysACaptureOfALinuxHost) {
+  const HostSetup setup;
+  const ProgramOutcome outcome = RunHostProgram(setup, {"replay", "--json", FENLUX_GOLDEN_RUN});
+  EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
+  EXPECT_TRUE(Contains(outcome.out, "{\"replay\":{\"identical\":true,\"connections\":1,\"requests\":8,"))
+      << outcome.out;
+  const auto page = setup.Path() / L"page-\u00FC.html";
+  EXPECT_EQ(RunHostProgram(setup, {"report", FENLUX_GOLDEN_RUN, "--html", Utf8(page)}).code, 0);
+  EXPECT_TRUE(Contains(FileText(page), "id=\"notifications\">26<"));
+}
+
 TEST(HostProgram, SaysThatTheFilterManagersLibraryIsMissing) {
   const HostSetup setup;
   const auto config =

@@ -49,6 +49,8 @@ std::unique_ptr<CLI::App> MakeCommandLine(int& code) {
   AddRun(*app, code);
   AddCheck(*app, code);
   AddDecode(*app, code);
+  AddReplay(*app, code);
+  AddReport(*app, code);
   AddExplain(*app, code);
   AddControl(*app, code);
   return app;

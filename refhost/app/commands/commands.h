@@ -52,6 +52,27 @@ struct DecodeOptions {
 // Shows the exchanges of a capture.
 int DecodeCapture(const DecodeOptions& options);
 
+struct ReplayOptions {
+  boost::filesystem::path file;
+  boost::filesystem::path module;  // empty: the default one
+  bool recordedPace = false;       // otherwise as fast as the module answers
+  bool json = false;
+  bool insecurePermissions = false;  // as root, use a module that other users may change
+};
+
+// Plays a capture to a module and compares what the module does. Returns only if the module was not loaded; otherwise
+// ends the process.
+int ReplayCapture(const ReplayOptions& options);
+
+struct ReportOptions {
+  boost::filesystem::path file;
+  boost::filesystem::path html;  // to write; replaced if it exists
+  std::string title;             // UTF-8; empty: the capture's name
+};
+
+// Writes a capture's report.
+int ReportCapture(const ReportOptions& options);
+
 struct ExplainOptions {
   boost::filesystem::path config;
   ExplainQuestion question;

@@ -18,8 +18,10 @@
 namespace fenlux::refhost {
 namespace {
 
-using Host = ReferenceHost;
+using Host = ModuleOwner;
 using Arguments = ControlArguments;
+
+ReferenceHost& WholeHost(Host& owner) { return dynamic_cast<ReferenceHost&>(owner); }
 
 Report Empty() { return Report::object(); }
 
@@ -34,12 +36,12 @@ const ControlOperation kHostOperations[] = {
     {"status",
      "Show the state of the host and its connection",
      {},
-     [](Host& host, const Arguments&) { return StatusReport(host.Status()); },
+     [](Host& host, const Arguments&) { return StatusReport(WholeHost(host).Status()); },
      true},
     {"health",
      "Show in one line whether the host works as it should; the exit code says it too: 0, 6 (degraded) or 7 (none)",
      {},
-     [](Host& host, const Arguments&) { return HealthReport(host.Status()); },
+     [](Host& host, const Arguments&) { return HealthReport(WholeHost(host).Status()); },
      true,
      HealthText,
      HealthExitCode},
@@ -57,7 +59,7 @@ const ControlOperation kHostOperations[] = {
      {},
      [](Host& host, const Arguments&) {
        Report report = Report::object();
-       report["metrics"] = MetricsText(host.Status());
+       report["metrics"] = MetricsText(WholeHost(host).Status());
        return report;
      },
      true,
@@ -65,12 +67,12 @@ const ControlOperation kHostOperations[] = {
     {"summary",
      "Show the counts so far, as at the end of a run",
      {},
-     [](Host& host, const Arguments&) { return SummaryReport(host.Facts()); },
+     [](Host& host, const Arguments&) { return SummaryReport(WholeHost(host).Facts()); },
      true},
     {"driver",
      "Show the state of the emulated driver",
      {},
-     [](Host& host, const Arguments&) { return DriverReport(host.DriverState()); },
+     [](Host& host, const Arguments&) { return DriverReport(WholeHost(host).DriverState()); },
      true},
     {"rules",
      "Show the rules in force, how often each decided, and when last",
@@ -105,7 +107,7 @@ const ControlOperation kHostOperations[] = {
      "Reload the configuration file, like SIGHUP",
      {},
      [](Host& host, const Arguments&) {
-       ReloadResult result = host.Reload();
+       ReloadResult result = WholeHost(host).Reload();
        if (!result.errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + result.errors);
        return RestartReport(std::move(result.waiting));
      },
@@ -115,7 +117,7 @@ const ControlOperation kHostOperations[] = {
      {{"file", ArgumentKind::kPath, "capture to write (pcapng)"}},
      [](Host& host, const Arguments& arguments) {
        try {
-         host.Recording().Start(std::string(TextArgument(arguments, "file")));
+         WholeHost(host).Recording().Start(std::string(TextArgument(arguments, "file")));
        } catch (const capture::RecordingError& error) {
          throw ControlRefusal(error.what());
        }
@@ -126,15 +128,15 @@ const ControlOperation kHostOperations[] = {
      "Stop recording and show the counts",
      {},
      [](Host& host, const Arguments&) {
-       if (!host.Recording().Status().active) throw ControlRefusal("no recording is active");
-       host.Recording().Stop();
-       return RecordingReport(host.Recording().Status());
+       if (!WholeHost(host).Recording().Status().active) throw ControlRefusal("no recording is active");
+       WholeHost(host).Recording().Stop();
+       return RecordingReport(WholeHost(host).Recording().Status());
      },
      true},
     {"record status",
      "Show the counts of the current or the last recording",
      {},
-     [](Host& host, const Arguments&) { return RecordingReport(host.Recording().Status()); },
+     [](Host& host, const Arguments&) { return RecordingReport(WholeHost(host).Recording().Status()); },
      true},
 };
 

@@ -9,12 +9,11 @@
 
 #include "core/fenlux.h"
 #include "kdi/kdi_base.h"
-#include "refhost/app/reference_host.h"
 
 namespace fenlux::refhost {
 namespace {
 
-using Host = ReferenceHost;
+using Host = ModuleOwner;
 using Arguments = ControlArguments;
 
 CFenlux& ModuleOf(const Host& host) {

@@ -7,19 +7,19 @@
 #include <vector>
 
 #include "refhost/app/control/control_arguments.h"
+#include "refhost/app/control/module_owner.h"
 #include "refhost/base/report.h"
 
 namespace fenlux::refhost {
-
-class ReferenceHost;
 
 struct ControlOperation {
   std::string_view name;  // one word, or two: group and operation
   std::string_view help;
   std::vector<ControlArgument> arguments;
   // Returns what to show; empty if there is nothing to show. Throws ControlRefusal, and whatever the module throws.
-  Report (*run)(ReferenceHost& host, const ControlArguments& arguments);
-  bool hostOnly = false;  // calls nothing of the module, so a capture does not need it
+  Report (*run)(ModuleOwner& host, const ControlArguments& arguments);
+  // Calls nothing of the module, so a capture does not need it, and requires a ReferenceHost.
+  bool hostOnly = false;
   // The result as text for people; null: AlignedText.
   std::string (*text)(const Report& result) = nullptr;
   // The exit code of `ctl`; null: 0.

@@ -14,6 +14,8 @@
 
 namespace fenlux::refhost {
 
+class ReferenceHost;
+
 struct ControlRequest {
   std::string operation;
   ControlArguments arguments;

@@ -49,8 +49,11 @@ Report SystemProcessFacts(WorkService& work) {
 
 }  // namespace
 
+std::string PathPlatform() { return fs::path::preferred_separator == fs::path::value_type('\\') ? "windows" : "posix"; }
+
 std::string HostFacts(const FixedSettings& fixed, const LiveSettings& live, WorkService& work) {
   Report facts = Report::object();
+  facts["platform"] = PathPlatform();
   facts["enabled"] = fixed.enabled;
   facts["port_value"] = fixed.portValue;
   facts["record_value1"] = fixed.recordValue1;

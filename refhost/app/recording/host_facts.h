@@ -9,6 +9,9 @@
 
 namespace fenlux::refhost {
 
+// This system's rules for paths, as facts name them: "windows" or "posix".
+std::string PathPlatform();
+
 // The settings that the module reads, and the state of the machine that its requests depend on: which paths of the
 // policy are directories, and which processes are the system's. One line of JSON. Any thread.
 std::string HostFacts(const FixedSettings& fixed, const LiveSettings& live, WorkService& work);

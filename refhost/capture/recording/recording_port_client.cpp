@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/buf.h"
+#include "refhost/capture/format/close_reasons.h"
 #include "refhost/capture/recording/handled_notification.h"
 #include "refhost/capture/recording/recorder_state.h"
 
@@ -123,7 +124,7 @@ class Link {
 class RecordingPortClient final : public CPortClient {
  public:
   explicit RecordingPortClient(std::shared_ptr<Link> recordedLink) : link(std::move(recordedLink)) {}
-  ~RecordingPortClient() { link->Close("the module released the port client"); }
+  ~RecordingPortClient() { link->Close(kModuleReleased); }
   RecordingPortClient(const RecordingPortClient&) = delete;
   RecordingPortClient& operator=(const RecordingPortClient&) = delete;
 
@@ -145,10 +146,10 @@ class RecordingPortClient final : public CPortClient {
   void Start() override { client->Start(); }
   void Wait() override {
     client->Wait();
-    link->Close("the connection ended");
+    link->Close(kDriverEnded);
   }
   void Close() override {
-    link->Close("the module closed the connection");
+    link->Close(kModuleClosed);
     client->Close();
   }
   void Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf>& reply, bool flag) override {

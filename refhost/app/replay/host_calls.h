@@ -1,0 +1,44 @@
+// Repeats the calls of the recording host into the module, each on a thread of its own.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/mutex.h"
+#include "refhost/app/control/control_arguments.h"
+
+namespace fenlux::refhost {
+
+class HostContext;
+
+// One thread.
+class HostCalls {
+ public:
+  explicit HostCalls(std::shared_ptr<HostContext> hostContext) : context(std::move(hostContext)) {}
+
+  // Begins the operation, by the name and with the arguments that `ctl` has for it. What it returns or throws is not
+  // recorded and does not count. False if there is no such operation.
+  bool Begin(const std::string& operation, const ControlArguments& arguments);
+  // Waits until every call has returned or `isWaiting` says that its thread waits for the driver.
+  void Settle(const std::function<bool(std::thread::id thread)>& isWaiting, std::chrono::milliseconds limit);
+  // Whether a call has not returned.
+  bool Running();
+
+ private:
+  struct Call {
+    std::thread::id thread;
+    Mutex mutex;
+    std::condition_variable changed;
+    bool done FENLUX_GUARDED_BY(mutex) = false;
+  };
+  void RemoveDone();
+
+  const std::shared_ptr<HostContext> context;
+  std::vector<std::shared_ptr<Call>> calls;
+};
+
+}  // namespace fenlux::refhost

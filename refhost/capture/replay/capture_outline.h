@@ -1,0 +1,56 @@
+// What a replay has to know of a capture before it begins: whether the file is whole, and what the host gave the
+// module.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <istream>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "refhost/capture/format/capture_reader.h"
+
+namespace fenlux::capture {
+
+// What the requests of a connection's opening say of the host.
+struct ObservedSettings {
+  std::map<std::uint32_t, std::uint64_t> systemProcesses;  // ids by kind
+  std::vector<std::uint8_t> spsp;                          // the four switches; empty if none were sent
+  std::vector<std::string> paths;                          // monitored, UTF-8, in their order
+  std::vector<std::uint8_t> configBlock;
+  std::uint32_t objectType = 0;  // of the paths and their commit; 0 if none was sent
+};
+
+struct ConnectionOutline {
+  std::vector<std::uint8_t> context;  // the connect context
+  bool anyRequest = false;
+  bool opening = false;  // the capture has the connection from its first request on
+  bool applied = false;  // the policy was sent; what follows changes nothing in `settings`
+  bool closed = false;
+  std::optional<std::string> refused;  // the driver's reason, if it refused the connection
+  ObservedSettings settings;
+};
+
+struct CaptureOutline {
+  bool isCapture = false;
+  bool cutOff = false;            // the file ends in the middle of a block
+  std::vector<Problem> problems;  // the first ones
+  std::uint64_t lost = 0;         // messages that the file says are missing
+  std::uint64_t packets = 0;
+  bool requests = false;          // there are some
+  bool calls = false;             // there are some
+  bool startsWork = false;        // the host's call is one of them
+  bool registersProcess = false;  // so is one to register a system process
+  std::string facts;              // the first ones; empty if there are none
+  std::map<std::uint32_t, ConnectionOutline> connections;
+
+  // Why the capture cannot be replayed; empty if it can.
+  std::string Obstacle() const;
+};
+
+// Reads the whole stream. `progress` is called now and then with the offset; it may be empty.
+CaptureOutline ReadOutline(std::istream& stream, const std::function<void(std::uint64_t offset)>& progress);
+
+}  // namespace fenlux::capture

@@ -1,0 +1,17 @@
+// Text for the report's page.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace fenlux::capture {
+
+// Text from anywhere as the content of an element or the value of a quoted attribute: valid UTF-8 without control
+// characters, in which nothing is markup.
+std::string Escaped(std::string_view text);
+
+// "812 ns", "41.7 us", "3.20 ms", "1.50 s".
+std::string DurationText(std::uint64_t nanoseconds);
+
+}  // namespace fenlux::capture
