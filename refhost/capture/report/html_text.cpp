@@ -7,9 +7,11 @@
 
 namespace fenlux::capture {
 
-std::string Escaped(std::string_view text) {
+std::string Escaped(std::string_view text) { return WithoutMarkup(refhost::PrintableLines(text)); }
+
+std::string WithoutMarkup(std::string_view printable) {
   std::string escaped;
-  for (const char character : refhost::PrintableLines(text)) {
+  for (const char character : printable) {
     switch (character) {
       case '&':
         escaped += "&amp;";

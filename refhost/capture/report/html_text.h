@@ -11,6 +11,9 @@ namespace fenlux::capture {
 // characters, in which nothing is markup.
 std::string Escaped(std::string_view text);
 
+// The same for text that consists of printable lines already.
+std::string WithoutMarkup(std::string_view printable);
+
 // "812 ns", "41.7 us", "3.20 ms", "1.50 s".
 std::string DurationText(std::uint64_t nanoseconds);
 

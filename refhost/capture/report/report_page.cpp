@@ -239,7 +239,7 @@ class Page {
     const auto same = [](const ShownExchange* one, const ShownExchange* other) { return one->offset == other->offset; };
     shown.erase(std::unique(shown.begin(), shown.end(), same), shown.end());
     for (const ShownExchange* exchange : shown) {
-      Add("<pre id=\"{}\">{}</pre>\n", Anchor(*exchange), Escaped(exchange->text));
+      Add("<pre id=\"{}\">{}</pre>\n", Anchor(*exchange), WithoutMarkup(exchange->text));
     }
   }
 
