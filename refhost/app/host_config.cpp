@@ -28,7 +28,38 @@ bool KernelEvents(const HostConfig& config) {
   return config.start.driver.port == DriverPortKind::kEmulator && config.emulator.source == EventSourceKind::kFanotify;
 }
 
-HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
+// Nothing if no verdict that a decision can give refuses.
+std::optional<Decision> RefusingDecision(const KernelEventSettings& kernel) {
+  struct Row {
+    Decision decision;
+    records::Verdict verdict;
+  };
+  constexpr Row kDecisions[] = {{Decision::kVerdict4, records::Verdict::kVerdict4},
+                                {Decision::kVerdict5, records::Verdict::kVerdict5},
+                                {Decision::kUndecided, records::Verdict::kUnjudged},
+                                {Decision::kVerdict2, records::Verdict::kVerdict2},
+                                {Decision::kPassClient2, records::Verdict::kPassClient2}};
+  const auto* const row = std::ranges::find_if(kDecisions, [&](const Row& candidate) {
+    return std::ranges::find(kernel.refusingVerdicts, static_cast<std::uint32_t>(candidate.verdict)) !=
+           kernel.refusingVerdicts.end();
+  });
+  return row == std::end(kDecisions) ? std::nullopt : std::optional(row->decision);
+}
+
+// What rules that name programs need of the kernel source.
+void CheckProgramRules(const ConfigTable& emulator, const ProgramJudging& judging, HostConfig& config) {
+  if (!judging.kernelEvents || !config.reloadable.rules.NameProcesses()) return;
+  // A process that runs another program keeps its id: what the cache knows of a process that waits for a verdict may be
+  // the program it ran before.
+  if (!config.reloadable.module.cacheBypassed) config.reloadable.module.cacheBypassed = true;
+  if (judging.unknownProgram) return;
+  emulator.Table("kernel").Report("refusing_verdicts",
+                                  "must contain 2, 4, 5, 7 or 8 from the start of the host, because a rule names "
+                                  "programs: an event whose program cannot be established is refused with one of them");
+}
+
+HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors,
+                          const std::optional<ProgramJudging>& running = std::nullopt) {
   HostConfig config;
   config.start.stopAtEnd = root.Boolean("stop_at_end", false);
   config.start.moduleLibrary = root.Table("module").Path("library");
@@ -47,11 +78,7 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors) {
   if (config.start.driver.port != DriverPortKind::kEmulator && emulator.Present()) {
     emulator.Report("", "requires [driver] port = \"emulator\"");
   }
-  // A process that runs another program keeps its id: what the cache knows of a process that waits for a verdict may be
-  // the program it ran before.
-  if (!config.reloadable.module.cacheBypassed && KernelEvents(config)) {
-    config.reloadable.module.cacheBypassed = config.reloadable.rules.NameProcesses();
-  }
+  CheckProgramRules(emulator, running.value_or(ProgramJudgingOf(config)), config);
   if (const boost::filesystem::path& scenario = config.emulator.scenarioFile; !scenario.empty()) {
     const std::string failure = WhyUnreadable(scenario);
     if (failure.empty()) {
@@ -106,15 +133,8 @@ DecisionFlags RefusingDecisions(const HostConfig& config) {
   return refusing;
 }
 
-std::optional<Decision> UnknownProgramDecision(const HostConfig& config) {
-  if (!KernelEvents(config)) return std::nullopt;
-  // In the order of preference. No other decision can stand for a refusal: 2 is the one that passes, 5 needs a context.
-  constexpr Decision kDecisions[] = {Decision::kVerdict4, Decision::kVerdict5, Decision::kUndecided,
-                                     Decision::kVerdict2, Decision::kPassClient2};
-  const DecisionFlags refusing = RefusingDecisions(config);
-  const auto* const found =
-      std::ranges::find_if(kDecisions, [&](Decision decision) { return refusing[static_cast<std::size_t>(decision)]; });
-  return found == std::end(kDecisions) ? Decision::kVerdict4 : *found;
+ProgramJudging ProgramJudgingOf(const HostConfig& config) {
+  return {KernelEvents(config), KernelEvents(config) ? RefusingDecision(config.emulator.kernel) : std::nullopt};
 }
 
 ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigErrors& errors) {
@@ -138,9 +158,10 @@ std::vector<std::string> ChangesThatNeedARestart(const ConfigContent& running, c
   return changes;
 }
 
-HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors) {
+HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors,
+                          const std::optional<ProgramJudging>& running) {
   const ConfigDocument document(file, errors);
-  HostConfig config = ReadHostConfig(document.Root(), errors);
+  HostConfig config = ReadHostConfig(document.Root(), errors, running);
   config.content = ConfigContent(document);
   return config;
 }

@@ -62,8 +62,20 @@ struct HostConfig {
   ConfigContent content;  // the file itself
 };
 
+// How the programs of events are judged. It depends on where events come from, so it is fixed for the host's life.
+struct ProgramJudging {
+  bool kernelEvents = false;
+  // The decision on an event whose program is unknown, where a rule's program pattern would decide: one that refuses
+  // the operation. Nothing if none does, or if events do not come from the kernel.
+  std::optional<Decision> unknownProgram;
+};
+
+ProgramJudging ProgramJudgingOf(const HostConfig& config);
+
 // Reads and validates a host's configuration and the scenario it names. Use the result only if `errors` stays empty.
-HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors);
+// A reload passes how the running host judges programs, because the file's other source waits for a restart.
+HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors,
+                          const std::optional<ProgramJudging>& running = std::nullopt);
 
 // The settings of `file` that changed since it was `running` and take effect only after a restart, each as
 // "log.console (host.toml:3)".
@@ -77,10 +89,6 @@ ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigE
 // Which decisions refuse an operation, by the verdicts that the driver receives for them. Of the verdicts that a real
 // driver receives, 4 and 5 count as refusing.
 DecisionFlags RefusingDecisions(const HostConfig& config);
-
-// The decision on an event whose program is unknown, where a rule's program pattern would decide: one that refuses the
-// operation. Nothing if events do not come from the kernel.
-std::optional<Decision> UnknownProgramDecision(const HostConfig& config);
 
 // What else to check of a host's configuration without errors, with the table it was read from.
 using HostCheck = std::function<void(const ConfigTable& root, const HostConfig& config)>;

@@ -16,6 +16,7 @@
 #include "refhost/app/recording/capture_settings.h"
 #include "refhost/app/recording/host_facts.h"
 #include "refhost/app/recording/port_recording.h"
+#include "refhost/app/stop_deadline.h"
 #include "refhost/base/exception_text.h"
 #include "refhost/base/start_thread.h"
 #include "refhost/emulator/driver_emulator.h"
@@ -24,17 +25,12 @@
 #include "refhost/services/utility_service.h"
 
 namespace fenlux::refhost {
-namespace {
-
-// How long a stop waits for the module before it ends the driver's side, and once more after that.
-constexpr std::chrono::milliseconds kModuleStopTimeout{500};
-
-}  // namespace
 
 ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile)
     : configFile(std::move(file)),
       start(config.start),
       startContent(config.content),
+      programJudging(ProgramJudgingOf(config)),
       log(std::make_shared<LogService>(config.start.log, std::move(logFile))),
       recording(std::make_shared<PortRecording>(config.start.recording)),
       locale(std::make_shared<LocaleService>(std::move(config.reloadable.translations))),
@@ -45,7 +41,7 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
       judge(std::make_shared<Judge>(
           std::move(config.reloadable.rules),
           JudgeSettings{
-              .unknownProgram = UnknownProgramDecision(config),
+              .unknownProgram = programJudging.unknownProgram,
               .refusing = RefusingDecisions(config),
               .observer =
                   [recording = recording](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {

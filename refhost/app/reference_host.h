@@ -116,6 +116,7 @@ class ReferenceHost final : public ModuleOwner {
   const boost::filesystem::path configFile;
   const StartSettings start;
   const ConfigContent startContent;
+  const ProgramJudging programJudging;
   const std::chrono::steady_clock::time_point startTime = std::chrono::steady_clock::now();
   const std::chrono::system_clock::time_point started = std::chrono::system_clock::now();
 

@@ -55,9 +55,11 @@ void ReferenceHost::ReopenLog() {
 
 ReloadResult ReferenceHost::ReadAgain() {
   ConfigErrors errors;
-  HostConfig config = LoadHostConfig(configFile, errors);
-  const std::string untrusted = start.insecurePermissions ? std::string() : WhyUntrusted(configFile);
-  if (!untrusted.empty()) errors.Add({configFile.string(), 1, 1, "(file)", untrusted});
+  HostConfig config = LoadHostConfig(configFile, errors, programJudging);
+  for (const boost::filesystem::path& file : {configFile, config.reloadable.module.configBlockFile}) {
+    const std::string untrusted = start.insecurePermissions || file.empty() ? std::string() : WhyUntrusted(file);
+    if (!untrusted.empty()) errors.Add({file.string(), 1, 1, "(file)", untrusted});
+  }
   if (!errors.Empty()) {
     ++refusedReloads;
     lastReloadRefused = true;

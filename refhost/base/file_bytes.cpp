@@ -1,12 +1,12 @@
-// Reads through the stream, not through its buffer, which throws for a directory.
+// Tells a directory from other files before opening: systems differ in what they say about one.
 #include "refhost/base/file_bytes.h"
 
 #include <array>
 #include <boost/filesystem/operations.hpp>
-#include <filesystem>
-#include <fstream>
+#include <cstdio>
 
 #include "refhost/base/platform/error_text.h"
+#include "refhost/base/platform/file_opening.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -31,21 +31,21 @@ std::string DirectoryFailure(const fs::path& file) {
 FileBytes ReadFileBytes(const fs::path& file) {
   FileBytes result{{}, DirectoryFailure(file)};
   if (!result.failure.empty()) return result;
-  std::ifstream stream(std::filesystem::path(file.native()), std::ios::binary);
+  const OpenedFile opened = OpenForReading(file);
+  if (opened.stream == nullptr) return {{}, Failure(file, opened.reason)};
   std::array<char, 65536> piece{};
-  while (stream) {
-    stream.read(piece.data(), piece.size());
-    result.bytes.append(piece.data(), static_cast<std::size_t>(stream.gcount()));
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), opened.stream.get())) {
+    result.bytes.append(piece.data(), count);
   }
-  if (!stream.eof()) return {{}, Failure(file, LastErrorText())};
+  if (std::ferror(opened.stream.get()) != 0) return {{}, Failure(file, LastErrorText())};
   return result;
 }
 
 std::string WhyUnreadable(const fs::path& file) {
   std::string failure = DirectoryFailure(file);
   if (!failure.empty()) return failure;
-  const std::ifstream stream(std::filesystem::path(file.native()), std::ios::binary);
-  return stream ? std::string() : Failure(file, LastErrorText());
+  const OpenedFile opened = OpenForReading(file);
+  return opened.stream == nullptr ? Failure(file, opened.reason) : std::string();
 }
 
 }  // namespace fenlux::refhost

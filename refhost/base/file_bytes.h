@@ -12,7 +12,7 @@ struct FileBytes {
   std::string failure;  // "cannot be read: ", the system's reason and what to check; empty: success
 };
 
-// Reads a file to its end.
+// Reads a file to its end. Never waits for a pipe or a device: only regular files can be read (POSIX).
 FileBytes ReadFileBytes(const boost::filesystem::path& file);
 
 // Why the file cannot be read, as in FileBytes; empty if it can.

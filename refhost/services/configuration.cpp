@@ -22,13 +22,13 @@ class PolicyObject final : public CPolicyObject {
   boost::filesystem::path path;
 };
 
-std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
-  std::vector<std::uint8_t> block;
+void ReadConfigBlock(const ConfigTable& module, LiveSettings& settings) {
+  std::vector<std::uint8_t>& block = settings.configBlock;
   std::string_view key = "config_block";
   if (module.Has("config_block_file")) {
     if (module.Has(key)) module.Report("config_block_file", "cannot be combined with config_block");
     key = "config_block_file";
-    const boost::filesystem::path path = module.Path(key);
+    const boost::filesystem::path path = settings.configBlockFile = module.Path(key);
     const FileBytes content = path.empty() ? FileBytes() : ReadFileBytes(path);
     block.assign(content.bytes.begin(), content.bytes.end());
     if (!content.failure.empty()) module.Report(key, fmt::format("{} {}", path.string(), content.failure));
@@ -41,7 +41,6 @@ std::vector<std::uint8_t> ReadConfigBlock(const ConfigTable& module) {
                   fmt::format("has {} bytes; the driver accepts at most {}", block.size(), records::kMaxPayloadSize));
     block.clear();
   }
-  return block;
 }
 
 std::shared_ptr<MonitorPolicy> MakePolicy(const LiveSettings& live) {
@@ -77,7 +76,7 @@ LiveSettings ReadLiveSettings(const ConfigTable& root) {
   settings.identityTextAdded = module.Boolean("identity_text", settings.identityTextAdded);
   settings.measuring = module.Boolean("measure", settings.measuring);
   settings.refreshMilliseconds = module.Unsigned("refresh_interval_ms", settings.refreshMilliseconds);
-  settings.configBlock = ReadConfigBlock(module);
+  ReadConfigBlock(module, settings);
 
   const ConfigTable spsp = root.Table("spsp");
   constexpr std::array<std::string_view, 4> kFlags{"flag1", "flag2", "flag3", "flag4"};

@@ -40,6 +40,7 @@ struct LiveSettings {
   bool measuring = false;
   std::uint32_t refreshMilliseconds = 1000;
   std::vector<std::uint8_t> configBlock;                                 // empty: none
+  boost::filesystem::path configBlockFile;                               // that it was read from, if any
   std::array<std::uint8_t, 4> spspFlags{};                               // flags 1 to 4
   std::optional<std::vector<boost::filesystem::path>> monitoredObjects;  // nullopt: no policy
 };

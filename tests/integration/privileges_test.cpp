@@ -139,6 +139,13 @@ TEST_F(RootsFiles, AConfigurationThatOthersMayWriteIsRefused) {
   ExpectRefused("host.toml");
 }
 
+TEST_F(RootsFiles, AConfigurationBlockThatOthersMayWriteIsRefused) {
+  setup.WriteHost("[module]\nconfig_block_file = 'block'\n");
+  setup.Write("block", "bytes");
+  MakeWritableByAll("block");
+  ExpectRefused("block");
+}
+
 TEST_F(RootsFiles, AScenarioThatOthersMayWriteIsRefused) {
   MakeWritableByAll("scenario.toml");
   ExpectRefused("scenario.toml");

@@ -1,10 +1,14 @@
 // A run ends when it is told to, whatever its outputs and its driver do.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/filesystem/operations.hpp>
+#include <chrono>
 #include <string>
 
 #include "tests/integration/host_process.h"
@@ -90,6 +94,73 @@ TEST(Stop, AFailedStartEndsWhileNobodyReadsStandardError) {
   const StuckPipe pipe(setup, "pipe");
   HostProcess host(setup, "sh", Redirected(setup, "2>" + pipe.path));
   EXPECT_EQ(host.Wait().code, 2);
+}
+
+TEST(Stop, AConfigurationThatIsANamedPipeIsRefusedAtOnce) {
+  const HostSetup setup;
+  ASSERT_EQ(::mkfifo((setup.Path() / "host.toml").c_str(), 0600), 0);
+  const Outcome outcome = setup.Run(RunArguments(setup));
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(Contains(outcome.err, "host.toml:1:1: (file): cannot be read: it is not a regular file")) << outcome.err;
+}
+
+TEST(Stop, AReloadOfANamedPipeIsRefusedAtOnce) {
+  const HostSetup setup;
+  setup.WriteHost("");
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
+  boost::filesystem::remove(setup.Path() / "host.toml");
+  ASSERT_EQ(::mkfifo((setup.Path() / "host.toml").c_str(), 0600), 0);
+  host.Signal(SIGHUP);
+  EXPECT_TRUE(host.WaitForError("cannot be read: it is not a regular file"));
+  EXPECT_EQ(host.Stop().code, 0);
+}
+
+// Keeps everybody who opens a file waiting, as a file system that does not answer does.
+class HeldFile {
+ public:
+  explicit HeldFile(const std::string& path)
+      : group(::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC)) {
+    holds = group >= 0 && ::fanotify_mark(group, FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, path.c_str()) == 0;
+  }
+  ~HeldFile() {
+    if (group >= 0) ::close(group);  // lets everybody go on
+  }
+  HeldFile(const HeldFile&) = delete;
+  HeldFile& operator=(const HeldFile&) = delete;
+
+  bool Holds() const { return holds; }
+  // Waits until somebody opens the file.
+  bool AwaitOpener() const {
+    pollfd event{group, POLLIN, 0};
+    return ::poll(&event, 1, static_cast<int>(std::chrono::milliseconds(kTimeout).count())) == 1;
+  }
+
+ private:
+  int group;
+  bool holds = false;
+};
+
+TEST(Stop, EndsWhileItsConfigurationCannotBeOpened) {
+  const HostSetup setup;
+  setup.WriteHost("");
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
+  const HeldFile held((setup.Path() / "host.toml").string());
+  if (!held.Holds()) GTEST_SKIP() << "this process may not hold up the openers of a file";
+  host.Signal(SIGHUP);
+  ASSERT_TRUE(held.AwaitOpener());
+  EXPECT_EQ(host.Stop().code, 0);
+}
+
+TEST(Stop, AStartEndsWhileItsConfigurationCannotBeOpened) {
+  const HostSetup setup;
+  setup.WriteHost("");
+  const HeldFile held((setup.Path() / "host.toml").string());
+  if (!held.Holds()) GTEST_SKIP() << "this process may not hold up the openers of a file";
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(held.AwaitOpener());
+  EXPECT_EQ(host.Stop().code, 128 + SIGTERM);
 }
 
 constexpr char kSlowDriver[] =

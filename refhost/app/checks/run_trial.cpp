@@ -123,6 +123,7 @@ void TryRun(const ConfigTable& root, const HostConfig& config, bool insecure) {
   }
   IsTrusted(root, "", root.File(), insecure);
   IsTrusted(root.Table("emulator"), "scenario", config.emulator.scenarioFile, insecure);
+  IsTrusted(root.Table("module"), "config_block_file", config.reloadable.module.configBlockFile, insecure);
   TryModule(root.Table("module"), config, insecure);
   TryLog(root.Table("log"), config, insecure);
   TryCapture(root.Table("capture"), config);

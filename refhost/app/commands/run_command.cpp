@@ -1,5 +1,5 @@
 // The `run` command: starts a host, serves it until it has to stop, and prints the summary.
-#include <algorithm>
+#include <atomic>
 #include <future>
 #include <iostream>
 #include <memory>
@@ -24,6 +24,7 @@
 #include "refhost/app/security/privileges.h"
 #include "refhost/app/security/trusted_log.h"
 #include "refhost/app/service/service_reports.h"
+#include "refhost/app/stop_deadline.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/base/start_thread.h"
 
@@ -34,12 +35,6 @@ using Clock = std::chrono::steady_clock;
 
 // How often the loop polls while it waits for signals.
 constexpr std::chrono::milliseconds kPollInterval{100};
-// From the signal to the end of the process, whatever the outputs and the driver do: 3 seconds, with a margin for a
-// busy machine. A call into the module that outlasts its own grace is added to it.
-constexpr std::chrono::milliseconds kStopTimeout{2300};
-// The shares of it: for an operation of the control channel, and, even if the time is over, for each output.
-constexpr std::chrono::milliseconds kControlTimeout{300};
-constexpr std::chrono::milliseconds kMinOutputTimeout{100};
 
 constexpr char kOutOfMemory[] = "out of memory";
 
@@ -58,7 +53,7 @@ class ControlThread {
   // Accepts no more requests and gives the current one a short time to finish.
   void Stop() {
     listener->Stop();
-    finished.wait_for(kControlTimeout);
+    finished.wait_for(kControlStopTimeout);
     listener.reset();
   }
 
@@ -112,7 +107,7 @@ void ServeMetrics(ReferenceHost& host, MetricsServer& server) {
 std::string UntrustedFile(const RunOptions& options, const HostConfig& config) {
   if (options.insecurePermissions) return {};
   const boost::filesystem::path& module = options.module.empty() ? config.start.moduleLibrary : options.module;
-  for (const auto& file : {options.config, config.emulator.scenarioFile,
+  for (const auto& file : {options.config, config.emulator.scenarioFile, config.reloadable.module.configBlockFile,
                            module.empty() ? DefaultModuleLibrary() : module, config.start.log.file}) {
     std::string reason = file.empty() ? std::string() : WhyUntrusted(file);
     if (!reason.empty()) return reason;
@@ -135,12 +130,23 @@ void IfThereIsMemory(const Step& step) {
   }
 }
 
-// Polls the host on a thread of its own: while the module waits for its driver, a poll waits for the module, and must
-// not keep the loop from seeing a signal.
-void StartPolling(ReferenceHost& host) {
-  StartThread("the policy's watch", [&host] {
+void ReloadHost(ReferenceHost& host) {
+  try {
+    host.Reload();
+  } catch (const std::runtime_error& error) {
+    host.Log(Severity::kProblem, std::string("[host] configuration not reloaded: ") + error.what());
+  }
+}
+
+// Polls the host, and reloads it on request, on a thread of its own: a poll waits for the module while that waits for
+// its driver, and a file system may never answer. Neither must keep the loop from seeing a signal.
+void StartPolling(ReferenceHost& host, std::atomic<bool>& reloadRequested) {
+  StartThread("the policy's watch", [&host, &reloadRequested] {
     for (;;) {  // until the process ends, as the host does
-      IfThereIsMemory([&] { host.Poll(); });
+      IfThereIsMemory([&] {
+        if (reloadRequested.exchange(false)) ReloadHost(host);
+        host.Poll();
+      });
       std::this_thread::sleep_for(kPollInterval);
     }
   }).detach();
@@ -155,7 +161,6 @@ std::string SummaryText(const SummaryFacts& facts, bool json) {
 }
 
 void HandleSignal(HostSignal received, ReferenceHost& host, const RunOptions& options, BoundedOutput& out) {
-  if (received == HostSignal::kReload) host.Reload();
   if (received != HostSignal::kSummary || out.Write(SummaryText(host.Facts(), options.json))) return;
   host.Log(Severity::kWarning, "[host] nobody reads standard output: a summary is dropped");
 }
@@ -163,14 +168,18 @@ void HandleSignal(HostSignal received, ReferenceHost& host, const RunOptions& op
 // Why a run stops.
 enum class RunEnd { kSignal, kDuration, kScenario };
 
-// Returns when the run has to stop.
+// Starts the host's polling and returns when the run has to stop.
 RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, const ServiceManager& manager,
              BoundedOutput& out) {
+  static std::atomic<bool> reloadRequested{false};  // the polling ends with the process
+  StartPolling(host, reloadRequested);
+  manager.Ready();
   const Clock::time_point startTime = Clock::now();
   ServiceReports reports(manager, [&host] { return ServiceStatus(host); });
   for (;;) {
     const HostSignal received = WaitForSignal(kPollInterval);
     if (received == HostSignal::kStop) return RunEnd::kSignal;
+    if (received == HostSignal::kReload) reloadRequested = true;
     IfThereIsMemory([&] {
       HandleSignal(received, host, options, out);
       reports.Poll(Clock::now());
@@ -181,34 +190,30 @@ RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, con
   }
 }
 
-// The time left, but at least what an output needs if it is not stuck.
-std::chrono::milliseconds OutputTimeout(Clock::time_point deadline) {
-  return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()), kMinOutputTimeout);
-}
-
 // Writes the lines to standard error and returns the code. Nobody may read standard error, and the signals that would
 // end the process are blocked: it then ends here.
-int Fail(int code, const std::string& text) {
+int Fail(int code, const std::string& text, std::chrono::milliseconds limit = kStopTimeout) {
   try {
     BoundedOutput error(std::cerr, "standard error");
     error.Write(text);
-    if (!error.Flush(kStopTimeout)) EndProcess(code);
+    if (!error.Flush(limit)) EndProcess(code);
   } catch (const std::exception&) {  // no thread, no memory
     std::cerr << text << std::flush;
   }
   return code;
 }
 
-int Fail(int code, const RunOptions& options, const std::string& message) {
-  return Fail(code, ProblemLines("fenlux-host: " + message, options.json));
+int Fail(int code, const RunOptions& options, const std::string& message,
+         std::chrono::milliseconds limit = kStopTimeout) {
+  return Fail(code, ProblemLines("fenlux-host: " + message, options.json), limit);
 }
 
 }  // namespace
 
 int RunHost(const RunOptions& options) {
-  BlockSignals();
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(options.config, errors);
+  BlockSignals();  // not before: a signal must end a start whose file system does not answer
   if (!errors.Empty()) {
     return Fail(kExitUsage, ProblemLines(errors, options.json));
   }
@@ -249,8 +254,6 @@ int RunHost(const RunOptions& options) {
   RunEnd end = RunEnd::kSignal;
   try {
     host->Start(options.module);
-    StartPolling(*host);
-    manager.Ready();
     end = Serve(*host, options, stopAtEnd, manager, *out);
   } catch (const std::runtime_error& error) {  // the module cannot be used, or a thread is missing
     code = Fail(kExitModule, options, error.what());
@@ -258,13 +261,13 @@ int RunHost(const RunOptions& options) {
     code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   manager.Stopping();
-  const Clock::time_point deadline = Clock::now() + kStopTimeout;
+  const StopDeadline deadline(Clock::now());
   try {
     if (controlThread != nullptr) controlThread->Stop();
     if (metrics != nullptr) metrics->Stop();
     const EmulatorState stateBeforeStop = host->DriverState();
     host->Stop();
-    host->DrainLog(OutputTimeout(deadline));
+    host->DrainLog(deadline.OutputTimeout(Clock::now()));
     if (code == kExitSuccess) {
       SummaryFacts facts = host->Facts();
       facts.stateBeforeStop = stateBeforeStop;
@@ -272,11 +275,12 @@ int RunHost(const RunOptions& options) {
       if (!TotalsProblems(facts).empty() || (NeverConnected(facts) && end == RunEnd::kDuration)) code = kExitViolation;
     }
   } catch (const std::bad_alloc&) {
-    code = Fail(kExitNoMemory, options, kOutOfMemory);
+    code = Fail(kExitNoMemory, options, kOutOfMemory, deadline.OutputTimeout(Clock::now()));
   }
-  out->Flush(OutputTimeout(deadline));
+  out->Flush(deadline.OutputTimeout(Clock::now()));
   if (const std::string failure = out->Failure(); code == kExitSuccess && !failure.empty()) {
-    code = Fail(kExitOutput, options, "standard output cannot be written: " + failure);
+    code = Fail(kExitOutput, options, "standard output cannot be written: " + failure,
+                deadline.OutputTimeout(Clock::now()));
   }
   // The module's workers are detached and still use the host, so the process ends without destroying it. Everything
   // that matters outside has been stopped, drained and flushed; a stuck output is left behind.

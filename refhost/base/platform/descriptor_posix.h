@@ -24,6 +24,8 @@ class Descriptor {
 
   int Get() const { return number; }
   bool Valid() const { return number >= 0; }
+  // Gives the descriptor to the caller.
+  int Release() { return std::exchange(number, -1); }
   void Reset() {
     if (number >= 0) ::close(std::exchange(number, -1));
   }

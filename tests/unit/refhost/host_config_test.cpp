@@ -68,13 +68,52 @@ TEST(HostConfig, RulesThatNameProgramsBypassTheProcessCacheOnKernelEvents) {
 }
 
 TEST(HostConfig, UnknownProgramsOfKernelEventsGetADecisionThatRefuses) {
-  const auto decision = [](const std::string& text) { return UnknownProgramDecision(Loaded(text)); };
+  const auto decision = [](const std::string& text) { return ProgramJudgingOf(Loaded(text)).unknownProgram; };
+  const std::string kernel = "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = ";
   EXPECT_EQ(decision(""), std::nullopt);
   EXPECT_EQ(decision("[emulator]\nsource = 'fanotify'\n"), Decision::kVerdict4);
-  EXPECT_EQ(decision("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = [5]\n"),
-            Decision::kVerdict5);
-  EXPECT_EQ(decision("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = [8]\n"),
-            Decision::kUndecided);
+  EXPECT_EQ(decision(kernel + "[5]\n"), Decision::kVerdict5);
+  EXPECT_EQ(decision(kernel + "[8]\n"), Decision::kUndecided);
+  EXPECT_EQ(decision(kernel + "[3]\n"), std::nullopt) << "decisions of that verdict let the operation pass";
+}
+
+std::string ErrorsOf(const std::string& text, const std::optional<ProgramJudging>& running = std::nullopt) {
+  const TemporaryDirectory directory;
+  const boost::filesystem::path file = directory.Write("h.toml", text);
+  ConfigErrors errors;
+  LoadHostConfig(file, errors, running);
+  const std::string found = errors.Text();
+  return found.empty() ? found : found.substr(file.string().size());
+}
+
+constexpr char kNoRefusal[] =
+    ":4:21: emulator.kernel.refusing_verdicts: must contain 2, 4, 5, 7 or 8 from the start of the host, because a rule "
+    "names programs: an event whose program cannot be established is refused with one of them\n";
+
+TEST(HostConfig, RulesThatNameProgramsNeedAVerdictThatRefuses) {
+  const std::string rule = "[[judging.rules]]\nprocess = 'cat'\ndecision = 3\n";
+  const std::string kernel = "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = ";
+  EXPECT_EQ(ErrorsOf(kernel + "[3]\n" + rule), kNoRefusal);
+  EXPECT_EQ(ErrorsOf(kernel + "[]\n" + rule), kNoRefusal);
+  EXPECT_EQ(ErrorsOf(kernel + "[3]\n"), "");
+  EXPECT_EQ(ErrorsOf(kernel + "[3, 5]\n" + rule), "");
+}
+
+TEST(HostConfig, AReloadJudgesProgramsAsTheRunningSourceNeedsIt) {
+  const std::string rule = "[[judging.rules]]\nprocess = 'cat'\ndecision = 3\n";
+  const auto bypassed = [&](const std::string& text, const ProgramJudging& running) {
+    const TemporaryDirectory directory;
+    ConfigErrors errors;
+    const HostConfig config = LoadHostConfig(directory.Write("h.toml", text), errors, running);
+    EXPECT_EQ(errors.Text(), "");
+    return config.reloadable.module.cacheBypassed.value_or(false);
+  };
+  EXPECT_TRUE(bypassed("[emulator]\nsource = 'scripted'\n" + rule, {true, Decision::kVerdict4}));
+  EXPECT_FALSE(bypassed("[emulator]\nsource = 'fanotify'\n" + rule, {false, std::nullopt}));
+  // The running source refuses no verdict that could be given.
+  EXPECT_EQ(ErrorsOf("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = [4]\n" + rule,
+                     ProgramJudging{true, std::nullopt}),
+            kNoRefusal);
 }
 
 TEST(HostConfig, ReadsTheCaptureTable) {
