@@ -5,12 +5,11 @@
 
 #include <limits>
 #include <stdexcept>
-#include <system_error>
-#include <thread>
 
 #include "host/buf.h"
 #include "kdi/driver_records.h"
 #include "refhost/base/platform/error_text.h"
+#include "refhost/base/start_thread.h"
 #include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
@@ -67,10 +66,10 @@ void FilterConnection::Start() {
   }
   try {
     for (std::uint32_t index = 0; index < settings.threads; ++index) {
-      std::thread([self = shared_from_this()] { self->RunDelivery(); }).detach();
+      StartThread("the driver port's messages", [self = shared_from_this()] { self->RunDelivery(); }).detach();
     }
-  } catch (const std::system_error& error) {
-    End(fmt::format("a delivery thread cannot be started: {}", error.what()));
+  } catch (const std::runtime_error& error) {
+    End(error.what());
     StopThreadsIfIdle();
     throw;
   }

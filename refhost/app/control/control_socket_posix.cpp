@@ -2,7 +2,9 @@
 // own user only.
 #include "refhost/app/control/control_socket_posix.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -11,6 +13,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "refhost/app/control/control_channel.h"
 #include "refhost/base/platform/error_text.h"
@@ -22,6 +25,9 @@ namespace fs = boost::filesystem;
 
 // A listener that is there at all answers a connect at once, unless it is stopped and its queue is full.
 constexpr std::chrono::milliseconds kProbeTimeout{1000};
+// A host that opens its socket probes one other listener at most.
+constexpr std::chrono::seconds kLockTimeout{5};
+constexpr std::chrono::milliseconds kLockInterval{5};
 
 sockaddr_un AddressOf(const fs::path& path) {
   sockaddr_un address{};
@@ -100,11 +106,30 @@ void RemoveLeftover(const fs::path& path, const sockaddr_un& address) {
   ::unlink(path.c_str());
 }
 
+// Keeps other hosts from opening a socket in the directory until it is closed: two that see the same leftover would
+// otherwise both remove it, the later one with the socket of the other.
+Descriptor LockDirectory(const fs::path& directory) {
+  Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
+  while (opened.Valid() && ::flock(opened.Get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) break;
+    if (std::chrono::steady_clock::now() >= deadline) {
+      throw ControlChannelBusy(
+          fmt::format("another host has been opening a control socket in {} for {} seconds; is it "
+                      "stopped?",
+                      directory.native(), kLockTimeout.count()));
+    }
+    std::this_thread::sleep_for(kLockInterval);
+  }
+  return opened;  // on a file system without locks, go on without one
+}
+
 }  // namespace
 
 Descriptor ListenAt(const fs::path& path) {
   const sockaddr_un address = AddressOf(path);
   PrepareDirectory(path.parent_path());
+  const Descriptor lock = LockDirectory(path.parent_path());
   RemoveLeftover(path, address);
   Descriptor socket = NewSocket();
   // The file that bind creates gets the mode of the socket: no name has to be looked up again to change it.

@@ -1,4 +1,5 @@
-// Looks at the file after opening it, so that it is the one that is written.
+// Looks at the directories once they exist, because any user can make a missing one in a sticky directory; and at the
+// file after opening it, so that it is the one that is written.
 #include "refhost/app/security/trusted_log.h"
 
 #include <stdexcept>
@@ -7,11 +8,20 @@
 #include "refhost/app/security/file_trust.h"
 
 namespace fenlux::refhost {
+namespace {
+
+void ThrowIfAny(const std::string& reason) {
+  if (!reason.empty()) throw std::runtime_error(reason);
+}
+
+}  // namespace
 
 LogFile OpenTrustedLog(const boost::filesystem::path& file, bool insecure) {
-  LogFile opened = OpenLogFile(file);
-  const std::string reason = insecure ? std::string() : WhyUntrusted(file, opened.get());
-  if (!reason.empty()) throw std::runtime_error(reason);
+  if (insecure) return OpenLogFile(file);
+  CreateDirectoriesOf(file);
+  ThrowIfAny(WhyUntrusted(file));
+  LogFile opened = OpenForAppending(file);
+  ThrowIfAny(WhyUntrusted(file, opened.get()));
   return opened;
 }
 

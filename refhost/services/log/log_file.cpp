@@ -5,9 +5,13 @@
 
 namespace fenlux::refhost {
 
+void CreateDirectoriesOf(const boost::filesystem::path& file) {
+  boost::system::error_code ignored;
+  if (file.has_parent_path()) boost::filesystem::create_directories(file.parent_path(), ignored);
+}
+
 LogFile OpenLogFile(const boost::filesystem::path& file) {
-  boost::system::error_code error;  // opening the file says what is wrong
-  if (file.has_parent_path()) boost::filesystem::create_directories(file.parent_path(), error);
+  CreateDirectoriesOf(file);
   return OpenForAppending(file);
 }
 

@@ -13,7 +13,9 @@ using LogFile = std::shared_ptr<std::FILE>;
 // Opens the file for appending. Creates it for this user alone, and does not follow a symbolic link in its place
 // (POSIX). Creates missing directories. Throws std::runtime_error with the reason.
 LogFile OpenLogFile(const boost::filesystem::path& file);
-// The same in a directory that exists. The bodies are platform-specific.
+// Its two steps. Creating the directories reports no error, because opening the file does.
+void CreateDirectoriesOf(const boost::filesystem::path& file);
+// The bodies are platform-specific.
 LogFile OpenForAppending(const boost::filesystem::path& file);
 
 }  // namespace fenlux::refhost

@@ -5,8 +5,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <barrier>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "refhost/app/control/control_channel.h"
@@ -36,6 +40,13 @@ sockaddr_un AddressOf(const boost::filesystem::path& path) {
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
   return address;
+}
+
+// Leaves a socket that nobody listens on, as a killed host does.
+void LeaveSocket(const boost::filesystem::path& path) {
+  const Descriptor leftover(::socket(AF_UNIX, SOCK_STREAM, 0));
+  const sockaddr_un address = AddressOf(path);
+  EXPECT_EQ(::bind(leftover.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
 }
 
 TEST(ControlSocket, IsRemovedWhenTheHostStops) {
@@ -86,13 +97,36 @@ TEST(ControlSocket, SaysHowToAvoidAnotherHost) {
 TEST(ControlSocket, ReplacesASocketLeftByAKilledHost) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
-  const int leftover = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  const sockaddr_un address = AddressOf(path);
-  ASSERT_EQ(::bind(leftover, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  ::close(leftover);
+  LeaveSocket(path);
   ASSERT_TRUE(boost::filesystem::exists(path));
   const ControlServing serving(path);
   EXPECT_EQ(SendControlRequest(path, "hello", kTimeout), "re: hello");
+}
+
+TEST(ControlSocket, OneOfSeveralHostsThatStartAtOnceReplacesALeftover) {
+  const TemporaryDirectory directory;
+  const auto path = directory.Path() / "s";
+  for (int round = 0; round < 50; ++round) {
+    LeaveSocket(path);
+    std::barrier start(4);
+    std::mutex mutex;
+    std::vector<std::unique_ptr<ControlListener>> listening;
+    std::vector<std::thread> hosts;
+    for (int host = 0; host < 4; ++host) {
+      hosts.emplace_back([&] {
+        start.arrive_and_wait();
+        try {
+          auto listener = std::make_unique<ControlListener>(path);
+          const std::scoped_lock lock(mutex);
+          listening.push_back(std::move(listener));
+        } catch (const ControlChannelBusy&) {
+        }
+      });
+    }
+    for (std::thread& host : hosts) host.join();
+    ASSERT_EQ(listening.size(), 1U) << "round " << round;
+    ASSERT_TRUE(boost::filesystem::exists(path)) << "round " << round;
+  }
 }
 
 TEST(ControlSocket, KeepsAFileThatIsInItsPlaceAndSaysWhatToDo) {

@@ -85,6 +85,13 @@ TEST_F(ControlChannel, RefusesALongRequestWithoutTakingAllOfIt) {
             "no: the request is longer than 1000 bytes");
 }
 
+TEST_F(ControlChannel, TakesRequestsOfOneMebibyteByDefault) {
+  const ControlServing serving(path);
+  const std::string largest(std::size_t{1} << 20, 'x');
+  EXPECT_EQ(SendControlRequest(path, largest, kTimeout), "re: " + largest);
+  EXPECT_EQ(SendControlRequest(path, largest + "x", kTimeout), "no: the request is longer than 1048576 bytes");
+}
+
 TEST_F(ControlChannel, ClientsBeyondTheLimitWaitForTheirTurn) {
   const ControlServing serving(path, {.requestTime = std::chrono::minutes(2), .clients = 2});
   auto first = std::make_unique<PieceClient>(path);

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <boost/filesystem/operations.hpp>
+#include <stdexcept>
 
+#include "refhost/app/security/trusted_log.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/refhost/set_environment.h"
 
@@ -107,6 +109,22 @@ TEST_F(FileTrust, ChecksAnOpenFileItself) {
   EXPECT_EQ(WhyUntrusted(file, opened.get()), "");
   SetOwner(file, kOtherUser);
   EXPECT_NE(WhyUntrusted(file, opened.get()), "");
+}
+
+TEST_F(FileTrust, ALogNeedsItsDirectoriesToBeSafeOnceTheyExist) {
+  SetMode(inner, 01777);
+  const fs::path log = inner / "logs" / "host.log";
+  EXPECT_EQ(WhyUntrusted(log), "");
+  // Another user is faster than the host.
+  fs::create_directory(log.parent_path());
+  SetOwner(log.parent_path(), kOtherUser);
+  EXPECT_THROW(OpenTrustedLog(log, false), std::runtime_error);
+  EXPECT_FALSE(fs::exists(log));
+  EXPECT_NE(OpenTrustedLog(log, true), nullptr);
+
+  const fs::path own = inner / "own" / "host.log";
+  EXPECT_NE(OpenTrustedLog(own, false), nullptr);
+  EXPECT_TRUE(fs::exists(own));
 }
 
 TEST(FileTrustOfAnOrdinaryUser, IsNotChecked) {
