@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "refhost/services/events/event_record.h"
+#include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {
 
@@ -40,6 +41,8 @@ Judge::Judged Judge::Decide(const Rules& current, const EventRecord& event) cons
   const bool programUnknown = settings.unknownProgram && event.Data().imagePath.empty();
   for (const Rule& rule : current.ordered) {
     if (!rule.MatchesButProcess(event.Data())) continue;
+    // Neither the program nor the process is to blame: the event is not judged.
+    if (rule.process && event.Data().imagePath == kImageNotRead) return {Decision::kUndecided, &rule};
     if (programUnknown && rule.process) return {*settings.unknownProgram, &rule, true};
     if (rule.MatchesProcess(event.Data())) return {rule.decision, &rule};
   }

@@ -29,7 +29,8 @@ using JudgementObserver = std::function<void(Decision decision, const Rule* rule
 // What a judge needs to know of its host.
 struct JudgeSettings {
   // The decision on an event whose program is unknown (its record has no image path) as soon as a rule's program
-  // pattern would decide. Nothing: no program pattern matches such an event.
+  // pattern would decide. Nothing: no program pattern matches such an event. A program that the host could not look at
+  // for lack of descriptors or memory (kImageNotRead) leaves the event undecided there.
   std::optional<Decision> unknownProgram;
   // The decisions that refuse an operation.
   DecisionFlags refusing{};

@@ -6,12 +6,15 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fenlux::refhost {
 
-// All functions: any thread. For a process that has ended or may not be queried, the result is empty. On POSIX, those
-// that read what /proc shows of a process throw std::system_error if this process has no descriptors or memory left.
+// All functions: any thread. For a process that has ended or may not be queried, the result is empty.
+
+// In the place of a program's path: this process had no file descriptor or memory left to look at it (Linux).
+inline constexpr std::wstring_view kImageNotRead = L"?";
 
 // Whether the process is running.
 bool ProcessRuns(std::uint32_t processId);
@@ -20,7 +23,7 @@ std::uint32_t ProcessSession(std::uint32_t processId);
 // The user whose rights the process has. Linux only.
 std::optional<std::uint32_t> ProcessUser(std::uint32_t processId);
 // The full path of the process's program; empty if it cannot be established that the program is the file of that name:
-// it was replaced or removed, or the process sees other files than the caller.
+// it was replaced or removed, or the process sees other files than the caller. May be kImageNotRead.
 std::wstring ProcessImagePath(std::uint32_t processId);
 // The command line in UTF-8, with its arguments separated by spaces, truncated to 4096 bytes.
 std::string ProcessCommandLine(std::uint32_t processId);

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <memory>
 #include <string_view>
-#include <system_error>
 
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/text/utf_text.h"
@@ -28,21 +27,9 @@ std::string ProcPath(std::uint32_t processId, std::string_view entry) {
   return fmt::format("/proc/{}{}", processId, entry);
 }
 
-// Opens an entry of a process in /proc; invalid if the process has ended or may not be queried. That the host itself
-// has no descriptors or memory left says nothing about the process, so it must not look like that.
-Descriptor OpenEntry(std::uint32_t processId, std::string_view entry, int flags) {
-  const std::string path = ProcPath(processId, entry);
-  Descriptor opened(::open(path.c_str(), flags | O_CLOEXEC));
-  const int error = errno;
-  if (!opened.Valid() && (error == EMFILE || error == ENFILE || error == ENOMEM)) {
-    throw std::system_error(error, std::generic_category(), path + " cannot be opened");
-  }
-  return opened;
-}
-
 // The start of an entry of a process in /proc; empty if it cannot be read.
 std::string ReadStart(std::uint32_t processId, std::string_view entry, std::size_t limit) {
-  const Descriptor file = OpenEntry(processId, entry, O_RDONLY);
+  const Descriptor file(::open(ProcPath(processId, entry).c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.Valid()) return {};
   std::string text(limit, '\0');
   std::size_t length = 0;
@@ -62,15 +49,14 @@ std::string PathOf(const Descriptor& file) {
   return length <= 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-// See ProcessImagePath.
-std::string EstablishedImage(std::uint32_t processId) {
+// The path of a program that was opened through its process; empty if it is not established.
+std::string EstablishedImage(const Descriptor& program) {
   // The link shows the path as the process sees it, and any user can mount one program over another in a namespace of
   // their own. So the path counts only if it names the same file here. That also leaves out a program whose file was
   // replaced since it was started. Both are read from one descriptor, because the process may run another program at
   // any moment; while it is open, the inode's number belongs to no other file.
-  const Descriptor program = OpenEntry(processId, "/exe", O_PATH);
   struct stat status {};
-  if (!program.Valid() || ::fstat(program.Get(), &status) != 0) return {};
+  if (::fstat(program.Get(), &status) != 0) return {};
   std::string image = PathOf(program);
   struct stat named {};
   if (image.empty() || ::lstat(image.c_str(), &named) != 0) return {};
@@ -94,7 +80,13 @@ std::optional<std::uint32_t> ProcessUser(std::uint32_t processId) {
   return UserFromText(ReadStart(processId, "/status", kStatusStart));
 }
 
-std::wstring ProcessImagePath(std::uint32_t processId) { return WideFromNarrow(EstablishedImage(processId)); }
+std::wstring ProcessImagePath(std::uint32_t processId) {
+  const Descriptor program(::open(ProcPath(processId, "/exe").c_str(), O_PATH | O_CLOEXEC));
+  if (program.Valid()) return WideFromNarrow(EstablishedImage(program));
+  const int error = errno;
+  const bool isLack = error == EMFILE || error == ENFILE || error == ENOMEM;
+  return isLack ? std::wstring(kImageNotRead) : std::wstring();
+}
 
 std::string ProcessCommandLine(std::uint32_t processId) {
   return CommandLineFromText(ReadStart(processId, "/cmdline", kMaxCommandLine));
@@ -116,9 +108,10 @@ std::vector<std::uint32_t> ProcessesOfImage(const boost::filesystem::path& image
   boost::system::error_code error;
   const boost::filesystem::path real = boost::filesystem::canonical(image, error);
   if (error) return found;
+  const std::wstring path = WideFromNarrow(real.native());
   for (const std::uint64_t processId : RunningProcesses()) {
     const auto id = static_cast<std::uint32_t>(processId);
-    if (EstablishedImage(id) == real.native()) found.push_back(id);
+    if (ProcessImagePath(id) == path) found.push_back(id);
   }
   return found;
 }

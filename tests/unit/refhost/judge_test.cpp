@@ -6,6 +6,7 @@
 #include "host/buf.h"
 #include "refhost/base/config/config_reader.h"
 #include "refhost/services/events/event_record.h"
+#include "refhost/services/processes/process_queries.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -62,6 +63,18 @@ TEST(Judge, AnUnknownProgramIsRefusedOnlyWhereAProgramPatternWouldDecide) {
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x", L"/bin/cat")), 2U);
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x", L"/bin/head")), 1U);
   EXPECT_EQ(judge.UnknownPrograms(), 1U);
+}
+
+TEST(Judge, AProgramThatCouldNotBeReadLeavesAnEventUndecidedOnlyWhereAProgramPatternWouldDecide) {
+  const Read read(
+      "[[rules]]\npath = '/a/*'\ndecision = 3\n"
+      "[[rules]]\npath = '/b/*'\nprocess = '**'\ndecision = 3\n");
+  ASSERT_EQ(read.errors.Text(), "");
+  Judge judge(read.rules, Decision::kVerdict4);
+  const std::wstring notRead(kImageNotRead);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/a/x", notRead)), 3U);
+  EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x", notRead)), static_cast<std::uint32_t>(Decision::kUndecided));
+  EXPECT_EQ(judge.UnknownPrograms(), 0U);
 }
 
 TEST(Judge, TellsItsObserverOfEveryJudgement) {
