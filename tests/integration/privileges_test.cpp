@@ -175,6 +175,17 @@ TEST_F(RootsFiles, AConfigurationThatOthersMayWriteIsNotReloaded) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
+TEST_F(RootsFiles, ItemsThatOthersMayWriteAreNotSent) {
+  setup.Write("items.toml", "[[items]]\nopaque_text = 'a'\nvalue = 1\n");
+  MakeWritableByAll("items.toml");
+  Arguments arguments{"net-control", "add", "1", (setup.Path() / "items.toml").string()};
+  const Outcome refused = setup.Control(arguments);
+  EXPECT_EQ(refused.code, 2);
+  EXPECT_TRUE(Contains(refused.err, "items.toml may be written by other users (mode 0666), ")) << refused.err;
+  arguments.emplace_back("--insecure-permissions");
+  EXPECT_EQ(setup.Control(arguments).code, 3) << "no host is running";
+}
+
 TEST_F(RootsFiles, ALogInADirectoryOfTheUserWhoCalledSudoIsWritten) {
   setup.SetVariable("SUDO_UID", "54321");
   const std::string directory = setup.Directory("logs");

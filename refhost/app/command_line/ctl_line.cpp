@@ -91,6 +91,7 @@ void AddControl(CLI::App& app, int& code) {
   struct Values {
     std::string socket, config;
     bool json = false;
+    bool insecurePermissions = false;
   };
   auto values = std::make_shared<Values>();
   CLI::App* const control = app.add_subcommand("ctl", "Run an operation on a running host");
@@ -100,6 +101,8 @@ void AddControl(CLI::App& app, int& code) {
   control->add_option("--config", values->config, "The host's configuration, which may name the socket")
       ->type_name("FILE");
   control->add_flag("--json", values->json, "Show the result as JSON");
+  control->add_flag("--insecure-permissions", values->insecurePermissions,
+                    "As root, use a file of items that other users may change");
   control->footer(
       "Exit codes: 0 success; 1 refused, with the reason or the module's own message, or the result could not be "
       "written; 2 bad usage or file; 3 no host reachable; of health: 6 degraded, 7 no host reachable.");
@@ -110,8 +113,12 @@ void AddControl(CLI::App& app, int& code) {
     auto operationValues = std::make_shared<OperationValues>();
     for (const ControlArgument& argument : operation.arguments) AddArgument(command, argument, *operationValues);
     command.callback([&operation, operationValues, values, &code] {
-      const ControlOptions common{
-          .socket = values->socket, .config = values->config, .items = {}, .json = values->json, .request = {}};
+      const ControlOptions common{.socket = values->socket,
+                                  .config = values->config,
+                                  .items = {},
+                                  .json = values->json,
+                                  .insecurePermissions = values->insecurePermissions,
+                                  .request = {}};
       code = ControlHost(OptionsOf(operation, *operationValues, common));
     });
   }

@@ -87,6 +87,7 @@ struct ControlOptions {
   boost::filesystem::path config;  // empty: use the default socket
   boost::filesystem::path items;   // file of network-control items to send along; empty: none
   bool json = false;
+  bool insecurePermissions = false;  // as root, use a file of items that other users may change
   ControlRequest request;
 };
 

@@ -11,6 +11,7 @@
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/host_config.h"
 #include "refhost/app/problem_output.h"
+#include "refhost/app/security/file_trust.h"
 #include "refhost/app/status/health.h"
 #include "refhost/base/config/config_reader.h"
 
@@ -76,6 +77,8 @@ int ControlHost(ControlOptions options) {
   ConfigErrors errors;
   const Paths paths = SocketPaths(options, errors);
   if (!options.items.empty()) {
+    const std::string reason = options.insecurePermissions ? std::string() : WhyUntrusted(options.items);
+    if (!reason.empty()) return Fail(kExitUsage, options, "fenlux-host: " + reason);
     options.request.arguments["items"] = EncodeNetItems(LoadNetItems(options.items, errors));
   }
   if (!errors.Empty()) {
