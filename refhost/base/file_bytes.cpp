@@ -16,8 +16,9 @@ namespace fs = boost::filesystem;
 // `reason` is the system's; call it directly after the failure.
 std::string Failure(const fs::path& file, const std::string& reason) {
   boost::system::error_code ignored;
-  const bool isThere = fs::exists(file, ignored);
-  return "cannot be read: " + reason + (isThere ? "; check its permissions" : "; check the path");
+  if (!fs::exists(file, ignored)) return "cannot be read: " + reason + "; check the path";
+  const bool isRegular = fs::is_regular_file(file, ignored);
+  return "cannot be read: " + reason + (isRegular ? "; check its permissions" : "; name a regular file");
 }
 
 std::string DirectoryFailure(const fs::path& file) {

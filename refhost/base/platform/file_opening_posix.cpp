@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <utility>
+
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/file_opening.h"

@@ -119,7 +119,7 @@ TEST(ControlSocket, OneOfSeveralHostsThatStartAtOnceReplacesALeftover) {
           auto listener = std::make_unique<ControlListener>(path);
           const std::scoped_lock lock(mutex);
           listening.push_back(std::move(listener));
-        } catch (const ControlChannelBusy&) {
+        } catch (const ControlChannelError&) {
         }
       });
     }
