@@ -51,7 +51,7 @@ const ControlOperation kHostOperations[] = {
       {"path", ArgumentKind::kOption, "only events with a path that matches this pattern"},
       {"process", ArgumentKind::kOption, "only events of programs whose path matches this pattern"},
       {"code", ArgumentKind::kOption, "only notifications with this code"}},
-     [](Host& host, const Arguments& arguments) { return WatchReport(host.Events(), arguments); },
+     [](Host& host, const Arguments& arguments) { return WatchReport(WholeHost(host).Events(), arguments); },
      true,
      [](const Report&) { return std::string(); }},  // `ctl` shows the events itself
     {"metrics",
@@ -77,7 +77,7 @@ const ControlOperation kHostOperations[] = {
     {"rules",
      "Show the rules in force, how often each decided, and when last",
      {},
-     [](Host& host, const Arguments&) { return RulesReport(*host.RulesNow()); },
+     [](Host& host, const Arguments&) { return RulesReport(*WholeHost(host).RulesNow()); },
      true,
      &RulesText},
     {"explain",
@@ -91,7 +91,7 @@ const ControlOperation kHostOperations[] = {
      [](Host& host, const Arguments& arguments) {
        const auto option = [&](const char* name) { return OptionArgument(arguments, name); };
        try {
-         return ExplainReport(host.RulesNow()->rules, host.Refusing(),
+         return ExplainReport(WholeHost(host).RulesNow()->rules, WholeHost(host).Refusing(),
                               {.path = std::string(TextArgument(arguments, "path")),
                                .process = option("process"),
                                .processId = option("pid"),

@@ -70,7 +70,7 @@ TEST(Judge, AProgramThatCouldNotBeReadLeavesAnEventUndecidedOnlyWhereAProgramPat
       "[[rules]]\npath = '/a/*'\ndecision = 3\n"
       "[[rules]]\npath = '/b/*'\nprocess = '**'\ndecision = 3\n");
   ASSERT_EQ(read.errors.Text(), "");
-  Judge judge(read.rules, Decision::kVerdict4);
+  Judge judge(read.rules, {.unknownProgram = Decision::kVerdict4, .refusing = {}, .observer = {}});
   const std::wstring notRead(kImageNotRead);
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/a/x", notRead)), 3U);
   EXPECT_EQ(judge.Evaluate(Event(0x4005, 1, L"/b/x", notRead)), static_cast<std::uint32_t>(Decision::kUndecided));
