@@ -2,7 +2,7 @@
 #include <new>
 
 #include "refhost/app/command_line/command_line.h"
-#include "refhost/app/out_of_memory.h"
+#include "refhost/app/platform/out_of_memory.h"
 #include "refhost/app/platform/program_text.h"
 
 // The commands handle their errors. Any other exception is a bug and ends the program.

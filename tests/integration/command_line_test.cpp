@@ -56,9 +56,11 @@ TEST(Help, DescribesTheOptionsOfAnOperationAndThoseAroundIt) {
             "  --clear     first clear the policy's monitor objects in the driver\n"
             "\n"
             "Common options:\n"
-            "  --socket PATH  The host's control socket\n"
-            "  --config FILE  The host's configuration, which may name the socket\n"
-            "  --json         Show the result as JSON\n");
+            "  --socket PATH           The host's control socket\n"
+            "  --config FILE           The host's configuration, which may name the socket\n"
+            "  --json                  Show the result as JSON\n"
+            "  --insecure-permissions  As root, use a file of items that other users may\n"
+            "                          change\n");
 }
 
 TEST(Color, IsWrittenOnRequestOnly) {
@@ -211,7 +213,8 @@ TEST_F(Completion, OffersCommandsAndOperations) {
 TEST_F(Completion, OffersOptionsAndTheirWords) {
   EXPECT_EQ(Offered("fenlux-host run --co"), (Words{"--config", "--color"}));
   EXPECT_EQ(Offered("fenlux-host run --color a"), (Words{"auto", "always"}));
-  EXPECT_EQ(Offered("fenlux-host ctl stop --"), (Words{"--clear", "--config", "--help", "--json", "--socket"}));
+  EXPECT_EQ(Offered("fenlux-host ctl stop --"),
+            (Words{"--clear", "--config", "--help", "--insecure-permissions", "--json", "--socket"}));
   EXPECT_EQ(Offered("fenlux-host ctl grhara o"), (Words{"off", "on"}));
   EXPECT_EQ(Offered("fenlux-host run --duration 3"), Words{});
 }

@@ -184,7 +184,7 @@ TEST_F(Record, WhatIsNoCaptureIsRefused) {
   EXPECT_EQ(outcome.code, 2);
   EXPECT_THAT(outcome.err, HasSubstr("letter is not a capture\n"));
   outcome = setup.Run({"decode", File("missing\x1b[31m")});
-  EXPECT_THAT(outcome.err, HasSubstr("missing\\x1B[31m cannot be opened"));
+  EXPECT_THAT(outcome.err, HasSubstr("missing\\x1b[31m cannot be opened"));
   outcome = setup.Run({"decode", File("missing")});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_THAT(outcome.err, HasSubstr("missing cannot be opened: No such file or directory\n"));

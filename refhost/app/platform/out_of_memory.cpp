@@ -1,5 +1,5 @@
 // A terminate handler for std::bad_alloc, and the message.
-#include "refhost/app/out_of_memory.h"
+#include "refhost/app/platform/out_of_memory.h"
 
 #include <cstdio>
 #include <cstdlib>
