@@ -92,8 +92,8 @@ FanotifyMarks::Change FanotifyMarks::Renew() {
     const bool changed = Changed(identity, directory, lost);
     if (!lost.empty()) {
       directory.astray = someAstray = true;
-      const bool named =
-          std::ranges::any_of(states, [&](const WatchState& state) { return state.directory == directory.path; });
+      const bool named = std::ranges::any_of(
+          states, [&path = directory.path](const WatchState& state) { return state.directory == path; });
       if (named) {
         change.lost.push_back(fmt::format("{}: {}", directory.path, lost));
       } else {
