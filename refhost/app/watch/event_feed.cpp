@@ -36,7 +36,9 @@ EventFeed::Batch EventFeed::Read(std::optional<std::uint64_t> from, const WatchF
   {
     const MutexLock lock(watchMutex);
     lastRead = now;
-    if (!watching) sink->Attach(shared_from_this(), DecisionInterest::kAll);
+    if (const std::shared_ptr<DecisionSink> to = sink.lock(); to != nullptr && !watching) {
+      to->Attach(shared_from_this(), DecisionInterest::kAll);
+    }
     watching = true;
   }
   Batch batch;
@@ -76,7 +78,7 @@ std::vector<DecisionRecord> EventFeed::Copy(std::uint64_t from, Batch& batch) co
 void EventFeed::EndIfIdle(Clock::time_point now) {
   const MutexLock lock(watchMutex);
   if (!watching || now - lastRead < kIdleTime) return;
-  sink->Detach(shared_from_this());
+  if (const std::shared_ptr<DecisionSink> from = sink.lock(); from != nullptr) from->Detach(shared_from_this());
   watching = false;
   std::deque<Kept> freed;
   {

@@ -41,7 +41,7 @@ class EventFeed final : public DecisionObserver, public std::enable_shared_from_
   // A watcher that has not asked for so long is gone.
   static constexpr std::chrono::seconds kIdleTime{5};
 
-  explicit EventFeed(std::shared_ptr<DecisionSink> decisionSink) : sink(std::move(decisionSink)) {}
+  explicit EventFeed(const std::shared_ptr<DecisionSink>& decisionSink) : sink(decisionSink) {}
 
   struct Batch {
     std::vector<DecisionRecord> events;
@@ -67,7 +67,7 @@ class EventFeed final : public DecisionObserver, public std::enable_shared_from_
   // Copies a few events, so that the lock is held only briefly.
   std::vector<DecisionRecord> Copy(std::uint64_t from, Batch& batch) const;
 
-  const std::shared_ptr<DecisionSink> sink;
+  const std::weak_ptr<DecisionSink> sink;  // not owned: while somebody watches, the sink owns the feed
   mutable Mutex mutex;
   std::deque<Kept> kept FENLUX_GUARDED_BY(mutex);
   std::size_t bytes FENLUX_GUARDED_BY(mutex) = 0;

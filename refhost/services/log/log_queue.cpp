@@ -166,9 +166,11 @@ LogTotals LogQueue::Totals() const {
 }
 
 void LogQueue::WriteBatch(std::vector<LogLine>& batch) noexcept {
+  for (Output& output : outputs) output.failed = false;
   for (LogLine& line : batch) line.lost = !Write(line);
   for (const Output& output : outputs) {
-    if (Flush(output)) continue;
+    // A line that was refused may have taken earlier ones with it: the stream writes when its buffer is full.
+    if (Flush(output) && !output.failed) continue;
     for (LogLine& line : batch) line.lost = line.lost || output.Wants(line.severity, line.audience);
   }
 }
@@ -179,7 +181,7 @@ bool LogQueue::Write(const LogLine& line) noexcept {
   try {
     const std::string text = formatter.Format(line);
     const spdlog::details::log_msg message(line.time, {}, "", SinkLevelOf(line.severity), text);
-    for (const Output& output : outputs) {
+    for (Output& output : outputs) {
       if (output.Wants(line.severity, line.audience)) accepted = WriteTo(output, message) && accepted;
     }
   } catch (...) {
@@ -188,10 +190,11 @@ bool LogQueue::Write(const LogLine& line) noexcept {
   return accepted;
 }
 
-bool LogQueue::WriteTo(const Output& output, const spdlog::details::log_msg& message) noexcept {
+bool LogQueue::WriteTo(Output& output, const spdlog::details::log_msg& message) noexcept {
   try {
     output.sink->log(message);
   } catch (const std::exception& error) {  // a full disk
+    output.failed = true;
     ReportLoss(error.what());
     return false;
   }
