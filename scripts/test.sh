@@ -81,7 +81,7 @@ test_other_debian() {
   add "Debian $release, dev" "$passes" "$fails" "$skips" "$labels"
 }
 
-if $all; then scripts/check.sh --tidy; fi
+if $all && ! scripts/check.sh --tidy; then lines+=("formatting and lint: failed; the findings are above") broken=true; fi
 for preset in "${presets[@]}"; do
   echo "== $preset"
   if [ "$preset" = windows ]; then
