@@ -221,7 +221,9 @@ TEST(ControlSocket, ThatCannotBeMadeAtItsDefaultPlaceDoesNotStopTheHost) {
                        "host: the directory " +
                            setup.Path().string() + "/fenlux of the control socket must be owned by you"))
       << host.Err();
-  EXPECT_EQ(setup.Run({"ctl", "status"}).code, 3);
+  // Named, because ctl would go on to the service's host.
+  const std::string socket = (setup.Path() / "fenlux/host.sock").string();
+  EXPECT_EQ(setup.Run({"ctl", "--socket", socket, "status"}).code, 3);
   EXPECT_EQ(host.Stop().code, 0);
 }
 
