@@ -50,7 +50,7 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
                                              std::chrono::duration_cast<std::chrono::microseconds>(duration)});
                   }})),
       unjudgedPolicy(config.emulator.unjudged),
-      emulator(MakeEmulator(config, log, decisions)),
+      emulator(StartEmulator(config)),
       filterPort(MakeFilterPort(config.start.driver, log)),
       work(std::make_shared<WorkService>(
           config.start.systemImages,
@@ -88,8 +88,14 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
               },
       }) {
   recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
-  decisions->Attach(decisionLog, judge->InForce()->rules.logged);
-  emulator->EnforceRefusals(judge->InForce()->rules.enforced);
+}
+
+// Events arrive at once: the decision log and the rules' settings must already apply.
+std::shared_ptr<DriverEmulator> ReferenceHost::StartEmulator(HostConfig& config) {
+  const std::shared_ptr<const RulesInForce> inForce = judge->InForce();
+  decisions->Attach(decisionLog, inForce->rules.logged);
+  config.emulator.refusalsEnforced = inForce->rules.enforced;
+  return MakeEmulator(config, log, decisions);
 }
 
 ReferenceHost::~ReferenceHost() = default;

@@ -101,6 +101,7 @@ class ReferenceHost final : public ModuleOwner {
   void KeepHistory();
 
  private:
+  std::shared_ptr<DriverEmulator> StartEmulator(HostConfig& config);
   HistoryCounts CountsForHistory(const EmulatorTotals& totals, const LogTotals& lines) const;
   // The library that Start loads; empty before.
   boost::filesystem::path ModuleFile() const;

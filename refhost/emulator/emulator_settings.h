@@ -44,6 +44,7 @@ struct EmulatorSettings {
   std::chrono::milliseconds deadline{1000};               // from delivery until the reply must have been taken
   std::chrono::milliseconds stopGrace{2000};              // how long Stop waits for handler calls
   UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;       // what happens to operations that load kept from being judged
+  bool refusalsEnforced = true;                           // from the start
   EmulatorFaults faults;                                  // set from the start
   KernelEventSettings kernel;
 

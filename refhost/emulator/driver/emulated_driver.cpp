@@ -8,6 +8,7 @@ namespace fenlux::refhost {
 EmulatedDriver::EmulatedDriver(const EmulatorSettings& settings, const EmulatorFaults& scenarioFaults,
                                EmulatorHooks hostHooks)
     : decisions(hostHooks.decisions),
+      refusalsEnforced(settings.refusalsEnforced),
       hooks(std::move(hostHooks)),
       model(hooks),
       answers(totals),

@@ -59,7 +59,7 @@ class EmulatedDriver {
 
  private:
   const std::shared_ptr<DecisionSink> decisions;
-  std::atomic<bool> refusalsEnforced{true};
+  std::atomic<bool> refusalsEnforced;
   HookCaller hooks;
   WakeSignal wake;
   TotalsCounter totals;

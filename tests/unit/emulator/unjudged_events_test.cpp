@@ -42,6 +42,16 @@ TEST_F(KernelEvents, AreRefusedWithoutAJudgementIfTheSettingSaysSo) {
   }
 }
 
+TEST_F(KernelEvents, PassFromTheStartIfRefusalsAreNotEnforced) {
+  settings.unjudged = UnjudgedPolicy::kRefuse;
+  settings.refusalsEnforced = false;
+  Emulator();
+  EXPECT_EQ(other.Perform(file), 0);  // no connection
+  Emulator().Stop();
+  EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNoConnection), 1u);
+  EXPECT_EQ(Totals().kernelRefused, 0u);
+}
+
 TEST_F(KernelEvents, PassIfTheModuleGivesNoAnswer) {
   handler = UselessHandler();
   Opened();
