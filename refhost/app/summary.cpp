@@ -144,6 +144,7 @@ void AddRules(Report& report, const SummaryFacts& facts) {
   log["written"] = facts.log.content.written;
   log["lost"] = facts.log.content.dropped;
   log["unwanted"] = facts.log.content.unwanted;
+  log["waiting"] = facts.log.content.Waiting();
   log["not_on_console"] = facts.notOnConsole;
   report["decision_log"] = std::move(log);
 }

@@ -113,8 +113,11 @@ TEST_F(OpenStorm, EveryOpenEndsAsTheRulesSayAndTheTotalsAddUp) {
   ExpectCounted(storm, before, outcome);
   const std::string refused = JsonValue(outcome.out, "summary.kernel.refused");
   EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.records"), refused);
-  EXPECT_EQ(CountOf(outcome.err, "\"result\":\"refused\""),
-            static_cast<std::size_t>(DecisionLogCount(outcome.out, "written")));
+  // A busy machine may not have written every line before the summary.
+  const std::size_t written = CountOf(outcome.err, "\"result\":\"refused\"");
+  EXPECT_GE(written, static_cast<std::size_t>(DecisionLogCount(outcome.out, "written")));
+  EXPECT_EQ(DecisionLogCount(outcome.out, "lost"), 0);
+  EXPECT_EQ(DecisionLogCount(outcome.out, "written") + DecisionLogCount(outcome.out, "waiting"), std::stoi(refused));
 }
 
 TEST_F(OpenStorm, AFullDiskUnderTheLogChangesNoVerdict) {
@@ -128,7 +131,8 @@ TEST_F(OpenStorm, AFullDiskUnderTheLogChangesNoVerdict) {
   ExpectCounted(storm, before, outcome);
   const std::string refused = JsonValue(outcome.out, "summary.kernel.refused");
   EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.records"), refused);
-  EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.lost"), refused);
+  EXPECT_EQ(DecisionLogCount(outcome.out, "lost") + DecisionLogCount(outcome.out, "waiting"), std::stoi(refused));
+  EXPECT_GT(DecisionLogCount(outcome.out, "lost"), 0);
   EXPECT_EQ(DecisionLogCount(outcome.out, "written"), 0);
   EXPECT_TRUE(Contains(outcome.err, "log lines are lost")) << outcome.err;
 }

@@ -4,12 +4,12 @@
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace fenlux::refhost {
 namespace {
 
-[[noreturn]] void ThrowFailure() {
-  const int error = errno;
+[[noreturn]] void ThrowFailure(int error) {
   throw std::runtime_error("the log file takes no more: " + std::generic_category().message(error));
 }
 
@@ -19,12 +19,15 @@ void LogFileSink::sink_it_(const spdlog::details::log_msg& message) {
   spdlog::memory_buf_t line;
   formatter_->format(message, line);
   if (std::fwrite(line.data(), 1, line.size(), file.get()) != line.size()) {
-    ThrowFailure();
+    writeError = errno;
+    ThrowFailure(writeError);
   }
 }
 
 void LogFileSink::flush_() {
-  if (std::fflush(file.get()) != 0) ThrowFailure();
+  const int lastError = std::exchange(writeError, 0);
+  if (std::fflush(file.get()) != 0) ThrowFailure(errno);
+  if (lastError != 0) ThrowFailure(lastError);
 }
 
 }  // namespace fenlux::refhost

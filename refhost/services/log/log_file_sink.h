@@ -10,7 +10,8 @@
 
 namespace fenlux::refhost {
 
-// Not thread-safe. Throws std::runtime_error if the file takes no more.
+// Not thread-safe. Throws std::runtime_error if the file takes no more; a flush also if a write has failed since the
+// last one, because lines that waited in the file's buffer then are lost, too.
 class LogFileSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
  public:
   explicit LogFileSink(LogFile opened) : file(std::move(opened)) {}
@@ -24,6 +25,7 @@ class LogFileSink final : public spdlog::sinks::base_sink<spdlog::details::null_
 
  private:
   LogFile file;
+  int writeError = 0;  // of a write since the last flush; 0: none failed
 };
 
 }  // namespace fenlux::refhost

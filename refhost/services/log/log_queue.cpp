@@ -160,17 +160,17 @@ LogTotals LogQueue::Totals() const {
   totals.written = all.written.load();
   totals.dropped = all.dropped.load();
   totals.waiting = lines.size() + writing;
-  totals.content = {withContent.logged.load(), withContent.unwanted.load(), withContent.written.load(),
-                    withContent.dropped.load()};
+  totals.content.unwanted = withContent.unwanted.load();
+  totals.content.written = withContent.written.load();
+  totals.content.dropped = withContent.dropped.load();
+  totals.content.logged = withContent.logged.load();  // last, so that it is at least the sum of the others
   return totals;
 }
 
 void LogQueue::WriteBatch(std::vector<LogLine>& batch) noexcept {
-  for (Output& output : outputs) output.failed = false;
   for (LogLine& line : batch) line.lost = !Write(line);
   for (const Output& output : outputs) {
-    // A line that was refused may have taken earlier ones with it: the stream writes when its buffer is full.
-    if (Flush(output) && !output.failed) continue;
+    if (Flush(output)) continue;
     for (LogLine& line : batch) line.lost = line.lost || output.Wants(line.severity, line.audience);
   }
 }
@@ -181,7 +181,7 @@ bool LogQueue::Write(const LogLine& line) noexcept {
   try {
     const std::string text = formatter.Format(line);
     const spdlog::details::log_msg message(line.time, {}, "", SinkLevelOf(line.severity), text);
-    for (Output& output : outputs) {
+    for (const Output& output : outputs) {
       if (output.Wants(line.severity, line.audience)) accepted = WriteTo(output, message) && accepted;
     }
   } catch (...) {
@@ -190,11 +190,10 @@ bool LogQueue::Write(const LogLine& line) noexcept {
   return accepted;
 }
 
-bool LogQueue::WriteTo(Output& output, const spdlog::details::log_msg& message) noexcept {
+bool LogQueue::WriteTo(const Output& output, const spdlog::details::log_msg& message) noexcept {
   try {
     output.sink->log(message);
   } catch (const std::exception& error) {  // a full disk
-    output.failed = true;
     ReportLoss(error.what());
     return false;
   }

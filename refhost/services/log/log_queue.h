@@ -66,7 +66,6 @@ class LogQueue {
     std::size_t level;
     std::FILE* stream;  // whose errors the sink does not report; null: the sink reports its errors
     LogAudience audience;
-    bool failed = false;  // the sink refused a line of the batch that is being written
 
     bool Wants(Severity severity, LogAudience lineAudience) const {
       return static_cast<std::size_t>(severity) >= level &&
@@ -82,7 +81,7 @@ class LogQueue {
   // whose flush fails is lost as a whole, because nobody knows how much of it got through.
   void WriteBatch(std::vector<LogLine>& batch) noexcept;
   bool Write(const LogLine& line) noexcept;
-  bool WriteTo(Output& output, const spdlog::details::log_msg& message) noexcept;
+  bool WriteTo(const Output& output, const spdlog::details::log_msg& message) noexcept;
   bool Flush(const Output& output) noexcept;
   // Says once, on the console, that lines are lost.
   void ReportLoss(const char* reason) noexcept;

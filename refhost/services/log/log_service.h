@@ -50,6 +50,8 @@ struct LogTotals {
     std::uint64_t unwanted = 0;
     std::uint64_t written = 0;
     std::uint64_t dropped = 0;
+
+    std::uint64_t Waiting() const { return logged - unwanted - written - dropped; }
   };
 
   std::array<std::uint64_t, kSeverities> bySeverity{};  // all lines logged

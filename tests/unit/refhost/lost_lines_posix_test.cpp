@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <boost/filesystem/operations.hpp>
+#include <stdexcept>
 #include <string>
 
+#include "refhost/services/log/log_file_sink.h"
 #include "refhost/services/log/log_service.h"
 
 namespace fenlux::refhost {
@@ -36,6 +38,18 @@ TEST(LogService, CountsABatchThatCannotBeFlushedAsLostAndSaysSoOnce) {
   ASSERT_NE(first, std::string::npos) << said;
   EXPECT_EQ(said.find(text, first + 1), std::string::npos) << said;
   EXPECT_NE(said.find("No space left on device"), std::string::npos) << said;
+}
+
+// The C library empties the buffer when a write fails, and the flush after it succeeds.
+TEST(LogFileSink, AFailedWriteMakesTheNextFlushFail) {
+  if (!boost::filesystem::exists(kFullDisk)) GTEST_SKIP() << "no " << kFullDisk;
+  LogFileSink sink(OpenLogFile(kFullDisk));
+  const std::string text(3000, 'x');
+  const spdlog::details::log_msg line({}, {}, "", spdlog::level::info, text);
+  sink.log(line);
+  EXPECT_THROW(sink.log(line), std::runtime_error);
+  EXPECT_THROW(sink.flush(), std::runtime_error);
+  EXPECT_NO_THROW(sink.flush()) << "nothing was written since";
 }
 
 TEST(LogService, CountsOnlyTheLinesThatWentToTheFullDisk) {
