@@ -126,7 +126,7 @@ if(FENLUX_BUILD_REFHOST)
       RENAME fenlux-host COMPONENT host)
   endif()
   install(DIRECTORY examples/ DESTINATION ${FENLUX_INSTALL_DOC}/examples COMPONENT host FILES_MATCHING
-    PATTERN "*.toml" PATTERN "*.yml" PATTERN minimal-host EXCLUDE)
+    PATTERN "*.toml" PATTERN "*.yml" PATTERN "*.pcapng" PATTERN minimal-host EXCLUDE)
   install(FILES docs/operations.md DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)
   if(WIN32)  # the archives stand alone; the Debian packages have the notices in their copyright files
     install(FILES THIRD-PARTY-NOTICES DESTINATION ${FENLUX_INSTALL_DOC} COMPONENT host)

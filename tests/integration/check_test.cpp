@@ -16,6 +16,9 @@ TEST(Check, AcceptsTheExamples) {
   const Outcome scripted = setup.Run({"check", FENLUX_EXAMPLES "/scripted.toml"});
   EXPECT_EQ(scripted.code, 0) << scripted.err;
   EXPECT_EQ(scripted.out, FENLUX_EXAMPLES "/scripted.toml: no errors, 2 warnings\n");
+  const Outcome recorded = setup.Run({"check", FENLUX_EXAMPLES "/recorded.toml"});
+  EXPECT_EQ(recorded.code, 0) << recorded.err;
+  EXPECT_EQ(recorded.out, FENLUX_EXAMPLES "/recorded.toml: no errors\n");
   setup.SetVariable("FENLUX_WATCHED", setup.Directory("watched"));
   const Outcome kernel = setup.Run({"check", FENLUX_EXAMPLES "/kernel.toml"});
   EXPECT_EQ(kernel.code, 0) << kernel.err;

@@ -89,6 +89,31 @@ TEST_F(CheckTrial, AControlSocketThatCannotBeOpenedIsAnError) {
   EXPECT_FALSE(fs::exists(In("new")));
 }
 
+TEST_F(CheckTrial, AnAddressThatCannotServeMetricsIsAnError) {
+  EXPECT_EQ(Warnings("[metrics]\nlisten = '127.0.0.1:0'\n"), "");
+  // The addresses of TEST-NET-1 belong to no machine.
+  const std::string foreign = Errors("[metrics]\nlisten = '192.0.2.1:0'\nallow_remote = true\n");
+  EXPECT_TRUE(Contains(foreign, "2:10: metrics.listen: cannot serve metrics on 192.0.2.1 port 0: ")) << foreign;
+  EXPECT_TRUE(Contains(foreign, "Cannot assign requested address")) << foreign;
+  EXPECT_TRUE(Contains(foreign, "; choose another address with [metrics] listen\n")) << foreign;
+}
+
+// The host that the file is for may be running.
+TEST_F(CheckTrial, APortThatIsTakenIsAWarning) {
+  const HostSetup other;
+  other.WriteHost("[metrics]\nlisten = '127.0.0.1:0'\n");
+  HostProcess host(other, RunArguments(other));
+  ASSERT_TRUE(host.WaitForError("[host] metrics at http://127.0.0.1:"));
+  const std::string log = host.Err();
+  const std::size_t begin = log.find("http://127.0.0.1:") + std::string("http://127.0.0.1:").size();
+  const std::string port = log.substr(begin, log.find("/metrics", begin) - begin);
+  const std::string found = Warnings("[metrics]\nlisten = '127.0.0.1:" + port + "'\n");
+  EXPECT_TRUE(Contains(found, "2:10: metrics.listen: warning: cannot serve metrics on 127.0.0.1 port " + port + ": "))
+      << found;
+  EXPECT_TRUE(Contains(found, "Address already in use")) << found;
+  EXPECT_TRUE(Contains(found, ", unless it is this host that serves there\n")) << found;
+}
+
 TEST_F(CheckTrial, DirectoriesThatAreSkippedAreWarnings) {
   setup.Write("file", "");
   EXPECT_EQ(Warnings("[policy]\ndirectories = ['none', 'file']\n"),

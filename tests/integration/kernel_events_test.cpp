@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <boost/filesystem/operations.hpp>
 #include <optional>
 #include <string>
 
@@ -101,6 +102,51 @@ TEST(KernelEvents, RefuseAProgramThatAnotherOneHasJustBecome) {
   const Outcome refused = guarded.Shell(": <" + guarded.Plain() + "; exec cat " + guarded.Secret());
   EXPECT_TRUE(Contains(refused.err, "Operation not permitted")) << refused.err;
   EXPECT_EQ(refused.out, "");
+}
+
+TEST(KernelEvents, OfADeletedDirectoryAreReportedAsLostUntilItIsThereAgain) {
+  if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
+  const HostSetup setup;
+  const std::string policy = setup.Directory("policy");
+  const std::string kept = setup.Directory("kept");
+  const auto writeSecrets = [&setup] {
+    for (const char* name : {"policy/diary.secret", "kept/diary.secret"}) setup.Write(name, "words\n");
+  };
+  const auto refused = [&](const std::string& directory) {
+    return Contains(Read(setup, "cat", directory + "/diary.secret").err, "Operation not permitted");
+  };
+  const auto status = [&setup](const std::string& key) { return JsonValue(setup.ControlJson({"status"}), key); };
+  writeSecrets();
+  setup.WriteHost(Rules("'" + policy + "'") + "[emulator.kernel]\ndirectories = ['" + kept + "']\n");
+  HostProcess host(setup, RunArguments(setup));
+  ASSERT_TRUE(Eventually([&] { return refused(policy) && refused(kept); })) << host.Err();
+  EXPECT_EQ(status("policy"), "[\"" + policy + ": watched\"]");
+  EXPECT_EQ(status("other_directories"), "[\"" + kept + ": watched\"]");
+
+  boost::filesystem::remove_all(policy);
+  boost::filesystem::remove_all(kept);
+  const std::string gone = "No such file or directory";
+  for (const std::string& directory : {policy, kept}) {
+    EXPECT_TRUE(host.WaitForError("[emulator] Watch lost: " + directory + ": " + gone + "\n"));
+  }
+  EXPECT_EQ(status("policy"), "[\"" + policy + ": not watched: " + gone + "\"]");
+  EXPECT_EQ(status("other_directories"), "[\"" + kept + ": not watched: " + gone + "\"]");
+  const Outcome health = setup.Control({"health"});
+  EXPECT_EQ(health.code, 6);
+  for (const std::string& directory : {policy, kept}) {
+    EXPECT_TRUE(Contains(health.out, directory + " is not watched: " + gone)) << health.out;
+  }
+
+  setup.Directory("policy");
+  setup.Directory("kept");
+  writeSecrets();
+  for (const std::string& directory : {policy, kept}) {
+    EXPECT_TRUE(host.WaitForError("[emulator] Watched from now on: " + directory + "\n"));
+    EXPECT_TRUE(refused(directory));
+  }
+  EXPECT_EQ(status("policy"), "[\"" + policy + ": watched\"]");
+  EXPECT_EQ(status("other_directories"), "[\"" + kept + ": watched\"]");
+  EXPECT_EQ(host.Stop().code, 0);
 }
 
 TEST(KernelEvents, AreRefusedForTheRootDirectory) {

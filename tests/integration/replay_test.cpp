@@ -179,6 +179,17 @@ TEST_F(Replay, ARecordedMessageBecomesATest) {
   EXPECT_EQ(setup.Run(RunArguments(setup)).code, 4);
 }
 
+TEST_F(Replay, TheExampleOfARecordedMessagePassesWithItsRuleAndFailsWithoutIt) {
+  const std::string example = std::string(FENLUX_EXAMPLES) + "/recorded.toml";
+  const Arguments socket{"--socket", File("host.sock")};
+  const Outcome outcome = setup.Run({"run", "--json", "--config", example, socket[0], socket[1]});
+  EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
+  EXPECT_EQ(JsonValue(outcome.out, "summary.notifications.answered"), "3");
+  const std::string scenario = std::string(FENLUX_EXAMPLES) + "/scenario-recorded.toml";
+  setup.WriteHost("stop_at_end = true\n[emulator]\nscenario = '" + scenario + "'\n");
+  EXPECT_EQ(setup.Run(RunArguments(setup)).code, 4);
+}
+
 TEST_F(Replay, WhatIsNoWholeCaptureIsRefused) {
   setup.Write("letter", "not a capture at all");
   Outcome outcome = Play({}, "letter");

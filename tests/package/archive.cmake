@@ -82,7 +82,8 @@ endif()
 if(FENLUX_WINDOWS)
   if(FENLUX_BUILD_REFHOST)
     contents_of(files fenlux-host)
-    expect_files(fenlux-host "${files}" bin/fenlux-host.exe share/doc/fenlux/examples/scripted.toml)
+    expect_files(fenlux-host "${files}" bin/fenlux-host.exe share/doc/fenlux/examples/scripted.toml
+                 share/doc/fenlux/examples/secret-refused.pcapng)
   endif()
   contents_of(debug_files fenlux-debug)
   expect_files(fenlux-debug "${debug_files}" bin/fenlux.dll.debug bin/libstdc++-6.dll.debug)
@@ -106,7 +107,8 @@ else()
 
   if(FENLUX_BUILD_REFHOST)
     contents_of(files fenlux-host)
-    expect_files(fenlux-host "${files}" bin/fenlux-host share/doc/fenlux/examples/scripted.toml etc/fenlux/host.toml
+    expect_files(fenlux-host "${files}" bin/fenlux-host share/doc/fenlux/examples/scripted.toml
+                 share/doc/fenlux/examples/secret-refused.pcapng etc/fenlux/host.toml
                  etc/logrotate.d/fenlux-host lib/systemd/system/fenlux-host.service share/man/man1/fenlux-host.1.gz
                  share/man/man1/fenlux-host-run.1.gz share/bash-completion/completions/fenlux-host)
     expect_field(Package "^fenlux-host\n$")

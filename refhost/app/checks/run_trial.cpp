@@ -11,6 +11,7 @@
 #include "refhost/app/checks/system_facts.h"
 #include "refhost/app/control/control_channel.h"
 #include "refhost/app/host_config.h"
+#include "refhost/app/metrics/metrics_server.h"
 #include "refhost/app/platform/module_loader.h"
 #include "refhost/app/security/file_trust.h"
 #include "refhost/base/config/config_reader.h"
@@ -86,6 +87,18 @@ void TryControl(const ConfigTable& control, const HostConfig& config) {
   if (!reason.empty()) control.Report("socket", reason);
 }
 
+// Opens the port for a moment. A port that is taken is no error: the host that this file is for may be running.
+void TryMetrics(const ConfigTable& metrics, const HostConfig& config) {
+  if (config.start.metrics.address.empty()) return;
+  try {
+    const MetricsServer server(config.start.metrics);
+  } catch (const MetricsPortTaken& error) {
+    metrics.Warn("listen", std::string(error.what()) + ", unless it is this host that serves there");
+  } catch (const std::runtime_error& error) {
+    metrics.Report("listen", error.what());
+  }
+}
+
 bool KernelEvents(const HostConfig& config) {
   return config.start.driver.port == DriverPortKind::kEmulator && config.emulator.source == EventSourceKind::kFanotify;
 }
@@ -128,6 +141,7 @@ void TryRun(const ConfigTable& root, const HostConfig& config, bool insecure) {
   TryLog(root.Table("log"), config, insecure);
   TryCapture(root.Table("capture"), config);
   TryControl(root.Table("control"), config);
+  TryMetrics(root.Table("metrics"), config);
   TryPolicy(root.Table("policy"), config);
   TryKernelEvents(root.Table("emulator"), config);
   WarnAboutRules(root.Table("judging"), config.reloadable.rules, KernelEvents(config));

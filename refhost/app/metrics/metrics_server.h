@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "refhost/app/metrics/metrics_settings.h"
@@ -12,10 +13,16 @@ namespace fenlux::refhost {
 // Whether this host has metrics.
 bool MetricsExist();
 
+// Another program has the port, maybe a host that runs with the same settings.
+class MetricsPortTaken : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // One thread at a time.
 class MetricsServer {
  public:
-  // Opens the port. Throws std::runtime_error with the address and the system's reason.
+  // Opens the port. Throws std::runtime_error with the address and the system's reason: MetricsPortTaken, or another.
   explicit MetricsServer(const MetricsSettings& settings);
   // Stops.
   ~MetricsServer();

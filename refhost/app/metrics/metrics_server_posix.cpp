@@ -11,6 +11,7 @@
 #include <Poco/ThreadPool.h>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <exception>
 #include <optional>
 #include <stdexcept>
@@ -98,10 +99,11 @@ class MetricsServer::Body {
       socket.bind(net::SocketAddress(settings.address, settings.port), kReuseAddress, kReusePort);
       socket.listen(kWaitingConnections);
     } catch (const Poco::Exception& error) {
-      throw std::runtime_error(
-          fmt::format("cannot serve metrics on {} port {}: {}; choose another address with "
-                      "[metrics] listen",
-                      settings.address, settings.port, error.displayText()));
+      const std::string text =
+          fmt::format("cannot serve metrics on {} port {}: {}; choose another address with [metrics] listen",
+                      settings.address, settings.port, error.displayText());
+      if (error.code() == EADDRINUSE) throw MetricsPortTaken(text);
+      throw std::runtime_error(text);
     }
   }
 

@@ -44,9 +44,11 @@ std::vector<std::string> HealthProblems(const StatusFacts& facts) {
   };
   const std::string connection = ConnectionProblem(facts);
   add(!connection.empty(), connection);
-  for (const PolicyDirectory& directory : facts.policy) {
-    add(connection.empty() && facts.summary.moduleEnabled && !directory.missing.empty(),
-        fmt::format("{} is not watched: {}", directory.path, directory.missing));
+  for (const auto* directories : {&facts.policy, &facts.otherDirectories}) {
+    for (const PolicyDirectory& directory : *directories) {
+      add(connection.empty() && facts.summary.moduleEnabled && !directory.missing.empty(),
+          fmt::format("{} is not watched: {}", directory.path, directory.missing));
+    }
   }
   const HistoryWindow& recent = facts.history.back();
   add(recent.lostLines > 0, fmt::format("{} log lines lost in the last 10 minutes", recent.lostLines));

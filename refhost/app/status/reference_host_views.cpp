@@ -1,5 +1,4 @@
 // What a host shows of itself: the facts for its summary and for the views of its state.
-#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <utility>
 
@@ -25,14 +24,6 @@ std::uint64_t UnjudgedByLoad(const EmulatorTotals& totals) {
     if (followsSetting || cause == UnjudgedCause::kQueueOverflow) sum += totals.unjudged[index];
   }
   return sum;
-}
-
-// The source of kernel events may not watch what the driver was told to.
-void AddLostWatches(std::vector<PolicyDirectory>& policy, const std::vector<WatchState>& watches) {
-  for (PolicyDirectory& directory : policy) {
-    const auto watch = std::ranges::find(watches, directory.path, &WatchState::directory);
-    if (watch != watches.end() && !watch->watched && directory.missing.empty()) directory.missing = watch->reason;
-  }
 }
 
 }  // namespace
@@ -76,8 +67,9 @@ StatusFacts ReferenceHost::Status() const {
   facts.ready = Module() != nullptr && Module()->GetDriverInteract() != nullptr;
   const std::optional<std::vector<boost::filesystem::path>> directories = configuration->MonitoredDirectories();
   facts.hasPolicy = directories.has_value();
-  if (directories) facts.policy = PolicyDirectories(*directories, facts.summary);
-  AddLostWatches(facts.policy, emulator->Watches());
+  const std::vector<WatchState> watches = emulator->Watches();
+  if (directories) facts.policy = PolicyDirectories(*directories, facts.summary, watches);
+  facts.otherDirectories = OtherDirectories(facts.policy, watches);
   facts.logQueueLines = start.log.queueLines;
   facts.heldNetObjects = net->Totals().held;
   facts.cachedProcesses = work->CachedProcesses();

@@ -15,7 +15,7 @@
 
 namespace fenlux::refhost {
 
-// A directory of the policy.
+// A directory that the driver should watch.
 struct PolicyDirectory {
   std::string path;
   std::string missing;  // why the driver does not watch it; empty if it does
@@ -45,6 +45,7 @@ struct StatusFacts {
   bool ready = false;  // the module has a connection that it can use
   bool hasPolicy = false;
   std::vector<PolicyDirectory> policy;
+  std::vector<PolicyDirectory> otherDirectories;  // those that only the settings of the kernel source name
 
   std::size_t logQueueLines = 0;  // capacity
   std::uint64_t heldNetObjects = 0;

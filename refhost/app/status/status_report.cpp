@@ -40,14 +40,18 @@ Report ConnectionReport(const StatusFacts& facts) {
   return report;
 }
 
-std::vector<std::string> PolicyTexts(const StatusFacts& facts) {
-  if (!facts.hasPolicy) return {"no policy: the driver keeps what it has"};
+std::vector<std::string> DirectoryTexts(const std::vector<PolicyDirectory>& directories) {
   std::vector<std::string> texts;
-  for (const PolicyDirectory& directory : facts.policy) {
+  for (const PolicyDirectory& directory : directories) {
     texts.push_back(directory.missing.empty() ? directory.path + ": watched"
                                               : fmt::format("{}: not watched: {}", directory.path, directory.missing));
   }
   return texts;
+}
+
+std::vector<std::string> PolicyTexts(const StatusFacts& facts) {
+  if (!facts.hasPolicy) return {"no policy: the driver keeps what it has"};
+  return DirectoryTexts(facts.policy);
 }
 
 Report RulesReport(const StatusFacts& facts) {
@@ -114,6 +118,7 @@ Report StatusReport(const StatusFacts& facts) {
   report["connection"] = ConnectionReport(facts);
   report["driver_version"] = summary.version.version;
   report["policy"] = PolicyTexts(facts);
+  if (!facts.otherDirectories.empty()) report["other_directories"] = DirectoryTexts(facts.otherDirectories);
   report["policy_reads"] = summary.policyReads;
   report["policy_reminders"] = summary.policyNotifications;
   report["rules"] = RulesReport(facts);

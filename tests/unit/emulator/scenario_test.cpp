@@ -192,7 +192,10 @@ TEST(Scenario, SaysWhatIsWrongWithACapture) {
   EXPECT_NE(ErrorsOf(golden + "exchange = 100000\n").find("has no notification with exchange 100000"),
             std::string::npos);
   EXPECT_NE(ErrorsOf(golden).find("exchange"), std::string::npos);
-  EXPECT_NE(ErrorsOf("from_capture = 'missing.pcapng'\nexchange = 1\n").find("missing.pcapng cannot be opened: "),
+  EXPECT_NE(ErrorsOf("from_capture = 'missing.pcapng'\nexchange = 1\n").find("missing.pcapng cannot be read: "),
+            std::string::npos);
+  EXPECT_NE(ErrorsOf("from_capture = '" FENLUX_EXAMPLES_DIRECTORY "'\nexchange = 1\n")
+                .find("cannot be read: it is a directory; name a file"),
             std::string::npos);
   EXPECT_NE(
       ErrorsOf("from_capture = '" FENLUX_EXAMPLES_DIRECTORY "/scripted.toml'\nexchange = 1\n").find("is not a capture"),

@@ -47,6 +47,9 @@ TEST(Health, NamesADirectoryThatIsNotWatchedOnOneLine) {
   StatusFacts facts = Healthy();
   facts.policy.push_back({"/a\nb", "it does not exist"});
   EXPECT_EQ(Line(facts), "degraded: /a\\nb is not watched: it does not exist\n");
+  facts.policy.pop_back();
+  facts.otherDirectories = {{"/kept", "it is gone"}};
+  EXPECT_EQ(Line(facts), "degraded: /kept is not watched: it is gone\n");
 }
 
 TEST(Health, CountsWhatWasLostInTheLastTenMinutesOnly) {

@@ -8,7 +8,7 @@
 
 #include "kdi/driver_records.h"
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/platform/error_text.h"
+#include "refhost/base/file_bytes.h"
 #include "refhost/base/text/hex.h"
 #include "refhost/capture/decode/record_fields.h"
 #include "refhost/capture/format/capture_reader.h"
@@ -65,11 +65,11 @@ ScenarioMessage ReadCapturedMessage(const ConfigTable& table) {
   const boost::filesystem::path file = table.Path("from_capture");
   const std::int64_t exchange = table.RequiredInteger("exchange", 1);
   if (file.empty()) return {};
-  std::ifstream stream(std::filesystem::path(file.native()), std::ios::binary);
-  if (!stream) {
-    table.Report("from_capture", fmt::format("{} cannot be opened: {}", file.string(), LastErrorText()));
+  if (const std::string failure = WhyUnreadable(file); !failure.empty()) {
+    table.Report("from_capture", fmt::format("{} {}", file.string(), failure));
     return {};
   }
+  std::ifstream stream(std::filesystem::path(file.native()), std::ios::binary);
   CaptureReader reader(stream);
   FoundMessage result = FindExchange(reader, static_cast<std::uint64_t>(exchange));
   if (!reader.IsCapture()) {
