@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "refhost/app/status/status_facts.h"
-#include "refhost/emulator/driver/shared/event_source.h"
+#include "refhost/emulator/driver_emulator.h"
 
 namespace fenlux::refhost {
 
