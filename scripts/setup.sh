@@ -3,8 +3,9 @@
 #   scripts/setup.sh [OPTION...]
 #     --windows   also those of the Windows build and its tests under Wine
 #     --debian    also those of scripts/test_in_debian.sh
-#     --tools     also programs that some tests and scripts/fleet.sh use: chromium, man, tshark, promtool and prometheus. Starts
-#                 no service; `systemctl unmask prometheus` permits the one of a newly installed Prometheus
+#     --tools     also programs that some tests and scripts/fleet.sh use: chromium, logrotate, man, tshark, promtool and
+#                 prometheus. Starts no service; for newly installed ones, `systemctl unmask prometheus.service
+#                 logrotate.timer` permits it
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh
@@ -15,7 +16,7 @@ for argument in "$@"; do
   case "$argument" in
     --windows) lists+=(cmake/packages-windows.txt) ;;
     --debian) extra+=(mmdebstrap debian-archive-keyring) ;;
-    --tools) extra+=(chromium man-db prometheus tshark) ;;
+    --tools) extra+=(chromium logrotate man-db prometheus tshark) ;;
     *) refuse "$argument" ;;
   esac
 done
@@ -69,18 +70,24 @@ finish() {
 }
 trap finish EXIT
 
-# Keeps the packages' scripts from starting services now, and systemd from starting Prometheus at the next boot.
+# The units of the packages that systemd would start at the next boot.
+declare -A units=([logrotate]=logrotate.timer [prometheus]=prometheus.service)
+
+# Keeps the packages' scripts from starting services now, and systemd from starting them later.
 start_no_services() {
   if [ ! -e /usr/sbin/policy-rc.d ]; then
     policy=/usr/sbin/policy-rc.d
     printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
     "${as_root[@]}" chmod 755 "$policy"
   fi
-  local unit=/etc/systemd/system/prometheus.service
-  if [[ " ${missing[*]} " == *" prometheus "* ]] && [ ! -e "$unit" ]; then
-    "${as_root[@]}" mkdir -p "${unit%/*}"
-    "${as_root[@]}" ln -s /dev/null "$unit"
-  fi
+  local package unit
+  for package in "${!units[@]}"; do
+    unit=/etc/systemd/system/${units[$package]}
+    if [[ " ${missing[*]} " == *" $package "* ]] && [ ! -e "$unit" ]; then
+      "${as_root[@]}" mkdir -p "${unit%/*}"
+      "${as_root[@]}" ln -s /dev/null "$unit"
+    fi
+  done
 }
 
 run_logged() {

@@ -2,6 +2,7 @@
 # Ends the host in hard ways, many times, and prints one table.
 #   scripts/stress.sh kill [--count N]     kill -9 with openers in flight (1000 times; Linux, root)
 #   scripts/stress.sh stall [--count N]    SIGSTOP and SIGCONT with 40 blocked openers (20 times; Linux, root)
+#   scripts/stress.sh record [--count N]   kill -9 while a host records, and decoding of what it leaves (20 times)
 #   scripts/stress.sh drops                1000 dropped connections, on the manual clock
 #   scripts/stress.sh cycles [--count N]   load, init, start and stop, one process each (10000 times)
 # Each also takes
@@ -16,7 +17,7 @@ answer_help "$@"
 preset=release seed=1 run="" count=""
 while [ $# -gt 0 ]; do
   case "$1" in
-    kill | stall | drops | cycles) if [ -n "$run" ]; then refuse "$1"; fi; run=$1 ;;
+    kill | stall | record | drops | cycles) if [ -n "$run" ]; then refuse "$1"; fi; run=$1 ;;
     --count | --seed)
       if ! [[ "${2:-}" =~ ^[1-9][0-9]{0,8}$ ]]; then refuse "$1 ${2:-}"; fi
       if [ "$1" = --count ]; then count=$2; else seed=$2; fi
@@ -32,11 +33,11 @@ while [ $# -gt 0 ]; do
 done
 case "$run" in
   kill) count=${count:-1000} ;;
-  stall) count=${count:-20} ;;
+  stall | record) count=${count:-20} ;;
   cycles) count=${count:-10000} ;;
   drops) if [ -n "$count" ]; then refuse --count; fi; count=1000 ;;
   *)
-    echo "stress.sh: say what to run: kill, stall, drops or cycles" >&2
+    echo "stress.sh: say what to run: kill, stall, record, drops or cycles" >&2
     exit 2
     ;;
 esac

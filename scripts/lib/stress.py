@@ -1,4 +1,4 @@
-"""The kill, stall and cycle runs; scripts/stress.sh builds what they need and runs this."""
+"""The kill, stall and cycle runs, and the list of all; scripts/stress.sh builds what they need and runs this."""
 import argparse
 import collections
 import concurrent.futures
@@ -13,6 +13,7 @@ import time
 
 from stress_host import (Failed, Host, Opener, SYSTEM_IMAGES, Table, adds_up, is_refused, make_directory,
                          permission_events)
+from stress_record import record_runs
 
 WATCHED = ("[emulator]\nsource = 'fanotify'\n[log]\nconsole = 'event'\n[policy]\ndirectories = ['watched']\n"
            "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n" + SYSTEM_IMAGES)
@@ -238,7 +239,7 @@ def drop_runs(program, _count, _seed):
 
 
 RUNS = {"kill": (kill_runs, True), "stall": (stall_runs, True), "drops": (drop_runs, False),
-        "cycles": (cycle_runs, False)}
+        "cycles": (cycle_runs, False), "record": (record_runs, False)}
 
 
 def main():

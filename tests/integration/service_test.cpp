@@ -7,6 +7,7 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -245,6 +246,79 @@ TEST(LogFile, ThatCannotBeOpenedAgainStaysOpen) {
                                 " cannot be opened for writing: Is a directory\n"));
   EXPECT_EQ(host.Stop().code, 0);
   EXPECT_TRUE(Contains(TextOf(setup.Path() / "host.log.1"), "configuration reloaded"));
+}
+
+// The installed snippet with the log's directory, its owner and the service replaced by the test's own.
+class LogRotation {
+ public:
+  explicit LogRotation(HostSetup& hostSetup) : setup(hostSetup) {
+    std::string snippet = TextOf(FENLUX_LOGROTATE);
+    Replace(snippet, "/var/log/fenlux", setup.Directory("logs"));
+    Replace(snippet, "root root", Shell("echo $(id -un) $(id -gn)"));
+    configuration = setup.Write("logrotate.conf", snippet);
+    fs::permissions(configuration, fs::owner_read | fs::owner_write);
+    fs::permissions(setup.Path() / "logs", fs::owner_all);
+    const std::string directory = setup.Directory("bin");
+    fs::permissions(setup.Write("bin/systemctl",
+                                "#!/bin/sh\necho \"$*\" >>\"$SYSTEMCTL_CALLS\"\n"
+                                "case \"$*\" in *' -s HUP fenlux-host.service')\n"
+                                "kill -HUP \"$(cat \"$HOST_PID\")\";;\nesac\n"),
+                    fs::owner_all);
+    setup.SetVariable("SYSTEMCTL_CALLS", (setup.Path() / "calls").string());
+    setup.SetVariable("HOST_PID", (setup.Path() / "pid").string());
+    setup.SetVariable("PATH", directory + ":" + std::getenv("PATH") + ":/usr/sbin:/sbin");
+  }
+
+  bool Installed() const { return Shell("command -v logrotate") != ""; }
+  Outcome Rotate() const {
+    return HostProcess(
+               setup, "sh",
+               {"-c", "exec logrotate --force --state " + (setup.Path() / "state").string() + " " + configuration})
+        .Wait();
+  }
+
+ private:
+  std::string Shell(const std::string& command) const {
+    const std::string out = HostProcess(setup, "sh", {"-c", command}).Wait().out;
+    return out.substr(0, out.find('\n'));
+  }
+  static void Replace(std::string& text, const std::string& what, const std::string& by) {
+    std::size_t at = text.find(what);
+    EXPECT_NE(at, std::string::npos) << what;
+    for (; at != std::string::npos; at = text.find(what, at + by.size())) text.replace(at, what.size(), by);
+  }
+
+  HostSetup& setup;
+  std::string configuration;
+};
+
+TEST(LogFile, IsRotatedByLogrotateWhileTheHostRuns) {
+  HostSetup setup;
+  const LogRotation rotation(setup);
+  if (!rotation.Installed()) {
+    GTEST_SKIP() << "skipped, because logrotate is not installed: scripts/setup.sh --tools";
+  }
+  setup.WriteHost("[log]\nfile = 'logs/host.log'\n");
+  HostProcess host(setup, RunArguments(setup));
+  setup.Write("pid", std::to_string(host.Id()));
+  ASSERT_TRUE(Eventually([&] { return Contains(setup.Read("logs/host.log"), "Driver Interact Ready."); }));
+
+  const Outcome first = rotation.Rotate();
+  EXPECT_EQ(first.code, 0) << first.err;
+  EXPECT_EQ(setup.Read("calls"),
+            "--quiet is-active fenlux-host.service\n"
+            "kill --kill-who=main -s HUP fenlux-host.service\n");
+  ASSERT_TRUE(Eventually([&] { return Contains(setup.Read("logs/host.log"), "[host] configuration reloaded"); }));
+  EXPECT_TRUE(Contains(setup.Read("logs/host.log.1"), "Driver Interact Ready."));
+  EXPECT_FALSE(Contains(setup.Read("logs/host.log"), "Driver Interact Ready."));
+  EXPECT_EQ(fs::status(setup.Path() / "logs/host.log").permissions(), fs::owner_read | fs::owner_write);
+
+  const Outcome second = rotation.Rotate();
+  EXPECT_EQ(second.code, 0) << second.err;
+  EXPECT_TRUE(fs::exists(setup.Path() / "logs/host.log.2.gz"));
+  ASSERT_TRUE(Eventually([&] { return Contains(setup.Read("logs/host.log"), "[host] configuration reloaded"); }));
+  EXPECT_EQ(host.Stop().code, 0);
+  EXPECT_TRUE(Contains(setup.Read("logs/host.log"), "Driver interact exit."));
 }
 
 TEST(Output, ThatCannotBeWrittenGivesExitCodeOne) {
