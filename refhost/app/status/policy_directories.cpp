@@ -27,7 +27,7 @@ std::string Missing(const fs::path& directory, const std::string& name, const Su
 std::vector<PolicyDirectory> PolicyDirectories(const std::vector<fs::path>& policy, const SummaryFacts& facts) {
   std::vector<PolicyDirectory> directories;
   for (const fs::path& directory : policy) {
-    const std::string name = directory.string();
+    const std::string& name = directory.string();
     directories.push_back({name, Missing(directory, name, facts)});
   }
   return directories;
