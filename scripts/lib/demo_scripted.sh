@@ -14,16 +14,22 @@ demo_scripted() {
   cat "$dir/summary"
   if [ "$status" -ne 0 ]; then unexpected+=("the host exited with $status"); fi
 
-  demo_expect_field opened 2 "the connection was not opened again"
-  if [ "0$(demo_field delivered)" -lt 2000 ]; then unexpected+=("the burst of 2000 notifications is missing"); fi
-  demo_expect_field lost 0 "replies were lost"
+  demo_expect_field connections.opened 2 "the connection was not opened again"
+  if [ "0$(demo_field notifications.delivered)" -lt 2000 ]; then
+    unexpected+=("the burst of 2000 notifications is missing")
+  fi
+  demo_expect_field notifications.lost 0 "replies were lost"
   demo_expect_field unjudged none "notifications passed without being judged"
   demo_expect_field protocol_violations 0 "the driver counted protocol violations"
-  if ! demo_sum_adds_up; then unexpected+=("the totals do not add up: $(demo_field sum)"); fi
+  if ! demo_sum_adds_up; then unexpected+=("the totals do not add up: $(demo_field notifications.sum)"); fi
 }
 
-# The value of a field of the summary.
-demo_field() { tr -d '\r' <"$dir/summary" | awk -v name="$1" '$1 == name { $1 = ""; print substr($0, 2) }'; }
+# demo_field NAME: the value of a field of the summary; NAME is SECTION.FIELD for an indented one.
+demo_field() {
+  tr -d '\r' <"$dir/summary" | awk -v name="$1" '
+    /^[^ ]/ { section = $1 }
+    (/^ / ? section "." $1 : $1) == name { $1 = ""; print substr($0, 2) }'
+}
 
 # demo_expect_field NAME VALUE MEANING
 demo_expect_field() {
@@ -34,5 +40,6 @@ demo_expect_field() {
 
 # The total of the notifications is the sum of its parts, as in "5 = 3 + 2 + 0 + 0".
 demo_sum_adds_up() {
-  demo_field sum | awk '{ sum = 0; for (i = 3; i <= NF; i += 2) sum += $i; exit !(NF >= 9 && $2 == "=" && $1 == sum) }'
+  demo_field notifications.sum |
+    awk '{ sum = 0; for (i = 3; i <= NF; i += 2) sum += $i; exit !(NF >= 9 && $2 == "=" && $1 == sum) }'
 }

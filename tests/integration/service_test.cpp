@@ -205,47 +205,49 @@ TEST(ServiceUnit, IsValid) {
   EXPECT_FALSE(Contains(outcome.err, "fenlux-host.service")) << outcome.err;
 }
 
-TEST(LogFile, IsOpenedAgainOnSighup) {
+// A host whose log has been renamed.
+class LogFile : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setup.WriteHost("[log]\nfile = 'host.log'\n");
+    process = std::make_unique<HostProcess>(setup, RunArguments(setup));
+    ASSERT_TRUE(process->WaitForError("Driver Interact Ready."));
+    fs::rename(file, renamed);
+  }
+
+  HostProcess& Host() { return *process; }
+
   const HostSetup setup;
-  setup.WriteHost("[log]\nfile = 'host.log'\n");
-  HostProcess host(setup, RunArguments(setup));
-  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   const fs::path file = setup.Path() / "host.log";
-  fs::rename(file, setup.Path() / "host.log.1");
-  host.Signal(SIGHUP);
+  const fs::path renamed = setup.Path() / "host.log.1";
+
+ private:
+  std::unique_ptr<HostProcess> process;
+};
+
+TEST_F(LogFile, IsOpenedAgainOnSighup) {
+  Host().Signal(SIGHUP);
   ASSERT_TRUE(Eventually([&] { return Contains(TextOf(file), "[host] configuration reloaded"); }));
-  EXPECT_TRUE(Contains(TextOf(setup.Path() / "host.log.1"), "Driver Interact Ready."));
-  EXPECT_FALSE(Contains(TextOf(setup.Path() / "host.log.1"), "configuration reloaded"));
+  EXPECT_TRUE(Contains(TextOf(renamed), "Driver Interact Ready."));
+  EXPECT_FALSE(Contains(TextOf(renamed), "configuration reloaded"));
   EXPECT_FALSE(Contains(TextOf(file), "Driver Interact Ready."));
-  EXPECT_EQ(host.Stop().code, 0);
+  EXPECT_EQ(Host().Stop().code, 0);
 }
 
-TEST(LogFile, IsOpenedAgainThoughTheConfigurationHasErrors) {
-  const HostSetup setup;
-  setup.WriteHost("[log]\nfile = 'host.log'\n");
-  HostProcess host(setup, RunArguments(setup));
-  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
-  const fs::path file = setup.Path() / "host.log";
-  fs::rename(file, setup.Path() / "host.log.1");
+TEST_F(LogFile, IsOpenedAgainThoughTheConfigurationHasErrors) {
   setup.Write("host.toml", "nonsense = 1\n");
-  host.Signal(SIGHUP);
+  Host().Signal(SIGHUP);
   ASSERT_TRUE(Eventually([&] { return Contains(TextOf(file), "[host] configuration not reloaded"); }));
-  EXPECT_EQ(host.Stop().code, 0);
+  EXPECT_EQ(Host().Stop().code, 0);
 }
 
-TEST(LogFile, ThatCannotBeOpenedAgainStaysOpen) {
-  const HostSetup setup;
-  setup.WriteHost("[log]\nfile = 'host.log'\n");
-  HostProcess host(setup, RunArguments(setup));
-  ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
-  const fs::path file = setup.Path() / "host.log";
-  fs::rename(file, setup.Path() / "host.log.1");
+TEST_F(LogFile, ThatCannotBeOpenedAgainStaysOpen) {
   setup.Directory("host.log");
-  host.Signal(SIGHUP);
-  EXPECT_TRUE(host.WaitForError("[host] the log stays in the file that is open: the log file " + file.string() +
-                                " cannot be opened for writing: Is a directory\n"));
-  EXPECT_EQ(host.Stop().code, 0);
-  EXPECT_TRUE(Contains(TextOf(setup.Path() / "host.log.1"), "configuration reloaded"));
+  Host().Signal(SIGHUP);
+  EXPECT_TRUE(Host().WaitForError("[host] the log stays in the file that is open: the log file " + file.string() +
+                                  " cannot be opened for writing: Is a directory\n"));
+  EXPECT_EQ(Host().Stop().code, 0);
+  EXPECT_TRUE(Contains(TextOf(renamed), "configuration reloaded"));
 }
 
 // The installed snippet with the log's directory, its owner and the service replaced by the test's own.

@@ -96,6 +96,7 @@ class Walk {
 
   std::string UnknownCommand(const std::string& word, const std::vector<const CLI::App*>& commands) const {
     std::vector<std::string_view> names;
+    names.reserve(commands.size());
     for (const CLI::App* command : commands) names.push_back(command->get_name());
     std::string remedy = DidYouMean(word, names);
     if (remedy.empty()) remedy = fmt::format("; \"{} --help\" lists the {}s", FullName(*current), Noun());

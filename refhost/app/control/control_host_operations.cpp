@@ -25,9 +25,9 @@ ReferenceHost& WholeHost(Host& owner) { return dynamic_cast<ReferenceHost&>(owne
 
 Report Empty() { return Report::object(); }
 
-Report RestartReport(std::vector<std::string> settings) {
+Report RestartReport(const std::vector<std::string>& settings) {
   Report report = Report::object();
-  if (!settings.empty()) report["restart_needed_for"] = std::move(settings);
+  if (!settings.empty()) report["restart_needed_for"] = settings;
   return report;
 }
 
@@ -107,9 +107,9 @@ const ControlOperation kHostOperations[] = {
      "Reload the configuration file, like SIGHUP",
      {},
      [](Host& host, const Arguments&) {
-       ReloadResult result = WholeHost(host).Reload();
+       const ReloadResult result = WholeHost(host).Reload();
        if (!result.errors.empty()) throw ControlRefusal("the configuration stays unchanged:\n" + result.errors);
-       return RestartReport(std::move(result.waiting));
+       return RestartReport(result.waiting);
      },
      true},
     {"record start",

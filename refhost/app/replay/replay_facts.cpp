@@ -134,7 +134,7 @@ boost::filesystem::path StandInPaths::Add(const std::string& recorded, Type type
   // change nothing but the text.
   std::string text = type == Type::kMissing ? "./no object of a replay has this name" : ".";
   for (std::size_t number = entries.size() + 1; number != 0; number /= 2) text += number % 2 == 0 ? "/." : "//.";
-  const boost::filesystem::path path(text);
+  boost::filesystem::path path(text);
   entries[path.wstring()] = {recorded, type};
   return path;
 }

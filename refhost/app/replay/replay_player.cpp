@@ -8,6 +8,7 @@
 #include "fenlux/driver_protocol.h"
 #include "refhost/app/control/control_protocol.h"
 #include "refhost/app/replay/replay_messages.h"
+#include "refhost/capture/format/packet_loop.h"
 
 namespace fenlux::refhost {
 namespace {
@@ -18,7 +19,6 @@ using Bytes = std::vector<std::uint8_t>;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::uint64_t kProgressStep = 256;
 // A request with the wrong content is taken for the recorded one if the right one does not come for this long.
 constexpr milliseconds kSimilarAfter{1500};
 // How often the module is notified of its policy until it asks for it: it misses what comes while it is busy.
@@ -43,13 +43,9 @@ ReplayPlayer::ReplayPlayer(const capture::CaptureOutline& captureOutline, const 
 void ReplayPlayer::Play(capture::CaptureReader& reader) {
   startTime = Clock::now();
   if (!outline.startsWork) host.Context()->Module()->StartWork();
-  for (std::uint64_t count = 1;; ++count) {
-    const capture::CaptureReader::Result result = reader.Next();
-    if (result == capture::CaptureReader::Result::kEnd) break;
-    if (result != capture::CaptureReader::Result::kPacket) continue;  // the outline has reported it
-    if (settings.progress && count % kProgressStep == 0) settings.progress(reader.Offset());
-    PlayPacket(reader.CurrentPacket());
-  }
+  capture::ReadPackets(reader, {.packet = [this](const Packet& packet) { PlayPacket(packet); },
+                                .problem = [](const capture::Problem&) {},  // the outline has reported it
+                                .progress = settings.progress});
   Finish();
 }
 

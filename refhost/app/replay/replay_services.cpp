@@ -136,7 +136,7 @@ class ReplayHost::Work final : public CWinWork {
   std::map<std::uint32_t, std::uint64_t> processes FENLUX_GUARDED_BY(mutex);
 };
 
-ReplayHost::ReplayHost(ReplayFacts facts, std::shared_ptr<PlayedDriver> driver) {
+ReplayHost::ReplayHost(const ReplayFacts& facts, std::shared_ptr<PlayedDriver> driver) {
   const auto log = std::make_shared<LogService>(NoLog());
   const auto records = std::make_shared<RecordRegister>();
   configuration = std::make_shared<Configuration>(facts.fixed, facts.live, records);

@@ -21,7 +21,7 @@ class Configuration;
 class ReplayHost {
  public:
   // `driver` makes the module's port clients.
-  ReplayHost(ReplayFacts facts, std::shared_ptr<PlayedDriver> driver);
+  ReplayHost(const ReplayFacts& facts, std::shared_ptr<PlayedDriver> driver);
   ~ReplayHost();
   ReplayHost(const ReplayHost&) = delete;
   ReplayHost& operator=(const ReplayHost&) = delete;

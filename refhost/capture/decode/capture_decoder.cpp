@@ -1,16 +1,12 @@
-// The loop over a reader's results.
+// Pairs what a reader finds, and reports what the filter takes.
 #include "refhost/capture/decode/capture_decoder.h"
 
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "refhost/capture/format/packet_loop.h"
+
 namespace fenlux::capture {
-namespace {
-
-// Packets between two reports of progress.
-constexpr std::uint64_t kProgressStep = 1024;
-
-}  // namespace
 
 CaptureDecoder::CaptureDecoder(ExchangeFilter exchangeFilter, bool showHex, DecodeSinks decodeSinks)
     : filter(std::move(exchangeFilter)),
@@ -23,19 +19,9 @@ CaptureDecoder::CaptureDecoder(ExchangeFilter exchangeFilter, bool showHex, Deco
       }) {}
 
 void CaptureDecoder::Read(CaptureReader& reader) {
-  for (std::uint64_t count = 1;; ++count) {
-    if (sinks.progress && count % kProgressStep == 0) sinks.progress(reader.Offset());
-    switch (reader.Next()) {
-      case CaptureReader::Result::kPacket:
-        pairing.Add(reader.CurrentPacket());
-        break;
-      case CaptureReader::Result::kProblem:
-        sinks.problem(reader.CurrentProblem());
-        break;
-      case CaptureReader::Result::kEnd:
-        return;
-    }
-  }
+  ReadPackets(reader, {.packet = [this](const Packet& packet) { pairing.Add(packet); },
+                       .problem = sinks.problem,
+                       .progress = sinks.progress});
 }
 
 }  // namespace fenlux::capture

@@ -10,11 +10,11 @@
 #include "refhost/capture/decode/json_text.h"
 #include "refhost/capture/decode/record_fields.h"
 #include "refhost/capture/format/close_reasons.h"
+#include "refhost/capture/format/packet_loop.h"
 
 namespace fenlux::capture {
 namespace {
 
-constexpr std::uint64_t kProgressStep = 1024;
 constexpr std::size_t kMaxProblems = 10;
 constexpr std::size_t kMaxConnections = 65536;
 
@@ -145,16 +145,12 @@ CaptureOutline ReadOutline(std::istream& stream, const std::function<void(std::u
   CaptureOutline outline;
   OutlineReader collector(outline);
   CaptureReader reader(stream);
-  for (std::uint64_t count = 1;; ++count) {
-    if (progress && count % kProgressStep == 0) progress(reader.Offset());
-    const CaptureReader::Result result = reader.Next();
-    if (result == CaptureReader::Result::kEnd) break;
-    if (result == CaptureReader::Result::kPacket) {
-      collector.Add(reader.CurrentPacket());
-    } else if (outline.problems.size() < kMaxProblems) {
-      outline.problems.push_back(reader.CurrentProblem());
-    }
-  }
+  ReadPackets(reader, {.packet = [&](const Packet& packet) { collector.Add(packet); },
+                       .problem =
+                           [&](const Problem& problem) {
+                             if (outline.problems.size() < kMaxProblems) outline.problems.push_back(problem);
+                           },
+                       .progress = progress});
   outline.isCapture = reader.IsCapture();
   outline.cutOff = reader.CutOff();
   return outline;

@@ -10,11 +10,11 @@
 #include "refhost/capture/decode/exchange_report.h"
 #include "refhost/capture/decode/json_text.h"
 #include "refhost/capture/decode/record_fields.h"
+#include "refhost/capture/format/packet_loop.h"
 
 namespace fenlux::capture {
 namespace {
 
-constexpr std::uint64_t kProgressStep = 1024;
 constexpr std::size_t kMaxConnections = 500;
 constexpr std::size_t kMaxProblems = 100;
 constexpr std::size_t kMaxSlowest = 20;
@@ -198,17 +198,13 @@ CaptureStatistics CollectStatistics(std::istream& stream, const std::function<vo
   CaptureStatistics statistics;
   Collector collector(statistics);
   CaptureReader reader(stream);
-  for (std::uint64_t count = 1;; ++count) {
-    if (progress && count % kProgressStep == 0) progress(reader.Offset());
-    const CaptureReader::Result result = reader.Next();
-    if (result == CaptureReader::Result::kEnd) break;
-    if (result == CaptureReader::Result::kPacket) {
-      collector.Add(reader.CurrentPacket());
-      continue;
-    }
-    ++statistics.damages;
-    if (statistics.damage.size() < kMaxProblems) statistics.damage.push_back(reader.CurrentProblem());
-  }
+  ReadPackets(reader, {.packet = [&](const Packet& packet) { collector.Add(packet); },
+                       .problem =
+                           [&](const Problem& problem) {
+                             ++statistics.damages;
+                             if (statistics.damage.size() < kMaxProblems) statistics.damage.push_back(problem);
+                           },
+                       .progress = progress});
   collector.Finish();
   statistics.isCapture = reader.IsCapture();
   statistics.cutOff = reader.CutOff();

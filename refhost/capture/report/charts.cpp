@@ -92,33 +92,35 @@ std::string Short(double number) {
   return fmt::format("{:g}", number);
 }
 
-// A scale of powers of ten from `least` to `most` nanoseconds.
+// A scale of powers of ten from `min` to `max` nanoseconds.
 class LogScale {
  public:
-  LogScale(std::uint64_t least, std::uint64_t most)
-      : low(std::floor(std::log10(static_cast<double>(std::max<std::uint64_t>(least, 100))))),
-        high(std::max(std::ceil(std::log10(static_cast<double>(std::max<std::uint64_t>(most, 1000)))), low + 1)) {}
+  LogScale(std::uint64_t min, std::uint64_t max)
+      : low(static_cast<int>(std::floor(Log10(std::max<std::uint64_t>(min, 100))))),
+        high(std::max(static_cast<int>(std::ceil(Log10(std::max<std::uint64_t>(max, 1000)))), low + 1)) {}
 
   double Place(std::uint64_t nanoseconds) const {
     if (nanoseconds == 0) return 0;
-    return std::clamp((std::log10(static_cast<double>(nanoseconds)) - low) / (high - low), 0.0, 1.0);
+    return PlaceOfPower(Log10(nanoseconds));
   }
   template <typename Mark>
   void EachPower(const Mark& mark) const {
-    for (double power = low; power <= high; ++power) {
-      mark((power - low) / (high - low), PowerText(power));
-    }
+    for (int power = low; power <= high; ++power) mark(PlaceOfPower(power), PowerText(power));
   }
 
  private:
-  static std::string PowerText(double power) {
+  static double Log10(std::uint64_t value) { return std::log10(static_cast<double>(value)); }
+
+  double PlaceOfPower(double power) const { return std::clamp((power - low) / (high - low), 0.0, 1.0); }
+
+  static std::string PowerText(int power) {
     constexpr const char* kUnits[] = {"ns", "us", "ms", "s"};
-    const auto unit = std::min(static_cast<std::size_t>(power / 3), std::size_t{3});
-    return fmt::format("{:g} {}", std::pow(10, power - 3 * static_cast<double>(unit)), kUnits[unit]);
+    const int unit = std::min(power / 3, 3);
+    return fmt::format("{:g} {}", std::pow(10, power - 3 * unit), kUnits[unit]);
   }
 
-  const double low;
-  const double high;
+  const int low;  // powers of ten, in nanoseconds
+  const int high;
 };
 
 std::string Seconds(double nanoseconds) {
@@ -163,9 +165,9 @@ std::string ConnectionsChart(const CaptureStatistics& statistics) {
 std::string RateChart(const TimeLine& timeLine) {
   Chart chart("Notifications per second over time");
   const double seconds = static_cast<double>(timeLine.Interval()) / kNanosecondsPerSecond;
-  std::uint64_t most = 0;
-  for (const LatencyHistogram& interval : timeLine.Intervals()) most = std::max(most, interval.Count());
-  const double top = RoundUp(static_cast<double>(most) / seconds);
+  std::uint64_t maxValue = 0;
+  for (const LatencyHistogram& interval : timeLine.Intervals()) maxValue = std::max(maxValue, interval.Count());
+  const double top = RoundUp(static_cast<double>(maxValue) / seconds);
   for (const double share : {0.5, 1.0}) chart.MarkY(share, Short(top * share));
   const double width = 1 / static_cast<double>(timeLine.Intervals().size());
   for (std::size_t i = 0; i < timeLine.Intervals().size(); ++i) {
@@ -181,14 +183,14 @@ std::string RateChart(const TimeLine& timeLine) {
 
 std::string LatencyChart(const TimeLine& timeLine) {
   Chart chart("Latency over time");
-  std::uint64_t least = ~std::uint64_t{0};
-  std::uint64_t most = 0;
+  std::uint64_t minValue = ~std::uint64_t{0};
+  std::uint64_t maxValue = 0;
   for (const LatencyHistogram& interval : timeLine.Intervals()) {
     if (interval.Count() == 0) continue;
-    least = std::min(least, interval.Percentile(0.5));
-    most = std::max(most, interval.Percentile(0.99));
+    minValue = std::min(minValue, interval.Percentile(0.5));
+    maxValue = std::max(maxValue, interval.Percentile(0.99));
   }
-  const LogScale scale(least, most);
+  const LogScale scale(minValue, maxValue);
   scale.EachPower([&](double y, const std::string& text) { chart.MarkY(y, text); });
   struct Curve {
     double share;
@@ -217,15 +219,15 @@ std::string HistogramChart(const LatencyHistogram& histogram) {
   Chart chart("Latency histogram");
   std::size_t first = LatencyHistogram::kClasses;
   std::size_t last = 0;
-  std::uint32_t most = 0;
+  std::uint32_t maxValue = 0;
   for (std::size_t i = 0; i < LatencyHistogram::kClasses; ++i) {
     if (histogram.CountOf(i) == 0) continue;
     first = std::min(first, i);
     last = i;
-    most = std::max(most, histogram.CountOf(i));
+    maxValue = std::max(maxValue, histogram.CountOf(i));
   }
   const LogScale scale(LatencyHistogram::LowerBound(std::min(first, last)), LatencyHistogram::LowerBound(last + 1));
-  const double top = RoundUp(most);
+  const double top = RoundUp(maxValue);
   for (const double share : {0.5, 1.0}) chart.MarkY(share, Short(top * share));
   scale.EachPower([&](double x, const std::string& text) { chart.MarkX(x, text); });
   for (std::size_t i = std::min(first, last); i <= last; ++i) {

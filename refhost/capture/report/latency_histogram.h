@@ -20,7 +20,7 @@ class LatencyHistogram {
   std::uint64_t Percentile(double share) const;
 
   // The classes, for a picture. Class `index` has the latencies from LowerBound(index) up to LowerBound(index + 1).
-  static constexpr std::size_t kClasses = 33 * 8;
+  static constexpr std::size_t kClasses = std::size_t{33} * 8;
   static std::uint64_t LowerBound(std::size_t index);
   std::uint32_t CountOf(std::size_t index) const { return counts[index]; }
 

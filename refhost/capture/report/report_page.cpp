@@ -154,13 +154,13 @@ class Page {
                   const NameOf& nameOf) {
     Add("<h2>{}</h2>\n", heading);
     if (numbers.empty()) return AddNothing();
-    std::uint64_t most = 1;
-    for (const auto& [number, count] : numbers) most = std::max(most, count);
+    std::uint64_t maxCount = 1;
+    for (const auto& [number, count] : numbers) maxCount = std::max(maxCount, count);
     Add("<table id=\"{}\">\n", id);
     for (const auto& [number, count] : numbers) {
       Add("<tr data-number=\"{0}\"><td>{0}</td><td class=\"name\">{1}</td><td class=\"number\">{2}</td>"
           "<td class=\"share\"><div style=\"width:{3:.1f}%\"></div></td></tr>\n",
-          number, Escaped(nameOf(number)), count, 100.0 * static_cast<double>(count) / static_cast<double>(most));
+          number, Escaped(nameOf(number)), count, 100.0 * static_cast<double>(count) / static_cast<double>(maxCount));
     }
     page += "</table>\n";
   }
