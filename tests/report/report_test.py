@@ -113,6 +113,10 @@ def check_figures(page, exchanges):
         # The cells are the number, its name if it has one, and the count.
         found = {number: int(cells[-1]) for number, cells in page.numbers.get(table, {}).items()}
         check(found, dict(numbers), table)
+    answered = [exchange for exchange in notifications if "latency_us" in exchange]
+    slowest = max(answered, key=lambda exchange: exchange["latency_us"])
+    subject = slowest["message"].get("path") or slowest.get("name", "")
+    check(subject.replace("\\", "\\\\") in page.ids["slowest"], True, f"{subject} among the slowest")
     check(page.ids["connection-count"], str(sum(exchange["kind"] == "connect_context" for exchange in packets)),
           "connections")
 

@@ -52,26 +52,36 @@ void ExchangePairing::Add(const Packet& packet) {
     return;
   }
   if (IsReply(kind) || (kind == Kind::kJudgement && packet.header.exchange != 0)) {
-    const auto found = index.find({packet.header.connection, packet.header.exchange});
-    if (found != index.end() && found->second->header.kind == FirstKindOf(kind)) {
-      Exchange& exchange = *found->second;
+    const Waiting::iterator found = Find(packet.header);
+    if (found != waiting.end() && found->header.kind == FirstKindOf(kind)) {
+      Exchange& exchange = *found;
       HeldMessage& held = IsReply(kind) ? exchange.reply.emplace() : exchange.judgement.emplace();
       Hold(held, packet);
       waitingBytes += held.bytes.size();
       exchange.dropped += packet.dropped;
-      if (IsReply(kind)) GiveOut(found->second);
+      if (IsReply(kind)) GiveOut(found);
       return;
     }
   }
   GiveOutAlone(packet);
 }
 
+ExchangePairing::Waiting::iterator ExchangePairing::Find(const PacketHeader& header) {
+  const auto matches = [&header](const Exchange& exchange) {
+    return exchange.header.exchange == header.exchange && exchange.header.connection == header.connection;
+  };
+  // Most often the newest: the one thread of a small capture has no other.
+  if (!waiting.empty() && matches(waiting.back())) return std::prev(waiting.end());
+  const auto found = index.find({header.connection, header.exchange});
+  return found == index.end() ? waiting.end() : found->second;
+}
+
 void ExchangePairing::Begin(const Packet& packet) {
-  const Key key{packet.header.connection, packet.header.exchange};
-  if (const auto earlier = index.find(key); earlier != index.end()) GiveOut(earlier->second);
+  if (const auto earlier = Find(packet.header); earlier != waiting.end()) GiveOut(earlier);
   if (spare.empty()) spare.emplace_back();
   waiting.splice(waiting.end(), spare, spare.begin());
   HoldFirst(waiting.back(), packet);
+  const Key key{packet.header.connection, packet.header.exchange};
   if (spareNodes.empty()) {
     index.emplace(key, std::prev(waiting.end()));
   } else {

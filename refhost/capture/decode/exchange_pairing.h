@@ -65,6 +65,8 @@ class ExchangePairing {
   // Copies the packet into a message that may have memory from an earlier one.
   void Hold(HeldMessage& held, const Packet& packet);
   void HoldFirst(Exchange& exchange, const Packet& packet);
+  // The waiting exchange that the packet belongs to; the end if there is none.
+  Waiting::iterator Find(const PacketHeader& header);
   void Begin(const Packet& packet);
   void GiveOut(Waiting::iterator exchange);
   void GiveOutAlone(const Packet& packet);

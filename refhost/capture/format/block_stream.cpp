@@ -2,7 +2,6 @@
 #include "refhost/capture/format/block_stream.h"
 
 #include <algorithm>
-#include <boost/endian/conversion.hpp>
 #include <cstring>
 
 #include "refhost/capture/format/pcapng.h"
@@ -11,7 +10,6 @@ namespace fenlux::capture {
 namespace {
 
 using namespace pcapng;
-namespace endian = boost::endian;
 
 constexpr std::size_t kPiece = std::size_t{1} << 20;
 // The step of the search: blocks begin at multiples of it.
@@ -27,32 +25,7 @@ bool IsKnownType(std::uint32_t type) {
          type == kEnhancedPacket;
 }
 
-std::uint32_t Load32(const std::uint8_t* bytes, bool bigEndian) {
-  return bigEndian ? endian::load_big_u32(bytes) : endian::load_little_u32(bytes);
-}
-
 }  // namespace
-
-std::uint16_t BlockView::Read16(std::size_t at) const {
-  return bigEndian ? endian::load_big_u16(&body[at]) : endian::load_little_u16(&body[at]);
-}
-
-std::uint32_t BlockView::Read32(std::size_t at) const { return Load32(&body[at], bigEndian); }
-
-std::uint64_t BlockView::Read64(std::size_t at) const {
-  return bigEndian ? endian::load_big_u64(&body[at]) : endian::load_little_u64(&body[at]);
-}
-
-std::optional<BlockOption> OptionWalk::Next() {
-  const std::size_t size = block.body.size();
-  if (at > size || size - at < kOptionHeaderSize) return std::nullopt;
-  const std::uint16_t code = block.Read16(at);
-  const std::uint16_t length = block.Read16(at + 2);
-  if (code == kEndOfOptions || size - at - kOptionHeaderSize < length) return std::nullopt;
-  const BlockOption option{code, block.body.subspan(at + kOptionHeaderSize, length)};
-  at += kOptionHeaderSize + Padded(length);
-  return option;
-}
 
 BlockStream::Result BlockStream::Next(BlockView& block) {
   Skip(taken);
@@ -116,7 +89,7 @@ bool BlockStream::Fill(std::size_t size) {
   return Available() >= size;
 }
 
-std::uint32_t BlockStream::Read32(std::size_t distance) const { return Load32(At(distance), bigEndian); }
+std::uint32_t BlockStream::Read32(std::size_t distance) const { return LoadBlock32(At(distance), bigEndian); }
 
 void BlockStream::Skip(std::size_t size) {
   begin += size;
@@ -125,8 +98,8 @@ void BlockStream::Skip(std::size_t size) {
 
 std::optional<bool> BlockStream::SectionOrder(std::size_t distance) const {
   const std::uint8_t* const magic = At(distance + kBlockHeaderSize);
-  if (Load32(magic, false) == kByteOrderMagic) return false;
-  if (Load32(magic, true) == kByteOrderMagic) return true;
+  if (LoadBlock32(magic, false) == kByteOrderMagic) return false;
+  if (LoadBlock32(magic, true) == kByteOrderMagic) return true;
   return std::nullopt;
 }
 
@@ -140,7 +113,7 @@ std::optional<std::uint32_t> BlockStream::PlausibleLength(std::size_t distance) 
     if (!stated) return std::nullopt;
     order = *stated;
   }
-  const std::uint32_t length = Load32(At(distance + 4), order);
+  const std::uint32_t length = LoadBlock32(At(distance + 4), order);
   if (!IsPlausibleLength(length)) return std::nullopt;
   return length;
 }

@@ -1,6 +1,7 @@
 // Splits a pcapng stream into blocks. Goes on behind a block whose lengths lie.
 #pragma once
 
+#include <boost/endian/conversion.hpp>
 #include <cstdint>
 #include <istream>
 #include <optional>
@@ -8,7 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "refhost/capture/format/pcapng.h"
+
 namespace fenlux::capture {
+
+// The integers and options of blocks are read inline: a large capture has hundreds of millions of them.
+inline std::uint32_t LoadBlock32(const std::uint8_t* bytes, bool bigEndian) {
+  return bigEndian ? boost::endian::load_big_u32(bytes) : boost::endian::load_little_u32(bytes);
+}
 
 // One block. The bytes are valid until the next one is read.
 struct BlockView {
@@ -18,9 +26,13 @@ struct BlockView {
   bool bigEndian = false;
 
   // Integers of the body. The caller checks that `at` is within it.
-  std::uint16_t Read16(std::size_t at) const;
-  std::uint32_t Read32(std::size_t at) const;
-  std::uint64_t Read64(std::size_t at) const;
+  std::uint16_t Read16(std::size_t at) const {
+    return bigEndian ? boost::endian::load_big_u16(&body[at]) : boost::endian::load_little_u16(&body[at]);
+  }
+  std::uint32_t Read32(std::size_t at) const { return LoadBlock32(&body[at], bigEndian); }
+  std::uint64_t Read64(std::size_t at) const {
+    return bigEndian ? boost::endian::load_big_u64(&body[at]) : boost::endian::load_little_u64(&body[at]);
+  }
 };
 
 struct BlockOption {
@@ -32,7 +44,16 @@ struct BlockOption {
 class OptionWalk {
  public:
   OptionWalk(const BlockView& blockView, std::size_t start) : block(blockView), at(start) {}
-  std::optional<BlockOption> Next();
+  std::optional<BlockOption> Next() {
+    const std::size_t size = block.body.size();
+    if (at > size || size - at < pcapng::kOptionHeaderSize) return std::nullopt;
+    const std::uint16_t code = block.Read16(at);
+    const std::uint16_t length = block.Read16(at + 2);
+    if (code == pcapng::kEndOfOptions || size - at - pcapng::kOptionHeaderSize < length) return std::nullopt;
+    const BlockOption option{code, block.body.subspan(at + pcapng::kOptionHeaderSize, length)};
+    at += pcapng::kOptionHeaderSize + pcapng::Padded(length);
+    return option;
+  }
 
  private:
   const BlockView& block;

@@ -179,10 +179,22 @@ class Collector {
     if (slowest.size() > kMaxSlowest) slowest.pop_back();
   }
 
+  static std::string SubjectOf(const refhost::Report& report) {
+    const refhost::Report& message = report.at("message");
+    const auto path = message.find("path");
+    if (path != message.end() && path->is_string()) return path->get<std::string>();
+    return report.value("name", std::string());
+  }
+
   static ShownExchange Shown(const Exchange& exchange, std::string problem) {
     const auto report = ExchangeReport(exchange, {}, false);
-    return {exchange.header.connection, exchange.header.exchange, exchange.offset,
-            std::move(problem),         ExchangeText(*report),    exchange.Latency().value_or(0)};
+    return {.connection = exchange.header.connection,
+            .exchange = exchange.header.exchange,
+            .offset = exchange.offset,
+            .problem = std::move(problem),
+            .subject = SubjectOf(*report),
+            .text = ExchangeText(*report),
+            .latency = exchange.Latency().value_or(0)};
   }
 
   static constexpr std::size_t kMaxDecisions = 1000;

@@ -202,7 +202,7 @@ class Page {
       Add("<tr><td><a href=\"#{}\">{}:{}</a></td><td class=\"number\">{}</td><td class=\"number\">{}</td>"
           "<td class=\"name\">{}</td></tr>\n",
           Anchor(shown), shown.connection, shown.exchange, shown.offset, DurationText(shown.latency),
-          Escaped(shown.problem.empty() ? "slow" : shown.problem));
+          Escaped(shown.problem.empty() ? shown.subject : shown.problem));
     }
     page += "</table>\n";
   }
