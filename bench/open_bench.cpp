@@ -26,7 +26,7 @@
 #include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
 #include "refhost/base/config/config_reader.h"
-#include "refhost/emulator/sources/event_paths.h"
+#include "refhost/emulator/sources/kernel/event_paths.h"
 #include "tests/support/temporary_directory.h"
 
 namespace fenlux::bench {

@@ -10,7 +10,7 @@
 #include "fenlux/driver_protocol.h"
 #include "fuzz/support/fuzzing.h"
 #include "refhost/base/text/utf_text.h"
-#include "refhost/emulator/sources/kernel_event.h"
+#include "refhost/emulator/sources/kernel/kernel_event.h"
 
 namespace fenlux::refhost {
 namespace {

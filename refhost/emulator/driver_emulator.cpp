@@ -7,7 +7,7 @@
 #include "common/thread_annotations.h"
 #include "refhost/emulator/driver/emulated_driver.h"
 #include "refhost/emulator/driver/port_client.h"
-#include "refhost/emulator/sources/fanotify_source.h"
+#include "refhost/emulator/sources/kernel/fanotify_source.h"
 #include "refhost/emulator/sources/scripted_source.h"
 
 namespace fenlux::refhost {

@@ -8,7 +8,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "refhost/base/platform/error_text.h"
-#include "refhost/emulator/sources/fanotify_marks.h"
+#include "refhost/emulator/sources/kernel/fanotify_marks.h"
 
 namespace fenlux::refhost {
 

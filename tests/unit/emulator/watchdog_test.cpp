@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "refhost/emulator/driver/driver_port.h"
-#include "refhost/emulator/sources/drain_round.h"
+#include "refhost/emulator/sources/kernel/drain_round.h"
 #include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {

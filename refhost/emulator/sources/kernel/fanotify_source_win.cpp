@@ -1,7 +1,7 @@
 // The system has no fanotify: kernel events are not available.
 #include <stdexcept>
 
-#include "refhost/emulator/sources/fanotify_source.h"
+#include "refhost/emulator/sources/kernel/fanotify_source.h"
 
 namespace fenlux::refhost {
 

@@ -27,12 +27,12 @@
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/own_process.h"
-#include "refhost/emulator/sources/drain_round.h"
-#include "refhost/emulator/sources/event_paths.h"
-#include "refhost/emulator/sources/fanotify_group.h"
-#include "refhost/emulator/sources/fanotify_marks.h"
-#include "refhost/emulator/sources/fanotify_source.h"
-#include "refhost/emulator/sources/kernel_event.h"
+#include "refhost/emulator/sources/kernel/drain_round.h"
+#include "refhost/emulator/sources/kernel/event_paths.h"
+#include "refhost/emulator/sources/kernel/fanotify_group.h"
+#include "refhost/emulator/sources/kernel/fanotify_marks.h"
+#include "refhost/emulator/sources/kernel/fanotify_source.h"
+#include "refhost/emulator/sources/kernel/kernel_event.h"
 #include "refhost/emulator/sources/thread_crew.h"
 
 namespace fenlux::refhost {

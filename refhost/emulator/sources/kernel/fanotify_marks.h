@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "refhost/emulator/driver/shared/event_source.h"
-#include "refhost/emulator/sources/event_paths.h"
+#include "refhost/emulator/sources/kernel/event_paths.h"
 
 namespace fenlux::refhost {
 

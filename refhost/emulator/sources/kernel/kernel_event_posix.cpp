@@ -1,5 +1,5 @@
 // Maps the kernel's event masks to notification codes, and fills in the notifications.
-#include "refhost/emulator/sources/kernel_event.h"
+#include "refhost/emulator/sources/kernel/kernel_event.h"
 
 #include <algorithm>
 #include <iterator>

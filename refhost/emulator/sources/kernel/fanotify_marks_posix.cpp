@@ -1,5 +1,5 @@
 // Adds and removes marks until they equal the requested set; refuses "/" and "/tmp" themselves.
-#include "refhost/emulator/sources/fanotify_marks.h"
+#include "refhost/emulator/sources/kernel/fanotify_marks.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
 // Compares mounts, and looks files up by their handles.
-#include "refhost/emulator/sources/event_paths.h"
+#include "refhost/emulator/sources/kernel/event_paths.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
 // The system calls behind a group of permission events.
-#include "refhost/emulator/sources/fanotify_group.h"
+#include "refhost/emulator/sources/kernel/fanotify_group.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
