@@ -57,11 +57,11 @@ void ReadLink(int file) {
 }
 
 std::unique_ptr<EventPaths> PathsOf(const std::string& directory) {
-  refhost::WatchedDirectories watched;
-  const std::string reason = watched.Add(directory);
-  if (!reason.empty()) throw std::runtime_error(directory + ": " + reason);
+  const refhost::FoundDirectory found = refhost::FindDirectory(directory);
+  if (found.directory == nullptr) throw std::runtime_error(directory + ": " + found.refusal);
   auto paths = std::make_unique<EventPaths>();
-  paths->Replace(watched, std::chrono::steady_clock::now());
+  paths->Replace({{found.directory->identity, {found.directory->path, found.directory}}},
+                 std::chrono::steady_clock::now());
   return paths;
 }
 

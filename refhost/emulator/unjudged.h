@@ -1,9 +1,10 @@
 // Why an operation got no verdict of the module, and whether it is refused then.
 //
 // One rule for all of them: an operation whose path cannot be established is refused; one whose program cannot be
-// established is refused only where a rule's program pattern would decide; lateness, full queues, lack of memory, and a
-// connection that is down follow the setting `unjudged`. Only an explicit "refuse" lets load change a verdict. Each
-// reader keeps a descriptor in reserve, so that lack of descriptors changes none either.
+// established is refused only where a rule's program pattern would decide; lateness, full queues, lack of memory or
+// file descriptors, and a connection that is down follow the setting `unjudged`. Only an explicit "refuse" lets load
+// change a verdict. Each reader keeps a descriptor in reserve, so that the kernel itself does not refuse what it cannot
+// hand over.
 #pragma once
 
 #include <array>
@@ -32,10 +33,11 @@ enum class UnjudgedCause : std::size_t {
   kNoDescriptors,       // no file descriptor left for the event; the kernel has refused the operation
   kNotOpened,           // the kernel could not open the file for the host, and has refused the operation
   kPathNotEstablished,  // no path that the rules can be applied to is known for certain
+  kPathNotLookedUp,     // no file descriptors to look its path up
   kStopping,            // the host is about to end
   kQueueOverflow,       // the kernel dropped events because its queue was full
 };
-inline constexpr std::size_t kUnjudgedCauses = 17;
+inline constexpr std::size_t kUnjudgedCauses = 18;
 
 // The causes of delivered events that count as lost.
 inline constexpr std::array<UnjudgedCause, 5> kLostCauses{UnjudgedCause::kEmptyReply, UnjudgedCause::kHandlerThrew,

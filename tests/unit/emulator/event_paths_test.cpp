@@ -45,6 +45,15 @@ class EventPath : public KernelEvents {
     const std::lock_guard lock(mutex);
     return std::exchange(seen, {});
   }
+  // Opens the secret file through another mount while the host has no descriptors to look it up. Returns the status.
+  int OpenSecretWithoutDescriptors() {
+    Opened();
+    WarmUpSanitizer();
+    EXPECT_THAT(Seen(), ElementsAre(file));
+    const NoDescriptorsLeft none;
+    return other.Shell("unshare -m cat " + secret + " >/dev/null 2>&1");
+  }
+  std::uint64_t NotLookedUp() { return Totals().Unjudged(UnjudgedCause::kPathNotLookedUp); }
   std::uint64_t NotEstablished() { return Totals().Unjudged(UnjudgedCause::kPathNotEstablished); }
 
   std::mutex mutex;
@@ -121,6 +130,24 @@ TEST_F(EventPath, IsNotEstablishedByAHandleIfTheFileHasTwoNames) {
   EXPECT_EQ(other.Perform(secret), EPERM);
   EXPECT_THAT(Seen(), ElementsAre(twin, secret));
   EXPECT_EQ(Totals().kernelRefused, 3u);
+}
+
+TEST_F(EventPath, ThatNoDescriptorIsLeftToLookUpRefusesNothingByDefault) {
+  EXPECT_EQ(OpenSecretWithoutDescriptors(), 0);
+  EXPECT_THAT(Seen(), IsEmpty());
+  EXPECT_EQ(NotLookedUp(), 1u);
+  EXPECT_EQ(NotEstablished(), 0u);
+  // The next one is looked up.
+  EXPECT_NE(other.Shell("unshare -m cat " + secret + " >/dev/null 2>&1"), 0);
+  EXPECT_THAT(Seen(), ElementsAre(secret));
+}
+
+TEST_F(EventPath, ThatNoDescriptorIsLeftToLookUpRefusesIfTheSettingSaysSo) {
+  settings.unjudged = UnjudgedPolicy::kRefuse;
+  EXPECT_NE(OpenSecretWithoutDescriptors(), 0);
+  EXPECT_THAT(Seen(), IsEmpty());
+  EXPECT_EQ(NotLookedUp(), 1u);
+  EXPECT_EQ(Totals().kernelRefusedUnjudged, 1u);
 }
 
 // What is watched are directories, not files.

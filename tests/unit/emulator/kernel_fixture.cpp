@@ -8,12 +8,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/filesystem/directory.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace fenlux::testing {
 namespace {
@@ -62,6 +65,29 @@ int RunShell(const char* command) {
 
 PrivateMounts::PrivateMounts() {
   if (::unshare(CLONE_NEWNS) == 0) ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+}
+
+FewerDescriptors::FewerDescriptors(rlim_t count) {
+  ::getrlimit(RLIMIT_NOFILE, &old);
+  rlimit fewer = old;
+  fewer.rlim_cur = count;
+  ::setrlimit(RLIMIT_NOFILE, &fewer);
+}
+
+FewerDescriptors::~FewerDescriptors() { ::setrlimit(RLIMIT_NOFILE, &old); }
+
+NoDescriptorsLeft::NoDescriptorsLeft() : fewer(256) {
+  for (;;) {
+    refhost::Descriptor next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!next.Valid()) break;
+    taken.push_back(std::move(next));
+  }
+  if (errno != EMFILE) throw std::runtime_error("cannot use up the descriptors");
+}
+
+std::size_t OpenDescriptors() {
+  const boost::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(entries, boost::filesystem::directory_iterator()));
 }
 
 OtherProcess::OtherProcess() {

@@ -1,9 +1,14 @@
 // What kernel-event tests need of the system: other processes that open files in it, and mounts of their own.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
+#include <vector>
+
+#include "refhost/base/platform/descriptor_posix.h"
 
 namespace fenlux::testing {
 
@@ -12,6 +17,31 @@ class PrivateMounts {
  public:
   PrivateMounts();
 };
+
+// Lowers the number of descriptors that the process may have, until it is destroyed.
+class FewerDescriptors {
+ public:
+  explicit FewerDescriptors(rlim_t count);
+  ~FewerDescriptors();
+  FewerDescriptors(const FewerDescriptors&) = delete;
+  FewerDescriptors& operator=(const FewerDescriptors&) = delete;
+
+ private:
+  rlimit old{};
+};
+
+// Leaves the process no descriptor that it could open, until it is destroyed.
+class NoDescriptorsLeft {
+ public:
+  NoDescriptorsLeft();
+
+ private:
+  const FewerDescriptors fewer;
+  std::vector<refhost::Descriptor> taken;
+};
+
+// How many descriptors the process has.
+std::size_t OpenDescriptors();
 
 // Another process that opens files on command. Create it before any thread is started.
 class OtherProcess {

@@ -9,8 +9,6 @@
 // a file, not for one of its names, so the result counts only if the file has a single name.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -18,41 +16,23 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <utility>
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
 #include "refhost/base/live_value.h"
-#include "refhost/base/platform/descriptor_posix.h"
+#include "refhost/emulator/sources/kernel/file_status.h"
+#include "refhost/emulator/sources/kernel/open_directory.h"
 
 namespace fenlux::refhost {
 
-// Device and inode: identifies a file or directory whatever its name.
-using FileIdentity = std::pair<dev_t, ino_t>;
+// A directory whose events have paths.
+struct WatchedDirectory {
+  std::string path;                            // as /proc shows it
+  std::shared_ptr<const OpenDirectory> mount;  // any open directory on its mount
 
-// A mount that exists, and keeps its id, as long as this does. It cannot be unmounted meanwhile.
-struct HeldMount {
-  std::uint64_t id;
-  Descriptor directory;  // on the mount, opened with O_PATH
+  bool operator==(const WatchedDirectory& other) const { return path == other.path && mount == other.mount; }
 };
-
-// Directories and their mounts. One thread at a time; any number may read.
-class WatchedDirectories {
- public:
-  struct Entry {
-    std::string path;  // as /proc shows it
-    std::shared_ptr<const HeldMount> mount;
-  };
-
-  // Adds the directory that this name stands for. Returns why it cannot; empty if it does. Directories on one mount
-  // share a descriptor.
-  std::string Add(const std::string& name);
-  const std::map<FileIdentity, Entry>& Entries() const { return entries; }
-
- private:
-  std::map<FileIdentity, Entry> entries;
-  std::map<std::uint64_t, std::shared_ptr<const HeldMount>> mounts;
-};
+using WatchedDirectories = std::map<FileIdentity, WatchedDirectory>;
 
 // Any thread.
 class EventPaths {
@@ -62,7 +42,7 @@ class EventPaths {
   // How long a directory is still known after Replace dropped it: events from before may be queued.
   static constexpr std::chrono::seconds kRetention{10};
 
-  // Replaces the directories. Call it before the marks change, so that no event's directory is unknown.
+  // Replaces the directories. Call it when the marks of those that it drops are gone.
   void Replace(const WatchedDirectories& directories, TimePoint now);
   // Adds directories to those it has. Call it before they are marked.
   void Add(const WatchedDirectories& directories);
@@ -70,12 +50,12 @@ class EventPaths {
   void Forget(TimePoint now);
 
   // The path of an open file in one of the directories; nothing if it cannot be established. For a name that is gone,
-  // that is the name by which the file was opened.
+  // that is the name by which the file was opened. Throws std::bad_alloc and NoDescriptors: it needs up to two.
   std::optional<std::string> PathOf(int file) const;
 
  private:
   struct Table {
-    std::map<FileIdentity, WatchedDirectories::Entry> directories;
+    WatchedDirectories directories;
     std::map<FileIdentity, TimePoint> dropped;
     // The ids of their mounts, and by path. Of two directories that had the same path, the wanted one's.
     std::set<std::uint64_t> mounts;

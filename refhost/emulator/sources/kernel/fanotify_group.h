@@ -3,8 +3,6 @@
 
 #include <sys/fanotify.h>
 
-#include <optional>
-
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/emulator/driver/emulated_driver.h"
 #include "refhost/emulator/unjudged.h"
@@ -30,6 +28,12 @@ class SpareDescriptor {
   Descriptor number;
 };
 
+enum class ReadResult {
+  kEvent,
+  kNothing,  // no event is queued
+  kFailed,   // one could not be read, and others are queued: read again
+};
+
 // Several threads may use one group. Every event that Read returns needs one response; its descriptor belongs to the
 // caller and stays open until the response is written, because the response names the event by it.
 class FanotifyGroup {
@@ -39,10 +43,10 @@ class FanotifyGroup {
   FanotifyGroup(UnjudgedPolicy unjudgedPolicy, EmulatedDriver& owner);
 
   int Get() const { return group.Get(); }
-  // Reads one event without blocking; nothing if there is none. Gives the caller's spare number to it: afterwards call
-  // TakeFrom with the event's descriptor. Also counts the operations that the kernel refused because it could not open
-  // their file for the host.
-  std::optional<fanotify_event_metadata> Read(SpareDescriptor& spare);
+  // Reads one event without blocking, if there is one. Gives the caller's spare number to it: afterwards call TakeFrom
+  // with the event's descriptor. Counts the operations that the kernel refused because it could not open their file for
+  // the host.
+  ReadResult Read(SpareDescriptor& spare, fanotify_event_metadata& event);
   // Lets the event's operation continue, or fail, as the module judged it.
   void Respond(int event, bool verdictRefuses) noexcept;
   // Lets it continue or fail as the cause and the setting demand (see unjudged.h). RespondCounted does not count the
@@ -55,6 +59,8 @@ class FanotifyGroup {
   // Nothing is refused while refusals are not enforced.
   bool Enforced(bool refuse) const { return refuse && driver.RefusalsEnforced(); }
   void CountRefusedByKernel(int error);
+  // Whether events are queued.
+  bool HasMore() const;
 
   const UnjudgedPolicy policy;
   const EmulatedDriver& driver;

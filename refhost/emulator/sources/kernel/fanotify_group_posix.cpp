@@ -2,6 +2,7 @@
 #include "refhost/emulator/sources/kernel/fanotify_group.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -65,26 +66,31 @@ FanotifyGroup::FanotifyGroup(UnjudgedPolicy unjudgedPolicy, EmulatedDriver& owne
   RaiseDescriptorLimit();
 }
 
-std::optional<fanotify_event_metadata> FanotifyGroup::Read(SpareDescriptor& spare) {
+ReadResult FanotifyGroup::Read(SpareDescriptor& spare, fanotify_event_metadata& event) {
   // The buffer holds a single event, so that a reader has no more than one open file at a time.
-  fanotify_event_metadata event{};
+  event = {};
   spare.Give();
   const ssize_t length = ::read(group.Get(), &event, sizeof(event));
   const int error = length < 0 ? errno : 0;
   if (length == static_cast<ssize_t>(sizeof(event)) && event.vers == FANOTIFY_METADATA_VERSION && event.fd >= 0) {
     totals.KernelRead();
-    return event;
+    return ReadResult::kEvent;
   }
   spare.Take();
-  if (error == EAGAIN || error == EINTR) return std::nullopt;
   if (error != 0) {
-    CountRefusedByKernel(error);
+    if (error != EAGAIN && error != EINTR) CountRefusedByKernel(error);
   } else if ((event.mask & FAN_Q_OVERFLOW) != 0) {
     totals.Unjudged(UnjudgedCause::kQueueOverflow);
   } else if (event.fd < 0) {
     CountRefusedByKernel(-event.fd);
   }
-  return std::nullopt;
+  return HasMore() ? ReadResult::kFailed : ReadResult::kNothing;
+}
+
+// The error alone does not tell: before Linux 6.13, it is EAGAIN also for a file with a write lease.
+bool FanotifyGroup::HasMore() const {
+  int bytes = 0;
+  return ::ioctl(group.Get(), FIONREAD, &bytes) == 0 && bytes > 0;
 }
 
 void FanotifyGroup::CountRefusedByKernel(int error) {

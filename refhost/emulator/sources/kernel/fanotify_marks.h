@@ -4,16 +4,22 @@
 #include <cstdint>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "refhost/emulator/driver/shared/event_source.h"
 #include "refhost/emulator/sources/kernel/event_paths.h"
+#include "refhost/emulator/sources/kernel/open_directory.h"
 
 namespace fenlux::refhost {
 
 // Marks single directories and their children, never a mount or a file system. One thread at a time.
+//
+// A name is resolved once: the directory that it stands for then is the one that is checked, described to EventPaths,
+// and marked, whatever becomes of the name. No mark is removed but those of directories that are not wanted any more.
 class FanotifyMarks {
  public:
   // `groupDescriptor` and `eventPaths` are borrowed and outlive the marks. `eventMask` holds the selected events.
@@ -33,11 +39,13 @@ class FanotifyMarks {
     std::vector<std::string> lost;     // the same, of those that were watched
   };
   // Watches exactly these directories. Marks that stay are renewed, so that a directory that was deleted and created
-  // again is watched again.
+  // again is watched again. A directory that is watched stays so if its name cannot be resolved for lack of file
+  // descriptors. Throws std::bad_alloc: then it watches some of the directories, maybe beside those of the last Set,
+  // and the next call completes it.
   Change Set(const std::vector<std::string>& directories);
   // Looks whether the names of the last Set still stand for what is watched: watches a directory that was created
   // again under such a name and, if it watches subdirectories, new ones. A directory that was renamed or moved stays
-  // watched until the next Set.
+  // watched until the next Set. Throws std::bad_alloc; the next call continues.
   Change Renew();
   // How each directory of the last Set is now.
   const std::vector<WatchState>& States() const { return states; }
@@ -46,39 +54,67 @@ class FanotifyMarks {
 
  private:
   struct Watched {
-    std::string path;
+    std::string name;  // as it was given, or below such a one
+    WatchedDirectory known;
+    FileHandle handle;                          // finds it whatever its name
+    std::shared_ptr<const OpenDirectory> held;  // does so where the file system has no handles; otherwise null
     // When the directory last changed, as far as that tells whether it changed since: a change within the same tick of
     // the kernel's clock leaves it as it is. Nothing: it may have.
     std::optional<timespec> changed;
-    bool astray = false;  // its path does not lead to it any more
+    bool astray = false;   // its name does not lead to it any more
+    bool leaving = false;  // not wanted any more; its mark is to be removed
   };
-  using Directories = std::map<FileIdentity, Watched>;
+  // kChanged: the directory itself in any case, and those below it that are not watched.
+  enum class Scope { kAll, kUnwatched, kChanged };
+  struct Named {
+    std::string name;
+    std::shared_ptr<const OpenDirectory> directory;
+  };
+  // Directories on their way from a name to a mark.
+  struct Round {
+    Change& change;
+    std::set<FileIdentity> wanted;  // all that were found
+    std::vector<Named> found;       // those that are to be marked; few, because they are open
+  };
 
-  enum class Scope { kAll, kUnwatched };
-
-  // Adds the directory and, if they are wanted, those below it; without those that are watched and what is below them
+  // Finds the directory, and those below it if they are wanted; without those that are watched and what is below them
   // if only the others are asked for.
-  void Collect(const std::string& directory, Scope scope, Directories& wanted, std::vector<std::string>& refused) const;
-  void CollectBelow(const std::string& directory, Scope scope, Directories& wanted,
-                    std::vector<std::string>& refused) const;
-  // Removes from `wanted` what cannot be marked.
-  WatchedDirectories Prepare(Directories& wanted, Change& change) const;
-  void MarkAll(const Directories& wanted, Change& change, Directories& kept) const;
-  std::string Mark(const std::string& directory) const;
-  // Whether the path leads to a directory that is watched, maybe under another name.
-  bool IsWatched(const std::string& path) const;
+  void Collect(const std::string& name, Scope scope, Round& round);
+  void CollectBelow(const Named& parent, Scope scope, Round& round);
+  // The same once the name is resolved; notes a refusal.
+  void Take(const std::string& name, FoundDirectory found, Scope scope, Round& round);
+  // Wants what is watched under the name and below it, because nobody can see whether it is still there.
+  void KeepBelow(const std::string& name, const NoDescriptors& error, Round& round) const;
+  // Marks what was found and closes it.
+  void MarkFound(Round& round);
+  Watched MakeWatched(const Named& found);
+  // Removes the marks of directories that are leaving. Those for which that fails stay known.
+  void RemoveLeaving();
+  bool Unmark(const Watched& directory) const;
+  // Any open directory on the directory's mount: one for each mount.
+  std::shared_ptr<const OpenDirectory> HeldOnMountOf(const std::shared_ptr<const OpenDirectory>& directory);
+  // Whether the name leads to a directory that is watched, maybe under another name.
+  bool IsWatched(const std::string& name) const;
   bool IsWatched(const FileIdentity& identity) const;
-  // Whether the directory has changed since the last call; sets `lost` if its path leads elsewhere.
-  bool Changed(const FileIdentity& identity, Watched& directory, std::string& lost) const;
-  // Notes which directories of the last Set are watched, and why the others are not.
-  // Without `alsoWatched`, those that were watched still are.
-  void NoteStates(const std::vector<std::string>& refused, bool alsoWatched);
+  // Whether a directory has changed since its `changed`, and why its name does not lead to it; empty if it does.
+  struct Look {
+    bool changed = false;
+    std::optional<timespec> settled;  // its next `changed`
+    std::string lost;
+  };
+  static Look LookAt(const FileIdentity& identity, const Watched& directory);
+  // Notes which directories of the last Set are watched, and why the others are not. Unless the states are outdated,
+  // those that were watched still are.
+  void NoteStates(const std::vector<std::string>& refused);
 
   const int group;
   const std::uint64_t mask;
   const bool recursive;
   EventPaths& paths;
-  Directories marked;
+  // All that have marks, and maybe some that lost theirs. EventPaths knows each of them.
+  std::map<FileIdentity, Watched> marked;
+  std::map<std::uint64_t, std::weak_ptr<const OpenDirectory>> mounts;
+  bool statesOutdated = false;
   std::vector<WatchState> states;  // of the directories of the last Set, in the order of their names
 };
 

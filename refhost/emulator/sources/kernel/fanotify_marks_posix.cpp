@@ -1,4 +1,4 @@
-// Adds and removes marks until they equal the requested set; refuses "/" and "/tmp" themselves.
+// Adds and removes marks until they equal the requested set.
 #include "refhost/emulator/sources/kernel/fanotify_marks.h"
 
 #include <fcntl.h>
@@ -7,32 +7,25 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <boost/filesystem/directory.hpp>
-#include <boost/filesystem/operations.hpp>
-#include <set>
+#include <cerrno>
+#include <utility>
 
 #include "refhost/base/platform/error_text.h"
 
 namespace fenlux::refhost {
 namespace {
 
-// Watching these would block programs that have nothing to do with the host.
-constexpr const char* kNeverWatched[] = {"/", "/tmp"};
+// How many directories are open at a time while they are marked. EventPaths copies its table for each round.
+constexpr std::size_t kMaxFound = 128;
 
-bool SameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
 
-// Fills in the directory's status. Returns why it may not be watched; empty if it may.
-std::string Inspect(const std::string& directory, struct stat& status) {
-  if (directory.empty() || directory.front() != '/') return "is not an absolute path";
-  if (::stat(directory.c_str(), &status) != 0) return LastErrorText();
+// Fills in the status of what the name stands for at this moment. Returns why that may not be watched; empty if it may.
+std::string Inspect(const std::string& name, struct stat& status) {
+  if (name.empty() || name.front() != '/') return "is not an absolute path";
+  if (::stat(name.c_str(), &status) != 0) return LastErrorText();
   if (!S_ISDIR(status.st_mode)) return "is not a directory";
-  for (const char* never : kNeverWatched) {
-    struct stat other {};
-    if (::stat(never, &other) == 0 && SameFile(status, other)) {
-      return std::string("is ") + never + " itself, which is never watched";
-    }
-  }
-  return {};
+  return NeverWatched(IdentityOf(status));
 }
 
 // A change may come within the same tick as the one before, and have its time.
@@ -47,7 +40,9 @@ std::optional<timespec> SettledChange(const struct stat& status) {
 
 bool SameTime(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
 
-FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
+bool IsAtOrBelow(const std::string& name, const std::string& top) {
+  return name.starts_with(top) && (name.size() == top.size() || name[top.size()] == '/');
+}
 
 }  // namespace
 
@@ -58,160 +53,218 @@ std::string FanotifyMarks::Refusal(const std::string& directory) {
 
 FanotifyMarks::Change FanotifyMarks::Set(const std::vector<std::string>& directories) {
   Change change;
-  Directories wanted;
-  for (const std::string& directory : directories) Collect(directory, Scope::kAll, wanted, change.refused);
-  paths.Replace(Prepare(wanted, change), std::chrono::steady_clock::now());
-
-  Directories kept;
-  bool lost = false;
-  for (const auto& [identity, directory] : marked) {
-    if (wanted.contains(identity)) continue;
-    change.removed.push_back(directory.path);
-    // The mark of a deleted directory is gone; that of a renamed one is not.
-    lost |= ::fanotify_mark(group, FAN_MARK_REMOVE, mask | FAN_EVENT_ON_CHILD, AT_FDCWD, directory.path.c_str()) != 0;
+  Round round{change, {}, {}};
+  for (const std::string& directory : directories) Collect(directory, Scope::kAll, round);
+  MarkFound(round);
+  for (auto& [identity, directory] : marked) {
+    if (round.wanted.contains(identity)) continue;
+    if (!directory.leaving) change.removed.push_back(directory.name);
+    directory.leaving = true;
   }
-  // A mark that can no longer be found by name can only be removed with all others; the wanted ones are set again.
-  if (lost) RemoveAll(group);
-  MarkAll(wanted, change, kept);
-  marked = std::move(kept);
+  RemoveLeaving();
+  WatchedDirectories known;
+  for (const auto& [identity, directory] : marked) known.emplace(identity, directory.known);
+  paths.Replace(known, std::chrono::steady_clock::now());
+  std::erase_if(mounts, [](const auto& mount) { return mount.second.expired(); });
+
   states.clear();
   for (const std::string& name : std::set<std::string>(directories.begin(), directories.end())) {
     states.push_back({name, false, {}});
   }
-  NoteStates(change.refused, true);
+  statesOutdated = true;
+  NoteStates(change.refused);
   return change;
 }
 
 FanotifyMarks::Change FanotifyMarks::Renew() {
   Change change;
-  Directories wanted;
-  bool someAstray = false;
+  std::vector<std::pair<FileIdentity, std::optional<timespec>>> changed;
   for (auto& [identity, directory] : marked) {
-    if (directory.astray) continue;
-    std::string lost;
-    const bool changed = Changed(identity, directory, lost);
-    if (!lost.empty()) {
-      directory.astray = someAstray = true;
-      const bool named = std::ranges::any_of(
-          states, [&path = directory.path](const WatchState& state) { return state.directory == path; });
-      if (named) {
-        change.lost.push_back(fmt::format("{}: {}", directory.path, lost));
-      } else {
-        change.removed.push_back(directory.path);
-      }
-    } else if (changed) {
-      // It may be another directory that was given the number of the old one, which has no mark.
-      Mark(directory.path);
-      if (recursive) CollectBelow(directory.path, Scope::kUnwatched, wanted, change.refused);
+    if (directory.astray || directory.leaving) continue;
+    const Look look = LookAt(identity, directory);
+    if (look.changed) changed.emplace_back(identity, look.settled);
+    if (look.lost.empty()) continue;
+    directory.astray = statesOutdated = true;
+    const bool named = std::ranges::any_of(
+        states, [&name = directory.name](const WatchState& state) { return state.directory == name; });
+    if (named) {
+      change.lost.push_back(fmt::format("{}: {}", directory.name, look.lost));
+    } else {
+      change.removed.push_back(directory.name);
     }
   }
-  std::vector<std::string> refused;  // most probably again, as the log says already
+  Round again{change, {}, {}};
+  for (const auto& [identity, settled] : changed)
+    Collect(std::string(marked.at(identity).name), Scope::kChanged, again);
+  MarkFound(again);
+  for (const auto& [identity, settled] : changed) {
+    if (const auto directory = marked.find(identity); directory != marked.end()) directory->second.changed = settled;
+  }
+  Change missing;  // refused most probably again, as the log says already
+  Round found{missing, {}, {}};
   for (const WatchState& state : states) {
-    if (state.watched && !someAstray) continue;
-    if (!IsWatched(state.directory)) Collect(state.directory, Scope::kUnwatched, wanted, refused);
+    if (state.watched && !statesOutdated) continue;
+    if (!IsWatched(state.directory)) Collect(state.directory, Scope::kUnwatched, found);
   }
-  if (!wanted.empty()) {
-    Change again;
-    paths.Add(Prepare(wanted, again));
-    MarkAll(wanted, again, marked);
-    change.added = std::move(again.added);
-    refused.insert(refused.end(), again.refused.begin(), again.refused.end());
-  }
-  NoteStates(refused, someAstray);
+  MarkFound(found);
+  RemoveLeaving();
+  change.added.insert(change.added.end(), missing.added.begin(), missing.added.end());
+  NoteStates(missing.refused);
   return change;
 }
 
-WatchedDirectories FanotifyMarks::Prepare(Directories& wanted, Change& change) const {
-  WatchedDirectories watched;
-  std::erase_if(wanted, [&](const auto& directory) {
-    const std::string& path = directory.second.path;
-    const std::string reason = watched.Add(path);
-    if (!reason.empty()) change.refused.push_back(fmt::format("{}: {}", path, reason));
-    return !reason.empty();
-  });
-  return watched;
+FanotifyMarks::Look FanotifyMarks::LookAt(const FileIdentity& identity, const Watched& directory) {
+  struct stat status {};
+  Look look;
+  look.lost = Inspect(directory.name, status);
+  if (look.lost.empty() && IdentityOf(status) != identity) look.lost = "is another directory now";
+  if (!look.lost.empty()) return look;
+  if (directory.changed && SameTime(*directory.changed, status.st_ctim)) return look;
+  look.changed = true;
+  look.settled = SettledChange(status);
+  return look;
 }
 
-void FanotifyMarks::MarkAll(const Directories& wanted, Change& change, Directories& kept) const {
-  for (const auto& [identity, directory] : wanted) {
-    const std::string reason = Mark(directory.path);
-    if (!reason.empty()) {
-      change.refused.push_back(fmt::format("{}: {}", directory.path, reason));
-      continue;
-    }
-    if (!IsWatched(identity)) change.added.push_back(directory.path);
-    kept.insert_or_assign(identity, directory);
+void FanotifyMarks::Collect(const std::string& name, Scope scope, Round& round) {
+  try {
+    FoundDirectory found = FindDirectory(name);
+    // The next round finds out what became of it.
+    if (found.directory == nullptr && scope == Scope::kChanged) return;
+    Take(name, std::move(found), scope, round);
+  } catch (const NoDescriptors& error) {
+    KeepBelow(name, error, round);
   }
 }
 
-bool FanotifyMarks::Changed(const FileIdentity& identity, Watched& directory, std::string& lost) const {
-  struct stat status {};
-  lost = Inspect(directory.path, status);
-  if (lost.empty() && IdentityOf(status) != identity) lost = "is another directory now";
-  if (!lost.empty()) return false;
-  if (directory.changed && SameTime(*directory.changed, status.st_ctim)) return false;
-  directory.changed = SettledChange(status);
-  return true;
+void FanotifyMarks::Take(const std::string& name, FoundDirectory found, Scope scope, Round& round) {
+  if (found.directory == nullptr) {
+    round.change.refused.push_back(name + ": " + found.refusal);
+    return;
+  }
+  const FileIdentity identity = found.directory->identity;
+  if (scope == Scope::kUnwatched && IsWatched(identity)) return;
+  if (!round.wanted.insert(identity).second) return;
+  const Named named{name, std::move(found.directory)};
+  round.found.push_back(named);
+  if (round.found.size() >= kMaxFound) MarkFound(round);
+  if (recursive) CollectBelow(named, scope == Scope::kAll ? Scope::kAll : Scope::kUnwatched, round);
+}
+
+void FanotifyMarks::CollectBelow(const Named& parent, Scope scope, Round& round) {
+  std::string refusal;
+  for (const std::string& entry : DirectoriesIn(*parent.directory, refusal)) {
+    const std::string name = parent.name + (parent.name.ends_with('/') ? "" : "/") + entry;
+    try {
+      FoundDirectory found = FindDirectory(*parent.directory, entry);
+      if (found.directory != nullptr || !found.refusal.empty()) Take(name, std::move(found), scope, round);
+    } catch (const NoDescriptors& error) {
+      KeepBelow(name, error, round);
+    }
+  }
+  if (!refusal.empty()) round.change.refused.push_back(parent.name + ": " + refusal);
+}
+
+void FanotifyMarks::KeepBelow(const std::string& name, const NoDescriptors& error, Round& round) const {
+  bool kept = false;
+  for (const auto& [identity, directory] : marked) {
+    if (directory.astray || directory.leaving || !IsAtOrBelow(directory.name, name)) continue;
+    round.wanted.insert(identity);
+    kept = true;
+  }
+  if (!kept) round.change.refused.push_back(name + ": " + error.what());
+}
+
+void FanotifyMarks::MarkFound(Round& round) {
+  std::vector<Watched> made;
+  WatchedDirectories unknown;
+  for (const Named& found : round.found) {
+    made.push_back(MakeWatched(found));
+    const WatchedDirectory& known = made.back().known;
+    const auto before = marked.find(found.directory->identity);
+    if (before == marked.end() || before->second.known != known) unknown.emplace(found.directory->identity, known);
+  }
+  if (!unknown.empty()) paths.Add(unknown);
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    const OpenDirectory& directory = *round.found[i].directory;
+    const bool wasWatched = IsWatched(directory.identity);
+    if (const auto before = marked.find(directory.identity); before != marked.end()) {
+      made[i].changed = before->second.changed;
+    }
+    // Noted first: if memory runs out from here on, the mark is still found.
+    Watched& watched = marked.insert_or_assign(directory.identity, std::move(made[i])).first->second;
+    // A descriptor that was opened with O_PATH is not accepted without a name.
+    if (::fanotify_mark(group, FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask | FAN_EVENT_ON_CHILD, directory.descriptor.Get(),
+                        ".") != 0) {
+      const int error = errno;
+      watched.leaving = statesOutdated = true;
+      round.change.refused.push_back(watched.name + ": " + SystemErrorText(error));
+    } else if (!wasWatched) {
+      round.change.added.push_back(watched.name);
+    }
+  }
+  round.found.clear();
+}
+
+FanotifyMarks::Watched FanotifyMarks::MakeWatched(const Named& found) {
+  const FileHandle handle(found.directory->descriptor.Get());
+  return {found.name,
+          {found.directory->path, HeldOnMountOf(found.directory)},
+          handle,
+          handle.Valid() ? nullptr : found.directory,
+          std::nullopt};
+}
+
+std::shared_ptr<const OpenDirectory> FanotifyMarks::HeldOnMountOf(
+    const std::shared_ptr<const OpenDirectory>& directory) {
+  std::weak_ptr<const OpenDirectory>& mount = mounts[directory->mountId];
+  if (std::shared_ptr<const OpenDirectory> held = mount.lock()) return held;
+  mount = directory;
+  return directory;
+}
+
+void FanotifyMarks::RemoveLeaving() {
+  std::erase_if(marked, [this](const auto& entry) { return entry.second.leaving && Unmark(entry.second); });
+}
+
+bool FanotifyMarks::Unmark(const Watched& directory) const {
+  Descriptor found;
+  try {
+    if (directory.held == nullptr) found = directory.handle.Open(directory.known.mount->descriptor.Get());
+  } catch (const NoDescriptors&) {
+    return false;
+  }
+  // A directory that is gone has no mark.
+  if (directory.held == nullptr && !found.Valid()) return errno == ESTALE;
+  const int descriptor = directory.held == nullptr ? found.Get() : directory.held->descriptor.Get();
+  return ::fanotify_mark(group, FAN_MARK_REMOVE, mask | FAN_EVENT_ON_CHILD, descriptor, ".") == 0 || errno == ENOENT;
 }
 
 bool FanotifyMarks::IsWatched(const FileIdentity& identity) const {
   const auto known = marked.find(identity);
-  return known != marked.end() && !known->second.astray;
+  return known != marked.end() && !known->second.astray && !known->second.leaving;
 }
 
-bool FanotifyMarks::IsWatched(const std::string& path) const {
+bool FanotifyMarks::IsWatched(const std::string& name) const {
   struct stat status {};
-  return Inspect(path, status).empty() && IsWatched(IdentityOf(status));
+  return Inspect(name, status).empty() && IsWatched(IdentityOf(status));
 }
 
-void FanotifyMarks::NoteStates(const std::vector<std::string>& refused, bool alsoWatched) {
+void FanotifyMarks::NoteStates(const std::vector<std::string>& refused) {
   for (WatchState& state : states) {
-    if (state.watched && !alsoWatched) continue;
+    if (state.watched && !statesOutdated) continue;
     struct stat status {};
     state.reason = Inspect(state.directory, status);
     state.watched = state.reason.empty() && IsWatched(IdentityOf(status));
     if (state.watched || !state.reason.empty()) continue;
     const std::string prefix = state.directory + ": ";
     const auto line = std::ranges::find_if(refused, [&](const auto& text) { return text.starts_with(prefix); });
-    state.reason = line == refused.end() ? "cannot be marked" : line->substr(prefix.size());
+    state.reason = line == refused.end() ? "is another directory now" : line->substr(prefix.size());
   }
+  statesOutdated = false;
 }
 
 void FanotifyMarks::RemoveAll(int groupDescriptor) {
   ::fanotify_mark(groupDescriptor, FAN_MARK_FLUSH, 0, AT_FDCWD, nullptr);
-}
-
-void FanotifyMarks::Collect(const std::string& directory, Scope scope, Directories& wanted,
-                            std::vector<std::string>& refused) const {
-  struct stat status {};
-  const std::string reason = Inspect(directory, status);
-  if (!reason.empty()) {
-    refused.push_back(directory + ": " + reason);
-    return;
-  }
-  const FileIdentity identity = IdentityOf(status);
-  if (scope == Scope::kUnwatched && IsWatched(identity)) return;
-  const bool isNew = wanted.emplace(identity, Watched{directory, std::nullopt}).second;
-  if (isNew && recursive) CollectBelow(directory, scope, wanted, refused);
-}
-
-void FanotifyMarks::CollectBelow(const std::string& directory, Scope scope, Directories& wanted,
-                                 std::vector<std::string>& refused) const {
-  boost::system::error_code error;
-  boost::filesystem::directory_iterator entry(directory, error);
-  for (; !error && entry != boost::filesystem::directory_iterator(); entry.increment(error)) {
-    boost::system::error_code entryError;
-    if (entry->symlink_status(entryError).type() == boost::filesystem::directory_file) {
-      Collect(entry->path().native(), scope, wanted, refused);
-    }
-  }
-  if (error) refused.push_back(directory + ": cannot list its directories: " + error.message());
-}
-
-std::string FanotifyMarks::Mark(const std::string& directory) const {
-  const int result =
-      ::fanotify_mark(group, FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask | FAN_EVENT_ON_CHILD, AT_FDCWD, directory.c_str());
-  return result == 0 ? std::string() : LastErrorText();
 }
 
 }  // namespace fenlux::refhost

@@ -23,10 +23,10 @@
 
 #include "common/mutex.h"
 #include "common/thread_annotations.h"
-#include "refhost/base/live_value.h"
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/own_process.h"
+#include "refhost/emulator/sources/kernel/directory_watch.h"
 #include "refhost/emulator/sources/kernel/drain_round.h"
 #include "refhost/emulator/sources/kernel/event_paths.h"
 #include "refhost/emulator/sources/kernel/fanotify_group.h"
@@ -40,7 +40,6 @@ namespace {
 
 constexpr auto kUnjudgedVerdict = static_cast<std::uint32_t>(records::Verdict::kUnjudged);
 constexpr std::chrono::milliseconds kRenewInterval{400};
-constexpr std::size_t kMaxLines = 20;  // of the log, for one change of the watched directories
 
 class FanotifySource final : public EventSource, public std::enable_shared_from_this<FanotifySource> {
  public:
@@ -48,8 +47,10 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
                  UnjudgedPolicy unjudged);
 
   void Start() override;
-  void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override;
-  std::vector<WatchState> Watches() const override { return *watches.Get(); }
+  void Watch(std::uint64_t revision, const std::vector<std::string>& directories) override {
+    watch.Set(revision, directories);
+  }
+  std::vector<WatchState> Watches() const override { return watch.States(); }
   bool OnWatchdog() override;
   void Stop(std::chrono::milliseconds grace) override;
 
@@ -61,16 +62,13 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   bool ReadersBusy() const { return blockedReaders >= settings.threads; }
   // Responds to an event that was not delivered, and reports it if it is refused.
   void RespondUnjudged(const fanotify_event_metadata& event, UnjudgedCause cause);
-  // Keeps the marks on what the directories' names stand for.
-  void RenewWatches();
-  // Reads one event and responds without asking the module; false if there was none.
+  // Reads one event and responds without asking the module; false if none is queued.
   bool RespondToOne();
   // Empties the kernel's queue in the same way.
   void Drain() {
     while (RespondToOne()) {
     }
   }
-  void LogEach(EmulatorLogLevel level, const std::string& text, const std::vector<std::string>& lines);
 
   const std::shared_ptr<EmulatedDriver> driver;
   const KernelEventSettings settings;
@@ -82,14 +80,10 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   std::atomic<std::uint32_t> blockedReaders{0};  // inside the module, after their answer was taken
   ThreadCrew crew;
   EventPaths paths;
+  DirectoryWatch watch;
 
   Mutex drainMutex;  // the watchdog's thread and the one that stops
   SpareDescriptor drainSpare FENLUX_GUARDED_BY(drainMutex){wake.Get()};
-
-  Mutex watchMutex;
-  FanotifyMarks marks FENLUX_GUARDED_BY(watchMutex);
-  std::uint64_t watchRevision FENLUX_GUARDED_BY(watchMutex) = 0;
-  LiveValue<std::vector<WatchState>> watches{std::vector<WatchState>()};
 };
 
 // One thread that reads events and answers them, and what it keeps from one event to the next.
@@ -106,10 +100,10 @@ class FanotifySource::Reader final : public AnswerRelease {
         source.driver->Wake().Sleep(std::chrono::milliseconds(1));
       }
       if (source.stopping) return;
-      if (const auto event = source.group.Read(spare)) {
-        Handle(*event);
-        spare.TakeFrom(event->fd);
-      }
+      fanotify_event_metadata event{};
+      if (source.group.Read(spare, event) != ReadResult::kEvent) continue;
+      Handle(event);
+      spare.TakeFrom(event.fd);
     }
   }
 
@@ -127,6 +121,8 @@ class FanotifySource::Reader final : public AnswerRelease {
       // No rule can tell what is allowed for it.
       if (!path) return source.RespondUnjudged(event, UnjudgedCause::kPathNotEstablished);
       BuildKernelNotification(event, *path, message);
+    } catch (const NoDescriptors&) {
+      return source.RespondUnjudged(event, UnjudgedCause::kPathNotLookedUp);
     } catch (const std::exception&) {  // no memory
       return source.RespondUnjudged(event, UnjudgedCause::kNotBuilt);
     }
@@ -170,7 +166,7 @@ FanotifySource::FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver,
       unjudgedPolicy(unjudged),
       group(unjudged, *driver),
       wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      marks(group.Get(), KernelEventMask(settings), settings.recursive, paths) {
+      watch(group.Get(), settings, paths, driver->Hooks()) {
   if (!wake.Valid()) throw std::runtime_error("kernel events cannot be opened: " + LastErrorText());
   if (KernelEventMask(settings) == 0) throw std::runtime_error("no kind of kernel event is selected");
   for (const std::string& directory : settings.directories) {
@@ -187,51 +183,8 @@ void FanotifySource::Start() {
     crew.Add("a reader of kernel events", [self, reader = std::make_shared<Reader>(*self)] { reader->Run(); });
   }
   crew.Add("the watch of directories", [self] {
-    while (self->driver->Wake().Sleep(kRenewInterval)) self->RenewWatches();
+    while (self->driver->Wake().Sleep(kRenewInterval)) self->watch.Renew();
   });
-}
-
-void FanotifySource::Watch(std::uint64_t revision, const std::vector<std::string>& directories) {
-  FanotifyMarks::Change change;
-  {
-    const MutexLock lock(watchMutex);
-    if (stopping || revision <= watchRevision) return;
-    watchRevision = revision;
-    std::vector<std::string> wanted = settings.directories;
-    if (settings.followPolicy) wanted.insert(wanted.end(), directories.begin(), directories.end());
-    change = marks.Set(wanted);
-    watches.Set(marks.States());
-    if (stopping) FanotifyMarks::RemoveAll(group.Get());
-  }
-  LogEach(EmulatorLogLevel::kWarning, "Not watched: ", change.refused);
-  LogEach(EmulatorLogLevel::kDetail, "No longer watched: ", change.removed);
-  LogEach(EmulatorLogLevel::kDetail, "Watched: ", change.added);
-}
-
-// A file system may not answer, so nothing that has to end in time waits for the lock.
-void FanotifySource::RenewWatches() {
-  try {
-    FanotifyMarks::Change change;
-    {
-      const MutexLock lock(watchMutex);
-      if (stopping) return;
-      change = marks.Renew();
-      if (*watches.Get() != marks.States()) watches.Set(marks.States());
-      if (stopping) FanotifyMarks::RemoveAll(group.Get());
-    }
-    LogEach(EmulatorLogLevel::kWarning, "Watch lost: ", change.lost);
-    LogEach(EmulatorLogLevel::kDetail, "No longer watched: ", change.removed);
-    LogEach(EmulatorLogLevel::kWarning, "Not watched: ", change.refused);
-    LogEach(EmulatorLogLevel::kEvent, "Watched from now on: ", change.added);
-  } catch (const std::exception&) {  // no memory: in the next round
-  }
-}
-
-// A policy of thousands of directories must not fill the log.
-void FanotifySource::LogEach(EmulatorLogLevel level, const std::string& text, const std::vector<std::string>& lines) {
-  const std::size_t shown = std::min(lines.size(), kMaxLines);
-  for (std::size_t i = 0; i < shown; ++i) driver->Hooks().Log(level, text + lines[i]);
-  if (shown < lines.size()) driver->Hooks().Log(level, fmt::format("{}{} more", text, lines.size() - shown));
 }
 
 bool FanotifySource::OnWatchdog() {
@@ -246,7 +199,7 @@ bool FanotifySource::OnWatchdog() {
 
 void FanotifySource::Stop(std::chrono::milliseconds grace) {
   stopping = true;
-  FanotifyMarks::RemoveAll(group.Get());
+  watch.Stop();
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = ::write(wake.Get(), &one, sizeof(one));
   Drain();
@@ -270,12 +223,13 @@ void FanotifySource::RespondUnjudged(const fanotify_event_metadata& event, Unjud
 
 bool FanotifySource::RespondToOne() {
   const MutexLock lock(drainMutex);
-  const auto event = group.Read(drainSpare);
-  if (!event) return false;
+  fanotify_event_metadata event{};
+  const ReadResult result = group.Read(drainSpare, event);
+  if (result != ReadResult::kEvent) return result == ReadResult::kFailed;
   UnjudgedCause cause = stopping ? UnjudgedCause::kStopping : UnjudgedCause::kReadersBusy;
-  if (IsOwn(*event)) cause = UnjudgedCause::kOwnProcess;
-  RespondUnjudged(*event, cause);
-  drainSpare.TakeFrom(event->fd);
+  if (IsOwn(event)) cause = UnjudgedCause::kOwnProcess;
+  RespondUnjudged(event, cause);
+  drainSpare.TakeFrom(event.fd);
   return true;
 }
 

@@ -1,0 +1,41 @@
+// A directory that was found by its name once. What is done with it afterwards is done to this directory, even if its
+// name stands for another one by then.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/base/platform/descriptor_posix.h"
+#include "refhost/emulator/sources/kernel/file_status.h"
+
+namespace fenlux::refhost {
+
+// Its mount exists, and keeps its id, as long as this does. It cannot be unmounted meanwhile.
+struct OpenDirectory {
+  Descriptor descriptor;  // opened with O_PATH
+  FileIdentity identity;
+  std::uint64_t mountId;
+  std::string path;  // as /proc shows it
+};
+
+// A directory to be watched, or why there is none.
+struct FoundDirectory {
+  std::shared_ptr<const OpenDirectory> directory;
+  std::string refusal;  // why it cannot be watched; empty if it can
+};
+
+// Why a directory is never watched, whatever its name; empty if it may be.
+std::string NeverWatched(const FileIdentity& identity);
+
+// The directory of this absolute name, with symbolic links resolved. Throws std::bad_alloc and NoDescriptors.
+FoundDirectory FindDirectory(const std::string& name);
+// The same of a name in a directory, unless it is a symbolic link. Without a refusal, there is none of that name.
+FoundDirectory FindDirectory(const OpenDirectory& parent, const std::string& name);
+
+// The names of the directories in a directory. Sets `refusal` if they cannot all be read. Throws
+// std::bad_alloc and NoDescriptors.
+std::vector<std::string> DirectoriesIn(const OpenDirectory& parent, std::string& refusal);
+
+}  // namespace fenlux::refhost
