@@ -47,6 +47,16 @@ else()
   set(FENLUX_DEVELOPMENT_COMPONENTS runtime development)
 endif()
 
+# Runs the small host on the notifications of the scripted example (scripted.cmake), which it has to judge like the
+# reference host.
+function(run_small_host program module)
+  run(output ${program} ${module} ${FENLUX_WORK_DIR}/scripted/notifications.txt)
+  if(NOT output MATCHES "([0-9]+) of ([0-9]+) verdicts as expected" OR NOT CMAKE_MATCH_1 EQUAL CMAKE_MATCH_2)
+    message(FATAL_ERROR "the small host printed:\n${output}")
+  endif()
+  message(STATUS "the small host: ${CMAKE_MATCH_0}")
+endfunction()
+
 # install_components(<prefix> <component>...)
 function(install_components prefix)
   foreach(component ${ARGN})
