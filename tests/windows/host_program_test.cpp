@@ -276,6 +276,24 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
   EXPECT_TRUE(Contains(outcome.out, "  driver_version         19072701\n")) << outcome.out;
 }
 
+TEST(HostProgram, DrivesADriverThroughTheFilterManagersFunctions) {
+  const HostSetup setup;
+  const auto config =
+      setup.Write("host.toml", "[driver]\nport = 'filter-manager'\nfilter_library = '" +
+                                   Utf8(ProgramDirectory() / "fenlux-filter-stand-in.dll") + "'\nthreads = 2\n");
+  const std::vector<std::string> arguments{"drive",   "--config", Utf8(config), "--duration", "1s",
+                                           "--limit", "60s",      "--timeout",  "60s"};
+  const ProgramOutcome clean = RunHostProgram(setup, arguments);
+  EXPECT_EQ(clean.code, 0) << clean.out << clean.err;
+  EXPECT_TRUE(Contains(clean.out, "  ok        reconnect  ")) << clean.out;
+  EXPECT_TRUE(Contains(clean.out, "\nclean\n")) << clean.out;
+  // The stand-in delivers its messages and closes the connection.
+  const ProgramOutcome dropped = RunHostProgram(setup, arguments, {L"FENLUX_STAND_IN_MESSAGES=3"});
+  EXPECT_EQ(dropped.code, 4) << dropped.out << dropped.err;
+  EXPECT_TRUE(Contains(dropped.out, "\nWRONG connection: connection: ended by the driver\n")) << dropped.out;
+  EXPECT_TRUE(Contains(dropped.out, "  ok        notification-code ")) << dropped.out;
+}
+
 TEST(HostProgram, ReplaysTheScriptedExampleAsItWasRecorded) {
   const HostSetup setup;
   const std::string capture = Utf8(setup.Path() / L"port-\u00FC.pcapng");

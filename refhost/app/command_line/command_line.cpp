@@ -49,6 +49,7 @@ std::unique_ptr<CLI::App> MakeCommandLine(int& code) {
   AddRun(*app, code);
   AddCheck(*app, code);
   AddDecode(*app, code);
+  AddDrive(*app, code);
   AddReplay(*app, code);
   AddReport(*app, code);
   AddExplain(*app, code);

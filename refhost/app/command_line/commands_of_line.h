@@ -8,6 +8,7 @@ namespace fenlux::refhost {
 void AddRun(CLI::App& app, int& code);
 void AddCheck(CLI::App& app, int& code);
 void AddDecode(CLI::App& app, int& code);
+void AddDrive(CLI::App& app, int& code);
 void AddReplay(CLI::App& app, int& code);
 void AddReport(CLI::App& app, int& code);
 void AddExplain(CLI::App& app, int& code);

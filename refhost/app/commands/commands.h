@@ -64,6 +64,22 @@ struct ReplayOptions {
 // ends the process.
 int ReplayCapture(const ReplayOptions& options);
 
+struct DriveOptions {
+  boost::filesystem::path config;
+  boost::filesystem::path module;  // overrides the configuration unless empty
+  boost::filesystem::path record;  // capture to keep; empty: none is kept
+  std::chrono::milliseconds timeout{15'000};
+  std::chrono::milliseconds requestLimit{2'000};
+  std::chrono::milliseconds notifications{5'000};
+  bool reconnect = true;  // make the module close the connection and connect again
+  bool json = false;
+  bool insecurePermissions = false;  // as root, use files that other users may change
+};
+
+// Lets the module go through the protocol with a driver, and shows what the driver does wrong. Returns only if the host
+// could not be created; otherwise ends the process.
+int DriveDriver(const DriveOptions& options);
+
 struct ReportOptions {
   boost::filesystem::path file;
   boost::filesystem::path html;  // to write; replaced if it exists

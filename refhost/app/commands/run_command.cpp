@@ -15,13 +15,12 @@
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/metrics/host_metrics.h"
 #include "refhost/app/metrics/metrics_server.h"
-#include "refhost/app/platform/module_loader.h"
 #include "refhost/app/platform/process_end.h"
 #include "refhost/app/platform/signals.h"
 #include "refhost/app/problem_output.h"
 #include "refhost/app/reference_host.h"
-#include "refhost/app/security/file_trust.h"
 #include "refhost/app/security/privileges.h"
+#include "refhost/app/security/run_files.h"
 #include "refhost/app/security/trusted_log.h"
 #include "refhost/app/service/service_reports.h"
 #include "refhost/app/stop_deadline.h"
@@ -101,18 +100,6 @@ std::unique_ptr<MetricsServer> OpenMetrics(const MetricsSettings& settings) {
 void ServeMetrics(ReferenceHost& host, MetricsServer& server) {
   server.Start([&host] { return MetricsText(host.Status()); });
   host.Log(Severity::kEvent, "[host] metrics at " + server.Url());
-}
-
-// Why root must not use the files that a run depends on; empty if it may.
-std::string UntrustedFile(const RunOptions& options, const HostConfig& config) {
-  if (options.insecurePermissions) return {};
-  const boost::filesystem::path& module = options.module.empty() ? config.start.moduleLibrary : options.module;
-  for (const auto& file : {options.config, config.emulator.scenarioFile, config.reloadable.module.configBlockFile,
-                           module.empty() ? DefaultModuleLibrary() : module, config.start.log.file}) {
-    std::string reason = file.empty() ? std::string() : WhyUntrusted(file);
-    if (!reason.empty()) return reason;
-  }
-  return {};
 }
 
 // Null if no file is configured.
@@ -228,8 +215,10 @@ int RunHost(const RunOptions& options) {
   config.start.log.colors = options.colors;
   const bool stopAtEnd = config.start.stopAtEnd;
   const ServiceManager manager;
-  if (const std::string reason = UntrustedFile(options, config); !reason.empty())
-    return Fail(kExitUsage, options, reason);
+  if (!options.insecurePermissions) {
+    const std::string reason = UntrustedFile(options.config, options.module, config);
+    if (!reason.empty()) return Fail(kExitUsage, options, reason);
+  }
 
   std::unique_ptr<ReferenceHost> host;
   std::unique_ptr<ControlThread> controlThread;

@@ -1,0 +1,21 @@
+// The operations that make the module send every command of the protocol.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "refhost/app/control/control_arguments.h"
+
+namespace fenlux::refhost {
+
+// An operation by the name and with the arguments that `ctl` has for it.
+struct DriveStep {
+  std::string_view operation;
+  ControlArguments arguments;
+};
+
+// In the order in which they are sent. The switches and modes end as they began. An emulated driver also gets the id of
+// a system process; a real one has those of the real processes, which must stay.
+std::vector<DriveStep> DriveSteps(bool emulated);
+
+}  // namespace fenlux::refhost
