@@ -1,14 +1,14 @@
 // Decoding of a capture into nothing, compared with reading the same file, in one run, so that the ratio holds on any
 // machine.
 //
-// Usage: fenlux_decode_bench [MEBIBYTES]. Writes a capture of that size (default: 64), then reads and decodes it in
-// turn. Prints the best time of each, their ratio, and the memory that decoding took.
+// Writes a capture, then reads and decodes it in turn. Prints the best time of each, their ratio, and the memory that
+// decoding took.
 #include <fmt/format.h>
 #include <sys/resource.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <exception>
@@ -135,8 +135,10 @@ void Run(std::uint64_t mebibytes) {
 }  // namespace fenlux::bench
 
 int main(int count, char** arguments) {
+  CLI::App line("What decoding of a capture costs, compared with reading the file.");
   std::uint64_t mebibytes = 64;
-  if (count > 1) std::from_chars(arguments[1], arguments[1] + std::strlen(arguments[1]), mebibytes);
+  line.add_option("mebibytes", mebibytes, "the size of the capture (64)")->check(CLI::Range(1, 65536));
+  CLI11_PARSE(line, count, arguments);
   try {
     fenlux::bench::Run(mebibytes);
   } catch (const std::exception& error) {

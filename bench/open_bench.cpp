@@ -1,18 +1,20 @@
 // The guarded open, measured: what opening a file costs beside no monitor, beside the least monitor there can be, and
 // beside a host with the module. All are measured in turn in one run, so that their ratios hold on any machine.
 //
-// Usage: fenlux_open_bench [ROUNDS [programs|recorded|logged]]. Needs Linux and root. Prints the median of each and
-// their ratios. With "programs", a rule of the host names a program, so that every event's program is established, too.
-// With "recorded", the host is also measured while it records its port. With "logged", it is measured without the
-// decision log and with it; otherwise it has the log of refusals, as it has by default.
+// Needs Linux and root. Prints the median of each and their ratios.
+#include <Poco/Net/HTTPClientSession.h>
+#include <Poco/Net/HTTPRequest.h>
+#include <Poco/Net/HTTPResponse.h>
+#include <Poco/URI.h>
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <exception>
+#include <future>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -24,6 +26,8 @@
 #include "bench/bare_monitor.h"
 #include "bench/bind_mount.h"
 #include "bench/opener.h"
+#include "refhost/app/metrics/host_metrics.h"
+#include "refhost/app/metrics/metrics_server.h"
 #include "refhost/app/platform/process_end.h"
 #include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
@@ -43,6 +47,7 @@ struct Variant {
   std::string file;
   std::vector<std::uint64_t> times;
   bool recorded = false;
+  bool metrics = false;               // they are served, and read during every round
   const char* decisionLog = nullptr;  // the setting of that name to switch to; null: as it is
 
   double Median() {
@@ -100,11 +105,43 @@ void AwaitJudging(const refhost::ReferenceHost& host, Opener& opener, const std:
   throw std::runtime_error("the host judges nothing");
 }
 
+// The host's metrics over HTTP, and a reader of them on another thread: far more often than any Prometheus reads.
+class ReadMetrics {
+ public:
+  explicit ReadMetrics(const refhost::ReferenceHost& host) {
+    server.Start([&host] { return refhost::MetricsText(host.Status()); });
+    reading = std::async(std::launch::async, [url = server.Url()] { return TextAt(url); });
+  }
+  // Waits for the reader. Throws std::runtime_error if there were no metrics.
+  void Finish() {
+    if (reading.get().find("fenlux_notifications_total") == std::string::npos) {
+      throw std::runtime_error("the host serves no metrics");
+    }
+  }
+
+ private:
+  static std::string TextAt(const std::string& url) {
+    const Poco::URI place(url);
+    Poco::Net::HTTPClientSession session(place.getHost(), place.getPort());
+    Poco::Net::HTTPRequest request(Poco::Net::HTTPRequest::HTTP_GET, place.getPath());
+    session.sendRequest(request);
+    Poco::Net::HTTPResponse response;
+    std::istream& body = session.receiveResponse(response);
+    return {std::istreambuf_iterator<char>(body), std::istreambuf_iterator<char>()};
+  }
+
+  refhost::MetricsServer server{{"127.0.0.1", 0}};
+  std::future<std::string> reading;
+};
+
 // The opens of one round, in nanoseconds. Nothing may be missing in a recording of them.
 std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost::ReferenceHost& host,
                                  const boost::filesystem::path& capture) {
   if (variant.recorded) host.Recording().Start(capture);
+  std::optional<ReadMetrics> metrics;
+  if (variant.metrics) metrics.emplace(host);
   std::vector<std::uint64_t> times = opener.Open(variant.file);
+  if (metrics) metrics->Finish();
   if (variant.recorded) {
     host.Recording().Stop();
     const auto status = host.Recording().Status();
@@ -122,7 +159,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
   const auto directory = [&files](const char* name) { return files.MakeDirectory(name).string(); };
   std::vector<Variant> variants;
   const auto add = [&](const char* name, const char* folder) {
-    variants.push_back({name, files.MakeFile(std::string(folder) + "/file.txt").string(), {}, false, nullptr});
+    variants.push_back({.name = name, .file = files.MakeFile(std::string(folder) + "/file.txt").string(), .times = {}});
   };
 
   directory("none");
@@ -141,13 +178,16 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
   const bool programs = mode == "programs";
   const auto host = HostOf(WriteConfig(files, guarded, programs, "refused"));
   AwaitJudging(*host, opener, variants.back().file);
-  if (mode == "recorded") {
-    variants.push_back({"host with the module, recorded", variants.back().file, {}, true, nullptr});
-  }
-  if (mode == "logged") {
+  Variant further = variants.back();
+  further.recorded = mode == "recorded";
+  further.metrics = mode == "observed";
+  if (further.recorded) further.name = "host with the module, recorded";
+  if (mode == "logged" || mode == "observed") {
+    further.name = further.metrics ? "the same, with decision log and metrics" : "the same, with the decision log";
+    further.decisionLog = "refused";
     variants.back().decisionLog = "off";
-    variants.push_back({"the same, with the decision log", variants.back().file, {}, false, "refused"});
   }
+  if (further.recorded || further.decisionLog != nullptr) variants.push_back(further);
   const auto prepare = [&](const Variant& variant) {
     if (variant.decisionLog == nullptr) return;
     WriteConfig(files, guarded, programs, variant.decisionLog);
@@ -194,6 +234,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
     if (mode == "recorded")
       fmt::print("recording costs a factor of {:.3f} in {} opens, without a lost message\n", factor, opens);
     if (mode == "logged") fmt::print("the decision log costs a factor of {:.3f} in {} opens\n", factor, opens);
+    if (mode == "observed") fmt::print("decision log and metrics cost a factor of {:.3f} in {} opens\n", factor, opens);
   }
   host->Stop();
   otherMount.reset();
@@ -206,10 +247,19 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
 }  // namespace fenlux::bench
 
 int main(int count, char** arguments) {
+  CLI::App line("What opening a file costs beside no monitor, bare monitors, and a host with the module. Needs root.");
   std::size_t rounds = 40;
-  if (count > 1) std::from_chars(arguments[1], arguments[1] + std::strlen(arguments[1]), rounds);
+  std::string mode;
+  line.add_option("rounds", rounds, "rounds of 500 opens of each kind (40)")->check(CLI::PositiveNumber);
+  line.add_option("mode", mode,
+                  "programs: a rule of the host names a program, so that every event's program is established, too\n"
+                  "recorded: also while the host records its port\n"
+                  "logged: without the decision log, and with the one of refusals, which is the default\n"
+                  "observed: without decision log and metrics, and with both; the metrics are read in every round")
+      ->check(CLI::IsMember({"programs", "recorded", "logged", "observed"}));
+  CLI11_PARSE(line, count, arguments);
   try {
-    fenlux::bench::Run(rounds, count > 2 ? arguments[2] : "");
+    fenlux::bench::Run(rounds, mode);
   } catch (const std::exception& error) {
     fmt::print(stderr, "fenlux_open_bench: {}\n", error.what());
   }
