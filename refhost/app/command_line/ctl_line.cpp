@@ -19,6 +19,8 @@ struct OperationValues {
   std::map<std::string, bool> flags;
 };
 
+bool MayBeAbsent(ArgumentKind kind) { return kind == ArgumentKind::kOption || kind == ArgumentKind::kIntegerOption; }
+
 void AddArgument(CLI::App& command, const ControlArgument& argument, OperationValues& values) {
   const std::string name(argument.name);
   const std::string help(argument.help);
@@ -26,14 +28,15 @@ void AddArgument(CLI::App& command, const ControlArgument& argument, OperationVa
     command.add_flag("--" + name, values.flags[name], help);
     return;
   }
-  const bool named = argument.kind == ArgumentKind::kOption || argument.kind == ArgumentKind::kRequiredOption;
+  const bool named = MayBeAbsent(argument.kind) || argument.kind == ArgumentKind::kRequiredOption;
   CLI::Option* const option = command.add_option((named ? "--" : "") + name, values.texts[name], help);
-  option->required(argument.kind != ArgumentKind::kOption);
+  option->required(!MayBeAbsent(argument.kind));
   switch (argument.kind) {
     case ArgumentKind::kOnOff:
       option->type_name("on|off")->check(OneOf("on|off"));
       break;
     case ArgumentKind::kInteger:
+    case ArgumentKind::kIntegerOption:
       option->type_name("N")->check(IntegerBetween(argument.min, argument.max));
       break;
     case ArgumentKind::kOption:
@@ -56,7 +59,7 @@ ControlOptions OptionsOf(const ControlOperation& operation, const OperationValue
       if (values.flags.at(name)) options.request.arguments[name] = "true";
     } else if (argument.kind == ArgumentKind::kItemFile) {
       options.items = values.texts.at(name);
-    } else if (argument.kind != ArgumentKind::kOption || !values.texts.at(name).empty()) {
+    } else if (!MayBeAbsent(argument.kind) || !values.texts.at(name).empty()) {
       const std::string& text = values.texts.at(name);
       options.request.arguments[name] =
           argument.kind == ArgumentKind::kPath ? boost::filesystem::absolute(text).string() : text;

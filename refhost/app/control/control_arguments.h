@@ -23,6 +23,7 @@ enum class ArgumentKind {
   kFlag,            // "--name"; present or absent
   kOnOff,           // "on" or "off"
   kOption,          // "--name VALUE"; may be absent
+  kIntegerOption,   // "--name N"; may be absent
   kRequiredOption,  // "--name VALUE"
 };
 

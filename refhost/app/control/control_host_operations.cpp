@@ -50,7 +50,7 @@ const ControlOperation kHostOperations[] = {
      {{"refused", ArgumentKind::kFlag, "only events whose operation was refused, or would have been"},
       {"path", ArgumentKind::kOption, "only events with a path that matches this pattern"},
       {"process", ArgumentKind::kOption, "only events of programs whose path matches this pattern"},
-      {"code", ArgumentKind::kOption, "only notifications with this code"}},
+      {"code", ArgumentKind::kIntegerOption, "only notifications with this code"}},
      [](Host& host, const Arguments& arguments) { return WatchReport(WholeHost(host).Events(), arguments); },
      true,
      [](const Report&) { return std::string(); }},  // `ctl` shows the events itself
@@ -84,8 +84,8 @@ const ControlOperation kHostOperations[] = {
      "Show which rule in force would decide about an event, and why not the earlier ones",
      {{"path", ArgumentKind::kRequiredOption, "path of the event"},
       {"process", ArgumentKind::kOption, "path of the program that performs the operation"},
-      {"pid", ArgumentKind::kOption, "process whose program it is"},
-      {"code", ArgumentKind::kOption,
+      {"pid", ArgumentKind::kIntegerOption, "process whose program it is"},
+      {"code", ArgumentKind::kIntegerOption,
        "notification code; 4097, a file that is opened, if neither it nor an event is given"},
       {"event", ArgumentKind::kOption, "name of an event, as in rules"}},
      [](Host& host, const Arguments& arguments) {
