@@ -16,7 +16,7 @@ import sys
 DEPRECATION = ["-std=c++26", "-fsyntax-only", "-Wdeprecated", "-Werror=deprecated", "-Wdeprecated-declarations",
                "-Werror=deprecated-declarations"]
 # Where the sources find what they would find in an installed package.
-KIT = ["-Ihostkit/include", "-Idriver/include", "-Isrc", "-Irefhost", "-I."]
+KIT = ["-DMODULE_NAME=\"\"", "-Ihostkit/include", "-Idriver/include", "-Isrc", "-Irefhost", "-I."]
 # A host that does not use the build: any source of the module has the options that it needs.
 MODEL = "src/core/fenlux_impl.cpp"
 

@@ -86,7 +86,7 @@ void DriverExamination::AddRequest(const Exchange& exchange) {
     return;
   }
   std::uint64_t& lastSuccess = connections[exchange.header.connection].lastSuccess;
-  lastSuccess = std::max(lastSuccess, exchange.reply->time);
+  lastSuccess = std::max(lastSuccess, exchange.message.time);
   AddRequestTime(exchange, record);
   if (command == FENLUX_COMMAND_DRIVER_VERSION) AddVersionReply(exchange);
 }
@@ -134,7 +134,7 @@ void DriverExamination::AddVersionReply(const Exchange& exchange) {
 }
 
 // The module's close is recorded before it happens, a driver's when the module has noticed it: by then, requests may
-// have failed because of it, and none has succeeded since.
+// have failed because of it, and none that was sent later has succeeded.
 bool DriverExamination::EndedWith(const Failure& failure) const {
   const auto found = connections.find(failure.place.connection);
   if (found == connections.end() || !found->second.closed) return false;

@@ -60,7 +60,7 @@ class DriverExamination {
     std::uint64_t closeTime = 0;
     std::string reason = {};
     std::string lastRequest = {};
-    std::uint64_t lastSuccess = 0;  // when the driver last took a request
+    std::uint64_t lastSuccess = 0;  // when the last request was sent that the driver took
   };
   // A request that failed, or has no answer.
   struct Failure {

@@ -113,6 +113,17 @@ TEST_F(Marks, AreThoseOfTheDirectoryThatANameFirstStoodFor) {
   EXPECT_THAT(group.Inodes(), UnorderedElementsAre(other, belowOther));
 }
 
+TEST_F(Marks, OfADirectoryThatComesLaterComeWithItsPaths) {
+  const std::string later = directory.Path().string() + "/later";
+  FanotifyMarks marks = Single();
+  EXPECT_THAT(marks.Set({later}).refused, ElementsAre(later + ": No such file or directory"));
+  directory.MakeDirectory("later");
+  const std::string inLater = directory.MakeFile("later/file").string();
+  EXPECT_THAT(marks.Renew().added, ElementsAre(later));
+  EXPECT_THAT(group.Inodes(), UnorderedElementsAre(InodeOf(later)));
+  EXPECT_EQ(EstablishedPath(paths, inLater), inLater);
+}
+
 TEST_F(Marks, OfOtherDirectoriesStayWhenARenamedOneLeaves) {
   FanotifyMarks marks = Single();
   marks.Set({first, second});
