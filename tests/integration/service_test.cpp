@@ -206,7 +206,7 @@ TEST(ServiceUnit, IsValid) {
 }
 
 // A host whose log has been renamed.
-class LogFile : public ::testing::Test {
+class RenamedLogFile : public ::testing::Test {
  protected:
   void SetUp() override {
     setup.WriteHost("[log]\nfile = 'host.log'\n");
@@ -225,7 +225,7 @@ class LogFile : public ::testing::Test {
   std::unique_ptr<HostProcess> process;
 };
 
-TEST_F(LogFile, IsOpenedAgainOnSighup) {
+TEST_F(RenamedLogFile, IsOpenedAgainOnSighup) {
   Host().Signal(SIGHUP);
   ASSERT_TRUE(Eventually([&] { return Contains(TextOf(file), "[host] configuration reloaded"); }));
   EXPECT_TRUE(Contains(TextOf(renamed), "Driver Interact Ready."));
@@ -234,14 +234,14 @@ TEST_F(LogFile, IsOpenedAgainOnSighup) {
   EXPECT_EQ(Host().Stop().code, 0);
 }
 
-TEST_F(LogFile, IsOpenedAgainThoughTheConfigurationHasErrors) {
+TEST_F(RenamedLogFile, IsOpenedAgainThoughTheConfigurationHasErrors) {
   setup.Write("host.toml", "nonsense = 1\n");
   Host().Signal(SIGHUP);
   ASSERT_TRUE(Eventually([&] { return Contains(TextOf(file), "[host] configuration not reloaded"); }));
   EXPECT_EQ(Host().Stop().code, 0);
 }
 
-TEST_F(LogFile, ThatCannotBeOpenedAgainStaysOpen) {
+TEST_F(RenamedLogFile, ThatCannotBeOpenedAgainStaysOpen) {
   setup.Directory("host.log");
   Host().Signal(SIGHUP);
   EXPECT_TRUE(Host().WaitForError("[host] the log stays in the file that is open: the log file " + file.string() +
