@@ -45,11 +45,6 @@ std::uint32_t CommandOf(const MessageBytes& request) {
   return FenluxLoadU32(request.data() + offsetof(FenluxRequestHeader, command));
 }
 
-bool BelongsToPolicy(std::uint32_t command) {
-  return command == FENLUX_COMMAND_ADD_MONITOR_OBJECT || command == FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS ||
-         command == FENLUX_COMMAND_DUMP_DEBUG_INFO || command == FENLUX_COMMAND_DRIVER_CONFIG;
-}
-
 bool BeginsPolicy(std::uint32_t command) {
   return command == FENLUX_COMMAND_ADD_MONITOR_OBJECT || command == FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS ||
          command == FENLUX_COMMAND_DRIVER_CONFIG;

@@ -22,8 +22,7 @@ std::uint32_t CommandOf(const MessageBytes& request);
 // The command for people: "request 13 (driver version)".
 std::string RequestName(std::uint32_t command);
 
-// Whether the module sends the command when it applies its policy, and whether it may be the first that it sends then.
-bool BelongsToPolicy(std::uint32_t command);
+// Whether the command may be the first that the module sends when it applies its policy.
 bool BeginsPolicy(std::uint32_t command);
 
 // The decision that a recorded judgement states; nullopt if it states none.

@@ -146,7 +146,7 @@ std::shared_ptr<PlayedRequest> ReplayPlayer::AwaitRequest(const Packet& packet, 
     // A commit that no policy precedes clears the objects, as a host does when it stops the module's work.
     const bool clears = command == FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS && !outline.calls && !policyDue;
     if (clears && isLate) StopUnrecorded(true);
-    if (!clears && BelongsToPolicy(command) && (policyDue || isLate)) NotifyOfPolicy();
+    if (!clears && capture::BelongsToPolicy(command) && (policyDue || isLate)) NotifyOfPolicy();
     request = port->Take(accepts, kPolicyInterval);
   }
   return request;

@@ -95,14 +95,21 @@ class OutlineReader {
     const auto message = WholeMessage(packet.message, packet.originalSize, buffer);
     FenluxRequestView view;
     if (FenluxParseRequest(message.data(), message.size(), &view) != FENLUX_OK) return;
-    // A connection's first request sets the four switches.
-    if (!connection.anyRequest) connection.opening = view.command == FENLUX_COMMAND_SPSP_STATE;
     connection.anyRequest = true;
-    // One thread of the module registers system processes while another applies the policy. What comes after that is
-    // the host's doing, as are the processes that it registers itself.
-    const bool isProcess = view.command == FENLUX_COMMAND_SYSTEM_PROCESS;
-    const bool isOpening = isProcess ? !outline.registersProcess : !connection.applied;
-    if (connection.opening && isOpening) AddRequest(view, connection);
+    // One thread of the module sends the four switches first and then registers system processes. Another one applies
+    // the policy meanwhile, and may be faster.
+    if (!connection.anyOutsidePolicy && !BelongsToPolicy(view.command)) {
+      connection.anyOutsidePolicy = true;
+      connection.opening = view.command == FENLUX_COMMAND_SPSP_STATE && !outline.sendsSwitches;
+    }
+    if (IsOpening(view.command, connection)) AddRequest(view, connection);
+  }
+
+  // What comes after the opening is the host's doing, as are the processes that it registers itself.
+  bool IsOpening(std::uint32_t command, const ConnectionOutline& connection) const {
+    if (command == FENLUX_COMMAND_SYSTEM_PROCESS) return !outline.registersProcess;
+    if (command == FENLUX_COMMAND_SPSP_STATE) return connection.settings.spsp.empty();
+    return !connection.applied;
   }
 
   void Close(const Packet& packet) {
@@ -123,6 +130,7 @@ class OutlineReader {
     if (!call || operation == call->end()) return;
     if (*operation == "start-work") outline.startsWork = true;
     if (*operation == "register-process") outline.registersProcess = true;
+    if (*operation == "spsp") outline.sendsSwitches = true;
   }
 
   CaptureOutline& outline;
@@ -130,6 +138,11 @@ class OutlineReader {
 };
 
 }  // namespace
+
+bool BelongsToPolicy(std::uint32_t command) {
+  return command == FENLUX_COMMAND_ADD_MONITOR_OBJECT || command == FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS ||
+         command == FENLUX_COMMAND_DUMP_DEBUG_INFO || command == FENLUX_COMMAND_DRIVER_CONFIG;
+}
 
 std::string CaptureOutline::Obstacle() const {
   if (!isCapture) return "it is not a capture";
@@ -151,6 +164,9 @@ CaptureOutline ReadOutline(std::istream& stream, const std::function<void(std::u
                              if (outline.problems.size() < kMaxProblems) outline.problems.push_back(problem);
                            },
                        .progress = progress});
+  for (auto& [number, connection] : outline.connections) {
+    if (!connection.opening) connection.settings = {};
+  }
   outline.isCapture = reader.IsCapture();
   outline.cutOff = reader.CutOff();
   return outline;

@@ -26,6 +26,7 @@ struct ObservedSettings {
 struct ConnectionOutline {
   std::vector<std::uint8_t> context;  // the connect context
   bool anyRequest = false;
+  bool anyOutsidePolicy = false;  // there was a request of another thread than the one that applies the policy
   bool opening = false;  // the capture has the connection from its first request on
   bool applied = false;  // the policy was sent; what follows changes nothing in `settings`
   bool closed = false;
@@ -43,12 +44,16 @@ struct CaptureOutline {
   bool calls = false;             // there are some
   bool startsWork = false;        // the host's call is one of them
   bool registersProcess = false;  // so is one to register a system process
+  bool sendsSwitches = false;     // so is one to send the four switches
   std::string facts;              // the first ones; empty if there are none
   std::map<std::uint32_t, ConnectionOutline> connections;
 
   // Why the capture cannot be replayed; empty if it can.
   std::string Obstacle() const;
 };
+
+// Whether the module sends the command while it applies the policy.
+bool BelongsToPolicy(std::uint32_t command);
 
 // Reads the whole stream. `progress` is called now and then with the offset; it may be empty.
 CaptureOutline ReadOutline(std::istream& stream, const std::function<void(std::uint64_t offset)>& progress);

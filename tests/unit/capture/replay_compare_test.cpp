@@ -3,6 +3,8 @@
 
 #include <fstream>
 #include <iterator>
+#include <sstream>
+#include <utility>
 
 #include "refhost/capture/replay/capture_outline.h"
 #include "refhost/capture/replay/message_difference.h"
@@ -118,6 +120,46 @@ TEST(ReplayOutline, TheOpeningTellsWhatTheHostGaveTheModule) {
   EXPECT_THAT(outline.facts, HasSubstr("{"));
   ASSERT_FALSE(outline.connections.empty());
   EXPECT_EQ(outline.connections.begin()->second.context.size(), 16u);
+}
+
+// A connection whose requests are these vectors, in this order.
+ConnectionOutline OutlineOf(const std::vector<std::string>& requests, const std::string& call = {}) {
+  CaptureText capture;
+  capture.Add(Kind::kConnectContext, 0, "context");
+  if (!call.empty()) capture.Add(Kind::kCall, 0, call);
+  std::uint64_t exchange = 0;
+  for (const std::string& request : requests) {
+    const Message message = Vector("request/" + request);
+    capture.Add(Kind::kRequest, ++exchange, {reinterpret_cast<const char*>(message.data()), message.size()});
+  }
+  std::istringstream stream(capture.Text());
+  return ReadOutline(stream, {}).connections.at(1);
+}
+
+TEST(ReplayOutline, ThePolicyMayComeBeforeTheRequestsOfTheOpening) {
+  const std::vector<std::string> policy{"01-directory", "03-commit-type-2", "11-dump", "24-block"};
+  const std::vector<std::string> opening{"12-all", "13-version", "20-csrss"};
+  for (const auto& [first, second] : {std::pair(policy, opening), std::pair(opening, policy)}) {
+    std::vector<std::string> requests = first;
+    requests.insert(requests.end(), second.begin(), second.end());
+    const ConnectionOutline connection = OutlineOf(requests);
+    EXPECT_TRUE(connection.opening);
+    EXPECT_EQ(connection.settings.spsp.size(), 4u);
+    EXPECT_EQ(connection.settings.paths.size(), 1u);
+    EXPECT_FALSE(connection.settings.configBlock.empty());
+    EXPECT_EQ(connection.settings.systemProcesses.size(), 1u);
+  }
+}
+
+TEST(ReplayOutline, ACaptureThatBeginsInTheMiddleHasNoOpening) {
+  for (const ConnectionOutline& connection :
+       {OutlineOf({"01-directory", "13-version", "12-all"}), OutlineOf({"01-directory", "24-block"}),
+        OutlineOf({"12-all"}, R"({"operation":"spsp"})")}) {
+    EXPECT_FALSE(connection.opening);
+    EXPECT_TRUE(connection.settings.paths.empty());
+    EXPECT_TRUE(connection.settings.configBlock.empty());
+    EXPECT_TRUE(connection.settings.spsp.empty());
+  }
 }
 
 TEST(ReplayOutline, ARefusedConnectionHasTheDriversReason) {
