@@ -27,8 +27,8 @@ struct ConnectionOutline {
   std::vector<std::uint8_t> context;  // the connect context
   bool anyRequest = false;
   bool anyOutsidePolicy = false;  // there was a request of another thread than the one that applies the policy
-  bool opening = false;  // the capture has the connection from its first request on
-  bool applied = false;  // the policy was sent; what follows changes nothing in `settings`
+  bool opening = false;           // the capture has the connection from its first request on
+  bool applied = false;           // the policy was sent; what follows changes nothing in `settings`
   bool closed = false;
   std::optional<std::string> refused;  // the driver's reason, if it refused the connection
   ObservedSettings settings;
