@@ -42,6 +42,7 @@ Report ConnectionReport(const StatusFacts& facts) {
 
 std::vector<std::string> DirectoryTexts(const std::vector<PolicyDirectory>& directories) {
   std::vector<std::string> texts;
+  texts.reserve(directories.size());
   for (const PolicyDirectory& directory : directories) {
     texts.push_back(directory.missing.empty() ? directory.path + ": watched"
                                               : fmt::format("{}: not watched: {}", directory.path, directory.missing));
