@@ -51,7 +51,7 @@ TEST_F(Watch, ShowsTwoWatchersWhatEachAskedFor) {
   const std::string objects = home.Out();
   EXPECT_EQ(JsonValue(objects.substr(0, objects.find('\n')), "path"), "/home/b.txt") << objects;
   EXPECT_EQ(JsonValue(objects.substr(0, objects.find('\n')), "code"), "4100");
-  EXPECT_EQ(CountOf(objects, "/srv/"), 0u) << objects;
+  EXPECT_EQ(CountOf(objects, "\"path\":\"/srv/"), 0u) << objects;  // the clone itself may be in /srv
   refused.Signal(SIGINT);
   EXPECT_EQ(refused.Wait().code, 128 + SIGINT);
 }
