@@ -7,6 +7,8 @@
 
 namespace fenlux::refhost {
 
+inline constexpr char kOutOfMemory[] = "out of memory";
+
 // One line, or several. As JSON one object per line, like those of the log: "severity" and "text". Every line has its
 // line end, and is escaped as all output is.
 std::string ProblemLines(const std::string& text, bool json);

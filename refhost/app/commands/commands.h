@@ -76,8 +76,8 @@ struct DriveOptions {
   bool insecurePermissions = false;  // as root, use files that other users may change
 };
 
-// Lets the module go through the protocol with a driver, and shows what the driver does wrong. Returns only if the host
-// could not be created; otherwise ends the process.
+// Makes the module run through the protocol with a driver, and shows what the driver does wrong. Returns only if the
+// host could not be created; otherwise ends the process.
 int DriveDriver(const DriveOptions& options);
 
 struct ReportOptions {

@@ -1,7 +1,6 @@
 // The `drive` command: tests a driver with the module, and shows what the driver does wrong.
 #include <fmt/format.h>
 
-#include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +12,7 @@
 
 #include "kdi/driver_records.h"
 #include "refhost/app/commands/commands.h"
+#include "refhost/app/commands/host_polling.h"
 #include "refhost/app/drive/drive_player.h"
 #include "refhost/app/drive/drive_report.h"
 #include "refhost/app/exit_codes.h"
@@ -25,7 +25,6 @@
 #include "refhost/app/security/run_files.h"
 #include "refhost/app/security/trusted_log.h"
 #include "refhost/base/config/config_reader.h"
-#include "refhost/base/start_thread.h"
 #include "refhost/capture/format/capture_reader.h"
 #include "refhost/capture/format/packet_loop.h"
 
@@ -34,11 +33,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Enough that a driver does not outrun the recording.
+// Large enough that a fast driver does not overflow the recording.
 constexpr std::size_t kQueueSize = std::size_t{64} << 20;
-constexpr milliseconds kPollInterval{100};
 constexpr milliseconds kLogTimeout{1000};
-// For the rest of the recording, which is needed.
+// For writing the rest of the recording: the results depend on it.
 constexpr milliseconds kWriteTimeout{60'000};
 
 int Fail(int code, const DriveOptions& options, const std::string& text) {
@@ -69,20 +67,6 @@ class CaptureFile {
   boost::filesystem::path directory;  // empty: the file stays
 };
 
-// Ensures that every connection gets the policy. On a thread of its own, because a driver that does not answer holds
-// the module, and with it this.
-void StartPolling(ReferenceHost& host) {
-  StartThread("the policy's watch", [&host] {
-    for (;;) {  // until the process ends, as the host does
-      try {
-        host.Poll();
-      } catch (const std::bad_alloc&) {
-      }
-      std::this_thread::sleep_for(kPollInterval);
-    }
-  }).detach();
-}
-
 DriveLimits LimitsOf(const DriveOptions& options, const HostConfig& config) {
   return {.request = options.requestLimit,
           .version = records::kModuleVersion + (config.start.module.versionFlag ? 1U : 0U)};
@@ -103,10 +87,10 @@ void Examine(const boost::filesystem::path& file, DriverExamination& examination
   if (stream.bad() || !reader.IsCapture()) throw std::runtime_error(file.string() + " cannot be read again");
 }
 
-// Plays, and shows what it brought. Returns the exit code.
+// Runs the test and prints the results. Returns the exit code.
 int Play(ReferenceHost& host, const DriveOptions& options, const CaptureFile& captureFile, const DriveLimits& limits,
          bool emulated) {
-  StartPolling(host);
+  StartPolling([&host] { host.Poll(); });  // ensures that every connection gets the policy
   const DriveSettings settings{.timeout = options.timeout,
                                .notifications = options.notifications,
                                .reconnect = options.reconnect,
@@ -161,8 +145,7 @@ int DriveDriver(const DriveOptions& options) {
     config.start.recording.file = captureFile.Path();
     config.start.recording.queueSize = kQueueSize;
     config.start.recording.stopTimeout = kWriteTimeout;
-    LogFile logFile =
-        config.start.log.file.empty() ? nullptr : OpenTrustedLog(config.start.log.file, options.insecurePermissions);
+    LogFile logFile = OpenTrustedLog(config.start.log.file, options.insecurePermissions);
     LimitPrivileges(config.emulator.source == EventSourceKind::kFanotify);
     host = std::make_unique<ReferenceHost>(options.config, std::move(config), std::move(logFile));
     try {
@@ -175,7 +158,7 @@ int DriveDriver(const DriveOptions& options) {
   } catch (const std::runtime_error& error) {
     code = Fail(kExitUsage, options, error.what());
   } catch (const std::bad_alloc&) {
-    code = Fail(kExitNoMemory, options, "out of memory");
+    code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   EndProcess(code);
 }

@@ -6,11 +6,11 @@
 #include <new>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "refhost/app/bounded_output.h"
 #include "refhost/app/commands/commands.h"
+#include "refhost/app/commands/host_polling.h"
 #include "refhost/app/control/control_channel.h"
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/metrics/host_metrics.h"
@@ -31,11 +31,6 @@ namespace fenlux::refhost {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// How often the loop polls while it waits for signals.
-constexpr std::chrono::milliseconds kPollInterval{100};
-
-constexpr char kOutOfMemory[] = "out of memory";
 
 // Serves the control channel on one thread, so that operations never overlap: those of network control must not.
 class ControlThread {
@@ -102,12 +97,6 @@ void ServeMetrics(ReferenceHost& host, MetricsServer& server) {
   host.Log(Severity::kEvent, "[host] metrics at " + server.Url());
 }
 
-// Null if no file is configured.
-LogFile OpenLog(const RunOptions& options, const HostConfig& config) {
-  const boost::filesystem::path& file = config.start.log.file;
-  return file.empty() ? nullptr : OpenTrustedLog(file, options.insecurePermissions);
-}
-
 // The module and the driver go on without the step, and so does the run.
 template <typename Step>
 void IfThereIsMemory(const Step& step) {
@@ -123,20 +112,6 @@ void ReloadHost(ReferenceHost& host) {
   } catch (const std::runtime_error& error) {
     host.Log(Severity::kProblem, std::string("[host] configuration not reloaded: ") + error.what());
   }
-}
-
-// Polls the host, and reloads it on request, on a thread of its own: a poll waits for the module while that waits for
-// its driver, and a file system may never answer. Neither must keep the loop from seeing a signal.
-void StartPolling(ReferenceHost& host, std::atomic<bool>& reloadRequested) {
-  StartThread("the policy's watch", [&host, &reloadRequested] {
-    for (;;) {  // until the process ends, as the host does
-      IfThereIsMemory([&] {
-        if (reloadRequested.exchange(false)) ReloadHost(host);
-        host.Poll();
-      });
-      std::this_thread::sleep_for(kPollInterval);
-    }
-  }).detach();
 }
 
 std::string SummaryText(const SummaryFacts& facts, bool json) {
@@ -159,7 +134,10 @@ enum class RunEnd { kSignal, kDuration, kScenario };
 RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, const ServiceManager& manager,
              BoundedOutput& out) {
   static std::atomic<bool> reloadRequested{false};  // the polling ends with the process
-  StartPolling(host, reloadRequested);
+  StartPolling([&host] {
+    if (reloadRequested.exchange(false)) ReloadHost(host);
+    host.Poll();
+  });
   manager.Ready();
   const Clock::time_point startTime = Clock::now();
   ServiceReports reports(manager, [&host] { return ServiceStatus(host); });
@@ -226,7 +204,7 @@ int RunHost(const RunOptions& options) {
   std::unique_ptr<BoundedOutput> out;
   try {
     // These need the privileges of the start, and no thread may run when those are given up.
-    LogFile logFile = OpenLog(options, config);
+    LogFile logFile = OpenTrustedLog(config.start.log.file, options.insecurePermissions);
     ControlOpening opening = OpenControl(control);
     metrics = OpenMetrics(config.start.metrics);
     LimitPrivileges(config.emulator.source == EventSourceKind::kFanotify);

@@ -1,4 +1,4 @@
-// Asks the host for news again and again. A watcher that cannot write does not ask, and so loses events; the host never
+// Polls the host for new events. A watcher that cannot write does not ask, and so loses events; the host never
 // waits for it.
 #include "refhost/app/commands/watch_events.h"
 

@@ -17,6 +17,7 @@ void ThrowIfAny(const std::string& reason) {
 }  // namespace
 
 LogFile OpenTrustedLog(const boost::filesystem::path& file, bool insecure) {
+  if (file.empty()) return nullptr;
   if (insecure) return OpenLogFile(file);
   CreateDirectoriesOf(file);
   ThrowIfAny(WhyUntrusted(file));

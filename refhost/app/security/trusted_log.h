@@ -7,7 +7,8 @@
 
 namespace fenlux::refhost {
 
-// Opens the log file, and refuses one that other users could change, unless `insecure`. Throws std::runtime_error.
+// Opens the log file; null if `file` is empty. Refuses one that other users could change, unless `insecure`. Throws
+// std::runtime_error.
 LogFile OpenTrustedLog(const boost::filesystem::path& file, bool insecure);
 
 }  // namespace fenlux::refhost
