@@ -25,7 +25,7 @@ using ::testing::Optional;
 using ::testing::UnorderedElementsAre;
 
 // Runs the action with each of its allocations failing once, and then without a failure; checks the result each time.
-// Returns how many failed. `failed` tells whether the action threw.
+// Returns how many failed. `failed` says whether the action threw.
 template <typename Action, typename Check>
 std::size_t FailEachAllocation(const Action& action, const Check& check) {
   for (std::size_t n = 1;; ++n) {
@@ -114,6 +114,15 @@ TEST_F(KernelAllocationFailures, InANotificationAreReported) {
 
 class MarkAllocationFailures : public KernelAllocationFailures {
  protected:
+  void MakeMarks() {
+    group.emplace();
+    paths.emplace();
+    marks.emplace(group->Get(), MarkGroup::kMask, true, *paths);
+  }
+
+  std::optional<MarkGroup> group;
+  std::optional<EventPaths> paths;
+  std::optional<FanotifyMarks> marks;
   const std::string first = directory.MakeDirectory("first").string();
   const std::string below = directory.MakeDirectory("first/below").string();
   const std::string second = directory.MakeDirectory("second").string();
@@ -122,17 +131,12 @@ class MarkAllocationFailures : public KernelAllocationFailures {
 };
 
 TEST_F(MarkAllocationFailures, LeaveNoMarkUnknownAndTheNextSetCompletesThem) {
-  std::optional<MarkGroup> group;
-  std::optional<EventPaths> paths;
-  std::optional<FanotifyMarks> marks;
   const std::set<ino_t> all{InodeOf(first), InodeOf(below), InodeOf(second)};
   const std::size_t failures = FailEachAllocation(
       [&] {
         {
           const AllocationExemption spared;
-          group.emplace();
-          paths.emplace();
-          marks.emplace(group->Get(), MarkGroup::kMask, true, *paths);
+          MakeMarks();
           marks->Set({second});
         }
         marks->Set({first});  // adds two and removes one
@@ -156,17 +160,12 @@ TEST_F(MarkAllocationFailures, LeaveNoMarkUnknownAndTheNextSetCompletesThem) {
 }
 
 TEST_F(MarkAllocationFailures, DoNotKeepTheNextRoundFromFindingDirectoriesAgain) {
-  std::optional<MarkGroup> group;
-  std::optional<EventPaths> paths;
-  std::optional<FanotifyMarks> marks;
   const std::string added = first + "/added";
   const std::size_t failures = FailEachAllocation(
       [&] {
         {
           const AllocationExemption spared;
-          group.emplace();
-          paths.emplace();
-          marks.emplace(group->Get(), MarkGroup::kMask, true, *paths);
+          MakeMarks();
           ::rmdir(added.c_str());
           marks->Set({first, second});
           directory.MakeDirectory("first/added");
