@@ -98,7 +98,7 @@ TEST_F(CheckTrial, AnAddressThatCannotServeMetricsIsAnError) {
   EXPECT_TRUE(Contains(foreign, "; choose another address with [metrics] listen\n")) << foreign;
 }
 
-// The host that the file is for may be running.
+// A host that runs with this file may be using the port.
 TEST_F(CheckTrial, APortThatIsTakenIsAWarning) {
   const HostSetup other;
   other.WriteHost("[metrics]\nlisten = '127.0.0.1:0'\n");

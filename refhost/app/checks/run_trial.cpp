@@ -87,7 +87,7 @@ void TryControl(const ConfigTable& control, const HostConfig& config) {
   if (!reason.empty()) control.Report("socket", reason);
 }
 
-// Opens the port for a moment. A port that is taken is no error: the host that this file is for may be running.
+// Opens the port for a moment. A port in use is no error: it may belong to a host that runs with this file.
 void TryMetrics(const ConfigTable& metrics, const HostConfig& config) {
   if (config.start.metrics.address.empty()) return;
   try {

@@ -51,7 +51,7 @@ Descriptor NewSocket() {
 const sockaddr* Generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
 
 // Returns 0 or the error. It is EAGAIN if the listener's queue stays full: without the time limit, connect would wait
-// for room for ever.
+// for room indefinitely.
 int Connect(const Descriptor& socket, const sockaddr_un& address, std::chrono::milliseconds limit) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
   const timeval time{static_cast<time_t>(seconds.count()),

@@ -1,4 +1,4 @@
-// Collects findings; a driver that repeats a mistake a million times makes one of them.
+// Collects findings. A mistake that a driver repeats a million times is one finding.
 #include "refhost/app/drive/drive_findings.h"
 
 #include <algorithm>

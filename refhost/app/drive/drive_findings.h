@@ -1,4 +1,4 @@
-// What `drive` has found: how much of each check there was to see, and what was wrong.
+// What `drive` found: how many records each check examined, and what was wrong.
 #pragma once
 
 #include <array>
@@ -33,17 +33,17 @@ struct DriveFinding {
 // One thread.
 class DriveFindings {
  public:
-  // Counts something that the check looked at.
+  // Counts what the check examined.
   void Saw(DriveCheck check, std::uint64_t count = 1) { seen[static_cast<std::size_t>(check)] += count; }
   // Adds `finding.count` records with this mistake.
   void Add(DriveFinding finding);
 
   std::uint64_t Seen(DriveCheck check) const { return seen[static_cast<std::size_t>(check)]; }
-  // How often the driver did wrong in this check.
+  // How many of them were wrong.
   std::uint64_t Wrong(DriveCheck check) const { return wrongs[static_cast<std::size_t>(check)]; }
   // In the order of the checks, and within a check in the order in which they were found.
   std::vector<DriveFinding> All() const;
-  // Kinds of mistakes beyond those that All has; too many to keep.
+  // How many findings were not kept because there were too many.
   std::uint64_t NotKept() const { return notKept; }
   bool Clean() const { return findings.empty(); }
 

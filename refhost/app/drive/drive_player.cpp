@@ -1,4 +1,4 @@
-// The module's calls run on threads of their own, because a driver that does not answer holds them for ever.
+// The module's calls run on their own threads, because a driver that does not answer can block them indefinitely.
 #include "refhost/app/drive/drive_player.h"
 
 #include <fmt/format.h>
@@ -75,7 +75,7 @@ class DrivePlayer {
     return Await(ready, limit) ? current : nullptr;
   }
 
-  // Runs the operation. False if it does not return in time. What it throws is in the recording.
+  // Runs the operation. False if it does not return in time. The recording has what it throws.
   bool RunStep(const DriveStep& step) {
     const ControlOperation* const operation = FindControlOperation(step.operation);
     host.Recording().AddCall(std::string(step.operation), Report(step.arguments));
@@ -120,7 +120,7 @@ class DrivePlayer {
     }
     outcome.reconnected = AwaitConnection(earlier, kReconnectPause + settings.timeout) != nullptr;
     if (outcome.reconnected) RunSteps({{"version", {}}});
-    // A user who is in a hurry does not make the driver a bad one.
+    // An interrupted test says nothing about the driver.
     if (!outcome.reconnected && outcome.stopped == "interrupted") outcome.reconnectTried = false;
   }
   DriveReplies Replies() const {

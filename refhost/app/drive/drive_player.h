@@ -1,4 +1,4 @@
-// Lets the module go through the exchanges of the protocol with a driver.
+// Makes the module run through all exchanges of the protocol with a driver.
 #pragma once
 
 #include <chrono>
@@ -17,9 +17,9 @@ struct DriveSettings {
   bool emulated = true;                            // the driver is the emulator
 };
 
-// Plays on `host`, which has started: waits for a connection, sends every command, lets the driver send notifications,
-// and makes the module connect again. The host records the port meanwhile. `sleep` waits for the given time at most and
-// returns false if the user wants to stop, which ends the play. One thread.
+// Runs the test on `host`, which must be started: waits for a connection, sends every command, lets the driver send
+// notifications, and makes the module reconnect. The host records the port meanwhile. `sleep` waits for at most the
+// given time and returns false if the user wants to stop, which ends the test. One thread.
 DriveOutcome PlayDrive(ReferenceHost& host, const DriveSettings& settings,
                        const std::function<bool(std::chrono::milliseconds time)>& sleep);
 

@@ -1,4 +1,4 @@
-// Both forms go through the same checks and findings.
+// Formats the same checks and findings as text and as JSON.
 #include "refhost/app/drive/drive_report.h"
 
 #include <fmt/format.h>

@@ -7,7 +7,7 @@
 
 namespace fenlux::refhost {
 
-// As text for people. `recorded`: the user keeps the capture, so places in it are of use.
+// As text for people. `recorded`: the user keeps the capture, so offsets in it are shown.
 std::string DriveText(const DriverExamination& examination, const DriveOutcome& outcome, bool recorded);
 // As JSON, one object per line: every check, every finding, and the total.
 std::string DriveJson(const DriverExamination& examination, const DriveOutcome& outcome);

@@ -1,4 +1,4 @@
-// The two tables.
+// The tables of checks and rules.
 #include "refhost/app/drive/drive_rules.h"
 
 #include <iterator>

@@ -14,8 +14,8 @@ struct DriveStep {
   ControlArguments arguments;
 };
 
-// In the order in which they are sent. The switches and modes end as they began. An emulated driver also gets the id of
-// a system process; a real one has those of the real processes, which must stay.
+// In the order in which they are sent. The last steps restore the switches and modes. An emulated driver also gets the
+// id of a system process; a real one has those of the real processes, which must not change.
 std::vector<DriveStep> DriveSteps(bool emulated);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// One exchange after the other; what depends on how a connection ended is decided at the end.
+// Checks one exchange after the other. What depends on how a connection ended is decided at the end.
 #include "refhost/app/drive/driver_examination.h"
 
 #include <fmt/format.h>
@@ -59,13 +59,13 @@ void DriverExamination::Add(const Exchange& exchange) {
       longestReply = std::max(longestReply, exchange.Latency().value_or(0));
       ExamineNotification(exchange, findings);
       break;
-    default:  // what belongs to the host
+    default:  // about the host, not the driver
       break;
   }
 }
 
 void DriverExamination::AddRequest(const Exchange& exchange) {
-  // Whether the module's request is well formed is not the question.
+  // The module's request itself is not checked.
   std::string buffer;
   const auto request = capture::WholeMessage(exchange.message.bytes, exchange.message.originalSize, buffer);
   const std::uint32_t command =
@@ -133,8 +133,8 @@ void DriverExamination::AddVersionReply(const Exchange& exchange) {
   }
 }
 
-// The module's close is recorded before it happens, a driver's when the module has noticed it: by then, requests may
-// have failed because of it, and none that was sent later has succeeded.
+// A close by the module is recorded before it happens, a close by the driver when the module has noticed it: by then,
+// requests may have failed because of it, and none that was sent later has succeeded.
 bool DriverExamination::EndedWith(const Failure& failure) const {
   const auto found = connections.find(failure.place.connection);
   if (found == connections.end() || !found->second.closed) return false;

@@ -14,13 +14,13 @@
 
 namespace fenlux::refhost {
 
-// What the driver is measured against.
+// What the driver is checked against.
 struct DriveLimits {
-  std::chrono::milliseconds request{2000};  // the longest that it may take for a request
-  std::uint32_t version = 0;                // that it has to report
+  std::chrono::milliseconds request{2000};  // the longest it may take to answer a request
+  std::uint32_t version = 0;                // the version it has to report
 };
 
-// What became of the replies, as the driver's side of the port counts them.
+// Replies that did not reach the driver, as its side of the port counts them.
 struct DriveReplies {
   std::uint64_t late = 0;        // the driver no longer waited
   std::uint64_t refused = 0;     // the driver waited for a reply that the module did not give, or did not take it
@@ -30,9 +30,9 @@ struct DriveReplies {
 // What the recording does not show.
 struct DriveOutcome {
   bool connected = false;               // a connection was ready
-  bool reconnectTried = false;          // the module closed a connection, and was left alone until the next one
-  bool reconnected = false;             // that one came
-  std::uint64_t end = 0;                // when the play was over, in nanoseconds since 1970
+  bool reconnectTried = false;          // the module closed a connection, and the test waited for the next one
+  bool reconnected = false;             // the next connection was ready
+  std::uint64_t end = 0;                // when the test ended, in nanoseconds since 1970
   std::string stopped;                  // why not everything was tried; empty if it was
   std::optional<DriveReplies> replies;  // of all notifications
 };
@@ -50,7 +50,7 @@ class DriverExamination {
   const DriveFindings& Findings() const { return findings; }
   // The commands that the module sent.
   const std::set<std::uint32_t>& Commands() const { return commands; }
-  // Messages that are missing in the recording.
+  // How many messages the recording lacks.
   std::uint64_t Missing() const { return missing; }
 
  private:
@@ -60,7 +60,7 @@ class DriverExamination {
     std::uint64_t closeTime = 0;
     std::string reason = {};
     std::string lastRequest = {};
-    std::uint64_t lastSuccess = 0;  // when the last request was sent that the driver took
+    std::uint64_t lastSuccess = 0;  // when the last request was sent that the driver accepted
   };
   // A request that failed, or has no answer.
   struct Failure {

@@ -1,5 +1,5 @@
-// Looks at the items one by one. Whether the module takes a message is what the driver kit's parser says; this says
-// which field is the reason, and also finds what the module reads without a complaint.
+// Checks the items one by one. The driver kit's parser tells whether the module accepts a message; this code names the
+// field that is wrong, and also reports mistakes that the module tolerates.
 #include "refhost/app/drive/notification_examination.h"
 
 #include <fmt/format.h>
@@ -21,7 +21,7 @@ struct Item {
   std::string_view field;
   std::uint64_t begin = 0;
   std::uint32_t length = 0;
-  bool hasLength = true;  // the further path has none and goes on to its NUL
+  bool hasLength = true;  // the further path has none and ends at its NUL
   bool isText = true;
 };
 

@@ -13,7 +13,7 @@ namespace fenlux::refhost {
 // Whether this host has metrics.
 bool MetricsExist();
 
-// Another program has the port, maybe a host that runs with the same settings.
+// Another program uses the port, possibly a host that runs with the same settings.
 class MetricsPortTaken : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -70,7 +70,7 @@ ExchangePairing::Waiting::iterator ExchangePairing::Find(const PacketHeader& hea
   const auto matches = [&header](const Exchange& exchange) {
     return exchange.header.exchange == header.exchange && exchange.header.connection == header.connection;
   };
-  // Most often the newest: the one thread of a small capture has no other.
+  // Usually it is the newest: a capture with a single thread has no other.
   if (!waiting.empty() && matches(waiting.back())) return std::prev(waiting.end());
   const auto found = index.find({header.connection, header.exchange});
   return found == index.end() ? waiting.end() : found->second;

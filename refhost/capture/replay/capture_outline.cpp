@@ -105,7 +105,7 @@ class OutlineReader {
     if (IsOpening(view.command, connection)) AddRequest(view, connection);
   }
 
-  // What comes after the opening is the host's doing, as are the processes that it registers itself.
+  // The host caused what comes after the opening, and the processes that it registers itself.
   bool IsOpening(std::uint32_t command, const ConnectionOutline& connection) const {
     if (command == FENLUX_COMMAND_SYSTEM_PROCESS) return !outline.registersProcess;
     if (command == FENLUX_COMMAND_SPSP_STATE) return connection.settings.spsp.empty();

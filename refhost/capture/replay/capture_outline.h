@@ -26,7 +26,7 @@ struct ObservedSettings {
 struct ConnectionOutline {
   std::vector<std::uint8_t> context;  // the connect context
   bool anyRequest = false;
-  bool anyOutsidePolicy = false;  // there was a request of another thread than the one that applies the policy
+  bool anyOutsidePolicy = false;  // a thread other than the one that applies the policy sent a request
   bool opening = false;           // the capture has the connection from its first request on
   bool applied = false;           // the policy was sent; what follows changes nothing in `settings`
   bool closed = false;

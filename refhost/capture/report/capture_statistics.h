@@ -32,7 +32,7 @@ struct ShownExchange {
   std::uint64_t exchange = 0;
   std::uint64_t offset = 0;
   std::string problem;  // empty: it is shown because it was slow
-  std::string subject;  // the path, or without one the name of the code or command
+  std::string subject;  // the path; if there is none, the name of the code or command
   std::string text;     // as `decode` shows it
   std::uint64_t latency = 0;
 };

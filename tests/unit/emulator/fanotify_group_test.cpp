@@ -34,7 +34,7 @@ class GroupOfEvents : public KernelEvents {
 };
 
 TEST_F(GroupOfEvents, TellsAnEventThatCannotBeReadFromAnEmptyQueue) {
-  ::signal(SIGIO, SIG_IGN);  // tells the owner of the lease that somebody wants the file
+  ::signal(SIGIO, SIG_IGN);  // sent to the owner of the lease when another open waits for the file
   Descriptor leased(::open(file.c_str(), O_RDWR | O_CLOEXEC));
   if (::fcntl(leased.Get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "no leases here: " << std::strerror(errno);
   const Descriptor wake(::eventfd(0, EFD_CLOEXEC));

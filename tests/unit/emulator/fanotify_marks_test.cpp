@@ -28,7 +28,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-// Does something at the moment when somebody opens a directory to list it, while that open waits.
+// Runs an action when a program opens a directory to list it, while that open is blocked.
 class OnListing {
  public:
   OnListing(const std::string& directory, std::function<void()> action) {
@@ -84,7 +84,7 @@ class Marks : public ::testing::Test {
   const std::string inSecond = directory.MakeFile("second/file").string();
 };
 
-TEST_F(Marks, AreThoseOfTheDirectoryThatANameFirstStoodFor) {
+TEST_F(Marks, BelongToTheDirectoryThatTheNameWasResolvedTo) {
   const ino_t old = InodeOf(first);
   const ino_t belowOld = InodeOf(directory.MakeDirectory("first/below").string());
   const ino_t other = InodeOf(second);
@@ -113,7 +113,7 @@ TEST_F(Marks, AreThoseOfTheDirectoryThatANameFirstStoodFor) {
   EXPECT_THAT(group.Inodes(), UnorderedElementsAre(other, belowOther));
 }
 
-TEST_F(Marks, OfADirectoryThatComesLaterComeWithItsPaths) {
+TEST_F(Marks, OfANewDirectoryComeWithItsPaths) {
   const std::string later = directory.Path().string() + "/later";
   FanotifyMarks marks = Single();
   EXPECT_THAT(marks.Set({later}).refused, ElementsAre(later + ": No such file or directory"));
@@ -203,7 +203,7 @@ TEST_F(Marks, ThatCannotBeRemovedForLackOfDescriptorsAreRemovedLater) {
   EXPECT_THAT(group.Inodes(), UnorderedElementsAre(InodeOf(second)));
 }
 
-TEST_F(Marks, AndPathsNeedOneDescriptorForEachMount) {
+TEST_F(Marks, NeedOneDescriptorPerMount) {
   std::vector<std::string> many;
   for (int i = 0; i < 300; ++i) many.push_back(directory.MakeDirectory("many/" + std::to_string(i)).string());
   FanotifyMarks marks = Single();

@@ -40,7 +40,7 @@ TEST_F(KnownDirectories, AreThoseOfTheLastSet) {
 }
 
 // Events of a directory may be queued when it is dropped.
-TEST_F(KnownDirectories, AreForgottenWhenTheirRetentionIsOver) {
+TEST_F(KnownDirectories, AreForgottenAfterTheirRetention) {
   paths.Replace(Watched({first, second}), start);
   paths.Replace(Watched({second}), start);
   paths.Forget(start + EventPaths::kRetention - 1ns);
@@ -126,7 +126,7 @@ TEST_F(KnownMounts, AreNeededToLookUpWhatWasOpenedThroughAnother) {
   ::umount2(second.c_str(), MNT_DETACH);
 }
 
-// What is held of a mount may be a directory that is gone.
+// A mount may be held by a directory that no longer exists.
 TEST_F(KnownMounts, AreUsableAfterTheDirectoryThatHoldsThemIsDeleted) {
   const std::string deleted = directory.MakeDirectory("first/deleted").string();
   const auto held = refhost::FindDirectory(deleted).directory;

@@ -1,4 +1,4 @@
-// A fanotify group whose events nobody has to answer, and what a test needs to look at its marks.
+// A fanotify group whose events need no answer, and what a test needs to examine its marks.
 #pragma once
 
 #include <fcntl.h>

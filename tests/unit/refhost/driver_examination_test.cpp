@@ -1,5 +1,5 @@
-// What `drive` finds in a recording: nothing in that of a driver that does everything right, and each fault of one that
-// does not, in exactly these words.
+// What `drive` finds in a recording: nothing if the driver is correct, and each fault if it is not, in exactly these
+// words.
 #include "refhost/app/drive/driver_examination.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ constexpr std::uint64_t kMillisecond = 1'000'000;
 constexpr std::uint32_t kVersion = 19072701;
 constexpr std::uint32_t kCommands[] = {1, 3, 4, 6, 8, 9, 11, 12, 13, 19, 20, 21, 22, 23, 24};
 
-// A recording of a driver that does everything right, to which a test adds a fault.
+// A recording of a correct driver, to which a test adds a fault.
 class Recording {
  public:
   Recording() {
@@ -52,7 +52,7 @@ class Recording {
   void Close(std::uint32_t connection, const std::string& reason) {
     Add(Kind::kClosed, connection).message.bytes.assign(reason.begin(), reason.end());
   }
-  // Accepted, and answered if it asks for the version.
+  // Adds a request that the driver accepts, and its reply if it asks for the version.
   Exchange& Request(std::uint32_t connection, std::uint32_t command) {
     Exchange& exchange = Add(Kind::kRequest, connection);
     exchange.message.bytes.resize(12);
@@ -82,7 +82,7 @@ class Recording {
     }
     throw std::logic_error("there is none");
   }
-  // Time passes.
+  // Advances the clock.
   void Pass(std::uint64_t milliseconds) { time += milliseconds * kMillisecond; }
   Exchange& Last() { return exchanges.back(); }
 

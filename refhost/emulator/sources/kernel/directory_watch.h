@@ -1,4 +1,4 @@
-// What the kernel's event source watches, from the module's wishes to the marks.
+// What the kernel's event source watches: from the directories that the module asked for to the marks.
 #pragma once
 
 #include <atomic>
@@ -25,11 +25,11 @@ class DirectoryWatch {
   // Watches the directories of the settings and, if they follow the policy, these. See EventSource::Watch. Throws
   // std::bad_alloc without having changed anything. If memory runs out later, the next Renew completes it.
   void Set(std::uint64_t newRevision, const std::vector<std::string>& directories);
-  // Keeps the marks on what the directories' names stand for. Call it again and again.
+  // Marks what the directories' names stand for now. Call it periodically.
   void Renew();
   // See EventSource::Watches.
   std::vector<WatchState> States() const { return *states.Get(); }
-  // Ends the watch for good. Does not wait for other calls: they may be blocked by a file system.
+  // Stops watching permanently. Does not wait for other calls: a file system may block them.
   void Stop();
 
  private:

@@ -1,4 +1,4 @@
-// Applies the module's wishes to the marks, keeps the marks, and logs what changes.
+// Marks the directories that the module asked for, renews the marks, and logs changes.
 #include "refhost/emulator/sources/kernel/directory_watch.h"
 
 #include <fmt/format.h>

@@ -42,7 +42,7 @@ class EventPaths {
   // How long a directory is still known after Replace dropped it: events from before may be queued.
   static constexpr std::chrono::seconds kRetention{10};
 
-  // Replaces the directories. Call it when the marks of those that it drops are gone.
+  // Replaces the directories. Before you drop a directory, remove its mark.
   void Replace(const WatchedDirectories& directories, TimePoint now);
   // Adds directories to those it has. Call it before they are marked.
   void Add(const WatchedDirectories& directories);

@@ -7,7 +7,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// The kernel appends this to the path of a name that was removed or replaced.
+// The kernel appends this to the path if the name was removed or replaced.
 constexpr std::string_view kRemoved = " (deleted)";
 
 std::string_view ParentOf(std::string_view path) {
@@ -117,7 +117,7 @@ std::optional<std::string> EventPaths::PathOf(int file) const {
   const std::optional<FileStatus> status = StatusOf(file);
   if (!status) return std::nullopt;
   const std::shared_ptr<const Table> known = table.Get();
-  // The path that another mount shows is not even looked up: it may lead to a file system of the opener's.
+  // The path as another mount shows it is not looked up at all: it may lead to a file system that the opener controls.
   if (status->mount && known->mounts.contains(*status->mount)) {
     std::string path = WithoutMark(LinkOf(file), *status);
     if (path.empty()) return std::nullopt;

@@ -87,7 +87,7 @@ ReadResult FanotifyGroup::Read(SpareDescriptor& spare, fanotify_event_metadata& 
   return HasMore() ? ReadResult::kFailed : ReadResult::kNothing;
 }
 
-// The error alone does not tell: before Linux 6.13, it is EAGAIN also for a file with a write lease.
+// The error alone is ambiguous: before Linux 6.13, it is also EAGAIN for a file with a write lease.
 bool FanotifyGroup::HasMore() const {
   int bytes = 0;
   return ::ioctl(group.Get(), FIONREAD, &bytes) == 0 && bytes > 0;

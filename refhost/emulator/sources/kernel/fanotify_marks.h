@@ -18,8 +18,8 @@ namespace fenlux::refhost {
 
 // Marks single directories and their children, never a mount or a file system. One thread at a time.
 //
-// A name is resolved once: the directory that it stands for then is the one that is checked, described to EventPaths,
-// and marked, whatever becomes of the name. No mark is removed but those of directories that are not wanted any more.
+// A name is resolved once. The directory that it stands for then is the one that is checked, described to EventPaths,
+// and marked, even if the name changes meanwhile. Only marks of directories that are no longer wanted are removed.
 class FanotifyMarks {
  public:
   // `groupDescriptor` and `eventPaths` are borrowed and outlive the marks. `eventMask` holds the selected events.
@@ -39,11 +39,11 @@ class FanotifyMarks {
     std::vector<std::string> lost;     // the same, of those that were watched
   };
   // Watches exactly these directories. Marks that stay are renewed, so that a directory that was deleted and created
-  // again is watched again. A directory that is watched stays so if its name cannot be resolved for lack of file
-  // descriptors. Throws std::bad_alloc: then it watches some of the directories, maybe beside those of the last Set,
-  // and the next call completes it.
+  // again is watched again. If a name cannot be resolved for lack of file descriptors, its directory stays watched.
+  // Throws std::bad_alloc: then it watches some of the directories, possibly besides those of the last Set, and the
+  // next call completes it.
   Change Set(const std::vector<std::string>& directories);
-  // Looks whether the names of the last Set still stand for what is watched: watches a directory that was created
+  // Checks whether the names of the last Set still stand for what is watched: watches a directory that was created
   // again under such a name and, if it watches subdirectories, new ones. A directory that was renamed or moved stays
   // watched until the next Set. Throws std::bad_alloc; the next call continues.
   Change Renew();
@@ -54,15 +54,15 @@ class FanotifyMarks {
 
  private:
   struct Watched {
-    std::string name;  // as it was given, or below such a one
+    std::string name;  // as it was given, or as found below a given one
     WatchedDirectory known;
     FileHandle handle;                          // finds it whatever its name
     std::shared_ptr<const OpenDirectory> held;  // does so where the file system has no handles; otherwise null
-    // When the directory last changed, as far as that tells whether it changed since: a change within the same tick of
-    // the kernel's clock leaves it as it is. Nothing: it may have.
+    // When the directory last changed. Nothing if a further change might not show, because it came within the same
+    // tick of the kernel's clock.
     std::optional<timespec> changed;
-    bool astray = false;   // its name does not lead to it any more
-    bool leaving = false;  // not wanted any more; its mark is to be removed
+    bool displaced = false;  // its name no longer leads to it
+    bool unwanted = false;   // its mark is to be removed
   };
   // kChanged: the directory itself in any case, and those below it that are not watched.
   enum class Scope { kAll, kUnwatched, kChanged };
@@ -77,19 +77,19 @@ class FanotifyMarks {
     std::vector<Named> found;       // those that are to be marked; few, because they are open
   };
 
-  // Finds the directory, and those below it if they are wanted; without those that are watched and what is below them
-  // if only the others are asked for.
+  // Finds the directory, and those below it if they are wanted. On request, skips watched directories and what is below
+  // them.
   void Collect(const std::string& name, Scope scope, Round& round);
   void CollectBelow(const Named& parent, Scope scope, Round& round);
   // The same once the name is resolved; notes a refusal.
   void Take(const std::string& name, FoundDirectory found, Scope scope, Round& round);
-  // Wants what is watched under the name and below it, because nobody can see whether it is still there.
+  // Keeps what is watched under the name and below it: whether it still exists cannot be determined.
   void KeepBelow(const std::string& name, const NoDescriptors& error, Round& round) const;
   // Marks what was found and closes it.
   void MarkFound(Round& round);
   Watched MakeWatched(const Named& found);
-  // Removes the marks of directories that are leaving. Those for which that fails stay known.
-  void RemoveLeaving();
+  // Removes the marks of unwanted directories. Those for which that fails stay known.
+  void RemoveUnwanted();
   bool Unmark(const Watched& directory) const;
   // Any open directory on the directory's mount: one for each mount.
   std::shared_ptr<const OpenDirectory> HeldOnMountOf(const std::shared_ptr<const OpenDirectory>& directory);

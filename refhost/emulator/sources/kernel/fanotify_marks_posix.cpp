@@ -15,7 +15,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// How many directories are open at a time while they are marked. EventPaths copies its table for each round.
+// How many directories are opened and marked in one round. EventPaths copies its table for each round.
 constexpr std::size_t kMaxFound = 128;
 
 FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
@@ -28,7 +28,7 @@ std::string Inspect(const std::string& name, struct stat& status) {
   return NeverWatched(IdentityOf(status));
 }
 
-// A change may come within the same tick as the one before, and have its time.
+// A change within the same tick as the one before has the same time.
 constexpr std::time_t kSettledAfterSeconds = 1;
 
 std::optional<timespec> SettledChange(const struct stat& status) {
@@ -58,10 +58,10 @@ FanotifyMarks::Change FanotifyMarks::Set(const std::vector<std::string>& directo
   MarkFound(round);
   for (auto& [identity, directory] : marked) {
     if (round.wanted.contains(identity)) continue;
-    if (!directory.leaving) change.removed.push_back(directory.name);
-    directory.leaving = true;
+    if (!directory.unwanted) change.removed.push_back(directory.name);
+    directory.unwanted = true;
   }
-  RemoveLeaving();
+  RemoveUnwanted();
   WatchedDirectories known;
   for (const auto& [identity, directory] : marked) known.emplace(identity, directory.known);
   paths.Replace(known, std::chrono::steady_clock::now());
@@ -80,11 +80,11 @@ FanotifyMarks::Change FanotifyMarks::Renew() {
   Change change;
   std::vector<std::pair<FileIdentity, std::optional<timespec>>> changed;
   for (auto& [identity, directory] : marked) {
-    if (directory.astray || directory.leaving) continue;
+    if (directory.displaced || directory.unwanted) continue;
     const Look look = LookAt(identity, directory);
     if (look.changed) changed.emplace_back(identity, look.settled);
     if (look.lost.empty()) continue;
-    directory.astray = statesOutdated = true;
+    directory.displaced = statesOutdated = true;
     const bool named = std::ranges::any_of(
         states, [&name = directory.name](const WatchState& state) { return state.directory == name; });
     if (named) {
@@ -100,14 +100,14 @@ FanotifyMarks::Change FanotifyMarks::Renew() {
   for (const auto& [identity, settled] : changed) {
     if (const auto directory = marked.find(identity); directory != marked.end()) directory->second.changed = settled;
   }
-  Change missing;  // refused most probably again, as the log says already
+  Change missing;  // probably refused again, as the log already says
   Round found{missing, {}, {}};
   for (const WatchState& state : states) {
     if (state.watched && !statesOutdated) continue;
     if (!IsWatched(state.directory)) Collect(state.directory, Scope::kUnwatched, found);
   }
   MarkFound(found);
-  RemoveLeaving();
+  RemoveUnwanted();
   change.added.insert(change.added.end(), missing.added.begin(), missing.added.end());
   NoteStates(missing.refused);
   return change;
@@ -128,7 +128,7 @@ FanotifyMarks::Look FanotifyMarks::LookAt(const FileIdentity& identity, const Wa
 void FanotifyMarks::Collect(const std::string& name, Scope scope, Round& round) {
   try {
     FoundDirectory found = FindDirectory(name);
-    // The next round finds out what became of it.
+    // The next round finds its state.
     if (found.directory == nullptr && scope == Scope::kChanged) return;
     Take(name, std::move(found), scope, round);
   } catch (const NoDescriptors& error) {
@@ -167,7 +167,7 @@ void FanotifyMarks::CollectBelow(const Named& parent, Scope scope, Round& round)
 void FanotifyMarks::KeepBelow(const std::string& name, const NoDescriptors& error, Round& round) const {
   bool kept = false;
   for (const auto& [identity, directory] : marked) {
-    if (directory.astray || directory.leaving || !IsAtOrBelow(directory.name, name)) continue;
+    if (directory.displaced || directory.unwanted || !IsAtOrBelow(directory.name, name)) continue;
     round.wanted.insert(identity);
     kept = true;
   }
@@ -196,7 +196,7 @@ void FanotifyMarks::MarkFound(Round& round) {
     if (::fanotify_mark(group, FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask | FAN_EVENT_ON_CHILD, directory.descriptor.Get(),
                         ".") != 0) {
       const int error = errno;
-      watched.leaving = statesOutdated = true;
+      watched.unwanted = statesOutdated = true;
       round.change.refused.push_back(watched.name + ": " + SystemErrorText(error));
     } else if (!wasWatched) {
       round.change.added.push_back(watched.name);
@@ -222,8 +222,8 @@ std::shared_ptr<const OpenDirectory> FanotifyMarks::HeldOnMountOf(
   return directory;
 }
 
-void FanotifyMarks::RemoveLeaving() {
-  std::erase_if(marked, [this](const auto& entry) { return entry.second.leaving && Unmark(entry.second); });
+void FanotifyMarks::RemoveUnwanted() {
+  std::erase_if(marked, [this](const auto& entry) { return entry.second.unwanted && Unmark(entry.second); });
 }
 
 bool FanotifyMarks::Unmark(const Watched& directory) const {
@@ -241,7 +241,7 @@ bool FanotifyMarks::Unmark(const Watched& directory) const {
 
 bool FanotifyMarks::IsWatched(const FileIdentity& identity) const {
   const auto known = marked.find(identity);
-  return known != marked.end() && !known->second.astray && !known->second.leaving;
+  return known != marked.end() && !known->second.displaced && !known->second.unwanted;
 }
 
 bool FanotifyMarks::IsWatched(const std::string& name) const {

@@ -1,4 +1,4 @@
-// What the kernel's event source asks about files: their identity, names, mounts and handles.
+// What the kernel's event source reads about files: their identity, names, mounts and handles.
 #pragma once
 
 #include <fcntl.h>
@@ -16,13 +16,13 @@
 
 namespace fenlux::refhost {
 
-// Thrown where a question could not be asked for lack of file descriptors, which says nothing about the file.
+// Thrown if something cannot be found out for lack of file descriptors, which says nothing about the file.
 class NoDescriptors : public std::exception {
  public:
   const char* what() const noexcept override { return "no file descriptors left"; }
 };
 
-// Throws NoDescriptors or std::bad_alloc if this value of errno says that descriptors or memory are lacking.
+// Throws NoDescriptors or std::bad_alloc if this value of errno means a lack of descriptors or memory.
 void ThrowIfLacking(int error);
 
 // Device and inode: identifies a file or directory whatever its name, as long as it exists.
@@ -41,7 +41,7 @@ std::optional<FileStatus> StatusOf(const std::string& path);
 // What /proc shows for an open file; empty if that is not an absolute path, or longer than the system can show.
 std::string LinkOf(int file);
 
-// Finds a file again, whatever its name is by then.
+// Finds a file again, even under another name.
 class FileHandle {
  public:
   // Borrows the descriptor. Throws as ThrowIfLacking does.
@@ -54,7 +54,7 @@ class FileHandle {
   Descriptor Open(int directoryOnMount) const;
 
  private:
-  static constexpr std::size_t kMaxSize = 128;  // the most that the kernel uses
+  static constexpr std::size_t kMaxSize = 128;  // the kernel's maximum
 
   // The handle, and the room for its bytes, which the kernel's type leaves out.
   alignas(struct file_handle) std::array<unsigned char, sizeof(struct file_handle) + kMaxSize> memory{};

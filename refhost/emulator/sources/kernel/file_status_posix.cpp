@@ -1,4 +1,4 @@
-// Asks for files' status, and opens them by their handles.
+// Reads the status of files, and opens them by their handles.
 #include "refhost/emulator/sources/kernel/file_status.h"
 
 #include <fmt/format.h>
@@ -16,7 +16,7 @@ namespace {
 std::optional<FileStatus> StatusOf(int directory, const char* path, int flags) {
   struct statx status {};
   constexpr unsigned kWanted = STATX_INO | STATX_NLINK | STATX_MNT_ID;
-  // What the kernel knows is enough: a file server must not delay an event.
+  // The kernel's cached status is enough: a file server must not delay an event.
   if (::statx(directory, path, flags | AT_STATX_DONT_SYNC, kWanted, &status) != 0) {
     ThrowIfLacking(errno);
     return std::nullopt;

@@ -1,5 +1,5 @@
-// A directory that was found by its name once. What is done with it afterwards is done to this directory, even if its
-// name stands for another one by then.
+// A directory that was found by its name once. Later operations use this directory, even if its name stands for another
+// one by then.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ std::string NeverWatched(const FileIdentity& identity);
 
 // The directory of this absolute name, with symbolic links resolved. Throws std::bad_alloc and NoDescriptors.
 FoundDirectory FindDirectory(const std::string& name);
-// The same of a name in a directory, unless it is a symbolic link. Without a refusal, there is none of that name.
+// The same for a name in a directory, unless it is a symbolic link. A name that does not exist is not a refusal.
 FoundDirectory FindDirectory(const OpenDirectory& parent, const std::string& name);
 
 // The names of the directories in a directory. Sets `refusal` if they cannot all be read. Throws

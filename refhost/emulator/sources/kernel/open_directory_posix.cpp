@@ -18,7 +18,7 @@ constexpr const char* kNeverWatched[] = {"/", "/tmp"};
 
 FoundDirectory Refused(std::string reason) { return {nullptr, std::move(reason)}; }
 
-// Called right after the directory was opened, or was not.
+// Called right after the attempt to open the directory, because it reads errno.
 FoundDirectory Found(Descriptor descriptor) {
   if (!descriptor.Valid()) {
     const int error = errno;
@@ -56,7 +56,7 @@ FoundDirectory FindDirectory(const std::string& name) {
 
 FoundDirectory FindDirectory(const OpenDirectory& parent, const std::string& name) {
   Descriptor found(::openat(parent.descriptor.Get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  // It was removed since its name was read, or is no directory.
+  // It has been removed since its name was read, or it is not a directory.
   if (!found.Valid() && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)) return {};
   return Found(std::move(found));
 }
