@@ -99,7 +99,7 @@ TEST_F(CheckTrial, AnAddressThatCannotServeMetricsIsAnError) {
 }
 
 // A host that runs with this file may be using the port.
-TEST_F(CheckTrial, APortThatIsTakenIsAWarning) {
+TEST_F(CheckTrial, APortInUseIsAWarning) {
   const HostSetup other;
   other.WriteHost("[metrics]\nlisten = '127.0.0.1:0'\n");
   HostProcess host(other, RunArguments(other));
@@ -147,7 +147,7 @@ TEST_F(CheckTrial, RulesThatNeverDecideAreWarnings) {
             "7:1: judging.rules[2]: warning: can never decide: rules[1] comes first and matches all that it matches\n");
 }
 
-TEST_F(CheckTrial, PatternsThatDoNotMatchWhatIsMeantAreWarnings) {
+TEST_F(CheckTrial, PatternsThatProbablyMatchSomethingElseAreWarnings) {
   EXPECT_EQ(Warnings("[[judging.rules]]\npath = '*.[ch'\ndecision = 3\n"),
             "2:8: judging.rules[0].path: warning: \"[\" in \"*.[ch\" stands for itself; patterns have only *, ** and "
             "?\n");
@@ -166,7 +166,7 @@ TEST_F(CheckTrial, PatternsThatDoNotMatchWhatIsMeantAreWarnings) {
   EXPECT_EQ(Warnings("[[judging.rules]]\nprocess = '" + In("real") + "/x*'\ndecision = 3\n"), "");
 }
 
-TEST_F(CheckTrial, ProgramsInAMergedBinAreWarnings) {
+TEST_F(CheckTrial, ProgramPathsThroughAMergedBinAreWarnings) {
   if (!fs::is_symlink("/bin")) GTEST_SKIP() << "skipped, because /bin is a directory of its own here";
   EXPECT_EQ(Warnings("[[judging.rules]]\nprocess = '/bin/cat'\ndecision = 3\n"),
             "2:11: judging.rules[0].process: warning: \"/bin/cat\" leads through a symbolic link, and rules see the "

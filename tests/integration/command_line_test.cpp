@@ -43,7 +43,7 @@ TEST(Help, FitsTheWidthOfTheTerminal) {
   }
 }
 
-TEST(Help, DescribesTheOptionsOfAnOperationAndThoseAroundIt) {
+TEST(Help, DescribesTheOptionsOfAnOperationAndTheCommonOnes) {
   HostSetup setup;
   setup.SetVariable("COLUMNS", "80");
   EXPECT_EQ(setup.Run({"ctl", "stop", "--help"}).out,
@@ -63,7 +63,7 @@ TEST(Help, DescribesTheOptionsOfAnOperationAndThoseAroundIt) {
             "                          change\n");
 }
 
-TEST(Color, IsWrittenOnRequestOnly) {
+TEST(Color, IsWrittenOnlyOnRequest) {
   HostSetup setup;
   setup.WriteHost("");
   const auto err = [&](const Arguments& more) {
@@ -102,7 +102,7 @@ TEST_F(Terminal, GetsHelpOfItsWidth) {
   EXPECT_LE(LongestLine(help), 51U) << help;  // with the carriage return
 }
 
-TEST_F(Terminal, GetsColorsUnlessTheyAreUnwanted) {
+TEST_F(Terminal, GetsColorsUnlessTheyAreDisabled) {
   setup.SetVariable("TERM", "xterm");
   setup.SetVariable("NO_COLOR", "");
   EXPECT_TRUE(Contains(Shown(Run()), "\x1b[36mevent"));
@@ -210,7 +210,7 @@ TEST_F(Completion, OffersCommandsAndOperations) {
   EXPECT_EQ(Offered("fenlux-host ctl monitor s"), (Words{"send"}));
 }
 
-TEST_F(Completion, OffersOptionsAndTheirWords) {
+TEST_F(Completion, OffersOptionsAndTheirValues) {
   EXPECT_EQ(Offered("fenlux-host run --co"), (Words{"--config", "--color"}));
   EXPECT_EQ(Offered("fenlux-host run --color a"), (Words{"auto", "always"}));
   EXPECT_EQ(Offered("fenlux-host ctl stop --"),

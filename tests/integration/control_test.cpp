@@ -45,7 +45,7 @@ TEST_F(Control, ShowsTheStatusAsTextAndAsJson) {
   EXPECT_EQ(JsonValue(setup.ControlJson({"summary"}), "notifications.adds_up"), "true");
 }
 
-TEST_F(Control, AsksForVersionPortValueAndFeatures) {
+TEST_F(Control, ShowsVersionPortValueAndFeatures) {
   EXPECT_EQ(Done({"version"}), "driver_version  19072701\n");
   EXPECT_EQ(Done({"port-value"}), "port_value  7\n");
   EXPECT_EQ(Done({"debug-dump"}), "advice  Please use Dbgview to get result.\n");
@@ -210,7 +210,7 @@ TEST(ControlSocket, IsTheUsersDefaultUnlessConfigured) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(ControlSocket, ThatCannotBeMadeAtItsDefaultPlaceDoesNotStopTheHost) {
+TEST(ControlSocket, AFailureAtItsDefaultPathDoesNotStopTheHost) {
   const HostSetup setup;
   setup.Write("host.toml", "");
   setup.Write("fenlux", "");  // where the directory of the socket would be
@@ -227,7 +227,7 @@ TEST(ControlSocket, ThatCannotBeMadeAtItsDefaultPlaceDoesNotStopTheHost) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(ControlSocket, ThatIsConfiguredAndCannotBeMadeIsAnError) {
+TEST(ControlSocket, AFailureAtAConfiguredPathIsAnError) {
   const HostSetup setup;
   setup.Write("host.toml", "");
   const std::string file = setup.Write("file", "text\n");
@@ -236,7 +236,7 @@ TEST(ControlSocket, ThatIsConfiguredAndCannotBeMadeIsAnError) {
   EXPECT_TRUE(Contains(outcome.err, "fenlux-host: cannot open the control socket " + file)) << outcome.err;
 }
 
-TEST(ControlSocket, CannotBeSharedByTwoHostsAtItsDefaultPlace) {
+TEST(ControlSocket, CannotBeSharedByTwoHostsAtItsDefaultPath) {
   const HostSetup setup;
   setup.Write("host.toml", "");
   HostProcess host(setup, RunArguments(setup));

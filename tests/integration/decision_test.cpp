@@ -55,7 +55,7 @@ TEST(DecisionLog, HasALineForEveryRefusedEvent) {
   EXPECT_FALSE(Contains(outcome.err, "/srv/plain"));
 }
 
-TEST(DecisionLog, HasWhatTheSettingSays) {
+TEST(DecisionLog, ContainsTheEventsThatTheSettingSelects) {
   for (const auto& [setting, count] : {std::pair("off", 0U), std::pair("refused", 2U), std::pair("all", 5U)}) {
     const HostSetup setup;
     setup.WriteHost("stop_at_end = true\n[judging]\nlog = '" + std::string(setting) + "'\n" + kRules, Scenario(2, 3));
@@ -70,7 +70,7 @@ TEST(DecisionLog, HasWhatTheSettingSays) {
   }
 }
 
-TEST(DecisionLog, HasTheFactsAsJson) {
+TEST(DecisionLog, WritesTheFactsAsJson) {
   const HostSetup setup;
   setup.WriteHost("stop_at_end = true\n" + std::string(kRules), Scenario(1, 1));
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
@@ -101,7 +101,7 @@ TEST(DecisionLog, LimitsTheConsoleButNotTheFile) {
   EXPECT_TRUE(LinesWith(outcome.out, "not_on_console  290").size() == 1) << outcome.out;
 }
 
-TEST(Enforcement, OffRefusesNothingAndCountsWhatWouldHaveBeen) {
+TEST(Enforcement, WhenOffNothingIsRefusedAndWouldBeRefusalsAreCounted) {
   const HostSetup setup;
   setup.WriteHost("stop_at_end = true\n[judging]\nenforce = false\n" + std::string(kRules), Scenario(2, 1));
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
@@ -139,7 +139,7 @@ TEST(Enforcement, CanBeSwitchedWhileTheHostRuns) {
 }
 
 // The file's name has a line feed, an escape sequence, and the bytes of a lone surrogate.
-TEST(DecisionLog, ShowsNothingRawOfAFileName) {
+TEST(DecisionLog, EscapesFileNames) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   for (const bool json : {false, true}) {
     const HostSetup setup;
@@ -167,7 +167,7 @@ TEST(DecisionLog, ShowsNothingRawOfAFileName) {
   }
 }
 
-TEST(DecisionLog, HasRefusalsWithoutAJudgement) {
+TEST(DecisionLog, ContainsRefusalsWithoutAJudgement) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   const HostSetup setup;
   const std::string directory = setup.Directory("watched");
@@ -230,7 +230,7 @@ TEST(Explain, ReadsOnlyTheRulesAndNeedsNoHost) {
   EXPECT_EQ(wrong.err, broken + ":2:20: judging.default_decision: must be from 1 to 7, not 9\n");
 }
 
-TEST(Explain, TakesTheProgramFromAProcess) {
+TEST(Explain, LooksUpTheProgramOfAProcess) {
   const HostSetup setup;
   setup.WriteHost("[[judging.rules]]\nprocess = 'fenlux_integration_tests'\ndecision = 3\n");
   const std::string config = (setup.Path() / "host.toml").string();

@@ -111,7 +111,7 @@ TEST_F(Drive, TheEmulatorIsClean) {
   EXPECT_EQ(outcome.out.find("not seen"), std::string::npos) << outcome.out;
 }
 
-TEST_F(Drive, EachFaultIsNamed) {
+TEST_F(Drive, EachFaultIsReported) {
   for (const Fault& fault : kFaults) {
     SCOPED_TRACE(fault.name);
     Write(std::string(kPatientDriver) + "[emulator.faults]\n" + fault.settings, std::string(kAwait) + fault.steps);
@@ -122,7 +122,7 @@ TEST_F(Drive, EachFaultIsNamed) {
   }
 }
 
-TEST_F(Drive, ADriverThatTakesNoSecondConnectionIsNamed) {
+TEST_F(Drive, ADriverThatRefusesASecondConnectionIsReported) {
   Write(kPatientDriver, std::string(kAwait) + "[[steps]]\nfaults = { refuse_connects = 1000 }\n");
   const Outcome outcome = Run({"--limit", "60s", "--timeout", "1s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
@@ -131,7 +131,7 @@ TEST_F(Drive, ADriverThatTakesNoSecondConnectionIsNamed) {
                                       "WRONG reconnect: connection: none after the module closed the last one"}));
 }
 
-TEST_F(Drive, ADriverThatNeverConnectsIsNamed) {
+TEST_F(Drive, ADriverThatNeverConnectsIsReported) {
   Write(std::string(kPatientDriver) + "[emulator.faults]\nrefuse_connects = 1000\n", kNone);
   const Outcome outcome = RunBriefly({"--timeout", "1s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
@@ -139,7 +139,7 @@ TEST_F(Drive, ADriverThatNeverConnectsIsNamed) {
   EXPECT_THAT(outcome.out, EndsWith("\nnot everything was tried: no connection was ready\n1 finding\n"));
 }
 
-TEST_F(Drive, ADriverThatDoesNotAnswerARequestIsNamed) {
+TEST_F(Drive, ADriverThatDoesNotAnswerARequestIsReported) {
   Write(std::string(kPatientDriver) + "[emulator.faults]\ndelay_requests_ms = 3600000\n", kNone);
   const Outcome outcome = Run({"--timeout", "1s", "--limit", "300ms", "--duration", "1ms"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
@@ -147,7 +147,7 @@ TEST_F(Drive, ADriverThatDoesNotAnswerARequestIsNamed) {
   EXPECT_THAT(outcome.out, HasSubstr("\nnot everything was tried: \"version\" did not return\n")) << outcome.out;
 }
 
-TEST_F(Drive, ASlowDriverIsNamed) {
+TEST_F(Drive, ASlowDriverIsReported) {
   Write(std::string(kPatientDriver) + "[emulator.faults]\ndelay_requests_ms = 60\n", kNone);
   const Outcome outcome = Run({"--no-reconnect", "--limit", "50ms", "--duration", "1ms"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
@@ -155,7 +155,7 @@ TEST_F(Drive, ASlowDriverIsNamed) {
               HasSubstr("\nWRONG request-time: request 13 (driver version): answered after more than 50 ms\n"));
 }
 
-TEST_F(Drive, ADriverThatTakesRepliesTooLateIsNamed) {
+TEST_F(Drive, ADriverThatDoesNotWaitForAReplyIsReported) {
   Write("[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 20\n",
         std::string(kAwait) + "[[steps]]\nnotify = 4098\npath = '/a'\nhold_reply_ms = 200\n");
   const Outcome outcome = RunBriefly();
@@ -164,7 +164,7 @@ TEST_F(Drive, ADriverThatTakesRepliesTooLateIsNamed) {
             std::vector<std::string>{"WRONG replies: reply: the driver no longer waited for it"});
 }
 
-TEST_F(Drive, TheRecordingShowsTheRecord) {
+TEST_F(Drive, AFindingLocatesItsRecordInTheRecording) {
   Write(kPatientDriver, std::string(kAwait) + "[[steps]]\nnotify = 4115\npath = '/a'\n");
   const Outcome outcome = RunBriefly({"--record", File("port.pcapng"), "--json"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;

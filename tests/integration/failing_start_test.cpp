@@ -32,7 +32,7 @@ void Prepare(HostSetup& setup, std::size_t failing) {
   setup.SetVariable("FENLUX_ALLOCATION_COUNT", (setup.Path() / "count").string());
 }
 
-TEST(FailingStart, TheHostEndsInOrderOrRunsAsUsual) {
+TEST(FailingStart, TheHostEndsWithAReasonOrRunsAsUsual) {
   std::size_t allocations = 0;
   {
     HostSetup setup;

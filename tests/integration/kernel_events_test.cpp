@@ -22,7 +22,7 @@ std::string Rules(const std::string& directories) {
          directories + "]\n[[judging.rules]]\npath = '*.secret'\nprocess = 'cat'\ndecision = 3\n";
 }
 
-TEST(KernelEvents, RefuseOneNameToOneProgramAlsoInADirectoryAddedLater) {
+TEST(KernelEvents, RefuseOneNameToOneProgramEvenInADirectoryAddedLater) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   const HostSetup setup;
   const std::string first = setup.Directory("first");
@@ -80,7 +80,7 @@ class GuardedDirectory {
   std::optional<HostProcess> host;
 };
 
-TEST(KernelEvents, RefuseAProgramThatIsMountedOverAnotherWhereTheProgramDecides) {
+TEST(KernelEvents, RefuseAProgramMountedOverAnotherIfARuleDependsOnTheProgram) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   GuardedDirectory guarded;
   ASSERT_TRUE(guarded.Ready());
@@ -95,7 +95,7 @@ TEST(KernelEvents, RefuseAProgramThatIsMountedOverAnotherWhereTheProgramDecides)
   EXPECT_EQ(JsonValue(outcome.out, "summary.unjudged.program not established"), "1") << outcome.out;
 }
 
-TEST(KernelEvents, RefuseAProgramThatAnotherOneHasJustBecome) {
+TEST(KernelEvents, RefuseAProgramImmediatelyAfterItsExec) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   GuardedDirectory guarded;
   ASSERT_TRUE(guarded.Ready());
@@ -104,7 +104,7 @@ TEST(KernelEvents, RefuseAProgramThatAnotherOneHasJustBecome) {
   EXPECT_EQ(refused.out, "");
 }
 
-TEST(KernelEvents, OfADeletedDirectoryAreReportedAsLostUntilItIsThereAgain) {
+TEST(KernelEvents, AreReportedAsLostWhileTheirDirectoryIsDeleted) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   const HostSetup setup;
   const std::string policy = setup.Directory("policy");
@@ -149,7 +149,7 @@ TEST(KernelEvents, OfADeletedDirectoryAreReportedAsLostUntilItIsThereAgain) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(KernelEvents, AreRefusedForTheRootDirectory) {
+TEST(KernelEvents, CannotBeConfiguredForTheRootDirectory) {
   if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   const HostSetup setup;
   setup.WriteHost("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['/']\n");

@@ -55,7 +55,7 @@ TEST_F(LiveViews, StatusShowsTheLatencyOfTheLastSecondsAndMinutes) {
   EXPECT_TRUE(Contains(text.out, "  last_10_seconds\n    count   ")) << text.out;
 }
 
-TEST_F(LiveViews, StatusTellsWhyTheLastConnectionEndedAndHealthFollows) {
+TEST_F(LiveViews, StatusAndHealthSayWhyTheLastConnectionEnded) {
   Start("");
   ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
   Outcome health;
@@ -81,7 +81,7 @@ TEST_F(LiveViews, HealthIsDegradedByARefusedReloadUntilOneSucceeds) {
   EXPECT_EQ(health.out, "{\"health\":\"degraded\",\"problems\":[\"the last reload was refused\"]}\n");
 }
 
-TEST_F(LiveViews, HealthOfAHostThatDoesNotRunIsOneLineAndSeven) {
+TEST_F(LiveViews, HealthWithoutARunningHostIsOneLineAndExitCodeSeven) {
   const Outcome text = setup.Control({"health"});
   EXPECT_EQ(text.code, 7);
   EXPECT_TRUE(Contains(text.out, "not reachable: ")) << text.out;
@@ -102,7 +102,7 @@ TEST_F(LiveViews, MetricsCountTheTraffic) {
   EXPECT_TRUE(Contains(text, "fenlux_latency_seconds_bucket{le=\"+Inf\"} 25\n")) << text;
 }
 
-TEST_F(LiveViews, APortThatIsTakenIsAnErrorWithItsReason) {
+TEST_F(LiveViews, APortInUseIsAnErrorWithTheReason) {
   Start("[metrics]\nlisten = '127.0.0.1:0'\n");
   ASSERT_TRUE(host->WaitForError("[host] metrics at http://127.0.0.1:"));
   const std::string log = host->Err();

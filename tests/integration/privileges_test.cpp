@@ -52,7 +52,7 @@ void ExpectCapabilities(const HostProcess& host, std::uint64_t expected) {
   EXPECT_GT(threads, 3);
 }
 
-TEST(Privileges, AreAllGivenUpWithScriptedEvents) {
+TEST(Privileges, AreAllDroppedWithScriptedEvents) {
   HostSetup setup;
   setup.SetVariable("SUDO_UID", "");
   setup.WriteHost("");
@@ -62,7 +62,7 @@ TEST(Privileges, AreAllGivenUpWithScriptedEvents) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(Privileges, StayToReadTheFilesOfTheUserWhoCalledSudo) {
+TEST(Privileges, AreKeptToReadTheFilesOfTheUserWhoCalledSudo) {
   HostSetup setup;
   setup.SetVariable("SUDO_UID", "54321");
   setup.WriteHost("");
@@ -73,7 +73,7 @@ TEST(Privileges, StayToReadTheFilesOfTheUserWhoCalledSudo) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(Privileges, StayThatKernelEventsNeed) {
+TEST(Privileges, AreKeptAsFarAsKernelEventsNeedThem) {
   HostSetup setup;
   setup.SetVariable("SUDO_UID", "");
   const std::string watched = setup.Directory("watched");

@@ -52,7 +52,7 @@ class Record : public ::testing::Test {
   const HostSetup setup;
 };
 
-TEST_F(Record, ARunIsRecordedWholeAndDecoded) {
+TEST_F(Record, ARunIsRecordedCompletelyAndDecoded) {
   const std::string directory = setup.Directory("watched");
   setup.WriteHost("stop_at_end = true\n[policy]\ndirectories = ['watched', 'not-there']\n" + std::string(kRules),
                   kThreeEvents);
@@ -116,7 +116,7 @@ TEST_F(Record, AWrongTableIsReported) {
   EXPECT_THAT(outcome.err, HasSubstr("capture.file_sise_mb"));
 }
 
-TEST_F(Record, NothingButACaptureIsReplaced) {
+TEST_F(Record, OnlyACaptureIsReplaced) {
   setup.WriteHost("stop_at_end = true\n", kThreeEvents);
   setup.Write("port.pcapng", "a letter");
   const Outcome outcome = setup.Run(RunArguments(setup, {"--record", File()}));
@@ -124,7 +124,7 @@ TEST_F(Record, NothingButACaptureIsReplaced) {
   EXPECT_THAT(outcome.err, HasSubstr("port.pcapng exists and is not a capture"));
 }
 
-TEST_F(Record, AHostThatIsKilledLeavesWholeBlocks) {
+TEST_F(Record, AHostThatIsKilledLeavesCompleteBlocks) {
   setup.WriteHost("", kThreeEvents);
   for (int round = 0; round < 3; ++round) {
     HostProcess host(setup, RunArguments(setup, {"--record", File()}));
@@ -164,7 +164,7 @@ TEST_F(Record, ARunningHostIsRecordedOnRequest) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST_F(Record, ACaptureIsFollowedThroughItsRotation) {
+TEST_F(Record, ACaptureIsFollowedAcrossItsRotation) {
   setup.WriteHost("[capture]\nfile = 'port.pcapng'\nfiles = 2\n" + std::string(kRules), kThreeEvents);
   HostProcess first(setup, RunArguments(setup));
   ASSERT_TRUE(first.WaitForError("scenario finished"));
@@ -178,7 +178,7 @@ TEST_F(Record, ACaptureIsFollowedThroughItsRotation) {
   EXPECT_FALSE(Find(Decode({}, "port.1.pcapng"), "notification", "code", 4113).is_null());
 }
 
-TEST_F(Record, WhatIsNoCaptureIsRefused) {
+TEST_F(Record, AFileThatIsNotACaptureIsRefused) {
   setup.Write("letter", "not a capture at all");
   Outcome outcome = setup.Run({"decode", File("letter")});
   EXPECT_EQ(outcome.code, 2);

@@ -60,7 +60,7 @@ class Replay : public ::testing::Test {
   HostSetup setup;
 };
 
-TEST_F(Replay, ARecordedRunIsIdenticalEveryTime) {
+TEST_F(Replay, ARecordedRunReplaysIdenticallyEveryTime) {
   Record();
   for (int round = 0; round < 3; ++round) {
     const Outcome outcome = Play();
@@ -74,14 +74,14 @@ TEST_F(Replay, ARecordedRunIsIdenticalEveryTime) {
   ExpectIdentical(Play({"--speed", "1"}));
 }
 
-TEST_F(Replay, TheRecordedPolicyNeedNotExistHere) {
+TEST_F(Replay, TheRecordedDirectoriesNeedNotExistHere) {
   Record();
   boost::filesystem::remove(setup.Path() / "watched");
   setup.Directory("not-there");
   ExpectIdentical(Play());
 }
 
-TEST_F(Replay, TheScriptedExampleIsIdentical) {
+TEST_F(Replay, TheScriptedExampleReplaysIdentically) {
   const Outcome recorded = setup.Run({"run", "--config", std::string(FENLUX_EXAMPLES) + "/scripted.toml", "--socket",
                                       File("host.sock"), "--record", File()});
   ASSERT_EQ(recorded.code, 0) << recorded.err;
@@ -91,7 +91,7 @@ TEST_F(Replay, TheScriptedExampleIsIdentical) {
 }
 
 // Recorded on another machine, whose paths and processes are not here.
-TEST_F(Replay, ACaptureOfAnotherMachineIsIdentical) {
+TEST_F(Replay, ACaptureOfAnotherMachineReplaysIdentically) {
   const Outcome outcome = setup.Run({"replay", "--json", FENLUX_GOLDEN_RUN});
   ExpectIdentical(outcome);
   EXPECT_EQ(JsonValue(outcome.out, "replay.requests"), "8");
@@ -121,7 +121,7 @@ TEST_F(Replay, TheCallsOfTheHostAreRepeated) {
   EXPECT_GT(std::stoi(JsonValue(outcome.out, "replay.requests")), 30);
 }
 
-TEST_F(Replay, ARecordingThatBeganLateIsReplayedFromThere) {
+TEST_F(Replay, ARecordingThatStartsLateIsReplayedFromItsStart) {
   setup.WriteHost(kSettings);
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("[Add Monitor OK!]"));
@@ -134,7 +134,7 @@ TEST_F(Replay, ARecordingThatBeganLateIsReplayedFromThere) {
   EXPECT_EQ(JsonValue(outcome.out, "replay.requests"), "2");
 }
 
-TEST_F(Replay, ACaptureMayLackEverythingButNotifications) {
+TEST_F(Replay, ACaptureMayContainOnlyNotifications) {
   Record("[capture]\nkinds = ['notifications']\n" + std::string(kSettings));
   const Outcome outcome = Play();
   ExpectIdentical(outcome);
@@ -142,7 +142,7 @@ TEST_F(Replay, ACaptureMayLackEverythingButNotifications) {
   EXPECT_EQ(JsonValue(outcome.out, "replay.requests"), "0");
 }
 
-TEST_F(Replay, WithoutFactsRequestsAreCheckedForTheirForm) {
+TEST_F(Replay, WithoutFactsOnlyTheFormOfRequestsIsChecked) {
   Record("[capture]\nkinds = ['notifications', 'requests']\n" + std::string(kSettings));
   const Outcome outcome = Play();
   ExpectIdentical(outcome);
@@ -166,7 +166,7 @@ TEST_F(Replay, AnAlteredModuleIsCaught) {
   EXPECT_THAT(text.out, HasSubstr("identical"));
 }
 
-TEST_F(Replay, ARecordedMessageBecomesATest) {
+TEST_F(Replay, ARecordedMessageCanBeUsedAsATest) {
   // Exchange 9 is the first notification of the golden run, which a rule refused.
   const std::string step = std::string("[[steps]]\nfrom_capture = '") + FENLUX_GOLDEN_RUN + "'\nexchange = 9\n";
   const std::string await = "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
@@ -190,7 +190,7 @@ TEST_F(Replay, TheExampleOfARecordedMessagePassesWithItsRuleAndFailsWithoutIt) {
   EXPECT_EQ(setup.Run(RunArguments(setup)).code, 4);
 }
 
-TEST_F(Replay, WhatIsNoWholeCaptureIsRefused) {
+TEST_F(Replay, AnIncompleteCaptureIsRefused) {
   setup.Write("letter", "not a capture at all");
   Outcome outcome = Play({}, "letter");
   EXPECT_EQ(outcome.code, 2);
@@ -209,7 +209,7 @@ TEST_F(Replay, WhatIsNoWholeCaptureIsRefused) {
   EXPECT_EQ(setup.Run({"replay", "--speed", "2", File("letter")}).code, 2);
 }
 
-TEST_F(Replay, AModuleThatCannotBeLoadedIsNoDifference) {
+TEST_F(Replay, AModuleThatCannotBeLoadedIsAnErrorNotADifference) {
   Record();
   const Outcome outcome = Play({"--module", File("no-such-module.so")});
   EXPECT_EQ(outcome.code, 3);

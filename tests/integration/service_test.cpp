@@ -57,7 +57,7 @@ class Manager {
   const int socket;
 };
 
-TEST(Service, TellsItsManagerWhatItDoes) {
+TEST(Service, ReportsItsStateToItsManager) {
   HostSetup setup;
   const std::string socket = (setup.Path() / "notify").string();
   Manager manager(socket);
@@ -96,7 +96,7 @@ TEST(Service, IsReadyAndAliveWithoutADriver) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(Service, IsNotWatchedOnBehalfOfAnotherProcess) {
+TEST(Service, SendsNoWatchdogReportsIfAnotherProcessIsWatched) {
   HostSetup setup;
   const std::string socket = (setup.Path() / "notify").string();
   Manager manager(socket);
@@ -113,7 +113,7 @@ TEST(Service, IsNotWatchedOnBehalfOfAnotherProcess) {
   }
 }
 
-TEST(Service, WithAManagerThatIsGoneTheHostRunsAsUsual) {
+TEST(Service, WithoutAReachableManagerTheHostRunsAsUsual) {
   HostSetup setup;
   setup.SetVariable("NOTIFY_SOCKET", (setup.Path() / "nobody").string());
   setup.WriteHost("");
@@ -234,14 +234,14 @@ TEST_F(RenamedLogFile, IsOpenedAgainOnSighup) {
   EXPECT_EQ(Host().Stop().code, 0);
 }
 
-TEST_F(RenamedLogFile, IsOpenedAgainThoughTheConfigurationHasErrors) {
+TEST_F(RenamedLogFile, IsOpenedAgainEvenIfTheConfigurationHasErrors) {
   setup.Write("host.toml", "nonsense = 1\n");
   Host().Signal(SIGHUP);
   ASSERT_TRUE(Eventually([&] { return Contains(TextOf(file), "[host] configuration not reloaded"); }));
   EXPECT_EQ(Host().Stop().code, 0);
 }
 
-TEST_F(RenamedLogFile, ThatCannotBeOpenedAgainStaysOpen) {
+TEST_F(RenamedLogFile, StaysOpenIfItCannotBeOpenedAgain) {
   setup.Directory("host.log");
   Host().Signal(SIGHUP);
   EXPECT_TRUE(Host().WaitForError("[host] the log stays in the file that is open: the log file " + file.string() +
@@ -323,7 +323,7 @@ TEST(LogFile, IsRotatedByLogrotateWhileTheHostRuns) {
   EXPECT_TRUE(Contains(setup.Read("logs/host.log"), "Driver interact exit."));
 }
 
-TEST(Output, ThatCannotBeWrittenGivesExitCodeOne) {
+TEST(Output, AWriteErrorGivesExitCodeOne) {
   const HostSetup setup;
   setup.WriteHost("");
   const std::string program = HostProgram();

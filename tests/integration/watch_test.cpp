@@ -85,7 +85,7 @@ TEST_F(Watch, AWatcherThatDoesNotReadLosesEventsAndHoldsUpNobody) {
   ::close(reader);
 }
 
-TEST_F(Watch, LeavesThePlacesOfTheControlChannelToOthers) {
+TEST_F(Watch, ManyWatchersDoNotBlockOtherControlClients) {
   Start(kTraffic);
   std::vector<std::unique_ptr<HostProcess>> watchers;  // more than the channel serves at once
   for (int index = 0; index < 12; ++index) {
@@ -104,7 +104,7 @@ TEST_F(Watch, EndsWithTheHost) {
   EXPECT_EQ(outcome.code, 3) << outcome.err;
 }
 
-TEST_F(Watch, WithoutAHostIsUnreachable) { EXPECT_EQ(setup.Run(WatchArguments({})).code, 3); }
+TEST_F(Watch, WithoutAHostExitsWithThree) { EXPECT_EQ(setup.Run(WatchArguments({})).code, 3); }
 
 }  // namespace
 }  // namespace fenlux::testing

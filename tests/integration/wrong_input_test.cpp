@@ -202,7 +202,7 @@ std::string Placed(std::string text, const std::string& directory) {
   return text;
 }
 
-TEST(WrongInput, IsAnsweredWithPlaceReasonAndRemedy) {
+TEST(WrongInput, IsReportedWithPositionReasonAndRemedy) {
   static_assert(std::size(kInputs) >= 40);
   const HostSetup setup;
   const std::string directory = setup.Path().string();
@@ -241,7 +241,7 @@ TEST(WrongInput, IsReportedAsJsonToo) {
   }
 }
 
-TEST(WrongInput, AConfigurationThatOthersOwnIsNotReadable) {
+TEST(WrongInput, AnUnreadableConfigurationIsReportedWithTheReason) {
   if (::geteuid() == 0) GTEST_SKIP() << "skipped, because root may read every file";
   const HostSetup setup;
   const std::string file = setup.Write("host.toml", "");
@@ -250,7 +250,7 @@ TEST(WrongInput, AConfigurationThatOthersOwnIsNotReadable) {
             file + ":1:1: (file): cannot be read: Permission denied; check its permissions\n");
 }
 
-TEST(WrongInput, OfOtherSettingsDoesNotKeepCtlFromItsHost) {
+TEST(WrongInput, InOtherSettingsDoesNotKeepCtlFromReachingItsHost) {
   const HostSetup setup;
   setup.WriteHost("");
   HostProcess host(setup, RunArguments(setup));
@@ -261,7 +261,7 @@ TEST(WrongInput, OfOtherSettingsDoesNotKeepCtlFromItsHost) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-TEST(Duration, TakesAUnit) {
+TEST(Duration, AcceptsAUnit) {
   const HostSetup setup;
   setup.WriteHost("");
   EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "300ms"})).code, 0);

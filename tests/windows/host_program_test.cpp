@@ -119,7 +119,7 @@ TEST(HostProgram, RegistersTheSystemProcesses) {
   EXPECT_EQ(RegisteredProcess(driver.out, 2) != 0, registrations == 2) << driver.out;
 }
 
-TEST(HostProgram, TakesOperationsThroughItsPipe) {
+TEST(HostProgram, AcceptsOperationsThroughItsPipe) {
   const HostSetup setup;
   const auto config = setup.Write("host.toml", ConfigText(setup, "[policy]\ndirectories = ['.']\n"));
   HostProgram host(setup, {"run", "--config", Utf8(config)});

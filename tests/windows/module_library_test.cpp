@@ -114,7 +114,7 @@ TEST_F(ModuleLibrary, SaysWhichServiceIsMissing) {
   EXPECT_EQ(Registrations(), 0U);
 }
 
-TEST_F(ModuleLibrary, LetsExceptionsOfServicesThroughUnchanged) {
+TEST_F(ModuleLibrary, PropagatesExceptionsOfServicesUnchanged) {
   const auto throws = [](Failure failure) {
     host->Gate().FailAlways("CGlobalContext::GetLog", failure);
     std::string caught = "nothing";
@@ -215,7 +215,7 @@ TEST_F(ModuleLibrary, DistinguishesTheKindsOfTheHostsExceptions) {
   EXPECT_EQ(lineFor(Failure::kInt), "CLog::LogProblem(0x10003, [wdi,wdaokd,OTHE])");
 }
 
-TEST_F(ModuleLibrary, LetsExceptionsOfTheHostThrough) {
+TEST_F(ModuleLibrary, PropagatesExceptionsOfTheHost) {
   const auto interact = host->Module()->GetDriverInteract();
   ASSERT_NE(interact, nullptr);
   host->Gate().FailAlways("CPortClient::Send", Failure::kStandard);

@@ -28,7 +28,7 @@ struct Sample {
   std::string bytes;
 };
 
-TEST(CaptureDamage, AFileThatIsCutOffReadsToItsLastWholeBlock) {
+TEST(CaptureDamage, ATruncatedFileIsReadUpToItsLastCompleteBlock) {
   const Sample sample;
   for (std::size_t size = sample.offsets[2]; size < sample.bytes.size(); ++size) {
     const ReadCapture read = ReadAll(sample.bytes.substr(0, size));
@@ -38,7 +38,7 @@ TEST(CaptureDamage, AFileThatIsCutOffReadsToItsLastWholeBlock) {
   }
 }
 
-TEST(CaptureDamage, ABlockLengthThatLiesCostsOneBlock) {
+TEST(CaptureDamage, AWrongBlockLengthLosesOnlyThatBlock) {
   for (const std::uint32_t length : {0u, 4u, 13u, 100u, 0xFFFFFFFCu, 1u << 20}) {
     Sample sample;
     sample.Set32(sample.offsets[1] + 4, length);
@@ -50,7 +50,7 @@ TEST(CaptureDamage, ABlockLengthThatLiesCostsOneBlock) {
   }
 }
 
-TEST(CaptureDamage, AWrongTrailingLengthCostsOneBlock) {
+TEST(CaptureDamage, AWrongTrailingLengthLosesOnlyThatBlock) {
   Sample sample;
   sample.Set32(sample.offsets[2] - 4, 8);
   const ReadCapture read = ReadAll(sample.bytes);
@@ -60,7 +60,7 @@ TEST(CaptureDamage, AWrongTrailingLengthCostsOneBlock) {
   EXPECT_THAT(read.problems[0].text, HasSubstr("two lengths, 84 and 8 bytes"));
 }
 
-TEST(CaptureDamage, ACapturedLengthThatLiesCostsOnePacket) {
+TEST(CaptureDamage, AWrongCapturedLengthLosesOnlyThatPacket) {
   Sample sample;
   sample.Set32(sample.offsets[0] + 20, 5000);
   const ReadCapture read = ReadAll(sample.bytes);
@@ -70,7 +70,7 @@ TEST(CaptureDamage, ACapturedLengthThatLiesCostsOnePacket) {
   EXPECT_THAT(read.problems[0].text, HasSubstr("5000 captured bytes"));
 }
 
-TEST(CaptureDamage, AnOriginalLengthThatLiesCostsOnePacket) {
+TEST(CaptureDamage, AWrongOriginalLengthLosesOnlyThatPacket) {
   for (const std::uint32_t original : {3u, 0xFFFFFFFFu}) {
     Sample sample;
     sample.Set32(sample.offsets[0] + 24, original);
@@ -81,7 +81,7 @@ TEST(CaptureDamage, AnOriginalLengthThatLiesCostsOnePacket) {
   }
 }
 
-TEST(CaptureDamage, OverwrittenBytesCostTheBlocksTheyTouch) {
+TEST(CaptureDamage, OverwrittenBytesLoseOnlyTheBlocksTheyTouch) {
   Sample sample;
   for (std::size_t at = sample.offsets[0] + 60; at < sample.offsets[1] + 20; ++at) sample.bytes[at] = '\x5A';
   const ReadCapture read = ReadAll(sample.bytes);
@@ -110,7 +110,7 @@ TEST(CaptureDamage, APacketOfAnUnknownInterfaceOrVersionIsReported) {
   EXPECT_THAT(read.problems[1].text, HasSubstr("version 2"));
 }
 
-TEST(CaptureDamage, AnythingElseIsNoCapture) {
+TEST(CaptureDamage, OtherFilesAreNotCaptures) {
   for (const std::string& bytes : {std::string("PK\x03\x04 some other kind of file"), std::string(100, '\0')}) {
     const ReadCapture read = ReadAll(bytes);
     EXPECT_FALSE(read.isCapture);
@@ -120,7 +120,7 @@ TEST(CaptureDamage, AnythingElseIsNoCapture) {
   EXPECT_FALSE(ReadAll("").isCapture);
 }
 
-TEST(CaptureDamage, ASectionBehindADamagedBeginningIsRead) {
+TEST(CaptureDamage, ASectionAfterDamagedBytesIsRead) {
   const Sample sample;
   const ReadCapture read = ReadAll("abcdefgh" + sample.bytes);
   EXPECT_TRUE(read.isCapture);
@@ -129,7 +129,7 @@ TEST(CaptureDamage, ASectionBehindADamagedBeginningIsRead) {
 }
 
 // A growing file is not searched while its end may still be written.
-TEST(CaptureDamage, AGrowingFileWithALyingLengthWaits) {
+TEST(CaptureDamage, AWrongLengthInAGrowingFileIsReportedOnlyWhenItStopsGrowing) {
   Sample sample;
   sample.Set32(sample.offsets[1] + 4, 1u << 20);
   std::istringstream stream(sample.bytes);

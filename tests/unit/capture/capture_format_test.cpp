@@ -57,7 +57,7 @@ TEST(CaptureFormat, APacketHasItsHeaderDirectionAndDropCount) {
   EXPECT_EQ(PacketBlockSize(packet), bytes.size());
 }
 
-TEST(CaptureFormat, TheZerosAtTheEndOfARequestAreCut) {
+TEST(CaptureFormat, TrailingZerosOfARequestAreOmitted) {
   const std::string message = std::string("request") + std::string(65554, '\0');
   Packet packet;
   packet.header.kind = Kind::kRequest;
@@ -75,7 +75,7 @@ TEST(CaptureFormat, TheZerosAtTheEndOfARequestAreCut) {
   EXPECT_EQ(read.packets[0].packet.originalSize, 65561u);
 }
 
-TEST(CaptureFormat, WhatIsWrittenIsRead) {
+TEST(CaptureFormat, PacketsAreReadBackAsWritten) {
   CaptureText capture;
   const std::size_t first = capture.Add(Kind::kConnectContext, 0, "context", 1'700'000'000'123'456'789);
   capture.Add(Kind::kRequestReply, 7, "", 1'700'000'000'123'456'790, "the driver fails");
@@ -135,7 +135,7 @@ TEST(CaptureFormat, BlocksInTheOtherByteOrderAreRead) {
   EXPECT_EQ(read.packets[0].message, "abcd");
 }
 
-TEST(CaptureFormat, OtherResolutionsBecomeNanoseconds) {
+TEST(CaptureFormat, TimesOfOtherResolutionsAreConvertedToNanoseconds) {
   struct Case {
     std::uint8_t resolution;
     std::uint64_t units, nanoseconds;
@@ -152,7 +152,7 @@ TEST(CaptureFormat, OtherResolutionsBecomeNanoseconds) {
   }
 }
 
-TEST(CaptureFormat, AFileThatGrowsIsReadAsItDoes) {
+TEST(CaptureFormat, AGrowingFileIsReadAsItGrows) {
   CaptureText capture;
   capture.Add(Kind::kCall, 1, "{}");
   const std::size_t second = capture.Add(Kind::kCall, 2, "{}");

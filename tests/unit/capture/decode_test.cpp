@@ -102,7 +102,7 @@ TEST(Decode, AnExchangeHasItsJudgementReplyAndLatency) {
   EXPECT_THAT(text, HasSubstr(R"( decision=3 rule="r" microseconds=2)"));
 }
 
-TEST(Decode, ARequestIsReadWithTheZerosThatWereCut) {
+TEST(Decode, ARequestIsReadWithItsOmittedTrailingZeros) {
   const std::string request = Vector("request/01-directory.bin");
   Packet packet;
   packet.header = {Kind::kRequest, 1, 1};
@@ -193,7 +193,7 @@ TEST(Decode, MessagesOfSeveralConnectionsAreKeptApart) {
   for (const Report& report : decoded.reports) EXPECT_FALSE(report.contains("unanswered"));
 }
 
-TEST(Decode, AnExchangeThatBeginsTwiceIsGivenOutTwice) {
+TEST(Decode, AnExchangeThatBeginsTwiceIsReturnedTwice) {
   CaptureText capture;
   capture.Add(Kind::kRequest, 1, "first");
   capture.Add(Kind::kRequest, 1, "second");
@@ -216,7 +216,7 @@ TEST(Decode, HexShowsTheCapturedBytes) {
   EXPECT_THAT(ExchangeText(decoded.reports[0]), HasSubstr("  message_bytes 0102\n"));
 }
 
-TEST(Decode, TextsOfACaptureCannotBreakALine) {
+TEST(Decode, TextsInACaptureCannotBreakALine) {
   CaptureText capture;
   capture.Add(Kind::kClosed, 0, "a\n\x1b[31mb");
   capture.Add(Kind::kFacts, 0, R"({"a\nb":"c\u001bd"})");

@@ -25,7 +25,7 @@ class FileRotationTest : public ::testing::Test {
   TemporaryDirectory directory;
 };
 
-TEST_F(FileRotationTest, OlderFilesHaveTheirAgeBeforeTheExtension) {
+TEST_F(FileRotationTest, OlderFilesHaveTheirNumberBeforeTheExtension) {
   const FileRotation rotation(Current(), 3);
   EXPECT_EQ(rotation.NameOf(0), Current());
   EXPECT_EQ(rotation.NameOf(1), directory.Path() / "port.1.pcapng");
@@ -33,7 +33,7 @@ TEST_F(FileRotationTest, OlderFilesHaveTheirAgeBeforeTheExtension) {
   EXPECT_EQ(FileRotation("plain", 2).NameOf(1), "plain.1");
 }
 
-TEST_F(FileRotationTest, EveryFileBecomesOneOlderAndTheOldestIsRemoved) {
+TEST_F(FileRotationTest, EveryFileGetsTheNextNumberAndTheOldestIsRemoved) {
   const FileRotation rotation(Current(), 3);
   WriteCapture("port.pcapng", "current");
   WriteCapture("port.1.pcapng", "older");
@@ -46,7 +46,7 @@ TEST_F(FileRotationTest, EveryFileBecomesOneOlderAndTheOldestIsRemoved) {
   EXPECT_FALSE(Exists("port.3.pcapng"));
 }
 
-TEST_F(FileRotationTest, FilesBehindAGapStay) {
+TEST_F(FileRotationTest, FilesAfterAGapAreNotMoved) {
   const FileRotation rotation(Current(), 3);
   WriteCapture("port.pcapng", "current");
   WriteCapture("port.2.pcapng", "oldest");
@@ -62,7 +62,7 @@ TEST_F(FileRotationTest, ASingleFileIsRemoved) {
   EXPECT_FALSE(Exists("port.1.pcapng"));
 }
 
-TEST_F(FileRotationTest, NothingButCapturesIsReplaced) {
+TEST_F(FileRotationTest, OnlyCapturesAreReplaced) {
   directory.Write("port.pcapng", "a letter");
   EXPECT_THAT(FileRotation(Current(), 1).FindObstacle(), HasSubstr("port.pcapng exists and is not a capture"));
   directory.Write("port.pcapng", "");

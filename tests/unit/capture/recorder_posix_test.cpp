@@ -74,7 +74,7 @@ TEST(CaptureFilePosix, OnlyItsOwnerMayReadIt) {
   EXPECT_EQ(status.st_mode & 07777, 0600u);
 }
 
-TEST(CaptureFilePosix, NothingThatExistsIsOpened) {
+TEST(CaptureFilePosix, AnExistingFileIsNeverOpened) {
   const TemporaryDirectory directory;
   const boost::filesystem::path victim = directory.Write("victim", "text");
   const boost::filesystem::path link = directory.Path() / "link.pcapng";
@@ -89,7 +89,7 @@ TEST(CaptureFilePosix, NothingThatExistsIsOpened) {
   EXPECT_THROW(CaptureWriter writer(SettingsFor(link)), RecordingError);
 }
 
-TEST(CaptureWriterPosix, AFullDiskCostsWholeMessagesOnlyAndTheFileSaysHowMany) {
+TEST(CaptureWriterPosix, AFullDiskLosesOnlyWholeMessagesAndTheFileSaysHowMany) {
   const TemporaryDirectory directory;
   const boost::filesystem::path name = directory.Path() / "port.pcapng";
   CaptureWriter writer(SettingsFor(name));
@@ -142,7 +142,7 @@ TEST(CaptureWriterPosix, AFileThatCannotBeMovedGrowsInsteadOfLosingMessages) {
               ElementsAre(1, 2, 3));
 }
 
-TEST(CaptureWriterPosix, AFileThatCannotBeginIsTriedAgain) {
+TEST(CaptureWriterPosix, AFileThatCannotBeStartedIsTriedAgain) {
   const TemporaryDirectory directory;
   RecordingSettings settings = SettingsFor(directory.Path() / "port.pcapng");
   settings.maxFileSize = 500;

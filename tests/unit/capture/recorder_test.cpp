@@ -153,7 +153,7 @@ TEST_F(RecorderTest, FailuresPassThroughAndAreRecorded) {
                           "closed 2:0 refused"));
 }
 
-TEST_F(RecorderTest, AJudgementBelongsToTheNotificationOfItsThread) {
+TEST_F(RecorderTest, AJudgementBelongsToTheNotificationOnItsThread) {
   const auto recorder = std::make_shared<Recorder>(Settings());
   const auto port = RecordPort(
       recorder, Buf("context"),
@@ -191,7 +191,7 @@ TEST_F(RecorderTest, ARecordingThatStartsLaterBeginsWithFactsAndOpenConnections)
                                          R"(call 0:1 {"operation":"stop"})"));
 }
 
-TEST_F(RecorderTest, KindsCanBeLeftOut) {
+TEST_F(RecorderTest, KindsOfMessagesCanBeExcluded) {
   RecordingSettings settings = Settings();
   settings.kinds = {.requests = false, .notifications = true, .judgements = false, .facts = false, .calls = false};
   const auto recorder = std::make_shared<Recorder>(settings);
@@ -207,7 +207,7 @@ TEST_F(RecorderTest, KindsCanBeLeftOut) {
                                          "notification_reply 1:2 reply to event"));
 }
 
-TEST_F(RecorderTest, EveryFileOfARotationCanBeReadAlone) {
+TEST_F(RecorderTest, EveryFileOfARotationCanBeReadOnItsOwn) {
   RecordingSettings settings = Settings();
   settings.maxFileSize = 1000;
   settings.maxFiles = 3;
@@ -253,7 +253,7 @@ TEST_F(RecorderTest, AnOlderCaptureIsKeptIfThereIsRoom) {
   EXPECT_THAT(Lines(Read("port.1.pcapng")), ElementsAre("facts 0:0 {\"run\":1}"));
 }
 
-TEST_F(RecorderTest, ARecordingThatCannotBeginSaysWhy) {
+TEST_F(RecorderTest, ARecordingThatCannotStartSaysWhy) {
   const auto reason = [](const RecordingSettings& settings) -> std::string {
     try {
       Recorder recorder(settings);
@@ -276,7 +276,7 @@ TEST_F(RecorderTest, ARecordingThatCannotBeginSaysWhy) {
 }
 
 // What does not fit is dropped at once, and the next message says how many were.
-TEST_F(RecorderTest, WhatTheQueueCannotTakeIsCountedAndMarked) {
+TEST_F(RecorderTest, MessagesThatDoNotFitInTheQueueAreCountedAndMarked) {
   RecordingSettings settings = Settings();
   settings.queueSize = 65536;
   const auto recorder = std::make_shared<Recorder>(settings);

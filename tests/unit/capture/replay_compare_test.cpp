@@ -38,7 +38,7 @@ Message With(Message message, std::size_t offset, std::uint8_t value) {
   return message;
 }
 
-TEST(ReplayCompare, OnlyTheWrittenBytesOfAReplyCount) {
+TEST(ReplayCompare, OnlyTheWrittenBytesOfAReplyAreCompared) {
   const Message reply = Vector("reply/verdict-3");
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, reply, reply, {}));
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, reply, With(reply, 20, 0xaa), {}));
@@ -53,14 +53,14 @@ TEST(ReplayCompare, OnlyTheWrittenBytesOfAReplyCount) {
   EXPECT_NE(difference->bytes[0].recorded, difference->bytes[0].replayed);
 }
 
-TEST(ReplayCompare, AReplyThatIsMissingIsADifference) {
+TEST(ReplayCompare, AMissingReplyIsADifference) {
   const Message reply = Vector("reply/verdict-3");
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, {}, {}, {}));
   EXPECT_THAT(Fields(CompareMessages(Kind::kNotificationReply, {}, reply, {})), ElementsAre("message"));
   EXPECT_THAT(Fields(CompareMessages(Kind::kNotificationReply, reply, {}, {})), ElementsAre("message"));
 }
 
-TEST(ReplayCompare, BytesBehindAPathDoNotCount) {
+TEST(ReplayCompare, BytesAfterAPathAreNotCompared) {
   const Message request = Vector("request/01-directory");
   constexpr std::size_t kFlag = 16, kRoot = 17, kPath = 25;
   EXPECT_FALSE(CompareMessages(Kind::kRequest, request, With(request, request.size() - 1, 1), {}));
@@ -75,7 +75,7 @@ TEST(ReplayCompare, BytesBehindAPathDoNotCount) {
   EXPECT_FALSE(CompareMessages(Kind::kRequest, zero, one, {}));
 }
 
-TEST(ReplayCompare, OnlyTheFormOfARequestCountsIfItsContentIsUnknown) {
+TEST(ReplayCompare, OnlyTheFormOfARequestIsComparedIfItsContentIsUnknown) {
   const Message request = Vector("request/08-value");
   const Message other = With(request, 12, 99);
   EXPECT_THAT(Fields(CompareMessages(Kind::kRequest, request, other, {})), ElementsAre("value"));
@@ -88,7 +88,7 @@ TEST(ReplayCompare, OnlyTheFormOfARequestCountsIfItsContentIsUnknown) {
   EXPECT_THAT(Fields(CompareMessages(Kind::kRequest, request, shorter, form)), ::testing::Contains("error"));
 }
 
-TEST(ReplayOutline, ACaptureThatIsNotWholeHasAnObstacle) {
+TEST(ReplayOutline, AnIncompleteCaptureCannotBeReplayed) {
   const auto outlineOf = [](const std::string& bytes) {
     std::istringstream stream(bytes);
     return ReadOutline(stream, {});
@@ -111,7 +111,7 @@ TEST(ReplayOutline, ACaptureThatIsNotWholeHasAnObstacle) {
             "3 messages are missing in it, and a replay needs every one");
 }
 
-TEST(ReplayOutline, TheOpeningTellsWhatTheHostGaveTheModule) {
+TEST(ReplayOutline, TheOpeningShowsWhatTheHostGaveTheModule) {
   std::ifstream stream(std::string(FENLUX_SOURCE_DIR) + "/tests/unit/capture/golden/all-records.pcapng",
                        std::ios::binary);
   const CaptureOutline outline = ReadOutline(stream, {});
@@ -136,7 +136,7 @@ ConnectionOutline OutlineOf(const std::vector<std::string>& requests, const std:
   return ReadOutline(stream, {}).connections.at(1);
 }
 
-TEST(ReplayOutline, ThePolicyMayComeBeforeTheRequestsOfTheOpening) {
+TEST(ReplayOutline, ThePolicyMayPrecedeTheOpeningRequests) {
   const std::vector<std::string> policy{"01-directory", "03-commit-type-2", "11-dump", "24-block"};
   const std::vector<std::string> opening{"12-all", "13-version", "20-csrss"};
   for (const auto& [first, second] : {std::pair(policy, opening), std::pair(opening, policy)}) {

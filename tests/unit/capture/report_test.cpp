@@ -25,7 +25,7 @@ TEST(LatencyHistogram, PercentilesAreExactToAFewPercent) {
   EXPECT_LE(histogram.Percentile(1.0), histogram.Max());
 }
 
-TEST(LatencyHistogram, EveryLatencyIsInItsClass) {
+TEST(LatencyHistogram, EveryLatencyIsCountedInItsClass) {
   for (std::uint64_t latency = 0; latency < 200'000'000'000; latency = latency * 5 / 4 + 7) {
     LatencyHistogram histogram;
     histogram.Add(latency);
@@ -51,7 +51,7 @@ TEST(TimeLine, WidensItsIntervalsAndLosesNothing) {
   EXPECT_GE(line.Interval() * line.Intervals().size(), 9999u * 9999u * 1000u);
 }
 
-TEST(TopList, KeepsTheFrequentAndTheSlowOfTooManyKeys) {
+TEST(TopList, KeepsTheMostFrequentAndTheSlowestOfTooManyKeys) {
   TopList list;
   list.Add("slow", 1'000'000);
   for (int i = 0; i < 50'000; ++i) {
@@ -65,7 +65,7 @@ TEST(TopList, KeepsTheFrequentAndTheSlowOfTooManyKeys) {
   EXPECT_EQ(list.ByTime(1)[0].key, "slow");
 }
 
-TEST(ReportPage, NothingOfTheCaptureIsMarkup) {
+TEST(ReportPage, TextsOfTheCaptureAreEscaped) {
   CaptureText capture;
   capture.Add(Kind::kConnectContext, 0, "<b>context</b>");
   capture.Add(Kind::kNotification, 1, "<script>alert(1)</script>");

@@ -55,7 +55,7 @@ TEST_F(PortClient, IsRefusedForInvalidParameters) {
   EXPECT_FALSE(state.connected);
 }
 
-TEST_F(PortClient, IsTheOnlyOneAtATime) {
+TEST_F(PortClient, OnlyOneMayBeConnectedAtATime) {
   const auto first = Opened();
   const auto second = Made();
   EXPECT_EQ(FailureOf([&] { second->Connect(); }), "a second port was opened while another was open");
@@ -65,7 +65,7 @@ TEST_F(PortClient, IsTheOnlyOneAtATime) {
   EXPECT_THAT(State().violationTexts, ElementsAre("connect: a second port was opened while another was open"));
 }
 
-TEST_F(PortClient, IsOpenedAndStartedOnceAndInOrder) {
+TEST_F(PortClient, MustBeConnectedAndStartedOnceAndInThatOrder) {
   const auto port = Made();
   EXPECT_EQ(FailureOf([&] { port->Start(); }), "the port was not connected");
   EXPECT_EQ(FailureOf([&] { Send(*port, Request(11)); }), "the port was not connected");
@@ -111,7 +111,7 @@ TEST_F(PortClient, CloseEndsEveryPendingWait) {
   }
 }
 
-TEST_F(PortClient, CloseFromManyThreadsEndsOnce) {
+TEST_F(PortClient, CloseFromManyThreadsEndsTheConnectionOnce) {
   const auto port = Opened();
   std::vector<std::thread> closers;
   for (int i = 0; i < 4; ++i) closers.emplace_back([&] { port->Close(); });
@@ -180,7 +180,7 @@ TEST_F(PortClient, StopEndsTheConnectionAndRefusesTheNext) {
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
-TEST_F(PortClient, OutlivesTheEmulator) {
+TEST_F(PortClient, MayOutliveTheEmulator) {
   auto unowned = std::make_unique<DriverEmulator>(settings, scenario);
   const auto port = unowned->MakePortClient(
       kPortNameText, Buffer(ConnectContext()), 196764, [](const void*, std::uint32_t) { return Buffer(Reply(2)); }, 1);

@@ -43,7 +43,7 @@ TEST_F(Delivery, PassesEveryMessageUnchangedToTheHandler) {
   EXPECT_GT(totals.latency.max, std::chrono::nanoseconds(0));
 }
 
-TEST_F(Delivery, DeliversAllOnSeveralThreads) {
+TEST_F(Delivery, DeliversEveryMessageOnSeveralThreads) {
   std::mutex mutex;
   std::set<std::thread::id> threads;
   scenario.threads = 3;
@@ -132,7 +132,7 @@ TEST_F(Delivery, AnUnexpectedVerdictIsAViolationOfTheScenario) {
   EXPECT_EQ(Totals().answered, 2u);
 }
 
-TEST_F(Delivery, IsLateAtTheDeadlineAndDropsTheLateVerdict) {
+TEST_F(Delivery, AVerdictAfterTheDeadlineIsLateAndDropped) {
   settings.deadline = std::chrono::milliseconds(20);
   handler = [gate = gate](const Bytes&) {
     gate->Pass();
@@ -183,7 +183,7 @@ TEST_F(Delivery, AReplyAfterTheConnectionEndedIsLost) {
   gate->Open();
 }
 
-TEST_F(Delivery, StopTakesPendingAnswersAndLeavesAHungHandlerBehind) {
+TEST_F(Delivery, StopEndsPendingAnswersWithoutWaitingForAHungHandler) {
   const auto done = std::make_shared<Gate>();
   settings.stopGrace = std::chrono::milliseconds(1);
   handler = [gate = gate, done](const Bytes&) {

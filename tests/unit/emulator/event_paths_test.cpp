@@ -61,7 +61,7 @@ class EventPath : public KernelEvents {
   const std::string secret = directory.MakeFile("diary.secret").string();
 };
 
-TEST_F(EventPath, IsTheRealOneWhereAnotherUserMountsTheFileUnderAnotherName) {
+TEST_F(EventPath, IsTheRealPathIfAnotherUserMountsTheFileUnderAnotherName) {
   if (other.Shell(AsNobody("mount -t tmpfs x /mnt")) != 0) GTEST_SKIP() << "users may not mount here";
   Opened();
   EXPECT_NE(other.Shell(AsNobody("mount -t tmpfs x /mnt; touch /mnt/p; mount --bind " + secret +
@@ -74,7 +74,7 @@ TEST_F(EventPath, IsTheRealOneWhereAnotherUserMountsTheFileUnderAnotherName) {
   EXPECT_THAT(Seen(), ElementsAre(file));
 }
 
-TEST_F(EventPath, IsTheRealOneBehindAnOverlayOfAnotherUser) {
+TEST_F(EventPath, IsTheRealPathIfAnotherUserOpensTheFileThroughAnOverlay) {
   const std::string overlay =
       "mount -t tmpfs x /mnt; mkdir /mnt/upper /mnt/work /mnt/all; mount -t overlay x -o userxattr,lowerdir=" +
       directory.Path().string() + ",upperdir=/mnt/upper,workdir=/mnt/work /mnt/all";
@@ -86,14 +86,14 @@ TEST_F(EventPath, IsTheRealOneBehindAnOverlayOfAnotherUser) {
   EXPECT_THAT(Seen(), ElementsAre(secret));
 }
 
-TEST_F(EventPath, IsTheRealOneInAnotherMountNamespace) {
+TEST_F(EventPath, IsTheRealPathIfTheFileIsOpenedInAnotherMountNamespace) {
   Opened();
   EXPECT_EQ(other.Shell("unshare -m cat " + file + " >/dev/null"), 0);
   EXPECT_NE(other.Shell("unshare -m cat " + secret + " >/dev/null 2>&1"), 0);
   EXPECT_THAT(Seen(), ElementsAre(file, secret));
 }
 
-TEST_F(EventPath, IsTheRealOneBehindABindMountThatTheHostSeesToo) {
+TEST_F(EventPath, IsTheRealPathIfTheFileIsOpenedThroughABindMountThatTheHostSees) {
   const std::string elsewhere = directory.MakeDirectory("elsewhere").string();
   const std::string shown = directory.MakeFile("elsewhere/p").string();
   ASSERT_EQ(::mount(secret.c_str(), shown.c_str(), nullptr, MS_BIND, nullptr), 0);
@@ -103,7 +103,7 @@ TEST_F(EventPath, IsTheRealOneBehindABindMountThatTheHostSeesToo) {
   ::umount2(shown.c_str(), MNT_DETACH);
 }
 
-TEST_F(EventPath, IsThatOfTheDirectorysOwnMountIfSeveralMountsAreWatched) {
+TEST_F(EventPath, UsesTheDirectorysOwnMountIfSeveralMountsAreWatched) {
   const std::string first = directory.MakeDirectory("first").string();
   const std::string second = directory.MakeDirectory("second").string();
   const std::string inFirst = directory.MakeFile("first/a.secret").string();
@@ -117,7 +117,7 @@ TEST_F(EventPath, IsThatOfTheDirectorysOwnMountIfSeveralMountsAreWatched) {
   ::umount2(view.c_str(), MNT_DETACH);
 }
 
-TEST_F(EventPath, IsNotEstablishedByAHandleIfTheFileHasTwoNames) {
+TEST_F(EventPath, CannotBeLookedUpByHandleIfTheFileHasTwoNames) {
   const std::string twin = directory.Path().string() + "/twin.txt";
   ASSERT_EQ(::link(secret.c_str(), twin.c_str()), 0);
   Opened();
@@ -132,7 +132,7 @@ TEST_F(EventPath, IsNotEstablishedByAHandleIfTheFileHasTwoNames) {
   EXPECT_EQ(Totals().kernelRefused, 3u);
 }
 
-TEST_F(EventPath, ThatNoDescriptorIsLeftToLookUpRefusesNothingByDefault) {
+TEST_F(EventPath, AnOpenPassesByDefaultIfNoDescriptorIsLeftToLookUpItsPath) {
   EXPECT_EQ(OpenSecretWithoutDescriptors(), 0);
   EXPECT_THAT(Seen(), IsEmpty());
   EXPECT_EQ(NotLookedUp(), 1u);
@@ -142,7 +142,7 @@ TEST_F(EventPath, ThatNoDescriptorIsLeftToLookUpRefusesNothingByDefault) {
   EXPECT_THAT(Seen(), ElementsAre(secret));
 }
 
-TEST_F(EventPath, ThatNoDescriptorIsLeftToLookUpRefusesIfTheSettingSaysSo) {
+TEST_F(EventPath, AnOpenIsRefusedIfNoDescriptorIsLeftAndTheSettingSaysSo) {
   settings.unjudged = UnjudgedPolicy::kRefuse;
   EXPECT_NE(OpenSecretWithoutDescriptors(), 0);
   EXPECT_THAT(Seen(), IsEmpty());
@@ -151,7 +151,7 @@ TEST_F(EventPath, ThatNoDescriptorIsLeftToLookUpRefusesIfTheSettingSaysSo) {
 }
 
 // What is watched are directories, not files.
-TEST_F(EventPath, OfAHardLinkOutsideTheDirectoryIsNotWatched) {
+TEST_F(EventPath, AHardLinkOutsideTheDirectoryIsNotWatched) {
   const TemporaryDirectory elsewhere;
   const std::string link = elsewhere.Path().string() + "/plain.txt";
   ASSERT_EQ(::link(secret.c_str(), link.c_str()), 0);
@@ -161,7 +161,7 @@ TEST_F(EventPath, OfAHardLinkOutsideTheDirectoryIsNotWatched) {
   EXPECT_EQ(other.Perform(secret), EPERM);
 }
 
-TEST_F(EventPath, IsNotEstablishedBeyondTheSystemsLimit) {
+TEST_F(EventPath, IsNotEstablishedIfItExceedsTheSystemsLimit) {
   const std::size_t length = 3900 - directory.Path().size() - 1;
   std::string below = "d";
   while (below.size() + 102 < length) below += "/" + std::string(100, 'd');
@@ -179,7 +179,7 @@ TEST_F(EventPath, IsNotEstablishedBeyondTheSystemsLimit) {
   EXPECT_EQ(NotEstablished(), 1u);
 }
 
-TEST_F(EventPath, OfARemovedNameIsThatName) {
+TEST_F(EventPath, IsTheOldNameIfTheNameWasRemoved) {
   Opened();
   EXPECT_EQ(other.Shell("exec 3<" + file + "; rm " + file + "; cat /proc/self/fd/3 >/dev/null"), 0);
   EXPECT_THAT(Seen(), ElementsAre(file, file));
@@ -190,7 +190,7 @@ TEST_F(EventPath, OfARemovedNameIsThatName) {
   EXPECT_THAT(Seen(), ElementsAre(kept, kept));
 }
 
-TEST_F(EventPath, MayEndLikeTheMarkOfARemovedName) {
+TEST_F(EventPath, MayEndInTheKernelsMarkForARemovedName) {
   const std::string strange = directory.MakeFile("a.secret (deleted)").string();
   Opened();
   EXPECT_EQ(other.Perform(strange), 0);
@@ -200,7 +200,7 @@ TEST_F(EventPath, MayEndLikeTheMarkOfARemovedName) {
   EXPECT_THAT(Seen(), ElementsAre(strange, strange));
 }
 
-TEST_F(EventPath, IsEstablishedOnAMountBelowARecursiveWatch) {
+TEST_F(EventPath, IsEstablishedOnAMountBelowARecursivelyWatchedDirectory) {
   const std::string below = directory.MakeDirectory("below").string();
   ASSERT_EQ(::mount("x", below.c_str(), "tmpfs", 0, nullptr), 0);
   directory.MakeDirectory("below/deep");

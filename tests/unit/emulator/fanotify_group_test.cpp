@@ -18,7 +18,7 @@ using refhost::Descriptor;
 using refhost::FanotifyGroup;
 using refhost::ReadResult;
 
-class GroupOfEvents : public KernelEvents {
+class FanotifyGroupTest : public KernelEvents {
  protected:
   // Blocks until this many events are queued.
   static bool AwaitQueued(const FanotifyGroup& group, int count) {
@@ -33,7 +33,7 @@ class GroupOfEvents : public KernelEvents {
   refhost::EmulatedDriver driver{settings, {}, {}};
 };
 
-TEST_F(GroupOfEvents, TellsAnEventThatCannotBeReadFromAnEmptyQueue) {
+TEST_F(FanotifyGroupTest, DistinguishesAnUnreadableEventFromAnEmptyQueue) {
   ::signal(SIGIO, SIG_IGN);  // sent to the owner of the lease when another open waits for the file
   Descriptor leased(::open(file.c_str(), O_RDWR | O_CLOEXEC));
   if (::fcntl(leased.Get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "no leases here: " << std::strerror(errno);

@@ -84,7 +84,7 @@ class Marks : public ::testing::Test {
   const std::string inSecond = directory.MakeFile("second/file").string();
 };
 
-TEST_F(Marks, BelongToTheDirectoryThatTheNameWasResolvedTo) {
+TEST_F(Marks, AreSetOnTheDirectoryThatWasResolvedEvenIfItIsRenamed) {
   const ino_t old = InodeOf(first);
   const ino_t belowOld = InodeOf(directory.MakeDirectory("first/below").string());
   const ino_t other = InodeOf(second);
@@ -113,7 +113,7 @@ TEST_F(Marks, BelongToTheDirectoryThatTheNameWasResolvedTo) {
   EXPECT_THAT(group.Inodes(), UnorderedElementsAre(other, belowOther));
 }
 
-TEST_F(Marks, OfANewDirectoryComeWithItsPaths) {
+TEST_F(Marks, ANewDirectoryIsMarkedAndItsPathsAreEstablished) {
   const std::string later = directory.Path().string() + "/later";
   FanotifyMarks marks = Single();
   EXPECT_THAT(marks.Set({later}).refused, ElementsAre(later + ": No such file or directory"));
@@ -124,7 +124,7 @@ TEST_F(Marks, OfANewDirectoryComeWithItsPaths) {
   EXPECT_EQ(EstablishedPath(paths, inLater), inLater);
 }
 
-TEST_F(Marks, OfOtherDirectoriesStayWhenARenamedOneLeaves) {
+TEST_F(Marks, RemovingARenamedDirectoryKeepsTheMarksOfOthers) {
   FanotifyMarks marks = Single();
   marks.Set({first, second});
   group.Label(second);
@@ -134,7 +134,7 @@ TEST_F(Marks, OfOtherDirectoriesStayWhenARenamedOneLeaves) {
   EXPECT_EQ(group.All(), (MarkGroup::Marks{{InodeOf(second), before.at(InodeOf(second))}}));
 }
 
-TEST_F(Marks, OfOtherDirectoriesStayWhenADeletedOneLeaves) {
+TEST_F(Marks, RemovingADeletedDirectoryKeepsTheMarksOfOthers) {
   FanotifyMarks marks = Single();
   marks.Set({first, second});
   group.Label(second);
@@ -149,7 +149,7 @@ TEST_F(Marks, OfOtherDirectoriesStayWhenADeletedOneLeaves) {
   EXPECT_EQ(group.All().count(InodeOf(first)), 0u);
 }
 
-TEST_F(Marks, OfARenamedDirectoryAreRemovedOnAFileSystemWithoutHandles) {
+TEST_F(Marks, ARenamedDirectoryIsUnmarkedOnAFileSystemWithoutHandles) {
   const std::string all = directory.MakeDirectory("all").string();
   const std::string options = "lowerdir=" + directory.MakeDirectory("lower").string() +
                               ",upperdir=" + directory.MakeDirectory("upper").string() +
@@ -172,7 +172,7 @@ TEST_F(Marks, OfARenamedDirectoryAreRemovedOnAFileSystemWithoutHandles) {
   ::umount2(all.c_str(), MNT_DETACH);
 }
 
-TEST_F(Marks, StayWhileThereAreNoDescriptorsToResolveNames) {
+TEST_F(Marks, AreKeptWhileNoDescriptorIsLeftToResolvePaths) {
   directory.MakeDirectory("first/below");
   FanotifyMarks marks = Recursive();
   marks.Set({first, second});
@@ -189,7 +189,7 @@ TEST_F(Marks, StayWhileThereAreNoDescriptorsToResolveNames) {
   EXPECT_EQ(EstablishedPath(paths, inFirst), inFirst);
 }
 
-TEST_F(Marks, ThatCannotBeRemovedForLackOfDescriptorsAreRemovedLater) {
+TEST_F(Marks, AreRemovedLaterIfNoDescriptorIsLeftToRemoveThem) {
   FanotifyMarks marks = Single();
   marks.Set({first, second});
   {

@@ -54,7 +54,7 @@ TEST_F(KernelEvents, RefusedOpensGetOperationNotPermitted) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kNotJudged), 1u);
 }
 
-TEST_F(KernelEvents, WhichVerdictsRefuseIsASetting) {
+TEST_F(KernelEvents, ASettingSelectsTheVerdictsThatRefuse) {
   settings.kernel.refusingVerdicts = {8};
   OpenedWithVerdict(8);
   EXPECT_EQ(other.Perform(file), EPERM);
@@ -109,7 +109,7 @@ TEST_F(KernelEvents, MayCoverExecutionsOnly) {
   EXPECT_EQ(other.Perform(program), 0);
 }
 
-TEST_F(KernelEvents, OfTheOwnProcessAreNeverJudged) {
+TEST_F(KernelEvents, OfTheHostItselfAreNeverJudged) {
   OpenedWithVerdict(4);
   EXPECT_TRUE(OwnOpenSucceeds(file));
   Emulator().Stop();
@@ -137,7 +137,7 @@ TEST_F(KernelEvents, ANamedPipeDoesNotBlockItsReader) {
   EXPECT_EQ(other.Perform(file), EPERM);
 }
 
-TEST_F(KernelEvents, AreJudgedEvenIfTheProcessHasNoDescriptorLeft) {
+TEST_F(KernelEvents, AreJudgedEvenIfTheHostHasNoDescriptorLeft) {
   const auto port = OpenedWithVerdict(2);
   WarmUpSanitizer();
   const NoDescriptorsLeft none;
@@ -146,7 +146,7 @@ TEST_F(KernelEvents, AreJudgedEvenIfTheProcessHasNoDescriptorLeft) {
   EXPECT_EQ(Totals().kernelRefused, 0u);
 }
 
-TEST_F(KernelEvents, AreCountedIfTheKernelHasRefusedThemForLackOfDescriptors) {
+TEST_F(KernelEvents, AreCountedIfTheKernelRefusesThemForLackOfDescriptors) {
   const auto port = OpenedWithVerdict(2);
   WarmUpSanitizer();
   {
@@ -239,7 +239,7 @@ TEST_F(PolicyEvents, CoverTypesOneAndTwoButNotThree) {
   EXPECT_EQ(other.Perform(inSecond), 0);
 }
 
-TEST_F(PolicyEvents, OutliveTheConnectionUntilTheNextOneCommits) {
+TEST_F(PolicyEvents, ContinueAfterTheConnectionEndsUntilTheNextOneCommits) {
   auto port = OpenedWithVerdict(4);
   Commit(*port, {first});
   port->Close();
@@ -274,7 +274,7 @@ TEST_F(PolicyEvents, AreIgnoredIfTheSettingsSaySo) {
   EXPECT_EQ(other.Perform(inSecond), EPERM);
 }
 
-TEST_F(PolicyEvents, SkipWhatCannotBeWatched) {
+TEST_F(PolicyEvents, SkipPathsThatCannotBeWatched) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {"/", "/tmp", "relative", directory.Path().string() + "/missing", inFirst, second});
   EXPECT_EQ(other.Perform(inSecond), EPERM);
@@ -290,7 +290,7 @@ TEST_F(PolicyEvents, SkipWhatCannotBeWatched) {
   EXPECT_EQ(State().protocolViolations, 0u);
 }
 
-TEST_F(PolicyEvents, IdentifyADirectoryWhateverItsName) {
+TEST_F(PolicyEvents, IdentifyADirectoryRegardlessOfItsName) {
   const std::string link = directory.Path().string() + "/link";
   ASSERT_EQ(::symlink(first.c_str(), link.c_str()), 0);
   const auto port = OpenedWithVerdict(4);
@@ -313,7 +313,7 @@ TEST_F(PolicyEvents, FollowADirectoryThatIsCreatedAgain) {
   EXPECT_EQ(other.Perform(inFirst), EPERM);
 }
 
-TEST_F(PolicyEvents, AreWantedAgainOfADirectoryThatWasLost) {
+TEST_F(PolicyEvents, ResumeWhenADeletedDirectoryIsCreatedAgain) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first, second});
   EXPECT_EQ(Emulator().Watches(), (std::vector<refhost::WatchState>{{first, true, {}}, {second, true, {}}}));
@@ -331,7 +331,7 @@ TEST_F(PolicyEvents, AreWantedAgainOfADirectoryThatWasLost) {
 }
 
 // A new directory may get the number of the old one at once.
-TEST_F(PolicyEvents, AreWantedOfADirectoryThatReplacesAnother) {
+TEST_F(PolicyEvents, ResumeWhenADeletedDirectoryIsReplacedAtOnce) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first});
   ASSERT_EQ(::unlink(inFirst.c_str()), 0);
@@ -341,7 +341,7 @@ TEST_F(PolicyEvents, AreWantedOfADirectoryThatReplacesAnother) {
   EXPECT_TRUE(Eventually([&] { return other.Perform(inFirst) == EPERM; }));
 }
 
-TEST_F(PolicyEvents, AreWantedOfADirectoryThatComesLater) {
+TEST_F(PolicyEvents, StartWhenAMissingDirectoryIsCreated) {
   const std::string later = directory.Path().string() + "/later";
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {later});
@@ -351,7 +351,7 @@ TEST_F(PolicyEvents, AreWantedOfADirectoryThatComesLater) {
   EXPECT_TRUE(Eventually([&] { return other.Perform(later + "/file") == EPERM; }));
 }
 
-TEST_F(PolicyEvents, AreWantedOfNewSubdirectoriesIfTheSettingsSaySo) {
+TEST_F(PolicyEvents, IncludeNewSubdirectoriesIfTheSettingsSaySo) {
   settings.kernel.recursive = true;
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first});

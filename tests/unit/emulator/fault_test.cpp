@@ -52,7 +52,7 @@ TEST_F(Faults, DropsEveryConnectionAfterItsLimitOfNotifications) {
   EXPECT_THAT(LogLines(), Contains("Connection ended: the notification limit of the connection is reached."));
 }
 
-TEST_F(Faults, ALimitSetLaterCountsFromThereAndCanBeRemoved) {
+TEST_F(Faults, ALimitSetByAStepCountsFromThatStepAndCanBeRemoved) {
   AddNotifications(Notification(4098), 5);
   AddStep(refhost::FaultStep{{.dropAfter = 100}});
   AddStep(refhost::FaultStep{{.dropAfter = 0}});
@@ -65,7 +65,7 @@ TEST_F(Faults, ALimitSetLaterCountsFromThereAndCanBeRemoved) {
   EXPECT_EQ(Totals().delivered, 207u);
 }
 
-TEST_F(Faults, AnswersTheVersionRequestInEveryManner) {
+TEST_F(Faults, AnswersTheVersionRequestInEveryWay) {
   const auto ask = [this](VersionReply manner) {
     scenario.faults.versionReply = manner;
     DriverEmulator asked(settings, scenario);
@@ -128,7 +128,7 @@ TEST_F(Faults, DelaysRequestsUntilTheConnectionEnds) {
   EXPECT_EQ(State().dumps, 0u);
 }
 
-TEST_F(Faults, DelaysRequestsByTheTimeGiven) {
+TEST_F(Faults, DelaysRequestsByTheConfiguredTime) {
   settings.faults.delayRequests = std::chrono::milliseconds(5);
   const auto port = Opened();
   const auto start = std::chrono::steady_clock::now();
@@ -149,7 +149,7 @@ TEST_F(Faults, DelaysRepliesPastTheDeadline) {
   EXPECT_EQ(Totals().late, 1u);
 }
 
-TEST_F(Faults, HoldsOneReplyForItsTime) {
+TEST_F(Faults, HoldsOneReplyForTheConfiguredTime) {
   AddNotifications(Notification(4098)).holdReply = std::chrono::milliseconds(5);
   Opened();
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
@@ -172,7 +172,7 @@ TEST_F(Faults, HoldsAReplyUntilTheConnectionEnds) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kConnectionEnded), 1u);
 }
 
-TEST_F(Faults, AHeldReplyThatIsTheLastOfItsConnectionEndsIt) {
+TEST_F(Faults, AHeldReplyThatReachesTheLimitEndsItsConnection) {
   settings.faults.dropAfter = 1;
   AddNotifications(Notification(4098)).holdUntilEnd = true;
   const auto port = Opened();

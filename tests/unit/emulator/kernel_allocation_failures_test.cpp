@@ -65,7 +65,7 @@ class KernelAllocationFailures : public KernelEvents {
   const TemporaryDirectory otherDirectory;
 };
 
-TEST_F(KernelAllocationFailures, InThePathOfAnEventAreReported) {
+TEST_F(KernelAllocationFailures, AreReportedByThePathLookup) {
   const std::string removed = directory.MakeFile("removed").string();
   const Descriptor own(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   const Descriptor gone(::open(removed.c_str(), O_RDONLY | O_CLOEXEC));
@@ -92,7 +92,7 @@ TEST_F(KernelAllocationFailures, InThePathOfAnEventAreReported) {
   std::cout << "paths of events: " << failures << " allocations failed\n";
 }
 
-TEST_F(KernelAllocationFailures, InANotificationAreReported) {
+TEST_F(KernelAllocationFailures, AreReportedByTheNotificationBuilder) {
   fanotify_event_metadata event{};
   event.mask = FAN_OPEN_PERM;
   Bytes expected;
@@ -130,7 +130,7 @@ class MarkAllocationFailures : public KernelAllocationFailures {
   const std::string inSecond = directory.MakeFile("second/file").string();
 };
 
-TEST_F(MarkAllocationFailures, LeaveNoMarkUnknownAndTheNextSetCompletesThem) {
+TEST_F(MarkAllocationFailures, LeaveNoMarkWithoutAPathAndTheNextSetCompletesThem) {
   const std::set<ino_t> all{InodeOf(first), InodeOf(below), InodeOf(second)};
   const std::size_t failures = FailEachAllocation(
       [&] {
@@ -159,7 +159,7 @@ TEST_F(MarkAllocationFailures, LeaveNoMarkUnknownAndTheNextSetCompletesThem) {
   std::cout << "setting marks: " << failures << " allocations failed\n";
 }
 
-TEST_F(MarkAllocationFailures, DoNotKeepTheNextRoundFromFindingDirectoriesAgain) {
+TEST_F(MarkAllocationFailures, DoNotPreventTheNextRoundFromFindingNewDirectories) {
   const std::string added = first + "/added";
   const std::size_t failures = FailEachAllocation(
       [&] {
@@ -189,7 +189,7 @@ TEST_F(MarkAllocationFailures, DoNotKeepTheNextRoundFromFindingDirectoriesAgain)
 }
 
 // Every event gets an answer, and the next one is judged.
-TEST_F(KernelAllocationFailures, WhileAnEventIsHandledLeaveItsAnswer) {
+TEST_F(KernelAllocationFailures, DoNotLeaveAnEventUnanswered) {
   settings.kernel.threads = 1;
   const std::string foreign = BindMount() + "/ordinary.txt";
   OpenedWithVerdict(4);

@@ -29,7 +29,7 @@ class KnownDirectories : public ::testing::Test {
   const std::string inSecond = directory.MakeFile("second/file").string();
 };
 
-TEST_F(KnownDirectories, AreThoseOfTheLastSet) {
+TEST_F(KnownDirectories, AreThoseOfTheLastReplacementAndLaterAdditions) {
   EXPECT_EQ(EstablishedPath(paths, inFirst), std::nullopt);
   paths.Replace(Watched({first}), start);
   EXPECT_THAT(EstablishedPath(paths, inFirst), Optional(inFirst));
@@ -50,7 +50,7 @@ TEST_F(KnownDirectories, AreForgottenAfterTheirRetention) {
   EXPECT_THAT(EstablishedPath(paths, inSecond), Optional(inSecond));
 }
 
-TEST_F(KnownDirectories, AreRetainedFromTheFirstSetWithoutThem) {
+TEST_F(KnownDirectories, AreRetainedFromTheFirstReplacementWithoutThem) {
   paths.Replace(Watched({first}), start);
   paths.Replace({}, start);
   paths.Replace(Watched({second}), start + 5s);
@@ -58,7 +58,7 @@ TEST_F(KnownDirectories, AreRetainedFromTheFirstSetWithoutThem) {
   EXPECT_EQ(EstablishedPath(paths, inFirst), std::nullopt);
 }
 
-TEST_F(KnownDirectories, StayIfTheyAreWantedAgainMeanwhile) {
+TEST_F(KnownDirectories, AreKeptIfTheyAreWatchedAgainInTime) {
   paths.Replace(Watched({first, second}), start);
   paths.Replace({}, start);
   paths.Replace(Watched({first}), start + 5s);
@@ -104,7 +104,7 @@ TEST_F(KnownMounts, KeepTheirIdWhenTheyAreDetached) {
   EXPECT_EQ(EstablishedPath(paths, inFirst), std::nullopt);
 }
 
-TEST_F(KnownMounts, AreNeededToLookUpWhatWasOpenedThroughAnother) {
+TEST_F(KnownMounts, NeedADescriptorOnlyForFilesOpenedThroughAnotherMount) {
   paths.Replace(Watched({first}), start);
   ASSERT_EQ(::mount(first.c_str(), second.c_str(), nullptr, MS_BIND, nullptr), 0);
   EXPECT_THAT(EstablishedPath(paths, inSecond), Optional(inFirst));

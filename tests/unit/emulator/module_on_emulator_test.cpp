@@ -254,9 +254,9 @@ class ModuleVerdicts : public ModuleOnEmulator {
   }
 };
 
-TEST_F(ModuleVerdicts, AreThoseOfTheHostsTable) { ExpectThoseOfTheTable(); }
+TEST_F(ModuleVerdicts, MatchTheHostsTable) { ExpectThoseOfTheTable(); }
 
-TEST_F(ModuleVerdicts, AreThoseOfTheHostsTableForClientType2) {
+TEST_F(ModuleVerdicts, MatchTheHostsTableForClientType2) {
   clientTypeFlag = true;
   ExpectThoseOfTheTable();
 }
@@ -303,7 +303,7 @@ TEST_F(ModuleOnEmulator, ReportsASendThatFails) {
   EXPECT_EQ(State().spspSwitches, std::nullopt);
 }
 
-TEST_F(ModuleOnEmulator, ReportsASendThatThrowsNoStandardException) {
+TEST_F(ModuleOnEmulator, ReportsASendThatThrowsANonstandardException) {
   settings.faults.failSend = refhost::FailingSend{.command = 13, .failure = refhost::SendFailure::kNotAnException};
   Start();
   ASSERT_TRUE(log->Await("problem", "[wdi,gdv,OTHE]"));

@@ -49,7 +49,7 @@ TEST(ReplyCheck, NamesWhatIsWrongWithContextData) {
   EXPECT_EQ(Violation(longer), "a reply of 157 bytes with verdict 2");
 }
 
-TEST(ReplyCheck, KnowsTheReplyThatANotificationRequires) {
+TEST(ReplyCheck, FindsTheReplyThatANotificationRequires) {
   const auto due = [](const Bytes& message, std::uint32_t clientType = 1) {
     return DueReply(refhost::NotificationView(message), clientType);
   };
@@ -83,7 +83,7 @@ TEST(ReplyCheck, ChecksTheVerdictAgainstTheNotification) {
   EXPECT_EQ(Violation(Reply(8), {.oplock = true}), "");
 }
 
-TEST(ReplyCheck, KnowsTheModulesCodes) {
+TEST(ReplyCheck, RecognizesTheModulesCodes) {
   for (const std::uint32_t unknown : {0u, 4095u, 4096u, 4115u, 4119u, 8191u, 8192u, 8207u}) {
     EXPECT_FALSE(IsKnownCode(unknown)) << unknown;
   }

@@ -160,7 +160,7 @@ TEST(Scenario, GeneratesTheSameGarbageFromTheSameSeed) {
   EXPECT_TRUE(ReadOneStep("garbage = 0").message.empty());
 }
 
-TEST(Scenario, TakesAMessageAsItIs) {
+TEST(Scenario, ReadsARawMessage) {
   const NotifyStep step = ReadOneStep("raw_hex = '01 ff 00'\ncount = 3\nexpect_verdict = 8\n");
   EXPECT_EQ(step.message, (std::vector<std::uint8_t>{0x01, 0xff, 0x00}));
   EXPECT_EQ(step.count, 3u);
@@ -169,7 +169,7 @@ TEST(Scenario, TakesAMessageAsItIs) {
       << ErrorsOf("raw_hex = 'x'");
 }
 
-TEST(Scenario, TakesANotificationFromACaptureWithItsVerdict) {
+TEST(Scenario, ReadsANotificationAndItsVerdictFromACapture) {
   const std::string key = std::string("from_capture = '") + FENLUX_GOLDEN_CAPTURE + "'\n";
   std::set<std::optional<std::uint32_t>> verdicts;
   std::size_t notifications = 0;

@@ -121,7 +121,7 @@ TEST(Totals, EveryCauseHasItsOwnNameAndText) {
   EXPECT_FALSE(texts.contains(""));
 }
 
-TEST(Unjudged, OnlyAnUnknownPathOrProgramRefusesByDefaultOrTheKernelItself) {
+TEST(Unjudged, RefusesByDefaultOnlyUnknownPathsAndProgramsAndWhatTheKernelRefused) {
   const std::set<UnjudgedCause> refused{UnjudgedCause::kPathNotEstablished, UnjudgedCause::kProgramNotEstablished,
                                         UnjudgedCause::kNoDescriptors, UnjudgedCause::kNotOpened};
   for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {
@@ -131,7 +131,7 @@ TEST(Unjudged, OnlyAnUnknownPathOrProgramRefusesByDefaultOrTheKernelItself) {
   }
 }
 
-TEST(Unjudged, TheSettingRefusesEverythingButTheHostsOwnAndWhatAStopLetsThrough) {
+TEST(Unjudged, TheSettingRefusesAllButTheHostsOwnEventsAndThoseOfAStopOrOverflow) {
   const std::set<UnjudgedCause> allowed{UnjudgedCause::kOwnProcess, UnjudgedCause::kStopped, UnjudgedCause::kStopping,
                                         UnjudgedCause::kQueueOverflow};
   for (std::size_t i = 0; i < kUnjudgedCauses; ++i) {

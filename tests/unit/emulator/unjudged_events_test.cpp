@@ -100,7 +100,7 @@ TEST_F(HeldKernelEvents, AreRefusedAtTheDeadlineAndByBusyReadersIfTheSettingSays
   gate->Open();
 }
 
-TEST_F(HeldKernelEvents, PassWhenTheEmulatorStopsWhateverTheSettingSays) {
+TEST_F(HeldKernelEvents, PassWhenTheEmulatorStopsRegardlessOfTheSetting) {
   settings.unjudged = UnjudgedPolicy::kRefuse;
   settings.stopGrace = std::chrono::milliseconds(1);
   settings.kernel.threads = 1;
@@ -193,7 +193,7 @@ class StormEvents : public HeldKernelEvents {
   OpenLoop storm;
 };
 
-TEST_F(StormEvents, PassOnlyUntilAReaderIsBackHoweverManyAreQueued) {
+TEST_F(StormEvents, PassOnlyUntilAReaderReturnsHoweverManyAreQueued) {
   settings.deadline = std::chrono::milliseconds(500);
   settings.kernel.threads = 1;
   Opened();

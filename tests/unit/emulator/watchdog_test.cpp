@@ -20,7 +20,7 @@ namespace {
 
 using namespace refhost;
 
-TEST(DrainRound, EndsAsSoonAsAReaderIsBack) {
+TEST(DrainRound, EndsAsSoonAsAReaderReturns) {
   int left = 3;
   int letThrough = 0;
   EXPECT_FALSE(RunDrainRound([&] { return left > 0; },
@@ -32,7 +32,7 @@ TEST(DrainRound, EndsAsSoonAsAReaderIsBack) {
   EXPECT_EQ(letThrough, 3);
 }
 
-TEST(DrainRound, EndsWithTheQueue) {
+TEST(DrainRound, EndsWhenTheQueueIsEmpty) {
   int queued = 5;
   EXPECT_FALSE(RunDrainRound([] { return true; }, [&] { return queued > 0 && queued-- > 0; }));
   EXPECT_EQ(queued, 0);

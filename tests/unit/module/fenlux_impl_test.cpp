@@ -143,7 +143,7 @@ TEST_F(Init, TwoConcurrentCallsCreateOneModule) {
 
 // ---------------------------------------------------------------- translation
 
-TEST_F(FenluxImpl, TranslatesWithTheSameTextTwice) {
+TEST_F(FenluxImpl, PassesTheSameTextTwiceToTheLocaleService) {
   const auto impl = New();
   Settings().translate = [](const std::string& text) { return "<" + text + ">"; };
   EXPECT_EQ(impl->Translate("one"), "<one>");

@@ -49,7 +49,7 @@ TEST_F(InteractLifecycle, StopDoesNotWaitForPendingSends) {
   process.join();
 }
 
-TEST_F(InteractLifecycle, FixedAnswersHoldInEveryState) {
+TEST_F(InteractLifecycle, FixedAnswersAreTheSameInEveryState) {
   const auto expectAnswers = [](CKDIBase& interact) {
     EXPECT_FALSE(interact.QueryOptionalFeature());
     EXPECT_TRUE(interact.QuerySupportedFeature());

@@ -42,13 +42,13 @@ TEST_F(NotificationItemsDispatch, AnItemOfLength0IsAbsent) {
   EXPECT_EQ(RecordCallsAfterProcess(), (Lines{"CArpRecord::SetEventType(0x4005)", "CAoArp::Evaluate(record)"}));
 }
 
-TEST_F(NotificationItemsDispatch, ASecondPathAlone) {
+TEST_F(NotificationItemsDispatch, ASecondPathNeedsNoFirst) {
   Dispatch(NotificationBuilder(4098).Item2(u"/q"));
   EXPECT_EQ(RecordCallsAfterProcess(), (Lines{"CUtility::ToRecordString(/q)", "CArpRecord::SetSecondPath(/q)",
                                               "CArpRecord::SetEventType(0x4005)", "CAoArp::Evaluate(record)"}));
 }
 
-TEST_F(NotificationItemsDispatch, ExtraDataAlone) {
+TEST_F(NotificationItemsDispatch, ExtraDataNeedsNoPath) {
   Dispatch(NotificationBuilder(4098).Item3({7}));
   EXPECT_EQ(RecordCallsAfterProcess(), (Lines{"CUtility::BufferFromBytes(1)", "CArpRecord::SetExtraData(07)",
                                               "CArpRecord::SetEventType(0x4005)", "CAoArp::Evaluate(record)"}));

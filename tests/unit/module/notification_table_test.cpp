@@ -146,7 +146,7 @@ TEST_F(NotificationTable, Code4109HasCategory2) {
             (Lines{"CArpRecord::SetCategory(1)", "CArpRecord::SetCategory(2)", "CArpRecord::SetEventType(0x4011)"}));
 }
 
-TEST_F(NotificationTable, Code4109HasTypesOfItsOwnOnlyForConditionB) {
+TEST_F(NotificationTable, Code4109HasItsOwnTypesOnlyForConditionB) {
   EXPECT_EQ(TypeOf(NotificationBuilder(4109).ConditionB(1)), 0x4008u);
   EXPECT_EQ(TypeOf(NotificationBuilder(4109).ConditionB(0x10).Variant(1)), 0x4009u);
   EXPECT_EQ(TypeOf(NotificationBuilder(4109).Variant(1)), 0x4011u) << "whatever the variant flag holds";

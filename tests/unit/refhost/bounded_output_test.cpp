@@ -99,7 +99,7 @@ TEST(BoundedOutput, EndsWhileItsWriterIsStuck) {
   BoundedOutput(stuck->stream, "a test").Write("text");
 }
 
-TEST(BoundedOutput, GoesOnAfterAFailure) {
+TEST(BoundedOutput, ContinuesAfterAFailure) {
   std::ostringstream stream;
   BoundedOutput output(stream, "a test");
   stream.setstate(std::ios::badbit);

@@ -38,7 +38,7 @@ TEST(ConfigContent, ComparesArraysAsAWhole) {
   EXPECT_EQ(Changes("[[r]]\na = 1\n[[r]]\na = 2\n", "[[r]]\na = 1\n[[r]]\na = 3\n"), "r:1 ");
 }
 
-TEST(ConfigContent, AnEmptyOneHasNoSettings) {
+TEST(ConfigContent, EmptyContentHasNoSettings) {
   EXPECT_EQ(ConfigContent().ChangesIn(ConfigContent()).size(), 0U);
   EXPECT_EQ(ConfigContent().ChangesIn(Content("a = 1\n")).size(), 1U);
 }

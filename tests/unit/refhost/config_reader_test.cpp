@@ -128,7 +128,7 @@ TEST(ConfigReader, ReportsOnlyTheSyntaxErrorOfAFile) {
   EXPECT_FALSE(errors[0].reason.empty());
 }
 
-TEST(ConfigReader, ReportsCharactersThatAreAllowedInStringsAndCommentsOnly) {
+TEST(ConfigReader, ReportsCharactersThatAreAllowedOnlyInStringsAndComments) {
   const std::string reason = ": (syntax): only printable ASCII characters are allowed outside strings and comments\n";
   for (const auto& [text, place] :
        std::vector<std::pair<std::string, std::string>>{{"\xC3\xA9 = 1\n", "1:1"},
@@ -182,7 +182,7 @@ TEST(ConfigReader, ReportsADirectoryAsUnreadable) {
             directory.Path().string() + ":1:1: (file): cannot be read: it is a directory; name a file\n");
 }
 
-TEST(ConfigReader, SharesTheStateOfATableTakenTwice) {
+TEST(ConfigReader, SharesTheStateOfATableThatIsReadTwice) {
   Parsed parsed("[t]\na = 1\nb = 2\nc = 3\n");
   parsed.root.Table("t").Integer("a", 0);
   parsed.root.Table("t").Integer("b", 0);
@@ -190,7 +190,7 @@ TEST(ConfigReader, SharesTheStateOfATableTakenTwice) {
   EXPECT_EQ(parsed.errors.Text(), "dir/a.toml:4:1: t.c: is not a known key\n");
 }
 
-TEST(ConfigReader, PlacesReportsOfTheCaller) {
+TEST(ConfigReader, AddsThePositionToReportsOfTheCaller) {
   Parsed parsed("[t]\na = 1\n");
   parsed.root.Table("t").Report("a", "is odd");
   parsed.root.Table("t").Report("", "is not enough");

@@ -138,7 +138,7 @@ TEST(Configuration, KeepsTheReportedDriverVersion) {
   EXPECT_EQ(configuration.LastDriverVersion().version, 19072701U);
 }
 
-TEST(Configuration, NotesWhenThePolicyWasRead) {
+TEST(Configuration, RecordsWhenThePolicyWasRead) {
   Configuration configuration({}, {}, nullptr);
   const auto before = Configuration::Clock::now();
   EXPECT_LT(configuration.LastPolicyRead(), before);

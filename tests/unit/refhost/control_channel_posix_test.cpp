@@ -59,7 +59,7 @@ TEST(ControlSocket, IsRemovedWhenTheHostStops) {
   EXPECT_FALSE(boost::filesystem::exists(path));
 }
 
-TEST(ControlSocket, IsAccessibleToItsUserOnlyInADirectoryThatItCreates) {
+TEST(ControlSocket, IsAccessibleOnlyToItsUserInADirectoryThatItCreates) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "made" / "s";
   const ControlServing serving(path);
@@ -129,7 +129,7 @@ TEST(ControlSocket, OneOfSeveralHostsThatStartAtOnceReplacesALeftover) {
   }
 }
 
-TEST(ControlSocket, KeepsAFileThatIsInItsPlaceAndSaysWhatToDo) {
+TEST(ControlSocket, DoesNotReplaceAnOrdinaryFileAndSaysWhatToDo) {
   const TemporaryDirectory directory;
   const auto file = directory.MakeFile("s");
   EXPECT_EQ(ControlErrorOf([&] { ControlListener{file}; }),
@@ -139,7 +139,7 @@ TEST(ControlSocket, KeepsAFileThatIsInItsPlaceAndSaysWhatToDo) {
   EXPECT_EQ(FileText(file), "text\n");
 }
 
-TEST(ControlSocket, KeepsTheSocketOfAnotherProgram) {
+TEST(ControlSocket, DoesNotReplaceTheSocketOfAnotherProgram) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
   const Descriptor other(::socket(AF_UNIX, SOCK_DGRAM, 0));
@@ -149,7 +149,7 @@ TEST(ControlSocket, KeepsTheSocketOfAnotherProgram) {
   EXPECT_TRUE(boost::filesystem::exists(path));
 }
 
-TEST(ControlSocket, LeavesAFileThatTookItsPlaceWhenItStops) {
+TEST(ControlSocket, DoesNotRemoveAFileThatHasReplacedItWhenItStops) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
   {
@@ -211,7 +211,7 @@ TEST(ControlSocket, IsNotInADirectoryOfAnotherUserByDefault) {
             isRoot ? "/run/fenlux/host.sock" : "/tmp/fenlux-" + std::to_string(::geteuid()) + "/host.sock");
 }
 
-TEST(ControlSocket, IsInTheUsersOwnRuntimeDirectoryByDefault) {
+TEST(ControlSocket, IsInTheUsersRuntimeDirectoryByDefault) {
   const TemporaryDirectory directory;
   const RuntimeDirectory runtime(directory.Path().string());
   EXPECT_EQ(DefaultControlPath(), directory.Path() / "fenlux/host.sock");

@@ -62,7 +62,7 @@ TEST_F(ControlChannel, ServesOthersWhileAClientSendsItsRequestInPieces) {
   EXPECT_EQ(slow.Receive(), "re: half");
 }
 
-TEST_F(ControlChannel, EndsARequestThatTakesTooLongAlthoughItsBytesKeepComing) {
+TEST_F(ControlChannel, EndsARequestThatTakesTooLongEvenIfBytesKeepArriving) {
   const ControlServing serving(path, {.requestTime = std::chrono::milliseconds(200)});
   PieceClient dripping(path);
   // Until the host closes the connection. Each byte comes long before the time limit.
@@ -77,7 +77,7 @@ TEST_F(ControlChannel, SaysThatARequestDidNotArriveInTime) {
   EXPECT_EQ(silent.Receive(), "no: the request did not arrive within 200 ms");
 }
 
-TEST_F(ControlChannel, RefusesALongRequestWithoutTakingAllOfIt) {
+TEST_F(ControlChannel, RefusesALongRequestWithoutReadingAllOfIt) {
   const ControlServing serving(path, {.requestBytes = 1000});
   EXPECT_EQ(SendControlRequest(path, std::string(1000, 'x'), kTimeout), "re: " + std::string(1000, 'x'));
   EXPECT_EQ(SendControlRequest(path, std::string(1001, 'x'), kTimeout), "no: the request is longer than 1000 bytes");
@@ -85,7 +85,7 @@ TEST_F(ControlChannel, RefusesALongRequestWithoutTakingAllOfIt) {
             "no: the request is longer than 1000 bytes");
 }
 
-TEST_F(ControlChannel, TakesRequestsOfOneMebibyteByDefault) {
+TEST_F(ControlChannel, AcceptsRequestsOfOneMebibyteByDefault) {
   const ControlServing serving(path);
   const std::string largest(std::size_t{1} << 20, 'x');
   EXPECT_EQ(SendControlRequest(path, largest, kTimeout), "re: " + largest);
@@ -122,7 +122,7 @@ TEST_F(ControlChannel, ReportsThatNoHostListens) {
       << error;
 }
 
-TEST_F(ControlChannel, SurvivesAClientThatDisconnectsWithinALine) {
+TEST_F(ControlChannel, SurvivesAClientThatDisconnectsInTheMiddleOfALine) {
   const ControlServing serving(path);
   ASSERT_TRUE(ConnectAndSend(path, "half"));
   EXPECT_EQ(SendControlRequest(path, "next", kTimeout), "re: next");

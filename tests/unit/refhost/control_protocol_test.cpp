@@ -19,7 +19,7 @@ TEST(ControlProtocol, RequestsKeepEveryCharacterOfTheirArguments) {
   EXPECT_EQ(decoded->arguments, request.arguments);
 }
 
-TEST(ControlProtocol, TakesNumbersAndBooleansAsArguments) {
+TEST(ControlProtocol, AcceptsNumbersAndBooleansAsArguments) {
   const auto decoded = DecodeRequest(R"({"operation":"grsp","arguments":{"mode":1,"not-implemented":true}})");
   ASSERT_TRUE(decoded);
   EXPECT_EQ(decoded->arguments, (ControlArguments{{"mode", "1"}, {"not-implemented", "true"}}));

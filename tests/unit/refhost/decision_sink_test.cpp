@@ -57,7 +57,7 @@ class DecisionSinkTest : public ::testing::Test {
   const std::shared_ptr<Records> refusals = std::make_shared<Records>();
 };
 
-TEST_F(DecisionSinkTest, EveryObserverReceivesWhatItWants) {
+TEST_F(DecisionSinkTest, EveryObserverReceivesTheRecordsItRequests) {
   HandleBoth();
   EXPECT_EQ(sink.Interest(), DecisionInterest::kNone);
   sink.Attach(refusals, DecisionInterest::kRefusals);
@@ -73,7 +73,7 @@ TEST_F(DecisionSinkTest, EveryObserverReceivesWhatItWants) {
   EXPECT_EQ(all->seen.size(), 2U);
 }
 
-TEST_F(DecisionSinkTest, ARecordHasTheJudgementAndTheEnd) {
+TEST_F(DecisionSinkTest, ARecordContainsTheJudgementAndTheOutcome) {
   sink.Attach(refusals, DecisionInterest::kRefusals);
   HandleBoth();
   ASSERT_EQ(refusals->seen.size(), 1U);
@@ -91,7 +91,7 @@ TEST_F(DecisionSinkTest, ARecordHasTheJudgementAndTheEnd) {
   EXPECT_LE(record.time, std::chrono::system_clock::now());
 }
 
-TEST_F(DecisionSinkTest, ARefusalThatCameTooLateIsStillOne) {
+TEST_F(DecisionSinkTest, ALateRefusalIsStillReportedButAsAllowed) {
   sink.Attach(refusals, DecisionInterest::kRefusals);
   Handle(L"/a/x.secret", {.verdict = 0, .refused = false, .wouldRefuse = false, .cause = "late", .latency = {}});
   ASSERT_EQ(refusals->seen.size(), 1U);

@@ -206,7 +206,7 @@ const std::vector<Fault> kFaults{
      [](Recording& recording) { recording.outcome.replies->refused = 1; }},
 };
 
-TEST(DriverExamination, FindsNothingInADriverThatDoesEverythingRight) {
+TEST(DriverExamination, FindsNothingInACorrectDriver) {
   const Recording recording;
   EXPECT_EQ(recording.Text(),
             "The driver\n"
@@ -235,7 +235,7 @@ TEST(DriverExamination, NamesEachFault) {
   }
 }
 
-TEST(DriverExamination, SaysWhereWhatTheProtocolSaysAndWhatToDo) {
+TEST(DriverExamination, AFindingGivesThePlaceTheProtocolsRuleAndTheRemedy) {
   Recording recording;
   recording.VersionReply().originalSize = 65560;
   EXPECT_NE(recording.Text().find(
@@ -265,7 +265,7 @@ TEST(DriverExamination, MoreKindsOfMistakesThanCanBeShownAreCounted) {
   EXPECT_NE(recording.Text().find("\n200 further findings are only counted\n1200 findings\n"), std::string::npos);
 }
 
-TEST(DriverExamination, ARequestThatFailsBecauseTheConnectionEndsIsNoMistake) {
+TEST(DriverExamination, ARequestThatFailsBecauseTheConnectionEndsIsNotAMistake) {
   Recording closed;
   closed.Close(2, std::string(capture::kModuleClosed));
   closed.Request(2, 3).reply->comment = "the port is closed";
@@ -277,7 +277,7 @@ TEST(DriverExamination, ARequestThatFailsBecauseTheConnectionEndsIsNoMistake) {
   EXPECT_NE(dropped.Text().find("the last request was request 3 (commit monitor objects)\n"), std::string::npos);
 }
 
-TEST(DriverExamination, ARejectedRequestIsAMistakeAlsoShortlyBeforeTheModuleCloses) {
+TEST(DriverExamination, ARejectedRequestIsAMistakeEvenJustBeforeTheModuleCloses) {
   Recording recording;
   recording.Request(2, 3).reply->comment = "no";
   recording.Close(2, std::string(capture::kModuleClosed));
@@ -295,7 +295,7 @@ TEST(DriverExamination, ARejectedRequestIsAMistakeIfALaterOneSucceeded) {
                                       "WRONG requests: request 3 (commit monitor objects): rejected: no"}));
 }
 
-TEST(DriverExamination, ShowsWhatADriverSaysEscaped) {
+TEST(DriverExamination, EscapesTheDriversTexts) {
   Recording recording;
   recording.Open(3);
   recording.Close(3, "no \\port\n\x1b");
@@ -308,7 +308,7 @@ TEST(DriverExamination, ARequestAtTheEndOfTheRecordingMayLackItsAnswer) {
   EXPECT_EQ(recording.Findings(), std::vector<std::string>());
 }
 
-TEST(DriverExamination, NotificationsWithoutAReplyByDesignNeedNotBeAwaited) {
+TEST(DriverExamination, TheDriverNeedNotAwaitNotificationsThatRequireNoReply) {
   Recording recording;
   recording.Notify(NotificationBuilder(4113).Build());
   recording.Last().reply->originalSize = 0;
@@ -316,7 +316,7 @@ TEST(DriverExamination, NotificationsWithoutAReplyByDesignNeedNotBeAwaited) {
   EXPECT_EQ(recording.Findings(), std::vector<std::string>());
 }
 
-TEST(DriverExamination, SaysWhatItHasNotSeen) {
+TEST(DriverExamination, ListsWhatWasNotExamined) {
   DriverExamination examination({});
   DriveOutcome outcome;
   outcome.stopped = "no connection was ready";
@@ -333,7 +333,7 @@ TEST(DriverExamination, SaysWhatItHasNotSeen) {
   EXPECT_NE(recording.Text().find("\n7 messages were not recorded and not checked\nclean\n"), std::string::npos);
 }
 
-TEST(DriverExamination, JsonHasTheSame) {
+TEST(DriverExamination, JsonHasTheSameContent) {
   Recording recording;
   recording.Notify(NotificationBuilder(4115).Build());
   const std::string json = DriveJson(recording.Examined(), recording.outcome);
@@ -364,7 +364,7 @@ TEST(DriverExamination, EveryRuleNamesASectionOfTheProtocol) {
 }
 
 // What the driver kit's parser refuses, the module answers with verdict 8: it must never pass as clean.
-TEST(DriverExamination, WhateverTheKitRefusesIsAFinding) {
+TEST(DriverExamination, EverythingThatTheKitRefusesIsAFinding) {
   std::mt19937 random(1);
   const auto below = [&random](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
   for (int i = 0; i < 4'000; ++i) {

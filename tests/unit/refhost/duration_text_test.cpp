@@ -13,7 +13,7 @@ std::int64_t Milliseconds(std::string_view text) {
   return duration ? duration->count() : -1;
 }
 
-TEST(DurationText, TakesSecondsOrAUnit) {
+TEST(DurationText, AcceptsSecondsOrAUnit) {
   EXPECT_EQ(Milliseconds("30"), 30'000);
   EXPECT_EQ(Milliseconds("0.3"), 300);
   EXPECT_EQ(Milliseconds("300ms"), 300);
@@ -30,7 +30,7 @@ TEST(DurationText, RefusesEverythingElse) {
   }
 }
 
-TEST(DurationText, IsBetweenAMillisecondAndTenYears) {
+TEST(DurationText, AcceptsOneMillisecondToTenYears) {
   EXPECT_EQ(Milliseconds("0"), -1);
   EXPECT_EQ(Milliseconds("0.0004"), -1);
   EXPECT_EQ(Milliseconds("87840h"), 87'840LL * 3'600'000);

@@ -35,7 +35,7 @@ class Feed : public ::testing::Test {
   std::shared_ptr<EventFeed> feed = std::make_shared<EventFeed>(sink);
 };
 
-TEST_F(Feed, CostsNothingUntilSomebodyWatchesAndAgainAfterThat) {
+TEST_F(Feed, CostsNothingWhileNobodyWatches) {
   EXPECT_EQ(sink->Interest(), DecisionInterest::kNone);
   Begin();
   EXPECT_EQ(sink->Interest(), DecisionInterest::kAll);
@@ -45,7 +45,7 @@ TEST_F(Feed, CostsNothingUntilSomebodyWatchesAndAgainAfterThat) {
   EXPECT_EQ(sink->Interest(), DecisionInterest::kNone);
 }
 
-TEST_F(Feed, GivesEveryWatcherWhatCameSinceItLastAsked) {
+TEST_F(Feed, GivesEveryWatcherTheEventsSinceItsLastRequest) {
   const std::uint64_t first = Begin();
   sink->Report(Record(1));
   const std::uint64_t second = Begin();
@@ -122,7 +122,7 @@ TEST_F(Feed, SaysIfNobodyWatchedInBetween) {
   EXPECT_FALSE(feed->Read(slow.next, {}, kStart).unwatched);
 }
 
-TEST_F(Feed, TakesANumberOfAnEarlierHostAsTheBeginning) {
+TEST_F(Feed, TreatsANumberFromAnEarlierHostAsAFirstRequest) {
   Begin();
   sink->Report(Record(1));
   const EventFeed::Batch batch = feed->Read(1'000'000, {}, kStart);

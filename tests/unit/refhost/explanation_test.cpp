@@ -46,7 +46,7 @@ TEST(Explanation, SaysWhyEachEarlierRuleDoesNotMatch) {
   EXPECT_TRUE(explanation.rules[2].reasons.empty());
 }
 
-TEST(Explanation, WithoutAProgramRulesOnProgramsDependOnIt) {
+TEST(Explanation, RulesThatNameProgramsAreMarkedIfNoProgramIsGiven) {
   const Rules rules = RulesOf(kRules);
   const Explanation explanation = Explain(rules, {4097, "/a/x.secret", std::nullopt});
   EXPECT_EQ(explanation.decider, &rules.ordered[2]);
@@ -95,7 +95,7 @@ TEST(ExplainReport, ShowsTheResultTheDeciderAndEveryReason) {
             "  rule \"cat\" (j.toml:5) matches\n");
 }
 
-TEST(ExplainReport, EventsHaveTheNamesOfRules) {
+TEST(ExplainReport, EventsHaveTheSameNamesAsInRules) {
   const Rules rules = RulesOf(kRules);
   EXPECT_EQ(ExplainReport(rules, Refusing(), {"/a/x.txt", {}, {}, {}, "open"})["code"], 8194U);
   EXPECT_EQ(ExplainReport(rules, Refusing(), {"/a/x.txt", {}, {}, {}, "open"})["decision"], 1U);
@@ -103,20 +103,20 @@ TEST(ExplainReport, EventsHaveTheNamesOfRules) {
   EXPECT_EQ(ExplainReport(rules, Refusing(), {"/a/x.txt", {}, {}, "8194", {}})["code"], 8194U);
 }
 
-TEST(ExplainReport, ShowsNothingRaw) {
+TEST(ExplainReport, EscapesControlCharacters) {
   const Report report = ExplainReport(RulesOf(""), Refusing(), {"/a/\x1b[31m\n", {}, {}, {}, {}});
   EXPECT_EQ(ExplainText(report),
             "allowed: /a/\\x1b[31m\\n (code 4097), by a program that no rule names\n"
             "decided by the default, decision 2\n");
 }
 
-TEST(ExplainReport, WithoutEnforcementRefusalsAreOnlyWhatWouldBe) {
+TEST(ExplainReport, WithoutEnforcementTheResultIsWouldRefuse) {
   Rules rules = RulesOf(kRules);
   rules.enforced = false;
   EXPECT_EQ(ExplainReport(rules, Refusing(), {"/a/x.secret", {}, {}, {}, {}})["result"], "would refuse");
 }
 
-TEST(ExplainReport, QuestionsThatMakeNoSenseAreErrors) {
+TEST(ExplainReport, InvalidQuestionsAreErrors) {
   const auto error = [](const ExplainQuestion& question) -> std::string {
     try {
       ExplainReport(RulesOf(""), Refusing(), question);

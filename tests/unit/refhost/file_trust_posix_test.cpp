@@ -66,7 +66,7 @@ TEST_F(FileTrust, AcceptsTheFilesOfTheUserWhoCalledSudo) {
   EXPECT_NE(WhyUntrusted(file), "");
 }
 
-TEST_F(FileTrust, RefusesADirectoryOnTheWayThatOthersMayWrite) {
+TEST_F(FileTrust, RefusesAFileBelowADirectoryThatOthersMayWrite) {
   SetMode(inner, 0777);
   EXPECT_NE(WhyUntrusted(file), "");
   EXPECT_NE(WhyUntrusted(inner / "missing"), "");
@@ -78,14 +78,14 @@ TEST_F(FileTrust, RefusesADirectoryOnTheWayThatOthersMayWrite) {
   EXPECT_NE(WhyUntrusted(file), "");
 }
 
-TEST_F(FileTrust, RefusesWhatAnyGroupButRootsMayWrite) {
+TEST_F(FileTrust, RefusesAFileThatAnyGroupButRootsMayWrite) {
   SetMode(file, 0664);
   EXPECT_EQ(WhyUntrusted(file), "");
   ASSERT_EQ(::chown(file.c_str(), 0, kSudoUser), 0);
   EXPECT_NE(WhyUntrusted(file), "") << "a group that is not the user's own";
 }
 
-TEST_F(FileTrust, ChecksBothASymbolicLinkAndWhereItLeads) {
+TEST_F(FileTrust, ChecksBothASymbolicLinkAndItsTarget) {
   const fs::path target = directory.Write("target", "");
   const fs::path link = inner / "link";
   fs::create_symlink("../inner/../target", link);
@@ -97,7 +97,7 @@ TEST_F(FileTrust, ChecksBothASymbolicLinkAndWhereItLeads) {
   EXPECT_NE(WhyUntrusted(link), "") << "its owner could let it lead elsewhere";
 }
 
-TEST_F(FileTrust, EndsAtACircleOfLinks) {
+TEST_F(FileTrust, StopsAtALoopOfLinks) {
   const fs::path link = inner / "circle";
   fs::create_symlink(link, link);
   EXPECT_EQ(WhyUntrusted(link), link.string() + " has too many symbolic links");
@@ -111,7 +111,7 @@ TEST_F(FileTrust, ChecksAnOpenFileItself) {
   EXPECT_NE(WhyUntrusted(file, opened.get()), "");
 }
 
-TEST_F(FileTrust, ALogNeedsItsDirectoriesToBeSafeOnceTheyExist) {
+TEST_F(FileTrust, ALogIsNotWrittenBelowADirectoryThatAnotherUserCreated) {
   SetMode(inner, 01777);
   const fs::path log = inner / "logs" / "host.log";
   EXPECT_EQ(WhyUntrusted(log), "");

@@ -52,7 +52,7 @@ TEST(Health, NamesADirectoryThatIsNotWatchedOnOneLine) {
   EXPECT_EQ(Line(facts), "degraded: /kept is not watched: it is gone\n");
 }
 
-TEST(Health, CountsWhatWasLostInTheLastTenMinutesOnly) {
+TEST(Health, CountsOnlyLossesOfTheLastTenMinutes) {
   StatusFacts facts = Healthy();
   facts.summary.log.dropped = 7;
   facts.summary.totals.unjudged[static_cast<std::size_t>(UnjudgedCause::kLate)] = 7;
@@ -65,7 +65,7 @@ TEST(Health, CountsWhatWasLostInTheLastTenMinutesOnly) {
             "degraded: 2 log lines lost in the last 10 minutes; 3 operations not judged in the last 10 minutes\n");
 }
 
-TEST(Health, IsDegradedByARefusedReloadAFailedRecordingAndWrongTotals) {
+TEST(Health, IsDegradedByARefusedReloadAFailingRecordingAndWrongTotals) {
   StatusFacts facts = Healthy();
   facts.lastReloadRefused = true;
   facts.summary.recording.active = true;
@@ -78,7 +78,7 @@ TEST(Health, IsDegradedByARefusedReloadAFailedRecordingAndWrongTotals) {
   EXPECT_EQ(HealthReport(facts).at("problems").size(), 4u);
 }
 
-TEST(Health, HasAnExitCodeOfItsOwnForAHostThatDoesNotAnswer) {
+TEST(Health, HasItsOwnExitCodeForAHostThatDoesNotAnswer) {
   const Report report = UnreachableReport("no host");
   EXPECT_EQ(HealthText(report), "not reachable: no host\n");
   EXPECT_EQ(HealthExitCode(report), kExitNotReachable);

@@ -17,7 +17,7 @@ void AddLatency(HistoryCounts& counts, nanoseconds latency, std::uint64_t times 
   counts.latencies.buckets[LatencyCounts::Bucket(latency)] += times;
 }
 
-TEST(LatencyCounts, PutEveryTimeBelowTheEdgeOfItsBucketAndAboveThatOfTheOneBefore) {
+TEST(LatencyCounts, PutEveryTimeBetweenTheEdgesOfItsBucket) {
   for (std::int64_t time = 1; time < 30'000'000'000; time += time / 7 + 1) {
     const nanoseconds latency(time);
     const std::size_t bucket = LatencyCounts::Bucket(latency);
@@ -63,7 +63,7 @@ TEST(HostHistory, ShowsOnlyWhatHappenedInThePeriod) {
   EXPECT_EQ(minute.lostLines, 3u);
 }
 
-TEST(HostHistory, IncludesWhatCameAfterTheLastSecond) {
+TEST(HostHistory, IncludesEventsAfterTheLastSecond) {
   HostHistory history;
   HistoryCounts counts;
   history.Add(kStart, counts, nanoseconds(0));
@@ -75,7 +75,7 @@ TEST(HostHistory, IncludesWhatCameAfterTheLastSecond) {
   EXPECT_EQ(window.lostLines, 1u);
 }
 
-TEST(HostHistory, ForgetsWhatIsOlderThanTheLongestPeriod) {
+TEST(HostHistory, DropsEventsOlderThanTheLongestPeriod) {
   HostHistory history;
   HistoryCounts counts;
   for (int second = 0; second < 2000; ++second) {

@@ -77,7 +77,7 @@ TEST(Judge, AProgramThatCouldNotBeReadLeavesAnEventUndecidedOnlyWhereAProgramPat
   EXPECT_EQ(judge.UnknownPrograms(), 0U);
 }
 
-TEST(Judge, TellsItsObserverOfEveryJudgement) {
+TEST(Judge, NotifiesItsObserverOfEveryJudgement) {
   const Read read("[[rules]]\nname = 'first'\npath = '/a/*'\ndecision = 3\n");
   std::vector<std::string> seen;
   const auto observer = [&](Decision decision, const Rule* rule, std::chrono::nanoseconds duration) {
@@ -132,7 +132,7 @@ TEST(Judge, NewRulesApplyAtOnce) {
   EXPECT_EQ(judge.Evaluate(Event(1, 1, L"")), 4U);
 }
 
-TEST(Judge, RulesKnowTheirPlaceAndAreCalledByNameOrNumber) {
+TEST(Judge, RulesAreLabelledByNameOrNumberAndPosition) {
   const Read read("[[rules]]\nname = 'no secrets'\ndecision = 3\n\n[[rules]]\ndecision = 4\n");
   ASSERT_EQ(read.rules.ordered.size(), 2U);
   EXPECT_EQ(read.rules.ordered[0].Label(), "\"no secrets\" (j.toml:1)");
@@ -154,7 +154,7 @@ TEST(Judge, CountsTheHitsOfEachRuleAndOfTheDefault) {
   EXPECT_EQ(current->HitsOf(nullptr).Hits(), 1U);
 }
 
-TEST(Judge, OnlyOtherRulesBeginWithoutHits) {
+TEST(Judge, UnchangedRulesKeepTheirHitsAndChangedOnesStartAtZero) {
   constexpr std::string_view kSame = "[[rules]]\nname = 'a'\npath = 'a'\ndecision = 5\ncontext = 'x'\n";
   Judge judge(Read(kSame).rules);
   judge.Evaluate(Event(1, 1, L"a"));

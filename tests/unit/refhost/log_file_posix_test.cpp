@@ -24,7 +24,7 @@ std::string ErrorOf(const boost::filesystem::path& file) {
   return {};
 }
 
-TEST(LogFile, IsCreatedForItsUserAlone) {
+TEST(LogFile, IsAccessibleOnlyToItsUser) {
   const TemporaryDirectory directory;
   const auto file = directory.Path() / "l.log";
   const mode_t before = ::umask(0);
@@ -35,7 +35,7 @@ TEST(LogFile, IsCreatedForItsUserAlone) {
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
-TEST(LogFile, IsNotASymbolicLink) {
+TEST(LogFile, MustNotBeASymbolicLink) {
   const TemporaryDirectory directory;
   const auto target = directory.MakeFile("target");
   const auto link = directory.Path() / "link";

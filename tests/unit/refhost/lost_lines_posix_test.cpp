@@ -52,7 +52,7 @@ TEST(LogFileSink, AFailedWriteMakesTheNextFlushFail) {
   EXPECT_NO_THROW(sink.flush()) << "nothing was written since";
 }
 
-TEST(LogService, CountsOnlyTheLinesThatWentToTheFullDisk) {
+TEST(LogService, CountsOnlyTheLinesWrittenToTheFullDisk) {
   if (!boost::filesystem::exists(kFullDisk)) GTEST_SKIP() << "no " << kFullDisk;
   LogSettings settings;
   settings.consoleLevel = static_cast<std::size_t>(Severity::kEvent);

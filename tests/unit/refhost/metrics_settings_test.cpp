@@ -38,7 +38,7 @@ TEST(MetricsSettings, AreOffByDefault) {
   EXPECT_TRUE(Reports("", "must not be empty"));
 }
 
-TEST(MetricsSettings, TakeANumericAddressAndAPort) {
+TEST(MetricsSettings, AcceptANumericAddressAndAPort) {
   if (!MetricsExist()) GTEST_SKIP() << "there are no metrics on Windows";
   EXPECT_EQ(Read("[metrics]\nlisten = '127.0.0.1:9464'\n").settings, (MetricsSettings{"127.0.0.1", 9464}));
   EXPECT_EQ(Read("[metrics]\nlisten = '[::1]:0'\n").settings, (MetricsSettings{"::1", 0}));
@@ -56,7 +56,7 @@ TEST(MetricsSettings, NeedPermissionForAnAddressThatOtherMachinesReach) {
   EXPECT_EQ(reading.errors, "");
   EXPECT_EQ(reading.settings, (MetricsSettings{"0.0.0.0", 9464}));
 }
-TEST(MetricsSettings, SayWhereThereAreNoMetrics) {
+TEST(MetricsSettings, SayWhichSystemsHaveNoMetrics) {
   EXPECT_EQ(Reports("127.0.0.1:9464", "metrics are available on Linux only"), !MetricsExist());
 }
 

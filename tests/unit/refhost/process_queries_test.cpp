@@ -144,12 +144,12 @@ class WithoutDescriptors {
   rlimit before{};
 };
 
-TEST(ProcessQueries, DoNotTakeALackOfDescriptorsForAnUnknownProgram) {
+TEST(ProcessQueries, DoNotMistakeALackOfDescriptorsForAnUnknownProgram) {
   const WithoutDescriptors lack;
   EXPECT_EQ(ProcessImagePath(Own()), kImageNotRead);
 }
 
-TEST(ProcessQueries, KnowTheUserOfAProcessThatMustNotBeDumped) {
+TEST(ProcessQueries, ReturnTheUserOfAnUndumpableProcess) {
   // Without privileges, the process keeps its user; root's takes another one.
   const std::uint32_t user = ::geteuid() == 0 ? 65534 : ::geteuid();
   int ready[2];

@@ -39,7 +39,7 @@ TEST(RulesReport, ShowsTheRulesInOrderAndTheDefaultAtTheEnd) {
   EXPECT_EQ(report["default"]["hits"], 0U);
 }
 
-TEST(RulesReport, TheTableHasALineForEachRuleAndShowsNothingRaw) {
+TEST(RulesReport, TheTableHasALineForEachRuleAndEscapesControlCharacters) {
   const std::string text = RulesText(RulesReport(Current()));
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 5) << text;
   EXPECT_NE(text.find("      1      1         3           0  never                          a\\nb\n"),

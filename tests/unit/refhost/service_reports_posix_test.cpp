@@ -74,7 +74,7 @@ TEST_F(ServiceReportsTest, StopIfTheCountsOfTheHostCannotBeRead) {
   EXPECT_EQ(Sent(), Messages());
 }
 
-TEST_F(ServiceReportsTest, ShowANewStatusOnce) {
+TEST_F(ServiceReportsTest, SendANewStatusOnce) {
   const ServiceManager manager;
   std::string status = "Waiting for the driver";
   ServiceReports reports(manager, [&status] { return status; });

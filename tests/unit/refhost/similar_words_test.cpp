@@ -18,7 +18,7 @@ TEST(EditDistance, CountsSingleChanges) {
   EXPECT_EQ(EditDistance("kitten", "sitting"), 3U);
 }
 
-TEST(SimilarWords, AFewErrorsLeadToTheNearestWord) {
+TEST(SimilarWords, AFewTyposSuggestTheNearestWord) {
   const std::vector<std::string_view> words{"reload", "record", "status", "stop"};
   EXPECT_EQ(MostSimilar("stauts", words), "status");
   EXPECT_EQ(MostSimilar("relaod", words), "reload");
@@ -27,7 +27,7 @@ TEST(SimilarWords, AFewErrorsLeadToTheNearestWord) {
   EXPECT_EQ(MostSimilar("sumary", words), "");
 }
 
-TEST(SimilarWords, AWordIsNotSuggestedForAnUnrelatedOne) {
+TEST(SimilarWords, NoWordIsSuggestedForAnUnrelatedOne) {
   EXPECT_EQ(MostSimilar("two", {"one", "six"}), "");
   EXPECT_EQ(MostSimilar("x", {"a", "on"}), "");
   EXPECT_EQ(MostSimilar("", {"a"}), "");
@@ -35,7 +35,7 @@ TEST(SimilarWords, AWordIsNotSuggestedForAnUnrelatedOne) {
   EXPECT_EQ(MostSimilar("status", {}), "");
 }
 
-TEST(SimilarWords, ABeginningLeadsToTheWholeWord) {
+TEST(SimilarWords, APrefixSuggestsTheWholeWord) {
   EXPECT_EQ(MostSimilar("default", {"decision", "default_decision"}), "default_decision");
   EXPECT_EQ(MostSimilar("de", {"decision"}), "");
 }

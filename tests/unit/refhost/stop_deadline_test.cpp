@@ -11,7 +11,7 @@ using Clock = StopDeadline::Clock;
 
 constexpr milliseconds kPollInterval{100};  // of the loop that sees the signal
 
-TEST(StopDeadline, LeavesTheOutputsWhatTheStepsBeforeDidNotTake) {
+TEST(StopDeadline, GivesTheOutputsTheTimeThatEarlierStepsDidNotUse) {
   const Clock::time_point stopped{};
   const StopDeadline deadline(stopped);
   EXPECT_EQ(deadline.OutputTimeout(stopped), kStopTimeout);
@@ -20,7 +20,7 @@ TEST(StopDeadline, LeavesTheOutputsWhatTheStepsBeforeDidNotTake) {
   EXPECT_EQ(deadline.OutputTimeout(stopped + std::chrono::hours(1)), kMinOutputTimeout);
 }
 
-TEST(StopDeadline, ARunEndsWithinThreeSecondsIfEveryStepTakesAllOfItsTime) {
+TEST(StopDeadline, ARunEndsWithinThreeSecondsEvenIfEveryStepUsesAllItsTime) {
   EXPECT_EQ(kEndTimeout, milliseconds(3000));
   const Clock::time_point stopped{};
   const StopDeadline deadline(stopped);

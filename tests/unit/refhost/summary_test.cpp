@@ -54,7 +54,7 @@ TEST(Summary, ShowsHowUnjudgedOperationsEnded) {
   EXPECT_NE(JsonText(report).find(R"("unjudged_refused":2,"unjudged_setting":"refuse")"), std::string::npos);
 }
 
-TEST(Summary, IsFineOnlyWithoutViolationsAndIfTheSumHolds) {
+TEST(Summary, IsFineOnlyWithoutViolationsAndIfTheTotalsAddUp) {
   SummaryFacts facts = Facts();
   EXPECT_TRUE(IsFine(facts));
   facts.driver.protocolViolations = 1;

@@ -97,7 +97,7 @@ TEST_F(UtilityServiceTest, NormalizesRecordPaths) {
   }
 }
 
-TEST_F(UtilityServiceTest, MakesSystemMessagesValid) {
+TEST_F(UtilityServiceTest, ReplacesInvalidBytesInSystemMessages) {
   std::string out;
   EXPECT_EQ(utility.ConvertText(out, "No such file \xFF\\"), "No such file \uFFFD\\");
 }

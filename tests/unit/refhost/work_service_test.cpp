@@ -67,7 +67,7 @@ TEST(WorkService, ReadsTheWholeIdentityBlock) {
   EXPECT_EQ(WorkService({}, {}).GetIdentityText(text, block.data()), "S-1-5-18");
 }
 
-TEST(WorkService, PassesAllArgumentsToThePortClientMakerAndNotesTheTime) {
+TEST(WorkService, PassesAllArgumentsToThePortClientMakerAndRecordsTheTime) {
   std::string name;
   std::uint32_t size = 0;
   std::uint32_t value = 0;
