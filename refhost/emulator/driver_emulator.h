@@ -1,4 +1,4 @@
-// The kernel driver's side of the port: takes the module's requests, delivers notifications, requires an answer to
+// The kernel driver's side of the port: carries out the module's requests, delivers notifications, checks the reply to
 // each, and fails on command.
 //
 // Threads: the emulator owns the threads of its event source (the delivery threads) and one watchdog. A delivery thread
@@ -27,34 +27,34 @@ namespace fenlux::refhost {
 class DriverEmulator {
  public:
   // Opens the event source and starts its threads. Until a module connects, scripted events wait and kernel events
-  // pass. Throws std::runtime_error with the reason if the event source cannot be opened: kernel events need Linux and
-  // root, and directories that exist and are neither "/" nor "/tmp". The same if a thread cannot be started.
+  // follow the setting `unjudged`. Throws std::runtime_error with the reason if a thread cannot be started or the event
+  // source cannot be opened: kernel events need Linux, root, and existing directories other than "/" and "/tmp".
   explicit DriverEmulator(EmulatorSettings settings, Scenario scenario = {}, EmulatorHooks hooks = {});
   // Stops.
   ~DriverEmulator();
   DriverEmulator(const DriverEmulator&) = delete;
   DriverEmulator& operator=(const DriverEmulator&) = delete;
 
-  // Makes what a host's CWinWork::CreatePortClient gives to the module. The port client may outlive the emulator; its
-  // operations then fail. Any thread.
+  // Makes the port client that a host's CWinWork::CreatePortClient returns to the module. It may outlive the emulator;
+  // its operations then fail. Any thread.
   std::shared_ptr<CPortClient> MakePortClient(const std::string& portName, const std::shared_ptr<CBuf>& connectContext,
                                               std::uint32_t maxMessageSize, NotificationHandler handler,
                                               std::uint32_t portValue);
 
-  // Lets every operation through, ends the connection, refuses any further one, and ends the threads. A handler call
-  // that outlasts the settings' grace is left behind on its thread, which then touches only memory that it owns with
-  // the emulator. May be called more than once. Any thread but a delivery thread.
+  // Allows every pending operation, ends the connection, refuses new ones, and ends the threads. A handler call that
+  // outlasts the settings' grace is left behind on its thread, which then touches only memory whose ownership it
+  // shares. May be called more than once. Any thread but a delivery thread.
   void Stop();
 
   // Whether the scripted scenario has been played to its end; always false with another source or an endless scenario.
   bool ScenarioFinished() const;
-  // Waits for that; false if the scenario did not finish in time or the emulator was stopped first.
+  // Waits until it has; false if the scenario did not finish in time or the emulator was stopped first.
   bool WaitScenarioFinished(std::chrono::milliseconds limit) const;
 
-  // Whether operations are refused at all: not even those that could not be judged. True from the start. Any thread.
+  // With false, no operation is refused, not even one that could not be judged. Initially as configured. Any thread.
   void EnforceRefusals(bool enforced);
 
-  // The directories that kernel events are wanted of, with the reason if one is not watched. Any thread.
+  // The directories to be watched for kernel events, each with the reason if it is not watched. Any thread.
   std::vector<WatchState> Watches() const;
 
   // Any thread.

@@ -12,7 +12,7 @@ class ConfigTable;
 // How the driver answers the version request.
 enum class VersionReply {
   kFill,     // writes into the module's reply buffer
-  kReplace,  // returns a complete buffer of its own
+  kReplace,  // returns a complete buffer allocated here
   kShort,    // returns a buffer one byte too short
   kEmpty,    // returns an empty handle
 };
@@ -28,7 +28,7 @@ struct FailingSend {
   bool operator==(const FailingSend&) const = default;
 };
 
-// A set of faults. A scenario that sets faults between its events changes only those it names.
+// A set of faults. A scenario step that sets faults changes only those it names.
 struct EmulatorFaults {
   std::optional<std::uint32_t> refuseConnects = {};  // refuse this many attempts from now on
   std::optional<std::uint64_t> dropAfter = {};       // end a connection after this many notifications; 0: never

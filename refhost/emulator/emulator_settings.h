@@ -22,11 +22,11 @@ enum class EventSourceKind { kScripted, kFanotify };
 struct KernelEventSettings {
   bool followPolicy = true;              // watch the directories that the module commits (types 1 and 2)
   std::vector<std::string> directories;  // watch these as well
-  bool recursive = false;                // with the directories below them
+  bool recursive = false;                // include the directories below them
   bool onOpen = true;
   bool onAccess = false;
   bool onExec = false;
-  std::uint32_t threads = 2;  // that read kernel events and answer them
+  std::uint32_t threads = 2;  // the threads that read kernel events and respond to them
   std::vector<std::uint32_t> refusingVerdicts{static_cast<std::uint32_t>(records::Verdict::kVerdict4),
                                               static_cast<std::uint32_t>(records::Verdict::kVerdict5)};
 
@@ -41,11 +41,11 @@ struct EmulatorSettings {
   EventSourceKind source = EventSourceKind::kScripted;
   boost::filesystem::path scenarioFile;                   // of the scripted source; empty: no events
   std::uint32_t driverVersion = records::kModuleVersion;  // the answer to the version request
-  std::chrono::milliseconds deadline{1000};               // from delivery until the reply must have been taken
+  std::chrono::milliseconds deadline{1000};               // the time from delivery until the reply must be taken
   std::chrono::milliseconds stopGrace{2000};              // how long Stop waits for handler calls
-  UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;       // what happens to operations that load kept from being judged
-  bool refusalsEnforced = true;                           // from the start
-  EmulatorFaults faults;                                  // set from the start
+  UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;       // what to do with operations not judged because of load
+  bool refusalsEnforced = true;                           // the initial value
+  EmulatorFaults faults;                                  // initially set
   KernelEventSettings kernel;
 
   bool operator==(const EmulatorSettings&) const = default;

@@ -1,5 +1,5 @@
-// What the driver knows: everything the module sent over the current connection (or the previous one, while there is
-// none), and the violations of the protocol over all connections.
+// The driver's state: everything the module sent over the current connection (or over the previous one if there is no
+// current one), and the protocol violations over all connections.
 #pragma once
 
 #include <array>
@@ -35,7 +35,7 @@ struct EmulatorState {
   std::uint64_t refusedConnects = 0;                                      // attempts that the emulator refused
   std::optional<std::chrono::system_clock::time_point> connectionOpened;  // the current or the last connection
   std::optional<std::chrono::system_clock::time_point> connectionEnded;   // the last connection that ended
-  std::string endReason;                                                  // why that one ended
+  std::string endReason;                                                  // why it ended
   std::string refusalReason;                                              // of the last attempt that was refused
   std::uint32_t clientType = 0;                                           // 0 before the first connection
   std::uint32_t portValue = 0;

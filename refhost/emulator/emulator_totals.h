@@ -1,4 +1,4 @@
-// What the emulator counted: every notification it delivered, and what became of it. The sums must add up.
+// The emulator's counts of the notifications it delivered and of their outcomes. The sums must add up.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace fenlux::refhost {
 
-// Times from handing a notification to the module until its reply was taken, over those that were answered in time or
+// Times from passing a notification to the module until its reply was taken, for those that were answered in time or
 // need no answer. Quantiles are accurate to about 3 percent. All values are 0 while nothing has been counted.
 struct LatencySummary {
   std::uint64_t count = 0;
@@ -29,9 +29,9 @@ struct EmulatorTotals {
   std::uint64_t late = 0;
   std::uint64_t lost = 0;
   std::uint64_t inFlight = 0;                        // with the module right now; 0 once the emulator has stopped
-  std::map<std::uint32_t, std::uint64_t> byCode;     // of the delivered; messages too short for a code count under 0
-  std::map<std::uint32_t, std::uint64_t> byVerdict;  // of the answered
-  // The answered by code and verdict. A code of which none was answered has no entry.
+  std::map<std::uint32_t, std::uint64_t> byCode;     // of those delivered; messages too short for a code count as 0
+  std::map<std::uint32_t, std::uint64_t> byVerdict;  // of those answered
+  // Those answered, by code and verdict. A code without any has no entry.
   std::map<std::uint32_t, std::map<std::uint32_t, std::uint64_t>> byCodeAndVerdict;
   std::array<std::uint64_t, kUnjudgedCauses> unjudged{};
   LatencySummary latency;
@@ -40,12 +40,12 @@ struct EmulatorTotals {
   std::uint64_t kernelEvents = 0;           // permission events read from the kernel
   std::uint64_t kernelRefused = 0;          // answered so that the operation failed, by verdict or unjudged
   std::uint64_t kernelAllowed = 0;          // answered so that it continued, by verdict or unjudged
-  std::uint64_t kernelRefusedUnjudged = 0;  // of the refused: those without a judgement
+  std::uint64_t kernelRefusedUnjudged = 0;  // of those refused: without a verdict
   std::uint64_t kernelInFlight = 0;         // read and not answered yet; 0 once the emulator has stopped
 
   std::uint64_t Unjudged(UnjudgedCause cause) const { return unjudged[static_cast<std::size_t>(cause)]; }
   // delivered = answered + unanswered by design + late + lost + in flight, the sums by code, verdict and cause agree
-  // with them, every kernel event was answered once, and no more refusals without judgement than causes are counted.
+  // with them, every kernel event is counted once, and there are no more unjudged refusals than counted causes.
   bool AddsUp() const;
 };
 

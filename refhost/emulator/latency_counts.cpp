@@ -1,4 +1,4 @@
-// The buckets' edges, and quantiles from counts.
+// Computes bucket edges, and quantiles from the counts.
 #include "refhost/emulator/latency_counts.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Counts of latencies in fixed buckets: enough for quantiles over any period, and small enough to keep many of.
+// Counts of latencies in fixed buckets: precise enough for quantiles over any period, and small enough to keep many.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace fenlux::refhost {
 
-// Eight buckets for every doubling, from about a microsecond to half a minute. Shorter and longer times go to the first
+// Eight buckets per doubling, from about a microsecond to half a minute. Shorter and longer times go to the first
 // and the last bucket. Quantiles are accurate to about 12 percent.
 struct LatencyCounts {
   static constexpr unsigned kSubBits = 3;
@@ -26,7 +26,7 @@ struct LatencyCounts {
   static std::chrono::nanoseconds UpperEdge(std::size_t bucket);
 
   std::uint64_t Count() const;
-  // `max` is the longest of the counted times.
+  // `max` is the longest of the recorded times.
   LatencySummary Summary(std::chrono::nanoseconds max) const;
 };
 

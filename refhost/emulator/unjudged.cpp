@@ -1,4 +1,4 @@
-// The table of causes: how each is named, and what decides about its operations.
+// The table of causes: each one's name, and what decides whether its operations are refused.
 #include "refhost/emulator/unjudged.h"
 
 namespace fenlux::refhost {
@@ -24,22 +24,22 @@ constexpr CauseRow kCauses[] = {
     {UnjudgedCause::kHandlerThrew, "handler threw", "the module failed", Outcome::kSetting},
     {UnjudgedCause::kMalformedReply, "malformed reply", "the module's reply breaks the protocol", Outcome::kSetting},
     {UnjudgedCause::kConnectionEnded, "connection ended", "the connection ended before the reply", Outcome::kSetting},
-    // Nothing is guarded once the host has stopped, so a stop refuses nothing either.
+    // Nothing is guarded once the host has stopped, so stopping refuses nothing either.
     {UnjudgedCause::kStopped, "stopped", "the host stopped before the reply", Outcome::kAllowed},
     {UnjudgedCause::kNotJudged, "not judged", "the module could not judge it", Outcome::kSetting},
     {UnjudgedCause::kProgramNotEstablished, "program not established", "the program could not be established", Outcome::kRefused},
     {UnjudgedCause::kNoConnection, "no connection", "the module was not connected", Outcome::kSetting},
-    // The host would wait for itself.
+    // Judging it would make the host wait for itself.
     {UnjudgedCause::kOwnProcess, "own process", "the host itself performed it", Outcome::kAllowed},
     {UnjudgedCause::kReadersBusy, "readers busy", "all readers were blocked", Outcome::kSetting},
     {UnjudgedCause::kNotBuilt, "not built", "there was no memory for it", Outcome::kSetting},
-    // The kernel has refused these two already.
+    // The kernel has already refused these two.
     {UnjudgedCause::kNoDescriptors, "no descriptors", "there were no file descriptors left", Outcome::kRefused},
     {UnjudgedCause::kNotOpened, "not opened", "the kernel could not open its file for the host", Outcome::kRefused},
     {UnjudgedCause::kPathNotEstablished, "path not established", "the path could not be established", Outcome::kRefused},
     {UnjudgedCause::kPathNotLookedUp, "path not looked up", "there were no file descriptors left to look its path up", Outcome::kSetting},
     {UnjudgedCause::kStopping, "stopping", "the host was stopping", Outcome::kAllowed},
-    // The kernel has let it pass already.
+    // The kernel has already allowed it.
     {UnjudgedCause::kQueueOverflow, "queue overflow", "the kernel's queue was full", Outcome::kAllowed},
 };
 // clang-format on

@@ -1,10 +1,10 @@
-// Why an operation got no verdict of the module, and whether it is refused then.
+// The causes why an operation got no verdict from the module, and whether it is then refused.
 //
-// One rule for all of them: an operation whose path cannot be established is refused; one whose program cannot be
-// established is refused only where a rule's program pattern would decide; lateness, full queues, lack of memory or
-// file descriptors, and a connection that is down follow the setting `unjudged`. Only an explicit "refuse" lets load
-// change a verdict. Each reader keeps a descriptor in reserve, so that the kernel itself does not refuse what it cannot
-// hand over.
+// An operation whose path cannot be established is refused. One whose program cannot be established is refused only if
+// a rule's program pattern would decide. Lateness, blocked readers, lack of memory or file descriptors, and a missing
+// connection follow the setting `unjudged`, so load causes refusals only if that is "refuse". Each reader keeps a
+// descriptor in reserve: when none is left, the kernel cannot pass on an event, and refuses its operation without
+// asking the host.
 #pragma once
 
 #include <array>
@@ -27,14 +27,14 @@ enum class UnjudgedCause : std::size_t {
   kProgramNotEstablished,  // a rule's program pattern would decide, and the program is not known for certain
   // Never delivered. Kernel events only.
   kNoConnection,        // no module was connected
-  kOwnProcess,          // of the host's own process
+  kOwnProcess,          // performed by the host's own process
   kReadersBusy,         // every reader was blocked beyond the deadline
   kNotBuilt,            // no memory for the notification
   kNoDescriptors,       // no file descriptor left for the event; the kernel has refused the operation
   kNotOpened,           // the kernel could not open the file for the host, and has refused the operation
-  kPathNotEstablished,  // no path that the rules can be applied to is known for certain
-  kPathNotLookedUp,     // no file descriptors to look its path up
-  kStopping,            // the host is about to end
+  kPathNotEstablished,  // the path that the rules apply to is not known for certain
+  kPathNotLookedUp,     // no file descriptors left to look up its path
+  kStopping,            // the host is stopping
   kQueueOverflow,       // the kernel dropped events because its queue was full
 };
 inline constexpr std::size_t kUnjudgedCauses = 18;
@@ -46,7 +46,7 @@ inline constexpr std::array<UnjudgedCause, 5> kLostCauses{UnjudgedCause::kEmptyR
 
 // The cause's name in summaries, also as a JSON key: "late", "empty reply" and so on.
 std::string_view UnjudgedCauseName(UnjudgedCause cause);
-// The same for messages, to follow the word "because": "the path could not be established".
+// The cause for messages, as a clause after "because": "the path could not be established".
 std::string_view UnjudgedCauseText(UnjudgedCause cause);
 
 // The setting `unjudged`.
@@ -54,7 +54,7 @@ enum class UnjudgedPolicy { kAllow, kRefuse };
 
 // "allow" or "refuse", as the configuration writes it.
 std::string_view UnjudgedPolicyName(UnjudgedPolicy policy);
-// Whether an operation is refused that was not judged for this cause.
+// Whether an operation that was not judged for this cause is refused.
 bool IsRefusedUnjudged(UnjudgedCause cause, UnjudgedPolicy policy);
 
 }  // namespace fenlux::refhost

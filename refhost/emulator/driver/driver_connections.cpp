@@ -25,7 +25,7 @@ struct ConnectFinding {
 
 ConnectFinding Violation(std::string text) { return {0, std::move(text)}; }
 
-// Checks what the module asks for; reports the first violation.
+// Checks the module's connect parameters; reports the first violation.
 ConnectFinding CheckConnect(const DriverPort& port) {
   const PortRequest& request = port.Request();
   if (request.portName != DriverPortName()) return Violation("unknown port name " + request.portName);
@@ -68,7 +68,7 @@ std::uint64_t DriverConnections::Open(const std::shared_ptr<DriverPort>& port) {
   if (port->Connected()) RefuseViolation("a port was opened twice");
   const ConnectFinding finding = CheckConnect(*port);
   if (!finding.violation.empty()) RefuseViolation(finding.violation);
-  // A port that has ended may still be here while End removes it.
+  // A port that has ended is still the current one until End removes it.
   if (const auto open = CurrentPort(); open != nullptr && !open->Ended()) {
     RefuseViolation("a second port was opened while another was open");
   }

@@ -1,4 +1,4 @@
-// One port that the module opens: its parameters, its state, and its end, which is final.
+// One port that the module opens: its parameters and its state. A port that has ended is never reopened.
 #pragma once
 
 #include <atomic>
@@ -36,7 +36,7 @@ class DriverPort {
     clientType = type;
   }
 
-  // Marks that delivery begins; false if it began before.
+  // Marks that delivery begins; false if it had begun already.
   bool SetStarted() { return !started.exchange(true); }
 
   // Limits how many more notifications may be delivered; 0 and the initial state mean no limit.
@@ -54,7 +54,7 @@ class DriverPort {
   }
 
   bool Ended() const { return ended; }
-  // Ends the port and wakes every thread that waits for its end; false if it ended before.
+  // Ends the port and wakes every thread that waits for its end; false if it had ended already.
   bool MarkEnded() {
     {
       const MutexLock lock(mutex);
@@ -67,7 +67,7 @@ class DriverPort {
     MutexLock lock(mutex);
     while (!Ended()) lock.Wait(endedChanged);
   }
-  // True if the port ended within that time.
+  // True if the port ended within `limit`.
   bool WaitEndedFor(std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     MutexLock lock(mutex);

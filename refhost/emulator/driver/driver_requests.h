@@ -1,8 +1,8 @@
 // The module's requests: checks them, carries them out on the driver's model, and fails those that the faults select.
 //
 // Ownership: owns the faults that affect requests. It has no threads: Send runs on the module's threads, concurrently,
-// and blocks only for a fault's delay. Send has the duty to reply until it returns or throws; no other party takes it
-// over.
+// and blocks only for a fault's delay. Send alone is responsible for the reply until it returns or throws; no other
+// party can take it over.
 //
 // Locks: the faults' lock is held to read or change the faults, and no other lock is taken under it.
 #pragma once
@@ -31,7 +31,7 @@ class DriverRequests {
       : model(driverModel), source(sourceLink), wake(wakeSignal), hooks(hookCaller), version{driverVersion} {}
 
   // Carries out the request and returns the reply's buffer: `replyBuffer`, another one, or null. Throws
-  // std::runtime_error if the driver refuses the request, and whatever the faults ask for.
+  // std::runtime_error if the driver refuses the request, and the exceptions that the faults select.
   std::shared_ptr<CBuf> Send(DriverPort& port, const std::shared_ptr<CBuf>& request,
                              const std::shared_ptr<CBuf>& replyBuffer, bool flag);
   // Applies the faults that affect requests.

@@ -37,12 +37,12 @@ class EmulatedDriver {
   // Where the outcomes of operations are reported; may be null.
   const std::shared_ptr<DecisionSink>& Decisions() const { return decisions; }
 
-  // Whether operations are refused at all. Any thread.
+  // If false, no operation is refused, not even one that could not be judged. Any thread.
   bool RefusalsEnforced() const { return refusalsEnforced.load(std::memory_order_relaxed); }
   void EnforceRefusals(bool enforced) { refusalsEnforced.store(enforced, std::memory_order_relaxed); }
 
-  // Sets the faults that `changes` names, one part of the driver after the other: a request or a notification that
-  // arrives meanwhile may see some of them only. Any thread.
+  // Sets the faults that `changes` names, in one part of the driver after the other: a request or a notification that
+  // arrives during the call may see only some of them. Any thread.
   void SetFaults(const EmulatorFaults& changes);
   // Blocks until the current connection has received the command this many times; false on timeout or if the emulator
   // stops. Any thread.
@@ -52,7 +52,7 @@ class EmulatedDriver {
   std::vector<WatchState> Watches() { return source.Watches(); }
   // Gives the source the directories to watch, now and after every change, and starts the watchdog. Once.
   void Attach(std::shared_ptr<EventSource> eventSource);
-  // Ends the connection and takes every answer; no delivery begins after it.
+  // Ends the connection and takes every pending answer; no delivery begins afterwards.
   void BeginStop();
   // Ends the watchdog and releases the source and the hooks.
   void FinishStop();

@@ -1,4 +1,4 @@
-// Delivers one notification and takes its reply.
+// Delivers one notification, checks its reply and counts the outcome.
 #include "refhost/emulator/driver/notification_delivery.h"
 
 #include <fmt/format.h>

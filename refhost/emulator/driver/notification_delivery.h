@@ -1,10 +1,10 @@
 // Delivers notifications: passes each to the module, checks the reply, and counts the outcome.
 //
 // Ownership: owns the faults that affect replies. It has no threads: Deliver runs on the delivery threads of the event
-// source, with one slot for each. AnswerSlot::Open gives the delivery thread the duty to count the notification and to
-// release its operation. The call of the module's handler passes the duty to reply to the module; its return passes it
-// back. Meanwhile the watchdog, the end of the connection, or Stop may take the slot. AnswerSlot::TakeBack decides who
-// was first: the delivery thread counts the notification only if no other party did.
+// source, with one slot for each. AnswerSlot::Open makes the delivery thread responsible for counting the notification
+// and releasing its operation. While the module's handler runs, the watchdog, the end of the connection, or Stop may
+// take the slot and do both instead. AnswerSlot::TakeBack then says who was first: the delivery thread counts the
+// notification only if no other party did.
 //
 // Locks: none here. Deliver takes the locks of the current port's handle, the slot and the totals, each for a few
 // instructions: neither a request in progress nor a snapshot of the state delays it.
@@ -71,8 +71,8 @@ class NotificationDelivery {
 
   // A slot for one delivery thread.
   std::shared_ptr<AnswerSlot> MakeSlot() { return answers.MakeSlot(); }
-  // Delivers the notification over the current connection and blocks until the reply is taken. Throws nothing: without
-  // memory, only the text of a violation or of a log line is missing. Owner of the slot.
+  // Delivers the notification over the current connection and blocks until the reply is taken. If memory runs out,
+  // only the text of a violation or of a log line is missing. Owner of the slot.
   Delivery Deliver(AnswerSlot& slot, const NotificationView& notification, const DeliveryOptions& options) noexcept;
   // Blocks until a notification can be delivered; false if the emulator stops.
   bool WaitDeliverable();
@@ -80,10 +80,10 @@ class NotificationDelivery {
   void SetFaults(const EmulatorFaults& changes);
 
  private:
-  // What the handler made of a notification.
+  // The result of calling the handler.
   struct Answer {
     std::optional<UnjudgedCause> lostFor;
-    std::uint32_t verdict = kNoVerdict;  // of one that is not lost: no reply, by design
+    std::uint32_t verdict = kNoVerdict;  // unless lost; kNoVerdict: no reply, by design
     std::string violation;
   };
 
@@ -92,7 +92,7 @@ class NotificationDelivery {
                        std::optional<std::uint32_t> expectedVerdict);
   void HoldReply(DriverPort& port, const DeliveryOptions& options);
   Delivery Count(std::uint32_t code, const Answer& answer, std::chrono::nanoseconds latency);
-  // What becomes of the operation, if it is one of the kernel's.
+  // The outcome for the operation, if it is a kernel event's.
   DecisionEnd EndOf(const Delivery& delivery, std::chrono::nanoseconds latency) const;
 
   const EmulatorSettings settings;

@@ -1,12 +1,12 @@
-// The notifications that the module is working on. Exactly one party takes the answer of each; that party counts the
+// The notifications that the module is working on. For each, exactly one party takes the answer; that party counts the
 // notification and releases its operation.
 //
 // Ownership: a slot belongs to one delivery thread, which opens it before it calls the module (Open) and takes it back
-// when the reply has come (TakeBack). Until then the watchdog (TakeIfOverdue, at the deadline), the end of the
-// connection, or Stop (TakeForEnd) may take it instead. A slot's lock is held for the taking and for the release, which
-// writes a few bytes to the kernel and never waits; it is not held while the module works. The totals' lock, and what
-// Release locks, are taken under it. The lock of the list of slots is taken before that of a slot. Taking needs no
-// memory.
+// when the reply has arrived (TakeBack). Until then the watchdog (TakeIfOverdue, at the deadline), the end of the
+// connection, or Stop (TakeForEnd) may take it instead. A slot's lock is held while its answer is taken and its
+// operation released, which writes a few bytes to the kernel and never blocks; not while the module works. The totals'
+// lock and the locks of Release are taken under it. The lock of the list of slots is taken before a slot's lock. Taking
+// an answer allocates no memory.
 #pragma once
 
 #include <chrono>
@@ -45,13 +45,13 @@ class AnswerSlot {
   // Counts the notification as delivered and opens the slot. Does nothing and returns false if the port has ended.
   // Owner only.
   bool Open(const std::shared_ptr<DriverPort>& port, std::uint32_t code, TimePoint deadline, AnswerRelease* release);
-  // Closes the slot. Returns nothing if the notification is now the owner's to count, else the cause under which
-  // another party counted it. Owner only.
+  // Closes the slot. Returns nullopt if the owner is now to count the notification, otherwise the cause under which
+  // another party has counted it. Owner only.
   std::optional<UnjudgedCause> TakeBack();
 
-  // Takes an answer that is overdue; returns the deadline of one that is not due yet. Any thread.
+  // Takes the answer if it is overdue; otherwise returns the deadline if an answer is pending. Any thread.
   std::optional<TimePoint> TakeIfOverdue(TimePoint now);
-  // Takes the answer if it is due on `endedPort`, or on any port if that is null. Any thread.
+  // Takes the answer if it is pending on `endedPort`, or on any port if that is null. Any thread.
   void TakeForEnd(const DriverPort* endedPort, UnjudgedCause cause);
 
  private:
@@ -71,9 +71,9 @@ class PendingAnswers {
  public:
   explicit PendingAnswers(TotalsCounter& counter) : totals(counter) {}
 
-  // A slot for one delivery thread; forgotten once the thread releases it.
+  // A slot for one delivery thread; removed from the list once the thread releases it.
   std::shared_ptr<AnswerSlot> MakeSlot();
-  // Takes what is overdue at `now`; returns the next deadline, if there is one.
+  // Takes all answers that are overdue at `now`; returns the next deadline, if there is one.
   std::optional<AnswerSlot::TimePoint> TakeOverdue(AnswerSlot::TimePoint now);
   void TakeForEnd(const DriverPort* port, UnjudgedCause cause);
 

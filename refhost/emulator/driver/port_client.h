@@ -1,4 +1,4 @@
-// The port client that the module holds: its other end is the emulated driver.
+// The port client that the module holds. It forwards every call to the emulated driver.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace fenlux::refhost {
 
-// Destroying it ends the connection, as Close does. Neither waits for any other thread.
+// Destroying it ends the connection, as Close does. Neither waits for another thread.
 class EmulatorPortClient final : public CPortClient {
  public:
   EmulatorPortClient(std::shared_ptr<EmulatedDriver> emulatedDriver, std::shared_ptr<DriverPort> driverPort)

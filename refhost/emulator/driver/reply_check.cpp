@@ -1,4 +1,4 @@
-// The rules, one after the other; the first broken one is reported.
+// Checks the rules in order and reports the first one that a reply breaks.
 #include "refhost/emulator/driver/reply_check.h"
 
 #include <fmt/format.h>
@@ -15,7 +15,7 @@ constexpr auto kContext = static_cast<std::uint32_t>(records::Verdict::kContext)
 constexpr auto kPassClient2 = static_cast<std::uint32_t>(records::Verdict::kPassClient2);
 constexpr auto kUnjudged = static_cast<std::uint32_t>(records::Verdict::kUnjudged);
 
-// What is wrong with the reply, in words; empty if nothing is.
+// What is wrong with the reply, as text for a message; empty if it is well-formed.
 std::string Broken(const records::Reply& fixed, std::size_t size, const ReplyDue& due) {
   const std::uint32_t verdict = fixed.verdict.value();
   if (fixed.magic.value() != records::kReplyMagic) return "without the reply's magic";

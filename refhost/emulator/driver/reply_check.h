@@ -9,7 +9,7 @@
 
 namespace fenlux::refhost {
 
-// In place of a verdict: there is no reply, or it breaks the protocol.
+// Instead of a verdict: there is no reply, or it breaks the protocol.
 inline constexpr std::uint32_t kNoVerdict = 0;
 
 // The reply that a notification requires.
@@ -20,7 +20,7 @@ struct ReplyDue {
   bool client2 = false;   // the connection's client type is 2
 };
 
-// Reads the required reply off a notification.
+// Returns the reply that the notification requires.
 ReplyDue DueReply(const NotificationView& notification, std::uint32_t clientType);
 
 struct ReplyFinding {
@@ -31,7 +31,7 @@ struct ReplyFinding {
 // Checks a reply. A notification that expects none may still get the reply that says "unjudged".
 ReplyFinding CheckReply(const std::uint8_t* reply, std::size_t size, const ReplyDue& due);
 
-// Whether the module knows the notification code.
+// Whether the module handles the notification code.
 bool IsKnownCode(std::uint32_t code);
 
 }  // namespace fenlux::refhost

@@ -21,7 +21,7 @@ void Watchdog::Stop() {
 }
 
 void Watchdog::Run() {
-  // A notification delivered right after a round is due a whole deadline later, so two rounds per deadline miss none.
+  // A notification delivered right after a round is due one full deadline later, so two rounds per deadline suffice.
   const auto round = std::max<std::chrono::nanoseconds>(deadline / 2, std::chrono::milliseconds(1));
   for (;;) {
     const auto now = std::chrono::steady_clock::now();

@@ -1,7 +1,7 @@
 // The watchdog: releases operations whose reply is not taken by the deadline.
 //
-// Ownership: owns its thread, and none of the state that the thread works on. PendingAnswers::TakeOverdue takes the
-// duty to reply from the delivery thread: it counts the notification as late and releases its operation.
+// Ownership: owns its thread, and none of the state that the thread works on. PendingAnswers::TakeOverdue takes
+// overdue answers from the delivery threads: it counts each notification as late and releases its operation.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-// Lays out the fields as the driver does: the fixed part, then the items in order.
+// Lays out the fields like the driver: the fixed part, then the items in order.
 #include "refhost/emulator/sources/notification_builder.h"
 
 #include <algorithm>

@@ -25,8 +25,8 @@ struct RemoteFields {
   std::array<std::uint64_t, 4> words{};
 };
 
-// A notification's fields. Texts are given without their NUL; an empty text is absent. Lengths follow from the items,
-// unless a length is given here, to make the message malformed.
+// A notification's fields. Texts have no NUL here; an empty text is absent. Lengths follow from the items unless
+// one is stated here to make the message malformed.
 struct NotificationFields {
   std::uint32_t code = 0;
   std::uint64_t processId = 0;
@@ -54,7 +54,7 @@ std::size_t NotificationSize(const NotificationFields& fields);
 // Writes exactly NotificationSize(fields) bytes at `destination`; bytes that no field names are 0. Throws
 // std::invalid_argument for identity data of more than 64 bytes.
 void WriteNotification(const NotificationFields& fields, std::uint8_t* destination);
-// The same as a vector of exactly that size.
+// Returns the notification as a vector.
 std::vector<std::uint8_t> BuildNotification(const NotificationFields& fields);
 
 }  // namespace fenlux::refhost

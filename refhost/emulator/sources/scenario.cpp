@@ -1,5 +1,5 @@
-// Reads a scenario's steps. The key that a step has decides its kind; a table maps each kind to its reader. Keys that
-// the reader does not ask for are reported as unknown.
+// Reads a scenario's steps. One key of a step determines its kind; a table maps each such key to its reader. Keys that
+// the reader does not read are reported as unknown.
 #include "refhost/emulator/sources/scenario.h"
 
 #include <fmt/format.h>
@@ -75,7 +75,7 @@ void ReadRemote(const ConfigTable& table, NotificationFields& fields) {
   fields.detail = remote;
 }
 
-// The details that only some codes carry.
+// The details that only some codes have.
 struct DetailReader {
   std::uint32_t code;
   void (*read)(const ConfigTable& table, NotificationFields& fields);
@@ -115,7 +115,7 @@ NotificationFields ReadFields(const ConfigTable& table) {
   return fields;
 }
 
-// Reads the keys that every step with notifications has.
+// Reads the keys common to all steps that deliver notifications.
 NotifyStep ReadDelivery(const ConfigTable& table, std::uint32_t threads) {
   NotifyStep step;
   step.count = table.Unsigned("count", 1, 1);
@@ -159,8 +159,8 @@ Actions ReadGarbage(const ConfigTable& table, std::uint32_t threads) {
   return {step};
 }
 
-// Delivers a message that is given as a whole. The verdict that a capture has for it is expected unless the step names
-// another one.
+// Delivers a complete message. Expects the verdict that a capture has for it, unless the step
+// names another one.
 Actions ReadMessage(const ConfigTable& table, std::uint32_t threads, ScenarioMessage message) {
   NotifyStep step = ReadDelivery(table, threads);
   step.message = std::move(message.bytes);

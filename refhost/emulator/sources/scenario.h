@@ -22,8 +22,8 @@ struct NotifyStep {
   std::vector<std::uint8_t> message;
   std::uint64_t count = 1;
   double ratePerSecond = 0;                      // 0: as fast as the threads can
-  std::uint32_t threads = 1;                     // that deliver at the same time
-  std::optional<std::uint32_t> expectedVerdict;  // any other is a violation; 0: no reply is expected
+  std::uint32_t threads = 1;                     // threads that deliver concurrently
+  std::optional<std::uint32_t> expectedVerdict;  // any other is a violation; 0: expect no reply
   std::chrono::milliseconds holdReply{0};        // how long to wait before taking the reply
   bool holdUntilEnd = false;                     // take the reply only when the connection ends
   bool inBackground = false;                     // the next step waits for the first deliveries, not for replies
@@ -54,14 +54,14 @@ struct ScenarioStep {
 struct Scenario {
   std::string name;
   std::uint32_t threads = 2;  // delivery threads
-  std::uint64_t repeat = 1;   // how often to play the steps; 0: until the emulator stops
-  EmulatorFaults faults;      // set from the start
+  std::uint64_t repeat = 1;   // how many times to play the steps; 0: until the emulator stops
+  EmulatorFaults faults;      // initially set
   std::vector<ScenarioStep> steps;
 };
 
 // Reads a scenario from the root table of its file, reports errors in it, and calls Finish.
 Scenario ReadScenario(const ConfigTable& root);
-// The same from a file. A file that cannot be parsed gives an empty scenario and its errors.
+// Reads a scenario from a file. If it cannot be parsed, reports the errors and returns an empty scenario.
 Scenario LoadScenario(const boost::filesystem::path& file, ConfigErrors& errors);
 
 }  // namespace fenlux::refhost

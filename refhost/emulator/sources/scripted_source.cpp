@@ -11,7 +11,7 @@
 
 namespace fenlux::refhost {
 
-// The notifications of one step while they are delivered. The source's lock guards all counts.
+// The notifications of one step during their delivery. The source's lock guards all counts.
 struct ScriptedSource::Batch {
   explicit Batch(const NotifyStep& notify) : step(notify), start(std::chrono::steady_clock::now()) {}
 
@@ -20,12 +20,12 @@ struct ScriptedSource::Batch {
   std::uint64_t begun = 0;
   std::uint64_t delivered = 0;
   std::uint64_t settled = 0;  // with a known outcome, although their thread may still be inside the module
-  std::uint32_t threads = 0;  // that work on this step
+  std::uint32_t threads = 0;  // threads that work on this step
 
   bool CanTakeThread() const { return begun < step.count && threads < step.threads; }
-  // How many of them go to the module at the same time.
+  // How many of them can be inside the module at the same time.
   std::uint64_t Width() const { return std::min<std::uint64_t>(step.count, step.threads); }
-  // When the notification of that index is due.
+  // When the notification with that index is due.
   std::chrono::steady_clock::time_point Due(std::uint64_t index) const {
     if (step.ratePerSecond <= 0) return start;
     const std::chrono::duration<double> offset(static_cast<double>(index) / step.ratePerSecond);
@@ -33,7 +33,7 @@ struct ScriptedSource::Batch {
   }
 };
 
-// Keeps a batch's counts, also when another party takes an answer.
+// Updates a batch's counts, including when another party takes an answer.
 class ScriptedSource::Progress final : public AnswerRelease {
  public:
   Progress(ScriptedSource& owner, Batch& counted) : source(owner), batch(counted) {}
@@ -83,16 +83,16 @@ class ScriptedSource::StepPlayer {
 };
 
 void ScriptedSource::Start() {
-  // The threads own the source: one that is left behind inside a handler still finds it when the call returns.
+  // The threads share ownership of the source: one left behind inside a handler still uses it when the call returns.
   const auto self = shared_from_this();
   for (std::uint32_t i = 0; i < scenario.threads; ++i) {
-    // Made here, so that a thread that runs needs no memory for it.
+    // Created here, so that a running thread needs no memory for it.
     crew.Add("deliveries", [self, slot = driver->Deliveries().MakeSlot()] { self->Deliver(*slot); });
   }
   crew.Add("the scenario", [self] { self->Play(); });
 }
 
-void ScriptedSource::Watch(std::uint64_t, const std::vector<std::string>&) {}  // the scenario says what happens
+void ScriptedSource::Watch(std::uint64_t, const std::vector<std::string>&) {}  // the scenario alone decides
 
 void ScriptedSource::Play() {
   for (std::uint64_t round = 0; scenario.repeat == 0 || round < scenario.repeat; ++round) {

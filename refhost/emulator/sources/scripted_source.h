@@ -16,7 +16,7 @@
 namespace fenlux::refhost {
 
 // One thread plays the steps; the scenario's delivery threads share each step's notifications. A notification waits for
-// a connection, so that each one is delivered, however often the connection is dropped.
+// a connection, so each one is delivered, however often the connection is dropped.
 //
 // Locks: mutex may be taken under a slot's lock, because a release settles its batch.
 class ScriptedSource final : public EventSource, public std::enable_shared_from_this<ScriptedSource> {
@@ -38,12 +38,12 @@ class ScriptedSource final : public EventSource, public std::enable_shared_from_
   class StepPlayer;
 
   void Play();
-  // Carries out a step. Returns false without memory, if the step should be tried again.
+  // Carries out a step. Returns false if memory ran out and the step should be tried again.
   bool PlayStep(const ScenarioStep& step);
   void Deliver(AnswerSlot& slot);
-  // The oldest batch that can take one more thread; null if there is none.
+  // The oldest batch that another thread can work on; null if there is none.
   std::shared_ptr<Batch> FindWork() const FENLUX_REQUIRES(mutex);
-  // Counts the outcome of one notification; a batch ends with its last.
+  // Counts the outcome of one notification; the last one ends the batch.
   void Settle(Batch& batch);
 
   const std::shared_ptr<EmulatedDriver> driver;

@@ -1,4 +1,4 @@
-// Each thread reports its end, so that Join joins those that have ended and leaves the others behind.
+// Each thread reports its end, so that Join can join those that have ended and leave the others behind.
 #include "refhost/emulator/sources/thread_crew.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Threads that are joined within a time limit, or left behind.
+// A group of threads that are joined within a time limit, or left behind.
 #pragma once
 
 #include <chrono>
@@ -21,7 +21,7 @@ class ThreadCrew {
 
   // Starts a thread; the body must not throw. Throws std::runtime_error with the thread's name if it cannot be started.
   void Add(std::string_view name, std::function<void()> body);
-  // Waits for all threads to end; returns whether they did. The others are left behind.
+  // Waits for the threads to end; returns whether all did. The others are left behind.
   bool Join(std::chrono::milliseconds limit);
 
  private:

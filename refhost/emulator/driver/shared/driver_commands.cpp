@@ -1,5 +1,5 @@
-// The commands, one per row. A row's effect gets the whole request of kRequestSize bytes. It returns what is wrong with
-// the request, or carries it out and returns an empty text.
+// The table of commands. A row's effect gets the whole request of kRequestSize bytes. It either returns what is wrong
+// with the request, or carries it out and returns an empty string.
 #include "refhost/emulator/driver/shared/driver_commands.h"
 
 #include <fmt/format.h>
@@ -16,7 +16,7 @@ namespace {
 
 using records::Command;
 
-// Object types and item lists have the same numbers, which are also their places, counted from 1.
+// Object types and item lists have the same numbers, which are also their array positions plus 1.
 constexpr std::uint32_t kMinType = records::kObjectType1;
 constexpr std::uint32_t kMaxType = records::kObjectType3;
 static_assert(kMinType == records::kNetItemList1 && kMaxType == records::kNetItemList3);
@@ -38,7 +38,7 @@ std::string ReadText(const std::uint8_t* field, std::size_t bytes) {
 
 bool IsType(std::uint32_t type) { return type >= kMinType && type <= kMaxType; }
 
-// The effects, each on the driver's data.
+// One function per command; each changes the driver's data.
 struct CommandEffects {
   using Request = const std::uint8_t*;
 

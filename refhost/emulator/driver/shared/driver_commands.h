@@ -13,7 +13,7 @@
 
 namespace fenlux::refhost {
 
-// What the commands read and change.
+// The state that the commands read and change.
 struct DriverData {
   EmulatorState state;
   std::array<std::optional<NetControlItems>, 3> openLists;  // the item lists between their begin and their end
@@ -22,7 +22,7 @@ struct DriverData {
 struct CommandRow {
   records::Command command;
   const char* name;  // for messages
-  // Takes a whole request. Returns what is wrong with it, or carries it out and returns an empty text.
+  // Gets a whole request. Returns what is wrong with it, or carries it out and returns an empty string.
   std::string (*effect)(DriverData& data, const std::uint8_t* request);
 };
 
@@ -35,7 +35,7 @@ Record ReadRequest(const std::uint8_t* request) {
   return record;
 }
 
-// Null if the driver does not know the command.
+// Null if the driver has no such command.
 const CommandRow* FindCommand(std::uint32_t command);
 
 }  // namespace fenlux::refhost

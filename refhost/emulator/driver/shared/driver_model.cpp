@@ -1,4 +1,4 @@
-// Carries out requests under the model's lock, and keeps what they changed.
+// Carries out requests under the model's lock and keeps the state they change.
 #include "refhost/emulator/driver/shared/driver_model.h"
 
 #include <fmt/format.h>
@@ -12,7 +12,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// Leaves the text empty without memory.
+// Leaves the text empty if memory runs out.
 void SetText(std::string& text, std::string_view value) noexcept {
   text.clear();
   try {

@@ -1,5 +1,5 @@
-// What the driver knows about the module: everything the module sent over the current connection, and the violations
-// of the protocol. Each operation holds the lock and does nothing that blocks.
+// The driver's state: everything the module sent over the current connection, and the protocol violations. Each
+// operation holds the lock and does nothing that blocks.
 #pragma once
 
 #include <cstddef>
@@ -35,26 +35,26 @@ class DriverModel {
  public:
   explicit DriverModel(HookCaller& hookCaller) : hooks(hookCaller) {}
 
-  // Begins a connection and returns its number. The driver forgets what it learned over the previous one.
+  // Begins a connection and returns its number. Discards the state of the previous one.
   std::uint64_t Open(std::uint32_t clientType, std::uint32_t portValue);
-  // The connection is over, for `reason`. Without memory, the reason is missing.
+  // Marks the connection as ended, with the reason. If memory runs out, the reason is missing.
   void Close(std::string_view reason) noexcept;
 
-  // Checks a request and carries it out. Returns nullopt if that connection is over.
+  // Checks a request and carries it out. Returns nullopt if that connection has ended.
   std::optional<RequestEffect> CarryOut(std::uint64_t connection, const std::uint8_t* request, std::size_t size);
   // Whether the current connection has received the command this many times.
   bool Received(std::uint32_t command, std::uint64_t times) const;
 
-  // Counts a violation of the protocol and keeps its text, unless that is empty; the second also logs it. Without
-  // memory they only count.
+  // Counts a violation of the protocol and keeps its text, unless that is empty; ReportViolation also logs it. If
+  // memory runs out, they only count.
   void CountViolation(const std::string& text) noexcept;
   void ReportViolation(const std::string& text) noexcept;
-  // Without memory, the reason is missing.
+  // If memory runs out, the reason is missing.
   void CountRefusedConnect(std::string_view reason) noexcept;
 
   EmulatorState State() const;
   // The committed paths of types 1 and 2, with a new revision. While no connection is open, and until a new one commits
-  // any, they are those of the last connection that did.
+  // paths, returns those of the last connection that did.
   WatchSet TakeWatchSet();
 
  private:
@@ -65,7 +65,7 @@ class DriverModel {
   mutable Mutex mutex;
   DriverData data FENLUX_GUARDED_BY(mutex);
   std::uint64_t watchRevision FENLUX_GUARDED_BY(mutex) = 0;
-  // Outlives the connection: a module that lost it still wants what it wanted.
+  // Outlives the connection: a module that lost it still wants these directories watched.
   std::vector<std::string> watchedDirectories FENLUX_GUARDED_BY(mutex);
 };
 

@@ -1,4 +1,4 @@
-// Where notifications come from, as the driver sees it: a scenario, or the kernel's own permission events.
+// The driver's interface to the source of its notifications: a scenario, or the kernel's permission events.
 #pragma once
 
 #include <chrono>
@@ -23,17 +23,17 @@ class EventSource {
 
   // Starts the delivery threads. Once.
   virtual void Start() = 0;
-  // Sets the directories that the module wants watched. Calls may overtake each other: the highest revision is the
+  // Sets the directories that the module wants watched. Calls may arrive out of order: the highest revision is the
   // current one. Any thread; must not block.
   virtual void Watch(std::uint64_t revision, const std::vector<std::string>& directories) = 0;
-  // The directories that it should watch, in the order of their names. Any thread; does not wait for file systems.
+  // The directories that it should watch, sorted by name. Any thread; does not wait for file systems.
   virtual std::vector<WatchState> Watches() const { return {}; }
-  // Called regularly, at least twice within every deadline, after the overdue answers were taken. Watchdog thread;
-  // must return within milliseconds, so that deadlines are kept. Returns true if there is more to do: it is then called
-  // again as soon as the overdue answers have been taken.
+  // Called at least twice per deadline, each time after the overdue answers have been taken. Watchdog thread; must
+  // return within milliseconds, so that deadlines are kept. Returns true if there is more to do: it is then called
+  // again without a pause, once more after the overdue answers have been taken.
   virtual bool OnWatchdog() = 0;
-  // Lets everything through and ends the threads. Threads that do not end within `grace` are left behind. Called once,
-  // after the driver has begun to stop.
+  // Allows all queued operations and ends the threads. Leaves behind threads that do not end within `grace`. Called
+  // once, after the driver has begun to stop.
   virtual void Stop(std::chrono::milliseconds grace) = 0;
 };
 

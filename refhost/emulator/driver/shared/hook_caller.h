@@ -11,7 +11,7 @@
 
 namespace fenlux::refhost {
 
-// Any thread. Without memory, a call is lost.
+// Any thread. If memory runs out, a call is lost.
 class HookCaller {
  public:
   explicit HookCaller(EmulatorHooks hostHooks) : hooks(std::move(hostHooks)) {}

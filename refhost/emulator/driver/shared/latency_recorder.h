@@ -1,4 +1,4 @@
-// Counts the latencies of notifications without a lock: every delivery thread writes to a part of its own.
+// Counts the latencies of notifications without a lock: every delivery thread writes to its own part.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace fenlux::refhost {
 
-// Any thread. Takes no memory after construction.
+// Any thread. Allocates no memory after construction.
 class LatencyRecorder {
  public:
   void Add(std::chrono::nanoseconds latency) noexcept {
@@ -51,7 +51,7 @@ class LatencyRecorder {
   // Threads beyond this number share parts.
   static constexpr std::size_t kParts = 16;
 
-  // Neighbours share no cache line that both write often: the first bucket's latencies are shorter than any real one.
+  // Adjacent parts share no cache line that both write often: real latencies never fall into the first bucket.
   struct Part {
     std::array<std::atomic<std::uint64_t>, LatencyCounts::kBuckets> buckets{};
     std::atomic<std::uint64_t> sum{0};

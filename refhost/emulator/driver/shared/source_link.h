@@ -1,4 +1,4 @@
-// The event source that the driver informs of the directories to watch and of the watchdog's rounds.
+// Passes the directories to watch and the watchdog's rounds from the driver to the event source.
 #pragma once
 
 #include <memory>
@@ -28,12 +28,12 @@ class SourceLink {
     const WatchSet watch = model.TakeWatchSet();
     attached->Watch(watch.revision, watch.directories);
   }
-  // See EventSource; none if no source is attached.
+  // See EventSource; empty if no source is attached.
   std::vector<WatchState> Watches() {
     const std::shared_ptr<EventSource> attached = Attached();
     return attached == nullptr ? std::vector<WatchState>() : attached->Watches();
   }
-  // Whether the source has more to do at once.
+  // Whether the source has more to do right away.
   bool OnWatchdog() {
     const std::shared_ptr<EventSource> attached = Attached();
     return attached != nullptr && attached->OnWatchdog();

@@ -1,4 +1,4 @@
-// The counters, the checks that they add up, and the histogram of latencies.
+// Counts, checks that the counts add up, and computes latency quantiles.
 #include "refhost/emulator/driver/shared/totals_counter.h"
 
 #include <algorithm>

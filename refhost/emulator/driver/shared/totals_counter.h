@@ -1,5 +1,5 @@
-// Counts what becomes of every notification. One lock makes each snapshot consistent; only counting and copying happens
-// under it.
+// Counts the outcome of every notification. One lock makes each snapshot consistent; it is held only to count and to
+// copy.
 #pragma once
 
 #include <array>
@@ -15,7 +15,7 @@
 
 namespace fenlux::refhost {
 
-// Times in buckets that grow with the value: 32 for every doubling.
+// A histogram of times whose buckets grow with the value: 32 per doubling.
 class LatencyHistogram {
  public:
   void Add(std::chrono::nanoseconds latency);
@@ -36,24 +36,24 @@ class LatencyHistogram {
 // All operations: any thread. Only Snapshot throws: counting while a notification is handled needs no memory.
 class TotalsCounter {
  public:
-  // A notification goes to the module. Exactly one of the next four calls follows. Without memory for a code that it
-  // has not seen before, counts it as code 0.
+  // A notification goes to the module. Exactly one of the next four calls follows. If memory runs out for a new code,
+  // counts it as code 0.
   void Delivered(std::uint32_t code) noexcept;
-  // `code` is that of Delivered, and `verdict` one that a reply may have.
+  // `code` is the one passed to Delivered; `verdict` is one that a reply may have.
   void Answered(std::uint32_t code, std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept;
   void UnansweredByDesign(std::chrono::nanoseconds latency) noexcept;
   void Late() noexcept;
   void Lost(UnjudgedCause cause) noexcept;
 
-  // A permission event was read from the kernel. One call of the next two follows.
+  // A permission event was read from the kernel. Exactly one of the next two calls follows.
   void KernelRead() noexcept;
   void KernelAnswered(bool refused) noexcept;
   void KernelRefusedUnjudged() noexcept;
-  // An event that was not delivered, or answered without a judgement. Late and Lost count their causes themselves.
+  // Counts an event that was not delivered, or was answered without a verdict. Late and Lost count their own causes.
   void Unjudged(UnjudgedCause cause) noexcept;
 
   EmulatorTotals Snapshot() const;
-  // Latencies in coarser buckets than those of Snapshot, for views that follow the host. Takes no lock.
+  // Latencies in coarser buckets than those of Snapshot, for live views of the host. Takes no lock.
   LatencyRecorder& RecentLatencies() { return recent; }
 
  private:

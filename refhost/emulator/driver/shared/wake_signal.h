@@ -15,7 +15,7 @@ class WakeSignal {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // For good: every current and future wait returns.
+  // Permanent: every current and future wait returns.
   void Stop() {
     stopping = true;
     Wake();
@@ -23,7 +23,7 @@ class WakeSignal {
   bool Stopping() const { return stopping; }
 
   void Wake() {
-    // A waiter between its test and its wait holds the lock. Taking it once ensures that the notification reaches it.
+    // A thread between testing its condition and waiting holds the lock. Taking it once ensures that it is notified.
     { const MutexLock lock(mutex); }
     changed.notify_all();
   }
@@ -35,7 +35,7 @@ class WakeSignal {
     while (!stopping && !condition()) lock.Wait(changed);
     return !stopping;
   }
-  // The same with a time limit; false if the emulator stops or the condition does not hold in time.
+  // Like WaitUntil, with a time limit; false if the emulator stops or the condition does not hold in time.
   template <typename Condition>
   bool WaitFor(std::chrono::nanoseconds limit, const Condition& condition) {
     const auto deadline = Clock::now() + limit;

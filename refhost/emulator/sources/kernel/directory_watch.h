@@ -1,4 +1,4 @@
-// What the kernel's event source watches: from the directories that the module asked for to the marks.
+// Keeps the kernel's marks equal to the directories that the settings and the module select.
 #pragma once
 
 #include <atomic>
@@ -22,10 +22,10 @@ class DirectoryWatch {
   DirectoryWatch(int groupDescriptor, const KernelEventSettings& kernelSettings, EventPaths& eventPaths,
                  HookCaller& hookCaller);
 
-  // Watches the directories of the settings and, if they follow the policy, these. See EventSource::Watch. Throws
-  // std::bad_alloc without having changed anything. If memory runs out later, the next Renew completes it.
+  // Watches the directories of the settings and, if these follow the policy, `directories`. See EventSource::Watch.
+  // Throws std::bad_alloc without having changed anything. If memory runs out later, the next Renew completes it.
   void Set(std::uint64_t newRevision, const std::vector<std::string>& directories);
-  // Marks what the directories' names stand for now. Call it periodically.
+  // Marks the directories that the names lead to now. Call it periodically.
   void Renew();
   // See EventSource::Watches.
   std::vector<WatchState> States() const { return *states.Get(); }
@@ -46,7 +46,7 @@ class DirectoryWatch {
   FanotifyMarks marks FENLUX_GUARDED_BY(mutex);
   std::uint64_t revision FENLUX_GUARDED_BY(mutex) = 0;
   std::vector<std::string> wanted FENLUX_GUARDED_BY(mutex);  // of that revision
-  bool marksOutdated FENLUX_GUARDED_BY(mutex) = false;       // they are not those of that revision yet
+  bool marksOutdated FENLUX_GUARDED_BY(mutex) = false;       // the marks do not match `wanted` yet
   LiveValue<std::vector<WatchState>> states{std::vector<WatchState>()};
 };
 

@@ -1,4 +1,4 @@
-// Marks the directories that the module asked for, renews the marks, and logs changes.
+// Marks the selected directories, renews the marks, and logs changes.
 #include "refhost/emulator/sources/kernel/directory_watch.h"
 
 #include <fmt/format.h>

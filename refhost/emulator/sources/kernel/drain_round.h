@@ -1,4 +1,4 @@
-// One round of letting queued events through while nobody can judge them.
+// One round of responding to queued events without a verdict while all readers are blocked.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@ namespace fenlux::refhost {
 // At most this many events per round, so that deadlines are checked again within milliseconds.
 inline constexpr std::size_t kDrainRound = 64;
 
-// Calls `letOneThrough` until it returns false (nothing is queued), `heldUp` returns false, or the round is full.
-// Tests `heldUp` before each event: readers that are back judge what is left. Returns true if the round was full.
+// Calls `letOneThrough` until it returns false (nothing is queued), `heldUp` returns false, or the round is full. Tests
+// `heldUp` before each event, so that readers that are free again judge the rest. Returns true if the round was full.
 template <typename HeldUp, typename LetOneThrough>
 bool RunDrainRound(const HeldUp& heldUp, const LetOneThrough& letOneThrough) {
   for (std::size_t count = 0; count < kDrainRound; ++count) {

@@ -1,4 +1,4 @@
-// Compares mounts, and looks files up by their handles.
+// Compares mounts, and looks up files by their handles.
 #include "refhost/emulator/sources/kernel/event_paths.h"
 
 #include <string_view>
@@ -15,7 +15,7 @@ std::string_view ParentOf(std::string_view path) {
   return slash == 0 ? path.substr(0, 1) : path.substr(0, slash);
 }
 
-// The path without the kernel's mark of a removed name. A file's real name may end like the mark.
+// The path without the kernel's suffix for a removed name. A file's real name may end in the same text.
 std::string WithoutMark(std::string path, const FileStatus& file) {
   if (!path.ends_with(kRemoved)) return path;
   if (file.names > 0) {
@@ -26,7 +26,7 @@ std::string WithoutMark(std::string path, const FileStatus& file) {
   return path;
 }
 
-// The only name of the file on this mount; nothing if it has none or several there, or if the handle is another file's.
+// The only name of the file on this mount; nullopt if it has none or several, or if the handle is another file's.
 std::optional<std::string> OnlyName(const FileHandle& handle, const OpenDirectory& mount, const FileIdentity& wanted) {
   const Descriptor file = handle.Open(mount.descriptor.Get());
   if (!file.Valid()) return std::nullopt;
@@ -37,14 +37,14 @@ std::optional<std::string> OnlyName(const FileHandle& handle, const OpenDirector
   return path;
 }
 
-// The watched directory that holds the file of this path; null if none does.
+// The watched directory that contains the file of this path; null if none does.
 const WatchedDirectory* WatchedParent(const WatchedDirectories& directories, std::string_view path) {
   const std::optional<FileStatus> parent = StatusOf(std::string(ParentOf(path)));
   const auto found = parent ? directories.find(parent->identity) : directories.end();
   return found == directories.end() ? nullptr : &found->second;
 }
 
-// Looks the file up by its handle, on each mount that has a watched directory of the file's device.
+// Looks up the file by its handle on each mount that has a watched directory on the file's device.
 std::optional<std::string> OnlyWatchedName(const WatchedDirectories& directories, int file, const FileStatus& status) {
   if (status.names != 1) return std::nullopt;
   const FileHandle handle(file);
@@ -117,7 +117,7 @@ std::optional<std::string> EventPaths::PathOf(int file) const {
   const std::optional<FileStatus> status = StatusOf(file);
   if (!status) return std::nullopt;
   const std::shared_ptr<const Table> known = table.Get();
-  // The path as another mount shows it is not looked up at all: it may lead to a file system that the opener controls.
+  // A path shown through another mount is never looked up: it may lead to a file system that the opener controls.
   if (status->mount && known->mounts.contains(*status->mount)) {
     std::string path = WithoutMark(LinkOf(file), *status);
     if (path.empty()) return std::nullopt;

@@ -9,18 +9,18 @@
 
 namespace fenlux::refhost {
 
-// Keeps the number of a file descriptor free for the event that its thread reads next. If a process has no number left
-// when it reads an event, the kernel refuses the event's operation. One thread at a time.
+// Reserves a file descriptor for the event that its thread reads next. If the process has no descriptor left when it
+// reads an event, the kernel refuses the event's operation. One thread at a time.
 class SpareDescriptor {
  public:
-  // `anyDescriptor` is open, borrowed and outlives this: the number holds a copy of it meanwhile.
+  // `anyDescriptor` is open, borrowed and outlives this. The reserved number is a duplicate of it.
   explicit SpareDescriptor(int anyDescriptor) : source(anyDescriptor) { Take(); }
 
-  // Takes a number, unless it holds one or there is none.
+  // Reserves a number, unless it holds one already or none is left.
   void Take();
-  // Frees it for whoever opens a file next.
+  // Releases the number for the next file that the process opens.
   void Give() { number.Reset(); }
-  // Closes an event's file and takes its number.
+  // Closes an event's file and reserves its number.
   void TakeFrom(int event);
 
  private:
@@ -31,26 +31,26 @@ class SpareDescriptor {
 enum class ReadResult {
   kEvent,
   kNothing,  // no event is queued
-  kFailed,   // one could not be read, and others are queued: read again
+  kFailed,   // one event could not be read, and others are queued: read again
 };
 
 // Several threads may use one group. Every event that Read returns needs one response; its descriptor belongs to the
-// caller and stays open until the response is written, because the response names the event by it.
+// caller and stays open until the response is written, because the response identifies the event by it.
 class FanotifyGroup {
  public:
-  // Throws std::runtime_error with the reason if the system has no permission events or the process may not have them.
+  // Throws std::runtime_error with the reason if the system has no permission events or the process may not use them.
   // `owner` is borrowed and outlives the group.
   FanotifyGroup(UnjudgedPolicy unjudgedPolicy, EmulatedDriver& owner);
 
   int Get() const { return group.Get(); }
-  // Reads one event without blocking, if there is one. Gives the caller's spare number to it: afterwards call TakeFrom
+  // Reads one event without blocking, if there is one. Gives it the caller's spare number: afterwards call TakeFrom
   // with the event's descriptor. Counts the operations that the kernel refused because it could not open their file for
   // the host.
   ReadResult Read(SpareDescriptor& spare, fanotify_event_metadata& event);
-  // Lets the event's operation continue, or fail, as the module judged it.
+  // Allows or refuses the event's operation according to the module's verdict.
   void Respond(int event, bool verdictRefuses) noexcept;
-  // Lets it continue or fail as the cause and the setting demand (see unjudged.h). RespondCounted does not count the
-  // cause: whoever took the answer did.
+  // Allows or refuses it according to the cause and the setting (see unjudged.h). RespondCounted does not count the
+  // cause: the party that took the answer did.
   void RespondUnjudged(int event, UnjudgedCause cause) noexcept;
   void RespondCounted(int event, UnjudgedCause cause) noexcept;
 

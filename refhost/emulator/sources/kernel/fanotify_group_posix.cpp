@@ -16,13 +16,13 @@
 namespace fenlux::refhost {
 namespace {
 
-// Since Linux 6.13: an event whose file the kernel cannot open has the error in place of the descriptor. Before,
-// reading it fails with the error, and EAGAIN is not told apart from "no event".
+// Since Linux 6.13, an event whose file the kernel cannot open has the error in place of the descriptor. Before that,
+// reading it fails with the error, and EAGAIN cannot be distinguished from "no event".
 constexpr unsigned kReportDescriptorError = 0x2000;
 
 int OpenGroup(unsigned flags) {
-  // The kernel opens every event's file for the reader. Without O_NONBLOCK that would wait for the other end of a named
-  // pipe, or for a lease on the file, and the reader could not answer.
+  // The kernel opens every event's file for the reader. Without O_NONBLOCK, that would wait for the other end of a
+  // named pipe or for a lease on the file, and the reader could not respond.
   return ::fanotify_init(
       FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS | flags,
       // O_LARGEFILE is 0 on 64-bit systems, as is O_RDONLY.
@@ -53,7 +53,7 @@ void SpareDescriptor::Take() {
 }
 
 void SpareDescriptor::TakeFrom(int event) {
-  // In one step, so that no other thread gets the number.
+  // Atomic, so that no other thread gets the number.
   if (number.Valid() || ::dup3(source, event, O_CLOEXEC) < 0) {
     ::close(event);
   } else {
@@ -67,7 +67,7 @@ FanotifyGroup::FanotifyGroup(UnjudgedPolicy unjudgedPolicy, EmulatedDriver& owne
 }
 
 ReadResult FanotifyGroup::Read(SpareDescriptor& spare, fanotify_event_metadata& event) {
-  // The buffer holds a single event, so that a reader has no more than one open file at a time.
+  // The buffer holds a single event, so that a reader has at most one open file at a time.
   event = {};
   spare.Give();
   const ssize_t length = ::read(group.Get(), &event, sizeof(event));
@@ -87,7 +87,7 @@ ReadResult FanotifyGroup::Read(SpareDescriptor& spare, fanotify_event_metadata& 
   return HasMore() ? ReadResult::kFailed : ReadResult::kNothing;
 }
 
-// The error alone is ambiguous: before Linux 6.13, it is also EAGAIN for a file with a write lease.
+// The error alone is ambiguous: before Linux 6.13, EAGAIN may also mean a file with a write lease.
 bool FanotifyGroup::HasMore() const {
   int bytes = 0;
   return ::ioctl(group.Get(), FIONREAD, &bytes) == 0 && bytes > 0;
@@ -107,7 +107,7 @@ void FanotifyGroup::CountRefusedByKernel(int error) {
   }
 }
 
-// Counted before the response, so that a program that sees the operation continue finds it in the totals.
+// Counts before responding, so that a program whose operation continues already finds it in the totals.
 void FanotifyGroup::Respond(int event, bool verdictRefuses) noexcept {
   const bool refuse = Enforced(verdictRefuses);
   totals.KernelAnswered(refuse);

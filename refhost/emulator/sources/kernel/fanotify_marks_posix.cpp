@@ -1,4 +1,4 @@
-// Adds and removes marks until they equal the requested set.
+// Adds and removes marks until they match the requested directories.
 #include "refhost/emulator/sources/kernel/fanotify_marks.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@ constexpr std::size_t kMaxFound = 128;
 
 FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
 
-// Fills in the status of what the name stands for at this moment. Returns why that may not be watched; empty if it may.
+// Gets the status of the file that the name leads to now. Returns why it may not be watched; empty if it may.
 std::string Inspect(const std::string& name, struct stat& status) {
   if (name.empty() || name.front() != '/') return "is not an absolute path";
   if (::stat(name.c_str(), &status) != 0) return LastErrorText();
@@ -28,7 +28,7 @@ std::string Inspect(const std::string& name, struct stat& status) {
   return NeverWatched(IdentityOf(status));
 }
 
-// A change within the same tick as the one before has the same time.
+// Two changes within the same clock tick have the same time.
 constexpr std::time_t kSettledAfterSeconds = 1;
 
 std::optional<timespec> SettledChange(const struct stat& status) {
@@ -100,7 +100,7 @@ FanotifyMarks::Change FanotifyMarks::Renew() {
   for (const auto& [identity, settled] : changed) {
     if (const auto directory = marked.find(identity); directory != marked.end()) directory->second.changed = settled;
   }
-  Change missing;  // probably refused again, as the log already says
+  Change missing;  // refusals are not reported: they are probably in the log already
   Round found{missing, {}, {}};
   for (const WatchState& state : states) {
     if (state.watched && !statesOutdated) continue;
@@ -128,7 +128,7 @@ FanotifyMarks::Look FanotifyMarks::LookAt(const FileIdentity& identity, const Wa
 void FanotifyMarks::Collect(const std::string& name, Scope scope, Round& round) {
   try {
     FoundDirectory found = FindDirectory(name);
-    // The next round finds its state.
+    // The next Renew notices that it is lost.
     if (found.directory == nullptr && scope == Scope::kChanged) return;
     Take(name, std::move(found), scope, round);
   } catch (const NoDescriptors& error) {
@@ -190,9 +190,9 @@ void FanotifyMarks::MarkFound(Round& round) {
     if (const auto before = marked.find(directory.identity); before != marked.end()) {
       made[i].changed = before->second.changed;
     }
-    // Noted first: if memory runs out from here on, the mark is still found.
+    // Recorded first: if memory runs out from here on, the mark can still be found.
     Watched& watched = marked.insert_or_assign(directory.identity, std::move(made[i])).first->second;
-    // A descriptor that was opened with O_PATH is not accepted without a name.
+    // The call does not accept a descriptor opened with O_PATH unless a name is given too.
     if (::fanotify_mark(group, FAN_MARK_ADD | FAN_MARK_ONLYDIR, mask | FAN_EVENT_ON_CHILD, directory.descriptor.Get(),
                         ".") != 0) {
       const int error = errno;
@@ -233,7 +233,7 @@ bool FanotifyMarks::Unmark(const Watched& directory) const {
   } catch (const NoDescriptors&) {
     return false;
   }
-  // A directory that is gone has no mark.
+  // A deleted directory has no mark.
   if (directory.held == nullptr && !found.Valid()) return errno == ESTALE;
   const int descriptor = directory.held == nullptr ? found.Get() : directory.held->descriptor.Get();
   return ::fanotify_mark(group, FAN_MARK_REMOVE, mask | FAN_EVENT_ON_CHILD, descriptor, ".") == 0 || errno == ENOENT;

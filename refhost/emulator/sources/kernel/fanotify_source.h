@@ -1,4 +1,4 @@
-// The event source that gives the kernel's permission events to the module, and the module's verdicts to the kernel.
+// The event source that passes the kernel's permission events to the module, and the module's verdicts to the kernel.
 #pragma once
 
 #include <memory>
@@ -13,10 +13,10 @@ namespace fenlux::refhost {
 //   a file that is opened                code 4097
 //   a file that is opened to be run      code 4097, condition flag A
 //   a file that is read                  code 4098
-// with the process id, the path as /proc names it, and the kernel's event mask as the first access value. The variant
+// with the process id, the path as /proc shows it, and the kernel's event mask as the first access value. The variant
 // flag is 0: the kernel does not say how a file is opened.
 //
-// Throws std::runtime_error with the reason if the system has no such events, the process may not have them, or a
+// Throws std::runtime_error with the reason if the system has no such events, the process may not use them, or a
 // directory of the settings cannot be watched.
 std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver> driver,
                                                 const KernelEventSettings& settings, UnjudgedPolicy unjudged);

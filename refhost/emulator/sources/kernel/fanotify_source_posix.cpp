@@ -1,10 +1,10 @@
 // Kernel permission events. An operation is blocked in the kernel from the moment its event is read until a response is
-// written. At every moment exactly one party has the duty to write it:
+// written. At every moment exactly one party is responsible for writing it:
 //   - the reader that read the event, until it hands the notification to the module;
-//   - then the party that takes the answer's slot: the reader itself when the reply has come, or the watchdog at the
-//     deadline, the end of the connection, or Stop, each of which then writes "allow" under the slot's lock.
-// A reader whose answer was taken writes nothing. Responses name the event by its descriptor's number, so a reader
-// closes the descriptor only after it holds the slot again: no number is reused while a response can still be written.
+//   - then the party that takes the answer's slot: the reader itself when the reply has arrived, or the watchdog at the
+//     deadline, the end of the connection, or Stop, each of which writes the response under the slot's lock.
+// A reader whose answer was taken writes nothing. Responses identify the event by its descriptor's number, so a
+// reader closes the descriptor only after it holds the slot again: no number is reused while one can still be written.
 // Once the marks are removed and the group is closed, the kernel itself allows operations without a response.
 #include <fmt/format.h>
 #include <poll.h>
@@ -58,13 +58,13 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   class Reader;
 
   bool IsOwn(const fanotify_event_metadata& event) const { return static_cast<std::uint64_t>(event.pid) == ownProcess; }
-  // Whether nobody can read events: every reader is inside the module, and its answer was taken.
+  // Whether no reader can read events: each is inside the module, and its answer was taken.
   bool ReadersBusy() const { return blockedReaders >= settings.threads; }
   // Responds to an event that was not delivered, and reports it if it is refused.
   void RespondUnjudged(const fanotify_event_metadata& event, UnjudgedCause cause);
   // Reads one event and responds without asking the module; false if none is queued.
   bool RespondToOne();
-  // Empties the kernel's queue in the same way.
+  // Does so until the kernel's queue is empty.
   void Drain() {
     while (RespondToOne()) {
     }
@@ -82,11 +82,11 @@ class FanotifySource final : public EventSource, public std::enable_shared_from_
   EventPaths paths;
   DirectoryWatch watch;
 
-  Mutex drainMutex;  // the watchdog's thread and the one that stops
+  Mutex drainMutex;  // for the watchdog's thread and the thread that calls Stop
   SpareDescriptor drainSpare FENLUX_GUARDED_BY(drainMutex){wake.Get()};
 };
 
-// One thread that reads events and answers them, and what it keeps from one event to the next.
+// One thread that reads events and responds to them, with the state it keeps between events.
 class FanotifySource::Reader final : public AnswerRelease {
  public:
   explicit Reader(FanotifySource& owner)
@@ -95,7 +95,7 @@ class FanotifySource::Reader final : public AnswerRelease {
   void Run() {
     pollfd polled[] = {{source.group.Get(), POLLIN, 0}, {source.wake.Get(), POLLIN, 0}};
     while (!source.stopping) {
-      // If there is no memory for waiting, try again in a moment: blocked operations need their reader.
+      // If the kernel has no memory for polling, try again later: blocked operations need their reader.
       if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR) {
         source.driver->Wake().Sleep(std::chrono::milliseconds(1));
       }
@@ -118,7 +118,7 @@ class FanotifySource::Reader final : public AnswerRelease {
     if (source.IsOwn(event)) return source.RespondUnjudged(event, UnjudgedCause::kOwnProcess);
     try {
       const std::optional<std::string> path = source.paths.PathOf(event.fd);
-      // No rule can tell what is allowed for it.
+      // Without a path, no rule can be applied.
       if (!path) return source.RespondUnjudged(event, UnjudgedCause::kPathNotEstablished);
       BuildKernelNotification(event, *path, message);
     } catch (const NoDescriptors&) {
@@ -176,10 +176,10 @@ FanotifySource::FanotifySource(std::shared_ptr<EmulatedDriver> emulatedDriver,
 }
 
 void FanotifySource::Start() {
-  // The threads own the source: one that is left behind inside a handler still finds it when the call returns.
+  // The threads share ownership of the source: one left behind inside a handler still uses it when the call returns.
   const auto self = shared_from_this();
   for (std::uint32_t i = 0; i < settings.threads; ++i) {
-    // Made here, so that each reader has its spare descriptor when this returns.
+    // Created here, so that each reader has its spare descriptor when this returns.
     crew.Add("a reader of kernel events", [self, reader = std::make_shared<Reader>(*self)] { reader->Run(); });
   }
   crew.Add("the watch of directories", [self] {
@@ -192,8 +192,8 @@ bool FanotifySource::OnWatchdog() {
     paths.Forget(std::chrono::steady_clock::now());
   } catch (const std::bad_alloc&) {  // in the next round
   }
-  // While every reader is blocked, nobody reads the queue, and a handler that itself waits for a watched file would
-  // never return. The watchdog then lets the queue through.
+  // While every reader is blocked, none reads the queue, and a handler that itself waits for a watched file would
+  // never return. The watchdog then responds to the queued events.
   return RunDrainRound([this] { return ReadersBusy(); }, [this] { return RespondToOne(); });
 }
 

@@ -1,4 +1,4 @@
-// The system has no fanotify: kernel events are not available.
+// Windows has no fanotify, so kernel events are not available.
 #include <stdexcept>
 
 #include "refhost/emulator/sources/kernel/fanotify_source.h"

@@ -16,7 +16,7 @@ namespace {
 std::optional<FileStatus> StatusOf(int directory, const char* path, int flags) {
   struct statx status {};
   constexpr unsigned kWanted = STATX_INO | STATX_NLINK | STATX_MNT_ID;
-  // The kernel's cached status is enough: a file server must not delay an event.
+  // Use the kernel's cached status, so that a file server cannot delay an event.
   if (::statx(directory, path, flags | AT_STATX_DONT_SYNC, kWanted, &status) != 0) {
     ThrowIfLacking(errno);
     return std::nullopt;
@@ -58,13 +58,13 @@ FileHandle::FileHandle(int file) {
 }
 
 Descriptor FileHandle::Open(int directoryOnMount) const {
-  // Handles are not opened on a descriptor that was itself opened with O_PATH.
+  // Opening a handle needs a descriptor that was not opened with O_PATH.
   const Descriptor directory(::openat(directoryOnMount, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory.Valid()) {
     ThrowIfLacking(errno);
     return {};
   }
-  alignas(struct file_handle) auto copy = memory;  // the call takes a handle that it might change
+  alignas(struct file_handle) auto copy = memory;  // the call's parameter is not const
   Descriptor file(
       ::open_by_handle_at(directory.Get(), reinterpret_cast<struct file_handle*>(copy.data()), O_PATH | O_CLOEXEC));
   if (!file.Valid()) ThrowIfLacking(errno);

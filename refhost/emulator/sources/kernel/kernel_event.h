@@ -12,15 +12,15 @@
 
 namespace fenlux::refhost {
 
-// The kernel's mask of the events that the settings ask for; 0 for none.
+// The kernel's mask of the events that the settings select; 0 for none.
 std::uint64_t KernelEventMask(const KernelEventSettings& settings);
 
 // The code of the event's notification.
 std::uint32_t KernelEventCode(const fanotify_event_metadata& event);
-// What the event's program does with the file: "open", "exec" or "read".
+// What the program does with the event's file: "open", "exec" or "read".
 std::string_view KernelOperation(const fanotify_event_metadata& event);
 
-// Builds the notification of an event for a file of this path in `message`, whose memory is reused. Throws
+// Builds the notification for an event and its file's path in `message`, whose memory is reused. Throws
 // std::bad_alloc.
 void BuildKernelNotification(const fanotify_event_metadata& event, const std::string& path,
                              std::vector<std::uint8_t>& message);

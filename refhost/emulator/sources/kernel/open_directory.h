@@ -1,5 +1,5 @@
-// A directory that was found by its name once. Later operations use this directory, even if its name stands for another
-// one by then.
+// An open directory, found by its name once. Later operations use this directory, even if its name leads to another one
+// in the meantime.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace fenlux::refhost {
 
-// Its mount exists, and keeps its id, as long as this does. It cannot be unmounted meanwhile.
+// As long as this exists, its mount cannot be unmounted and keeps its id.
 struct OpenDirectory {
   Descriptor descriptor;  // opened with O_PATH
   FileIdentity identity;
@@ -20,7 +20,7 @@ struct OpenDirectory {
   std::string path;  // as /proc shows it
 };
 
-// A directory to be watched, or why there is none.
+// A directory to be watched, or the reason why there is none.
 struct FoundDirectory {
   std::shared_ptr<const OpenDirectory> directory;
   std::string refusal;  // why it cannot be watched; empty if it can
@@ -31,10 +31,10 @@ std::string NeverWatched(const FileIdentity& identity);
 
 // The directory of this absolute name, with symbolic links resolved. Throws std::bad_alloc and NoDescriptors.
 FoundDirectory FindDirectory(const std::string& name);
-// The same for a name in a directory, unless it is a symbolic link. A name that does not exist is not a refusal.
+// Likewise for a name in a directory; does not follow symbolic links. A name that does not exist is not a refusal.
 FoundDirectory FindDirectory(const OpenDirectory& parent, const std::string& name);
 
-// The names of the directories in a directory. Sets `refusal` if they cannot all be read. Throws
+// The names of the subdirectories. Sets `refusal` if not all of them can be read. Throws
 // std::bad_alloc and NoDescriptors.
 std::vector<std::string> DirectoriesIn(const OpenDirectory& parent, std::string& refusal);
 

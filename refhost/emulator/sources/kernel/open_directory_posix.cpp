@@ -56,7 +56,7 @@ FoundDirectory FindDirectory(const std::string& name) {
 
 FoundDirectory FindDirectory(const OpenDirectory& parent, const std::string& name) {
   Descriptor found(::openat(parent.descriptor.Get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  // It has been removed since its name was read, or it is not a directory.
+  // Removed since its name was read, or not a directory.
   if (!found.Valid() && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)) return {};
   return Found(std::move(found));
 }

@@ -1,4 +1,4 @@
-// Reading of the bytes, and the search for an exchange in a capture.
+// Reads the bytes of a message, and searches a capture for an exchange.
 #include "refhost/emulator/sources/messages/scenario_messages.h"
 
 #include <fmt/format.h>
@@ -20,7 +20,7 @@ using capture::CaptureReader;
 using capture::Kind;
 using capture::Packet;
 
-// The exchange as far as the file has it; `found` says whether its notification was there.
+// The part of the exchange that the file contains; `found` if that includes its notification.
 struct FoundMessage {
   ScenarioMessage message;
   bool found = false;
@@ -31,7 +31,7 @@ FoundMessage FindExchange(CaptureReader& reader, std::uint64_t exchange) {
   for (;;) {
     const CaptureReader::Result read = reader.Next();
     if (read == CaptureReader::Result::kEnd) return result;
-    if (read == CaptureReader::Result::kProblem) continue;  // what is damaged is not the exchange, or is missing
+    if (read == CaptureReader::Result::kProblem) continue;  // a damaged exchange counts as missing
     const Packet& packet = reader.CurrentPacket();
     if (packet.header.exchange != exchange) continue;
     if (packet.header.kind == Kind::kNotification) {
@@ -39,7 +39,7 @@ FoundMessage FindExchange(CaptureReader& reader, std::uint64_t exchange) {
       result.found = true;
     } else if (result.found && packet.header.kind == Kind::kNotificationReply) {
       const bool hasReply = packet.originalSize != 0;
-      // A handler that failed sent no reply, but not by design.
+      // A comment means that the handler failed: then a missing reply is not by design.
       if (packet.comment.empty()) result.message.verdict = hasReply ? capture::VerdictOf(packet.message) : 0;
       return result;
     }

@@ -1,4 +1,4 @@
-// Messages that a scenario takes as they are: bytes, or a notification of a capture.
+// Messages that a scenario delivers unchanged: raw bytes, or a notification from a capture.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ class ConfigTable;
 
 struct ScenarioMessage {
   std::vector<std::uint8_t> bytes;
-  std::optional<std::uint32_t> verdict;  // that the capture has for it; 0: no reply
+  std::optional<std::uint32_t> verdict;  // from the capture; 0: no reply
 };
 
 // Both report what is wrong with the step's keys and then return an empty message.
