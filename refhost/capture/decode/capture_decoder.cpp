@@ -1,4 +1,4 @@
-// Pairs what a reader finds, and reports what the filter takes.
+// Pairs the packets of a reader, and reports the exchanges that pass the filter.
 #include "refhost/capture/decode/capture_decoder.h"
 
 #include <nlohmann/json.hpp>

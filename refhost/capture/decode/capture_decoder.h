@@ -1,4 +1,4 @@
-// Decodes a capture: reads its packets, pairs them, and gives out what passes the filter.
+// Decodes a capture: reads its packets, pairs them, and passes on the exchanges that match the filter.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace fenlux::capture {
 struct DecodeSinks {
   std::function<void(const refhost::Report& report)> exchange;
   std::function<void(const Problem& problem)> problem;
-  std::function<void(std::uint64_t offset)> progress = {};  // called now and then; may be empty
+  std::function<void(std::uint64_t offset)> progress = {};  // called periodically; may be empty
 };
 
 // One thread.
@@ -22,9 +22,9 @@ class CaptureDecoder {
  public:
   CaptureDecoder(ExchangeFilter exchangeFilter, bool showHex, DecodeSinks decodeSinks);
 
-  // Reads on to the end of what `reader` has. Exchanges that wait for their reply go on in the next call.
+  // Reads to the end of `reader`. Exchanges without a reply so far may be completed by the next call.
   void Read(CaptureReader& reader);
-  // Gives out the exchanges that still wait.
+  // Passes on the exchanges that still lack a reply.
   void Finish() { pairing.Flush(); }
 
  private:

@@ -7,11 +7,11 @@
 namespace fenlux::capture {
 namespace {
 
-// More exchanges than a driver has threads wait only in captures of other hosts, which may lack empty replies.
+// Only captures of other hosts, which may lack empty replies, have more open exchanges than a driver has threads.
 constexpr std::size_t kMaxWaiting = 65536;
 constexpr std::size_t kMaxWaitingBytes = std::size_t{64} << 20;
 
-// How much memory of exchanges is kept for the next ones: more than a driver has threads.
+// How many exchanges' memory to keep for reuse: more than a driver has threads.
 constexpr std::size_t kMaxSpare = 64;
 constexpr std::size_t kMaxSpareBytes = 4096;
 
@@ -70,7 +70,7 @@ ExchangePairing::Waiting::iterator ExchangePairing::Find(const PacketHeader& hea
   const auto matches = [&header](const Exchange& exchange) {
     return exchange.header.exchange == header.exchange && exchange.header.connection == header.connection;
   };
-  // Usually it is the newest: a capture with a single thread has no other.
+  // Usually the newest one; with a single thread, always.
   if (!waiting.empty() && matches(waiting.back())) return std::prev(waiting.end());
   const auto found = index.find({header.connection, header.exchange});
   return found == index.end() ? waiting.end() : found->second;

@@ -1,4 +1,4 @@
-// Puts together the messages that belong to one exchange: a request or a notification, its judgement and its reply.
+// Groups the messages of each exchange: a request or a notification, its judgement and its reply.
 #pragma once
 
 #include <cstddef>
@@ -22,30 +22,30 @@ struct HeldMessage {
   std::string comment;
 };
 
-// A request or a notification with what belongs to it, or any other message alone.
+// A request or a notification with its judgement and reply, or any other message alone.
 struct Exchange {
   PacketHeader header;        // of the first message
-  std::uint64_t offset = 0;   // in the file
+  std::uint64_t offset = 0;   // of the first message in the file
   std::uint64_t dropped = 0;  // messages lost before it
   HeldMessage message;
   std::optional<HeldMessage> judgement;
-  std::optional<HeldMessage> reply;  // empty: there is none, by design or because of a failure
+  std::optional<HeldMessage> reply;  // empty: none in the capture
 
-  // Between message and reply, in nanoseconds; nullopt without a reply, or if the clock was set back between them.
+  // From message to reply, in nanoseconds; nullopt without a reply, or if the clock was set back in between.
   std::optional<std::uint64_t> Latency() const;
 };
 
-// Memory is limited: the oldest exchanges that wait for their replies are given out without them when there are too
-// many. One thread.
+// Memory is limited: if too many exchanges wait for their replies, the oldest ones are passed on without them.
+// One thread.
 class ExchangePairing {
  public:
   using Sink = std::function<void(const Exchange& exchange)>;
 
-  // `sink` is called for every exchange once it is complete, in that order.
+  // Calls the sink for every exchange when it is complete, in that order.
   explicit ExchangePairing(Sink exchangeSink) : sink(std::move(exchangeSink)) {}
 
   void Add(const Packet& packet);
-  // Gives out what still waits for its reply.
+  // Passes on the exchanges that still wait for a reply.
   void Flush();
 
  private:
@@ -62,7 +62,7 @@ class ExchangePairing {
   using Waiting = std::list<Exchange>;
   using Index = std::unordered_map<Key, Waiting::iterator, KeyHash>;
 
-  // Copies the packet into a message that may have memory from an earlier one.
+  // Copies the packet into `held`, which may reuse the memory of an earlier message.
   void Hold(HeldMessage& held, const Packet& packet);
   void HoldFirst(Exchange& exchange, const Packet& packet);
   // The waiting exchange that the packet belongs to; the end if there is none.
@@ -72,10 +72,10 @@ class ExchangePairing {
   void GiveOutAlone(const Packet& packet);
 
   const Sink sink;
-  Waiting waiting;  // the oldest first
+  Waiting waiting;  // oldest first
   Index index;
   std::size_t waitingBytes = 0;
-  // Memory of exchanges that were given out, for the next ones.
+  // Memory of exchanges that were passed on, for reuse.
   Waiting spare;
   std::vector<Index::node_type> spareNodes;
   std::vector<std::vector<std::uint8_t>> spareBytes;

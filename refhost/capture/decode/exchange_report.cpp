@@ -1,4 +1,4 @@
-// Composes the report. What a filter needs is looked at before any field is made.
+// Composes the report. Applies the numeric filters before it decodes any field.
 #include "refhost/capture/decode/exchange_report.h"
 
 #include <fmt/chrono.h>
@@ -39,7 +39,7 @@ bool PassesPath(const Report& fields, const ExchangeFilter& filter) {
   return false;
 }
 
-// The name of the number that tells what the record is about; empty if it has none.
+// The name of the record's command, code or verdict; empty if it has none.
 std::string_view NameOf(Kind kind, const Report& fields) {
   const auto number = [&](const char* name) { return fields.value(name, std::uint32_t{0}); };
   if (fields.contains("error")) return {};

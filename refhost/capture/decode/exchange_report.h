@@ -11,21 +11,21 @@
 
 namespace fenlux::capture {
 
-// Which exchanges are shown: those that meet every condition that is set. Without a condition, everything is.
+// Selects the exchanges to show: those that meet every condition that is set. Without conditions, all of them.
 struct ExchangeFilter {
   std::optional<std::uint32_t> code;        // of the notification
   std::optional<std::uint32_t> verdict;     // of the reply to it
   std::optional<refhost::Glob> path;        // matches one of the notification's paths, or the request's
-  std::optional<std::uint64_t> slowerThan;  // nanoseconds: the least latency
+  std::optional<std::uint64_t> slowerThan;  // minimum latency in nanoseconds
 };
 
-// The exchange as one JSON object. `hex` adds the bytes of every message. Nullopt if the filter leaves it out.
+// The exchange as one JSON object. `hex` adds the bytes of every message. Nullopt if the filter excludes it.
 std::optional<refhost::Report> ExchangeReport(const Exchange& exchange, const ExchangeFilter& filter, bool hex);
 
-// The object as lines of text.
+// That object as lines of text.
 std::string ExchangeText(const refhost::Report& report);
 
-// A time of a packet: "2026-01-31T12:34:56.123456789Z".
+// A packet's time as text: "2026-01-31T12:34:56.123456789Z".
 std::string TimeText(std::uint64_t time);
 
 }  // namespace fenlux::capture

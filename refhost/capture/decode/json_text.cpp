@@ -1,4 +1,4 @@
-// The library writes nested values recursively, so their depth is checked before one is made.
+// Limits the nesting depth before parsing, because the library writes nested values recursively.
 #include "refhost/capture/decode/json_text.h"
 
 #include <nlohmann/json.hpp>

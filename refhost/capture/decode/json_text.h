@@ -1,4 +1,4 @@
-// JSON texts from a capture, which may contain anything.
+// Parses JSON text from a capture, which may contain anything.
 #pragma once
 
 #include <optional>
@@ -8,7 +8,7 @@
 
 namespace fenlux::capture {
 
-// nullopt if the text is no JSON object, or is nested so deeply that no host wrote it.
+// Nullopt if the text is not a JSON object, or is nested more deeply than any host would write.
 std::optional<refhost::Report> ParseJsonObject(std::string_view text);
 
 }  // namespace fenlux::capture

@@ -1,4 +1,4 @@
-// One table for each kind of number. Codes without a name of their own are named after their event type.
+// One table for each kind of number. Codes without a specific name are named after their event type.
 #include "refhost/capture/decode/protocol_names.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Names of the protocol's numbers for people: commands, notification codes and verdicts.
+// Readable names for the protocol's numbers: commands, notification codes and verdicts.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace fenlux::capture {
 
-// Each is "unknown" for a number that the protocol does not have. The dissector for Wireshark uses the same names.
+// Each returns "unknown" for a number that the protocol does not define. The Wireshark dissector uses the same names.
 std::string_view CommandName(std::uint32_t command);
 std::string_view CodeName(std::uint32_t code);
 std::string_view VerdictName(std::uint32_t verdict);

@@ -1,4 +1,4 @@
-// Reads records with the parsers of the driver kit, which check every bound.
+// Reads records with the parsers of the driver kit, which check all bounds.
 #include "refhost/capture/decode/record_fields.h"
 
 #include <fmt/format.h>
@@ -84,7 +84,7 @@ void AddPayload(const FenluxRequestView& view, Report& fields) {
       fields["value"] = payload.netItem.value;
       break;
     case FENLUX_COMMAND_DRIVER_CONFIG: {
-      // The request does not state the block's size: omit the zeros at its end.
+      // The request does not state the block's size: omit trailing zeros.
       FenluxBytes block = payload.configBlock;
       while (block.size != 0 && block.data[block.size - 1] == 0) --block.size;
       fields["block"] = Hex(block);
@@ -187,7 +187,7 @@ constexpr RecordType kRecords[] = {
     {Kind::kNotificationReply, "reply", AddReply},
 };
 
-// A text of the host: JSON, or the reason of a close.
+// Text from the host: JSON, or the reason for a close.
 Report TextFields(Kind kind, Message message) {
   const std::string_view text(reinterpret_cast<const char*>(message.data()), message.size());
   Report fields = Report::object();
@@ -217,7 +217,7 @@ Message WholeMessage(Message message, std::uint64_t originalSize, std::string& b
 
 Report RecordFields(Kind kind, Message message) {
   static constexpr std::uint8_t kNothing = 0;
-  if (message.empty()) message = {&kNothing, 0};  // to the parsers, a null pointer is another error
+  if (message.empty()) message = {&kNothing, 0};  // the parsers report a null pointer as a different error
   for (const RecordType& type : kRecords) {
     if (type.kind != kind) continue;
     Report fields = Report::object();

@@ -1,4 +1,4 @@
-// Reading in large pieces, checks of every length, and the search for the next block behind a damaged one.
+// Reads in large pieces, checks every length, and searches for the next block after a damaged one.
 #include "refhost/capture/format/block_stream.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ using namespace pcapng;
 constexpr std::size_t kPiece = std::size_t{1} << 20;
 // The step of the search: blocks begin at multiples of it.
 constexpr std::size_t kAlignment = 4;
-constexpr std::size_t kSectionStart = kBlockHeaderSize + 4;  // up to the byte-order magic
+constexpr std::size_t kSectionStart = kBlockHeaderSize + 4;  // including the byte-order magic
 
 bool IsPlausibleLength(std::uint32_t length) {
   return length % kAlignment == 0 && length >= kMinBlockSize && length <= kMaxBlockSize;
@@ -119,7 +119,7 @@ std::optional<std::uint32_t> BlockStream::PlausibleLength(std::size_t distance) 
 }
 
 bool BlockStream::EndsWhole(std::size_t distance, std::uint32_t length) const {
-  // Both lengths have the same bytes, whatever their order.
+  // Both lengths have the same byte order, so comparing bytes is enough.
   return std::memcmp(At(distance + 4), At(distance + length - kBlockTrailerSize), 4) == 0;
 }
 
@@ -148,7 +148,7 @@ bool BlockStream::Resynchronize() {
     if (!length) continue;
     if (!Fill(*length)) {
       if (!growing) continue;
-      // Decided when more has been written: the search comes back to this place.
+      // Undecided until more is written: the search returns to this position.
       begin -= step;
       offset -= step;
       return false;

@@ -1,4 +1,4 @@
-// Splits a pcapng stream into blocks. Goes on behind a block whose lengths lie.
+// Splits a pcapng stream into blocks. Continues after a block with wrong lengths.
 #pragma once
 
 #include <boost/endian/conversion.hpp>
@@ -25,7 +25,7 @@ struct BlockView {
   std::span<const std::uint8_t> body;  // without the header and the trailing length
   bool bigEndian = false;
 
-  // Integers of the body. The caller checks that `at` is within it.
+  // Integers of the body. The caller checks that they lie within it.
   std::uint16_t Read16(std::size_t at) const {
     return bigEndian ? boost::endian::load_big_u16(&body[at]) : boost::endian::load_little_u16(&body[at]);
   }
@@ -40,7 +40,7 @@ struct BlockOption {
   std::span<const std::uint8_t> value;
 };
 
-// Walks the options from `at` to the end of the body. An option that does not fit ends the walk.
+// Iterates over the options from `start` to the end of the body. An option that does not fit ends the iteration.
 class OptionWalk {
  public:
   OptionWalk(const BlockView& blockView, std::size_t start) : block(blockView), at(start) {}
@@ -66,8 +66,8 @@ class BlockStream {
   explicit BlockStream(std::istream& input) : stream(input) {}
 
   enum class Result { kBlock, kDamage, kEnd };
-  // kDamage: Offset() is where the damage begins and Damage() says what it is. The next call continues at the next
-  // place that looks like a whole block.
+  // kDamage: Offset() is where the damage begins and Damage() describes it. The next call continues at the next
+  // position that looks like a whole block.
   Result Next(BlockView& block);
 
   std::uint64_t Offset() const { return offset; }
@@ -84,21 +84,21 @@ class BlockStream {
   void Skip(std::size_t size);
   // The byte order that a section header at `distance` states; nullopt if there is none.
   std::optional<bool> SectionOrder(std::size_t distance) const;
-  // The length that a block at `distance` states, if its header is available and may be one.
+  // The length that a block at `distance`, whose header is available, states; nullopt if it cannot be a block.
   std::optional<std::uint32_t> PlausibleLength(std::size_t distance) const;
-  // Whether an available block of that length states it again at its end.
+  // Whether a block, available as a whole, repeats that length at its end.
   bool EndsWhole(std::size_t distance, std::uint32_t length) const;
-  // Whether there is a whole block in the next `size` bytes, which are available, behind their beginning.
+  // Whether a whole block follows later within the next `size` bytes, which are available.
   bool WholeBlockWithin(std::size_t size) const;
   Result ReportDamage(std::string text);
-  // Moves to the next place that looks like a block; false at the end of the stream.
+  // Moves to the next position that looks like a block; false at the end of the stream.
   bool Resynchronize();
 
   std::istream& stream;
   std::vector<std::uint8_t> buffer;
-  std::size_t begin = 0, end = 0;  // of what is read and not yet consumed
+  std::size_t begin = 0, end = 0;  // of the bytes read and not yet consumed
   std::uint64_t offset = 0;        // of `begin` in the stream
-  std::size_t taken = 0;           // size of the block that Next gave last
+  std::size_t taken = 0;           // size of the block that Next returned last
   std::string damage;
   bool bigEndian = false;
   bool growing = false;

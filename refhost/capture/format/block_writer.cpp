@@ -1,5 +1,5 @@
-// Blocks are composed at the end of the caller's bytes. The drop count is the last option of every packet, so that its
-// place follows from the block's size.
+// Composes blocks at the end of the caller's bytes. The drop count is the last option of every packet, so that its
+// position follows from the block's size.
 #include "refhost/capture/format/block_writer.h"
 
 #include <algorithm>
@@ -19,10 +19,10 @@ constexpr std::size_t kPacketOptionsSize =
     kOptionHeaderSize + kFlagsSize + kOptionHeaderSize + kDropCountSize + kOptionHeaderSize;
 constexpr std::size_t kTimeOffset = kBlockHeaderSize + 4;
 constexpr std::size_t kPayloadOffset = kBlockHeaderSize + kPacketFixedSize;
-// From the end of a packet's block to its drop count.
+// The distance from the end of a packet's block back to its drop count.
 constexpr std::size_t kDropCountDistance = kBlockTrailerSize + kOptionHeaderSize + kDropCountSize;
 
-// A comment explains a failure; a longer one is truncated.
+// A comment explains a failure; longer ones are truncated.
 constexpr std::size_t kMaxComment = 1024;
 
 constexpr std::string_view kName = "fenlux port";

@@ -1,4 +1,4 @@
-// Sections, interfaces and packets.
+// Interprets the blocks: sections, interfaces and packets.
 #include "refhost/capture/format/capture_reader.h"
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace {
 using namespace pcapng;
 
 constexpr std::size_t kMaxInterfaces = 1024;
-// Zeros that were cut are put back when a message is decoded, so no file may ask for more of them than any message has.
+// Decoding restores the zeros that were removed from a message. This limits how many a file can demand.
 constexpr std::uint64_t kMaxOriginalSize = std::uint64_t{1} << 20;
 constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 

@@ -1,5 +1,5 @@
-// Reads the packets of a capture file in either byte order. Whatever the file contains, memory stays limited, and what
-// is damaged costs no more than the blocks it touches.
+// Reads the packets of a capture file in either byte order. Memory use is bounded whatever the file contains, and
+// damage costs only the blocks it affects.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace fenlux::capture {
 
-// What is wrong at a place of the file.
+// A problem at one position of the file.
 struct Problem {
   std::uint64_t offset = 0;  // in bytes
   std::string text;
@@ -21,22 +21,22 @@ struct Problem {
 // One thread.
 class CaptureReader {
  public:
-  // Reads from the stream's current position, which counts as offset 0. The stream must outlive the reader.
+  // Reads from the stream's current position, which becomes offset 0. The stream must outlive the reader.
   explicit CaptureReader(std::istream& input) : blocks(input) {}
 
   enum class Result {
     kPacket,   // see CurrentPacket
-    kProblem,  // see CurrentProblem; call Next again to read on
-    kEnd,      // nothing is left; if the stream grows later, Next reads on
+    kProblem,  // see CurrentProblem; call Next again to continue
+    kEnd,      // nothing is left; if the stream grows later, Next continues
   };
-  // Reads the next packet. Blocks that hold none are skipped.
+  // Reads the next packet. Skips blocks that are not packets.
   Result Next();
 
   // The packet that Next found. Valid until Next is called again.
   const Packet& CurrentPacket() const { return packet; }
   const Problem& CurrentProblem() const { return problem; }
 
-  // Set this while the file is still being written: a block that ends beyond the end of the stream is then left for
+  // Set this while the file is still being written: a block that extends beyond the end of the stream is then left for
   // later, whatever it contains.
   void SetGrowing(bool isGrowing) { blocks.SetGrowing(isGrowing); }
   // Whether the stream ends in the middle of a block, and where that block begins.
@@ -56,7 +56,7 @@ class CaptureReader {
   Result Report(std::uint64_t offset, std::string text);
   bool ReadSection(const BlockView& block);
   bool ReadInterface(const BlockView& block);
-  // False if the packet is not one of the port, or is malformed; then `problem` says why unless it is empty.
+  // False if the packet is malformed, in which case `problem` says why, or does not belong to the port.
   bool ReadPacket(const BlockView& block);
   static std::uint64_t TimeOf(const Interface& interfaceOfPacket, std::uint64_t units);
 

@@ -1,4 +1,4 @@
-// Why a connection ended, as a recording says it. Any other reason is the driver's, which refused the connection.
+// The reasons in a recording why a connection ended. Any other text is the reason why the driver refused it.
 #pragma once
 
 #include <string_view>

@@ -1,4 +1,4 @@
-// Names and directions of the kinds, and the payload header.
+// The kinds' names and directions, and the encoding of the payload header.
 #include "refhost/capture/format/packet.h"
 
 #include <boost/endian/conversion.hpp>

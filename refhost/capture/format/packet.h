@@ -14,8 +14,8 @@ enum class Kind : std::uint8_t {
   kRequest = 2,
   kRequestReply = 3,  // empty: the request was sent and has no answer
   kNotification = 4,
-  kNotificationReply = 5,  // empty: the module sends no reply
-  kJudgement = 6,          // UTF-8 JSON, as are the next ones but kClosed
+  kNotificationReply = 5,  // empty: the module sent no reply
+  kJudgement = 6,          // UTF-8 JSON, like all that follow except kClosed
   kClosed = 7,             // UTF-8: the reason
   kFacts = 8,
   kCall = 9,
@@ -23,7 +23,7 @@ enum class Kind : std::uint8_t {
 inline constexpr std::uint8_t kMinKind = 1;
 inline constexpr std::uint8_t kMaxKind = 9;
 
-// The kind's name in outputs: "connect_context", "request"; "unknown" for any other number.
+// The kind's name in output: "connect_context", "request"; "unknown" for any other number.
 std::string_view KindName(Kind kind);
 
 enum class Direction : std::uint8_t { kUnknown = 0, kToModule = 1, kFromModule = 2 };
@@ -37,8 +37,8 @@ inline constexpr std::size_t kPayloadHeaderSize = 16;
 
 struct PacketHeader {
   Kind kind{};
-  std::uint32_t connection = 0;  // counted from 1; 0 for what belongs to no connection
-  std::uint64_t exchange = 0;    // shared by the messages that belong together, counted from 1; 0: belongs to none
+  std::uint32_t connection = 0;  // counted from 1; 0: belongs to no connection
+  std::uint64_t exchange = 0;    // the same for all messages of an exchange, counted from 1; 0: belongs to none
 };
 
 using PayloadHeader = std::array<std::uint8_t, kPayloadHeaderSize>;
@@ -54,9 +54,9 @@ struct Packet {
   std::uint64_t time = 0;          // nanoseconds since 1970, UTC
   std::uint64_t dropped = 0;       // messages lost between the previous packet and this one
   std::uint64_t offset = 0;        // of the packet's block in the file
-  std::uint64_t originalSize = 0;  // of the message; zeros at its end may have been cut
+  std::uint64_t originalSize = 0;  // of the message; trailing zeros may have been removed
   std::span<const std::uint8_t> message;
-  std::string_view comment;  // why a request or a handler failed; empty otherwise
+  std::string_view comment;  // why a request or a handler failed; otherwise empty
 
   std::string_view Text() const { return {reinterpret_cast<const char*>(message.data()), message.size()}; }
 };

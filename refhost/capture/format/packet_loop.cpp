@@ -1,4 +1,4 @@
-// Gives packets, problems and the progress to their sinks.
+// Passes packets, problems and the progress to their sinks.
 #include "refhost/capture/format/packet_loop.h"
 
 namespace fenlux::capture {

@@ -1,4 +1,4 @@
-// The loop over all that a reader finds in a capture.
+// The loop over all packets and problems of a capture.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,10 @@ namespace fenlux::capture {
 struct PacketSinks {
   std::function<void(const Packet& packet)> packet;
   std::function<void(const Problem& problem)> problem;
-  std::function<void(std::uint64_t offset)> progress;  // told now and then how far the reader is; may be empty
+  std::function<void(std::uint64_t offset)> progress;  // gets the reader's position periodically; may be empty
 };
 
-// Reads until the reader's end, on the caller's thread. Exceptions of the sinks pass through.
+// Reads to the reader's end on the caller's thread. Propagates exceptions from the sinks.
 void ReadPackets(CaptureReader& reader, const PacketSinks& sinks);
 
 }  // namespace fenlux::capture

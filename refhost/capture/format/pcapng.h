@@ -6,7 +6,7 @@
 
 namespace fenlux::capture::pcapng {
 
-// Every block: type, total length, body, and the total length again. The body is padded to a multiple of four bytes.
+// Every block has a type, its total length, a body padded to a multiple of four bytes, and the total length again.
 inline constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;  // reads the same in both byte orders
 inline constexpr std::uint32_t kInterfaceDescription = 1;
 inline constexpr std::uint32_t kInterfaceStatistics = 5;
@@ -15,7 +15,7 @@ inline constexpr std::uint32_t kEnhancedPacket = 6;
 inline constexpr std::size_t kBlockHeaderSize = 8;
 inline constexpr std::size_t kBlockTrailerSize = 4;
 inline constexpr std::size_t kMinBlockSize = kBlockHeaderSize + kBlockTrailerSize;
-// Larger blocks count as damaged: the largest message of the port has less than 200,000 bytes.
+// Larger blocks count as damaged: the port's messages are smaller than 200,000 bytes.
 inline constexpr std::size_t kMaxBlockSize = std::size_t{16} << 20;
 
 // Section header: byte order, versions, length of the section.
@@ -29,7 +29,7 @@ inline constexpr std::size_t kInterfaceFixedSize = 8;
 inline constexpr std::uint16_t kLinkTypeUser0 = 147;
 inline constexpr std::uint8_t kNanoseconds = 9;              // if_tsresol: 10^-9 s
 inline constexpr std::uint8_t kDefaultResolution = 6;        // if there is no if_tsresol: 10^-6 s
-inline constexpr std::uint8_t kPowerOfTwoResolution = 0x80;  // in if_tsresol: the rest is an exponent of 2
+inline constexpr std::uint8_t kPowerOfTwoResolution = 0x80;  // in if_tsresol: the other bits are an exponent of 2
 
 // Enhanced packet: interface, time in two halves, captured and original length, then the packet.
 inline constexpr std::size_t kPacketFixedSize = 20;

@@ -1,4 +1,4 @@
-// A file that is being written: created private to its owner, never opened if it exists. The bodies are
+// A capture file while it is written: always a new file, private to its owner. The implementations are
 // platform-specific.
 #pragma once
 
@@ -18,10 +18,10 @@ class CaptureFile {
   CaptureFile(const CaptureFile&) = delete;
   CaptureFile& operator=(const CaptureFile&) = delete;
 
-  // Creates the file, readable and writable by its owner only. Fails if anything of that name exists, a symbolic link
-  // included.
+  // Creates the file, readable and writable by its owner only. Fails if the name exists already, even as a symbolic
+  // link.
   boost::system::error_code Create(const boost::filesystem::path& file);
-  // Appends all of the bytes, or none: what was written of them before a failure is removed again.
+  // Appends all of the bytes or none: on failure, removes the part that was written.
   boost::system::error_code Append(std::span<const std::uint8_t> bytes);
   void Close();
 

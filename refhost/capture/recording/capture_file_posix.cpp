@@ -1,4 +1,4 @@
-// Files by descriptor.
+// Capture files on POSIX systems, by file descriptor.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -33,8 +33,8 @@ boost::system::error_code CaptureFile::Append(std::span<const std::uint8_t> byte
     }
     if (errno == EINTR) continue;
     const boost::system::error_code error = LastError();
-    // A reader stops at a block that is not whole, so what follows must not stand behind one. If this fails too, the
-    // file is closed: nothing can be appended to it any more.
+    // Remove the partial block, which a reader would report as damage. If that fails too, close the file, because
+    // nothing more can be appended to it.
     const auto whole = static_cast<off_t>(size);
     if (done > 0 && (::ftruncate(descriptor, whole) != 0 || ::lseek(descriptor, whole, SEEK_SET) < 0)) Close();
     return error;

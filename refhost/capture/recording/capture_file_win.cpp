@@ -1,8 +1,8 @@
-// Files by handle. They can be read, renamed and removed while they are being written.
+// Capture files on Windows, by handle. Others can read, rename and delete a file while it is written.
 #include "refhost/capture/recording/capture_file.h"
 
 #include <windows.h>
-// After windows.h, which it needs.
+// Needs windows.h before it.
 #include <sddl.h>
 
 #include <algorithm>
@@ -73,8 +73,8 @@ boost::system::error_code CaptureFile::Append(std::span<const std::uint8_t> byte
       continue;
     }
     const boost::system::error_code error = LastError();
-    // A reader stops at a block that is not whole, so what follows must not stand behind one. If this fails too, the
-    // file is closed: nothing can be appended to it any more.
+    // Remove the partial block, which a reader would report as damage. If that fails too, close the file, because
+    // nothing more can be appended to it.
     LARGE_INTEGER whole{};
     whole.QuadPart = static_cast<LONGLONG>(size);
     if (!::SetFilePointerEx(AsHandle(handle), whole, nullptr, FILE_BEGIN) || !::SetEndOfFile(AsHandle(handle))) Close();

@@ -1,4 +1,4 @@
-// Runs of packets that go to one file are written with one call.
+// Writes consecutive packets for the same file with one call.
 #include "refhost/capture/recording/capture_writer.h"
 
 #include <boost/filesystem/operations.hpp>
@@ -9,10 +9,10 @@
 namespace fenlux::capture {
 namespace {
 
-// A connection whose end was not recorded is forgotten when there are more than this many.
+// The most connections whose contexts are kept; beyond that, the oldest one is dropped.
 constexpr std::size_t kMaxOpenConnections = 16;
 
-// How often a rotation that failed is tried again until the file has twice its size.
+// The number of times a failed rotation is retried before the file reaches twice its maximum size.
 constexpr std::uint64_t kRotationRetries = 16;
 
 }  // namespace
@@ -24,7 +24,7 @@ CaptureWriter::CaptureWriter(const RecordingSettings& settings)
 }
 
 void CaptureWriter::Write(std::span<std::uint8_t> blocks) {
-  std::size_t run = 0;  // size of what precedes the next block and is not written yet
+  std::size_t run = 0;  // size of the unwritten blocks before the next one
   std::uint64_t packets = 0;
   if (!file.IsOpen()) EnsureOpen(BlockTime(FirstBlock(blocks)));
   while (run < blocks.size()) {
@@ -53,7 +53,7 @@ void CaptureWriter::Finish(std::uint64_t received, std::uint64_t droppedBefore) 
 
 void CaptureWriter::Rotate(std::uint64_t time) {
   if (std::string failure = names.Shift(); !failure.empty()) {
-    // For example, another program has one of the files open. Better a large file than lost messages.
+    // For example, another program has one of the files open. Prefer a large file to lost messages.
     SetError(std::move(failure));
     fullSize = file.Size() + maxFileSize / kRotationRetries;
     return;
@@ -84,7 +84,7 @@ std::string CaptureWriter::BeginFile(std::uint64_t time) {
   if (const auto failure = file.Append(beginning)) {
     file.Close();
     boost::system::error_code ignored;
-    boost::filesystem::remove(current, ignored);  // just created; the next attempt needs the name
+    boost::filesystem::remove(current, ignored);  // it was just created, and the next attempt needs the name
     return current.string() + " cannot be written: " + failure.message();
   }
   holdsMessages = false;

@@ -1,7 +1,7 @@
-// Writes encoded packets to the files of a recording, and begins a new file when one is full.
+// Writes encoded packets to the files of a recording, and starts a new file when one is full.
 //
-// Every file begins with what is needed to read it alone: the file header, and the latest facts and the connect
-// contexts of the open connections, which the writer keeps as it sees them pass.
+// Every file can be read on its own: it begins with the file header, the latest facts, and the connect contexts of the
+// open connections. The writer keeps copies of these packets for the next file.
 #pragma once
 
 #include <atomic>
@@ -21,15 +21,15 @@ namespace fenlux::capture {
 // The writer's thread, except for the counts, which any thread may read.
 class CaptureWriter {
  public:
-  // Begins the first file. Throws RecordingError.
+  // Creates the first file. Throws RecordingError.
   explicit CaptureWriter(const RecordingSettings& settings);
 
-  // Writes whole blocks of packets, at least one. What cannot be written is counted, and the next packet that can be
-  // says how many were lost. Changes the blocks' drop counts.
+  // Writes whole blocks of packets, at least one. Counts packets that cannot be written; the next one that can be
+  // written states how many were lost. Changes the blocks' drop counts.
   void Write(std::span<std::uint8_t> blocks);
   // Counts the packets of these blocks as lost.
   void CountLost(std::span<std::uint8_t> blocks, std::string reason);
-  // Ends the file with its statistics.
+  // Appends the statistics and closes the file.
   void Finish(std::uint64_t received, std::uint64_t droppedBefore);
 
   std::uint64_t Written() const { return written; }
@@ -39,13 +39,13 @@ class CaptureWriter {
   std::string Error() const;
 
  private:
-  // Begins the next file. If the files cannot be moved, stays with the current one for a while.
+  // Begins the next file. If the files cannot be renamed, keeps writing to the current one for a while.
   void Rotate(std::uint64_t time);
-  // Begins a file unless one is open. False if that failed.
+  // Creates a file unless one is open. False if that fails.
   bool EnsureOpen(std::uint64_t time);
-  // Creates the current file with its beginning. Returns why that failed, or an empty text.
+  // Creates the current file and writes its beginning. Returns why that failed, or an empty string.
   std::string BeginFile(std::uint64_t time);
-  // The beginning of a file, with the kept packets at that time.
+  // The beginning of a file; the kept packets get that time.
   Bytes Beginning(std::uint64_t time) const;
   bool IsFull(std::size_t more) const;
   // Appends `packets` packets to the current file, or counts them as lost.
@@ -57,11 +57,11 @@ class CaptureWriter {
   const FileRotation names;
   CaptureFile file;
   std::uint64_t fullSize = 0;            // of the current file; more than maxFileSize after a rotation that failed
-  bool holdsMessages = false;            // the current file has more than its beginning
-  bool shiftNext = true;                 // the current name is taken by an older file
+  bool holdsMessages = false;            // the current file has more than its initial blocks
+  bool shiftNext = true;                 // an older file has the current name
   std::uint64_t lostBefore = 0;          // since the last packet that was written
-  Bytes facts;                           // the latest block of its kind
-  std::map<std::uint32_t, Bytes> opens;  // the blocks of open connections
+  Bytes facts;                           // the latest facts' block
+  std::map<std::uint32_t, Bytes> opens;  // the context blocks of open connections
 
   std::atomic<std::uint64_t> written{0};
   std::atomic<std::uint64_t> lost{0};

@@ -1,4 +1,4 @@
-// Only capture files are moved and removed: a mistyped name must not cost a file of something else.
+// Renames and removes only capture files, so that a mistyped name cannot destroy another file.
 #include "refhost/capture/recording/file_rotation.h"
 
 #include <array>
@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// Empty files are captures too: one whose disk was full from the start.
+// An empty file counts as a capture: its disk may have been full from the start.
 bool IsCaptureFile(const fs::path& file) {
   std::ifstream stream(std::filesystem::path(file.native()), std::ios::binary);
   std::array<char, 4> begin{};
@@ -38,7 +38,7 @@ std::string FileRotation::FindObstacle() const {
     boost::system::error_code error;
     const fs::file_type type = fs::symlink_status(name, error).type();
     if (type == fs::file_not_found) {
-      if (age > 0) return {};  // the files behind a gap do not move
+      if (age > 0) return {};  // the files after a gap are not renamed
       continue;
     }
     if (type == fs::status_error) return name.string() + " cannot be examined: " + error.message();

@@ -1,4 +1,4 @@
-// The names of a recording's files, and how they move when a new file begins.
+// The names of a recording's files, and their renaming when a new file begins.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -13,13 +13,13 @@ class FileRotation {
   FileRotation(boost::filesystem::path currentFile, std::uint32_t fileCount)
       : current(std::move(currentFile)), count(fileCount) {}
 
-  // The current file for 0; otherwise the one that was current `age` files ago: of "port.pcapng", "port.1.pcapng".
+  // The current file for 0, otherwise the file that was current `age` files ago: "port.1.pcapng" for "port.pcapng".
   boost::filesystem::path NameOf(std::uint32_t age) const;
 
-  // Why the files cannot be moved or replaced: something that is no capture has the name of one. Empty if they can.
+  // Why the files cannot be renamed or replaced: something other than a capture has such a name. Empty if they can.
   std::string FindObstacle() const;
-  // Makes every existing file one older and removes the oldest, so that the current name is free. Returns why that
-  // failed, or an empty text.
+  // Renames every existing file to the next older name and removes the oldest, so that the current name is free.
+  // Returns why that failed, or an empty string.
   std::string Shift() const;
 
  private:

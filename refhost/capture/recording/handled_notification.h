@@ -1,4 +1,4 @@
-// Which notification the current thread is handling, so that a judgement is recorded with it.
+// The notification that the current thread is handling, so that its judgement is recorded with it.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ struct HandledNotification {
 // The notification that this thread is handling for the recorder whose state is `recorder`.
 HandledNotification HandledBy(const void* recorder);
 
-// Marks a notification as handled by this thread for the scope's life. Scopes may nest.
+// Marks a notification as handled by this thread for the scope's lifetime. Scopes may nest.
 class HandlingScope {
  public:
   HandlingScope(const void* recorder, HandledNotification notification);

@@ -1,4 +1,4 @@
-// Appending under the lock, and the writer's wait.
+// Appends packets under the lock, and makes the writer wait for them.
 #include "refhost/capture/recording/packet_queue.h"
 
 #include <algorithm>
@@ -7,10 +7,10 @@
 namespace fenlux::capture {
 namespace {
 
-// The writer collects packets for this long before it takes them, so that the port's threads seldom wake it.
+// The writer lets packets accumulate for this long before it takes them, so that the port's threads rarely wake it.
 constexpr std::chrono::milliseconds kCollecting{20};
 
-// Packets that the following ones depend on get this much more room than the others, in bytes.
+// Extra room, in bytes, for packets that later ones depend on.
 constexpr std::size_t kReserve = std::size_t{1} << 20;
 
 bool IsContext(Kind kind) { return kind == Kind::kConnectContext || kind == Kind::kClosed || kind == Kind::kFacts; }

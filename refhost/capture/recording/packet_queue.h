@@ -1,7 +1,7 @@
-// The bounded queue between the port and the writer. It holds packets as the file will: encoded, one after another.
+// The bounded queue between the port and the writer. Packets are stored encoded, one after another, as in the file.
 //
-// The lock is held to append one packet or to take all of them, never while one is written. Nothing is allocated for a
-// packet once the queue has grown to what the traffic needs.
+// The lock is held to append one packet or to take all of them, never during a write. Once the queue has grown to the
+// size that the traffic needs, adding a packet allocates nothing.
 #pragma once
 
 #include <atomic>
@@ -21,17 +21,17 @@ class PacketQueue {
   PacketQueue(const PacketQueue&) = delete;
   PacketQueue& operator=(const PacketQueue&) = delete;
 
-  // Appends a packet with the current time, or counts it as dropped. The next packet that fits says how many were
+  // Appends a packet with the current time, or counts it as dropped. The next packet that fits states how many were
   // dropped before it. Any thread.
   void Put(const Packet& packet) noexcept;
 
-  // Waits for packets and swaps them with the content of `taken`, which it clears. False if the queue was stopped and
-  // is empty. The writer.
+  // Waits for packets and moves them to `taken`, whose old content is discarded. False if the queue was stopped and is
+  // empty. Writer only.
   bool Take(Bytes& taken);
-  // Lets the writer finish. Packets that come later are neither kept nor counted. Any thread.
+  // Lets the writer finish. Packets added later are neither kept nor counted. Any thread.
   void Stop();
 
-  // Packets put, and those of them that did not fit.
+  // The number of packets put, and how many of them did not fit.
   std::uint64_t Received() const { return received; }
   std::uint64_t Dropped() const { return dropped; }
 

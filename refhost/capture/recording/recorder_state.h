@@ -1,9 +1,9 @@
-// What a recorder shares with the port clients that it wrapped: the current session, the open connections, and the
-// numbers of connections and exchanges.
+// The state that a recorder shares with the port clients it wrapped: the current session, the open connections, and
+// the counters of connections and exchanges.
 //
 // Locks: mutex is held to copy or replace the session's handle, and while a connection opens or closes or a recording
-// starts, so that each connection's context is in the file exactly once. The queue's lock is taken under it. Messages
-// of an open connection copy the handle and queue their packet outside it.
+// starts, so that each connection's context is in the file exactly once. The queue's lock is taken under it. Other
+// messages copy the handle and queue their packet outside it.
 #pragma once
 
 #include <atomic>
@@ -31,10 +31,10 @@ class Recorder::State {
   std::uint32_t NextConnection() { return ++connections; }
   std::uint64_t NextExchange() { return ++exchanges; }
 
-  // Whether messages are worth preparing.
+  // Whether a recording is active, so that messages are worth preparing.
   bool IsActive() const { return active.load(std::memory_order_relaxed); }
   void Put(const Packet& packet) noexcept;
-  // The same for a text that becomes the message.
+  // Puts a packet whose message is `text`.
   void PutText(PacketHeader header, std::string_view text) noexcept;
 
   void Open(std::uint32_t connection, const Bytes& context) noexcept;

@@ -1,5 +1,5 @@
-// The wrapper of a port client and of its handler. What cannot be recorded is left out; the port's results and
-// exceptions pass through unchanged.
+// The wrapper of a port client and of its handler. Messages that cannot be recorded are left out; the port's results
+// and exceptions pass through unchanged.
 #include "refhost/capture/recording_port_client.h"
 
 #include <atomic>
@@ -40,7 +40,7 @@ void PutBuffer(Recorder::State& state, const PacketHeader& header, const std::sh
   state.Put(packet);
 }
 
-// Call it in a catch clause.
+// Records the current exception. Call it in a catch clause.
 void PutFailure(Recorder::State& state, const PacketHeader& header) noexcept {
   Packet packet;
   packet.header = header;
@@ -56,7 +56,7 @@ void PutFailure(Recorder::State& state, const PacketHeader& header) noexcept {
   }
 }
 
-// A connection's life in the capture: it is opened once and closed once.
+// Records one connection, which is opened and closed at most once.
 class Link {
  public:
   Link(State recorderState, const std::shared_ptr<CBuf>& connectContext)
@@ -128,7 +128,7 @@ class RecordingPortClient final : public CPortClient {
   RecordingPortClient(const RecordingPortClient&) = delete;
   RecordingPortClient& operator=(const RecordingPortClient&) = delete;
 
-  // Before the client is handed out.
+  // Call it before the client is returned to the module.
   void SetClient(std::shared_ptr<CPortClient> wrapped) { client = std::move(wrapped); }
 
   void Connect() override {

@@ -1,4 +1,4 @@
-// The writer's thread, and what is queued.
+// Runs the writer's thread, and selects the packets to queue.
 #include "refhost/capture/recording/recording_session.h"
 
 #include <exception>

@@ -1,5 +1,5 @@
-// One recording from its start to its stop: the queue, the writer, and the thread between them, which shares ownership
-// so that the process can go on while a disk is stuck.
+// One recording: the queue, the writer, and the thread between them, which shares ownership so that the process can
+// continue while a disk is stuck.
 #pragma once
 
 #include <chrono>
@@ -16,7 +16,7 @@ namespace fenlux::capture {
 // Any thread.
 class RecordingSession {
  public:
-  // Begins the first file and starts the writer. Throws RecordingError.
+  // Creates the first file and starts the writer. Throws RecordingError.
   static std::shared_ptr<RecordingSession> Begin(const RecordingSettings& settings);
   explicit RecordingSession(const RecordingSettings& recordingSettings);
   RecordingSession(const RecordingSession&) = delete;
@@ -24,7 +24,7 @@ class RecordingSession {
 
   // Queues the packet if its kind is recorded.
   void Put(const Packet& packet) noexcept;
-  // Lets the writer finish and waits for that; false if the settings' `stopTimeout` passes first.
+  // Lets the writer finish and waits for it; false if the settings' `stopTimeout` passes first.
   bool Stop();
   // Sets everything but `active`.
   RecordingStatus Status() const;

@@ -1,4 +1,4 @@
-// One pass over the packets, which keeps nothing but what is needed later.
+// Collects the outline in one pass over the packets.
 #include "refhost/capture/replay/capture_outline.h"
 
 #include <fmt/format.h>
@@ -96,8 +96,8 @@ class OutlineReader {
     FenluxRequestView view;
     if (FenluxParseRequest(message.data(), message.size(), &view) != FENLUX_OK) return;
     connection.anyRequest = true;
-    // One thread of the module sends the four switches first and then registers system processes. Another one applies
-    // the policy meanwhile, and may be faster.
+    // One thread of the module first sends the four switches and then registers system processes. Another thread
+    // applies the policy at the same time, and its requests may arrive first.
     if (!connection.anyOutsidePolicy && !BelongsToPolicy(view.command)) {
       connection.anyOutsidePolicy = true;
       connection.opening = view.command == FENLUX_COMMAND_SPSP_STATE && !outline.sendsSwitches;
@@ -105,7 +105,7 @@ class OutlineReader {
     if (IsOpening(view.command, connection)) AddRequest(view, connection);
   }
 
-  // The host caused what comes after the opening, and the processes that it registers itself.
+  // Later requests result from the host's calls, as do registrations of processes if it made such a call.
   bool IsOpening(std::uint32_t command, const ConnectionOutline& connection) const {
     if (command == FENLUX_COMMAND_SYSTEM_PROCESS) return !outline.registersProcess;
     if (command == FENLUX_COMMAND_SPSP_STATE) return connection.settings.spsp.empty();

@@ -1,5 +1,5 @@
-// What a replay has to know of a capture before it begins: whether the file is whole, and what the host gave the
-// module.
+// The facts that a replay needs about a capture before it begins: whether the file is complete, and what the host gave
+// the module.
 #pragma once
 
 #include <cstdint>
@@ -14,11 +14,11 @@
 
 namespace fenlux::capture {
 
-// What the requests of a connection's opening say of the host.
+// The host's settings, as the requests at the start of a connection show them.
 struct ObservedSettings {
   std::map<std::uint32_t, std::uint64_t> systemProcesses;  // ids by kind
   std::vector<std::uint8_t> spsp;                          // the four switches; empty if none were sent
-  std::vector<std::string> paths;                          // monitored, UTF-8, in their order
+  std::vector<std::string> paths;                          // monitored, UTF-8, in order
   std::vector<std::uint8_t> configBlock;
   std::uint32_t objectType = 0;  // of the paths and their commit; 0 if none was sent
 };
@@ -27,8 +27,8 @@ struct ConnectionOutline {
   std::vector<std::uint8_t> context;  // the connect context
   bool anyRequest = false;
   bool anyOutsidePolicy = false;  // a thread other than the one that applies the policy sent a request
-  bool opening = false;           // the capture has the connection from its first request on
-  bool applied = false;           // the policy was sent; what follows changes nothing in `settings`
+  bool opening = false;           // the capture contains the connection from its first request
+  bool applied = false;           // the policy was sent; later requests do not change `settings`
   bool closed = false;
   std::optional<std::string> refused;  // the driver's reason, if it refused the connection
   ObservedSettings settings;
@@ -38,13 +38,13 @@ struct CaptureOutline {
   bool isCapture = false;
   bool cutOff = false;            // the file ends in the middle of a block
   std::vector<Problem> problems;  // the first ones
-  std::uint64_t lost = 0;         // messages that the file says are missing
+  std::uint64_t lost = 0;         // messages missing according to the file
   std::uint64_t packets = 0;
-  bool requests = false;          // there are some
-  bool calls = false;             // there are some
-  bool startsWork = false;        // the host's call is one of them
-  bool registersProcess = false;  // so is one to register a system process
-  bool sendsSwitches = false;     // so is one to send the four switches
+  bool requests = false;          // there are any
+  bool calls = false;             // there are any
+  bool startsWork = false;        // the calls include one to start work
+  bool registersProcess = false;  // they include one to register a system process
+  bool sendsSwitches = false;     // they include one to send the four switches
   std::string facts;              // the first ones; empty if there are none
   std::map<std::uint32_t, ConnectionOutline> connections;
 
@@ -55,7 +55,7 @@ struct CaptureOutline {
 // Whether the module sends the command while it applies the policy.
 bool BelongsToPolicy(std::uint32_t command);
 
-// Reads the whole stream. `progress` is called now and then with the offset; it may be empty.
+// Reads the whole stream. `progress` is called periodically with the offset; it may be empty.
 CaptureOutline ReadOutline(std::istream& stream, const std::function<void(std::uint64_t offset)>& progress);
 
 }  // namespace fenlux::capture

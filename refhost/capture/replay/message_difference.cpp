@@ -1,4 +1,4 @@
-// Each record has a list of the ranges that count; two messages are the same if these are.
+// Lists the byte ranges of each record that count; two messages are equal if these ranges are.
 #include "refhost/capture/replay/message_difference.h"
 
 #include <algorithm>
@@ -22,7 +22,7 @@ struct Range {
 };
 using Ranges = std::vector<Range>;
 
-// A terminated text, or the whole field if it is not terminated.
+// The text up to its terminator, or the whole field if it has none.
 Range TextRange(Message message, const FenluxText& text) {
   return {static_cast<std::size_t>(reinterpret_cast<const std::uint8_t*>(text.data) - message.data()), 2 * text.count};
 }
@@ -52,7 +52,7 @@ constexpr PayloadSize kPayloadSizes[] = {
     {FENLUX_COMMAND_NET_ITEM_LIST_END, 4},
 };
 
-// A path that is no directory has the flag 0 on the machine that has it, and 1 on one that does not.
+// A path that is not a directory has the flag 0 on a machine where it exists, and 1 on one where it does not.
 bool PathFlagCounts(Message recorded) {
   constexpr std::size_t kOffset = offsetof(FenluxMonitorObjectRecord, pathFlag);
   return recorded.size() > kOffset && recorded[kOffset] != 0;
@@ -126,7 +126,7 @@ std::vector<ByteDifference> DifferentRows(Message recorded, const Ranges& record
   return rows;
 }
 
-// The value of a field that counts; null if there is none.
+// The value of a field; null if there is none.
 Report FieldOf(const Report& fields, const std::string& name) {
   const auto found = fields.find(name);
   return found == fields.end() ? Report() : *found;

@@ -1,5 +1,5 @@
-// Compares a message of a replay with the recorded one, without the bytes that a record leaves as the sender's buffer
-// delivered them.
+// Compares a message of a replay with the recorded one, ignoring the bytes that a record does not define, such as
+// padding.
 #pragma once
 
 #include <cstddef>
@@ -13,10 +13,10 @@
 
 namespace fenlux::capture {
 
-// What counts in a request besides its form. Not everything does if the capture lacks what the request depends on.
+// Which parts of a request are compared. A capture may lack the data that some of them depend on.
 struct ComparisonRules {
   bool requestContents = true;  // false: only the command, and that the request is well-formed
-  bool rootNames = true;        // the root name of a monitored path, which depends on the system's rules for paths
+  bool rootNames = true;        // of monitored paths; they depend on the system's path rules
 };
 
 // A field that differs, with both values as JSON.
@@ -39,7 +39,7 @@ struct MessageDifference {
 };
 
 // Compares two whole messages of a kind that the module sends: a connect context, a request, or the reply to a
-// notification. nullopt if they are the same in every byte that counts. Any thread.
+// notification. Nullopt if they are equal in every byte that counts. Any thread.
 std::optional<MessageDifference> CompareMessages(Kind kind, std::span<const std::uint8_t> recorded,
                                                  std::span<const std::uint8_t> replayed, const ComparisonRules& rules);
 

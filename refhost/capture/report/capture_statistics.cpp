@@ -1,4 +1,4 @@
-// Looks at every exchange with the parsers of the driver kit. Only exchanges that are shown become text.
+// Parses every exchange with the driver kit. Only the exchanges to show are formatted as text.
 #include "refhost/capture/report/capture_statistics.h"
 
 #include <algorithm>

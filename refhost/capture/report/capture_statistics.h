@@ -1,4 +1,4 @@
-// The numbers of a capture's report, collected in one pass over the file and in limited memory.
+// The numbers of a capture's report, collected in one pass over the file with bounded memory.
 #pragma once
 
 #include <array>
@@ -31,8 +31,8 @@ struct ShownExchange {
   std::uint32_t connection = 0;
   std::uint64_t exchange = 0;
   std::uint64_t offset = 0;
-  std::string problem;  // empty: it is shown because it was slow
-  std::string subject;  // the path; if there is none, the name of the code or command
+  std::string problem;  // empty: shown because it was slow
+  std::string subject;  // the path; without one, the name of the code or command
   std::string text;     // as `decode` shows it
   std::uint64_t latency = 0;
 };
@@ -48,7 +48,7 @@ struct CaptureStatistics {
   std::uint64_t failed = 0;      // requests or notifications that ended with an exception
   std::uint64_t unanswered = 0;  // without a reply in the capture
   std::uint64_t lost = 0;        // messages
-  std::uint64_t damages = 0;     // of the file
+  std::uint64_t damages = 0;     // damaged places in the file
   std::vector<Problem> damage;   // the first ones
 
   std::vector<ConnectionNumbers> connections;  // the first ones
@@ -58,7 +58,7 @@ struct CaptureStatistics {
   TopList rules, processes, paths;
 
   std::vector<ShownExchange> problems;  // the first ones
-  std::vector<ShownExchange> slowest;   // notifications, the slowest first
+  std::vector<ShownExchange> slowest;   // notifications, slowest first
 };
 
 // Reads the whole stream. `progress` may be empty.

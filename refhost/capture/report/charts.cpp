@@ -1,4 +1,4 @@
-// Axes, bars and lines in one frame of fixed size, which the page scales.
+// Draws axes, bars and lines in a frame of fixed size, which the page scales.
 #include "refhost/capture/report/charts.h"
 
 #include <fmt/format.h>
@@ -23,7 +23,7 @@ constexpr double kBottom = 34;
 constexpr double kPlotWidth = kWidth - kLeft - kRight;
 constexpr double kNanosecondsPerSecond = 1e9;
 
-// A picture with its frame. Coordinates are those of the plot: x from 0 to 1, y from 0 (below) to 1.
+// A chart with its frame. Coordinates are relative to the plot: x from 0 to 1, y from 0 (bottom) to 1.
 class Chart {
  public:
   Chart(std::string_view label, double plotHeight = kHeight - kTop - kBottom) : height(plotHeight) {
@@ -76,7 +76,7 @@ class Chart {
   std::string svg;
 };
 
-// The next number of 1, 2 or 5 times a power of ten.
+// The smallest 1, 2 or 5 times a power of ten that is not below the value.
 double RoundUp(double value) {
   if (value <= 0) return 1;
   const double power = std::pow(10, std::floor(std::log10(value)));
@@ -198,7 +198,7 @@ std::string LatencyChart(const TimeLine& timeLine) {
     const char* title;
   };
   for (const Curve& curve : {Curve{0.5, "half", "p50"}, Curve{0.99, "most", "p99"}}) {
-    std::vector<std::pair<double, double>> points;  // of the intervals since the last one without notifications
+    std::vector<std::pair<double, double>> points;  // of the intervals since the last empty one
     for (std::size_t i = 0; i < timeLine.Intervals().size(); ++i) {
       const LatencyHistogram& interval = timeLine.Intervals()[i];
       if (interval.Count() == 0) {

@@ -1,4 +1,4 @@
-// The report's pictures, as inline SVG. Colours come from the page's style, so that they fit its light and dark form.
+// The report's charts, as inline SVG. Colours come from the page's style, so that they fit its light and dark modes.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace fenlux::capture {
 
-// A bar for each connection from its beginning to its end.
+// A bar for each connection, from its start to its end.
 std::string ConnectionsChart(const CaptureStatistics& statistics);
 // Notifications per second over time.
 std::string RateChart(const TimeLine& timeLine);
-// The latencies that half and 99 of 100 notifications do not exceed, over time, on a logarithmic scale.
+// The p50 and p99 latencies over time, on a logarithmic scale.
 std::string LatencyChart(const TimeLine& timeLine);
-// How many notifications had which latency.
+// The number of notifications per range of latency.
 std::string HistogramChart(const LatencyHistogram& histogram);
 
 }  // namespace fenlux::capture

@@ -1,4 +1,4 @@
-// Escaping, and units.
+// Escapes text, and formats durations.
 #include "refhost/capture/report/html_text.h"
 
 #include <fmt/format.h>

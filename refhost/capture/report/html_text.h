@@ -1,4 +1,4 @@
-// Text for the report's page.
+// Text for the report's HTML page.
 #pragma once
 
 #include <cstdint>
@@ -7,11 +7,11 @@
 
 namespace fenlux::capture {
 
-// Text from anywhere as the content of an element or the value of a quoted attribute: valid UTF-8 without control
-// characters, in which nothing is markup.
+// Makes any text safe as the content of an element or the value of a quoted attribute: valid UTF-8 without control
+// characters or markup.
 std::string Escaped(std::string_view text);
 
-// The same for text that consists of printable lines already.
+// Escapes only markup, for text that already consists of printable lines.
 std::string WithoutMarkup(std::string_view printable);
 
 // "812 ns", "41.7 us", "3.20 ms", "1.50 s".

@@ -1,5 +1,5 @@
-// Eight classes for each power of two. Latencies are counted in units of 16 ns; the last class has everything above
-// about a minute.
+// Eight classes for each power of two. Latencies are counted in units of 16 ns; the last class contains everything
+// above about a minute.
 #include "refhost/capture/report/latency_histogram.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ constexpr std::uint64_t kSteps = std::uint64_t{1} << kStepBits;
 std::size_t ClassOf(std::uint64_t latency) {
   const std::uint64_t units = latency >> kUnitBits;
   if (units < kSteps) return static_cast<std::size_t>(units);
-  const int shift = static_cast<int>(std::bit_width(units)) - 1 - kStepBits;  // a size before gcc 13
+  const int shift = static_cast<int>(std::bit_width(units)) - 1 - kStepBits;  // std::size_t before gcc 13
   const auto index = static_cast<std::size_t>(shift + 1) * kSteps + static_cast<std::size_t>((units >> shift) - kSteps);
   return std::min(index, LatencyHistogram::kClasses - 1);
 }

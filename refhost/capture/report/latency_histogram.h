@@ -1,5 +1,5 @@
-// Counts of latencies in classes that grow with the latency, so that memory stays small and percentiles stay exact to a
-// few percent.
+// Counts of latencies in classes that grow with the latency, so that memory stays small and percentiles are accurate to
+// a few percent.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ class LatencyHistogram {
   // The latency that the share (0 to 1) of all latencies does not exceed; 0 if there are none.
   std::uint64_t Percentile(double share) const;
 
-  // The classes, for a picture. Class `index` has the latencies from LowerBound(index) up to LowerBound(index + 1).
+  // The classes, for a chart. Class `index` contains the latencies from LowerBound(index) up to LowerBound(index + 1).
   static constexpr std::size_t kClasses = std::size_t{33} * 8;
   static std::uint64_t LowerBound(std::size_t index);
   std::uint32_t CountOf(std::size_t index) const { return counts[index]; }

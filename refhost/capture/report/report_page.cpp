@@ -1,4 +1,4 @@
-// The page's sections in their order. Everything that comes from the capture passes through Escaped.
+// Composes the page's sections in order. All text from the capture passes through Escaped.
 #include "refhost/capture/report/report_page.h"
 
 #include <fmt/format.h>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kTopEntries = 15;
 
-// The colours are told apart with every kind of colour blindness, on both backgrounds.
+// The colours can be distinguished with every kind of colour blindness, on both backgrounds.
 constexpr std::string_view kStyle = R"(<style>
 :root { color-scheme: light dark; --back: #ffffff; --text: #1b1b1b; --faint: #5c5c5c; --rule: #d0d0d0;
   --one: #0072b2; --two: #d55e00; --shade: #f3f5f7; }
@@ -48,7 +48,7 @@ pre { background: var(--shade); padding: 0.6rem; overflow-x: auto; white-space: 
 </style>
 )";
 
-// A time for people: "2026-01-31 12:34:56.123". The page says that it is UTC.
+// A time to display: "2026-01-31 12:34:56.123". The page says that it is UTC.
 std::string ShownTime(std::uint64_t time) {
   std::string text = TimeText(time);
   text.resize(std::min<std::size_t>(text.size(), 23));
@@ -103,7 +103,7 @@ class Page {
     AddRow("connection-count", "Connections", std::to_string(statistics.connections.size()));
     AddRow("requests", "Requests", std::to_string(statistics.requests));
     AddRow("notifications", "Notifications", std::to_string(statistics.notifications));
-    AddRow("without-reply", "Want no reply", std::to_string(statistics.withoutReply));
+    AddRow("without-reply", "Need no reply", std::to_string(statistics.withoutReply));
     page += "</table>\n<table>\n";
     AddRow("p50", "Latency, p50", DurationText(latencies.Percentile(0.5)));
     AddRow("p99", "Latency, p99", DurationText(latencies.Percentile(0.99)));
@@ -112,7 +112,7 @@ class Page {
     AddRow("failed", "Failed exchanges", std::to_string(statistics.failed));
     AddRow("unanswered", "Without a reply in the capture", std::to_string(statistics.unanswered));
     AddRow("lost", "Messages missing in the capture", std::to_string(statistics.lost));
-    AddRow("damages", "Damages of the file", std::to_string(statistics.damages));
+    AddRow("damages", "Damaged places in the file", std::to_string(statistics.damages));
     page += "</table>\n</div>\n";
     if (statistics.cutOff) page += "<p class=\"note\">The file ends in the middle of a block.</p>\n";
   }
@@ -185,7 +185,7 @@ class Page {
     AddTopTable("By total time", list.ByTime(kTopEntries), emptyKey);
     page += "</div>\n";
     if (list.Incomplete())
-      page += "<p class=\"note\">There were too many to count them all: rare ones are left out.</p>\n";
+      page += "<p class=\"note\">There are too many to count them all; rare ones are left out.</p>\n";
   }
 
   void AddNothing() { page += "<p class=\"note\">None in this capture.</p>\n"; }

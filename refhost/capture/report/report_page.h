@@ -1,4 +1,4 @@
-// A capture's report as one HTML page that needs nothing else: no network, no script, no font.
+// A capture's report as one self-contained HTML page: no network, no script, no font.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace fenlux::capture {
 
-// `title` and `file` are shown at the top; they may contain anything.
+// `title` and `file` appear at the top; they may contain any text.
 std::string ReportPage(const CaptureStatistics& statistics, const std::string& title, const std::string& file);
 
 }  // namespace fenlux::capture

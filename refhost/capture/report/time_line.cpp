@@ -1,4 +1,4 @@
-// Doubles the interval when the line has too many of them.
+// Doubles the interval's length when there are too many intervals.
 #include "refhost/capture/report/time_line.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Events and their latencies over time, in a limited number of intervals whose length adapts to the whole.
+// Events and their latencies over time, in a limited number of intervals whose length adapts to the total time.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace fenlux::capture {
 
-// Times are in nanoseconds. They may come in any order, but the first one begins the line: earlier ones count to it.
+// Times are in nanoseconds, in any order. The first one added begins the line; earlier times count as that time.
 class TimeLine {
  public:
   void Add(std::uint64_t time, std::uint64_t latency);
@@ -23,7 +23,7 @@ class TimeLine {
   void Widen();
 
   std::uint64_t begin = 0;
-  std::uint64_t interval = 1'000'000;  // doubled as often as the line needs
+  std::uint64_t interval = 1'000'000;  // doubled as needed
   std::vector<LatencyHistogram> intervals;
 };
 

@@ -1,4 +1,4 @@
-// Half of the keys are forgotten when there are too many: those that are least in both count and time.
+// If there are too many keys, drops the rare ones: about half of the keys, low in both count and time.
 #include "refhost/capture/report/top_list.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The most frequent keys of a stream of any length, in limited memory.
+// The most frequent keys of a stream of any length, with bounded memory.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ class TopList {
   // The first `limit` entries by count or by total time.
   std::vector<TopEntry> ByCount(std::size_t limit) const;
   std::vector<TopEntry> ByTime(std::size_t limit) const;
-  // Rare keys were forgotten, so the numbers are lower bounds.
+  // Whether rare keys were dropped, so that the numbers are lower bounds.
   bool Incomplete() const { return incomplete; }
 
  private:
