@@ -44,7 +44,7 @@ class FENLUX_SCOPED_CAPABILITY MutexLock {
     wakeup.wait(lock);
     YieldAtRandom();
   }
-  // The same with a time limit; false if the limit passed.
+  // Like Wait, with a time limit; returns false if the limit passed.
   bool WaitUntil(std::condition_variable& wakeup, std::chrono::steady_clock::time_point deadline) {
     YieldAtRandom();
     const std::cv_status status = wakeup.wait_until(lock, deadline);

@@ -15,8 +15,8 @@ namespace fenlux {
 #ifdef FENLUX_RANDOM_YIELDS
 
 // Does nothing, lets other threads run, or sleeps for up to 60 microseconds. The environment variable
-// FENLUX_YIELD_SEED, a number, selects the sequence; each thread has its own, by the order in which threads come here
-// first. Any thread.
+// FENLUX_YIELD_SEED, a number, selects the sequence; each thread has its own, by the order of the threads' first
+// calls. Any thread.
 inline void YieldAtRandom() noexcept {
   static const std::uint64_t seed = [] {
     const char* const text = std::getenv("FENLUX_YIELD_SEED");  // NOLINT(concurrency-mt-unsafe)

@@ -1,4 +1,4 @@
-// Wide text of 16-bit characters: the driver's units, which are the path library's too.
+// Wide text of 16-bit characters, the units that the driver and the path library use too.
 #include "common/utf16_units.h"
 #include "common/wide_text.h"
 

@@ -1,4 +1,4 @@
-// The notification table, and the record work of the codes that have some.
+// The notification table, and the functions that store the additional values of some codes.
 #include "connection/notification_table.h"
 
 #include <algorithm>

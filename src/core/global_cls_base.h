@@ -34,7 +34,7 @@ class global_cls_base {
     return true;
   }
 
-  // Drops the instance handle, and with it the object unless someone else holds it. No worker may be using the object.
+  // Drops the instance handle, and with it the object unless another handle exists. No worker may be using the object.
   // Any thread.
   static void Release() {
     Slot& slot = InstanceSlot();

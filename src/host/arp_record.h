@@ -46,7 +46,7 @@ class CArpProcess {
 // thread; one thread per record.
 //
 // The module calls the setters in the order of docs/embedding.md, "Calls during a notification". A setter that a
-// notification has no value for is not called, so initialize every value. Numbers that the text below calls carried
+// notification has no value for is not called, so initialize every value. Numbers described below as carried
 // mean something to the agent and the driver only: the module passes them on as the driver sent them.
 class CArpRecord {
  public:

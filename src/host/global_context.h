@@ -32,7 +32,7 @@ class CGlobalContext {
   virtual std::shared_ptr<CLocale> GetLocale() = 0;
   // Returns conversions and buffers. Required. Also called on delivery threads while notifications are measured.
   virtual std::shared_ptr<CUtility> GetUtility() = 0;
-  // Returns the maker of network objects. Required by the driver interface.
+  // Returns the factory of network objects. Required by the driver interface.
   virtual std::shared_ptr<CNet> GetNet() = 0;
   // Returns the register of driver interfaces. Optional: without it, nothing is registered.
   virtual const std::shared_ptr<CRecordService>& GetRecordService() = 0;

@@ -19,7 +19,7 @@
 //   RegisterSystemProcess                            the driver interface's base lock
 //   clearing and shutting down by StartWork,         the module's interface lock
 //   StopWork, or the end of a connection attempt
-//   the first GetLocale of the module core           a lock of its own
+//   the first GetLocale of the module core           a separate lock
 //   everything on the connection worker and the      a lock that keeps a second such thread from running
 //   refresh thread
 // The policy worker has no such lock. A service must not call back into the operation that called it.

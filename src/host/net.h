@@ -18,7 +18,7 @@ class CNetObject {
   ~CNetObject() = default;
 };
 
-// The maker of network objects. One object for the life of the host.
+// The factory of network objects. One object for the life of the host.
 class CNet {
  public:
   // Creates the object of a driver interface in `out` and returns `out`; an empty handle means none. `value1` and

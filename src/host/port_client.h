@@ -26,7 +26,7 @@ class CPortClient {
   // Starts passing messages to the handler and sending its replies to the driver. Returns at once. Connection worker,
   // once, after Connect.
   virtual void Start() = 0;
-  // Blocks until the connection ends: the driver goes away, or Close is called. Connection worker.
+  // Blocks until the connection ends: the driver ends it, or Close is called. Connection worker.
   virtual void Wait() = 0;
   // Closes the connection for good: current and future calls to Wait return. May be called before Connect, more than
   // once, and concurrently with any other method. Must not wait for a running handler call. Any thread.

@@ -43,8 +43,8 @@ class CUtility {
   // Writes `text` to `destination` in the encoding that the driver expects, truncated to `limit` bytes; writes nothing
   // beyond `limit`. For the root name of command 1 (8 bytes) and its path (65536 bytes). The encoding is an agreement
   // between the agent and the driver; the driver emulator and the driver kit read UTF-16, little-endian, up to a NUL or
-  // the end of the field, and a full field has no NUL. The field is what CreateBuffer made of it, so a zero-filling
-  // CreateBuffer saves writing the NUL. Policy worker, host threads.
+  // the end of the field, and a full field has no NUL. The field has the bytes that CreateBuffer put there, so if
+  // CreateBuffer fills with zeros, the NUL need not be written. Policy worker, host threads.
   virtual void CopyToField(void* destination, std::uint32_t limit, const std::wstring& text) = 0;
   // Converts narrow text to wide text, the inverse of ToNarrowString. Policy worker, host threads, delivery threads.
   virtual std::wstring& ToWideString(std::wstring& out, const std::string& text) = 0;
@@ -59,13 +59,13 @@ class CUtility {
   virtual std::shared_ptr<CBuf>& CreateBuffer(std::shared_ptr<CBuf>& out, bool first, std::uint32_t size,
                                               bool last) = 0;
   // Returns whether the path may be monitored: whether it is a directory, links followed. Policy objects that may not
-  // are skipped, and command 1 tells the driver so in its path flag. Policy worker, host threads.
+  // be monitored are skipped, and the path flag of command 1 has this result. Policy worker, host threads.
   virtual bool TestPath(const boost::filesystem::path& path) = 0;
   // Copies `length` bytes, at least one, into a new buffer in `out`. A null buffer gives verdict 8. Delivery threads.
   virtual std::shared_ptr<CBuf>& BufferFromBytes(std::shared_ptr<CBuf>& out, const void* bytes,
                                                  std::uint32_t length) = 0;
-  // Logs a line of the refresh thread, which starts or ends: `code` is 0x10003 and `category` 7, both numbers of the
-  // host's log. Exceptions are ignored. Refresh thread.
+  // Logs that the refresh thread starts or ends: `code` is 0x10003 and `category` 7, both numbers of the host's log.
+  // Exceptions are ignored. Refresh thread.
   virtual void WriteLog(std::uint32_t code, const std::string& line, std::uint32_t category) = 0;
 
  protected:

@@ -36,7 +36,7 @@ class CWinWork {
   // refresh thread, delivery threads.
   virtual std::uint32_t QueryProcessValue(std::uint32_t processId, std::uint32_t reserved) = 0;
   // Returns the wide text of a process, which becomes CArpRecord::SetWideInfo, or the path that belongs to the value of
-  // CArpRecord::GetPathSource, which becomes CArpRecord::SetPath. The call does not tell which of the two is wanted, so
+  // CArpRecord::GetPathSource, which becomes CArpRecord::SetPath. The call does not say which of the two is wanted, so
   // both numbers must come from one range: a host that uses process ids as path sources returns the path of the
   // process's image for both. An empty text if there is none. Refresh thread, delivery threads.
   virtual std::wstring& GetProcessWideText(std::wstring& out, std::uint32_t processIdOrPathSource,

@@ -46,7 +46,7 @@ enum class Command : std::uint32_t {
 };
 
 // Verdicts of a reply. The driver defines what each does to the operation. The module only passes them on; of
-// verdicts 2, 4 and 5 it knows the numbers only.
+// verdicts 2, 4 and 5 it fixes only the numbers.
 enum class Verdict : std::uint32_t {
   kVerdict2 = 2,
   kPass = 3,  // also for an operation that is not judged

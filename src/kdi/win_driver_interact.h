@@ -2,7 +2,7 @@
 //
 // Shared by the connection worker, which runs the connection, the policy worker and host threads, which send requests,
 // and the port client's delivery threads, which dispatch notifications. `interactMutex` guards the two pending lists
-// and nothing else. The flags are atomic and the port client's handle has a mutex of its own, under which nothing of
+// and nothing else. The flags are atomic and the port client's handle has its own mutex, under which no code of
 // the host runs, so StopInteract never waits for a host call. DispatchNotification owes the driver a reply from its
 // first statement until it returns; from then on the port client does.
 #pragma once
@@ -56,7 +56,7 @@ class CWinDriverInteract final : public CKDIBase {
   void OnKernelData(std::uint64_t data) override;
   void TriggerLtrkd() override;
 
-  // The port value that the port client was given. Any thread.
+  // The port value that was passed to the port client. Any thread.
   std::uint32_t PortValue() const;
 
   // Stops the connection and, on the first call only, withdraws the registration and releases the net object. Tries

@@ -1,4 +1,4 @@
-// The process cache: one record per process id, filled by lookups and kept current by a thread of its own.
+// The process cache: one record per process id, filled by lookups and kept current by its own thread.
 //
 // Owned by the driver interface and, while it runs, by the refresh thread. A refresh replaces the published map as a
 // whole; a lookup that misses inserts into it in place. `mapLock` guards the map's handle and that insertion. No host
