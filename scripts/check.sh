@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Checks formatting, and the scripts with shellcheck.
-#   scripts/check.sh           reports what clang-format would change, and findings of shellcheck
+#   scripts/check.sh           reports what clang-format would change, and the findings of shellcheck
 #   scripts/check.sh --tidy    also runs clang-tidy on src/ and refhost/ (with the compile commands of build/dev)
 #   scripts/check.sh --fix     lets clang-format rewrite the files
 # Formatting is checked with clang-format 14 (Debian 12) only, because other versions format differently.

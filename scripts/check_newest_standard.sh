@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Checks that the sources use nothing that the newest C++ standard deprecates. Nothing is built.
+# Checks that the sources use nothing that the newest C++ standard deprecates. Builds nothing.
 #   scripts/check_newest_standard.sh                  with the default g++ and clang++ of this machine
 #   scripts/check_newest_standard.sh COMPILER...      with these
 #   scripts/test_in_debian.sh 13 scripts/check_newest_standard.sh     with those of Debian 13
 #
-# The compilers need to know -std=c++26: g++ 14 or clang 17 and later. Installs the packages that the build needs.
+# The compilers must support -std=c++26: g++ 14 or clang 17, or later. Installs the packages that the build needs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh

@@ -3,7 +3,7 @@
 #   scripts/demo.sh            a scripted driver: every notification code, faults, a dropped connection, a reconnect
 #   scripts/demo.sh --kernel   real permission events of the kernel in temporary directories (Linux, root)
 #   scripts/demo.sh --windows  the scripted driver again, with the DLL and the host as Windows programs under Wine
-# The last line is "demo: all as expected", or says what was not.
+# The last line is "demo: all as expected", or lists what failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Watches a fleet of hosts with a real Prometheus on this machine: starts N hosts (20 by default) with scripted drivers,
-# has Prometheus scrape them and evaluate examples/monitoring/alerts.yml, shows an alert that fires and clears, prints
+# has Prometheus scrape them and evaluate examples/monitoring/alerts.yml, makes an alert fire and clear, prints
 # queries over the whole fleet, and measures what a host's metrics cost. Takes about a minute.
 #   scripts/fleet.sh [N]      N from 2 to 200
-# Needs what scripts/setup.sh --tools installs. The last line is "fleet: all as expected", or says what was not.
+# Needs what scripts/setup.sh --tools installs. The last line is "fleet: all as expected", or lists what failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh

@@ -3,10 +3,10 @@
 #   scripts/fuzz.sh                        every target, one minute of CPU time each
 #   scripts/fuzz.sh --minutes N            N minutes of CPU time each
 #   scripts/fuzz.sh TARGET...              these targets: the folders of fuzz/
-#   scripts/fuzz.sh --keep                 afterwards, merge what was found into the corpora of the repository
+#   scripts/fuzz.sh --keep                 afterwards, merge the new inputs into the corpora of the repository
 #   scripts/fuzz.sh --list                 the names of the targets
 # New inputs are kept outside the tree, for the next run, in ~/.cache/fenlux/fuzz (FENLUX_CACHE changes it).
-# Ends with a table. The exit status is 1 if an input broke something; its file is named in the table's last lines.
+# Ends with a table. The exit status is 1 if an input made a fuzzer fail; the lines after the table name its file.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a run.
 cd "$(dirname "$0")/.."
@@ -55,7 +55,7 @@ cpu_seconds() {
   echo $(((fields[11] + fields[12]) / ticks))
 }
 
-# fuzz TARGET: runs it until it has used its CPU time or an input broke something.
+# fuzz TARGET: runs it until it has used its CPU time or an input made it fail.
 fuzz() {
   local target=$1 log=$work/$1.log pid used=0 now status=0 asked=false before after options
   mkdir -p "$work/corpus/$target" "$work/findings"
@@ -93,15 +93,15 @@ row() {
   printf '%-18s %10s %8s %7s %8s %7s %8s' "$1" "$3" "${runs:--}" "${cov#cov: }" "${ft#ft: }" "${corpus#corp: }" "$4"
 }
 
-# keep_inputs TARGET: adds what the seeds do not reach to the corpus in the repository, and drops what is not needed.
-# Only reached branches count, not how often: that keeps the corpora small.
+# keep_inputs TARGET: adds inputs that reach more than the seeds to the repository's corpus, and drops redundant ones.
+# Only whether a branch is reached counts, not how often: that keeps the corpora small.
 keep_inputs() {
   local target=$1 seeds merged
   seeds=$(mktemp -d) merged=$(mktemp -d)
   mkdir -p "fuzz/$target/corpus"
   tr ',' '\n' <"$build/fuzz/$target-seeds.txt" | { grep -v "/fuzz/$target/corpus/" || true; } | sed '/^$/d' |
     while read -r file; do cp "$file" "$seeds/"; done
-  # Starts with the seeds, so that only what they do not reach is added.
+  # Starts with the seeds, so that only inputs that reach more are added.
   "$build/fuzz_$target" -merge=1 -max_len=4096 -use_counters=0 "$merged" "$seeds" >"$work/$target-merge.log" 2>&1
   (cd "$merged" && ls) >"$merged.seeds"
   "$build/fuzz_$target" -merge=1 -max_len=4096 -use_counters=0 "$merged" "fuzz/$target/corpus" "$work/corpus/$target" \

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks the syntax of sources as C++26, with every warning about what is deprecated as an error.
+"""Checks the syntax of sources as C++26, with deprecation warnings as errors.
 
-The other options of a source are those that the build uses for it. Sources that the build does not compile (the host
-kit, the examples) get those of the module. Nothing is written.
+The other options of a source are those of the build. Sources that the build does not compile (the host kit, the
+examples) get those of the module. Writes nothing.
 """
 import argparse
 import concurrent.futures
@@ -17,7 +17,7 @@ DEPRECATION = ["-std=c++26", "-fsyntax-only", "-Wdeprecated", "-Werror=deprecate
                "-Werror=deprecated-declarations"]
 # Where the sources find what they would find in an installed package.
 KIT = ["-DMODULE_NAME=\"\"", "-Ihostkit/include", "-Idriver/include", "-Isrc", "-Irefhost", "-I."]
-# A host that does not use the build: any source of the module has the options that it needs.
+# Its options serve for sources that the build does not compile.
 MODEL = "src/core/fenlux_impl.cpp"
 
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the Debian packages of a release, each in an empty root of its Debian release. Checks them there with lintian,
+# Builds the Debian packages for each Debian release, in an empty root of that release. Checks them there with lintian,
 # installs them with apt, runs the host, and purges them. Needs root, mmdebstrap and Debian.
-#   scripts/package.sh [12|13 ...]    for these Debian releases; for 12 and 13 unless given
+#   scripts/package.sh [12|13 ...]    for these Debian releases; default: 12 and 13
 #
 # The packages of the committed HEAD are left in build/packages/debian-<release>. Their versions end in +deb<release>, so
 # that a machine that is upgraded to the next Debian release gets its packages.

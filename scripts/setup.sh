@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the packages that building and testing fenlux needs. On systems other than Debian, only lists them.
 #   scripts/setup.sh [OPTION...]
-#     --windows   also those of the Windows build and its tests under Wine
-#     --debian    also those of scripts/test_in_debian.sh
+#     --windows   also those for the Windows build and its tests under Wine
+#     --debian    also those for scripts/test_in_debian.sh
 #     --tools     also programs that some tests and scripts/fleet.sh use: chromium, logrotate, man, tshark, promtool and
 #                 prometheus. Starts no service; for newly installed ones, `systemctl unmask prometheus.service
 #                 logrotate.timer` permits it

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs the host at full rate for a while, with everything that may happen to it, and prints one table.
+# Runs hosts at full rate while faults, reloads and control clients disturb them, and prints one table.
 #   scripts/soak.sh [--minutes N] [--seed N] [--preset PRESET]
-# A scripted driver with faults and dropped connections; as root also the kernel's own events, in temporary directories.
-# Processes come and go, configurations are reloaded, control clients come and go. At the end the totals must add up,
-# memory, descriptors and threads must be what they were in the first quarter, and the latency must be stable.
-# Without options: 10 minutes, seed 1, preset release (or dev, asan-ubsan, tsan). The exit code is 0 if every row of
-# the table is as it must be.
+# One host has a scripted driver with faults and dropped connections; as root, another one judges kernel events in a
+# temporary directory. Processes start and exit, and control clients send good and bad requests. At the end the totals
+# must add up, and memory, descriptors, threads and latency must be about what they were in the first quarter.
+# Defaults: 10 minutes, seed 1, preset release; other presets are dev, asan-ubsan and tsan. The exit code is 0 if every
+# row of the table passes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh

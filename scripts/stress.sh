@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Ends the host in hard ways, many times, and prints one table.
+# Kills, stops or restarts the host many times, and prints one table.
 #   scripts/stress.sh kill [--count N]     kill -9 with openers in flight (1000 times; Linux, root)
 #   scripts/stress.sh stall [--count N]    SIGSTOP and SIGCONT with 40 blocked openers (20 times; Linux, root)
-#   scripts/stress.sh record [--count N]   kill -9 while a host records, and decoding of what it leaves (20 times)
+#   scripts/stress.sh record [--count N]   kill -9 while a host records, then decode what it left (20 times)
 #   scripts/stress.sh drops                1000 dropped connections, on the manual clock
 #   scripts/stress.sh cycles [--count N]   load, init, start and stop, one process each (10000 times)
-# Each also takes
+# Options of every run:
 #   --preset PRESET   which build: release (the default), dev, asan-ubsan or tsan
 #   --seed N          the seed of the random moments (1)
-# The exit code is 0 if every row of the table is as it must be.
+# The exit code is 0 if every row of the table passes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Runs a command of this repository in an empty Debian root of its own. Needs root, mmdebstrap and Debian.
+# Runs a command of this repository in its own empty Debian root. Needs root, mmdebstrap and Debian.
 #   scripts/test_in_debian.sh [--copy-from FOLDER TO] 12|13 [COMMAND [ARGUMENT...]]
 #
-# The command is scripts/test.sh unless given. If it succeeds, --copy-from copies the files of a folder of the clone to
-# another one of this machine.
+# The default command is scripts/test.sh. If the command succeeds, --copy-from copies the files in FOLDER of the clone
+# to the folder TO on this machine.
 #
 # The root holds a minimal installation of that release and a clone of the committed HEAD, so the command has to install
-# whatever it needs. The packages come from the archive that apt is configured to use on this machine. The root lives in
-# a temporary directory and in mount and process namespaces of its own, and is removed at the end.
+# whatever it needs. The packages come from the archive that apt is configured to use on this machine. The root is in
+# a temporary directory, has its own mount and process namespaces, and is removed at the end.
 #
 # Reused between runs, in ${FENLUX_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/fenlux}: the minimal installation, downloaded
 # packages, compiled objects and the libraries of the Windows build. Runs on the same release take turns.
@@ -117,7 +117,7 @@ enter() {
   mount --bind "$shared/archives" "$root/var/cache/apt/archives"
   mount --bind "$shared/ccache" "$root/root/.cache/ccache"
   mount --bind "$cache" "$root/root/.cache/fenlux"
-  # Not chroot: the tests make namespaces of their own, which the kernel refuses to a process in a chroot.
+  # Not chroot: the tests make their own namespaces, which the kernel refuses to a process in a chroot.
   cd "$root"
   pivot_root . .
   umount --lazy .

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy on sources, and remembers which had no findings.
+"""Runs clang-tidy on sources, and caches which had no findings.
 
 A file is not checked again until its preprocessed text (comments included, because they may suppress findings), its
 compiler options, .clang-tidy or clang-tidy itself changes.
@@ -17,7 +17,7 @@ import sys
 
 
 def checks_key():
-    """What applies to all files."""
+    """The part of the cache key that applies to all files."""
     version = subprocess.run(["clang-tidy", "--version"], check=True, capture_output=True).stdout
     return version + pathlib.Path(".clang-tidy").read_bytes()
 

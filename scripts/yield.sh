@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Runs the tests of concurrency under the thread sanitizer with random pauses at every lock, wait and host call.
-#   scripts/yield.sh                 200 seeds, each a run of all these tests
+#   scripts/yield.sh                 200 seeds; each runs all these tests
 #   scripts/yield.sh --seeds N       N seeds
-#   scripts/yield.sh --first N       the first seed is N instead of 1: repeats a failure with --seeds 1
-# Ends with one line. The exit status is 1 if a run failed; its output is kept, and its name printed.
+#   scripts/yield.sh --first N       the first seed is N instead of 1; with --seeds 1, repeats a failure
+# The last line has the counts. The exit status is 1 if a run failed; its output is kept and the file's name printed.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a run.
 cd "$(dirname "$0")/.."
@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-# Program and tests. The others run on one thread.
+# Programs and their concurrent tests. All other tests run on one thread.
 tests=(
   "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:Connect*:FenluxImpl.*:InteractLifecycle.*:PolicyWorker*:RefreshThread.*"
   "fenlux_emulator_tests Delivery.*:Faults.*:PortClient.*:Totals.*"

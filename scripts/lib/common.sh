@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# What the scripts share; sourced, not run.
+# Functions that the scripts share; sourced, not run.
 
 # Prints the help: the header comment of the running script.
 usage() { sed -n '2,/^\([^#]\|$\)/ s/^#\( \|$\)//p' "$0"; }
 
-# refuse ARGUMENT: reports an argument that the script does not know.
+# refuse ARGUMENT: reports an unknown argument and exits.
 refuse() {
   echo "${0##*/}: unknown argument: $1" >&2
   usage >&2

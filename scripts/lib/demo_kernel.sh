@@ -38,7 +38,7 @@ demo_kernel() {
   if [ "$status" -ne 0 ]; then unexpected+=("the host exited with $status"); fi
 }
 
-# What the host shows of its decisions.
+# Shows what the host says about its decisions.
 demo_views() {
   local host=$1 socket=$2 rule="cat must not read secrets"
   local explain=("$host" ctl --socket "$socket" explain --path)
@@ -51,7 +51,7 @@ demo_views() {
   demo_watch "$host" "$socket"
 }
 
-# Three events as a watcher sees them.
+# Shows three events as a watcher sees them.
 demo_watch() {
   local host=$1 socket=$2 watcher
   "$host" ctl --socket "$socket" watch --path "$dir/**" >"$dir/watched" 2>&1 &

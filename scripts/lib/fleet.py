@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The work of scripts/fleet.sh: fleet.py HOSTS FENLUX_HOST ALERT_RULES
 
-Everything runs on loopback with ports of its own, in a temporary directory, and ends with this program.
+Everything runs on loopback with its own ports, in a temporary directory, and ends with this program.
 """
 import json
 import os
@@ -121,7 +121,7 @@ class Prometheus(Process):
     def __init__(self, hosts, rules, root):
         directory = root / "prometheus"
         directory.mkdir()
-        # The example's rules, with times that a demonstration can wait for.
+        # The example's rules, with waiting times short enough for a demonstration.
         text = re.sub(r"for: \w+", "for: 3s", rules.read_text())
         (directory / "alerts.yml").write_text(text)
         groups = [{"targets": [f"127.0.0.1:{host.port}"], "labels": {"instance": host.name}} for host in hosts]
@@ -193,7 +193,7 @@ def show_cost(prometheus, hosts, seconds):
     start = probe.cpu_seconds()
     for _ in range(COST_SCRAPES):
         body = probe.scrape()
-    # The host's own traffic runs meanwhile; it is less than the clock's resolution.
+    # The host's own traffic continues; its cost is below the clock's resolution.
     scrape = (probe.cpu_seconds() - start) / COST_SCRAPES
     samples = [value for _, value in prometheus.query('scrape_samples_scraped{job="fenlux"}')]
     resident = [host.resident_kib() for host in hosts]

@@ -1,8 +1,8 @@
 """The soak; scripts/soak.sh builds what it needs and runs this.
 
 Two hosts run at once: one plays a scripted scenario as fast as it can, with seeded faults and dropped connections; the
-other, as root, judges the kernel's events. Meanwhile processes come and go, both hosts reload their configuration, and
-control clients come with good and bad requests."""
+other, as root, judges the kernel's events. Processes start and exit, both hosts reload their configuration, and control
+clients send good and bad requests."""
 import argparse
 import os
 import pathlib
@@ -88,7 +88,7 @@ def first_and_last(values):
 
 
 class Disturbances:
-    """Everything that happens to the hosts, on threads of its own, until the end."""
+    """Everything that disturbs the hosts, each on its own thread, until the end."""
 
     def __init__(self, hosts, configurations, directory, chance):
         self.hosts = hosts
@@ -103,7 +103,7 @@ class Disturbances:
                         for body in (self.churn, self.reload, self.control, self.bad_clients)]
 
     def guarded(self, body):
-        """Runs a disturbance and keeps what it fails with."""
+        """Runs a disturbance repeatedly; stores the exception that ends it."""
         try:
             while not self.ended.wait(body()):
                 pass
@@ -111,14 +111,14 @@ class Disturbances:
             self.errors.append(f"{body.__name__}: {error!r}")
 
     def churn(self):
-        """Processes that come and go; each reads a file, which the second host judges."""
+        """Starts a process that reads a file, which the second host judges."""
         subprocess.run(["cat", str(self.directory / "watched" / "1.txt")], stdout=subprocess.DEVNULL,
                        stderr=subprocess.DEVNULL, check=False)
         self.counts["processes"] += 1
         return 0.01
 
     def reload(self):
-        """Another configuration, read on SIGHUP."""
+        """Gives each host another configuration and sends SIGHUP."""
         for host in self.hosts:
             self.counts["reloads"] += 1
             temporary = host.configuration.with_suffix(".new")
@@ -128,7 +128,7 @@ class Disturbances:
         return 0.5
 
     def control(self):
-        """Control requests; now and then one that ends the connection."""
+        """Sends a control request, which sometimes ends the connection."""
         host = self.chance.choice(self.hosts)
         if self.chance.random() < 0.03:
             host.control("stop")
@@ -139,7 +139,7 @@ class Disturbances:
         return 0.1
 
     def bad_clients(self):
-        """Clients that say nothing, half a line, or nonsense."""
+        """Connects a client that sends nothing, half a line, or nonsense."""
         host = self.chance.choice(self.hosts)
         with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
             client.settimeout(5)
@@ -152,19 +152,19 @@ class Disturbances:
         return 0.3
 
     def start(self):
-        """Starts all of them."""
+        """Starts all disturbances."""
         for thread in self.threads:
             thread.start()
 
     def stop(self):
-        """Ends all of them."""
+        """Ends all disturbances."""
         self.ended.set()
         for thread in self.threads:
             thread.join(40)
 
 
 def add_samples(table, name, samples):
-    """The rows about memory, descriptors, threads and latency of one host."""
+    """Adds the rows about memory, descriptors, threads and latency of one host."""
     first, last = samples.quarters("memory")
     table.add(f"{name}: memory, first quarter and end", f"{first / 1024:.0f} -> {last / 1024:.0f} MB",
               "grows by at most 10% + 8 MB", last <= first * 1.1 + 8192)
@@ -225,7 +225,7 @@ def soak(program, minutes, seed):
 
 
 def run_hosts(hosts, configurations, directory, chance, openers, minutes, table):
-    """Starts the hosts and everything that disturbs them, and takes samples until the time is over."""
+    """Starts the hosts and everything that disturbs them, and takes samples until the time is up."""
     for host in hosts:
         host.configuration.write_text(configurations[host](True))
         host.start()
@@ -265,7 +265,7 @@ def run_hosts(hosts, configurations, directory, chance, openers, minutes, table)
 
 
 def add_openers(table, openers, summary):
-    """The rows about what the openers saw."""
+    """Adds the rows about the results of the openers."""
     let_through = sum(opener.opened for opener in openers if opener.path.endswith(".secret"))
     unjudged = sum(count for cause, count in summary["unjudged"].items() if cause != "own process")
     ordinary = sum(opener.refused for opener in openers if opener.path.endswith(".txt"))
@@ -282,7 +282,7 @@ def add_openers(table, openers, summary):
 
 
 def main():
-    """Runs what the command line names and prints its table."""
+    """Runs the soak that the command line describes and prints its table."""
     parser = argparse.ArgumentParser()
     parser.add_argument("--program", required=True)
     parser.add_argument("--minutes", type=float, required=True)
@@ -301,4 +301,4 @@ if __name__ == "__main__":
     code = main()
     sys.stdout.flush()
     sys.stderr.flush()
-    os._exit(code)  # an opener that never returned must not keep the run from ending
+    os._exit(code)  # an opener that never returns must not keep the run from ending

@@ -1,4 +1,4 @@
-"""The kill, stall and cycle runs, and the list of all; scripts/stress.sh builds what they need and runs this."""
+"""The kill, stall, drop and cycle runs, and the table of all runs; scripts/stress.sh builds and runs this."""
 import argparse
 import collections
 import concurrent.futures
@@ -37,7 +37,7 @@ def watching_host(program, directory, faults=""):
 
 
 def start_refusing(host, watched):
-    """Starts the host and waits until it refuses. Returns how long it took from the start, and from the mark."""
+    """Starts the host and waits until it refuses a file. Returns the time since the start, and since the mark."""
     begin = time.monotonic()
     host.start()
     host.wait_for_log("[Add Monitor OK!][obj path]=")
@@ -106,7 +106,7 @@ def kill_runs(program, count, seed):
 
 
 def stop_all_threads(process):
-    """Sends SIGSTOP and returns once no thread runs any more: the signal reaches them one after the other."""
+    """Sends SIGSTOP and returns once every thread is stopped: the signal reaches them one after the other."""
     process.send_signal(signal.SIGSTOP)
     deadline = time.monotonic() + 10
     tasks = pathlib.Path(f"/proc/{process.pid}/task")
@@ -172,7 +172,7 @@ CYCLE_SCENARIO = ("threads = 2\n[[steps]]\nnotify = 4098\npath = '/a/file'\ncoun
 
 
 def one_cycle(program, directory, index, seed):
-    """One process: load, init, start, stop. Returns how it ended; empty if as it should."""
+    """Runs one process: load, init, start, stop. Returns what went wrong; empty if nothing did."""
     chance = random.Random(f"{seed} {index}")
     host = Host(program, directory, f"cycle{index}")
     # Every other host is stopped at a random moment, from before the module is loaded until after it is connected.
@@ -183,7 +183,7 @@ def one_cycle(program, directory, index, seed):
         if interrupted:
             end = time.monotonic() + 20
             while not host.socket.exists() and host.process.poll() is None and time.monotonic() < end:
-                time.sleep(0.001)  # from then on SIGTERM is blocked
+                time.sleep(0.001)  # once the socket exists, SIGTERM is blocked
             time.sleep(chance.uniform(0.0, 0.06))
             host.process.terminate()
         code = host.process.wait(60)
@@ -204,7 +204,7 @@ def one_cycle(program, directory, index, seed):
 
 
 def cycle_runs(program, count, seed):
-    """Runs the host again and again, one process each, four at a time."""
+    """Runs the host repeatedly, each time in a new process, four at a time."""
     table = Table(f"load, init, start and stop, {count} times in a process each")
     begin = time.monotonic()
     endings = collections.Counter()
@@ -243,7 +243,7 @@ RUNS = {"kill": (kill_runs, True), "stall": (stall_runs, True), "drops": (drop_r
 
 
 def main():
-    """Runs what the command line names and prints its table."""
+    """Runs what the command line requests and prints its table."""
     parser = argparse.ArgumentParser()
     parser.add_argument("--program", required=True)
     parser.add_argument("--count", type=int, required=True)
@@ -267,4 +267,4 @@ if __name__ == "__main__":
     sys.stdout.flush()
     code = main()
     sys.stdout.flush()
-    os._exit(code)  # an opener that never returned must not keep the run from ending
+    os._exit(code)  # an opener that never returns must not keep the run from ending

@@ -1,4 +1,4 @@
-"""What the soak and the stress runs share: a host in a directory of its own, threads that open files, and the table."""
+"""What the soak and the stress runs share: a host in its own directory, threads that open files, and the table."""
 import errno
 import json
 import os
@@ -9,7 +9,7 @@ import tempfile
 import threading
 import time
 
-# Images that the module asks for and that this system does not have.
+# Images that the module looks for and that this system does not have.
 SYSTEM_IMAGES = ("[system_images]\n'system32\\csrss.exe' = \"${FENLUX_HOST_PROGRAM}\"\n"
                  "'system32\\services.exe' = \"${FENLUX_HOST_PROGRAM}\"\n")
 
@@ -24,7 +24,7 @@ def make_directory():
 
 
 class Host:
-    """A running fenlux-host with a configuration, a log and a control socket of its own."""
+    """A running fenlux-host with its own configuration, log and control socket."""
 
     def __init__(self, program, directory, name):
         self.program = str(program)
@@ -36,7 +36,7 @@ class Host:
         self.process = None
 
     def start(self, *arguments):
-        """Starts the host; its log and its summary begin anew."""
+        """Starts the host with an empty log and summary."""
         command = [self.program, "run", "--config", str(self.configuration), "--socket", str(self.socket), "--json"]
         with open(self.summary_path, "wb") as out, open(self.log_path, "wb") as log:
             self.process = subprocess.Popen([*command, *arguments], stdin=subprocess.DEVNULL, stdout=out, stderr=log)
@@ -93,7 +93,7 @@ class Host:
         return None
 
     def kill(self):
-        """Ends the host at once, also if it is stopped."""
+        """Kills the host, even if it is stopped."""
         if self.process is not None and self.process.poll() is None:
             self.process.kill()
             self.process.wait()
@@ -126,7 +126,7 @@ def permission_events():
 
 
 class Opener(threading.Thread):
-    """Opens one file again and again until it is told to end, and counts how each attempt ended."""
+    """Opens one file repeatedly until told to stop, and counts the result of each attempt."""
 
     def __init__(self, path):
         super().__init__(daemon=True)

@@ -1,4 +1,4 @@
-"""The record run of scripts/stress.sh: kills a host while it records, and decodes what it leaves."""
+"""The record run of scripts/stress.sh: kills a host while it records, and decodes what it left."""
 import pathlib
 import random
 import signal
@@ -33,7 +33,7 @@ notify = 4098
 path = '/srv/plan.secret'
 count = 100
 """
-# Every other host begins a new file after each MiB, so that some are killed meanwhile.
+# Every other host begins a new file after each MiB, so that some are killed while they do.
 ROTATION = "file_size_mb = 1\nfiles = 4"
 ENHANCED_PACKET = 6
 NOTIFICATION, REPLY, JUDGEMENT = 4, 5, 6
@@ -60,7 +60,7 @@ class Blocks:
         self.rest = len(content) - at
 
     def count(self, kind, exchange, known):
-        """Counts a message; what belongs to a notification in an earlier file does not count."""
+        """Counts a message, unless it belongs to a notification in an earlier file."""
         if kind == NOTIFICATION:
             known.add(exchange)
             self.notifications += 1
@@ -70,7 +70,7 @@ class Blocks:
 
 
 def difference(program, file, blocks):
-    """What `decode` makes of the file other than its whole blocks; empty if nothing."""
+    """How the output of `decode` differs from the file's whole blocks; empty if it does not."""
     run = subprocess.run([program, "decode", "--json", file], capture_output=True, check=False, timeout=300)
     if run.returncode != 0:
         return f"exit code {run.returncode}: {run.stderr.decode(errors='replace')[-500:]}"
