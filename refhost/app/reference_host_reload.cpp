@@ -1,4 +1,4 @@
-// Reloading the configuration, and the log file.
+// Reloads the configuration and reopens the log file.
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -19,7 +19,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// Tells the observer of both ends of a reload, also if that throws.
+// Notifies the observer when a reload begins and when it ends, even if the reload throws.
 class ReloadNotice {
  public:
   explicit ReloadNotice(const std::function<void(bool begins)>& reloadObserver) : observer(reloadObserver) {
@@ -49,7 +49,7 @@ void ReferenceHost::ReopenLog() {
   try {
     log->SwitchFile(OpenTrustedLog(start.log.file, start.insecurePermissions));
   } catch (const std::runtime_error& error) {
-    log->Write(Severity::kProblem, std::string("[host] the log stays in the file that is open: ") + error.what());
+    log->Write(Severity::kProblem, std::string("[host] still logging to the old file: ") + error.what());
   }
 }
 

@@ -111,7 +111,7 @@ TEST_F(CheckTrial, APortInUseIsAWarning) {
   EXPECT_TRUE(Contains(found, "2:10: metrics.listen: warning: cannot serve metrics on 127.0.0.1 port " + port + ": "))
       << found;
   EXPECT_TRUE(Contains(found, "Address already in use")) << found;
-  EXPECT_TRUE(Contains(found, ", unless it is this host that serves there\n")) << found;
+  EXPECT_TRUE(Contains(found, ", unless it is this host that uses the port\n")) << found;
 }
 
 TEST_F(CheckTrial, DirectoriesThatAreSkippedAreWarnings) {
@@ -144,7 +144,7 @@ TEST_F(CheckTrial, RulesThatNeverDecideAreWarnings) {
   EXPECT_EQ(Warnings("[[judging.rules]]\nevents = ['access']\ndecision = 2\n"
                      "[[judging.rules]]\npath = '*.key'\ndecision = 3\n"
                      "[[judging.rules]]\npath = '*.key'\nprocess = 'cat'\ndecision = 3\n"),
-            "7:1: judging.rules[2]: warning: can never decide: rules[1] comes first and matches all that it matches\n");
+            "7:1: judging.rules[2]: warning: can never decide: rules[1] comes first and matches all its events\n");
 }
 
 TEST_F(CheckTrial, PatternsThatProbablyMatchSomethingElseAreWarnings) {

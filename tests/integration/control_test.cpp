@@ -253,7 +253,7 @@ TEST_F(Control, RefusesARequestBeyondTheLimitBeforeSendingIt) {
     items += "[[items]]\nopaque = '" + std::string(96, '0') + "'\nvalue = 5\n";
   const Outcome outcome = setup.Control({"net-control", "add", "1", setup.Write("items.toml", items)});
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_TRUE(Contains(outcome.err, "a host takes no more than 1048576; send fewer items at once")) << outcome.err;
+  EXPECT_TRUE(Contains(outcome.err, "a host accepts no more than 1048576; send fewer items at once")) << outcome.err;
 }
 
 TEST(ControlSocket, CannotBeSharedByTwoHosts) {

@@ -244,7 +244,7 @@ TEST_F(RenamedLogFile, IsOpenedAgainEvenIfTheConfigurationHasErrors) {
 TEST_F(RenamedLogFile, StaysOpenIfItCannotBeOpenedAgain) {
   setup.Directory("host.log");
   Host().Signal(SIGHUP);
-  EXPECT_TRUE(Host().WaitForError("[host] the log stays in the file that is open: the log file " + file.string() +
+  EXPECT_TRUE(Host().WaitForError("[host] still logging to the old file: the log file " + file.string() +
                                   " cannot be opened for writing: Is a directory\n"));
   EXPECT_EQ(Host().Stop().code, 0);
   EXPECT_TRUE(Contains(TextOf(renamed), "configuration reloaded"));

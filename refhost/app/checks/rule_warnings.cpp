@@ -1,5 +1,5 @@
-// A pattern covers another one if it matches what that one matches. That is tried with two paths that the other pattern
-// matches: one in which its stars stand for nothing, and one in which they stand for characters that no pattern names.
+// A pattern covers another one if it matches everything that the other matches. This is tested with two paths that the
+// other pattern matches: in one its stars are empty, in the other they stand for characters that no pattern contains.
 #include "refhost/app/checks/rule_warnings.h"
 
 #include <fmt/format.h>
@@ -17,14 +17,14 @@
 namespace fenlux::refhost {
 namespace {
 
-// What stands for the characters that a wildcard matches.
+// The text that replaces a wildcard.
 struct Filling {
   std::string_view component;  // "*"
   std::string_view anything;   // "**"
 };
 constexpr Filling kFillings[] = {{"", ""}, {"\x01\x02\x03", "\x01\x02/\x03/\x04\x05"}};
 constexpr std::string_view kOneCharacter = "\x01";  // "?"
-// Before a pattern that only the last component has to match.
+// Put before a pattern that is matched against the last component only.
 constexpr std::string_view kDirectory = "/\x01\x02/\x03/";
 
 std::string Filled(std::string_view pattern, const Filling& filling) {
@@ -46,7 +46,7 @@ std::string Filled(std::string_view pattern, const Filling& filling) {
   return path;
 }
 
-// The patterns of one rule as they are in force; empty: none.
+// The patterns of one rule with variables expanded; empty: none.
 struct Patterns {
   std::string path;
   std::string process;
@@ -116,7 +116,7 @@ void WarnAboutRules(const ConfigTable& judging, const Rules& rules, bool kernelE
           !CoversEvents(rules.ordered[earlier].events, rules.ordered[later].events)) {
         continue;
       }
-      tables[later].Warn("", fmt::format("can never decide: {} comes first and matches all that it matches",
+      tables[later].Warn("", fmt::format("can never decide: {} comes first and matches all its events",
                                          NameOf(rules.ordered[earlier], earlier)));
       break;
     }

@@ -1,4 +1,4 @@
-// One function for each thing that a run begins with.
+// One function for each resource that a run needs at its start.
 #include "refhost/app/checks/run_trial.h"
 
 #include <fmt/format.h>
@@ -32,7 +32,7 @@ bool IsDirectory(const fs::path& path) {
   return fs::is_directory(path, ignored);
 }
 
-// Whether root may use the file. Reports why not.
+// Whether root may use the file. Reports the reason if not.
 bool IsTrusted(const ConfigTable& table, std::string_view key, const fs::path& file, bool insecure) {
   const std::string reason = file.empty() || insecure ? std::string() : WhyUntrusted(file);
   if (!reason.empty()) table.Report(key, reason);
@@ -50,7 +50,7 @@ void TryModule(const ConfigTable& module, const HostConfig& config, bool insecur
   }
 }
 
-// A run creates the file, and, if `withDirectories`, the directories on the way.
+// Checks that a run can create the file and, if `withDirectories`, its missing directories.
 void TryNewFile(const ConfigTable& table, const fs::path& file, bool withDirectories) {
   fs::path directory = fs::absolute(file).parent_path();
   while (withDirectories && !Exists(directory) && directory.has_parent_path()) directory = directory.parent_path();
@@ -87,13 +87,13 @@ void TryControl(const ConfigTable& control, const HostConfig& config) {
   if (!reason.empty()) control.Report("socket", reason);
 }
 
-// Opens the port for a moment. A port in use is no error: it may belong to a host that runs with this file.
+// Opens and closes the port. A port in use is not an error: a host that runs with this file may be using it.
 void TryMetrics(const ConfigTable& metrics, const HostConfig& config) {
   if (config.start.metrics.address.empty()) return;
   try {
     const MetricsServer server(config.start.metrics);
   } catch (const MetricsPortTaken& error) {
-    metrics.Warn("listen", std::string(error.what()) + ", unless it is this host that serves there");
+    metrics.Warn("listen", std::string(error.what()) + ", unless it is this host that uses the port");
   } catch (const std::runtime_error& error) {
     metrics.Report("listen", error.what());
   }
@@ -103,7 +103,7 @@ bool KernelEvents(const HostConfig& config) {
   return config.start.driver.port == DriverPortKind::kEmulator && config.emulator.source == EventSourceKind::kFanotify;
 }
 
-// The module skips what is no directory, and the host what cannot be watched; both go on without.
+// Only warns: the module skips anything that is not a directory, the host skips what cannot be watched.
 void TryPolicy(const ConfigTable& policy, const HostConfig& config) {
   if (!config.reloadable.module.monitoredObjects) return;
   for (const fs::path& directory : *config.reloadable.module.monitoredObjects) {

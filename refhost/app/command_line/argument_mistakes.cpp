@@ -1,5 +1,5 @@
-// Follows the words through the tree as the parser will. The parser's own messages name no alternatives, and report a
-// missing option rather than the mistyped one.
+// Walks the command tree with the words, as the parser will. The parser's own messages suggest no alternatives, and
+// report a missing option rather than the mistyped one.
 #include "refhost/app/command_line/argument_mistakes.h"
 
 #include <fmt/format.h>
@@ -44,7 +44,7 @@ class Walk {
     return word.size() > 1 && word.front() == '-' && std::isdigit(static_cast<unsigned char>(word[1])) == 0;
   }
 
-  // The option of this name, of the current command or one around it.
+  // The option with this name, of the current command or an enclosing one.
   const CLI::Option* Find(const std::string& name) const {
     for (const CLI::App* app = current; app != nullptr; app = app->get_fallthrough() ? app->get_parent() : nullptr) {
       for (const CLI::Option* option : app->get_options()) {
@@ -122,7 +122,7 @@ class Walk {
     return fmt::format("{} is missing; usage: {}", what, UsageText(*current));
   }
 
-  // Commands of the program, operations of a command.
+  // The program has commands; a command has operations.
   std::string_view Noun() const { return current->get_parent() == nullptr ? "command" : "operation"; }
 
   const CLI::App* current;

@@ -1,4 +1,4 @@
-// What is wrong with the words of a command line, in messages that name the word and suggest the right one.
+// Finds mistakes in a command line. The messages name the wrong word and suggest the right one.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -7,8 +7,8 @@
 
 namespace fenlux::refhost {
 
-// The first mistake: an unknown command, operation or option, an argument too many, or one that is missing. Empty if
-// there is none. The values of options are not looked at.
+// The first mistake: an unknown command, operation or option, an extra argument, or a missing one. Empty if there is
+// none. Does not check the values of options.
 std::string FindMistake(const CLI::App& root, const std::vector<std::string>& arguments);
 
 }  // namespace fenlux::refhost

@@ -20,7 +20,7 @@ void AddCheck(CLI::App& app, int& code) {
                   "As root, accept files that other users may change");
   check->footer(
       "Errors are reported as file:line:column: key: reason, warnings as file:line:column: key: warning: reason.\nA "
-      "configuration without errors is tried as far as that changes nothing: the module, the files, the control socket "
+      "configuration without errors is also tried without changing anything: the module, the files, the control socket "
       "and the directories that a run would use.\nExit codes: 0 no errors; 1 the result could not be written; 2 "
       "errors.");
   check->callback([values, &code] {

@@ -1,4 +1,4 @@
-// Puts the tree together, and reports what is wrong with a command line.
+// Builds the command tree, and reports errors in a command line.
 #include "refhost/app/command_line/command_line.h"
 
 #include <fmt/format.h>
@@ -31,7 +31,7 @@ int Show(const std::string& text) {
   return kExitOutput;
 }
 
-// The command that the parsed words name.
+// The command that was parsed.
 const CLI::App& Chosen(const CLI::App& app) {
   const std::vector<CLI::App*> chosen = app.get_subcommands();
   return chosen.empty() ? app : Chosen(*chosen.front());
@@ -62,7 +62,7 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
   const std::unique_ptr<CLI::App> app = MakeCommandLine(code);
   if (const std::string mistake = FindMistake(*app, arguments); !mistake.empty()) return FailUsage(mistake, arguments);
   try {
-    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // CLI11 takes them from the end
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // CLI11 expects them in reverse order
     app->parse(std::move(reversed));
   } catch (const CLI::CallForHelp&) {
     return Show(HelpText(Chosen(*app), OutputWidth()));

@@ -1,5 +1,5 @@
 // The command line of fenlux-host. One tree of commands, options and operations serves parsing, help, the manual pages
-// and the shell's completion, so none of them can be out of date.
+// and shell completion, so they always agree.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -1,4 +1,4 @@
-// Views of the tree of commands, in the order of help.
+// Views of the command tree, in the order in which help shows it.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -9,7 +9,7 @@ namespace fenlux::refhost {
 
 // The commands directly below this one.
 std::vector<const CLI::App*> Subcommands(const CLI::App& command);
-// Its own options, and its arguments without a name.
+// The command's own options, and its positional arguments.
 std::vector<const CLI::Option*> Options(const CLI::App& command);
 std::vector<const CLI::Option*> Positionals(const CLI::App& command);
 

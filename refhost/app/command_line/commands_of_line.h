@@ -1,4 +1,4 @@
-// The parts of the tree, one per command. Each adds its command with its options, and runs it when it is parsed.
+// The parts of the command tree. Each function adds one command with its options; parsing the command runs it.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -1,4 +1,4 @@
-// `fenlux-host ctl` on the command line, made from the table of operations.
+// `fenlux-host ctl` on the command line, built from the table of operations.
 #include <CLI/CLI.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <map>

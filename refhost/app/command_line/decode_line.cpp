@@ -20,7 +20,7 @@ void AddDecode(CLI::App& app, int& code) {
   CLI::App* const decode = app.add_subcommand("decode", "Show the exchanges of a capture");
   decode->add_option("file", values->file, "Capture (pcapng)")->required()->type_name("FILE");
   decode->add_flag("--json", options.json, "One JSON object per exchange");
-  decode->add_flag("--follow", options.follow, "Read on as the file grows, until a signal ends that");
+  decode->add_flag("--follow", options.follow, "Keep reading as the file grows, until a signal arrives");
   decode->add_flag("--hex", options.hex, "Show the bytes of messages too");
   decode->add_option("--code", options.code, "Only notifications with this code")->type_name("N")->check(number);
   decode->add_option("--verdict", options.verdict, "Only notifications that got this verdict")

@@ -22,7 +22,7 @@ void AddExplain(CLI::App& app, int& code) {
   explain->add_option("--path", question.path, "Path of the event")->required()->type_name("PATH");
   explain->add_option("--process", question.process, "Path of the program that performs the operation")
       ->type_name("PATH");
-  explain->add_option("--pid", question.processId, "Process whose program it is")->type_name("N");
+  explain->add_option("--pid", question.processId, "Process that runs the program")->type_name("N");
   explain->add_option("--code", question.code, "Notification code; 4097, a file that is opened, unless given")
       ->type_name("N");
   explain->add_option("--event", question.event, "Name of an event, as in rules")->type_name("NAME");

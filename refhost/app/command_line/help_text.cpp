@@ -1,4 +1,4 @@
-// Two columns: names on the left, what they mean on the right.
+// Two columns: names on the left, descriptions on the right.
 #include "refhost/app/command_line/help_text.h"
 
 #include <fmt/format.h>
@@ -12,7 +12,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// The left column is not wider than this; a longer name gets a line of its own.
+// The maximum width of the left column; a longer name gets its own line.
 constexpr std::size_t kMaxNameWidth = 26;
 constexpr std::size_t kIndent = 2;
 
@@ -47,7 +47,7 @@ Rows RowsOf(const std::vector<const CLI::Option*>& options) {
   return rows;
 }
 
-// Options of the commands around this one that may follow it.
+// Options of the enclosing commands that may follow this one.
 Rows CommonRows(const CLI::App& command) {
   Rows rows;
   const CLI::App* app = &command;
@@ -104,7 +104,7 @@ std::string HelpText(const CLI::App& command, std::size_t width) {
   text += Section("Arguments", RowsOf(Positionals(command)), width);
   text += Section("Options", RowsOf(Options(command)), width);
   text += Section("Common options", CommonRows(command), width);
-  // The parser hands the text at the end down to the operations of a command.
+  // The operations of a command inherit its footer.
   const std::string footer = command.get_footer();
   const bool isOwn = command.get_parent() == nullptr || command.get_parent()->get_footer() != footer;
   if (isOwn && !footer.empty()) text += "\n" + Wrapped(footer, 0, width) + "\n";

@@ -30,8 +30,8 @@ void AddReplay(CLI::App& app, int& code) {
   replay->add_flag("--insecure-permissions", options.insecurePermissions,
                    "As root, use a module that other users may change");
   replay->footer(
-      "The module's own pauses remain: it connects again five seconds after a connection has ended.\n"
-      "Exit codes: 0 identical; 1 the result could not be written; 2 bad usage, or a file that is no whole capture; 3 "
+      "The module's own pauses remain: it reconnects five seconds after a connection ends.\n"
+      "Exit codes: 0 identical; 1 the result could not be written; 2 bad usage, or not a complete capture; 3 "
       "the module could not be loaded, or its init failed; 4 different.");
   replay->callback([values, &code] {
     ReplayOptions& chosen = values->options;

@@ -1,4 +1,4 @@
-// Validators of the parser: each returns what is wrong, which the parser puts behind the name of the option.
+// Validators for the parser. Each returns the error text, which the parser appends to the option's name.
 #include "refhost/app/command_line/value_checks.h"
 
 #include <fmt/format.h>
@@ -18,7 +18,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// Whether the whole text is a number of this type.
+// The number, if the whole text is one of this type.
 template <typename Number>
 std::optional<Number> Parse(std::string_view text) {
   Number number{};

@@ -14,7 +14,7 @@ CLI::Validator IntegerBetween(std::int64_t min, std::uint64_t max);
 CLI::Validator NotNegative();
 // A duration, see ParseDuration.
 CLI::Validator Duration();
-// One of the words of `choices`, which "|" separates, as in help: "on|off".
+// One of the words in `choices`, separated by "|" as in help: "on|off".
 CLI::Validator OneOf(const std::string& choices);
 
 // The value of an option that passed the check.

@@ -5,7 +5,7 @@
 
 namespace fenlux::refhost {
 
-// The host's version, the interface of the modules that it can load, the module's own version, and how it was built.
+// The versions of the host, of the module interface that it can load, and of the module, and how it was built.
 std::string VersionText();
 
 }  // namespace fenlux::refhost

@@ -33,7 +33,7 @@ Paths SocketPaths(const ControlOptions& options, ConfigErrors& errors) {
   return socket.empty() ? DefaultControlPaths() : Paths{socket};
 }
 
-// The answer of the first host that can be reached. Throws ControlChannelError, with what was tried.
+// The answer of the first host that can be reached. Throws ControlChannelError, listing what was tried.
 std::string SendToFirst(const Paths& paths, const std::string& request, std::chrono::milliseconds timeout) {
   std::string tried;
   for (const auto& path : paths) {
@@ -51,7 +51,7 @@ int Fail(int code, const ControlOptions& options, const std::string& text) {
   return code;
 }
 
-// Monitoring scripts read the line from standard output, like that of a host that answers.
+// On standard output, where monitoring scripts also read the answer of a running host.
 int ShowUnreachable(const std::string& reason, bool json) {
   const Report report = UnreachableReport(reason);
   std::cout << (json ? JsonText(report) + "\n" : HealthText(report));
@@ -88,7 +88,7 @@ int ControlHost(ControlOptions options) {
   const std::string request = EncodeRequest(options.request);
   if (request.size() > kMaxControlRequest) {
     return Fail(kExitUsage, options,
-                fmt::format("fenlux-host: the request is {} bytes long, but a host takes no more than {}; send fewer "
+                fmt::format("fenlux-host: the request is {} bytes long, but a host accepts no more than {}; send fewer "
                             "items at once",
                             request.size(), kMaxControlRequest));
   }

@@ -1,4 +1,4 @@
-// The `run` command: starts a host, serves it until it has to stop, and prints the summary.
+// The `run` command: starts a host, runs it until it has to stop, and prints the summary.
 #include <atomic>
 #include <future>
 #include <iostream>
@@ -32,7 +32,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Serves the control channel on one thread, so that operations never overlap: those of network control must not.
+// Serves the control channel on one thread, because operations of network control must not overlap.
 class ControlThread {
  public:
   ControlThread(ReferenceHost& host, std::shared_ptr<ControlListener> opened) : listener(std::move(opened)) {
@@ -59,11 +59,11 @@ class ControlThread {
 // The control channel, or why there is none.
 struct ControlOpening {
   std::shared_ptr<ControlListener> listener;
-  std::string reason;  // empty if it was not asked for
+  std::string reason;  // empty if there is a channel, or none is configured
 };
 
-// At the default place, other users may be able to prevent the channel; that must not stop a host. Nor must a host end
-// up without a channel because it was started twice, or because its own setting is wrong.
+// Other users may be able to block the default path; that must not stop a host. But a host that was started twice, or
+// whose own setting is wrong, must fail rather than run without a channel.
 ControlOpening OpenControl(const ControlSettings& settings) {
   if (!settings.enabled) return {};
   if (!settings.socket.empty()) return {std::make_shared<ControlListener>(settings.socket), {}};
@@ -97,7 +97,7 @@ void ServeMetrics(ReferenceHost& host, MetricsServer& server) {
   host.Log(Severity::kEvent, "[host] metrics at " + server.Url());
 }
 
-// The module and the driver go on without the step, and so does the run.
+// Runs a step that a run can do without. A step that runs out of memory is abandoned.
 template <typename Step>
 void IfThereIsMemory(const Step& step) {
   try {
@@ -124,7 +124,7 @@ std::string SummaryText(const SummaryFacts& facts, bool json) {
 
 void HandleSignal(HostSignal received, ReferenceHost& host, const RunOptions& options, BoundedOutput& out) {
   if (received != HostSignal::kSummary || out.Write(SummaryText(host.Facts(), options.json))) return;
-  host.Log(Severity::kWarning, "[host] nobody reads standard output: a summary is dropped");
+  host.Log(Severity::kWarning, "[host] nobody reads standard output; dropping a summary");
 }
 
 // Why a run stops.
@@ -133,7 +133,7 @@ enum class RunEnd { kSignal, kDuration, kScenario };
 // Starts the host's polling and returns when the run has to stop.
 RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, const ServiceManager& manager,
              BoundedOutput& out) {
-  static std::atomic<bool> reloadRequested{false};  // the polling ends with the process
+  static std::atomic<bool> reloadRequested{false};  // static: polling continues until the process ends
   StartPolling([&host] {
     if (reloadRequested.exchange(false)) ReloadHost(host);
     host.Poll();
@@ -155,8 +155,8 @@ RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, con
   }
 }
 
-// Writes the lines to standard error and returns the code. Nobody may read standard error, and the signals that would
-// end the process are blocked: it then ends here.
+// Writes the lines to standard error and returns the code. If standard error is stuck, ends the process here: the
+// signals that would end it are blocked.
 int Fail(int code, const std::string& text, std::chrono::milliseconds limit = kStopTimeout) {
   try {
     BoundedOutput error(std::cerr, "standard error");
@@ -178,7 +178,7 @@ int Fail(int code, const RunOptions& options, const std::string& message,
 int RunHost(const RunOptions& options) {
   ConfigErrors errors;
   HostConfig config = LoadHostConfig(options.config, errors);
-  BlockSignals();  // not before: a signal must end a start whose file system does not answer
+  BlockSignals();  // not before: if the file system hangs during the start, a signal must end it
   if (!errors.Empty()) {
     return Fail(kExitUsage, ProblemLines(errors, options.json));
   }
@@ -203,7 +203,7 @@ int RunHost(const RunOptions& options) {
   std::unique_ptr<MetricsServer> metrics;
   std::unique_ptr<BoundedOutput> out;
   try {
-    // These need the privileges of the start, and no thread may run when those are given up.
+    // These need the initial privileges, and no other thread may be running when those are dropped.
     LogFile logFile = OpenTrustedLog(config.start.log.file, options.insecurePermissions);
     ControlOpening opening = OpenControl(control);
     metrics = OpenMetrics(config.start.metrics);
@@ -250,7 +250,7 @@ int RunHost(const RunOptions& options) {
                 deadline.OutputTimeout(Clock::now()));
   }
   // The module's workers are detached and still use the host, so the process ends without destroying it. Everything
-  // that matters outside has been stopped, drained and flushed; a stuck output is left behind.
+  // visible from outside has been stopped, drained and flushed; a stuck output is abandoned.
   EndProcess(code);
 }
 

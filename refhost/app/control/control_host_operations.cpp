@@ -1,4 +1,4 @@
-// The table of operations of the host itself.
+// The table of the host's own operations.
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -39,7 +39,7 @@ const ControlOperation kHostOperations[] = {
      [](Host& host, const Arguments&) { return StatusReport(WholeHost(host).Status()); },
      true},
     {"health",
-     "Show in one line whether the host works as it should; the exit code says it too: 0, 6 (degraded) or 7 (none)",
+     "Show in one line whether the host works as it should, and in the exit code: 0, 6 (degraded) or 7 (no host)",
      {},
      [](Host& host, const Arguments&) { return HealthReport(WholeHost(host).Status()); },
      true,
@@ -84,7 +84,7 @@ const ControlOperation kHostOperations[] = {
      "Show which rule in force would decide about an event, and why not the earlier ones",
      {{"path", ArgumentKind::kRequiredOption, "path of the event"},
       {"process", ArgumentKind::kOption, "path of the program that performs the operation"},
-      {"pid", ArgumentKind::kIntegerOption, "process whose program it is"},
+      {"pid", ArgumentKind::kIntegerOption, "process that runs the program"},
       {"code", ArgumentKind::kIntegerOption,
        "notification code; 4097, a file that is opened, if neither it nor an event is given"},
       {"event", ArgumentKind::kOption, "name of an event, as in rules"}},

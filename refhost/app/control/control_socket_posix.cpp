@@ -23,9 +23,9 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// A listener that is there at all answers a connect at once, unless it is stopped and its queue is full.
+// A live listener accepts a connection at once, unless its process is stopped and its queue is full.
 constexpr std::chrono::milliseconds kProbeTimeout{1000};
-// A host that opens its socket probes one other listener at most.
+// While it holds the lock, a host probes at most one other listener.
 constexpr std::chrono::seconds kLockTimeout{5};
 constexpr std::chrono::milliseconds kLockInterval{5};
 
@@ -47,7 +47,7 @@ Descriptor NewSocket() {
   return socket;
 }
 
-// The pointer type that the socket calls take.
+// The pointer type that the socket calls expect.
 const sockaddr* Generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
 
 // Returns 0 or the error. It is EAGAIN if the listener's queue stays full: without the time limit, connect would wait
@@ -82,12 +82,12 @@ void PrepareDirectory(const fs::path& directory) {
 
 [[noreturn]] void RefuseOtherFile(const fs::path& path) {
   throw ControlChannelError(
-      fmt::format("cannot open the control socket {}: there is something else, which is not a socket; move it away, "
+      fmt::format("cannot open the control socket {}: something that is not a socket is in its place; move it away, "
                   "or choose another socket with --socket or [control]",
                   path.native()));
 }
 
-// Removes a socket that nobody listens on any more, and nothing else.
+// Removes a socket that nobody listens on any more. Throws if anything else is in its place.
 void RemoveLeftover(const fs::path& path, const sockaddr_un& address) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return;
@@ -106,8 +106,8 @@ void RemoveLeftover(const fs::path& path, const sockaddr_un& address) {
   ::unlink(path.c_str());
 }
 
-// Keeps other hosts from opening a socket in the directory until it is closed: two that see the same leftover would
-// otherwise both remove it, the later one with the socket of the other.
+// Keeps other hosts from opening a socket in the directory until the result is closed. Otherwise two hosts that find
+// the same leftover would both remove it, the later one together with the other's new socket.
 Descriptor LockDirectory(const fs::path& directory) {
   Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
@@ -132,7 +132,7 @@ Descriptor ListenAt(const fs::path& path) {
   const Descriptor lock = LockDirectory(path.parent_path());
   RemoveLeftover(path, address);
   Descriptor socket = NewSocket();
-  // The file that bind creates gets the mode of the socket: no name has to be looked up again to change it.
+  // bind creates the file with the mode of the socket, so the mode need not be changed by name afterwards.
   if (::fchmod(socket.Get(), S_IRUSR | S_IWUSR) != 0 || ::bind(socket.Get(), Generic(address), sizeof(address)) != 0) {
     throw ControlChannelError(fmt::format("cannot open the control socket {}: {}", path.native(), LastErrorText()));
   }

@@ -14,8 +14,8 @@ namespace fenlux::refhost {
 
 // Where a record is in the capture.
 struct DrivePlace {
-  std::uint32_t connection = 0;  // 0: not one record
-  std::uint64_t exchange = 0;    // 0: not one exchange
+  std::uint32_t connection = 0;  // 0: no particular connection
+  std::uint64_t exchange = 0;    // 0: no particular exchange
   std::uint64_t offset = 0;      // of the message's block in the file
 };
 
@@ -25,9 +25,9 @@ struct DriveFinding {
   std::string record = {};        // "notification 4098"
   std::string field = {};         // "second path, length at 34"; empty: the record as a whole
   std::string wrong = {};         // what the driver did
-  std::string circumstance = {};  // of the first; may be empty
+  std::string circumstance = {};  // of the first record; may be empty
   DrivePlace first = {};          // the first of these records
-  std::uint64_t count = 1;        // of the records
+  std::uint64_t count = 1;        // number of records
 };
 
 // One thread.

@@ -52,7 +52,7 @@ class DrivePlayer {
   void Stop(std::string reason) {
     if (outcome.stopped.empty()) outcome.stopped = std::move(reason);
   }
-  // Returns whether the condition came true in time.
+  // Returns whether the condition became true in time.
   template <typename Condition>
   bool Await(const Condition& condition, milliseconds limit) {
     const auto deadline = Clock::now() + limit;
@@ -65,7 +65,7 @@ class DrivePlayer {
     }
     return true;
   }
-  // The ready connection that is not `earlier`; null if none is in time.
+  // Waits for a ready connection other than `earlier`; null if there is none in time.
   std::shared_ptr<CKDIBase> AwaitConnection(const std::shared_ptr<CKDIBase>& earlier, milliseconds limit) {
     std::shared_ptr<CKDIBase> current;
     const auto ready = [&] {
@@ -75,7 +75,7 @@ class DrivePlayer {
     return Await(ready, limit) ? current : nullptr;
   }
 
-  // Runs the operation. False if it does not return in time. The recording has what it throws.
+  // Runs the operation; false if it does not return in time. Ignores exceptions: the recording shows failed requests.
   bool RunStep(const DriveStep& step) {
     const ControlOperation* const operation = FindControlOperation(step.operation);
     host.Recording().AddCall(std::string(step.operation), Report(step.arguments));

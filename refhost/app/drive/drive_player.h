@@ -17,9 +17,9 @@ struct DriveSettings {
   bool emulated = true;                            // the driver is the emulator
 };
 
-// Runs the test on `host`, which must be started: waits for a connection, sends every command, lets the driver send
-// notifications, and makes the module reconnect. The host records the port meanwhile. `sleep` waits for at most the
-// given time and returns false if the user wants to stop, which ends the test. One thread.
+// Runs the test on `host`, which must be started and recording its port: waits for a connection, sends every command,
+// lets the driver send notifications, and makes the module reconnect. `sleep` waits for at most the given time and
+// returns false if the user wants to stop, which ends the test. One thread.
 DriveOutcome PlayDrive(ReferenceHost& host, const DriveSettings& settings,
                        const std::function<bool(std::chrono::milliseconds time)>& sleep);
 

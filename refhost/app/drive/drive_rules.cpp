@@ -22,7 +22,7 @@ constexpr DriveCheckText kChecks[] = {
     {"notification-items", "keeps items within the message", "the driver sent no item", "item", "items"},
     {"notification-texts", "sends texts of whole units that end with a NUL", "the driver sent no text", "text",
      "texts"},
-    {"replies", "waits for every reply and takes it", "the driver sent no notification", "notification",
+    {"replies", "waits for every reply and accepts it", "the driver sent no notification", "notification",
      "notifications"},
 };
 static_assert(std::size(kChecks) == kDriveChecks);
@@ -39,22 +39,21 @@ constexpr DriveRuleText kRules[] = {
     {DriveCheck::kConnection, "a connection lasts until the module closes it, or the driver is unloaded", "Disconnect",
      "keep the port open; do not close it for a request or a reply that you do not like"},
     {DriveCheck::kReconnect, "the module connects again 5 seconds after a connection has ended", "On disconnect",
-     "forget the old connection when its port is closed, so that the next one is not a second one"},
+     "forget the old connection when its port is closed, so that the next one does not count as a second one"},
     {DriveCheck::kRequests,
-     "the driver takes each of the 15 commands; one that it rejects counts as failed, and the "
+     "the driver accepts each of the 15 commands; one that it rejects counts as failed, and the "
      "module does not repeat it",
      "Requests",
      "accept the command. If your driver has no use for it, ignore it and report success; do not check the bytes that "
      "the command does not use"},
-    {DriveCheck::kRequestTime, "the module's thread waits until the driver has taken the request",
-     "Order and concurrency of requests",
-     "complete the request; do not wait for another request or for a reply meanwhile"},
-    {DriveCheck::kRequestTime, "the module's thread waits until the driver has taken the request",
-     "Order and concurrency of requests", "do what takes long after the request has been completed"},
+    {DriveCheck::kRequestTime, "the module's thread waits until the driver has accepted the request",
+     "Order and concurrency of requests", "complete the request without waiting for another request or for a reply"},
+    {DriveCheck::kRequestTime, "the module's thread waits until the driver has accepted the request",
+     "Order and concurrency of requests", "complete the request first, then do what takes long"},
     {DriveCheck::kVersionReply, "the driver answers request 13 with a reply of at least 65561 bytes",
      "13: version, and the version reply",
      "fill the output buffer of the request: magic and command at 0, the version at 12, and return 65561 bytes"},
-    {DriveCheck::kVersionReply, "the reply has at least 65561 bytes; the module takes a shorter one as version 0",
+    {DriveCheck::kVersionReply, "the reply has at least 65561 bytes; the module treats a shorter one as version 0",
      "13: version, and the version reply", "return 65561 bytes, not only the fields"},
     {DriveCheck::kVersionReply,
      "a version reply begins with magic 0x8f79ffe729a34ae3 and command 13, although this "
@@ -62,11 +61,11 @@ constexpr DriveRuleText kRules[] = {
      "13: version, and the version reply", "copy the first 12 bytes of the request into the reply"},
     {DriveCheck::kVersionReply, "the version is the u32 at 12; the module warns if it is not its own",
      "13: version, and the version reply",
-     "report the version that the driver was made for; 0 means that nothing was written at 12"},
+     "report the version that the driver was written for; 0 means that nothing was written at 12"},
     {DriveCheck::kNotificationSize,
      "a notification has a fixed part of 156 bytes; the module answers a shorter one "
      "with verdict 8",
-     "Notification", "send the whole fixed part, with zeros where there is nothing to say"},
+     "Notification", "send the whole fixed part, with zeros in unused fields"},
     {DriveCheck::kNotificationSize, "a notification has at most 196764 bytes; the port client cannot receive more",
      "The records at a glance", "shorten the items"},
     {DriveCheck::kNotificationCode,
@@ -76,7 +75,7 @@ constexpr DriveRuleText kRules[] = {
     {DriveCheck::kNotificationItems,
      "items follow each other from 156 on, each as long as its length says; one that "
      "is not in the message makes it malformed",
-     "Items", "send as many bytes as the lengths say, or a length of 0 for an item that is not there"},
+     "Items", "send as many bytes as the lengths say, or a length of 0 for an absent item"},
     {DriveCheck::kNotificationTexts, "texts are UTF-16, little-endian: two bytes for each unit", "Items",
      "give lengths in bytes, as a multiple of two"},
     {DriveCheck::kNotificationTexts,

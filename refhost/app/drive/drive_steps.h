@@ -8,14 +8,14 @@
 
 namespace fenlux::refhost {
 
-// An operation by the name and with the arguments that `ctl` has for it.
+// An operation, with the name and arguments that `ctl` uses.
 struct DriveStep {
   std::string_view operation;
   ControlArguments arguments;
 };
 
 // In the order in which they are sent. The last steps restore the switches and modes. An emulated driver also gets the
-// id of a system process; a real one has those of the real processes, which must not change.
+// id of a system process; a real driver already has the ids of the real ones, which must not change.
 std::vector<DriveStep> DriveSteps(bool emulated);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Checks one exchange after the other. What depends on how a connection ended is decided at the end.
+// Checks exchanges one by one. What depends on how a connection ended is decided at the end.
 #include "refhost/app/drive/driver_examination.h"
 
 #include <fmt/format.h>
@@ -38,7 +38,7 @@ void DriverExamination::Add(const Exchange& exchange) {
   missing += exchange.dropped;
   switch (exchange.header.kind) {
     case Kind::kConnectContext:
-      // The beginning of a file repeats the contexts of open connections.
+      // A new file begins with the contexts of open connections again.
       if (connections.emplace(exchange.header.connection, Connection{.place = PlaceOf(exchange)}).second) {
         findings.Saw(DriveCheck::kConnect);
       }
@@ -133,8 +133,8 @@ void DriverExamination::AddVersionReply(const Exchange& exchange) {
   }
 }
 
-// A close by the module is recorded before it happens, a close by the driver when the module has noticed it: by then,
-// requests may have failed because of it, and none that was sent later has succeeded.
+// The module's close is recorded before it happens, the driver's close only when the module notices it. So a request
+// that failed after the last success may have failed because of the driver's close.
 bool DriverExamination::EndedWith(const Failure& failure) const {
   const auto found = connections.find(failure.place.connection);
   if (found == connections.end() || !found->second.closed) return false;
@@ -186,7 +186,7 @@ void DriverExamination::FinishRequests(std::uint64_t end) {
                     .record = failure.record,
                     .wrong = "rejected: " + failure.text,
                     .first = failure.place});
-    } else if (failure.time + limit < end) {  // otherwise the recording ended too soon after it
+    } else if (failure.time + limit < end) {  // otherwise the recording ended too early to tell
       findings.Add({.rule = DriveRule::kRequestUnanswered,
                     .record = failure.record,
                     .wrong = "no answer",
@@ -210,7 +210,7 @@ void DriverExamination::FinishReplies(const DriveReplies& replies) {
   add(DriveRule::kReplyNotAwaited, replies.notAwaited - std::min(replies.notAwaited, unanswered),
       "the driver did not wait for it");
   add(DriveRule::kReplyRefused, replies.refused,
-      "the driver waited for one that the module does not give, or took none");
+      "the driver waited for one that the module does not send, or did not accept it");
 }
 
 void DriverExamination::Finish(const DriveOutcome& outcome) {

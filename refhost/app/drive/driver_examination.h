@@ -23,7 +23,7 @@ struct DriveLimits {
 // Replies that did not reach the driver, as its side of the port counts them.
 struct DriveReplies {
   std::uint64_t late = 0;        // the driver no longer waited
-  std::uint64_t refused = 0;     // the driver waited for a reply that the module did not give, or did not take it
+  std::uint64_t refused = 0;     // the driver waited for a reply that the module does not send, or did not accept it
   std::uint64_t notAwaited = 0;  // the driver asked for no reply
 };
 
@@ -42,7 +42,7 @@ class DriverExamination {
  public:
   explicit DriverExamination(const DriveLimits& driveLimits) : limits(driveLimits) {}
 
-  // Takes the exchanges of a recording, in the order in which they are completed.
+  // Adds an exchange of the recording. Call it in the order in which the exchanges were completed.
   void Add(const capture::Exchange& exchange);
   // Checks what needs the whole recording. Call it once, at the end.
   void Finish(const DriveOutcome& outcome);
@@ -60,7 +60,7 @@ class DriverExamination {
     std::uint64_t closeTime = 0;
     std::string reason = {};
     std::string lastRequest = {};
-    std::uint64_t lastSuccess = 0;  // when the last request was sent that the driver accepted
+    std::uint64_t lastSuccess = 0;  // when the last request that the driver accepted was sent
   };
   // A request that failed, or has no answer.
   struct Failure {
@@ -87,8 +87,8 @@ class DriverExamination {
   std::set<std::uint32_t> commands;
   std::uint64_t missing = 0;
   std::uint64_t notifications = 0;
-  std::uint64_t unanswered = 0;    // of them: get no reply by design
-  std::uint64_t longestReply = 0;  // nanoseconds that the module took for a reply
+  std::uint64_t unanswered = 0;    // of these, without a reply by design
+  std::uint64_t longestReply = 0;  // the longest time that the module took for a reply, in nanoseconds
 };
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Checks the items one by one. The driver kit's parser tells whether the module accepts a message; this code names the
+// Checks the items one by one. The driver kit's parser says whether the module accepts a message; this code names the
 // field that is wrong, and also reports mistakes that the module tolerates.
 #include "refhost/app/drive/notification_examination.h"
 
@@ -53,7 +53,7 @@ class ItemExamination {
       Add(DriveRule::kTextOdd, item, fmt::format("{} bytes, an odd number", item.length));
       return;
     }
-    // With a length, the NUL is the last unit, or an earlier one that ends the text before.
+    // With a length, the NUL should be the last unit; an earlier one also ends the text.
     for (std::uint64_t at = item.begin; at + 1 < end; at += 2) {
       if (message[at] == 0 && message[at + 1] == 0) return;
     }

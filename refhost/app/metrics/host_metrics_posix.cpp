@@ -1,5 +1,5 @@
-// Renders the host's own counts at each scrape. The library keeps no state, and no thread that delivers notifications
-// enters it.
+// Renders the host's own counts at each scrape. The library keeps no state, and threads that deliver notifications
+// never call it.
 #include <prometheus/collectable.h>
 #include <prometheus/metric_family.h>
 #include <prometheus/text_serializer.h>
@@ -119,7 +119,7 @@ class HostMetrics final : public prometheus::Collectable {
     }
     AddDecisions(families);
     MetricFamily& unjudged =
-        Family(families, "fenlux_unjudged_total", "Operations without a judgement of the module.", MetricType::Counter);
+        Family(families, "fenlux_unjudged_total", "Operations without a judgement by the module.", MetricType::Counter);
     for (std::size_t index = 0; index < kUnjudgedCauses; ++index) {
       Add(unjudged, Number(totals.unjudged[index]),
           {{"cause", std::string(UnjudgedCauseName(static_cast<UnjudgedCause>(index)))}});

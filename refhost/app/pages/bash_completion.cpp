@@ -1,5 +1,5 @@
-// The script follows the words to the command that is being completed, and then offers what may come next. It needs
-// nothing but bash itself.
+// The script follows the words to the command that is being completed, and then offers what may follow that command. It
+// needs only bash.
 #include "refhost/app/pages/bash_completion.h"
 
 #include <fmt/format.h>
@@ -43,7 +43,7 @@ complete -F _fenlux_host fenlux-host
 
 bool IsFile(const std::string& type) { return type == "FILE" || type == "PATH"; }
 
-// The words of "on|off"; empty if the type is no list of words.
+// The words of "on|off"; empty if the type is not a list of words.
 std::string WordsOf(std::string type) {
   if (type.find('|') == std::string::npos) return {};
   std::ranges::replace(type, '|', ' ');
@@ -57,7 +57,7 @@ void Collect(const CLI::App& command, Commands& commands) {
   for (const CLI::App* subcommand : Subcommands(command)) Collect(*subcommand, commands);
 }
 
-// The options that may follow a command: its own, and those of the commands around it.
+// The options that may follow a command: its own, and those of the enclosing commands.
 std::vector<const CLI::Option*> OptionsAfter(const CLI::App& command) {
   std::vector<const CLI::Option*> options = Options(command);
   for (const CLI::App* app = &command; app->get_fallthrough() && app->get_parent() != nullptr;) {
@@ -112,7 +112,7 @@ std::string BashCompletion(const CLI::App& program) {
     if (command != &program) names += fmt::format("{}      \"{}\"", names.empty() ? "" : " | \\\n", FullName(*command));
     cases += ValueCases(*command);
   }
-  // The longest names first: "fenlux-host ctl" begins the names of all operations.
+  // The longest names first, because "fenlux-host ctl" is a prefix of the names of all operations.
   std::ranges::stable_sort(commands, std::ranges::greater(),
                            [](const CLI::App* command) { return FullName(*command).size(); });
   for (const CLI::App* command : commands) cases += CommandCase(*command);

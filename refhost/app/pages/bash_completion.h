@@ -1,4 +1,4 @@
-// The completion of command lines in bash, from the tree of commands.
+// Bash completion of command lines, generated from the command tree.
 #pragma once
 
 #include <CLI/CLI.hpp>

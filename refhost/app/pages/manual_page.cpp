@@ -14,7 +14,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// Text that troff shows as it is.
+// Escapes text so that troff shows it unchanged.
 std::string Escaped(std::string_view text) {
   std::string escaped;
   bool lineStart = true;
@@ -40,7 +40,7 @@ std::string Escaped(std::string_view text) {
 
 std::string Section(std::string_view title) { return fmt::format(".SH {}\n", title); }
 
-// A term and what it means.
+// A term and its meaning.
 std::string Entry(const std::string& term, const std::string& meaning) {
   return fmt::format(".TP\n.B {}\n{}\n", Escaped(term), Escaped(meaning));
 }
@@ -79,10 +79,10 @@ std::string Commands(const CLI::App& program) {
   return text;
 }
 
-// Where a host reads what it needs; the same on every page that it matters to.
+// The files that a host uses; the same on every page.
 std::string Files() {
   return Section("FILES") + Entry("/etc/fenlux/host.toml", "The configuration of the system's service.") +
-         Entry("/run/fenlux/host.sock", "The control socket of a host that runs as root without one of its own.") +
+         Entry("/run/fenlux/host.sock", "The default control socket of a host that runs as root.") +
          Entry("$XDG_RUNTIME_DIR/fenlux/host.sock", "The control socket of a user's host.");
 }
 
@@ -110,7 +110,7 @@ std::string ManualPage(const CLI::App& command) {
   const bool isProgram = command.get_parent() == nullptr;
   const CLI::App& program = isProgram ? command : *command.get_parent();
   const std::string title = boost::algorithm::to_upper_copy(PageName(command), std::locale::classic());
-  // Without a date: pages of one source are the same bytes whenever they are made.
+  // No date, so that pages of the same source have the same bytes.
   std::string text = fmt::format(".TH {} 1 \"\" \"fenlux {}\" \"fenlux\"\n", Escaped(title), kPackageVersionText);
   std::string description = command.get_description();
   if (description.ends_with('.')) description.pop_back();

@@ -1,4 +1,4 @@
-// Manual pages from the tree of commands.
+// Manual pages, generated from the command tree.
 #pragma once
 
 #include <CLI/CLI.hpp>

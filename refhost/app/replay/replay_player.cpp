@@ -19,11 +19,11 @@ using Bytes = std::vector<std::uint8_t>;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A request with the wrong content is taken for the recorded one if the right one does not come for this long.
+// A request with different content is accepted as the recorded one if no identical one arrives within this time.
 constexpr milliseconds kSimilarAfter{1500};
-// How often the module is notified of its policy until it asks for it: it misses what comes while it is busy.
+// How often the module is notified of its policy until it reads it: it misses notifications while it is busy.
 constexpr milliseconds kPolicyInterval{100};
-// After this, it is notified even if the capture does not say why it applied its policy.
+// After this, the module is notified even if the capture does not show why it applied its policy.
 constexpr milliseconds kPolicyPatience{1000};
 constexpr milliseconds kImpatience{2000};
 constexpr milliseconds kSettleTime{1000};
@@ -106,7 +106,7 @@ void ReplayPlayer::PlayCall(const Packet& packet) {
   };
   settle();  // the recording host ran one operation after the other, unless one waited for the driver
   if (!calls.Begin(call->operation, call->arguments)) {
-    return Report(packet, "the call is none of this host's operations: " + call->operation);
+    return Report(packet, "this host has no such operation: " + call->operation);
   }
   settle();
 }
@@ -133,7 +133,7 @@ std::shared_ptr<PlayedRequest> ReplayPlayer::AwaitRequest(const Packet& packet, 
   const std::shared_ptr<PlayedPort> port = FindPort(packet.header.connection);
   const std::uint32_t command = CommandOf(recorded);
   const Clock::time_point begin = Clock::now();
-  std::map<const PlayedRequest*, bool> same;  // what was compared already
+  std::map<const PlayedRequest*, bool> same;  // results of earlier comparisons
   const auto accepts = [&](const PlayedRequest& request) {
     const auto [known, isNew] = same.try_emplace(&request, false);
     if (isNew) known->second = !CompareMessages(Kind::kRequest, recorded, request.bytes, rules);
@@ -143,7 +143,7 @@ std::shared_ptr<PlayedRequest> ReplayPlayer::AwaitRequest(const Packet& packet, 
   auto request = port->Take(accepts, milliseconds(0));
   while (request == nullptr && Clock::now() - begin < Patience()) {
     const bool isLate = Clock::now() - begin >= kPolicyPatience;
-    // A commit that no policy precedes clears the objects, as a host does when it stops the module's work.
+    // A commit without a policy before it clears the objects, as when a host stops the module's work.
     const bool clears = command == FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS && !outline.calls && !policyDue;
     if (clears && isLate) StopUnrecorded(true);
     if (!clears && capture::BelongsToPolicy(command) && (policyDue || isLate)) NotifyOfPolicy();
@@ -186,7 +186,7 @@ void ReplayPlayer::PlayNotificationReply(const Packet& packet) {
     impatient = true;
     return Report(packet, "the module did not reply");
   }
-  // The recording host could not handle the notification, for a reason of its own.
+  // In the recording, the host could not handle the notification, for reasons unrelated to the module.
   if (!packet.comment.empty()) return;
   ++totals.notifications;
   if (!exchange.delivery->Failure().empty()) {

@@ -134,7 +134,7 @@ TEST(ControlSocket, DoesNotReplaceAnOrdinaryFileAndSaysWhatToDo) {
   const auto file = directory.MakeFile("s");
   EXPECT_EQ(ControlErrorOf([&] { ControlListener{file}; }),
             "cannot open the control socket " + file.string() +
-                ": there is something else, which is not a socket; move it away, or choose another socket with "
+                ": something that is not a socket is in its place; move it away, or choose another socket with "
                 "--socket or [control]");
   EXPECT_EQ(FileText(file), "text\n");
 }

@@ -202,7 +202,7 @@ const std::vector<Fault> kFaults{
     {"does not wait for replies", "WRONG replies: reply: the driver did not wait for it",
      [](Recording& recording) { recording.outcome.replies->notAwaited = 1; }},
     {"waits for a reply to code 4113",
-     "WRONG replies: reply: the driver waited for one that the module does not give, or took none",
+     "WRONG replies: reply: the driver waited for one that the module does not send, or did not accept it",
      [](Recording& recording) { recording.outcome.replies->refused = 1; }},
 };
 
@@ -221,7 +221,7 @@ TEST(DriverExamination, FindsNothingInACorrectDriver) {
             "  ok        notification-code   sends only the codes of the protocol (2 notifications)\n"
             "  ok        notification-items  keeps items within the message (4 items)\n"
             "  ok        notification-texts  sends texts of whole units that end with a NUL (3 texts)\n"
-            "  ok        replies             waits for every reply and takes it (2 notifications)\n"
+            "  ok        replies             waits for every reply and accepts it (2 notifications)\n"
             "\n"
             "clean\n");
 }
@@ -241,7 +241,7 @@ TEST(DriverExamination, AFindingGivesThePlaceTheProtocolsRuleAndTheRemedy) {
   EXPECT_NE(recording.Text().find(
                 "\nWRONG version-reply: version reply, size: 65560 bytes\n"
                 "  seen      connection 1, exchange 10\n"
-                "  protocol  the reply has at least 65561 bytes; the module takes a shorter one as version 0 "
+                "  protocol  the reply has at least 65561 bytes; the module treats a shorter one as version 0 "
                 "(docs/protocol.md, \"13: version, and the version reply\")\n"
                 "  do        return 65561 bytes, not only the fields\n"
                 "\n1 finding\n"),
