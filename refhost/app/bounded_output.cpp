@@ -1,4 +1,4 @@
-// The queue between those who write and the thread that may have to wait for a reader.
+// The queue between the callers and the writer thread, which may block on a reader.
 #include "refhost/app/bounded_output.h"
 
 #include <condition_variable>
@@ -10,7 +10,7 @@
 
 namespace fenlux::refhost {
 
-// The writer shares ownership, because it may be left behind inside the stream.
+// Shared with the writer thread, which may stay blocked in the stream and outlive the object.
 struct BoundedOutput::Shared {
   explicit Shared(std::ostream& output) : stream(output) {}
 
@@ -33,7 +33,7 @@ struct BoundedOutput::Shared {
         const MutexLock lock(mutex);
         failure = std::move(reason);
       }
-      stream.clear();  // a reader that is gone must not silence what comes later
+      stream.clear();  // a failed write must not prevent later ones
     }
   }
 
@@ -41,7 +41,7 @@ struct BoundedOutput::Shared {
   Mutex mutex;
   std::condition_variable changed;
   std::string waiting FENLUX_GUARDED_BY(mutex);
-  std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;  // bytes that the writer has taken and not finished
+  std::size_t writing FENLUX_GUARDED_BY(mutex) = 0;  // bytes that the writer has taken but not finished
   bool ended FENLUX_GUARDED_BY(mutex) = false;
   std::string failure FENLUX_GUARDED_BY(mutex);  // of the last write that failed
 };

@@ -1,4 +1,4 @@
-// Making of the driver's side, connected to the host's log and to the observers of decisions.
+// Creates the driver's side, and connects it to the host's log and to the observers of decisions.
 #include "refhost/app/driver_parts.h"
 
 #include <chrono>

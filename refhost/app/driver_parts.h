@@ -12,15 +12,15 @@ class DecisionSink;
 class DriverEmulator;
 class FilterPort;
 
-// Takes the emulator's part of the configuration. Throws as DriverEmulator's constructor does.
+// Moves the emulator's settings out of `config`. Throws what DriverEmulator's constructor throws.
 std::shared_ptr<DriverEmulator> MakeEmulator(HostConfig& config, const std::shared_ptr<LogService>& log,
                                              const std::shared_ptr<DecisionSink>& decisions);
 
 // Null if the emulated driver is used.
 std::shared_ptr<FilterPort> MakeFilterPort(const DriverSettings& settings, const std::shared_ptr<LogService>& log);
 
-// The same handler, with a record of every judged event for `decisions`. For a real driver's port: what the driver
-// makes of a verdict is not known, so verdicts 4 and 5 count as refusing.
+// Wraps `handler` to pass a record of every judged event to `decisions`. For a real driver's port: what the driver does
+// with a verdict is unknown, so verdicts 4 and 5 count as refusing.
 NotificationHandler ObservedHandler(const NotificationHandler& handler, std::shared_ptr<DecisionSink> decisions);
 
 }  // namespace fenlux::refhost

@@ -11,7 +11,7 @@ inline constexpr int kExitModule =
     3;  // run, drive, replay: the module could not be loaded, or its init or start failed
 inline constexpr int kExitUnreachable = 3;   // ctl: no host reachable
 inline constexpr int kExitViolation = 4;     // run: a protocol violation, totals that do not add up, or no connection
-inline constexpr int kExitDifferent = 4;     // replay: the module did something else than in the capture
+inline constexpr int kExitDifferent = 4;     // replay: the module did something different from the capture
 inline constexpr int kExitFaults = 4;        // drive: the driver did something wrong
 inline constexpr int kExitNoMemory = 5;      // not enough memory to go on
 inline constexpr int kExitDegraded = 6;      // ctl health: the host does not work as it should

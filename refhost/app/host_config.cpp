@@ -28,7 +28,7 @@ bool KernelEvents(const HostConfig& config) {
   return config.start.driver.port == DriverPortKind::kEmulator && config.emulator.source == EventSourceKind::kFanotify;
 }
 
-// Nothing if no verdict that a decision can give refuses.
+// nullopt if no decision leads to a verdict that refuses.
 std::optional<Decision> RefusingDecision(const KernelEventSettings& kernel) {
   struct Row {
     Decision decision;
@@ -46,11 +46,11 @@ std::optional<Decision> RefusingDecision(const KernelEventSettings& kernel) {
   return row == std::end(kDecisions) ? std::nullopt : std::optional(row->decision);
 }
 
-// What rules that name programs need of the kernel source.
+// Applies what rules that name programs require of the kernel source, or reports it.
 void CheckProgramRules(const ConfigTable& emulator, const ProgramJudging& judging, HostConfig& config) {
   if (!judging.kernelEvents || !config.reloadable.rules.NameProcesses()) return;
-  // A process that runs another program keeps its id: what the cache knows of a process that waits for a verdict may be
-  // the program it ran before.
+  // A process keeps its id when it runs another program, so for a process that waits for a verdict, the cache may still
+  // contain the program that it ran before.
   if (!config.reloadable.module.cacheBypassed) config.reloadable.module.cacheBypassed = true;
   if (judging.unknownProgram) return;
   emulator.Table("kernel").Report("refusing_verdicts",
@@ -91,7 +91,7 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors,
   return config;
 }
 
-// Names of settings that a reload puts into force: of tables, or of single keys.
+// Settings that take effect on a reload: tables, or single keys.
 constexpr std::string_view kLive[] = {"judging",
                                       "module.bypass_process_cache",
                                       "module.config_block",
@@ -109,7 +109,7 @@ bool IsLive(std::string_view key) {
   });
 }
 
-// A file with a key of a scenario, and no table of a host's configuration.
+// Whether the file has a key of a scenario, and no table of a host's configuration.
 bool IsScenario(const ConfigTable& root) {
   constexpr std::string_view kScenario[] = {"faults", "name", "repeat", "steps", "threads"};
   constexpr std::string_view kHost[] = {"capture",     "control",       "driver",      "emulator", "judging",

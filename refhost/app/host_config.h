@@ -31,7 +31,7 @@ struct ControlSettings {
   bool operator==(const ControlSettings&) const = default;
 };
 
-// Fixed for the host's life.
+// Fixed for the host's lifetime.
 struct StartSettings {
   boost::filesystem::path moduleLibrary;  // empty: the default one
   bool stopAtEnd = false;                 // stop when the scenario ends
@@ -62,18 +62,18 @@ struct HostConfig {
   ConfigContent content;  // the file itself
 };
 
-// How the programs of events are judged. It depends on where events come from, so it is fixed for the host's life.
+// How the programs of events are judged. Depends on where events come from, so it is fixed for the host's lifetime.
 struct ProgramJudging {
   bool kernelEvents = false;
-  // The decision on an event whose program is unknown, where a rule's program pattern would decide: one that refuses
-  // the operation. Nothing if none does, or if events do not come from the kernel.
+  // The decision on an event whose program is unknown, if a rule's program pattern would decide it: one that refuses
+  // the operation. nullopt if no decision refuses, or if events do not come from the kernel.
   std::optional<Decision> unknownProgram;
 };
 
 ProgramJudging ProgramJudgingOf(const HostConfig& config);
 
-// Reads and validates a host's configuration and the scenario it names. Use the result only if `errors` stays empty.
-// A reload passes how the running host judges programs, because the file's other source waits for a restart.
+// Reads and validates a host's configuration and the scenario it names. Use the result only if `errors` stays empty. A
+// reload passes how the running host judges, because a changed event source takes effect only after a restart.
 HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& errors,
                           const std::optional<ProgramJudging>& running = std::nullopt);
 
@@ -82,7 +82,7 @@ HostConfig LoadHostConfig(const boost::filesystem::path& file, ConfigErrors& err
 std::vector<std::string> ChangesThatNeedARestart(const ConfigContent& running, const HostConfig& reloaded,
                                                  const boost::filesystem::path& file);
 
-// Reads only what `ctl` needs: errors in other tables do not matter to it. A host without a control channel is an
+// Reads only what `ctl` needs; errors in other tables of the file do not matter. A host without a control channel is an
 // error.
 ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigErrors& errors);
 
@@ -90,7 +90,7 @@ ControlSettings LoadControlSettings(const boost::filesystem::path& file, ConfigE
 // driver receives, 4 and 5 count as refusing.
 DecisionFlags RefusingDecisions(const HostConfig& config);
 
-// What else to check of a host's configuration without errors, with the table it was read from.
+// Further checks of a host's configuration without errors, given the table it was read from.
 using HostCheck = std::function<void(const ConfigTable& root, const HostConfig& config)>;
 
 // Validates a scenario, or a host's configuration and the scenario it names. `alsoCheck` may be empty.

@@ -1,5 +1,5 @@
-// A connection has the policy once the module read it after the start of the connection and after the last change: the
-// module reads it only for a ready connection, and by then no other connection exists.
+// A connection has the policy once the module has read it after both the start of the connection and the last change:
+// the module reads it only for a ready connection, and no other connection exists then.
 #include "refhost/app/policy_watch.h"
 
 #include <algorithm>

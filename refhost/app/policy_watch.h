@@ -2,8 +2,8 @@
 //
 // The module applies the policy when a connection becomes ready and whenever NotifyPolicyChanged is called. Two things
 // can leave a connection without it: a connection may end while its policy is still being applied, and a notification
-// that arrives while the policy is applied is lost. The module then waits for another notification, which is the host's
-// duty to send.
+// that arrives while the policy is applied is lost. The module then waits for another notification, which the host
+// must send.
 #pragma once
 
 #include <chrono>

@@ -90,7 +90,7 @@ ReferenceHost::ReferenceHost(boost::filesystem::path file, HostConfig config, st
   recording->SetFacts(HostFacts(start.module, config.reloadable.module, *work));
 }
 
-// Events arrive at once: the decision log and the rules' settings must already apply.
+// Events may arrive immediately, so the decision log and the rules' settings must already be in place.
 std::shared_ptr<DriverEmulator> ReferenceHost::StartEmulator(HostConfig& config) {
   const std::shared_ptr<const RulesInForce> inForce = judge->InForce();
   decisions->Attach(decisionLog, inForce->rules.logged);
@@ -128,7 +128,7 @@ void ReferenceHost::Start(const boost::filesystem::path& library) {
 }
 
 void ReferenceHost::Stop() {
-  // Clears the driver's objects, which waits for the driver to answer: on another thread, and only for a moment.
+  // Clears the driver's objects. That waits for the driver, so it runs on another thread with a short limit.
   std::future<void> stopped = StopModule();
   const bool answered = !stopped.valid() || stopped.wait_for(kModuleStopTimeout) == std::future_status::ready;
   if (!answered) log->Write(Severity::kWarning, "[host] the driver does not answer; stopping without clearing it");
@@ -156,7 +156,7 @@ std::future<void> ReferenceHost::StopModule() {
     StartThread("stopping the module", std::move(stop)).detach();
   } catch (const std::runtime_error& error) {
     log->Write(Severity::kProblem, std::string("[host] ") + error.what());
-    return {};  // the end of the driver's side ends the module's connection
+    return {};  // stopping the driver's side ends the module's connection
   }
   return stopped;
 }

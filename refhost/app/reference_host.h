@@ -52,8 +52,8 @@ struct ReloadResult {
 // any operation, except where noted.
 class ReferenceHost final : public ModuleOwner {
  public:
-  // Creates the services and the driver. Reload reads `file`. A null `logFile` means that the configured log has to be
-  // opened. Throws std::runtime_error if the log, the capture or the emulator's event source cannot be opened.
+  // Creates the services and the driver. Reload reads `file`. If `logFile` is null, opens the configured log. Throws
+  // std::runtime_error if the log, the capture or the emulator's event source cannot be opened.
   ReferenceHost(boost::filesystem::path file, HostConfig config, std::shared_ptr<std::FILE> logFile = nullptr);
   ~ReferenceHost();
   ReferenceHost(const ReferenceHost&) = delete;
@@ -68,14 +68,14 @@ class ReferenceHost final : public ModuleOwner {
   // Waits until everything logged so far is written; false if `limit` passes first, because an output is stuck.
   bool DrainLog(std::chrono::milliseconds limit);
 
-  // Ensures that the connection gets the current policy (see PolicyWatch). Waits for the module while that waits for
-  // its driver. Call it several times a second, always on the same thread.
+  // Ensures that the connection gets the current policy (see PolicyWatch). May block while the module waits for its
+  // driver. Call it several times a second, always on the same thread.
   void Poll();
   // Reloads the configuration file: replaces the policy and the other live settings and notifies the module. If the
-  // file has errors, logs them and changes nothing. In any case opens the log file again, which may have been renamed.
+  // file has errors, logs them and changes nothing. Always reopens the log file, which may have been renamed.
   ReloadResult Reload();
 
-  // `observer` is told when a reload begins (true) and ends. Call it before Start. Must not throw.
+  // `observer` is called when a reload begins (true) and ends (false); it must not throw. Call this before Start.
   void ObserveReloads(std::function<void(bool begins)> observer) { reloadObserver = std::move(observer); }
 
   // Writes a line to the host's log.
@@ -87,7 +87,7 @@ class ReferenceHost final : public ModuleOwner {
   EmulatorState DriverState() const;
 
   PortRecording& Recording() { return *recording; }
-  // For those who watch events.
+  // The events for watchers.
   EventFeed& Events() { return *events; }
   // Where observers of decisions attach.
   DecisionSink& Decisions() { return *decisions; }
@@ -107,9 +107,9 @@ class ReferenceHost final : public ModuleOwner {
   boost::filesystem::path ModuleFile() const;
   // Notifies the module of the policy and records that.
   void NotifyPolicyChanged();
-  // Begins to stop the module's work on a thread of its own. Invalid if there is nothing to wait for.
+  // Begins to stop the module's work on a new thread. The future is invalid if there is nothing to wait for.
   std::future<void> StopModule();
-  // Goes on with the log in the file of that name, or in the old one if it cannot be opened.
+  // Reopens the log file by its name, or keeps the old file if that fails.
   void ReopenLog();
   ReloadResult ReadAgain();
   void LogLines(Severity severity, const std::string& prefix, const std::string& lines);

@@ -6,18 +6,18 @@
 
 namespace fenlux::refhost {
 
-// A run ends this long after the signal, whatever its outputs, its configuration and the driver do. A call into the
-// module that outlasts its own grace is added to it.
+// A run ends within this time after the signal, whatever its outputs, its configuration and the driver do. A call into
+// the module that exceeds its own limit extends it.
 inline constexpr std::chrono::milliseconds kEndTimeout{3000};
 
-// The shares: for an operation of the control channel, and for the module, which is waited for twice.
+// The shares of an operation of the control channel, and of the module, which is waited for twice.
 inline constexpr std::chrono::milliseconds kControlStopTimeout{300};
 inline constexpr std::chrono::milliseconds kModuleStopTimeout{500};
-// For each output even if the time is over: one that is not stuck needs less.
+// For each output even after the deadline: an output that is not stuck needs less.
 inline constexpr std::chrono::milliseconds kMinOutputTimeout{100};
 // The log, standard output, and an error on standard error.
 inline constexpr int kOutputsAtEnd = 3;
-// The rest of kEndTimeout is for a busy machine, and for the loop to see the signal.
+// The rest of kEndTimeout allows for a busy machine, and for the loop to notice the signal.
 inline constexpr std::chrono::milliseconds kStopTimeout{2300};
 
 // The time left for the outputs at the end. Not thread-safe.

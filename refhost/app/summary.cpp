@@ -45,7 +45,7 @@ Report NotificationsReport(const EmulatorTotals& totals) {
   return report;
 }
 
-// What the port client counts. A real driver does not show its own counts.
+// What the port client counts. A real driver does not expose its own counts.
 Report DriverPortReport(const FilterPortTotals& totals) {
   Report report = Report::object();
   report["requests"] = totals.requests;

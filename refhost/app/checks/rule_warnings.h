@@ -1,4 +1,4 @@
-// Warnings about rules that are valid and cannot do what they seem to.
+// Warnings about rules that are valid but cannot work as written.
 #pragma once
 
 namespace fenlux::refhost {
@@ -6,9 +6,9 @@ namespace fenlux::refhost {
 class ConfigTable;
 struct Rules;
 
-// Warns of rules that an earlier one always precedes, and of patterns that match no path, or not the one that is meant.
-// `judging` is the table that the rules were read from, without errors. With `kernelEvents`, the paths of events are
-// those of this machine's files.
+// Warns about rules that never decide because an earlier rule always matches first, and about patterns that match no
+// path or not the intended one. `judging` is the table that the rules were read from, without errors. With
+// `kernelEvents`, the paths of events are those of this machine's files.
 void WarnAboutRules(const ConfigTable& judging, const Rules& rules, bool kernelEvents);
 
 }  // namespace fenlux::refhost

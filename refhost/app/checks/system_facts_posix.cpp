@@ -24,7 +24,7 @@ std::string WithLinksResolved(const std::string& pattern) {
   boost::system::error_code error;
   const std::string literal = pattern.substr(0, end);
   std::string real = fs::canonical(literal, error).string();
-  if (error) {  // no such file: then at least its directory
+  if (error) {  // no such file: resolve at least its directory
     const std::size_t slash = literal.rfind('/');
     if (slash == 0) return {};
     real = fs::canonical(literal.substr(0, slash), error).string();

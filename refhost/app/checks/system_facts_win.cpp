@@ -1,4 +1,4 @@
-// Windows hosts have no kernel events of this kind, and rules see other paths.
+// Windows has no kernel events of this kind, and its paths look different.
 #include "refhost/app/checks/system_facts.h"
 
 namespace fenlux::refhost {

@@ -1,4 +1,4 @@
-// The `check` command: validates a file, and tries what `run` would begin with.
+// The `check` command: validates a file, and tries the first steps of `run`.
 #include <fmt/format.h>
 
 #include <iostream>

@@ -24,23 +24,23 @@ struct RunOptions {
   bool insecurePermissions = false;           // as root, use files that other users may change
 };
 
-// Runs a host. Returns only if the host could not be created; otherwise ends the process when the run is over, because
-// the module's threads are never joined.
+// Runs a host. Returns only if the host could not be created; otherwise ends the process when the run ends, because the
+// module's threads are never joined.
 int RunHost(const RunOptions& options);
 
 struct CheckOptions {
   boost::filesystem::path file;
-  bool json = false;                 // show what is found as JSON, on standard output
+  bool json = false;                 // show the findings as JSON, on standard output
   bool insecurePermissions = false;  // as root, accept files that other users may change
 };
 
-// Validates a configuration or a scenario, and tries what a run with the configuration would begin with.
+// Validates a configuration or a scenario, and tries the first steps of a run with the configuration.
 int CheckConfiguration(const CheckOptions& options);
 
 struct DecodeOptions {
   boost::filesystem::path file;
   bool json = false;
-  bool follow = false;  // read on as the file grows
+  bool follow = false;  // keep reading as the file grows
   bool hex = false;     // show the bytes of messages too
   // Conditions of the exchanges to show.
   std::optional<std::uint32_t> code;
@@ -67,7 +67,7 @@ int ReplayCapture(const ReplayOptions& options);
 struct DriveOptions {
   boost::filesystem::path config;
   boost::filesystem::path module;  // overrides the configuration unless empty
-  boost::filesystem::path record;  // capture to keep; empty: none is kept
+  boost::filesystem::path record;  // capture to keep; empty: do not keep it
   std::chrono::milliseconds timeout{15'000};
   std::chrono::milliseconds requestLimit{2'000};
   std::chrono::milliseconds notifications{5'000};
@@ -76,7 +76,7 @@ struct DriveOptions {
   bool insecurePermissions = false;  // as root, use files that other users may change
 };
 
-// Makes the module run through the protocol with a driver, and shows what the driver does wrong. Returns only if the
+// Has the module exercise the whole protocol with a driver, and shows what the driver does wrong. Returns only if the
 // host could not be created; otherwise ends the process.
 int DriveDriver(const DriveOptions& options);
 

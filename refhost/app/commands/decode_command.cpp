@@ -1,4 +1,4 @@
-// The `decode` command: shows the exchanges of a capture, one after the other.
+// The `decode` command: shows the exchanges of a capture one by one.
 #include <fmt/format.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -20,10 +20,10 @@
 namespace fenlux::refhost {
 namespace {
 
-// How often a file that is being written is looked at again.
+// How often a growing file is checked for new data.
 constexpr std::chrono::milliseconds kFollowInterval{100};
 
-// The part of a file by which it is recognized when another takes its name.
+// How many of its first bytes identify a file, to notice when another one takes its name.
 constexpr std::size_t kBeginning = 512;
 
 std::ifstream OpenFile(const boost::filesystem::path& file) {
@@ -37,7 +37,7 @@ std::uint64_t SizeOf(const boost::filesystem::path& file) {
   return error ? 0 : size;
 }
 
-// The position of the stream stays.
+// Keeps the stream's position.
 std::string BeginningOf(std::istream& stream) {
   stream.clear();
   const std::istream::pos_type position = stream.tellg();
@@ -50,8 +50,8 @@ std::string BeginningOf(std::istream& stream) {
   return bytes;
 }
 
-// Whether the name belongs to another file than the opened one by now: the recorder has begun a new one. A file only
-// grows, so what the name has shown first must be in the opened file afterwards.
+// Whether the name now belongs to a different file, because the recorder has begun a new one. The named file is read
+// first: a file only grows, so if it is still the same, the opened one has these bytes too.
 bool IsReplaced(const boost::filesystem::path& file, std::istream& opened) {
   std::ifstream named = OpenFile(file);
   const std::string now = BeginningOf(named);
@@ -72,7 +72,7 @@ class Output {
     text.clear();
   }
   std::uint64_t Problems() const { return problems; }
-  // The exit code of a command that succeeds if all that it showed could be written.
+  // Success if all output was written; otherwise reports why not.
   int Code() const {
     if (failure.empty()) return kExitSuccess;
     std::cerr << ProblemLines("fenlux-host: " + failure, json);
@@ -123,7 +123,7 @@ capture::ExchangeFilter FilterOf(const DecodeOptions& options) {
   return filter;
 }
 
-// Reads the file as it grows, and its successors, until a signal ends that.
+// Reads the file as it grows, and its successors, until a signal arrives.
 void Follow(const boost::filesystem::path& file, capture::CaptureDecoder& decoder, Output& output) {
   for (;;) {
     std::ifstream stream = OpenFile(file);
@@ -135,7 +135,7 @@ void Follow(const boost::filesystem::path& file, capture::CaptureDecoder& decode
       output.Flush();
       if (replaced) break;
       if (WaitForSignal(kFollowInterval) == HostSignal::kStop) return;
-      replaced = IsReplaced(file, stream);  // then read once more what came before
+      replaced = IsReplaced(file, stream);  // then read the rest of the old file first
     }
   }
 }

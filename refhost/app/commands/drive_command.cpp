@@ -36,7 +36,7 @@ using std::chrono::milliseconds;
 // Large enough that a fast driver does not overflow the recording.
 constexpr std::size_t kQueueSize = std::size_t{64} << 20;
 constexpr milliseconds kLogTimeout{1000};
-// For writing the rest of the recording: the results depend on it.
+// For writing the rest of the recording, which the results depend on.
 constexpr milliseconds kWriteTimeout{60'000};
 
 int Fail(int code, const DriveOptions& options, const std::string& text) {
@@ -44,7 +44,7 @@ int Fail(int code, const DriveOptions& options, const std::string& text) {
   return code;
 }
 
-// The file that the port is recorded in: the user's, or one that is removed at the end.
+// The file that receives the recording: the user's, or a temporary one that is removed at the end.
 class CaptureFile {
  public:
   explicit CaptureFile(const boost::filesystem::path& kept) : file(kept) {
@@ -64,7 +64,7 @@ class CaptureFile {
 
  private:
   boost::filesystem::path file;
-  boost::filesystem::path directory;  // empty: the file stays
+  boost::filesystem::path directory;  // empty: the file is kept
 };
 
 DriveLimits LimitsOf(const DriveOptions& options, const HostConfig& config) {

@@ -1,4 +1,4 @@
-// The `explain` command: what the rules of a configuration would make of an event.
+// The `explain` command: how the rules of a configuration would judge an event.
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>

@@ -115,7 +115,7 @@ std::uint64_t SizeOf(const boost::filesystem::path& file) {
   return error ? 0 : size;
 }
 
-// The module's first connection tells what the facts do not.
+// Settings that the facts may lack, as the module's first connection shows them.
 capture::ObservedSettings ObservedSettingsOf(const capture::CaptureOutline& outline) {
   for (const auto& [number, connection] : outline.connections) {
     if (connection.opening) return connection.settings;

@@ -1,5 +1,5 @@
-// Polls the host for new events. A watcher that cannot write does not ask, and so loses events; the host never
-// waits for it.
+// Polls the host for new events. A watcher that is blocked on its output does not poll, and so loses events; the host
+// never waits for it.
 #include "refhost/app/commands/watch_events.h"
 
 #include <fmt/format.h>
@@ -16,10 +16,10 @@
 namespace fenlux::refhost {
 namespace {
 
-// Between two questions, if there was nothing more to ask for.
+// The pause between two polls, unless more events are waiting.
 constexpr std::chrono::milliseconds kInterval{100};
 
-// Says what this watcher did not get.
+// Reports the events that this watcher missed.
 void ShowLoss(const Report& news, bool json) {
   const auto lost = news.at("lost").get<std::uint64_t>();
   const bool unwatched = news.at("unwatched").get<bool>();

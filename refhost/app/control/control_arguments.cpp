@@ -1,4 +1,4 @@
-// Conversions from the text that arrived to the value an operation needs.
+// Converts the text of an argument to the value that an operation needs.
 #include "refhost/app/control/control_arguments.h"
 
 #include <fmt/format.h>

@@ -15,7 +15,7 @@
 
 namespace fenlux::refhost {
 
-// How an argument is written on the command line. Every kind travels to the host as text.
+// How an argument is written on the command line. Every kind is sent to the host as text.
 enum class ArgumentKind {
   kInteger,
   kPath,            // made absolute by `ctl` if relative
@@ -31,7 +31,7 @@ struct ControlArgument {
   std::string_view name;
   ArgumentKind kind;
   std::string_view help;
-  // Of an integer: what its type can hold. Whether a value makes sense is for the module to decide.
+  // For integers, the range of the type. The module decides whether a value makes sense.
   std::int64_t min = 0;
   std::uint64_t max = std::numeric_limits<std::uint32_t>::max();
 };
@@ -45,16 +45,16 @@ class ControlRefusal : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Each reads one argument and throws ControlRefusal if it is missing or malformed.
+// Each function reads one argument and throws ControlRefusal if it is missing or malformed.
 std::string_view TextArgument(const ControlArguments& arguments, std::string_view name);
-// An integer that fits the type. Whether the value makes sense is for the module to decide.
+// An integer that fits the type. The module decides whether the value makes sense.
 std::int32_t Int32Argument(const ControlArguments& arguments, std::string_view name);
 std::uint32_t Uint32Argument(const ControlArguments& arguments, std::string_view name);
 std::uint64_t Uint64Argument(const ControlArguments& arguments, std::string_view name);
 bool OnOffArgument(const ControlArguments& arguments, std::string_view name);
 std::shared_ptr<NetControlItems> ItemsArgument(const ControlArguments& arguments, std::string_view name);
 
-// Nothing if the option is absent.
+// nullopt if the option is absent.
 std::optional<std::string> OptionArgument(const ControlArguments& arguments, std::string_view name);
 bool HasFlag(const ControlArguments& arguments, std::string_view name);
 

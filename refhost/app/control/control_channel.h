@@ -17,10 +17,10 @@ namespace fenlux::refhost {
 inline constexpr std::size_t kMaxControlRequest = std::size_t{1} << 20;
 inline constexpr std::size_t kMaxControlAnswer = std::size_t{64} << 20;
 
-// What the host grants its clients, so that none of them holds the channel or the host's memory.
+// Limits that keep a client from blocking the channel or exhausting the host's memory.
 struct ControlLimits {
   std::size_t requestBytes = kMaxControlRequest;
-  std::chrono::milliseconds requestTime{5000};  // for a whole request to arrive, and again for its answer to leave
+  std::chrono::milliseconds requestTime{5000};  // for a whole request to arrive, and again for its answer to be sent
   std::size_t clients = 8;                      // connected at once; further ones wait
 };
 
@@ -53,14 +53,14 @@ boost::filesystem::path DefaultControlPath();
 // Where `ctl` looks for a host by default, in this order: the user's own, and that of the system's service.
 std::vector<boost::filesystem::path> DefaultControlPaths();
 
-// Why no host can listen there, except that another one does; empty if it can. Changes nothing.
+// Why a host cannot listen there; empty if it can, or if another host already does. Changes nothing.
 std::string WhyNoListener(const boost::filesystem::path& path);
 
 // The host's end. Accepts clients of the host's own user only.
 class ControlListener {
  public:
-  // Opens the channel. Throws ControlChannelBusy, or ControlChannelError, also if other users could reach the channel
-  // or something else is in its place.
+  // Opens the channel. Throws ControlChannelBusy, or ControlChannelError for any other reason, such as a channel that
+  // other users could reach or something else in its place.
   explicit ControlListener(const boost::filesystem::path& path, const ControlLimits& limits = {});
   // Stops.
   ~ControlListener();

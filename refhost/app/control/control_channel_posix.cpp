@@ -26,7 +26,7 @@ namespace {
 namespace fs = boost::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// The operator waits longer for an answer than for being accepted.
+// Connecting has a shorter limit than waiting for the answer.
 constexpr std::chrono::milliseconds kConnectTimeout{5000};
 
 // Whether the socket is ready before the deadline.
@@ -71,7 +71,7 @@ std::optional<std::string> ReadLine(const Descriptor& socket, Clock::time_point 
   return std::nullopt;
 }
 
-// Where the system's service listens, whose directory systemd makes.
+// Where the system's service listens. systemd creates the directory.
 const fs::path& ServicePath() {
   static const fs::path path = "/run/fenlux/host.sock";
   return path;
@@ -84,8 +84,8 @@ bool IsOwnDirectory(const std::string& path) {
 
 }  // namespace
 
-// Root does not use /tmp, where any user could take the name first. Nor does it use the directory of the user who
-// called sudo, if that user's environment was kept.
+// Root uses neither /tmp, where any user could take the name first, nor the directory of the user who called sudo,
+// whose environment may have been kept.
 fs::path DefaultControlPath() {
   const std::string runtime = EnvironmentText("XDG_RUNTIME_DIR").value_or("");
   fs::path directory = fs::path("/tmp") / fmt::format("fenlux-{}", ::geteuid());
@@ -128,7 +128,7 @@ class ControlListener::Body {
   const fs::path path;
   const Descriptor socket;
   ControlServer server;
-  struct stat place {};  // of the socket's file
+  struct stat place {};  // identifies the socket's file
   std::atomic<bool> stopped{false};
 };
 

@@ -1,6 +1,6 @@
 // The two ends of the channel on a named pipe. The host creates the pipe's first instance, so it notices if the name is
-// already taken. Each instance serves one client at a time, on a thread of its own. The operator's end checks who owns
-// the pipe before it sends.
+// already taken. Each instance serves one client at a time, on its own thread. The operator's end checks who owns the
+// pipe before it sends.
 #include "refhost/app/control/control_channel.h"
 
 #include <windows.h>
@@ -25,7 +25,7 @@ namespace {
 namespace fs = boost::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// How long a taken name may look busy before its owner is no longer asked for.
+// How long to wait for a busy pipe to find out who has taken its name.
 constexpr std::chrono::milliseconds kProbeTimeout{1000};
 
 // Opens the operator's end. All instances of the pipe may be in use, so the client may have to wait.
@@ -44,7 +44,7 @@ std::optional<Handle> OpenPipe(const std::wstring& name, Clock::time_point deadl
   }
 }
 
-// The name is taken: by this user's own host, or by anyone else, who could do it to stop the host from starting.
+// Reports that the name is taken: by this user's own host, or by someone else, who may want to block the host.
 [[noreturn]] void RefuseTakenName(const fs::path& path, const std::wstring& name) {
   constexpr std::string_view kRemedy = "choose another pipe with --socket or [control]";
   const std::optional<Handle> pipe = OpenPipe(name, Clock::now() + kProbeTimeout);
@@ -94,7 +94,7 @@ class ControlListener::Body {
       for (std::size_t index = 1; index < pipes.size(); ++index) {
         others.emplace_back([this, &replies, index] { ServeInstance(pipes[index].Get(), replies); });
       }
-    } catch (const std::system_error&) {  // fewer clients at once
+    } catch (const std::system_error&) {  // serve fewer clients at once
     }
     ServeInstance(pipes.front().Get(), replies);
     for (std::thread& other : others) other.join();
@@ -122,7 +122,7 @@ class ControlListener::Body {
     }
   }
 
-  // Empty if the client gets none.
+  // The reply; empty if the client gets none.
   std::string ReplyTo(PipeOperation& operation, const ControlReplies& replies) {
     std::string request;
     switch (operation.ReadLine(request, limits.requestBytes, Deadline())) {

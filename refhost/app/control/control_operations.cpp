@@ -1,4 +1,4 @@
-// The table of operations of the module. Its exceptions reach the operator unchanged.
+// The table of the module's operations. The module's exceptions reach the operator unchanged.
 #include "refhost/app/control/control_operations.h"
 
 #include <iterator>
@@ -41,7 +41,7 @@ Report Single(const char* name, Value value) {
 constexpr ControlArgument kNotImplemented{"not-implemented", ArgumentKind::kFlag,
                                           "claim that the feature is not implemented; the module then refuses"};
 constexpr ControlArgument kMode{"mode", ArgumentKind::kInteger, "1 or 3"};
-// The limits of numbers that are not 32 bits without a sign.
+// The limits of integers that are not unsigned 32-bit integers.
 constexpr std::int64_t kMinInt32 = std::numeric_limits<std::int32_t>::min();
 constexpr std::uint64_t kMaxInt32 = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint64_t kMaxUint64 = std::numeric_limits<std::uint64_t>::max();

@@ -18,7 +18,7 @@ struct ControlOperation {
   std::vector<ControlArgument> arguments;
   // Returns what to show; empty if there is nothing to show. Throws ControlRefusal, and whatever the module throws.
   Report (*run)(ModuleOwner& host, const ControlArguments& arguments);
-  // Calls nothing of the module, so a capture does not need it, and requires a ReferenceHost.
+  // Does not call the module, so captures leave it out. Requires a ReferenceHost.
   bool hostOnly = false;
   // The result as text for people; null: AlignedText.
   std::string (*text)(const Report& result) = nullptr;

@@ -37,7 +37,7 @@ SecurityDescriptor OwnerOnly();
 // Whether the pipe was created by this user.
 bool IsOwnPipe(HANDLE pipe);
 
-// How reading a line ended: with the whole line, a line beyond the limit, the deadline, or the peer or a stop.
+// How reading a line ended: a whole line, a line beyond the limit, the deadline, or a close by the peer or a stop.
 enum class LineEnd { kComplete, kTooLong, kLate, kClosed };
 
 // Runs one operation on a pipe at a time, with a deadline.
@@ -60,8 +60,8 @@ class PipeOperation {
   // Appends what it read to `text`.
   bool Read(std::string& text, Clock::time_point deadline);
   void Begin();
-  // Waits for the operation and returns the number of bytes moved; nothing if it failed or was cancelled. It is over
-  // when this returns, because it uses the caller's memory.
+  // Waits for the operation and returns the number of bytes moved; nullopt if it failed or was cancelled. The operation
+  // has always ended when this returns, because it uses the caller's memory.
   std::optional<DWORD> Finish(Clock::time_point deadline);
 
   const HANDLE pipe;

@@ -1,4 +1,4 @@
-// Encoding and decoding of requests and answers, and the call in between.
+// Encodes and decodes requests and answers, and runs requests.
 #include "refhost/app/control/control_protocol.h"
 
 #include <nlohmann/json.hpp>
@@ -11,15 +11,15 @@
 namespace fenlux::refhost {
 namespace {
 
-// Answers keep the order of their members. In a request, which can have very many, every member would be compared with
-// all before it.
+// Answers keep the order of their members. Requests do not: they can have very many, and an ordered object compares
+// each new member with all earlier ones.
 using Json = Report;
 using RequestJson = nlohmann::json;
 
-// Valid messages nest less. Deeper ones are refused, because some of the library's functions recurse.
+// Valid messages are not nested as deeply. Deeper ones are refused, because some of the library's functions recurse.
 constexpr int kMaxDepth = 16;
 
-// Discarded if the line is malformed.
+// The discarded value if the line is malformed.
 template <typename Value>
 Value Parse(const std::string& line) {
   bool tooDeep = false;

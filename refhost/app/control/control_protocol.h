@@ -3,8 +3,8 @@
 //   request   {"operation":"grsp","arguments":{"mode":"1"}}
 //   answer    {"done":true,"result":{...},"text":"..."}    or    {"done":false,"error":"..."}
 //
-// `text` is `result` for people: aligned text, unless the operation has its own. The member `code` is the exit code of
-// `ctl`, if that is not 0.
+// `text` is `result` for people: aligned text, unless the operation has its own format. `code` is the exit code of
+// `ctl`; it is absent if that is 0.
 #pragma once
 
 #include <optional>
@@ -29,7 +29,7 @@ struct ControlAnswer {
   std::string error;  // the reason, if not done
 };
 
-// Lines have no line end. Decoding returns nothing if the line is malformed.
+// Lines are passed without line end. Decoding returns nullopt if the line is malformed.
 std::string EncodeRequest(const ControlRequest& request);
 std::optional<ControlRequest> DecodeRequest(const std::string& line);
 std::string EncodeResult(const Report& result);

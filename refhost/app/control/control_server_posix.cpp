@@ -1,5 +1,5 @@
-// A loop around poll. A client has a deadline for its request and another one for taking the answer; while it uses them
-// up, the loop serves the others.
+// A loop around poll. A client has one deadline for its request and another for reading the answer; meanwhile, the loop
+// serves the others.
 #include "refhost/app/control/control_server_posix.h"
 
 #include <fmt/format.h>
@@ -34,7 +34,7 @@ void ControlServer::Serve(const ControlReplies& replies) {
   while (!stopped) {
     try {
       ServeOnce(replies);
-    } catch (const std::bad_alloc&) {  // of the loop's own: try again
+    } catch (const std::bad_alloc&) {  // in the loop itself: try again
     }
   }
   clients.clear();
@@ -96,7 +96,7 @@ void ControlServer::Accept() {
   clients.push_back({.socket = std::move(socket), .deadline = Clock::now() + limits.requestTime});
 }
 
-// What is ready comes before the deadline: the loop itself may have been late.
+// Handles input before the deadline, because the loop itself may have been late.
 void ControlServer::Handle(Client& client, bool isReady, const ControlReplies& replies) {
   if (isReady) client.answering ? Send(client) : Receive(client, replies);
   if (client.over || Clock::now() < client.deadline) return;
@@ -107,7 +107,7 @@ void ControlServer::Handle(Client& client, bool isReady, const ControlReplies& r
   }
 }
 
-// Takes what has arrived. Less than a line stays for the next time.
+// Reads what has arrived. An incomplete line is kept until the rest arrives.
 void ControlServer::Receive(Client& client, const ControlReplies& replies) {
   std::array<char, 65536> chunk{};
   for (;;) {
@@ -132,7 +132,7 @@ void ControlServer::Answer(Client& client, std::size_t lineLength, const Control
   client.text.resize(lineLength);
   const Clock::time_point start = Clock::now();
   std::string line = replies.answer(client.text);
-  // The others could not be served meanwhile.
+  // The other clients could not be served during the operation, so they get more time.
   const Clock::duration taken = Clock::now() - start;
   for (Client& other : clients) other.deadline += taken;
   Reply(client, std::move(line));

@@ -18,7 +18,7 @@ namespace fenlux::refhost {
 
 class ControlServer {
  public:
-  // `listeningSocket` is borrowed and outlives the server. Throws ControlChannelError.
+  // `listeningSocket` is not owned and must outlive the server. Throws ControlChannelError.
   ControlServer(int listeningSocket, const ControlLimits& clientLimits);
 
   // Returns after Stop.
@@ -45,7 +45,7 @@ class ControlServer {
   void Accept();
   void Handle(Client& client, bool isReady, const ControlReplies& replies);
   void Receive(Client& client, const ControlReplies& replies);
-  // Takes the request's line, and has it answered.
+  // Has the request line answered and begins to send the reply.
   void Answer(Client& client, std::size_t lineLength, const ControlReplies& replies);
   void Reply(Client& client, std::string line);
   void Send(Client& client);
@@ -54,7 +54,7 @@ class ControlServer {
   const ControlLimits limits;
   const Descriptor wake;
   std::atomic<bool> stopped{false};
-  std::vector<Client> clients;     // of the serving thread, like all below
+  std::vector<Client> clients;     // used only by the serving thread, like all below
   Clock::time_point acceptFrom{};  // after a failed accept, the next one waits
 };
 

@@ -1,4 +1,4 @@
-// Who has the module that operations run on.
+// The owner of the module that operations run on.
 #pragma once
 
 #include <memory>

@@ -16,7 +16,7 @@ namespace {
 
 using Opaque = decltype(NetControlItem::opaque);
 
-// Nothing unless there are exactly as many digits as the bytes need.
+// nullopt unless there are exactly as many digits as the bytes need.
 std::optional<Opaque> ParseOpaque(std::string_view digits) {
   Opaque opaque{};
   const auto bytes = BytesFromHex(digits);

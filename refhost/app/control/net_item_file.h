@@ -15,7 +15,7 @@ class ConfigTable;
 // Reads a TOML file of [[items]] tables, each with `value` and either `opaque` (96 hexadecimal digits) or `opaque_text`
 // (up to 48 bytes, padded with zeros).
 NetControlItems LoadNetItems(const boost::filesystem::path& file, ConfigErrors& errors);
-// The same from the root table of the file.
+// Reads the items from the root table of such a file.
 NetControlItems ReadNetItems(const ConfigTable& root);
 
 // Converts items to one text and back. Decoding throws std::invalid_argument if the text is malformed.

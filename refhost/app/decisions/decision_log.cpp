@@ -1,4 +1,4 @@
-// Passing records to the log, and the console's limit.
+// Passes records to the log, and limits what the console shows.
 #include "refhost/app/decisions/decision_log.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // The decision log: one line of the host's log for every record of interest.
 //
 // Lines go through the log's bounded queue, whose writer formats them. The console shows a limited number for each
-// rule, and then how many it did not show; the file and JSON have all of them, or the totals say how many were lost.
+// rule, then how many it left out. The file and JSON contain all lines except those that the totals count as lost.
 #pragma once
 
 #include <atomic>
@@ -23,19 +23,19 @@ class DecisionLog final : public DecisionObserver {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  // With `limitConsole`, the console shows LineLimit's number of lines for each rule.
+  // With `limitConsole`, the console shows a limited number of lines for each rule (see LineLimit).
   DecisionLog(std::shared_ptr<LogService> hostLog, bool limitConsole)
       : log(std::move(hostLog)), limited(limitConsole) {}
 
   void Observe(const DecisionRecord& record) noexcept override;
-  // Says on the console how many lines it did not show, for the intervals that are over by `now`. Throws
+  // Writes to the console how many lines it did not show in the intervals that have ended by `now`. Throws
   // std::bad_alloc.
   void ReportHidden(TimePoint now);
   // Records that the console did not show.
   std::uint64_t NotOnConsole() const { return notOnConsole.load(); }
 
  private:
-  // What decided. Holds the rules, so that the rule stays valid; without rules, nothing was judged.
+  // The rules, and the rule that decided. Holding the rules keeps the rule valid; null rules: nothing was judged.
   using Decider = std::pair<std::shared_ptr<const RulesInForce>, const Rule*>;
 
   bool ShownOnConsole(const DecisionRecord& record);

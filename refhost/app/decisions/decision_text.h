@@ -14,7 +14,7 @@ std::string_view DecisionResultName(DecisionResult result);
 
 // refused cat[4711] open /srv/a.secret by rule "cat" (host.toml:38), decision 3, verdict 4, 52 us
 //
-// UTF-8, with the characters of names as they are: pass it through Printable before it is shown.
+// UTF-8, with the characters of names unescaped: pass it through Printable before showing it.
 std::string DecisionText(const DecisionRecord& record);
 
 // The same facts by name, without the time.

@@ -1,4 +1,4 @@
-// Turns a question into an event, and the explanation of it into reports.
+// Turns a question into an event, and its explanation into reports.
 #include "refhost/app/decisions/explain_report.h"
 
 #include <fmt/format.h>

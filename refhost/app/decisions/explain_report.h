@@ -11,7 +11,7 @@
 
 namespace fenlux::refhost {
 
-// What is asked, as given on the command line. The program is given by its path, by a process that runs it, or not.
+// The question, as on the command line. The program is given by its path, by a process that runs it, or not at all.
 struct ExplainQuestion {
   std::string path;
   std::optional<std::string> process;
@@ -28,7 +28,7 @@ class ExplainError : public std::runtime_error {
 
 // `refusing` are the decisions that refuse an operation. Throws ExplainError.
 Report ExplainReport(const Rules& rules, const DecisionFlags& refusing, const ExplainQuestion& question);
-// The same for people.
+// The report as text for people.
 std::string ExplainText(const Report& report);
 
 }  // namespace fenlux::refhost

@@ -25,8 +25,8 @@ class LineLimit {
     return ++intervals.try_emplace(key, Interval{now}).first->second.lines <= kLines;
   }
 
-  // The intervals that are over by now and hid lines. Call it several times in each interval: the next one of a key
-  // begins only when this has reported the last.
+  // Ends the intervals whose time has passed and returns those that hid lines. Call it several times per interval: a
+  // key's next interval begins only after this has ended the last one.
   std::vector<Hidden> Over(TimePoint now) {
     std::vector<Hidden> hidden;
     for (auto interval = intervals.begin(); interval != intervals.end();) {

@@ -45,7 +45,7 @@ std::string Line(const std::string& number, const std::string& line, const Repor
   return text + "\n";
 }
 
-// The number keeps two rules of the same name apart.
+// The number distinguishes two rules with the same name.
 std::string HitsKey(const Rule& rule) {
   return rule.name.empty() ? rule.Label() : fmt::format("{} {}", rule.number, rule.Label());
 }

@@ -10,7 +10,7 @@ namespace fenlux::refhost {
 
 // Everything about the rules, in order, and the default decision.
 Report RulesReport(const RulesInForce& current);
-// The same as a table for people.
+// The report as a table for people.
 std::string RulesText(const Report& report);
 
 // The number of hits, by the rule's label; the default decision at the end.

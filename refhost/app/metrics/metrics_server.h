@@ -29,9 +29,9 @@ class MetricsServer {
   MetricsServer(const MetricsServer&) = delete;
   MetricsServer& operator=(const MetricsServer&) = delete;
 
-  // Starts the threads that answer; `text` makes an answer's body, concurrently. Call once. Throws std::runtime_error.
+  // Starts the threads that answer; they call `text` concurrently. Call once. Throws std::runtime_error.
   void Start(std::function<std::string()> text);
-  // Answers nobody any more. May be called more than once.
+  // Stops answering. May be called more than once.
   void Stop();
   // Such as http://127.0.0.1:9464/metrics.
   std::string Url() const;

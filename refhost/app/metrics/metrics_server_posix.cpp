@@ -1,4 +1,4 @@
-// A small HTTP server with few threads and short timeouts: a scraper that stalls holds nothing but its connection.
+// A small HTTP server with few threads and short timeouts: a stalled scraper ties up only its own connection.
 #include <Poco/Exception.h>
 #include <Poco/Net/HTTPRequestHandler.h>
 #include <Poco/Net/HTTPRequestHandlerFactory.h>
@@ -93,7 +93,7 @@ class MetricsServer::Body {
  public:
   explicit Body(const MetricsSettings& settings) {
     try {
-      // Not the port's: another host's metrics must not be mixed with ours.
+      // The port is not shared: another host's metrics must not be mixed with ours.
       constexpr bool kReuseAddress = true;
       constexpr bool kReusePort = false;
       socket.bind(net::SocketAddress(settings.address, settings.port), kReuseAddress, kReusePort);

@@ -10,7 +10,7 @@ class ConfigTable;
 
 struct MetricsSettings {
   std::string address;     // numeric; empty: no metrics are served
-  std::uint16_t port = 0;  // 0: a free one
+  std::uint16_t port = 0;  // 0: any free port
 
   bool operator==(const MetricsSettings&) const = default;
 };

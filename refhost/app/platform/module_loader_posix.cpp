@@ -14,7 +14,7 @@ ModuleLibrary::ModuleLibrary(const boost::filesystem::path& file) {
   const boost::filesystem::path path = boost::filesystem::absolute(file);
   void* const library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) {
-    // Its text belongs to this thread.
+    // Each thread has its own error text.
     throw ModuleLoadError("cannot load the module: " + std::string(::dlerror()));  // NOLINT(concurrency-mt-unsafe)
   }
   void* const symbol = ::dlsym(library, "init");

@@ -21,7 +21,7 @@ std::terminate_handler previousHandler = nullptr;
     }
   } catch (const std::bad_alloc&) {
     EndProcess(ReportOutOfMemory());
-  } catch (...) {  // a bug: left to the handler that names it
+  } catch (...) {  // a bug: the previous handler reports it
   }
   if (previousHandler != nullptr) previousHandler();
   std::abort();

@@ -3,11 +3,11 @@
 
 namespace fenlux::refhost {
 
-// Writes to standard error that memory ran out; returns the program's exit code for that. Allocates nothing.
+// Reports on standard error that memory ran out, and returns the exit code for it. Allocates nothing.
 int ReportOutOfMemory();
 
-// From here on, a std::bad_alloc that leaves a function that must not throw is reported, and the process ends with
-// kExitNoMemory instead of an abort. The library that reads TOML has such functions. Call once, before threads start.
+// From now on, a std::bad_alloc that leaves a noexcept function is reported, and the process ends with kExitNoMemory
+// instead of aborting. The TOML library has such functions. Call once, before threads start.
 void HandleOutOfMemory();
 
 }  // namespace fenlux::refhost

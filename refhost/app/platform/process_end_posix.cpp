@@ -1,4 +1,4 @@
-// _Exit runs no code of the process.
+// _Exit runs no destructors and no exit handlers.
 #include "refhost/app/platform/process_end.h"
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// TerminateProcess runs no code of the process. ExitProcess, and so exit and _Exit, would first end the other threads
-// wherever they are and then call every library's entry point, which deadlocks if one of those threads held a lock.
+// TerminateProcess runs no code in the process. ExitProcess, and therefore exit and _Exit, would first end the other
+// threads wherever they are and then call every library's entry point, which deadlocks if one of them held a lock.
 #include "refhost/app/platform/process_end.h"
 
 #include <windows.h>

@@ -8,7 +8,7 @@ namespace fenlux::refhost {
 
 class ConfigTable;
 
-// Without a file, recording begins when an operator asks for it.
+// Without a file, recording begins when an operator requests it.
 capture::RecordingSettings ReadCaptureSettings(const ConfigTable& table);
 
 // A recording's state, for `ctl record status`, `ctl status` and the summary.

@@ -1,4 +1,4 @@
-// One key for each thing that the module can ask its host for.
+// One key for each value that the module can get from its host.
 #include "refhost/app/recording/host_facts.h"
 
 #include <boost/filesystem/operations.hpp>

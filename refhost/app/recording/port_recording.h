@@ -1,4 +1,4 @@
-// Recording of the host's port: what a running host is asked to record, and what it adds to the port's traffic.
+// Records the host's port: starts and stops recordings, and adds the host's facts, calls and judgements to them.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -22,11 +22,11 @@ class PortRecording {
   void Stop() { recorder->Stop(); }
   capture::RecordingStatus Status() const { return recorder->Status(); }
 
-  // The same maker, with its port clients recorded.
+  // Wraps `make` so that its port clients are recorded.
   PortClientMaker Recorded(PortClientMaker make) const;
   // See Recorder::SetFacts.
   void SetFacts(const std::string& json) { recorder->SetFacts(json); }
-  // Records an operation by the name and with the arguments that `ctl` has for it. Call it before the operation.
+  // Records an operation with the name and arguments that `ctl` uses. Call it before the operation.
   void AddCall(const std::string& operation, const Report& arguments);
   void AddJudgement(const capture::Judgement& judgement) { recorder->AddJudgement(judgement); }
 

@@ -1,4 +1,4 @@
-// The delivery threads and their meeting with the player.
+// The delivery threads, and how they wait for the player.
 #include "refhost/app/replay/delivery_crew.h"
 
 #include <utility>

@@ -1,5 +1,5 @@
-// Notifications of a replay: each goes to the module on a thread of its own, as from a driver, and is judged as the
-// capture says.
+// Notifications of a replay. Each is delivered to the module on its own thread, as by a driver, and judged as in the
+// capture.
 #pragma once
 
 #include <chrono>
@@ -17,7 +17,7 @@
 
 namespace fenlux::refhost {
 
-// What the module is told when it asks for a judgement.
+// The answer to the module's request for a judgement.
 struct PlayedJudgement {
   std::uint32_t decision = static_cast<std::uint32_t>(Decision::kPass);
   std::vector<std::uint8_t> context;  // context data for Decision::kContext
@@ -41,7 +41,7 @@ class PlayedDelivery {
   void Judge(PlayedJudgement played);
   // The player: waits for the module's reply; false if there is none in time.
   bool AwaitReply(std::chrono::milliseconds limit);
-  // After AwaitReply returned true: the bytes, empty if the module gave none; and why it failed, empty if it did not.
+  // Valid after AwaitReply returned true. Reply is empty if there is none, Failure if the module did not fail.
   const std::vector<std::uint8_t>& Reply() const { return reply; }
   const std::string& Failure() const { return failure; }
 
@@ -59,8 +59,8 @@ class PlayedDelivery {
   std::optional<PlayedJudgement> judgement FENLUX_GUARDED_BY(mutex);
 };
 
-// The delivery threads: as many as there are notifications at the same time. They are never joined, since a module may
-// keep one for good.
+// The delivery threads: one for each notification that is being delivered. They are never joined, because a module may
+// block one forever.
 class DeliveryCrew {
  public:
   // Gives the delivery to a thread. Throws std::runtime_error if none can be started.

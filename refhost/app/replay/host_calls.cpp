@@ -31,7 +31,7 @@ bool HostCalls::Begin(const std::string& operation, const ControlArguments& argu
     try {
       Owner owner(context);
       known->run(owner, arguments);
-    } catch (...) {  // as in the recording, or not: what follows from it shows
+    } catch (...) {  // ignored: the comparison shows the consequences
     }
     const MutexLock lock(call->mutex);
     call->done = true;

@@ -1,4 +1,4 @@
-// Repeats the calls of the recording host into the module, each on a thread of its own.
+// Repeats the recording host's calls to the module, each on its own thread.
 #pragma once
 
 #include <condition_variable>
@@ -20,8 +20,8 @@ class HostCalls {
  public:
   explicit HostCalls(std::shared_ptr<HostContext> hostContext) : context(std::move(hostContext)) {}
 
-  // Begins the operation, by the name and with the arguments that `ctl` has for it. What it returns or throws is not
-  // recorded and does not count. False if there is no such operation.
+  // Begins the operation, with the name and arguments that `ctl` uses. Ignores what it returns or throws, which is not
+  // in the capture. Returns false if there is no such operation.
   bool Begin(const std::string& operation, const ControlArguments& arguments);
   // Waits until every call has returned or `isWaiting` says that its thread waits for the driver.
   void Settle(const std::function<bool(std::thread::id thread)>& isWaiting, std::chrono::milliseconds limit);

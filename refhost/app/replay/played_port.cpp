@@ -1,4 +1,4 @@
-// Waiting of the module's calls, and the hand-over of requests and replies.
+// Blocks the module's calls, and hands over requests and replies.
 #include "refhost/app/replay/played_port.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ using Clock = std::chrono::steady_clock;
 using records::Command;
 
 constexpr char kClosed[] = "the port is closed";
-// How often a condition that may change with time is looked at again.
+// How often a condition that depends on the time is checked again.
 constexpr std::chrono::milliseconds kPollInterval{20};
 
 std::vector<std::uint8_t> BytesOf(const std::shared_ptr<CBuf>& buffer) {

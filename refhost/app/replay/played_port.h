@@ -1,8 +1,8 @@
-// The driver's side of the port in a replay. What the module calls waits here until the player has come to its place in
-// the capture, so that the module's threads meet the same order of events as in the recording.
+// The driver's side of the port in a replay. The module's calls wait here until the player reaches their place in
+// the capture, so that the module's threads see events in the recorded order.
 //
-// The module's calls run on its own threads, everything else on the player's. Each port has one lock, under which
-// nothing of the module runs.
+// The module's calls run on its own threads, everything else on the player's. Each port has one lock, and no code
+// of the module runs under it.
 #pragma once
 
 #include <chrono>
@@ -63,20 +63,20 @@ class PlayedPort {
   void Refuse(std::string reason);
   // The driver ends the connection.
   void End() { Close(); }
-  // Lets all requests fail from now on.
+  // Makes all requests fail from now on.
   void Release();
 
-  // Each waits for the module and returns whether it came in time.
+  // Each waits for a step of the module and returns whether it happened in time.
   bool AwaitStart(std::chrono::milliseconds limit);
   bool AwaitOpening(std::chrono::milliseconds limit);
   bool AwaitEnd(std::chrono::milliseconds limit);
 
-  // Returns the first request that was not taken and that `accepts` accepts, and takes it; null if there is none within
-  // the limit. `accepts` is called again when time has passed.
+  // Takes and returns the first request that `accepts` accepts and that is not taken; null if there is none within the
+  // limit. Calls `accepts` repeatedly, because its result may depend on the time.
   using Accepts = std::function<bool(const PlayedRequest& request)>;
   std::shared_ptr<PlayedRequest> Take(const Accepts& accepts, std::chrono::milliseconds limit);
   void Answer(PlayedRequest& request, PlayedReply reply);
-  // The requests that nobody took.
+  // The requests that are not taken.
   std::vector<std::shared_ptr<PlayedRequest>> Waiting() const;
   bool IsWaiting(std::thread::id thread) const;
 
@@ -106,7 +106,7 @@ class PlayedDriver {
   // Any thread.
   std::shared_ptr<CPortClient> MakePortClient(const std::shared_ptr<CBuf>& connectContext,
                                               const NotificationHandler& handler);
-  // The port whose Connect waits; null if none does in time.
+  // Waits for a port whose Connect is blocked; null if there is none in time.
   std::shared_ptr<PlayedPort> AwaitConnect(std::chrono::milliseconds limit);
 
  private:

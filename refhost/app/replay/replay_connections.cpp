@@ -1,4 +1,4 @@
-// The player's part that opens, ends and leaves connections.
+// The part of the player that opens, closes and abandons connections.
 #include <utility>
 
 #include "core/fenlux.h"
@@ -14,7 +14,7 @@ using capture::Packet;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPolicyInterval{100};
-// How long the module may take to close a connection that nothing in the capture makes it close.
+// How long the module may take to close a connection if the capture does not contain the call that closed it.
 constexpr std::chrono::milliseconds kCloseTime{1000};
 
 }  // namespace
@@ -80,7 +80,7 @@ void ReplayPlayer::LeaveConnections(const capture::PacketHeader& header, std::ui
     for (const std::shared_ptr<PlayedRequest>& request : port->Waiting()) {
       const std::uint32_t command = CommandOf(request->bytes);
       const auto last = lastCommands.find(request->thread);
-      // The policy worker begins to apply the policy when it likes, so a recording may end just before that.
+      // The policy worker may begin to apply the policy at any time, so a recording may end just before it does.
       const bool atBeginning = last == lastCommands.end() || last->second == FENLUX_COMMAND_DRIVER_CONFIG;
       if (!closed || (atBeginning && BeginsPolicy(command))) continue;
       Packet place;

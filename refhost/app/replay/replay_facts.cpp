@@ -1,4 +1,4 @@
-// Reading of the facts; every key may be missing.
+// Reads the facts. Every key is optional.
 #include "refhost/app/replay/replay_facts.h"
 
 #include <fmt/format.h>
@@ -113,7 +113,7 @@ void ReadLive(const Report& facts, LiveSettings& live) {
   Read(facts, "refresh_interval_ms", live.refreshMilliseconds);
 }
 
-// Everything that the module's opening requests tell.
+// Applies everything that the module's opening requests reveal.
 void ApplyObserved(const capture::ObservedSettings& observed, ReplayFacts& result) {
   result.fixed.monitorObjectFlag = observed.objectType == static_cast<std::uint32_t>(records::kObjectType1);
   result.live.configBlock = observed.configBlock;
@@ -130,8 +130,8 @@ void ApplyObservedPolicy(const capture::ObservedSettings& observed, ReplayFacts&
 }  // namespace
 
 boost::filesystem::path StandInPaths::Add(const std::string& recorded, Type type) {
-  // The current directory, or something in it that is not there, in a spelling of its own: "." and repeated separators
-  // change nothing but the text.
+  // The current directory, or a missing entry in it, in a unique spelling: "." and repeated separators change only the
+  // text, not the path.
   std::string text = type == Type::kMissing ? "./no object of a replay has this name" : ".";
   for (std::size_t number = entries.size() + 1; number != 0; number /= 2) text += number % 2 == 0 ? "/." : "//.";
   boost::filesystem::path path(text);

@@ -1,7 +1,7 @@
-// What the recording host gave the module, for the host of a replay to give it again.
+// What the recording host provided to the module, so that the host of a replay can provide it again.
 //
-// A capture of the reference host states it as facts. What they lack follows from the requests that the module made of
-// it.
+// A capture by the reference host contains it as facts. Missing facts are derived from the requests that
+// the module made.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -13,9 +13,9 @@
 
 namespace fenlux::refhost {
 
-// The policy's paths need not exist on this machine, but the module looks at each. So it is given a path of this
-// machine that is there or not, like the recorded one, and its text is replaced where the module asks the host to
-// narrow it.
+// The policy's paths need not exist on this machine, but the module checks each one. So it gets a stand-in: a path of
+// this machine that exists or not, as the recorded one did. The text is replaced by the recorded path where the module
+// has the host convert the path to narrow text.
 class StandInPaths {
  public:
   enum class Type { kDirectory, kOther, kMissing };
@@ -25,7 +25,7 @@ class StandInPaths {
 
   // The recorded path that a text stands for; null if it stands for none.
   const std::string* RecordedOf(const std::wstring& standIn) const;
-  // Whether the path is to be taken for a directory. Every path that stands for none is.
+  // Whether the path counts as a directory. A path that is not a stand-in always does.
   bool IsDirectory(const boost::filesystem::path& path) const;
 
  private:
@@ -41,7 +41,7 @@ struct ReplayFacts {
   LiveSettings live;
   StandInPaths paths;
   bool complete = false;      // everything that requests depend on is stated
-  bool samePlatform = false;  // recorded on a system with this one's rules for paths
+  bool samePlatform = false;  // recorded on a system with the same path syntax
 };
 
 // `text` is the JSON object of the capture; it may be empty. Throws std::runtime_error if it is malformed.

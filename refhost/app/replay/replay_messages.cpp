@@ -1,4 +1,4 @@
-// Reads with the parsers of the driver kit.
+// Uses the parsers of the driver kit.
 #include "refhost/app/replay/replay_messages.h"
 
 #include <fmt/format.h>

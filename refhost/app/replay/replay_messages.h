@@ -14,7 +14,7 @@ namespace fenlux::refhost {
 
 using MessageBytes = std::vector<std::uint8_t>;
 
-// The packet's message as it was before its zeros were cut.
+// The packet's whole message, with the zeros that the recorder cut from its end.
 MessageBytes WholeBytes(const capture::Packet& packet);
 
 // The number of a request's command; 0 if the message is no request.

@@ -1,9 +1,9 @@
 // Plays a capture to the module: does what the driver and the host did, in the order of the file, and compares what the
 // module does with what it did.
 //
-// The player is one thread. At a message to the module it acts; at a message from the module it waits until the module
-// has sent it. So whatever the module did before an event in the recording, it has done before that event now, and the
-// threads of the module interleave as freely as they did then.
+// The player is one thread. It sends each message to the module, and waits for each message from the module until the
+// module has sent it. So what the module did before an event in the recording, it also does before that event in the
+// replay. Apart from that, its threads interleave as freely as they did then.
 #pragma once
 
 #include <chrono>
@@ -85,18 +85,18 @@ class ReplayPlayer {
 
   // The request that the packet recorded; null if the module does not send it.
   std::shared_ptr<PlayedRequest> AwaitRequest(const capture::Packet& packet, const Bytes& recorded);
-  // Waits until the module has opened a connection whose beginning the capture does not have.
+  // Waits until the module has opened a connection whose beginning is missing from the capture.
   bool AwaitOpening(PlayedPort& port);
   // Forgets the connections so far, and reports what the module still wanted to send on them.
   void LeaveConnections(const capture::PacketHeader& header, std::uint64_t offset);
   void NotifyOfPolicy();
-  // Stops the module's work as the host must have done. Does nothing if the capture has the host's calls.
+  // Stops the module's work, as the recording host must have done. Does nothing if the capture contains its calls.
   void StopUnrecorded(bool clear);
   void Report(const capture::Packet& packet, std::string what,
               std::optional<capture::MessageDifference> message = std::nullopt);
   // Compares a message of the module with the packet and reports a difference.
   void Compare(const capture::Packet& packet, const Bytes& recorded, const Bytes& replayed, const char* what);
-  // How long to wait for the module: not long once it has failed to do something.
+  // How long to wait for the module; shorter once it has failed to do something.
   std::chrono::milliseconds Patience() const;
   // Null if the module has not opened the connection.
   std::shared_ptr<PlayedPort> FindPort(std::uint32_t connection) const;
@@ -106,13 +106,13 @@ class ReplayPlayer {
   PlayedDriver& driver;
   const ReplaySettings settings;
   capture::ComparisonRules rules;
-  std::string facts;  // that the host has
+  std::string facts;  // the current facts of the host
   HostCalls calls;
   DeliveryCrew crew;
   ReplayTotals totals;
   std::map<std::uint32_t, std::shared_ptr<PlayedPort>> ports;  // by connection
-  std::unordered_map<std::uint64_t, Exchange> exchanges;       // that wait for their reply
-  std::map<std::thread::id, std::uint32_t> lastCommands;       // that each thread of the module sent
+  std::unordered_map<std::uint64_t, Exchange> exchanges;       // waiting for their reply
+  std::map<std::thread::id, std::uint32_t> lastCommands;       // sent last by each thread of the module
   bool policyDue = false;  // the host has notified the module of its policy, or a connection has begun
   bool impatient = false;  // the module has failed to do something
   std::optional<std::uint64_t> firstTime;

@@ -24,7 +24,7 @@ LogSettings NoLog() {
   return settings;
 }
 
-// Judges a notification as the capture says, once the player has come to its reply.
+// Judges a notification as in the capture, once the player has reached its reply.
 class ReplayJudge final : public CAoArp {
  public:
   std::uint32_t Evaluate(const std::shared_ptr<CArpRecord>& record) override {
@@ -88,7 +88,7 @@ class ReplayHost::Utility final : public CUtility {
   LiveValue<StandInPaths> paths;
 };
 
-// Knows the recorded processes and no others.
+// Contains only the recorded processes.
 class ReplayHost::Work final : public CWinWork {
  public:
   explicit Work(std::shared_ptr<PlayedDriver> playedDriver) : driver(std::move(playedDriver)) {}

@@ -1,4 +1,4 @@
-// The host of a replay: services that give the module what the recording host gave it.
+// The host of a replay: services that provide to the module what the recording host provided.
 #pragma once
 
 #include <atomic>
@@ -27,7 +27,7 @@ class ReplayHost {
   ReplayHost& operator=(const ReplayHost&) = delete;
 
   const std::shared_ptr<HostContext>& Context() const { return context; }
-  // New facts take effect for everything but the settings that the module has read already.
+  // Puts new facts into effect, except for settings that the module has already read.
   void Replace(ReplayFacts facts);
   // The ids of the system's processes, by the kind that the module registers them as.
   void SetSystemProcesses(std::map<std::uint32_t, std::uint64_t> processes);

@@ -1,5 +1,5 @@
-// Walks the path component by component, following links itself. Once a component is found safe, nobody but its owners
-// can exchange it, so the file that is opened later is the one that was looked at.
+// Walks the path component by component, following links itself. Once a component is known to be safe, only its owners
+// can replace it, so the file that is opened later is the one that was checked.
 #include "refhost/app/security/file_trust.h"
 
 #include <fmt/format.h>
@@ -26,7 +26,7 @@ namespace fs = boost::filesystem;
 constexpr int kMaxLinks = 40;  // as the kernel does
 constexpr const char* kRemedy = "or override this check with --insecure-permissions";
 
-// Whether the group is the one that the system made for the user alone: with such groups, the files of users are often
+// Whether the group is the private group that the system created for the user: with such groups, users' files are often
 // writable by their group.
 bool IsPrivateGroup(gid_t group, uid_t user) {
   // The process has no other thread yet.
@@ -63,7 +63,7 @@ std::string Problem(const fs::path& path, const struct stat& status) {
       path.native(), status.st_mode & 07777U, kRemedy);
 }
 
-// The components of a path that are still to be looked at, the next one last.
+// The components of a path that are still to be checked, the next one last.
 using Components = std::vector<fs::path>;
 
 void Push(Components& components, const fs::path& path) {

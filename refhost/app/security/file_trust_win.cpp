@@ -1,4 +1,4 @@
-// Access control lists are the administrator's business: there is no user who may write everywhere, as root may.
+// Left to access control lists on Windows: no user there may write everywhere, as root may.
 #include "refhost/app/security/file_trust.h"
 
 namespace fenlux::refhost {

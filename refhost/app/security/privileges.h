@@ -1,11 +1,11 @@
-// Gives up what a host does not need, so that a flaw in it is worth less to an attacker.
+// Drops privileges that a host does not need, so that a vulnerability in it is worth less to an attacker.
 #pragma once
 
 namespace fenlux::refhost {
 
-// Keeps only the capabilities that the host needs, for good: also programs it might run get no others. Forbids tracing
+// Permanently drops all capabilities that the host does not need, also for programs that it might run. Forbids tracing
 // by processes of the same user, and core files, except in sanitizer builds. Call it before starting any thread,
-// because capabilities belong to a thread, and after opening what needs the privileges of the start. Throws
+// because capabilities belong to a thread, and after opening everything that needs the initial privileges. Throws
 // std::runtime_error. Does nothing on Windows.
 void LimitPrivileges(bool receivesKernelEvents);
 

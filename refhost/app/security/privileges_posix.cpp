@@ -74,7 +74,7 @@ void SetCapabilities(Capabilities capabilities) {
   if (::syscall(SYS_capset, &header, data.data()) != 0) Fail("capset");
 }
 
-// What programs of this process could get again.
+// Drops what programs run by this process could regain.
 void DropFromBoundingSet(Capabilities kept) {
   for (int capability = 0; ::prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0; ++capability) {
     if ((kept & BitOf(capability)) == 0 && ::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) Fail("PR_CAPBSET_DROP");
@@ -89,8 +89,8 @@ void LimitPrivileges(bool receivesKernelEvents) {
   if (FENLUX_UNDUMPABLE && ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) Fail("PR_SET_DUMPABLE");
   const Capabilities permitted = Permitted();
   const Capabilities kept = permitted & Wanted(receivesKernelEvents);
-  // Without this capability the bounding set cannot be changed, nor can it give anything: no program gets new
-  // privileges.
+  // Without this capability the bounding set cannot be changed. It need not be: PR_SET_NO_NEW_PRIVS already keeps
+  // programs from gaining privileges.
   if ((permitted & BitOf(CAP_SETPCAP)) != 0) DropFromBoundingSet(kept);
   SetCapabilities(kept);
 }

@@ -1,4 +1,4 @@
-// A Windows host runs with the rights of its user; it has no driver of its own to talk to.
+// A Windows host keeps the rights of its user.
 #include "refhost/app/security/privileges.h"
 
 namespace fenlux::refhost {

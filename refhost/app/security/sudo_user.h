@@ -6,8 +6,8 @@
 
 namespace fenlux::refhost {
 
-// The user who called sudo; none if that was root, or if this process is not root's or was started otherwise. Root
-// vouches for the environment of its processes. Linux only.
+// The user who called sudo; nullopt if that was root, if this process does not run as root, or if it was not started by
+// sudo. Trusts the environment: root controls that of its processes. Linux only.
 std::optional<std::uint32_t> SudoUser();
 
 }  // namespace fenlux::refhost

@@ -1,5 +1,5 @@
-// Looks at the directories once they exist, because any user can make a missing one in a sticky directory; and at the
-// file after opening it, so that it is the one that is written.
+// Checks the directories once they exist, because any user can create a missing one in a sticky directory. Checks the
+// file after opening it, so that the file that is checked is the one that is written.
 #include "refhost/app/security/trusted_log.h"
 
 #include <stdexcept>

@@ -1,4 +1,4 @@
-// Opening of the log file by a host that may be root's.
+// Opens the log file of a host that may run as root.
 #pragma once
 
 #include <boost/filesystem/path.hpp>

@@ -1,4 +1,4 @@
-// Messages to the service manager that started this process (systemd). The bodies are platform-specific.
+// Messages to the service manager that started this process (systemd). The implementations are platform-specific.
 #pragma once
 
 #include <chrono>
@@ -9,20 +9,20 @@ namespace fenlux::refhost {
 // Without a service manager, nothing happens. Messages never block, and one that cannot be sent is lost. Any thread.
 class ServiceManager {
  public:
-  // Reads from the environment where to send, and what is expected.
+  // Reads the manager's address and the watchdog's timeout from the environment.
   ServiceManager();
 
-  // The host serves: it is started, or reloaded.
+  // The host has started or reloaded, and is ready.
   void Ready() const;
-  // The host reloads its configuration until Ready.
+  // The host is reloading its configuration, until Ready.
   void Reloading() const;
-  // The host begins to stop.
+  // The host has begun to stop.
   void Stopping() const;
   // What the host is doing, in one line, for people.
   void Status(const std::string& text) const;
-  // The host works. If this is not said for longer than WatchdogTimeout, the manager ends and restarts the host.
+  // The host is alive. If this is not sent for longer than WatchdogTimeout, the manager ends and restarts the host.
   void Alive() const;
-  // 0: the manager does not watch.
+  // 0: there is no watchdog.
   std::chrono::microseconds WatchdogTimeout() const { return watchdogTimeout; }
 
  private:

@@ -24,7 +24,7 @@ std::uint64_t NumberOf(const std::string& variable) {
   return result.ec == std::errc() && result.ptr == text.data() + text.size() ? number : 0;
 }
 
-// The clock whose time the manager compares with its own.
+// The manager compares this time with its own clock.
 std::uint64_t MonotonicMicroseconds() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
@@ -36,7 +36,7 @@ std::uint64_t MonotonicMicroseconds() {
 ServiceManager::ServiceManager() : address(EnvironmentText("NOTIFY_SOCKET").value_or("")) {
   const bool isPath = address.starts_with('/') || address.starts_with('@');  // "@" begins a name without a file
   if (!isPath || address.size() >= sizeof(sockaddr_un::sun_path)) address.clear();
-  // Another process of the service may be the one that is watched.
+  // The watchdog may be meant for another process of the service.
   const std::uint64_t watched = NumberOf("WATCHDOG_PID");
   const bool isWatched = watched == 0 || watched == static_cast<std::uint64_t>(::getpid());
   if (!address.empty() && isWatched) watchdogTimeout = std::chrono::microseconds(NumberOf("WATCHDOG_USEC"));

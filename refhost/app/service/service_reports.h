@@ -1,4 +1,4 @@
-// What a host run as a service tells the service manager.
+// What a host that runs as a service reports to the service manager.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@ namespace fenlux::refhost {
 
 class ReferenceHost;
 
-// Says regularly that the host works and what it is doing. One thread.
+// Regularly reports that the host works and what it is doing. One thread.
 //
 // The host works if its counts can be read: that takes the locks of the judge, the driver's side and the log in turn,
 // so a thread that is stuck with one of them stops the reports. A missing driver, a slow reader or an operation that

@@ -9,7 +9,7 @@
 
 namespace fenlux::refhost {
 
-// What is wrong; empty if the host is healthy. What was lost counts for ten minutes.
+// What is wrong; empty if the host is healthy. Lost lines and unjudged operations count for ten minutes.
 std::vector<std::string> HealthProblems(const StatusFacts& facts);
 
 // {"health": "healthy"} or {"health": "degraded", "problems": [...]}.
@@ -21,7 +21,7 @@ std::string HealthText(const Report& report);
 // The exit code for the report.
 int HealthExitCode(const Report& report);
 
-// The report of a host that does not answer, for `reason`.
+// The report for a host that cannot be reached, for `reason`.
 Report UnreachableReport(const std::string& reason);
 
 }  // namespace fenlux::refhost

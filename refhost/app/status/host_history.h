@@ -26,7 +26,7 @@ struct HistoryWindow {
   std::uint64_t unjudgedByLoad = 0;
 };
 
-// Holds about half a megabyte, whatever happens. Any thread; no delivery thread needs it.
+// Always takes about half a megabyte. Any thread; no delivery thread uses it.
 class HostHistory {
  public:
   using Clock = std::chrono::steady_clock;
@@ -38,8 +38,8 @@ class HostHistory {
   bool IsDue(Clock::time_point now) const;
   // Adds what happened since the last call. `longest` is the longest latency since then. Call it once a second.
   void Add(Clock::time_point now, const HistoryCounts& counts, std::chrono::nanoseconds longest);
-  // What happened in the last `period`, which is at most kLongest. `counts` and `longest` are those of now, so that
-  // what came after the last Add is part of it.
+  // What happened in the last `period`, which is at most kLongest. `counts` and `longest` are the current ones, so that
+  // the result includes what happened since the last Add.
   HistoryWindow Window(Clock::time_point now, std::chrono::seconds period, const HistoryCounts& counts,
                        std::chrono::nanoseconds longest) const;
 

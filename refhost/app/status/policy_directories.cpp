@@ -1,4 +1,4 @@
-// Compares the policy with what the driver was told, and with what its event source watches.
+// Compares the policy with the objects that the driver received, and with what its event source watches.
 #include "refhost/app/status/policy_directories.h"
 
 #include <algorithm>
@@ -29,7 +29,7 @@ std::string NotCommitted(const fs::path& directory, const SummaryFacts& facts, c
   const fs::file_status status = fs::status(directory, error);
   if (!fs::exists(status)) return error ? error.message() : "it does not exist";
   if (!fs::is_directory(status)) return "it is not a directory";
-  if (facts.filterPort) return {};  // a real driver does not tell
+  if (facts.filterPort) return {};  // a real driver does not report it
   if (committed.contains(directory.string())) return {};
   return facts.driver.connected ? "the policy has not been applied yet" : "no connection has applied the policy";
 }

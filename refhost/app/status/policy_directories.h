@@ -9,7 +9,7 @@
 
 namespace fenlux::refhost {
 
-// The directories of the policy. `watches` are those of the event source, in the order of their names.
+// The directories of the policy. `watches` are those of the event source, sorted by directory.
 std::vector<PolicyDirectory> PolicyDirectories(const std::vector<boost::filesystem::path>& policy,
                                                const SummaryFacts& facts, const std::vector<WatchState>& watches);
 

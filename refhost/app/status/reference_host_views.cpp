@@ -14,7 +14,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// What the module could not judge because of load: what follows the setting `unjudged`.
+// Operations not judged because of load: those that the setting `unjudged` covers, and those lost to full queues.
 std::uint64_t UnjudgedByLoad(const EmulatorTotals& totals) {
   std::uint64_t sum = 0;
   for (std::size_t index = 0; index < kUnjudgedCauses; ++index) {
@@ -33,7 +33,7 @@ SummaryFacts ReferenceHost::Facts() const {
   facts.running = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - startTime);
   facts.totals = emulator->Totals();
   facts.unjudgedPolicy = unjudgedPolicy;
-  // The judge refuses these itself, by a decision.
+  // Counted by the judge, which refuses these operations by a decision.
   facts.totals.unjudged[static_cast<std::size_t>(UnjudgedCause::kProgramNotEstablished)] = judge->UnknownPrograms();
   facts.moduleEnabled = start.module.enabled;
   facts.driver = emulator->State();

@@ -18,7 +18,7 @@ std::string TextOf(const std::optional<std::chrono::system_clock::time_point>& t
   return time ? TimeText(*time) : std::string();
 }
 
-// A real driver's port does not tell when and why.
+// A real driver's port does not report times and reasons.
 Report ConnectionReport(const StatusFacts& facts) {
   Report report = Report::object();
   report["ready"] = facts.ready;

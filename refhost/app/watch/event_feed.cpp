@@ -9,7 +9,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// Copied at once while delivery threads may wait.
+// How many events are copied under the lock at a time; delivery threads may wait for it.
 constexpr std::size_t kChunk = 64;
 
 std::size_t BytesOf(const DecisionRecord& record) {
@@ -62,7 +62,7 @@ std::vector<DecisionRecord> EventFeed::Copy(std::uint64_t from, Batch& batch) co
   copied.reserve(kChunk);
   const MutexLock lock(mutex);
   const std::uint64_t first = end - kept.size();
-  // A number beyond the end comes from a host that ran before this one.
+  // A number beyond the end comes from an earlier host.
   const std::uint64_t begin = from > end ? end : std::max(from, first);
   if (from <= end) batch.lost += begin - from;
   batch.unwatched = batch.unwatched || from < unwatchedUntil;

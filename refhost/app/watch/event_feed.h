@@ -1,7 +1,7 @@
 // Judged events as they happen, for `ctl watch`.
 //
-// Watchers ask for what came since they last asked, so none of them is waited for: the feed keeps the newest events,
-// and a watcher that asks too late has lost the older ones. While nobody watches, the feed costs nothing.
+// Watchers poll for the events since their last poll, so the feed never waits for them: it keeps the newest events,
+// and a watcher that polls too late loses the older ones. While nobody watches, the feed costs nothing.
 #pragma once
 
 #include <chrono>
@@ -33,12 +33,12 @@ struct WatchFilter {
 class EventFeed final : public DecisionObserver, public std::enable_shared_from_this<EventFeed> {
  public:
   using Clock = std::chrono::steady_clock;
-  // What the feed keeps: so many events, and fewer if their names are long.
+  // The feed keeps at most this many events, and fewer if their names are long.
   static constexpr std::size_t kMaxEvents = 8192;
   static constexpr std::size_t kMaxBytes = std::size_t{8} << 20;
-  // So many events are returned at once.
+  // At most this many events are returned at once.
   static constexpr std::size_t kMaxBatch = 500;
-  // A watcher that has not asked for so long is gone.
+  // A watcher that has not polled for this long is assumed to have ended.
   static constexpr std::chrono::seconds kIdleTime{5};
 
   explicit EventFeed(const std::shared_ptr<DecisionSink>& decisionSink) : sink(decisionSink) {}
@@ -46,14 +46,14 @@ class EventFeed final : public DecisionObserver, public std::enable_shared_from_
   struct Batch {
     std::vector<DecisionRecord> events;
     std::uint64_t next = 0;  // where to read on
-    std::uint64_t lost = 0;  // events that came after `from` and are no longer kept, whether they match or not
-    bool more = false;       // there are further events already
+    std::uint64_t lost = 0;  // events since `from` that are no longer kept, whether they match or not
+    bool more = false;       // more events are available
     bool unwatched = false;  // for some time after `from` nobody watched, so more are lost than counted
   };
-  // The kept events from number `from` on that the filter selects. Nothing: begin to watch, with the next event. Throws
-  // std::bad_alloc.
+  // Returns the kept events from number `from` on that match the filter. Without `from`, the watch begins with the next
+  // event. Throws std::bad_alloc.
   Batch Read(std::optional<std::uint64_t> from, const WatchFilter& filter, Clock::time_point now);
-  // Stops keeping events if nobody has read for kIdleTime. Call it now and then.
+  // Stops keeping events if nobody has read for kIdleTime. Call it periodically.
   void EndIfIdle(Clock::time_point now);
 
   void Observe(const DecisionRecord& record) noexcept override;

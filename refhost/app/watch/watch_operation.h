@@ -1,4 +1,4 @@
-// The operation behind `ctl watch`: what happened since the watcher last asked.
+// The operation behind `ctl watch`: returns the events since the watcher's last request.
 #pragma once
 
 #include "refhost/app/control/control_arguments.h"
@@ -8,7 +8,7 @@
 namespace fenlux::refhost {
 
 // {"next": ..., "lost": ..., "unwatched": ..., "more": ..., "events": [...], "lines": [...]}: `events` as objects for
-// programs, or `lines` for people. The argument "next" is that of the answer before; without it the watch begins.
+// programs, or `lines` for people. The argument "next" comes from the previous answer; without it the watch begins.
 // Throws ControlRefusal.
 Report WatchReport(EventFeed& feed, const ControlArguments& arguments);
 
