@@ -1,4 +1,4 @@
-// Reads [driver] and rejects settings of the driver that is not selected.
+// Reads the [driver] table and rejects settings that apply only to the other driver.
 #include "refhost/port/driver_settings.h"
 
 #include <fmt/format.h>

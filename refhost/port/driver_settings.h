@@ -16,7 +16,7 @@ struct DriverSettings {
   bool operator==(const DriverSettings&) const = default;
 };
 
-// Reads the table and reports its errors. The caller calls Finish.
+// Reads the table and reports errors in it. The caller calls Finish.
 DriverSettings ReadDriverSettings(const ConfigTable& table);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Opening and closing the port, sending requests, and the uses of the port's handle.
+// Opens and closes the port, sends requests, and counts the uses of the port's handle.
 #include "refhost/port/filter_connection_win.h"
 
 #include <fmt/format.h>
@@ -84,7 +84,7 @@ void FilterConnection::Send(CBuf& message, CBuf* reply) {
   if (size > std::numeric_limits<DWORD>::max() || room > std::numeric_limits<DWORD>::max()) {
     throw std::runtime_error("the request is too large for the driver's port");
   }
-  // The rest of a reply buffer that the driver does not fill stays as it is.
+  // Any part of the reply buffer that the driver does not fill keeps its content.
   DWORD returned = 0;
   const HRESULT result =
       state->Functions().sendMessage(use.Get(), message.GetData(), static_cast<DWORD>(size),
@@ -108,7 +108,7 @@ void FilterConnection::End(const std::string& reason) {
     if (ended) return;
     ended = true;
     opened = port.Valid();
-    // Unblocks calls that are blocked in the driver.
+    // Cancels calls that are blocked in the driver.
     if (opened) ::CancelIoEx(port.Get(), nullptr);
     CloseIfUnused();
   }

@@ -1,19 +1,19 @@
-// One connection with a filter driver, from Connect to its end.
+// One connection to a filter driver, from Connect to its end.
 //
-// The connection is shared by the port client, which the module holds, and by the delivery threads. It owns the port's
+// The connection is shared by the port client, which the module holds, and the delivery threads. It owns the port's
 // handle, the completion queue, and the message buffers.
 //
-// The handle: Close never waits for a call that uses the handle, and the handle is never closed during one. Uses are
-// counted; the last of Close and the uses closes the handle. To keep uses short, Close cancels calls that are blocked
-// in the driver. The delivery threads repeat that until the handle is closed, because a call that had not reached the
-// driver yet is not cancelled. A running handler is not a use: it may take any time, and its reply then finds the port
-// closed.
+// The handle: Close never waits for a call that uses the handle, and the handle is never closed during a call. Uses are
+// counted; Close closes the handle if there are none, otherwise the last use does. To keep uses short, Close cancels
+// calls that are blocked in the driver. The delivery threads repeat that until the handle is closed, because a call
+// that has not reached the driver yet is not cancelled. A running handler is not a use: it may take any time, and its
+// reply then finds the port closed.
 //
-// The buffers: each one is held by the Filter Manager (it is outstanding), by a delivery thread, or, after the end, by
-// nobody. The Filter Manager returns all outstanding ones when the port is closed. The threads end once none is
+// The buffers: the Filter Manager holds each one (it is outstanding), or a delivery thread does, or, after the end,
+// neither. The Filter Manager returns all outstanding ones when the port is closed. The threads end once none is
 // outstanding and the handle is closed.
 //
-// The duty to reply: from the moment a message is received until HandleMessage returns, it is this class's, except
+// Replies: this class is responsible for replying to a message from its receipt until HandleMessage returns, except
 // while the module's handler runs.
 #pragma once
 
@@ -58,10 +58,10 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
   };
   static_assert(offsetof(Slot, operation) == 0);
 
-  // Keeps the port's handle from being closed. False if the port is not open.
+  // Keeps the port's handle open while it exists. False if the port is not open.
   class Use {
    public:
-    // `receptions` is the number of buffers that are handed to the Filter Manager during this use.
+    // `receptions` is the number of buffers that are passed to the Filter Manager during this use.
     explicit Use(FilterConnection& used, std::size_t receptions = 0)
         : connection(used), handle(used.BeginUse(receptions)) {}
     ~Use() {
@@ -79,7 +79,7 @@ class FilterConnection : public std::enable_shared_from_this<FilterConnection> {
 
   struct HandlerResult {
     std::shared_ptr<CBuf> reply;
-    std::string failure;  // why the handler failed; empty if it did not
+    std::string failure;  // why the handler failed; otherwise empty
   };
 
   HANDLE BeginUse(std::size_t receptions);

@@ -1,4 +1,4 @@
-// The delivery threads of a connection: receiving messages, calling the module's handler, and replying to the driver.
+// The delivery threads of a connection: they receive messages, call the module's handler, and reply to the driver.
 #include <fmt/format.h>
 
 #include <array>
@@ -14,9 +14,9 @@
 namespace fenlux::refhost {
 namespace {
 
-// Our own result for a reply that finds the port closed.
+// The result of SendReply if the port is closed. The driver does not return it.
 constexpr HRESULT kPortClosed = HRESULT_FROM_WIN32(ERROR_PIPE_NOT_CONNECTED);
-// Posted to the completion queue once no buffer will return any more.
+// Posted to the completion queue once no more buffers will return.
 constexpr ULONG_PTR kStopKey = 1;
 constexpr std::chrono::milliseconds kCancelInterval{50};
 
@@ -60,14 +60,14 @@ void FilterConnection::RunDelivery() {
       }
       PostReceive(slot);
     } else {
-      // The driver is gone, or a message did not fit. Closing the port releases every operation that waits for a reply.
+      // The driver closed the port, or a message did not fit. Closing our end releases all waiting operations.
       End("receiving from the driver failed: " + SystemErrorText(error));
       StopThreadsIfIdle();
     }
   }
 }
 
-// A request that had not reached the driver when the connection ended was not cancelled with the others.
+// Repeats the cancellation: requests that had not reached the driver when the connection ended were not cancelled.
 void FilterConnection::CancelUntilClosed() {
   MutexLock lock(mutex);
   while (port.Valid()) {
@@ -76,7 +76,7 @@ void FilterConnection::CancelUntilClosed() {
   }
 }
 
-// Hands a buffer to the Filter Manager for the next message.
+// Passes a buffer to the Filter Manager for the next message.
 void FilterConnection::PostReceive(Slot& slot) {
   {
     const Use use(*this, 1);
@@ -85,7 +85,7 @@ void FilterConnection::PostReceive(Slot& slot) {
       const HRESULT result =
           state->Functions().getMessage(use.Get(), reinterpret_cast<FILTER_MESSAGE_HEADER*>(slot.message.data()),
                                         static_cast<DWORD>(slot.message.size()), &slot.operation);
-      // A message that was already there arrives through the queue too.
+      // A message that was already available arrives through the queue as well.
       if (SUCCEEDED(result) || result == HRESULT_FROM_WIN32(ERROR_IO_PENDING)) return;
       {
         const MutexLock lock(mutex);
@@ -118,7 +118,7 @@ FilterConnection::HandlerResult FilterConnection::CallHandler(const void* messag
 
 void FilterConnection::HandleMessage(Slot& slot, std::size_t size) {
   if (size < sizeof(FILTER_MESSAGE_HEADER) || size > slot.message.size()) {
-    // Without a header there is nobody to reply to.
+    // Without a header, there is no message id to reply to.
     state->Log(Severity::kProblem, fmt::format("Ignored a message of {} bytes, which has no header.", size));
     return;
   }

@@ -1,4 +1,4 @@
-// Loading of the library and lookup of its functions.
+// Loads the library and looks up its functions.
 #include "refhost/port/filter_functions_win.h"
 
 #include <fmt/format.h>
@@ -27,7 +27,7 @@ FilterFunctions LoadFilterFunctions(const boost::filesystem::path& file) {
   const bool isDefault = file.empty();
   const boost::filesystem::path path = isDefault ? boost::filesystem::path(L"fltlib.dll") : file;
   const std::string name = NarrowFromWide(path.native());
-  // The default is searched in the system's directory only.
+  // The default library is searched for in the system directory only.
   const DWORD where =
       isDefault ? LOAD_LIBRARY_SEARCH_SYSTEM32
                 : LOAD_LIBRARY_SEARCH_DEFAULT_DIRS | (path.is_absolute() ? LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR : 0);

@@ -1,4 +1,4 @@
-// There is no Filter Manager on this system. The configuration is rejected before a FilterPort is made.
+// This system has no Filter Manager. The configuration is rejected before a FilterPort is created.
 #include <stdexcept>
 
 #include "refhost/port/filter_port_client.h"
@@ -9,7 +9,7 @@ class FilterPort::Impl {};
 
 bool FilterPortExists() { return false; }
 
-// The Windows bodies keep the parameters that are unused here.
+// These parameters are unused here, but the Windows implementation stores them.
 // NOLINTBEGIN(performance-unnecessary-value-param)
 FilterPort::FilterPort(const FilterPortSettings&, LogHook) {
   throw std::runtime_error("the Filter Manager exists on Windows only");

@@ -1,4 +1,4 @@
-// Port clients for connections with a filter driver, and the port that makes them.
+// Port clients for connections to a filter driver, and the port that creates them.
 #include "refhost/port/filter_port_client.h"
 
 #include <memory>

@@ -1,4 +1,4 @@
-// What all connections of one FilterPort share: its settings, its totals, and whether it is stopped.
+// The state that all connections of one FilterPort share: its settings, its totals, and whether it is stopped.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// The arguments of CWinWork::CreatePortClient: what the module asks for when it wants a port client.
+// The arguments of CWinWork::CreatePortClient, with which the module requests a port client.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Reading of the settings, and the answers of CCfg and CCfgEx.
+// Reads the settings, and implements CCfg and CCfgEx.
 #include "refhost/services/configuration.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // The module's settings: CCfg and CCfgEx with values from the configuration file.
 //
-// The module reads fixed settings once; they stay for the host's lifetime. Live settings, the policy among them, can be
-// replaced while the module runs.
+// The module reads fixed settings once; they do not change during the host's lifetime. Live settings, including the
+// policy, can be replaced while the module runs.
 #pragma once
 
 #include <array>
@@ -35,12 +35,12 @@ struct FixedSettings {
 };
 
 struct LiveSettings {
-  std::optional<bool> cacheBypassed;  // nullopt: no, unless the host has a reason
+  std::optional<bool> cacheBypassed;  // nullopt: no, unless the host decides otherwise
   bool identityTextAdded = true;
   bool measuring = false;
   std::uint32_t refreshMilliseconds = 1000;
   std::vector<std::uint8_t> configBlock;                                 // empty: none
-  boost::filesystem::path configBlockFile;                               // that it was read from, if any
+  boost::filesystem::path configBlockFile;                               // the file it was read from, if any
   std::array<std::uint8_t, 4> spspFlags{};                               // flags 1 to 4
   std::optional<std::vector<boost::filesystem::path>> monitoredObjects;  // nullopt: no policy
 };
@@ -49,7 +49,7 @@ struct LiveSettings {
 FixedSettings ReadFixedSettings(const ConfigTable& root);
 LiveSettings ReadLiveSettings(const ConfigTable& root);
 
-// What the module reported of the driver's version.
+// The driver versions that the module reported.
 struct DriverVersionReport {
   std::uint64_t reports = 0;
   std::uint32_t version = 0;
@@ -67,11 +67,11 @@ class Configuration final : public CCfg, public CCfgEx {
   void Replace(LiveSettings live);
 
   DriverVersionReport LastDriverVersion() const;
-  // When the module last read the policy; the clock's minimum if it never did.
+  // When the module last read the policy; the clock's minimum if it has not.
   Clock::time_point LastPolicyRead() const { return Clock::time_point(Clock::duration(lastPolicyRead.load())); }
   // When the live settings were last replaced. A policy read after that is the current one.
   Clock::time_point LastReplaced() const { return Clock::time_point(Clock::duration(lastReplaced.load())); }
-  // The policy as the module gets it; nullopt if there is none. Does not count as a read.
+  // The policy that the module gets; nullopt if there is none. Does not count as a read.
   std::optional<std::vector<boost::filesystem::path>> MonitoredDirectories() const;
   std::uint64_t PolicyReads() const { return policyReads.load(); }
 

@@ -1,4 +1,4 @@
-// The buffer of the host and of the driver emulator. A new one is zero-filled, so that no old memory reaches the
+// The buffer of the host and of the driver emulator. New buffers are zero-filled, so that no stale memory reaches the
 // driver.
 #pragma once
 

@@ -9,7 +9,7 @@
 
 namespace fenlux::refhost {
 
-// All services of the host. They are made once and live as long as the host.
+// All services of the host. They are created once and live as long as the host.
 struct HostServices {
   std::shared_ptr<CCfg> cfg;
   std::shared_ptr<CLog> log;

@@ -1,4 +1,4 @@
-// Translation, and reading of its table.
+// Translates texts, and reads the table of translations.
 #include "refhost/services/locale_service.h"
 
 #include <string_view>

@@ -1,4 +1,4 @@
-// Translation by a table from the configuration. Text without an entry is not changed.
+// Translates texts with a table from the configuration. Text without an entry stays unchanged.
 #pragma once
 
 #include <map>

@@ -1,4 +1,4 @@
-// Registrations and net objects may outlive the services that made them, so they share the state they update.
+// Registrations and net objects may outlive the services that created them, so they share the state they update.
 #include "refhost/services/record_register.h"
 
 #include <stdexcept>

@@ -28,7 +28,7 @@ class RecordRegister final : public CRecordFactory, public CRecordService {
   RecordRegister();
 
   std::shared_ptr<CKdiRecord>& CreateRecord(std::shared_ptr<CKdiRecord>& out) override;
-  // The entry is removed by Withdraw, or when the registration is destroyed.
+  // Withdraw removes the entry, as does destroying the registration.
   std::shared_ptr<CRecordRegistration> Register(const std::shared_ptr<CKdiRecord>& record) override;
 
   // The current entries in the order of registration.

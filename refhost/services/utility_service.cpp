@@ -1,4 +1,4 @@
-// The conversions that the header describes.
+// Implements the conversions.
 #include "refhost/services/utility_service.h"
 
 #include <fmt/format.h>
@@ -61,7 +61,7 @@ void UtilityService::CopyToField(void* destination, std::uint32_t limit, const s
   const std::u16string units = Utf16FromWide(text);
   const std::size_t room = limit / 2;
   std::size_t count = units.size() < room ? units.size() : room;
-  // Do not split a character of two units.
+  // Do not split a surrogate pair.
   if (count < units.size() && count > 0 && IsHighSurrogate(units[count - 1])) --count;
   auto* field = static_cast<std::uint8_t*>(destination);
   for (std::size_t index = 0; index < count; ++index) {

@@ -19,7 +19,7 @@ class UtilityService final : public CUtility {
   std::string& ToNarrowString(std::string& out, const std::wstring& text) override;
   // The path unchanged.
   std::string& TransformPath(std::string& out, const std::string& path) override;
-  // The message on one line of valid UTF-8.
+  // The message with invalid UTF-8 replaced.
   std::string& ConvertText(std::string& out, const std::string& message) override;
   // Measures microseconds from now.
   std::shared_ptr<CMeasurement>& CreateMeasurement(std::shared_ptr<CMeasurement>& out) override;

@@ -1,4 +1,4 @@
-// The list of observers, and the scope of a thread.
+// Manages the observers, and each thread's current scope.
 #include "refhost/services/events/decision_sink.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// A plain pointer to the stack: nothing has to be destroyed when the thread ends.
+// A plain pointer to the stack, so that nothing needs to be destroyed when the thread ends.
 thread_local DecisionScope* currentScope = nullptr;
 
 bool Wants(DecisionInterest interest, const DecisionRecord& record) {

@@ -1,8 +1,8 @@
-// Hands one record of every judged event to those who want it: the decision log, watchers, metrics.
+// Passes one record of every judged event to its observers: the decision log, watchers, metrics.
 //
-// What decided is known to the judge, and the verdict and the time to those who passed the notification to the module.
-// Both are on the same thread: a DecisionScope lives there while the module works, takes the judgement from the judge,
-// and hands on the record at the end. Without observers a scope does nothing; the event itself is never copied.
+// Only the judge knows the deciding rule, and only the caller of the module knows the verdict and the time. Both run on
+// the same thread: a DecisionScope there gets the judgement from the judge while the module works, and passes on the
+// record at the end. Without observers, a scope does nothing. The event itself is never copied.
 #pragma once
 
 #include <atomic>
@@ -22,70 +22,70 @@ class EventRecord;
 struct Rule;
 struct RulesInForce;
 
-// What the judge knows of a judged event.
+// The judge's part of a record.
 struct JudgedEvent {
-  std::shared_ptr<const EventRecord> event;   // complete, and no longer changed
-  std::shared_ptr<const RulesInForce> rules;  // by which it was judged
-  const Rule* rule = nullptr;                 // of these: the one that decided; null: the default decision
+  std::shared_ptr<const EventRecord> event;   // complete; it no longer changes
+  std::shared_ptr<const RulesInForce> rules;  // the rules that were applied
+  const Rule* rule = nullptr;                 // the one of them that decided; null: the default decision
   bool programUnknown = false;  // the rule's program pattern would have decided, but the program is not known
   Decision decision = Decision::kUndecided;
-  bool refuses = false;  // the decision is one that refuses the operation
-  bool enforced = true;  // false: it would, but decisions are not enforced: the module was told to let it pass
+  bool refuses = false;  // the decision refuses the operation
+  bool enforced = true;  // false: the module was told to allow it, because refusals are not enforced
 };
 
 enum class DecisionResult {
   kAllowed,
   kRefused,
   kWouldRefuse,  // allowed, because decisions are not enforced
-  kNoReply,      // the driver waits for no reply to this event: the decision has no effect
+  kNoReply,      // the driver expects no reply to this event, so the decision has no effect
 };
 
-// What happened to the operation of an event.
+// The outcome of an event's operation.
 struct DecisionEnd {
-  std::uint32_t verdict = 0;            // that the driver received; 0: none
+  std::uint32_t verdict = 0;            // the verdict that the driver received; 0: none
   bool refused = false;                 // the operation was refused
-  bool wouldRefuse = false;             // it would have been, for want of a judgement, but refusals are not enforced
-  std::string_view cause;               // why the reply did not count, such as "late"; empty: it did. Static text
+  bool wouldRefuse = false;             // not judged, and would be refused if refusals were enforced
+  std::string_view cause;               // why the reply did not count, such as "late"; else empty. Static text
   std::chrono::nanoseconds latency{0};  // from the delivery of the notification until its reply was received
 };
 
-// One event. Copying copies two handles. An event that was refused without a judgement has no `judged.event` and no
-// `judged.rules`, but a cause.
+// One event. A copy shares the event and the rules. For an event that was refused without a judgement, `judged.event`
+// and `judged.rules` are null and `end.cause` is set.
 struct DecisionRecord {
   std::chrono::system_clock::time_point time;
   std::uint32_t code = 0;  // of the notification
   std::uint64_t processId = 0;
-  std::string_view operation;  // of the kernel: "open", "exec" or "read"; empty for other events. Static text
+  std::string_view operation;  // for kernel events: "open", "exec" or "read"; otherwise empty. Static text
   JudgedEvent judged;
   DecisionEnd end;
 
   DecisionResult Result() const;
-  // Whether the operation was refused, would have been, or should have been: what the decision log calls "refused".
+  // Whether it was refused, would have been if enforced, or should have been by the decision: "refused" in the log.
   bool IsRefusal() const { return end.refused || end.wouldRefuse || judged.refuses; }
 };
 
 class DecisionObserver {
  public:
   virtual ~DecisionObserver() = default;
-  // Receives one record. Called on the delivery thread, concurrently, after the module's reply and before the driver
-  // gets it: must not block.
+  // Receives one record. Called on the delivery threads, concurrently, after the module replies and before the driver
+  // gets the reply: must not block.
   virtual void Observe(const DecisionRecord& record) noexcept = 0;
 };
 
-// What an observer receives.
+// The records that an observer receives.
 enum class DecisionInterest : std::uint8_t { kNone, kRefusals, kAll };
 
 // Any thread.
 class DecisionSink {
  public:
-  // From now on, or with another interest than before. Throws std::bad_alloc.
+  // Adds an observer, or changes its interest. Throws std::bad_alloc.
   void Attach(const std::shared_ptr<DecisionObserver>& observer, DecisionInterest interest);
-  // A call that is in progress may still end after this returns.
+  // Calls in progress may end after this returns.
   void Detach(const std::shared_ptr<DecisionObserver>& observer);
 
-  // The greatest interest of any observer.
+  // The broadest interest of any observer.
   DecisionInterest Interest() const { return greatest.load(std::memory_order_relaxed); }
-  // Hands the record to the observers that want it, and sets its time.
+  // Sets the record's time, and passes it to the interested observers.
   void Report(DecisionRecord record) noexcept;
 
  private:
@@ -95,12 +95,12 @@ class DecisionSink {
   };
   void Set(std::vector<Entry> next);
 
-  Mutex changeMutex;  // one change at a time; nothing is guarded by it alone
+  Mutex changeMutex;  // serializes changes; guards no member by itself
   std::atomic<DecisionInterest> greatest{DecisionInterest::kNone};
   LiveValue<std::vector<Entry>> observers{std::vector<Entry>()};
 };
 
-// On the stack of the thread that passes a notification to the module, around that call.
+// Lives on the stack of the thread that passes a notification to the module, around that call.
 class DecisionScope {
  public:
   // `sink` may be null. `operation` as in DecisionRecord.
@@ -109,15 +109,15 @@ class DecisionScope {
   DecisionScope(const DecisionScope&) = delete;
   DecisionScope& operator=(const DecisionScope&) = delete;
 
-  // The innermost scope of this thread in which somebody is interested; null if there is none.
+  // This thread's innermost scope if it has observers; otherwise null.
   static DecisionScope* Current() noexcept;
   // Called by the judge.
   void Judged(JudgedEvent event) noexcept { judged = std::move(event); }
-  // Hands on the record, if the event was judged and somebody wants it. Once, after the module's call.
+  // Passes on the record if the event was judged and there are observers. Call it once, after the call of the module.
   void End(const DecisionEnd& end) noexcept;
 
  private:
-  DecisionSink* const sink;  // null: nobody is interested
+  DecisionSink* const sink;  // null: no observers
   DecisionScope* const outer;
   const std::uint32_t code;
   const std::string_view operation;

@@ -1,4 +1,4 @@
-// The translation as a table.
+// The translation, as a table.
 #include "refhost/services/events/decision_verdicts.h"
 
 #include <array>
@@ -10,7 +10,7 @@ namespace {
 
 using records::Verdict;
 
-// By the decision's number.
+// Indexed by the decision's number.
 constexpr std::array<Verdict, kMaxDecision + 1> kVerdicts{Verdict::kUnjudged,    Verdict::kVerdict2, Verdict::kPass,
                                                           Verdict::kVerdict4,    Verdict::kVerdict5, Verdict::kContext,
                                                           Verdict::kPassClient2, Verdict::kUnjudged};

@@ -1,4 +1,4 @@
-// Which verdict the driver receives for a decision.
+// Maps decisions to the verdicts that the driver receives.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace fenlux::refhost {
 
-// The module's translation. `clientType2` is CCfgEx::GetClientTypeFlag. For decision 5: the verdict with context data.
+// Equals the module's mapping. `clientType2` is CCfgEx::GetClientTypeFlag. Assumes that decision 5 has context data.
 std::uint32_t VerdictOfDecision(Decision decision, bool clientType2);
 
 }  // namespace fenlux::refhost

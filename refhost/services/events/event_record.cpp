@@ -1,4 +1,4 @@
-// The text of a record for the log.
+// Describes a record for the log.
 #include "refhost/services/events/event_record.h"
 
 #include <fmt/format.h>

@@ -12,7 +12,7 @@
 
 namespace fenlux::refhost {
 
-// What the module set for one event. Values it did not set are empty.
+// The values that the module set for one event. Values it did not set are empty.
 struct EventData {
   std::uint64_t processId = 0;
   std::optional<std::uint32_t> sessionId;

@@ -1,4 +1,4 @@
-// Both tables, one row per line.
+// The tables of notification codes and event names.
 #include "refhost/services/events/event_types.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ struct CodeRow {
   std::uint32_t code;
   std::uint32_t category;
   Types types;
-  std::uint32_t plain = 0;  // the type if no flag is set; 0: the first one
+  std::uint32_t plain = 0;  // the type if the driver sets no flag; 0: the first one
 };
 
 constexpr CodeRow kCodes[] = {
@@ -55,7 +55,7 @@ constexpr CodeRow kCodes[] = {
     {8206, 2, {0x401A}},
 };
 
-// Only kinds whose records identify them. Rules name all other types by number or by code.
+// Only the kinds that a record's data identifies. Rules refer to all other types by number or code.
 struct NameRow {
   std::string_view name;
   std::uint32_t category;
@@ -67,7 +67,7 @@ constexpr NameRow kNames[] = {
     {"endpoint", 0, {0x1002}},                                        // has an address and a port
     {"open", 2, {0x4004}},                                            // marked as opening
     {"remote", 0, {0x4018, 0x4019}},                                  // have the remote flag and four words
-    {"unanswered", 1, {0x4015}},                                      // judged, but the driver waits for no reply
+    {"unanswered", 1, {0x4015}},                                      // judged, but the driver expects no reply
 };
 
 std::vector<EventKind> Kinds(const Types& types, std::uint32_t category) {

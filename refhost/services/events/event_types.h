@@ -1,4 +1,4 @@
-// The event types of records, by the notification codes they come from.
+// Maps notification codes and event names to the event types of records.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace fenlux::refhost {
 
-// One kind of record. Category 0 means both.
+// One kind of record. Category 0 means both categories.
 struct EventKind {
   std::uint32_t type = 0;
   std::uint32_t category = 0;
@@ -16,17 +16,17 @@ struct EventKind {
   bool operator==(const EventKind&) const = default;
 };
 
-// The kinds of record that the module makes from a notification code; none if it does not judge that code. Two codes
-// may give the same kind: their records are indistinguishable.
+// The kinds of record that the module makes from a notification code; empty if it does not judge that code. Two codes
+// may result in the same kind: their records are indistinguishable.
 std::vector<EventKind> EventKindsOfCode(std::uint32_t code);
 
-// The kind that the module makes of a code's plain form, in which the driver sets no flag; nothing if it does not judge
-// that code.
+// The kind that the module makes from a code for which the driver sets no flag; nullopt if it does not judge that
+// code.
 std::optional<EventKind> PlainKindOfCode(std::uint32_t code);
-// The lowest code whose events have the name; nothing if there is no such name.
+// The lowest code whose events have the name; nullopt if there is no such name.
 std::optional<std::uint32_t> CodeOfName(std::string_view name);
 
-// The kinds that a name means, and all names.
+// The kinds that a name stands for, and all names.
 std::vector<EventKind> EventKindsOfName(std::string_view name);
 std::vector<std::string_view> EventNames();
 // The name of a record's kind; empty if it has none.

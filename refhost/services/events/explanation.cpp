@@ -1,4 +1,4 @@
-// Applies the rules one by one, as the judge does, and notes what does not match.
+// Applies the rules in order, like the judge, and records which conditions do not match.
 #include "refhost/services/events/explanation.h"
 
 #include <fmt/format.h>

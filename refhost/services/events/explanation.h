@@ -1,4 +1,4 @@
-// Why an event would be judged as it would be: which rule decides, and why the earlier ones do not match.
+// Explains how an event would be judged: which rule decides, and why the earlier ones do not match.
 #pragma once
 
 #include <optional>
@@ -10,18 +10,18 @@
 
 namespace fenlux::refhost {
 
-// An event to explain. It need not have happened.
+// A hypothetical event to explain.
 struct ExplainedEvent {
   std::uint32_t code = 0;              // one that the module judges
   std::string path;                    // UTF-8
-  std::optional<std::string> program;  // its path; nothing: any program that no rule names
+  std::optional<std::string> program;  // its path; nullopt: any program that no rule names
 };
 
 // Why one rule matches or not.
 struct RuleExplanation {
   const Rule* rule = nullptr;
-  std::vector<std::string> reasons;  // UTF-8: the conditions that do not match; none if the rule decides
-  bool dependsOnProgram = false;     // it would decide for a program that matches its pattern, and none was given
+  std::vector<std::string> reasons;  // UTF-8: the conditions that do not match; empty if the rule decides
+  bool dependsOnProgram = false;     // no program was given, and one that matches would make it decide
 };
 
 struct Explanation {
@@ -30,7 +30,7 @@ struct Explanation {
   Decision decision = Decision::kPass;
 };
 
-// `rules` must outlive the result. The event's type is that of its code without any flag. Throws std::invalid_argument
+// `rules` must outlive the result. The event has the type of its code without any flag. Throws std::invalid_argument
 // if the module does not judge the code.
 Explanation Explain(const Rules& rules, const ExplainedEvent& event);
 

@@ -1,5 +1,5 @@
-// A security identifier: revision, count of sub-authorities, a 48-bit authority (big-endian) and the sub-authorities
-// (32 bits each, little-endian).
+// Format of a security identifier: revision, count of sub-authorities, a 48-bit authority (big-endian) and the
+// sub-authorities (32 bits each, little-endian).
 #include "refhost/services/events/identity_text.h"
 
 #include <fmt/format.h>
@@ -15,7 +15,7 @@ namespace {
 constexpr std::uint8_t kRevision = 1;
 constexpr std::size_t kAuthorityOffset = 2;
 constexpr std::size_t kSubAuthorityOffset = 8;
-// The format allows 15, the block has room for fewer.
+// The format allows 15, but the block has room for fewer.
 constexpr std::size_t kMaxSubAuthorities = (kIdentityBlockSize - kSubAuthorityOffset) / 4;
 
 std::span<const std::uint8_t> WithoutTrailingZeros(std::span<const std::uint8_t> bytes) {

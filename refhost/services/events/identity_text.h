@@ -1,4 +1,4 @@
-// Text form of an account's identity block.
+// The text form of an account's identity block.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace fenlux::refhost {
 inline constexpr std::size_t kIdentityBlockSize = 64;
 
 // "S-1-5-21-..." for a security identifier in binary form. For other bytes, their hexadecimal digits up to the last
-// byte that is not zero.
+// nonzero byte.
 std::string IdentityText(std::span<const std::uint8_t, kIdentityBlockSize> block);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Judging by rules, and what is counted of it.
+// Applies the rules and counts the decisions.
 #include "refhost/services/events/judge.h"
 
 #include <utility>
@@ -41,7 +41,7 @@ Judge::Judged Judge::Decide(const Rules& current, const EventRecord& event) cons
   const bool programUnknown = settings.unknownProgram && event.Data().imagePath.empty();
   for (const Rule& rule : current.ordered) {
     if (!rule.MatchesButProcess(event.Data())) continue;
-    // Neither the program nor the process is to blame: the event is not judged.
+    // Only the host's lack of resources hides the program, so leave the event undecided.
     if (rule.process && event.Data().imagePath == kImageNotRead) return {Decision::kUndecided, &rule};
     if (programUnknown && rule.process) return {*settings.unknownProgram, &rule, true};
     if (rule.MatchesProcess(event.Data())) return {rule.decision, &rule};

@@ -1,4 +1,4 @@
-// Reading of rules, and their conditions.
+// Reads rules, and tests their conditions.
 #include "refhost/services/events/rules.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// Opening of the log file.
+// Opens the log file.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -7,15 +7,15 @@
 
 namespace fenlux::refhost {
 
-// An open log file, closed with the last copy.
+// An open log file; the last copy closes it.
 using LogFile = std::shared_ptr<std::FILE>;
 
-// Opens the file for appending. Creates it for this user alone, and does not follow a symbolic link in its place
-// (POSIX). Creates missing directories. Throws std::runtime_error with the reason.
+// Opens the file for appending and creates missing directories. On POSIX systems, a new file is readable by this user
+// only, and a symbolic link is refused. Throws std::runtime_error with the reason.
 LogFile OpenLogFile(const boost::filesystem::path& file);
-// Its two steps. Creating the directories reports no error, because opening the file does.
+// The two steps of OpenLogFile. Creating the directories reports no errors, because opening the file does.
 void CreateDirectoriesOf(const boost::filesystem::path& file);
-// The bodies are platform-specific.
+// The implementations are platform-specific.
 LogFile OpenForAppending(const boost::filesystem::path& file);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// open with the flags that stdio has no letters for.
+// Opens the file with flags that fopen does not support.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ namespace {
 }  // namespace
 
 LogFile OpenForAppending(const boost::filesystem::path& file) {
-  // Without O_NONBLOCK, opening a named pipe that nobody reads would never return.
+  // Without O_NONBLOCK, opening a named pipe without a reader would block.
   const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK;
   const int descriptor = ::open(file.c_str(), flags, S_IRUSR | S_IWUSR);
   if (descriptor < 0) {

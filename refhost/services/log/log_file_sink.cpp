@@ -1,4 +1,4 @@
-// Writing through stdio, whose buffer the queue flushes after each batch.
+// Writes through stdio, whose buffer the queue flushes after each batch.
 #include "refhost/services/log/log_file_sink.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// The log's output to a file that is already open.
+// The log's output to an open file.
 #pragma once
 
 #include <spdlog/details/null_mutex.h>
@@ -10,13 +10,13 @@
 
 namespace fenlux::refhost {
 
-// Not thread-safe. Throws std::runtime_error if the file takes no more; a flush also if a write has failed since the
-// last one, because lines that waited in the file's buffer then are lost, too.
+// Not thread-safe. Throws std::runtime_error if writing fails. A flush also throws if a write has failed since the last
+// flush, because the lines in the file's buffer at that time are lost too.
 class LogFileSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
  public:
   explicit LogFileSink(LogFile opened) : file(std::move(opened)) {}
 
-  // Writes to this file from here on. Everything before it must have been flushed.
+  // Writes to this file from now on. All earlier lines must have been flushed.
   void Replace(LogFile opened) { file = std::move(opened); }
 
  protected:

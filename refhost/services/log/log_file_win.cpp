@@ -1,4 +1,4 @@
-// Names of files are wide. Others may read the file while it is written.
+// Opens the file by its wide name. Others may read it while it is written.
 #include <fmt/format.h>
 #include <share.h>
 

@@ -1,4 +1,4 @@
-// Names and levels of severities, and the forms of a line.
+// Names and levels of severities, and the two formats of a line.
 #include "refhost/services/log/log_line.h"
 
 #include <fmt/format.h>
@@ -16,8 +16,8 @@
 namespace fenlux::refhost {
 namespace {
 
-// `level` is the name that other programs know it by, in JSON. Sinks color a line by its level, and every severity has
-// one of its own there.
+// `level` is the standard name in JSON, for other programs. Sinks color a line by its level, so each severity has its
+// own `sinkLevel`.
 struct SeverityRow {
   std::string_view name;
   spdlog::level::level_enum level;

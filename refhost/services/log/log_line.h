@@ -1,4 +1,4 @@
-// One log line and its two forms in the output: text and JSON.
+// One log line and its two output formats: text and JSON.
 #pragma once
 
 #include <spdlog/pattern_formatter.h>
@@ -22,10 +22,10 @@ struct LogLine {
   std::string text;            // empty if there is content
   std::shared_ptr<const LogContent> content;
   LogAudience audience = LogAudience::kAll;
-  bool lost = false;  // some output that should have it has not; the writer's
+  bool lost = false;  // an output failed to write it; used by the writer only
 };
 
-// The level by which the outputs know the severity. Each has its own.
+// The outputs' level for the severity. Each severity has its own.
 spdlog::level::level_enum SinkLevelOf(Severity severity);
 
 // Formats lines. Not thread-safe.
@@ -33,7 +33,7 @@ class LogLineFormatter {
  public:
   explicit LogLineFormatter(bool asJson) : json(asJson) {}
 
-  // What the outputs put around the formatted text.
+  // Adds what the outputs write around the formatted text.
   std::unique_ptr<spdlog::formatter> LineFormatter() const;
   std::string Format(const LogLine& line);
 

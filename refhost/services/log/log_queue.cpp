@@ -1,4 +1,4 @@
-// Adding lines, and the writer's loop.
+// Adds lines, and runs the writer's loop.
 #include "refhost/services/log/log_queue.h"
 
 #include <spdlog/details/log_msg.h>
@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A line may have any length, so the number of lines alone does not limit the memory.
+// Lines may have any length, so limiting their number does not limit the memory.
 constexpr std::size_t kMaxBytes = std::size_t{32} << 20;
 
 spdlog::color_mode ColorMode(LogColors colors) {
@@ -199,7 +199,7 @@ bool LogQueue::WriteTo(const Output& output, const spdlog::details::log_msg& mes
   }
   if (output.stream == nullptr || std::ferror(output.stream) == 0) return true;
   std::clearerr(output.stream);
-  return false;  // a closed terminal: nowhere to report it
+  return false;  // for example a closed terminal: there is nowhere to report it
 }
 
 bool LogQueue::Flush(const Output& output) noexcept {

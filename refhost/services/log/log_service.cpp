@@ -1,4 +1,4 @@
-// The operations of the host's log, and reading of its settings.
+// Implements the host's log, and reads its settings.
 #include "refhost/services/log/log_service.h"
 
 #include <utility>
@@ -10,7 +10,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// An output that is stuck must not keep the process from exiting.
+// A stuck output must not keep the process from exiting.
 constexpr std::chrono::seconds kStopTimeout{5};
 
 }  // namespace

@@ -28,7 +28,7 @@ std::string_view SeverityName(Severity severity);
 enum class LogColors : std::size_t { kIfTerminal, kAlways, kNever };
 
 struct LogSettings {
-  // Each output gets lines of its level and above. kSeverities turns it off.
+  // Each output gets lines of its level and above; kSeverities turns the output off.
   std::size_t consoleLevel = static_cast<std::size_t>(Severity::kEvent);
   std::size_t fileLevel = static_cast<std::size_t>(Severity::kDetail);
   boost::filesystem::path file;  // empty: none; otherwise lines are appended
@@ -42,9 +42,9 @@ struct LogSettings {
 // Reads the [log] table.
 LogSettings ReadLogSettings(const ConfigTable& table);
 
-// Counts of lines. Every line that some output should get is written, dropped, or waiting.
+// Counts of lines. Every line that an output should get is written, dropped, or waiting.
 struct LogTotals {
-  // The lines with content among them: logged = written + dropped + unwanted + those that wait.
+  // Those of the lines that have content: logged = written + dropped + unwanted + Waiting().
   struct Content {
     std::uint64_t logged = 0;
     std::uint64_t unwanted = 0;
@@ -64,13 +64,13 @@ struct LogTotals {
   std::uint64_t Of(Severity severity) const { return bySeverity[static_cast<std::size_t>(severity)]; }
 };
 
-// Any thread. No operation throws or blocks, unless it says so.
+// Any thread. No operation throws or blocks unless it says so.
 class LogService final : public CLog {
  public:
-  // Opens the outputs, except a file of the settings that is open already, and starts the writer. Throws
+  // Opens the outputs and starts the writer. Uses `openedFile`, unless it is null, as the settings' file. Throws
   // std::runtime_error if the file cannot be opened or the writer cannot be started.
   explicit LogService(const LogSettings& settings, std::shared_ptr<std::FILE> openedFile = nullptr);
-  // Writes the waiting lines and stops the writer, but waits no more than a few seconds for a stuck output.
+  // Writes the waiting lines and stops the writer, but waits only a few seconds for a stuck output.
   ~LogService();
   LogService(const LogService&) = delete;
   LogService& operator=(const LogService&) = delete;
@@ -86,16 +86,16 @@ class LogService final : public CLog {
   void Write(Severity severity, std::uint32_t code, std::string_view line, std::uint32_t category);
   // A line of the host.
   void Write(Severity severity, std::string_view line, LogAudience audience = LogAudience::kAll);
-  // A line that the writer makes of its content.
+  // A line that the writer formats from its content.
   void Write(Severity severity, std::shared_ptr<const LogContent> content, LogAudience audience);
-  // Counts a line with content that could not be made, for lack of memory, as dropped.
+  // Counts a line with content as dropped, because it could not be created for lack of memory.
   void CountLostContent(Severity severity);
 
   // Waits until everything logged before the call is written; false if `timeout` passes first.
   bool Drain(std::chrono::milliseconds timeout);
   LogTotals Totals() const;
 
-  // Writes to this file from here on instead of the one before, which is closed. Ignored if the settings name no file.
+  // Writes to this file from now on and closes the previous one. Ignored if the settings name no file.
   void SwitchFile(std::shared_ptr<std::FILE> opened);
 
  private:

@@ -1,4 +1,4 @@
-// Formats a single time; those who format many keep a formatter.
+// Formats a single time. To format many, keep a formatter.
 #include "refhost/services/log/log_time.h"
 
 #include <spdlog/details/log_msg.h>

@@ -1,4 +1,4 @@
-// The form of times in JSON.
+// The format of times in JSON.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-// Parsing of the texts of /proc.
+// Parses texts from /proc.
 #include "refhost/services/processes/proc_text.h"
 
 #include <algorithm>
@@ -31,7 +31,7 @@ std::string CommandLineFromText(std::string text) {
 }
 
 std::optional<std::uint32_t> UserFromText(std::string_view text) {
-  // "Uid:", then the real user and the effective one. The kernel escapes a line break in the program's name before it.
+  // "Uid:", then the real and the effective user. The kernel escapes line breaks in the program's name before it.
   const std::size_t line = text.find(kUserLine);
   if (line == std::string_view::npos) return std::nullopt;
   const std::string_view numbers = text.substr(line + kUserLine.size());

@@ -1,4 +1,4 @@
-// Reads the texts that /proc shows of a process. A process chooses most of them itself, so they may hold anything.
+// Parses the texts that /proc shows for a process. The process controls most of them, so they may contain anything.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ std::optional<std::uint32_t> LeadingNumber(std::string_view text);
 std::uint32_t SessionFromText(std::string_view text);
 // The arguments of /proc/PID/cmdline, separated by spaces.
 std::string CommandLineFromText(std::string text);
-// The user whose rights the process has, from /proc/PID/status; nullopt if the text has none.
+// The effective user of the process, from /proc/PID/status; nullopt if the text has none.
 std::optional<std::uint32_t> UserFromText(std::string_view text);
 
 }  // namespace fenlux::refhost

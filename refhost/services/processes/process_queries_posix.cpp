@@ -21,13 +21,13 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr std::size_t kMaxCommandLine = 4096;
-constexpr std::size_t kStatusStart = 1024;  // the line "Uid" is among the first, after the program's short name
+constexpr std::size_t kStatusStart = 1024;  // "Uid" is one of the first lines, after the program's short name
 
 std::string ProcPath(std::uint32_t processId, std::string_view entry) {
   return fmt::format("/proc/{}{}", processId, entry);
 }
 
-// The start of an entry of a process in /proc; empty if it cannot be read.
+// The start of a process's entry in /proc; empty if it cannot be read.
 std::string ReadStart(std::uint32_t processId, std::string_view entry, std::size_t limit) {
   const Descriptor file(::open(ProcPath(processId, entry).c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.Valid()) return {};
@@ -49,12 +49,12 @@ std::string PathOf(const Descriptor& file) {
   return length <= 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
-// The path of a program that was opened through its process; empty if it is not established.
+// The path of a program that was opened through its process; empty if it cannot be established.
 std::string EstablishedImage(const Descriptor& program) {
-  // The link shows the path as the process sees it, and any user can mount one program over another in a namespace of
-  // their own. So the path counts only if it names the same file here. That also leaves out a program whose file was
-  // replaced since it was started. Both are read from one descriptor, because the process may run another program at
-  // any moment; while it is open, the inode's number belongs to no other file.
+  // The link shows the path as the process sees it, and any user can mount one program over another in their own
+  // namespace. So the path counts only if it names the same file here. That also excludes a program whose file was
+  // replaced after it started. Both are read from one descriptor, because the process may run another program at any
+  // time; while the descriptor is open, the inode's number cannot be reused.
   struct stat status {};
   if (::fstat(program.Get(), &status) != 0) return {};
   std::string image = PathOf(program);
@@ -76,7 +76,7 @@ std::uint32_t ProcessSession(std::uint32_t processId) {
 }
 
 std::optional<std::uint32_t> ProcessUser(std::uint32_t processId) {
-  // Not the owner of the directory: that of a process that must not be dumped is root, whoever runs it.
+  // Not the owner of the directory: if the process must not be dumped, that is root, whatever its user.
   return UserFromText(ReadStart(processId, "/status", kStatusStart));
 }
 
@@ -96,7 +96,7 @@ std::set<std::uint64_t> RunningProcesses() {
   std::set<std::uint64_t> processes;
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir("/proc"), [](DIR* open) { return ::closedir(open); });
   if (directory == nullptr) return processes;
-  // Only this thread reads this stream.
+  // No other thread uses this stream.
   while (const dirent* entry = ::readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
     if (const auto processId = LeadingNumber(entry->d_name)) processes.insert(*processId);
   }

@@ -1,9 +1,9 @@
-// Process queries on Windows: the list of processes is a snapshot of the system. Everything else is queried per process
+// Process queries on Windows. The list of processes is a snapshot of the system; everything else is queried per process
 // with the least access that suffices, so that a host without privileges can query other users' processes too.
 #include "refhost/services/processes/process_queries.h"
 
 #include <windows.h>
-// After windows.h, which they need.
+// Need windows.h before them.
 #include <tlhelp32.h>
 #include <winternl.h>
 
@@ -23,8 +23,8 @@ namespace {
 constexpr std::size_t kMaxCommandLine = 4096;
 constexpr std::size_t kMaxPathLength = 32768;
 
-// Opens a running process by its exact id: the system itself ignores the two lowest bits of an id. A process that has
-// ended exists as long as a handle to it is open; it counts as not running.
+// Opens a running process by its exact id: the system ignores the two lowest bits of an id. A process that has ended
+// exists as long as a handle to it is open; it counts as not running.
 Handle OpenRunning(std::uint32_t processId, DWORD access) {
   Handle process(::OpenProcess(access | SYNCHRONIZE, FALSE, processId));
   if (!process.Valid()) return process;
@@ -115,12 +115,12 @@ bool ProcessRuns(std::uint32_t processId) {
   if (processId == 0) return true;  // the system's idle process, which cannot be opened
   if (OpenRunning(processId, PROCESS_QUERY_LIMITED_INFORMATION).Valid()) return true;
   if (::GetLastError() != ERROR_ACCESS_DENIED) return false;
-  // There is a process that may not be queried, but its id may differ in the two lowest bits.
+  // A process exists that may not be queried, but its id may differ in the two lowest bits.
   return RunningProcesses().contains(processId);
 }
 
 std::uint32_t ProcessSession(std::uint32_t processId) {
-  // Session 0 is the system's own: services run in it, and no user logs in to it.
+  // Session 0 is the system's session: services run in it, and no user logs in to it.
   DWORD session = 0;
   return ::ProcessIdToSessionId(processId, &session) ? session : 0;
 }

@@ -1,4 +1,4 @@
-// CWinWork on top of the platform's process queries.
+// Implements CWinWork with the platform's process queries.
 #include "refhost/services/processes/work_service.h"
 
 #include <algorithm>

@@ -15,14 +15,14 @@ namespace fenlux::refhost {
 
 class ConfigTable;
 
-// Paths for system images by the names that the module asks for, on machines that have no such images. A process of
-// such an image counts as one of the system's own.
+// Paths for system images by the names that the module uses, for machines without such images. A process of such an
+// image counts as a system process.
 using SystemImages = std::map<std::string, boost::filesystem::path>;
 
 // Reads [system_images].
 SystemImages ReadSystemImages(const ConfigTable& table);
 
-// Makes a port client. The arguments are those of CWinWork::CreatePortClient.
+// Creates a port client. The arguments are those of CWinWork::CreatePortClient.
 using PortClientMaker = std::function<std::shared_ptr<CPortClient>(
     const std::string& portName, const std::shared_ptr<CBuf>& connectContext, std::uint32_t maxMessageSize,
     const NotificationHandler& handler, std::uint32_t portValue)>;
@@ -33,7 +33,7 @@ class WorkService final : public CWinWork {
 
   WorkService(SystemImages images, PortClientMaker portClientMaker);
 
-  // When the module last asked for a port client; the clock's minimum if it never did. Any thread.
+  // When the module last requested a port client; the clock's minimum if it has not. Any thread.
   Clock::time_point LastConnectionStart() const {
     return Clock::time_point(Clock::duration(lastConnectionStart.load()));
   }
@@ -65,7 +65,7 @@ class WorkService final : public CWinWork {
   const SystemImages systemImages;
   const PortClientMaker makePortClient;
   std::atomic<Clock::rep> lastConnectionStart{Clock::duration::min().count()};
-  // The thread that refreshes the module's cache, and what it has refreshed since it last listed the processes.
+  // The thread that refreshes the module's cache, and how many processes it has queried since it last listed them.
   std::atomic<std::thread::id> refresher{};
   std::atomic<std::uint64_t> refreshedProcesses{0};
   std::atomic<std::uint64_t> cachedProcesses{0};
