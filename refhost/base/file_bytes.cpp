@@ -1,4 +1,4 @@
-// Tells a directory from other files before opening: systems differ in what they say about one.
+// Checks for a directory before opening, because systems report different errors for it.
 #include "refhost/base/file_bytes.h"
 
 #include <array>
@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// `reason` is the system's; call it directly after the failure.
+// `reason` is the system's. Call it directly after the failure.
 std::string Failure(const fs::path& file, const std::string& reason) {
   boost::system::error_code ignored;
   if (!fs::exists(file, ignored)) return "cannot be read: " + reason + "; check the path";

@@ -1,4 +1,4 @@
-// Reading of whole files.
+// Reads whole files.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -6,13 +6,13 @@
 
 namespace fenlux::refhost {
 
-// The content of a file, or the reason why there is none.
+// The content of a file, or the reason why it cannot be read.
 struct FileBytes {
   std::string bytes;
   std::string failure;  // "cannot be read: ", the system's reason and what to check; empty: success
 };
 
-// Reads a file to its end. Never waits for a pipe or a device: only regular files can be read (POSIX).
+// Reads a file to its end. On POSIX systems, reads only regular files, so that it never waits for a pipe or a device.
 FileBytes ReadFileBytes(const boost::filesystem::path& file);
 
 // Why the file cannot be read, as in FileBytes; empty if it can.

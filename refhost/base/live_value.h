@@ -1,4 +1,4 @@
-// A value that can be replaced while others read it. Readers hold a snapshot; writers replace the value as a whole.
+// A value that can be replaced while it is read. Readers hold a snapshot; writers replace the value as a whole.
 #pragma once
 
 #include <memory>

@@ -10,18 +10,18 @@ namespace fenlux::refhost {
 // The line for `done` of `total` bytes after `elapsed`: "[#####.....]  50%  120.0 MB/s  3 s left".
 std::string ProgressText(std::uint64_t done, std::uint64_t total, std::chrono::milliseconds elapsed);
 
-// Writes to standard error. Shows nothing if that is no terminal, or if standard output is one too: then the work's own
-// output shows how it goes on. One thread.
+// Writes to standard error. Shows nothing if that is not a terminal, or if standard output is one as well: then the
+// program's output shows the progress. One thread.
 class ProgressBar {
  public:
-  // `totalBytes` may be 0: then nothing is shown.
+  // Shows nothing if `totalBytes` is 0.
   explicit ProgressBar(std::uint64_t totalBytes);
   // Clears the line.
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
-  // Shows the progress unless that was done a moment ago.
+  // Shows the progress unless it was updated very recently.
   void Show(std::uint64_t done);
 
  private:

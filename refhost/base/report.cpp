@@ -1,4 +1,4 @@
-// The two forms of a report.
+// The two output formats of a report.
 #include "refhost/base/report.h"
 
 #include <fmt/format.h>
@@ -65,7 +65,7 @@ std::string AlignedText(const Report& report) {
 }
 
 double RoundToTenths(double value) {
-  // The number nearest to the decimal text: written with as few digits as identify it, it reads as that text again.
+  // The number nearest to the decimal text. Its shortest exact representation is that text again.
   double rounded = 0;
   const std::string text = DecimalText(value);
   std::from_chars(text.data(), text.data() + text.size(), rounded);

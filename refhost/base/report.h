@@ -1,4 +1,4 @@
-// Reports: named values in a fixed order, shown as JSON to programs and as aligned text to people.
+// Reports: named values in a fixed order, formatted as JSON for programs and as aligned text for people.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -7,7 +7,7 @@
 namespace fenlux::refhost {
 
 // A JSON object that keeps the order of its names. Values are strings, booleans, unsigned numbers, tenths (see
-// RoundToTenths), arrays of strings, and further reports. Start from Report::object(): a default one is JSON's null.
+// RoundToTenths), arrays of strings, and nested reports. Start with Report::object(): a default Report is null.
 using Report = nlohmann::ordered_json;
 
 // One line of JSON, without the line end. Bytes that are not valid UTF-8 become U+FFFD; characters that Printable
@@ -17,7 +17,7 @@ std::string JsonText(const Report& json);
 // One value per line, aligned within a level; inner levels are indented. Every line ends with a line feed.
 std::string AlignedText(const Report& report);
 
-// Rounds to one decimal, so that JSON shows no more. Takes values below 10^14.
+// Rounds to one decimal, so that JSON shows no more. Accepts values below 10^14.
 double RoundToTenths(double value);
 
 }  // namespace fenlux::refhost

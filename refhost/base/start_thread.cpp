@@ -1,4 +1,4 @@
-// The message for a thread that cannot be started.
+// Composes the message for a thread that cannot be started.
 #include "refhost/base/start_thread.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// Starts threads, so that a failure says which one is missing.
+// Starts threads; the error message of a failure names the thread.
 #pragma once
 
 #include <stdexcept>
@@ -10,10 +10,10 @@
 
 namespace fenlux::refhost {
 
-// Says that the thread for `name` cannot be started, the system's reason, and what to do.
+// A message that the thread for `name` cannot be started, with the system's reason and what to do.
 std::string ThreadFailureText(std::string_view name, const std::error_code& reason);
 
-// Starts a thread that runs `body`. `name` says what for: "the log's writer". Throws std::runtime_error with
+// Starts a thread that runs `body`. `name` describes it in messages: "the log's writer". Throws std::runtime_error with
 // ThreadFailureText if the system refuses. Any thread.
 template <typename Body>
 std::thread StartThread(std::string_view name, Body&& body) {

@@ -1,4 +1,4 @@
-// Compares two trees of tables. Arrays, also those of tables, are compared as a whole.
+// Compares two trees of tables. Arrays, including arrays of tables, are compared as a whole.
 #include "refhost/base/config/config_content.h"
 
 #include <set>

@@ -1,4 +1,4 @@
-// The values of a configuration file as they were read, to be compared with those of a later version of it.
+// The values of a configuration file at the time it was read, for comparison with a later version.
 #pragma once
 
 #include <cstdint>
@@ -15,14 +15,14 @@ class ConfigContent {
  public:
   struct Change {
     std::string key;         // the full name
-    std::uint32_t line = 1;  // in the newer version; in the older one if the newer one lacks the setting
+    std::uint32_t line = 1;  // in the newer version, or in the older one if the newer one lacks the setting
   };
 
-  // That of an empty file.
+  // The content of an empty file.
   ConfigContent() = default;
   explicit ConfigContent(const ConfigDocument& document);
 
-  // The settings whose values differ in `newer`, or which only one of the two has, in alphabetical order.
+  // The settings whose values differ in `newer`, or that only one of the two has, in alphabetical order.
   std::vector<Change> ChangesIn(const ConfigContent& newer) const;
 
  private:

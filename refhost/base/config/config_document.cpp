@@ -1,4 +1,4 @@
-// Parsing of a file, with its syntax error if it has one.
+// Parses a file and reports its syntax error, if it has one.
 #include <optional>
 #include <utility>
 

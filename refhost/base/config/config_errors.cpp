@@ -1,4 +1,4 @@
-// Ordering and formatting of configuration errors.
+// Orders and formats configuration errors.
 #include "refhost/base/config/config_errors.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// The problems found in configuration files, each with its place.
+// The problems found in configuration files, each with its position.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace fenlux::refhost {
 
-// One problem, or a warning: something that is allowed and probably not meant. `line` and `column` count from 1.
+// An error, or a warning about something valid that is probably a mistake. `line` and `column` count from 1.
 struct ConfigError {
   std::string file;
   std::uint32_t line = 1;
@@ -17,7 +17,7 @@ struct ConfigError {
   std::string reason;
   bool isWarning = false;
 
-  // "file:line:column: key: reason", or of a warning "file:line:column: key: warning: reason"
+  // "file:line:column: key: reason", or for a warning "file:line:column: key: warning: reason"
   std::string Text() const;
 };
 
@@ -28,9 +28,9 @@ class ConfigErrors {
   // Whether there is no error. Warnings do not count.
   bool Empty() const { return errors.size() == WarningCount(); }
   std::size_t WarningCount() const;
-  // Errors and warnings, ordered by file, in the order in which files first had an error, then by place.
+  // Errors and warnings, ordered by file (in the order in which files first had one), then by position.
   std::vector<ConfigError> Sorted() const;
-  // One line per error or warning, each with a line end.
+  // One line per error or warning, each ending with a line feed.
   std::string Text() const;
 
  private:

@@ -1,13 +1,13 @@
-// Limits that several tables of a configuration share.
+// Limits shared by several tables of a configuration.
 #pragma once
 
 #include <cstdint>
 
 namespace fenlux::refhost {
 
-// Of a duration in milliseconds: one hour.
+// The longest duration in milliseconds: one hour.
 inline constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
-// Of threads that deliver notifications or read events.
+// The most threads that deliver notifications or read events.
 inline constexpr std::uint32_t kMaxThreads = 64;
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// Reading and checking of single values, and the reports about them.
+// Reads and checks single values, and reports problems with them.
 #include "refhost/base/config/config_node.h"
 
 #include <fmt/format.h>
@@ -11,7 +11,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// `hasMin` and `hasMax` say which bounds are worth naming; at least one is.
+// `hasMin` and `hasMax` say which bounds to mention; at least one is true.
 template <typename Number>
 std::string RangeText(Number min, bool hasMin, Number max, bool hasMax, Number value) {
   if (hasMin && hasMax) return fmt::format("must be from {} to {}, not {}", min, max, value);
@@ -77,7 +77,7 @@ std::optional<double> ConfigTable::Node::ReadNumber(const toml::node& value, con
     ReportType(value, keyName, "a number");
     return std::nullopt;
   }
-  if (!(*number >= min && *number <= max)) {  // fails for "not a number" too
+  if (!(*number >= min && *number <= max)) {  // also catches NaN
     const bool hasMin = min != -kMaxNumber;
     Report(value.source().begin, keyName, RangeText(min, hasMin, max, max != kMaxNumber || !hasMin, *number));
     return std::nullopt;

@@ -1,4 +1,4 @@
-// What the views of one table share. Only base/config includes this file.
+// The state that the views of one table share. Only base/config includes this file.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace fenlux::refhost {
 
-// Places of the library count from 1; 0 means that there is none.
+// The library's positions count from 1; 0 means that there is none, which becomes 1.
 std::uint32_t PlaceOf(toml::source_index index);
 
 struct ConfigDocument::Source {
@@ -23,11 +23,11 @@ struct ConfigDocument::Source {
   toml::table root;
 };
 
-// The typed readers report a value that they cannot use and return nothing.
+// The typed readers report a value that they cannot use and return nullopt.
 struct ConfigTable::Node {
   std::shared_ptr<ConfigDocument::Source> source;
   const toml::table* table = nullptr;  // null if the file has no such table
-  toml::source_position place;         // of the table, or of the nearest one around it
+  toml::source_position place;         // of the table, or of the nearest enclosing one
   std::string name;                    // dotted; empty for the root
   bool quiet = false;                  // nothing is reported, because the file itself could not be read
   std::set<std::string, std::less<>> known;
@@ -42,10 +42,10 @@ struct ConfigTable::Node {
   void ReportMissing(std::string_view key) const;
   void ReportType(const toml::node& value, std::string keyName, std::string_view expected) const;
 
-  // Where its value is; where the table is, if the key is empty or absent.
+  // The position of the key's value, or of the table if the key is empty or absent.
   toml::source_position PlaceOfKey(std::string_view key);
 
-  // The value of a key, null if it is absent. Makes the key a known one.
+  // The value of a key; null if it is absent. Marks the key as known.
   const toml::node* Find(std::string_view key);
 
   std::optional<std::int64_t> ReadInteger(const toml::node& value, const std::string& keyName, std::int64_t min,
@@ -54,10 +54,10 @@ struct ConfigTable::Node {
   std::optional<std::string> ReadText(const toml::node& value, const std::string& keyName) const;
   // A string with its variables replaced.
   std::optional<std::string> ReadExpanded(const toml::node& value, const std::string& keyName) const;
-  // Empty instead of nothing.
+  // Returns an empty path instead of nullopt.
   boost::filesystem::path ReadPath(const toml::node& value, const std::string& keyName) const;
 
-  // Calls `each` for every element of the array under the key, with the element's own name.
+  // Calls `each` for every element of the key's array, with the element's name.
   template <typename Each>
   void ForEachElement(std::string_view key, std::string_view expected, const Each& each) {
     const toml::node* value = Find(key);
@@ -72,10 +72,10 @@ struct ConfigTable::Node {
   }
   std::string ElementName(std::string_view key, std::size_t index) const;
 
-  // The view of a table in this one. The same table always gives the same view.
+  // The view of a table in this one; always the same view for the same table.
   std::shared_ptr<Node> Child(const toml::table* child, const toml::source_position& childPlace, std::string childName);
 
-  // Reports the keys that are not known, here and in all children.
+  // Reports unknown keys, here and in all children.
   void Finish();
 };
 

@@ -1,4 +1,4 @@
-// Expansion of variables and resolution of relative paths.
+// Expands variables and resolves relative paths.
 #include "refhost/base/config/config_paths.h"
 
 #include <fmt/format.h>
@@ -12,7 +12,7 @@
 namespace fenlux::refhost {
 namespace {
 
-// Available in files even though no environment variable has this name.
+// Available in files although it is not an environment variable.
 constexpr std::string_view kOwnProgram = "FENLUX_HOST_PROGRAM";
 constexpr std::string_view kOpen = "${";
 constexpr char kClose = '}';

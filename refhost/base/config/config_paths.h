@@ -7,17 +7,17 @@
 
 namespace fenlux::refhost {
 
-// The result of ExpandVariables: either the text, or the reason why there is none.
+// The result of ExpandVariables: either the text, or the reason for the failure.
 struct Expansion {
   std::string text;
   std::string failure;  // empty: success
 };
 
-// Replaces each "${NAME}" by the environment variable NAME, or for FENLUX_HOST_PROGRAM by the running program's path.
+// Replaces each "${NAME}" with the environment variable NAME, and FENLUX_HOST_PROGRAM with the running program's path.
 // Fails if a variable is not set or a brace is missing.
 Expansion ExpandVariables(std::string_view text);
 
-// The path as it is if it is absolute. Otherwise it is relative to the directory of `file` and is normalized; one that
+// Returns an absolute path unchanged. Resolves and normalizes others relative to the directory of `file`; a path that
 // starts at a root without a drive gets the drive of `file`.
 boost::filesystem::path ResolvePath(const boost::filesystem::path& path, const boost::filesystem::path& file);
 

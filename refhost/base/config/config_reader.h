@@ -1,7 +1,7 @@
-// Reading of TOML files that reports every problem of a file with its place, not just the first one.
+// Reads TOML files and reports every problem in a file with its position, not just the first one.
 //
-// A reader asks a ConfigTable for the keys it knows, gets a usable value for each whatever the file says, and ends with
-// Finish, which reports all other keys as unknown. Nothing here throws because of what a file contains.
+// A caller reads its keys from a ConfigTable, gets a usable value for each whatever the file contains, and then calls
+// Finish, which reports all other keys as unknown. Nothing here throws because of a file's content.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -24,10 +24,10 @@ class ConfigTable;
 class ConfigDocument {
  public:
   // Reads and parses `file`. If the file cannot be read or has a syntax error, that is the only error reported, and the
-  // root table is empty. A character that TOML allows nowhere outside strings and comments is reported before any other
-  // syntax error.
+  // root table is empty. A character that TOML does not allow outside strings and comments is reported before any
+  // other syntax error.
   ConfigDocument(const boost::filesystem::path& file, ConfigErrors& errors);
-  // The same for text in memory. `file` is its name in errors, and its relative paths start at the directory of `file`.
+  // Parses text in memory. `file` is its name in errors; its relative paths start at the directory of `file`.
   ConfigDocument(std::string_view text, const boost::filesystem::path& file, ConfigErrors& errors);
 
   // Whether the file could be parsed.
@@ -36,7 +36,7 @@ class ConfigDocument {
   const ConfigTable& Root() const { return *root; }
 
   struct Source;
-  // What was read; never changes.
+  // The parsed content; it never changes.
   std::shared_ptr<const Source> Shared() const { return source; }
 
  private:
@@ -56,7 +56,7 @@ using ConfigChoices = std::vector<std::pair<std::string_view, Value>>;
 // A view of one table, or of a table that the file does not have, in which every key is absent. Copies share their
 // state. A getter returns its default if the key is absent; if the value has the wrong type or is out of range, it
 // reports that and returns the default too. A "Required" getter reports an absent key and returns an empty value, or
-// the minimum for a number. Asking for a key makes it a known one.
+// the minimum for a number. Reading a key marks it as known.
 class ConfigTable {
  public:
   static constexpr std::int64_t kMinInteger = std::numeric_limits<std::int64_t>::min();
@@ -69,7 +69,7 @@ class ConfigTable {
   bool Has(std::string_view key) const;
   // The file that the table comes from.
   const boost::filesystem::path& File() const;
-  // The line on which the table begins, from 1; of the nearest table around it if the file does not have this one.
+  // The line on which the table begins, from 1; that of the nearest enclosing table if the file does not have this one.
   std::uint32_t Line() const;
 
   bool Boolean(std::string_view key, bool defaultValue) const;
@@ -82,10 +82,10 @@ class ConfigTable {
                          std::uint32_t max = std::numeric_limits<std::uint32_t>::max()) const;
   std::uint32_t RequiredUnsigned(std::string_view key, std::uint32_t min = 0,
                                  std::uint32_t max = std::numeric_limits<std::uint32_t>::max()) const;
-  // Accepts integers too.
+  // Also accepts integers.
   double Number(std::string_view key, double defaultValue, double min = -kMaxNumber, double max = kMaxNumber) const;
   std::string Text(std::string_view key, std::string defaultValue) const;
-  // Reports an empty string too.
+  // Also reports an empty string.
   std::string RequiredText(std::string_view key) const;
   std::vector<std::string> Texts(std::string_view key) const;
   std::vector<std::int64_t> Integers(std::string_view key, std::int64_t min = kMinInteger,
@@ -100,8 +100,8 @@ class ConfigTable {
     return index ? choices[*index].second : defaultValue;
   }
 
-  // Paths: "${NAME}" is replaced by the environment variable (it is an error if there is none) and
-  // "${FENLUX_HOST_PROGRAM}" by the running program's path. A relative path starts at the directory of the file. An
+  // Paths: replaces "${NAME}" with the environment variable (an error if it is not set) and
+  // "${FENLUX_HOST_PROGRAM}" with the running program's path. A relative path starts at the directory of the file. An
   // absent key gives an empty path.
   boost::filesystem::path Path(std::string_view key) const;
   boost::filesystem::path RequiredPath(std::string_view key) const;
@@ -109,19 +109,19 @@ class ConfigTable {
   // A string with variables replaced as in paths.
   std::string ExpandedText(std::string_view key, std::string defaultValue) const;
 
-  // The table of that name; an empty one if it is absent.
+  // The table with that name; an empty one if it is absent.
   ConfigTable Table(std::string_view key) const;
-  // The tables of the array of that name in the order of the file; none if it is absent.
+  // The tables of the array with that name, in file order; empty if it is absent.
   std::vector<ConfigTable> Tables(std::string_view key) const;
   // All keys of the table in alphabetical order, for tables whose keys the user chooses.
   std::vector<std::string> Keys() const;
 
-  // Reports a problem that only the caller can see. Its place is the key's value, or the table if the key is absent or
-  // empty.
+  // Reports a problem that only the caller can detect, at the position of the key's value, or of the table if the key
+  // is absent or empty.
   void Report(std::string_view key, std::string reason) const;
-  // The same for something that is allowed and probably not meant.
+  // Warns likewise about something valid that is probably a mistake.
   void Warn(std::string_view key, std::string reason) const;
-  // Reports every unknown key of this table and of the tables taken from it. May be called again.
+  // Reports all unknown keys of this table and of the tables obtained from it. May be called again.
   void Finish() const;
 
  private:

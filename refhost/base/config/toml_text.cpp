@@ -1,5 +1,5 @@
-// A scanner that knows just enough of TOML to skip strings and comments. After the first syntax error its result does
-// not matter, because the parser stops there.
+// A scanner that implements just enough of TOML to skip strings and comments. After the first syntax error, its result
+// does not matter, because the parser stops there.
 #include "refhost/base/config/toml_text.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::size_t kDelimiterLength = 3;   // of strings over several lines
+constexpr std::size_t kDelimiterLength = 3;   // of multi-line strings
 constexpr std::size_t kMaxClosingQuotes = 5;  // two may belong to the content
 
 bool IsAllowed(char character) {
@@ -49,7 +49,7 @@ TextPlace PlaceAt(std::string_view text, std::size_t at) {
   const std::string_view before = text.substr(0, at);
   const std::size_t lineStart = before.rfind('\n') + 1;  // 0 if there is no line end
   const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-  // Every byte of UTF-8 but the continuation bytes starts a character.
+  // Every byte of UTF-8 except continuation bytes starts a character.
   const std::string_view inLine = before.substr(lineStart);
   const auto column = std::count_if(inLine.begin(), inLine.end(),
                                     [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }) +

@@ -1,4 +1,4 @@
-// A check of TOML text before the library parses it.
+// Checks TOML text before the library parses it.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +15,9 @@ struct TextPlace {
   bool operator==(const TextPlace&) const = default;
 };
 
-// The first character outside strings and comments that is neither printable ASCII, a tab, nor a line end. TOML allows
-// none there. The check comes first because the library's parser has undefined behaviour for some of them: it assumes
-// that they cannot occur.
+// The first character outside strings and comments that is not printable ASCII, a tab or a line end. TOML allows no
+// other characters there. Check this before parsing, because the library's parser has undefined behaviour for some of
+// them.
 std::optional<TextPlace> FindStrayCharacter(std::string_view text);
 
 }  // namespace fenlux::refhost

@@ -10,7 +10,7 @@ namespace fenlux::refhost {
 class Descriptor {
  public:
   Descriptor() = default;
-  // Takes what a system call returned; a negative number is "none".
+  // Takes the result of a system call; a negative number means "none".
   explicit Descriptor(int descriptor) : number(descriptor) {}
   ~Descriptor() { Reset(); }
   Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
@@ -24,7 +24,7 @@ class Descriptor {
 
   int Get() const { return number; }
   bool Valid() const { return number >= 0; }
-  // Gives the descriptor to the caller.
+  // Passes ownership of the descriptor to the caller.
   int Release() { return std::exchange(number, -1); }
   void Reset() {
     if (number >= 0) ::close(std::exchange(number, -1));

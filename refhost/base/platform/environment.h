@@ -1,4 +1,4 @@
-// The process's environment in UTF-8. The bodies are platform-specific.
+// The process's environment in UTF-8. The implementations are platform-specific.
 #pragma once
 
 #include <optional>
@@ -6,7 +6,7 @@
 
 namespace fenlux::refhost {
 
-// nullopt if the variable is not set. Any thread, as long as none changes the environment.
+// Nullopt if the variable is not set. Any thread, as long as no thread changes the environment.
 std::optional<std::string> EnvironmentText(const std::string& name);
 
 }  // namespace fenlux::refhost

@@ -1,4 +1,4 @@
-// The environment through getenv, whose bytes are taken as UTF-8.
+// Reads the environment with getenv, and assumes that it is UTF-8.
 #include "refhost/base/platform/environment.h"
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// The environment through the UTF-16 functions: getenv would return text in the code page.
+// Reads the environment with the UTF-16 functions, because getenv returns text in the code page.
 #include "refhost/base/platform/environment.h"
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-// Error messages of errno.
+// Error messages for errno.
 #include <cerrno>
 #include <system_error>
 

@@ -1,4 +1,4 @@
-// Error messages of Windows, each with its number for looking it up.
+// Error messages of Windows, each with its number so that it can be looked up.
 #include "refhost/base/platform/error_text.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// Opening of a file for reading.
+// Opens files for reading.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -14,7 +14,7 @@ struct OpenedFile {
   std::string reason;
 };
 
-// Opens the file for reading. Refuses a named pipe or a device, which could keep the caller waiting (POSIX). Any
+// Opens the file for reading. On POSIX systems, refuses named pipes and devices, which could block the caller. Any
 // thread.
 OpenedFile OpenForReading(const boost::filesystem::path& file);
 

@@ -1,4 +1,4 @@
-// open without waiting: a named pipe that nobody writes, or a file with a lease, would hold up an ordinary one.
+// Opens files without blocking: a plain open could wait for a named pipe's writer or for a lease on the file.
 #include <fcntl.h>
 #include <sys/stat.h>
 

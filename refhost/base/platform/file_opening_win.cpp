@@ -1,4 +1,4 @@
-// Names of files are wide.
+// Opens files by their wide names.
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/platform/file_opening.h"
 

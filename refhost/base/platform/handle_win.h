@@ -10,7 +10,7 @@ namespace fenlux::refhost {
 class Handle {
  public:
   Handle() = default;
-  // Takes what a system call returned; both null and INVALID_HANDLE_VALUE mean "none".
+  // Takes the result of a system call; both null and INVALID_HANDLE_VALUE mean "none".
   explicit Handle(HANDLE handle) : value(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
   ~Handle() { Reset(); }
   Handle(Handle&& other) noexcept : value(std::exchange(other.value, nullptr)) {}

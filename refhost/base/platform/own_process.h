@@ -1,4 +1,4 @@
-// Id and program of the current process.
+// The current process's id and program.
 #pragma once
 
 #include <boost/filesystem/path.hpp>

@@ -1,4 +1,4 @@
-// The width where there is no terminal.
+// The width of the output if there is no terminal.
 #include "refhost/base/platform/terminal.h"
 
 #include <charconv>

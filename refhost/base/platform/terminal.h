@@ -1,4 +1,4 @@
-// Whether the program's outputs are terminals. The bodies are platform-specific.
+// Whether the program's outputs are terminals. The implementations are platform-specific.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Terminals by descriptor.
+// Terminals on POSIX systems, by file descriptor.
 #include <sys/ioctl.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// Terminals are consoles.
+// Terminals on Windows, which are consoles.
 #include <windows.h>
 
 #include "refhost/base/platform/terminal.h"

@@ -1,5 +1,5 @@
-// A number and one of four units. std::from_chars does not read decimals with every supported compiler, so the number
-// is read by hand.
+// Parses a number and its unit. Not every supported compiler's std::from_chars reads decimals, so this file parses the
+// number itself.
 #include "refhost/base/text/duration_text.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ struct Unit {
 };
 constexpr Unit kUnits[] = {{"", 1000}, {"ms", 1}, {"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
 
-constexpr std::size_t kMaxDigits = 12;  // their number times an hour fits in 64 bits
+constexpr std::size_t kMaxDigits = 12;  // any such number of hours in milliseconds fits in 64 bits
 
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
 

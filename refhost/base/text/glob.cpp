@@ -1,5 +1,5 @@
-// Matching without recursion: only the last star of each kind may need to match more characters, so the work is at most
-// the product of the lengths.
+// Matches without recursion: only the last star of each kind may need to match more characters, so the running time is
+// at most the product of the lengths.
 #include "refhost/base/text/glob.h"
 
 #include "refhost/base/text/utf_text.h"
@@ -14,7 +14,7 @@ bool IsSeparator(wchar_t character) { return kSeparators.find(character) != kNon
 
 // A star of the pattern, and how much text it matches so far.
 struct Star {
-  std::size_t pattern = kNone;  // what follows the star
+  std::size_t pattern = kNone;  // the position after the star
   std::size_t text = 0;         // the first character that it does not match
 };
 

@@ -6,9 +6,9 @@
 
 namespace fenlux::refhost {
 
-// "*" matches any characters of one path component, "**" any characters at all, "?" one character of a component, and
-// everything else itself. "/" and "\" are both separators, but each matches only itself. A pattern without a separator
-// is matched against the last component, any other against the whole path.
+// "*" matches any characters within a path component, "**" any characters at all, "?" one character of a component, and
+// any other character itself. "/" and "\" are both separators, but each matches only itself. A pattern without a
+// separator is matched against the last component, any other against the whole path.
 class Glob {
  public:
   // `pattern` is UTF-8.
@@ -16,7 +16,7 @@ class Glob {
 
   // Any thread.
   bool Matches(std::wstring_view path) const;
-  // Whether both come from the same pattern.
+  // Whether both have the same pattern.
   bool operator==(const Glob&) const = default;
   // UTF-8.
   std::string Pattern() const;

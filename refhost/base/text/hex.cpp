@@ -1,4 +1,4 @@
-// Conversion between bytes and hexadecimal digits.
+// Converts between bytes and hexadecimal digits.
 #include "refhost/base/text/hex.h"
 
 #include <fmt/format.h>

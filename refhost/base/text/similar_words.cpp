@@ -1,4 +1,4 @@
-// The distance is computed row by row, as far as needed for words; the longest are names of settings.
+// Computes the distance row by row, which is fast enough for words as short as names of settings.
 #include "refhost/base/text/similar_words.h"
 
 #include <fmt/format.h>
@@ -9,12 +9,12 @@
 namespace fenlux::refhost {
 namespace {
 
-// Comparing takes the product of the lengths, and a word from outside can have any.
+// Comparing takes time proportional to the product of the lengths, and input words may be long.
 constexpr std::size_t kMaxLength = 64;
-// A shorter beginning could mean anything.
+// A shorter prefix would match too many words.
 constexpr std::size_t kMinPrefix = 3;
 
-// Longer words may have more errors; a word with more than a third of its characters wrong is another word.
+// Longer words may have more errors. If more than a third of the characters are wrong, it is another word.
 std::size_t MaxDistance(std::size_t length) { return std::min<std::size_t>(3, (length + 1) / 3); }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Finds the word that a mistyped one was meant to be.
+// Finds the intended word for a mistyped one.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace fenlux::refhost {
 
-// How many single changes turn one word into the other: insert, remove or replace a character, or swap two neighbours.
+// The number of edits between two words: insert, remove or replace a character, or swap two adjacent ones.
 std::size_t EditDistance(std::string_view left, std::string_view right);
 
-// The candidate that is most like `word`: a few typing errors away, or else one that begins with it. Empty if none is.
+// The candidate most similar to `word`: one within a few typing errors, or else one that begins with it. Empty if none.
 std::string_view MostSimilar(std::string_view word, const std::vector<std::string_view>& candidates);
 
 // `; did you mean "status"?`, to append to a message about `word`; empty if no candidate is similar.

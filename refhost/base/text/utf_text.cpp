@@ -1,4 +1,4 @@
-// All conversions decode one character at a time, so that an invalid unit costs exactly one replacement.
+// All conversions decode one character at a time, so that each invalid unit becomes exactly one replacement.
 #include "refhost/base/text/utf_text.h"
 
 #include <fmt/format.h>
@@ -40,7 +40,7 @@ struct Range {
   utf::code_point last;
 };
 // Unicode's control and format characters (Cc, Cf) and its line and paragraph separators, in ascending order. A
-// terminal obeys them or hides them, or they reorder what surrounds them.
+// terminal obeys or hides them, or they reorder the surrounding text.
 constexpr Range kHidden[] = {
     {0x00, 0x1F},       {0x7F, 0x9F},       {0xAD, 0xAD},       {0x600, 0x605},     {0x61C, 0x61C},
     {0x6DD, 0x6DD},     {0x70F, 0x70F},     {0x890, 0x891},     {0x8E2, 0x8E2},     {0x180E, 0x180E},
@@ -55,7 +55,7 @@ bool IsHidden(utf::code_point character) {
   return range != std::end(kHidden) && character >= range->first;
 }
 
-// One of two kinds: hidden characters and backslashes.
+// Appends the escape of a hidden character or a backslash.
 void AppendEscaped(std::string& out, utf::code_point character) {
   switch (character) {
     case '\\':
@@ -77,7 +77,7 @@ void AppendEscaped(std::string& out, utf::code_point character) {
   fmt::format_to(std::back_inserter(out), fmt::runtime(format), static_cast<std::uint32_t>(character));
 }
 
-// Appends each character, those for which `escapes` holds with `escape`.
+// Copies the text, and calls `escape` for each character for which `escapes` holds.
 template <typename Escapes, typename Escape>
 std::string Escaped(std::string_view text, const Escapes& escapes, const Escape& escape) {
   std::string out;
@@ -118,7 +118,7 @@ std::string PrintableLines(std::string_view text) {
 }
 
 std::string PrintableJson(std::string_view json) {
-  // Whoever wrote the document has escaped what JSON itself demands. All other hidden characters are inside strings.
+  // The document's writer has escaped what JSON requires. All other hidden characters are inside strings.
   const auto escape = [](std::string& out, utf::code_point character) {
     char16_t units[2];
     const char16_t* const end = utf::utf_traits<char16_t>::encode(character, units);

@@ -6,20 +6,20 @@
 
 namespace fenlux::refhost {
 
-// Each invalid unit becomes U+FFFD; valid characters are never changed. Nothing here throws because of what a text
-// contains.
+// Each invalid unit becomes U+FFFD; valid characters are never changed. Nothing here throws because of a text's
+// content.
 std::string NarrowFromWide(std::wstring_view text);
 std::wstring WideFromNarrow(std::string_view text);
 std::u16string Utf16FromWide(std::wstring_view text);
 std::u16string Utf16FromNarrow(std::string_view text);
 std::string NarrowFromUtf16(std::u16string_view text);
 
-// Valid UTF-8 on one line that shows what it contains: control characters become "\n", "\t", "\x1b" and the like;
+// Valid UTF-8 on one line, with all characters visible: control characters become "\n", "\t", "\x1b" and the like;
 // characters that hide, reorder or break text (U+202E, U+2028, U+200B ...) become "\u202e" and the like, and a
-// backslash becomes two, so that nothing looks like an escape that is none. For names and messages from outside, which
-// may contain anything.
+// backslash becomes two, so that no text can be mistaken for an escape. For names and messages from outside, which may
+// contain anything.
 std::string Printable(std::string_view text);
-// The same for text of several lines: keeps the line feeds.
+// Like Printable, but for text of several lines: keeps the line feeds.
 std::string PrintableLines(std::string_view text);
 // Escapes the same characters in the text of a JSON document, which stays the same document. `json` is valid UTF-8.
 std::string PrintableJson(std::string_view json);
