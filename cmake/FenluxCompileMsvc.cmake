@@ -1,6 +1,6 @@
-# Compiler options for MSVC. Untested: nobody has built with it yet, so warnings are no errors.
+# Compiler options for MSVC. Untested: nobody has built with it yet, so warnings are not errors.
 
-# init is extern "C" and throws: the compiler must not assume that such functions do not.
+# init is extern "C" and throws; with /EHsc the compiler assumes that such functions do not throw.
 string(REPLACE "/EHsc" "" CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}")
 add_compile_options(/EHs /permissive- /utf-8 /Zc:__cplusplus /Zc:preprocessor)
 # The warning level that corresponds to -Wall -Wextra of the other compilers. CMake's own /W3 would be overridden with a

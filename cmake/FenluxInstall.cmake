@@ -37,8 +37,8 @@ install(TARGETS fenlux fenlux_api EXPORT fenluxTargets
   RUNTIME DESTINATION bin COMPONENT development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${FENLUX_RUNTIME_COMPONENT} NAMELINK_COMPONENT development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
-# The runtime that the module and its host share (MinGW), without the symbols that are most of it. They are in the
-# component `debug`, with those of our own binaries, as files for the debugger.
+# The runtime that the module and its host share (MinGW), without its symbols, which are most of its size. They are in
+# the component `debug`, like those of our own binaries, as files for the debugger.
 list(TRANSFORM FENLUX_RUNTIME_DLLS REPLACE ".*/" "bin/" OUTPUT_VARIABLE FENLUX_INSTALLED_DLLS)
 foreach(dll ${FENLUX_RUNTIME_DLLS})
   cmake_path(GET dll FILENAME name)

@@ -39,7 +39,7 @@ endif()
 set(library_package libfenlux${FENLUX_INTERFACE_VERSION})
 list(APPEND CPACK_COMPONENTS_ALL runtime documentation)
 
-# ---- what only packages have
+# ---- files that only packages contain
 
 set(folder ${PROJECT_BINARY_DIR}/packaging)
 file(MAKE_DIRECTORY ${folder})
@@ -62,8 +62,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
 # fenlux_debian_package(<group> <package> <section> <description> <component>...): the package of these components, with
-# the files that Debian expects in each package. Those are in a component of their own, because an ordinary installation
-# does not have them.
+# the files that Debian expects in each package. Those files are in a separate component, because an ordinary
+# installation does not have them.
 macro(fenlux_debian_package group package section description)
   string(TOUPPER ${group} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
@@ -85,16 +85,16 @@ set(library_package libfenlux${FENLUX_INTERFACE_VERSION})
 set(CPACK_COMPONENTS_ALL)
 
 fenlux_debian_package(library ${library_package} libs
-  "User-mode partner of a kernel filter driver - module\n The library that a host security agent loads at run time. It connects to the\n driver, applies the agent's policy and answers the driver's notifications."
+  "User-mode side of a kernel filter driver - module\n The library that a host security agent loads at run time. It connects to the\n driver, applies the agent's policy and answers the driver's notifications."
   runtime)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-# The trigger updates the cache of libraries. Without scripts of ours, cpack would add some that do it once more.
+# The trigger updates the library cache. Without our own scripts, cpack would add ones that update it again.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/packaging/debian/library/triggers ${PROJECT_SOURCE_DIR}/packaging/debian/library/postinst
     ${PROJECT_SOURCE_DIR}/packaging/debian/library/postrm)
 
 fenlux_debian_package(headers libfenlux-dev libdevel
-  "User-mode partner of a kernel filter driver - development files\n The headers of the host contract and of the driver protocol, the CMake and\n pkg-config files, and a minimal host to start from."
+  "User-mode side of a kernel filter driver - development files\n The headers of the host contract and of the driver protocol, the CMake and\n pkg-config files, and a minimal host to start from."
   development)
 set(CPACK_DEBIAN_HEADERS_PACKAGE_DEPENDS
     "${library_package} (= ${FENLUX_DEB_VERSION}), libboost-dev, libboost-filesystem-dev")
@@ -102,7 +102,7 @@ set(CPACK_DEBIAN_HEADERS_PACKAGE_RECOMMENDS "g++")
 set(CPACK_DEBIAN_HEADERS_PACKAGE_SUGGESTS "cmake, fenlux-doc, pkgconf")
 
 fenlux_debian_package(documents fenlux-doc doc
-  "User-mode partner of a kernel filter driver - documentation\n The architecture, the API reference, the wire protocol and the test vectors\n for those who write the driver."
+  "User-mode side of a kernel filter driver - documentation\n The architecture, the API reference, the wire protocol and the test vectors\n for driver developers."
   documentation)
 set(CPACK_DEBIAN_DOCUMENTS_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTS_PACKAGE_SHLIBDEPS OFF)
@@ -115,7 +115,7 @@ if(FENLUX_BUILD_REFHOST)
     EXCLUDE_FROM_ALL)
   install(FILES packaging/fenlux-host.service DESTINATION lib/systemd/system COMPONENT system EXCLUDE_FROM_ALL)
   fenlux_debian_package(program fenlux-host admin
-    "User-mode partner of a kernel filter driver - reference host\n A complete host with a driver emulator, which answers kernel events with the\n module's verdicts."
+    "User-mode side of a kernel filter driver - reference host\n A complete host with a driver emulator, which answers kernel events with the\n module's verdicts."
     host system)
   set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${library_package} (= ${FENLUX_DEB_VERSION})")
   set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA

@@ -1,4 +1,4 @@
-# The version numbers, each read from the one place that defines it, and the headers that tell them to a host:
+# The version numbers, each read from the one place that defines it, and the headers that give them to a host:
 # fenlux/version.h and fenlux/abi.h, generated below include/ of the build tree.
 
 # The number of the interface between module and host. It is the number in the library's SONAME and in the name of its

@@ -84,7 +84,7 @@ struct StandInDriver final : CPortClient {
     changed.notify_all();
     changed.wait(lock, [this] { return closed; });
   }
-  // Waits for nothing: the caller may be a thread that a delivery waits for.
+  // Never waits: the caller may be a thread that a delivery is waiting for.
   void Close() override {
     const std::lock_guard lock(mutex);
     closed = true;
@@ -150,7 +150,7 @@ struct StandInDriver final : CPortClient {
   bool waiting = false, closed = false;
 };
 
-// The services. The defaults are enough for most; this host has a judge, a driver, and a process that it knows.
+// The services. Most are the defaults; this host adds a judge, a driver, and a single process.
 struct Services final : DefaultServices {
   explicit Services(const Ptr<capture::Recorder>& recorder) {  // null: nothing is recorded
     log = Print;  // an agent puts lines into a queue: a blocked console or disk would block the kernel's operations
@@ -175,7 +175,7 @@ struct Services final : DefaultServices {
     SetPolicy({fs::current_path()});  // an agent calls it again when the policy changes
   }
   void ReportDriverVersion(U32, bool, U32 version) override { Print("host", "driver " + std::to_string(version)); }
-  // Process queries, which an agent passes to the operating system.
+  // Process queries. An agent asks the operating system.
   U32 QueryProcessValue(U32 processId, U32) override { return processId == kProcess ? 1 : kUnknownProcess; }
   std::wstring& GetProcessWideText(std::wstring& out, U32 processId, U32) override {
     return out = processId == kProcess ? L"writer.exe" : L"";
@@ -200,7 +200,7 @@ decltype(&init) LoadModule(const fs::path& file) {
   return reinterpret_cast<decltype(&init)>(symbol);
 }
 
-// The order of operations. An agent serves until it is told to stop, where this waits for the last report.
+// The order of operations. An agent serves until it is told to stop; this host waits for the last report instead.
 int Run(const fs::path& moduleFile, const fs::path& captureFile) {
   const auto recorder = captureFile.empty() ? nullptr : make_shared<capture::Recorder>();
   if (recorder) {

@@ -1,4 +1,4 @@
-"""The kill, stall, drop and cycle runs, and the table of all runs; scripts/stress.sh builds and runs this."""
+"""The kill, stall, drop and cycle runs, and the table of all runs. scripts/stress.sh runs this."""
 import argparse
 import collections
 import concurrent.futures

@@ -1041,7 +1041,7 @@ static inline FenluxError FenluxParseNotification(const void* bytes, size_t size
 
 // The module's answer to a notification.
 typedef struct FenluxReplyView {
-  FenluxVerdict verdict;  // what the driver is told
+  FenluxVerdict verdict;  // the module's answer
   FenluxBytes context;    // with FENLUX_VERDICT_CONTEXT: the data without the bytes after it; otherwise absent
 } FenluxReplyView;
 

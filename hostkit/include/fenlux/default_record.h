@@ -14,8 +14,8 @@
 
 namespace fenlux {
 
-// A buffer of its own memory, filled with zeros: the module writes only a record's fields, but every byte of the buffer
-// goes to the driver, so old memory must not be in it.
+// A buffer that owns its memory, filled with zeros: the module writes only a record's fields, but every byte of the
+// buffer goes to the driver, so it must not contain old data.
 class DefaultBuffer : public CBuf {
  public:
   // Makes a buffer of `size` zeros.
@@ -31,7 +31,7 @@ class DefaultBuffer : public CBuf {
   std::vector<std::uint8_t> bytes;
 };
 
-// What the module told about one operation; see CArpRecord and CArpProcess. What it did not tell is empty or 0.
+// What the module reported about one operation; see CArpRecord and CArpProcess. What it did not report is empty or 0.
 struct Event {
   std::uint64_t processId = 0;                 // CArpProcess::SetProcessId
   std::uint32_t sessionId = kUnknownProcess;   // CArpProcess::SetSessionId

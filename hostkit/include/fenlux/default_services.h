@@ -1,5 +1,5 @@
-// Simple implementations of every host interface, for a host to start from: derive from what has to be different, or
-// replace the functions that DefaultServices calls. Header only.
+// Simple implementations of every host interface, for a host to start from: override what must be different, or replace
+// the functions that DefaultServices calls. Header only.
 //
 // A host needs two functions and is complete:
 //
@@ -10,7 +10,7 @@
 //   init(&context);  // looked up in the library
 //   services->module->StartWork();
 //
-// The services must work until the process ends, because the module's threads never do. Every operation may be called
+// The services must work until the process ends, because the module's threads never end. Every operation may be called
 // concurrently; the functions are called without a lock, so they must allow that too. Set them before init.
 #ifndef FENLUX_DEFAULT_SERVICES_H
 #define FENLUX_DEFAULT_SERVICES_H
@@ -64,7 +64,7 @@ class DefaultServices : public CGlobalContext,
   std::function<void(const char* kind, const std::string& line)> log;  // called for each line; must not block
   std::shared_ptr<CFenlux> module;                                     // set by init
 
-  // Replaces the directories to monitor, and tells the module. Any thread.
+  // Replaces the directories to monitor, and notifies the module. Any thread.
   void SetPolicy(const std::vector<boost::filesystem::path>& directories) {
     auto newPolicy = std::make_shared<MonitorPolicy>();
     for (const auto& directory : directories) newPolicy->push_back(std::make_shared<Directory>(directory));
