@@ -1,4 +1,4 @@
-// The least that a monitor of permission events does: reads each event and allows its operation.
+// A minimal monitor of permission events: reads each event and allows its operation.
 #pragma once
 
 #include <fcntl.h>
@@ -17,13 +17,13 @@
 
 namespace fenlux::bench {
 
-// Watches the files of one directory on a thread of its own, until the process ends.
+// Watches the files of one directory on its own thread, until the process ends.
 class BareMonitor {
  public:
   // Called with each event's open file before its operation is allowed; may be empty.
   using Look = std::function<void(int file)>;
 
-  // Throws std::runtime_error if the system has no permission events or the process may not have them.
+  // Throws std::runtime_error if the system has no permission events or the process may not receive them.
   BareMonitor(const std::string& directory, Look lookAtFile)
       : group(::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE,
                               O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK)),

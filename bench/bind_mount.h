@@ -11,15 +11,15 @@
 
 namespace fenlux::bench {
 
-// From here on, mounts that this process makes are seen by it and its children only, and end with them. Call it before
-// any thread is started. Throws std::runtime_error if the process may not.
+// Makes later mounts of this process visible only to it and its children; they end with these processes. Call it before
+// any thread is started. Throws std::runtime_error if the process may not mount.
 inline void KeepMountsPrivate() {
   if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     throw std::runtime_error("no mounts: " + refhost::LastErrorText());
   }
 }
 
-// Shows `directory` at `view`, an empty directory, until it is destroyed. Throws std::runtime_error if that fails.
+// Mounts `directory` at `view`, an empty directory, until it is destroyed. Throws std::runtime_error if that fails.
 class BindMount {
  public:
   BindMount(const std::string& directory, const std::string& view) : place(view) {

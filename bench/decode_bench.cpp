@@ -1,4 +1,4 @@
-// Decoding of a capture into nothing, compared with reading the same file, in one run, so that the ratio holds on any
+// Decodes a capture without output, compared with reading the same file in the same run, so that the ratio holds on any
 // machine.
 //
 // Writes a capture, then reads and decodes it in turn. Prints the best time of each, their ratio, and the memory that
@@ -84,7 +84,7 @@ std::uint64_t ReadAll(const std::string& file) {
   return size;
 }
 
-// Pairs every exchange and looks at it, but shows none.
+// Pairs and filters every exchange, but shows none.
 void DecodeAll(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   CaptureReader reader(stream);
@@ -116,7 +116,7 @@ void Run(std::uint64_t mebibytes) {
   const testing::TemporaryDirectory folder;
   const std::string file = (folder.Path() / "port.pcapng").string();
   WriteCapture(file, mebibytes << 20);
-  const std::uint64_t size = ReadAll(file);  // now it is in memory
+  const std::uint64_t size = ReadAll(file);  // brings it into the page cache
   const long before = PeakMemory();
   double reading = std::numeric_limits<double>::max();
   double decoding = std::numeric_limits<double>::max();

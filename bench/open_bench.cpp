@@ -1,5 +1,5 @@
-// The guarded open, measured: what opening a file costs beside no monitor, beside the least monitor there can be, and
-// beside a host with the module. All are measured in turn in one run, so that their ratios hold on any machine.
+// Measures the guarded open: the cost of opening a file with no monitor, with a minimal monitor, and with a host and
+// the module. All are measured in turn in one run, so that their ratios hold on any machine.
 //
 // Needs Linux and root. Prints the median of each and their ratios.
 #include <Poco/Net/HTTPClientSession.h>
@@ -47,8 +47,8 @@ struct Variant {
   std::string file;
   std::vector<std::uint64_t> times;
   bool recorded = false;
-  bool metrics = false;               // they are served, and read during every round
-  const char* decisionLog = nullptr;  // the setting of that name to switch to; null: as it is
+  bool metrics = false;               // served, and read during every round
+  const char* decisionLog = nullptr;  // value of the setting [judging] log for this variant; null: unchanged
 
   double Median() {
     const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
@@ -57,7 +57,7 @@ struct Variant {
   }
 };
 
-// The path as a monitor finds it that trusts what /proc shows.
+// Looks up the path like a monitor that trusts what /proc shows.
 void ReadLink(int file) {
   char path[4096];
   [[maybe_unused]] const ssize_t length = ::readlink(fmt::format("/proc/self/fd/{}", file).c_str(), path, sizeof(path));
@@ -72,7 +72,7 @@ std::unique_ptr<EventPaths> PathsOf(const std::string& directory) {
   return paths;
 }
 
-// After a reload the module applies its policy once more.
+// The pause after a reload, in which the module applies its policy again.
 constexpr std::chrono::milliseconds kPolicyPause{50};
 
 // The configuration of a host that judges every open in the directory by rules, one of which names a program if
@@ -95,7 +95,7 @@ std::unique_ptr<refhost::ReferenceHost> HostOf(const boost::filesystem::path& fi
   return host;
 }
 
-// Waits until the host judges what happens in its directory.
+// Waits until the host judges the events in its directory.
 void AwaitJudging(const refhost::ReferenceHost& host, Opener& opener, const std::string& file) {
   for (int i = 0; i < 1000; ++i) {
     opener.Open(file);
@@ -105,7 +105,7 @@ void AwaitJudging(const refhost::ReferenceHost& host, Opener& opener, const std:
   throw std::runtime_error("the host judges nothing");
 }
 
-// The host's metrics over HTTP, and a reader of them on another thread: far more often than any Prometheus reads.
+// Serves the host's metrics over HTTP and reads them on another thread, far more often than Prometheus does.
 class ReadMetrics {
  public:
   explicit ReadMetrics(const refhost::ReferenceHost& host) {
@@ -134,7 +134,7 @@ class ReadMetrics {
   std::future<std::string> reading;
 };
 
-// The opens of one round, in nanoseconds. Nothing may be missing in a recording of them.
+// The times of one round of opens, in nanoseconds. Throws if a recording of them is not complete.
 std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost::ReferenceHost& host,
                                  const boost::filesystem::path& capture) {
   if (variant.recorded) host.Recording().Start(capture);
@@ -195,7 +195,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
     std::this_thread::sleep_for(kPolicyPause);
   };
   const boost::filesystem::path capture = files.Path() / "port.pcapng";
-  // The file whose path is established, through another mount: it is looked up by its handle.
+  // The file of "path established", opened through another mount: its path is looked up by its handle.
   Variant mounted = variants[3];
   mounted.name = "the path established, other mount";
   const std::string view = directory("mounted");

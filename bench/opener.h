@@ -59,7 +59,7 @@ class Opener {
   }
 
  private:
-  // As many results as a pipe passes on in one piece.
+  // As many results as one write to a pipe transfers without being split.
   static constexpr std::size_t kOpens = 500;
   struct Command {
     char path[1024];
@@ -82,8 +82,8 @@ class Opener {
   }
 
   pid_t process = -1;
-  int input = -1;   // where results come from
-  int output = -1;  // where commands go
+  int input = -1;   // for results
+  int output = -1;  // for commands
 };
 
 }  // namespace fenlux::bench

@@ -20,7 +20,7 @@ void Require(bool holds, const char* what) {
   std::abort();
 }
 
-// Everything that a reader gives, as text.
+// Everything that a reader returns, as text.
 using Results = std::vector<std::string>;
 
 void ReadTo(CaptureReader& reader, std::size_t size, Results& results) {

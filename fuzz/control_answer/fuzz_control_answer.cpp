@@ -1,5 +1,5 @@
-// Reads any line as the answer to a control request, as `ctl` does. What is accepted must have all that `ctl` shows,
-// and must survive a round trip.
+// Reads any line as the answer to a control request, as `ctl` does. An accepted answer must contain everything that
+// `ctl` shows, and must survive a round trip.
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 // Runs any line as a control request on a running host: the real operations, the real module and the emulated driver.
-// Every request must get one answer line, and nothing that a control client asks for may make the module break the
-// driver's protocol.
+// Every request must get one answer line, and no request of a control client may make the module break the driver's
+// protocol.
 #include <boost/filesystem/path.hpp>
 #include <chrono>
 #include <memory>
@@ -22,10 +22,10 @@ namespace {
 
 using testing::Require;
 
-// These end the connection; the module would be back only after five seconds.
+// These end the connection; the module would reconnect only after five seconds.
 bool EndsConnection(const std::string& operation) { return operation == "stop" || operation == "interface stop"; }
 
-// The module passes on what it does not check: the kind of a system process, and a path that is empty. The driver then
+// The module does not check the kind of a system process or whether a path is empty. It passes both on, and the driver
 // refuses the request.
 bool PassesOnNonsense(const ControlRequest& request) {
   try {

@@ -195,7 +195,7 @@ class Setting {
     return planned ? host.Gate().FailedOperation() : std::string();
   }
 
-  // Dispatch may throw only if it cannot make the first reply: before it has read anything of the message.
+  // Dispatch may throw only if it cannot create the first reply, before it reads any of the message.
   void CheckThrown(const std::string& thrown) const {
     Require(buffersAsked == 1 && !recordReached && thrown.find("wdaokd") == std::string::npos,
             "an exception comes from making the reply");
@@ -247,7 +247,7 @@ class Setting {
   std::shared_ptr<CWinDriverInteract> interacts[2][2];  // by client type, by stopped
   int problems = 0;                                     // problem lines of the current run
   bool recordReached = false;                           // whether the current run created its record
-  int buffersAsked = 0;                                 // buffers that the current run asked for
+  int buffersAsked = 0;                                 // buffers that the current run requested
 };
 
 }  // namespace

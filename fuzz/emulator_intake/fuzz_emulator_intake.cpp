@@ -1,9 +1,9 @@
 // Plays any module against the emulated driver: opens and closes ports, sends requests, and answers notifications. The
 // driver must accept exactly what the protocol allows, and count every notification once.
 //
-// An input is a sequence of steps (see the README). What the driver should make of each follows from the parsers of
-// driver_protocol.h, which share no code with the emulator, and from a few facts that this file keeps about the
-// connection.
+// An input is a sequence of steps (see the README). The expected result of each step follows from the parsers of
+// driver_protocol.h, which share no code with the emulator, and from a few facts about the connection that this file
+// keeps.
 #include <array>
 #include <exception>
 #include <memory>
@@ -66,7 +66,7 @@ std::shared_ptr<CBuf> Buffer(Bytes bytes) { return std::make_shared<ExactBuffer>
 
 struct Port {
   std::shared_ptr<EmulatorPortClient> client;
-  bool valid = false;  // what it asks for follows the protocol
+  bool valid = false;  // its parameters follow the protocol
   std::uint32_t clientType = 0;
   bool connected = false;
   bool started = false;

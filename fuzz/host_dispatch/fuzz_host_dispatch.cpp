@@ -84,7 +84,7 @@ class SilentPort final : public CPortClient {
   void Send(const std::shared_ptr<CBuf>&, std::shared_ptr<CBuf>& reply, bool) override { reply = nullptr; }
 };
 
-// Remembers the record that was judged.
+// Keeps the record that was judged last.
 class WatchedJudge final : public CAoArp {
  public:
   WatchedJudge() : judge(ReadTheRules()) {}
@@ -158,7 +158,7 @@ class Host {
     });
     side.interact = std::make_shared<CWinDriverInteract>(context);
     side.interact->RunDriverConnection();
-    // The refresh thread would throw away cached processes while a message is handled.
+    // A running refresh thread would drop cached processes while a message is handled.
     Require(testing::ManualClock::Instance().AwaitParked(kRefreshInterval, clientType2 ? 2 : 1),
             "the refresh threads wait");
   }

@@ -1,5 +1,5 @@
-// Makes the notification of any kernel event with any path. The driver's header must accept it and read the event from
-// it.
+// Builds the notification of any kernel event with any path. The driver's header must accept it and read the same event
+// from it.
 //
 // An input is the event's mask (8 bytes), the process id (4 bytes) and the path's bytes.
 #include <sys/fanotify.h>

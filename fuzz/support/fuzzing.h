@@ -1,4 +1,4 @@
-// What every fuzzer uses: the check that ends the process, and a reader that takes an input apart.
+// Helpers for every fuzzer: the check that reports a finding, and a reader that splits an input into values.
 #pragma once
 
 #include <algorithm>

@@ -24,7 +24,7 @@ using testing::ExactBytes;
 using testing::Require;
 using Bytes = std::vector<std::uint8_t>;
 
-// A decoder of its own: the length of the character at the start, 0 if it is not valid.
+// An independent decoder: the length of the character at the start, 0 if it is not valid.
 std::size_t CharacterLength(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned first = byte(0);

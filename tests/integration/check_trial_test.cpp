@@ -1,4 +1,4 @@
-// `fenlux-host check` tries what a run would begin with, and warns of what is probably not meant.
+// `fenlux-host check` tries the first steps of a run, and warns of probable mistakes.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,7 +59,7 @@ TEST_F(CheckTrial, FilesThatCannotBeWrittenAreErrors) {
   EXPECT_EQ(Errors("[capture]\nfile = 'none/c.pcapng'\n"), "2:8: capture.file: " + In("none/c.pcapng") +
                                                                " cannot be created in " + In("none") +
                                                                ": No such file or directory\n");
-  EXPECT_EQ(Warnings("[log]\nfile = 'none/host.log'\n"), "");  // a run makes its directory
+  EXPECT_EQ(Warnings("[log]\nfile = 'none/host.log'\n"), "");  // a run creates its directory
   EXPECT_FALSE(fs::exists(In("none")));
 }
 

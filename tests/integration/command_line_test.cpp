@@ -1,4 +1,4 @@
-// What surrounds the commands: versions, help, colors, manual pages and the shell's completion.
+// The program apart from its commands: version, help, colors, manual pages and shell completion.
 #include <gtest/gtest.h>
 
 #include <boost/filesystem/directory.hpp>

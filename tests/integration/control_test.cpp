@@ -213,7 +213,7 @@ TEST(ControlSocket, IsTheUsersDefaultUnlessConfigured) {
 TEST(ControlSocket, AFailureAtItsDefaultPathDoesNotStopTheHost) {
   const HostSetup setup;
   setup.Write("host.toml", "");
-  setup.Write("fenlux", "");  // where the directory of the socket would be
+  setup.Write("fenlux", "");  // a file in place of the socket's directory
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready.")) << host.Err();
   EXPECT_TRUE(Contains(host.Err(),
@@ -221,7 +221,7 @@ TEST(ControlSocket, AFailureAtItsDefaultPathDoesNotStopTheHost) {
                        "host: the directory " +
                            setup.Path().string() + "/fenlux of the control socket must be owned by you"))
       << host.Err();
-  // Named, because ctl would go on to the service's host.
+  // With --socket, because ctl would otherwise try the service's host next.
   const std::string socket = (setup.Path() / "fenlux/host.sock").string();
   EXPECT_EQ(setup.Run({"ctl", "--socket", socket, "status"}).code, 3);
   EXPECT_EQ(host.Stop().code, 0);

@@ -1,4 +1,4 @@
-// `fenlux-host drive`: the emulated driver is clean, and each fault that it is given is named.
+// `fenlux-host drive`: the emulated driver is clean, and each fault that a test gives it is reported.
 #include <gmock/gmock.h>
 
 #include <cstdint>
@@ -15,7 +15,7 @@ using ::testing::HasSubstr;
 
 // Waits for the last request of the policy.
 constexpr char kAwait[] = "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
-// The machine may be busy.
+// A long deadline, because the machine may be busy.
 constexpr char kPatientDriver[] = "[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 60000\n";
 
 class Drive : public ::testing::Test {
@@ -29,7 +29,7 @@ class Drive : public ::testing::Test {
     arguments.insert(arguments.end(), more.begin(), more.end());
     return setup.Run(arguments);
   }
-  // Without the connection after the module's close, which takes five seconds.
+  // Does not wait for the module to reconnect, which takes five seconds.
   Outcome RunBriefly(Arguments more = {}) const {
     more.insert(more.end(), {"--no-reconnect", "--limit", "60s", "--duration", "60s"});
     return Run(more);

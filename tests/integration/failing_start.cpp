@@ -1,6 +1,6 @@
 // fenlux-host with an allocation that fails: linked with the program's main, which is called HostMain here.
-// FENLUX_FAILING_ALLOCATION names it, counted over all threads from main on; 0 means none. The number of allocations so
-// far is written to the file that FENLUX_ALLOCATION_COUNT names, when the process ends.
+// FENLUX_FAILING_ALLOCATION is its number, counted over all threads from main on; 0 means none. When the process ends,
+// it writes the number of allocations to the file that FENLUX_ALLOCATION_COUNT names.
 #include <fcntl.h>
 #include <unistd.h>
 

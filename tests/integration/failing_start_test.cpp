@@ -44,7 +44,7 @@ TEST(FailingStart, TheHostEndsWithAReasonOrRunsAsUsual) {
   ASSERT_GT(allocations, kSamples);
 
   std::map<int, std::size_t> endings;
-  constexpr std::size_t kAtOnce = 6;  // one that must connect again takes five seconds
+  constexpr std::size_t kAtOnce = 6;  // a host that has to reconnect takes five seconds
   for (std::size_t first = 0; first < kSamples && !HasFailure(); first += kAtOnce) {
     std::vector<std::size_t> chosen;
     std::vector<std::unique_ptr<HostSetup>> setups;

@@ -11,7 +11,7 @@
 
 namespace fenlux::testing {
 
-// The longest any wait may take.
+// The time limit of every wait.
 inline constexpr std::chrono::seconds kTimeout{60};
 
 using Arguments = std::vector<std::string>;

@@ -69,7 +69,7 @@ class OpenStorm : public ::testing::Test {
     if (const std::string missing = KernelEventsMissing(); !missing.empty()) GTEST_SKIP() << missing;
   }
 
-  // The deadline is far away: no event may be late, however slow the machine is.
+  // The deadline is so long that no event is late, however slow the machine is.
   void WriteHost(const std::string& more = {}) {
     setup.WriteHost(
         "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[emulator.kernel]\nthreads = 4\n"

@@ -1,4 +1,4 @@
-// What a running host may still do, as the kernel reports it, and which files it uses as root.
+// The privileges that a running host keeps, as the kernel reports them, and the files that it uses as root.
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/stat.h>
@@ -31,8 +31,8 @@ std::string Status(const fs::path& thread, const std::string& field) {
   return {};
 }
 
-// Checks every thread of a running host; with a sanitizer, which has a thread of its own, the main thread. As an
-// ordinary user, the tests have no capabilities at all.
+// Checks every thread of a running host; with a sanitizer, which adds a thread, only the main thread. As an ordinary
+// user, the tests have no capabilities at all.
 void ExpectCapabilities(const HostProcess& host, std::uint64_t expected) {
   const fs::path tasks = fs::path("/proc") / std::to_string(host.Id()) / "task";
   int threads = 0;

@@ -90,7 +90,7 @@ TEST_F(Replay, TheScriptedExampleReplaysIdentically) {
   EXPECT_EQ(JsonValue(outcome.out, "replay.connections"), "2");
 }
 
-// Recorded on another machine, whose paths and processes are not here.
+// Recorded on another machine, whose paths and processes do not exist on this one.
 TEST_F(Replay, ACaptureOfAnotherMachineReplaysIdentically) {
   const Outcome outcome = setup.Run({"replay", "--json", FENLUX_GOLDEN_RUN});
   ExpectIdentical(outcome);

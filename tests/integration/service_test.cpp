@@ -1,4 +1,4 @@
-// The host as a service: what it tells the service manager, its unit, and its log file.
+// The host as a service: what it reports to the service manager, its unit, and its log file.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -24,7 +24,7 @@ std::string TextOf(const fs::path& file) {
   return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
-// Receives what a service tells its manager.
+// Receives what a service reports to its manager.
 class Manager {
  public:
   // A path, or with "@" an abstract name.
@@ -130,7 +130,7 @@ std::vector<std::string> UnitSettings() {
   return names;
 }
 
-// A host in a mount namespace of its own sees every opener's mount as a foreign one.
+// A host in its own mount namespace treats the mounts of all other processes as foreign.
 TEST(ServiceUnit, HasNoSettingThatMakesAMountNamespace) {
   const char* const forbidden[] = {"PrivateTmp",
                                    "PrivateDevices",

@@ -1,4 +1,4 @@
-// A run ends when it is told to, whatever its outputs and its driver do.
+// A run ends when it is told to, even if its outputs, its configuration or its driver block.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -116,7 +116,7 @@ TEST(Stop, AReloadOfANamedPipeIsRefusedAtOnce) {
   EXPECT_EQ(host.Stop().code, 0);
 }
 
-// Keeps everybody who opens a file waiting, as a file system that does not answer does.
+// Blocks every process that opens a file, as an unresponsive file system does.
 class HeldFile {
  public:
   explicit HeldFile(const std::string& path)
@@ -124,13 +124,13 @@ class HeldFile {
     holds = group >= 0 && ::fanotify_mark(group, FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, path.c_str()) == 0;
   }
   ~HeldFile() {
-    if (group >= 0) ::close(group);  // lets everybody go on
+    if (group >= 0) ::close(group);  // lets the blocked processes continue
   }
   HeldFile(const HeldFile&) = delete;
   HeldFile& operator=(const HeldFile&) = delete;
 
   bool Holds() const { return holds; }
-  // Waits until somebody opens the file.
+  // Waits until a process opens the file.
   bool AwaitOpener() const {
     pollfd event{group, POLLIN, 0};
     return ::poll(&event, 1, static_cast<int>(std::chrono::milliseconds(kTimeout).count())) == 1;

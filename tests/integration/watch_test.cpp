@@ -1,4 +1,4 @@
-// `fenlux-host ctl watch`: events as they happen, for several watchers, and none that holds up the host.
+// `fenlux-host ctl watch`: events as they happen, for several watchers, none of which can delay the host.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -56,8 +56,8 @@ TEST_F(Watch, ShowsTwoWatchersWhatEachAskedFor) {
   EXPECT_EQ(refused.Wait().code, 128 + SIGINT);
 }
 
-// A watcher whose output is full stops asking. The host and the other watcher go on, and when the slow one reads again
-// it says what it lost.
+// A watcher whose output is full stops requesting events. The host and the other watcher continue. When the output is
+// read again, the slow watcher says how many events it lost.
 TEST_F(Watch, AWatcherThatDoesNotReadLosesEventsAndHoldsUpNobody) {
   Start("repeat = 0\n[[steps]]\nnotify = 4098\npath = '/srv/a.txt'\ncount = 50\n[[steps]]\npause_ms = 5\n");
   const std::string pipe = (setup.Path() / "pipe").string();

@@ -1,4 +1,4 @@
-// Wrong inputs: each message says where the mistake is, what it is and what to do, and the exit code tells its kind.
+// Wrong inputs: each message says where the mistake is, what it is and what to do; the exit code indicates its kind.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -185,7 +185,7 @@ const WrongInput kInputs[] = {
      2,
      "@/host.toml:2:11: control.enabled: this host has no control socket; remove the setting and restart it, to use "
      "ctl\n"},
-    // Nothing where something should be.
+    // Missing values.
     {"no host",
      "",
      {"ctl", "--socket", "@/s", "status"},

@@ -71,7 +71,7 @@ def check_http(port):
     assert request(port, path="/")[0] == 404
     assert request(port, method="POST")[0] == 405
     assert request(port, path="/metrics?x=1")[0] == 200
-    # Clients that send nothing do not keep others from an answer for good.
+    # Clients that send nothing do not block others forever.
     idle = [socket.create_connection(("127.0.0.1", port)) for _ in range(4)]
     assert request(port)[0] == 200
     for one in idle:

@@ -18,7 +18,7 @@ endif()
 set(folder ${FENLUX_WORK_DIR}/abi)
 empty_folder(${folder})
 set(include ${FENLUX_PREFIX}/include)
-# Describe all classes, also those without code here.
+# Describe all classes, including those without code here.
 set(describe_all -fno-eliminate-unused-debug-types)
 if(FENLUX_CXX_ID STREQUAL "GNU")
   list(APPEND describe_all -femit-class-debug-always)

@@ -1,5 +1,5 @@
-# cpack makes the packages, they contain what they should, and what is unpacked from them works: packaged binaries are
-# stripped, so they differ from the built and installed ones.
+# cpack makes the packages. They contain the right files, and the unpacked files work: packaged binaries are stripped,
+# so they differ from the built and installed ones.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 

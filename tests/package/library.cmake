@@ -1,4 +1,4 @@
-# The installed library is what a host may rely on.
+# The installed library meets what hosts rely on (check_library in module.cmake).
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 

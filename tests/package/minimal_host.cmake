@@ -37,7 +37,7 @@ foreach(line "\"clientType\":1" "\"rule\":\"secrets are refused\"" "\"verdict\":
 endforeach()
 
 if(FENLUX_BUILD_REFHOST)
-  # A replay gives the module the same and gets the same.
+  # A replay gives the module the same input and gets the same answers.
   run(output ${FENLUX_EMULATOR} ${FENLUX_BINARY_DIR}/${host} replay --json ${folder}/port.pcapng)
   if(NOT output MATCHES "\"identical\":true.*\"connections\":1.*\"notifications\":4,\"calls\":1")
     message(SEND_ERROR "the capture is not replayed:\n${output}")

@@ -64,7 +64,7 @@ function(install_components prefix)
   endforeach()
 endfunction()
 
-# What the development package contains at least, relative to the prefix.
+# The files that the development package must contain, relative to the prefix.
 file(GLOB FENLUX_DEVELOPMENT_FILES RELATIVE ${FENLUX_SOURCE_DIR}/src ${FENLUX_SOURCE_DIR}/src/host/*.h)
 list(APPEND FENLUX_DEVELOPMENT_FILES core/fenlux.h kdi/drvx_control.h kdi/kdi_base.h kdi/driver_records.h version.h abi.h
      driver_protocol.h default_record.h default_services.h)

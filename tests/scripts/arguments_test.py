@@ -1,4 +1,4 @@
-"""Every script answers --help and refuses unknown arguments, in both cases without doing anything else."""
+"""Every script answers --help and refuses unknown arguments, and does nothing else in either case."""
 import os
 import pathlib
 import subprocess
@@ -12,7 +12,7 @@ SCRIPTS = sorted([*ROOT.glob("scripts/*.sh"), *ROOT.glob("scripts/*.py"), *ROOT.
 
 class Arguments(unittest.TestCase):
     def run_script(self, script, *arguments):
-        """Runs a script where it could leave something behind: an empty cache and an empty temporary directory."""
+        """Runs a script with an empty home and temporary directory, and checks that it leaves nothing behind."""
         with tempfile.TemporaryDirectory() as directory:
             environment = {"PATH": os.environ["PATH"], "HOME": directory, "TMPDIR": directory,
                            "PYTHONDONTWRITEBYTECODE": "1"}

@@ -1,9 +1,9 @@
-// Marks what a test's own machinery does, so that failing allocations (failing_allocations.h) spare it.
+// Exempts a test's own bookkeeping from failing allocations (failing_allocations.h).
 #pragma once
 
 namespace fenlux::testing {
 
-// How many exemptions the calling thread is in.
+// The number of exemptions that the calling thread is inside.
 inline thread_local int allocationExemptions = 0;
 
 // While an instance exists, no allocation of its thread fails or counts. May nest.

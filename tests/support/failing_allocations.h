@@ -5,7 +5,7 @@
 
 namespace fenlux::testing {
 
-// Whose allocations count: those of the thread that asks, those of all others, or all.
+// Whose allocations count: those of the thread that creates the instance, those of all other threads, or all.
 enum class AllocatingThreads { kThis, kOthers, kAll };
 
 // While an instance exists, the n-th allocation throws std::bad_alloc, once; none does if n is 0. Counts what the
@@ -17,9 +17,9 @@ class FailingAllocations {
   FailingAllocations(const FailingAllocations&) = delete;
   FailingAllocations& operator=(const FailingAllocations&) = delete;
 
-  // How many allocations there were so far.
+  // The number of allocations so far.
   static std::size_t Count();
-  // Whether the n-th was reached, and so failed.
+  // Whether the n-th allocation was reached, and therefore failed.
   bool Failed() const { return n != 0 && Count() >= n; }
 
  private:

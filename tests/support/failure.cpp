@@ -11,7 +11,7 @@
 namespace fenlux::testing {
 namespace {
 
-// Allowed by the type, if not by any sensible author: what() without a text.
+// what() may return null, although no sensible class does that.
 class NullWhat final : public std::exception {
  public:
   const char* what() const noexcept override { return nullptr; }

@@ -1,4 +1,4 @@
-// Parks threads that pause and releases them when their time has come.
+// Parks threads that pause, and releases them when the clock reaches the end of their pause.
 #include "tests/support/manual_clock.h"
 
 #include <algorithm>

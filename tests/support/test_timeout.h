@@ -1,11 +1,11 @@
-// How long a test waits for something that is about to happen.
+// The timeout of every wait in a test.
 #pragma once
 
 #include <chrono>
 
 namespace fenlux::testing {
 
-// Generous: reached only when the test fails, or on a machine that hardly runs.
+// Generous: expires only if the test fails or the machine is badly overloaded.
 inline constexpr std::chrono::seconds kTestTimeout{60};
 
 }  // namespace fenlux::testing

@@ -74,8 +74,8 @@ TEST(ControlPipe, RefusesAPathThatIsNotAPipe) {
 }
 
 TEST(ControlPipe, StopsWhileAClientSendsNothing) {
-  // A stop that waits for the client takes the client's timeout every time. A busy machine may take as long, but not
-  // every time.
+  // A stop that waited for the client would take the client's timeout in every attempt. On a busy machine one attempt
+  // may take that long, but not all of them.
   constexpr std::chrono::seconds kLimit{4};
   std::chrono::steady_clock::duration taken = kLimit;
   for (int attempt = 0; attempt < 10 && taken >= kLimit; ++attempt) {

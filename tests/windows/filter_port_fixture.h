@@ -118,7 +118,7 @@ class Gate {
   bool open FENLUX_GUARDED_BY(mutex) = false;
 };
 
-// The log lines of a port. Shared with its hook, which may run after the fixture is gone.
+// The log lines of a port. Shared with its hook, which may run after the fixture is destroyed.
 class LogLines {
  public:
   void Add(const std::string& line) {
@@ -167,7 +167,7 @@ class FilterPortTest : public ::testing::Test {
     return *client;
   }
 
-  // Sends a request that the driver holds, on its own thread. The result is the message of the failure.
+  // Sends a request that the driver holds, on another thread. The result is the message of the failure.
   std::future<std::string> HeldSend() {
     auto sending = std::async(std::launch::async, [this] {
       std::shared_ptr<CBuf> none;
@@ -176,7 +176,7 @@ class FilterPortTest : public ::testing::Test {
     EXPECT_TRUE(driver.AwaitHeld(1, kTimeout));
     return sending;
   }
-  // Whether it ends while the driver still holds it. Then lets the driver release it, so that the test ends.
+  // Whether the request ends while the driver still holds it. Then releases it, so that the test can end.
   bool EndsByItself(const std::future<std::string>& sending) {
     const bool ended = sending.wait_for(kTimeout) == std::future_status::ready;
     driver.Release();
@@ -189,7 +189,7 @@ class FilterPortTest : public ::testing::Test {
     while (!condition() && std::chrono::steady_clock::now() < until) std::this_thread::yield();
     return condition();
   }
-  // The last user closes the port, so the driver may see it a little later than the caller.
+  // The thread that uses the port last closes it, so the driver may see that a little later than the caller.
   bool AwaitClosed() {
     return Await([this] { return !driver.PortOpen(); });
   }

@@ -11,7 +11,7 @@
 
 namespace fenlux::testing {
 
-// The longest any wait may take.
+// The time limit of every wait.
 inline constexpr std::chrono::seconds kTimeout{90};
 
 // The result of a program that ended. Lines end with a line feed only.

@@ -48,7 +48,7 @@ TEST(HostProgram, RunsTheScriptedExample) {
   EXPECT_TRUE(Contains(outcome.out, "\nfine                 yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "  adds_up               yes\n")) << outcome.out;
   EXPECT_TRUE(Contains(outcome.out, "protocol_violations  0\n")) << outcome.out;
-  // How many there are depends on what the system has started by then; RegistersTheSystemProcesses compares them.
+  // The number depends on what the system has started so far; RegistersTheSystemProcesses checks it exactly.
   EXPECT_TRUE(Contains(outcome.out, "  system_processes    ")) << outcome.out;
   EXPECT_FALSE(Contains(outcome.out, "  system_processes    0\n")) << outcome.out;
   EXPECT_FALSE(Contains(outcome.out, "  delivered             0\n")) << outcome.out;
@@ -104,8 +104,8 @@ TEST(HostProgram, RegistersTheSystemProcesses) {
   setup.Write("scenario.toml", "name = 'registrations'\nsteps = [{ await_request = 20, times = " +
                                    std::to_string(registrations) + " }, { notify = 4098 }]\n");
   std::string settings = "[emulator]\nscenario = 'scenario.toml'\n[module]\nmeasure = true\n";
-  // The module looks only in session 0, the system's own. Wine has a single session; there the configuration declares
-  // that the image is a system process's.
+  // The module looks only in session 0, the system's session. Wine has a single session; there the configuration
+  // declares that the image belongs to a system process.
   if (!before.AnyInSession0()) settings += "[system_images]\n'system32\\services.exe' = '" + Utf8(before.path) + "'\n";
   const auto config = setup.Write("host.toml", ConfigText(setup, settings + "[log]\nconsole = 'detail'\n"));
   HostProgram host(setup, {"run", "--config", Utf8(config)});

@@ -118,7 +118,7 @@ TEST(ProcessQueries, ResolveSystemImagesAgainstTheWindowsDirectory) {
 }
 
 TEST(ProcessQueries, FindTheServiceController) {
-  // Wine runs one as Windows does, briefly even two after its start. The system may not let us query its image.
+  // Windows and Wine run one; Wine briefly runs two after its start. This user may not be allowed to query its image.
   std::uint32_t controller = 0;
   for (const std::uint64_t id : RunningProcesses()) {
     const std::wstring image = ProcessImagePath(static_cast<std::uint32_t>(id));

@@ -22,7 +22,7 @@ KINDS = {"connect_context": 1, "request": 2, "request_reply": 3, "notification":
 
 
 def run(command):
-    # A home of its own: the user's settings must not change what is shown.
+    # A separate home directory, because the user's settings must not affect the output.
     with tempfile.TemporaryDirectory() as home:
         environment = dict(os.environ, HOME=home, XDG_CONFIG_HOME=home, LC_ALL="C.UTF-8")
         result = subprocess.run(command, capture_output=True, check=False, env=environment)

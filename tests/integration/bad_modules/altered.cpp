@@ -1,5 +1,5 @@
-// A module that is not quite like the real one, for a test of what a replay notices: it loads the real module, which
-// FENLUX_REAL_MODULE names, and changes one byte of two of its messages.
+// A module that differs slightly from the real one, to test what a replay detects: it loads the real module, which
+// FENLUX_REAL_MODULE names, and changes one byte in each of two messages.
 #define FENLUX_BUILDING_MODULE
 #include <dlfcn.h>
 

@@ -1,4 +1,4 @@
-// Includes what a host includes, for its debug information, and what checks at compile time how a host is built.
+// Includes the headers that a host includes, for their debug information, and those that check how a host is compiled.
 #include "core/fenlux.h"
 #include "fenlux/abi.h"
 #include "host/host.h"

@@ -1,5 +1,5 @@
-// A host of less than 60 lines against the installed headers: a port client that delivers a file's notifications, and a
-// judge with rules. Each line of the file is a message in hexadecimal, after an x, and the verdict that it has to get.
+// A host of fewer than 60 lines against the installed headers: a port client that delivers a file's notifications, and
+// a judge with rules. Each line of the file is a message in hexadecimal, after an x, and the expected verdict.
 #include <dlfcn.h>
 #include <unistd.h>
 

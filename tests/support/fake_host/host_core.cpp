@@ -1,4 +1,4 @@
-// Refresh intervals that tell the hosts of one process apart.
+// Default refresh intervals, a different one for each host of the process.
 #include "tests/support/fake_host/host_core.h"
 
 namespace fenlux::testing {

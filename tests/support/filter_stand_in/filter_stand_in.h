@@ -59,8 +59,8 @@ class FENLUX_STAND_IN_API FilterStandIn {
   void HoldConnects();
   void HoldSends();
   // Makes sending wait in an operation on the port until Release or until the caller cancels it. That operation queues
-  // after the pending receptions, so deliver no more messages than those until then. Sends that HoldSends blocks move
-  // on into it.
+  // after the pending receptions, so until then deliver at most as many messages as there are receptions. Sends that
+  // HoldSends blocks then wait in it too.
   void HoldSendsUntilCancelled();
   void Release();
   // Waits until this many calls are blocked.

@@ -1,4 +1,4 @@
-// Captures that are cut off, damaged or made to mislead: the reader says where, and reads the rest.
+// Truncated, damaged and deliberately misleading captures: the reader says where the damage is and reads the rest.
 #include <gmock/gmock.h>
 
 #include "tests/unit/capture/capture_support.h"
@@ -128,7 +128,7 @@ TEST(CaptureDamage, ASectionAfterDamagedBytesIsRead) {
   EXPECT_EQ(read.problems.size(), 1u);
 }
 
-// A growing file is not searched while its end may still be written.
+// The reader does not search a growing file for the next block, because its end may still be incomplete.
 TEST(CaptureDamage, AWrongLengthInAGrowingFileIsReportedOnlyWhenItStopsGrowing) {
   Sample sample;
   sample.Set32(sample.offsets[1] + 4, 1u << 20);

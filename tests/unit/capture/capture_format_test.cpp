@@ -1,4 +1,4 @@
-// What the writer of captures writes, byte for byte, and what the reader reads.
+// The capture format: what the writer writes, byte for byte, and what the reader accepts.
 #include <gmock/gmock.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Captures in memory, and what a reader makes of them.
+// Captures in memory, and the packets that a reader returns from them.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace fenlux::testing {
 
-// A packet that a reader gave, with copies of what it points to.
+// A packet that a reader returned, with copies of the data it points to.
 struct ReadPacket {
   capture::Packet packet;
   std::string message;

@@ -1,4 +1,4 @@
-// The files of a recording on POSIX: who may read them, and disks that are full.
+// Recording files on POSIX: their permissions, and full disks.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -23,7 +23,7 @@ class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t size) {
     ::getrlimit(RLIMIT_FSIZE, &before);
-    previous = std::signal(SIGXFSZ, SIG_IGN);  // so that writing fails
+    previous = std::signal(SIGXFSZ, SIG_IGN);  // so that the write fails instead
     Set(size);
   }
   ~FileSizeLimit() {
@@ -100,7 +100,7 @@ TEST(CaptureWriterPosix, AFullDiskLosesOnlyWholeMessagesAndTheFileSaysHowMany) {
     Bytes more = Blocks(2, 600);
     const Bytes third = Blocks(3, 100);
     more.insert(more.end(), third.begin(), third.end());
-    writer.Write(more);  // a part of the first would fit
+    writer.Write(more);  // part of the first one would fit
     limit.Lift();
   }
   Bytes last = Blocks(4, 100);
@@ -117,7 +117,7 @@ TEST(CaptureWriterPosix, AFullDiskLosesOnlyWholeMessagesAndTheFileSaysHowMany) {
   EXPECT_EQ(read.packets[1].packet.dropped, 2u);
 }
 
-// As another program that has a file open does on Windows.
+// On Windows, another program that has the file open has the same effect.
 TEST(CaptureWriterPosix, AFileThatCannotBeMovedGrowsInsteadOfLosingMessages) {
   const TemporaryDirectory directory;
   RecordingSettings settings = SettingsFor(directory.Path() / "port.pcapng");
@@ -150,7 +150,7 @@ TEST(CaptureWriterPosix, AFileThatCannotBeStartedIsTriedAgain) {
   Bytes first = Blocks(1, 300);
   writer.Write(first);
   {
-    const FileSizeLimit limit(20);  // less than the beginning of a file
+    const FileSizeLimit limit(20);  // less than a file's first blocks
     Bytes blocks = Blocks(2, 300);
     writer.Write(blocks);
     EXPECT_THAT(writer.Error(), HasSubstr("cannot be written"));

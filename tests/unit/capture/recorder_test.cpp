@@ -1,4 +1,4 @@
-// Recording: what a wrapped port client puts into the file, and what happens when the file cannot take it.
+// Recording: what a wrapped port client writes to the file, and what happens if it cannot be written.
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -54,7 +54,7 @@ class StandInClient final : public CPortClient {
   int closes = 0;
 };
 
-// The module's handler: answers with the message, except for those that name something else to do.
+// The module's handler: replies with the message, unless the message names another reaction.
 std::shared_ptr<CBuf> Handle(const void* message, std::uint32_t size) {
   const std::string text(static_cast<const char*>(message), size);
   if (text == "throw") throw std::runtime_error("no buffer");
@@ -275,7 +275,7 @@ TEST_F(RecorderTest, ARecordingThatCannotStartSaysWhy) {
   EXPECT_THAT(reason(settings), HasSubstr("at least one file"));
 }
 
-// What does not fit is dropped at once, and the next message says how many were.
+// Messages that do not fit are dropped at once, and the next one says how many.
 TEST_F(RecorderTest, MessagesThatDoNotFitInTheQueueAreCountedAndMarked) {
   RecordingSettings settings = Settings();
   settings.queueSize = 65536;

@@ -1,4 +1,4 @@
-// What a replay compares: which bytes of a message count, and what is known of a capture before it is played.
+// Replays: which bytes of a message are compared, and what a capture's outline shows before it is played.
 #include <gmock/gmock.h>
 
 #include <fstream>

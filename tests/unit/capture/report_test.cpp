@@ -1,4 +1,4 @@
-// The numbers behind a report, and the text of its page.
+// The statistics of a report, and the text of its page.
 #include <gmock/gmock.h>
 
 #include <sstream>

@@ -82,8 +82,8 @@ class AllocationFailuresOnEmulator : public EmulatorTest {
     EXPECT_TRUE(ManualClock::Instance().AwaitParked(1h));  // the refresh thread is at rest
   }
 
-  // Three kinds of notifications, twice: the second time no allocation fails any more, unless it did not the first
-  // time.
+  // Three kinds of notifications, each sent twice: if the allocation failed in the first round, none fails in the
+  // second.
   static refhost::Scenario Notifications() {
     refhost::Scenario scenario;
     scenario.threads = 1;
@@ -129,7 +129,7 @@ TEST_F(AllocationFailuresOnEmulator, EveryNotificationIsAnsweredOrCountedAsLost)
     EXPECT_EQ(totals.answered + totals.lost, 6u);
     EXPECT_LE(totals.lost, 1u);
     lost += totals.lost;
-    // At most one notification has another verdict than usual: two pass, two with context, two unjudged.
+    // At most one notification has a verdict other than the usual one: two pass, two with context, two unjudged.
     const auto usual = [&totals](std::uint32_t verdict) -> std::uint64_t {
       const auto found = totals.byVerdict.find(verdict);
       return found == totals.byVerdict.end() ? 0 : std::min<std::uint64_t>(found->second, 2);

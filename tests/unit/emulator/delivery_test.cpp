@@ -153,7 +153,7 @@ TEST_F(Delivery, AVerdictAfterTheDeadlineIsLateAndDropped) {
 
 TEST_F(Delivery, OneLateHandlerDoesNotDelayTheOthers) {
   std::atomic<int> calls{0};
-  settings.deadline = std::chrono::milliseconds(500);  // time enough for the others on a busy machine
+  settings.deadline = std::chrono::milliseconds(500);  // enough time for the others on a busy machine
   scenario.threads = 2;
   handler = [&](const Bytes&) {
     if (calls++ == 0) gate->Pass();

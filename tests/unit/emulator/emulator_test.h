@@ -1,4 +1,4 @@
-// The module's side of the port, played by a test, and the emulator it talks to.
+// The fixture of the emulator's tests: the test plays the module's side of the port.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -46,7 +46,7 @@ Bytes AddRequest(std::uint32_t type, std::u16string_view path, std::u16string_vi
 // A reply as the module builds it; context data only with verdict 6.
 Bytes Reply(std::uint32_t verdict, const Bytes& context = {});
 
-// A gate at which handlers wait.
+// Blocks handlers until the test opens it.
 class Gate {
  public:
   void Open();
@@ -75,7 +75,7 @@ class EmulatorTest : public ::testing::Test {
 
   // Makes the emulator from `settings` and `scenario`.
   DriverEmulator& Emulator();
-  // For handlers and hosts that outlive the test.
+  // For handlers and hosts that may outlive the test.
   const std::shared_ptr<DriverEmulator>& Handle() const { return emulator; }
   // A valid port client; Opened also connects and starts it.
   std::shared_ptr<CPortClient> Made(std::uint32_t clientType = 1);
@@ -98,7 +98,7 @@ class EmulatorTest : public ::testing::Test {
 
   refhost::EmulatorSettings settings;
   refhost::Scenario scenario;
-  // For handlers that block. They share ownership of it, because one may be left behind.
+  // For handlers that block. They share ownership of it, because a handler may outlive the test.
   const std::shared_ptr<Gate> gate = std::make_shared<Gate>();
   Handler handler = [](const Bytes&) { return Buffer(Reply(2)); };
 

@@ -1,5 +1,5 @@
-// The paths of kernel events, where an opener tries to hide a file's name. If the machine does not allow such events or
-// mounts, the tests are skipped with the reason.
+// The paths of kernel events when a process tries to hide the name of a file it opens. If the machine does not allow
+// such events or mounts, the tests are skipped with the reason.
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// A command as another user, in a namespace where that user may mount.
+// Wraps a command so that another user runs it in a namespace in which that user may mount.
 std::string AsNobody(const std::string& command) {
   return "setpriv --reuid=65534 --regid=65534 --clear-groups unshare -Urm sh -c \"" + command + "\" 2>/dev/null";
 }
@@ -40,7 +40,7 @@ class EventPath : public KernelEvents {
     return refhost::NarrowFromUtf16(path.substr(0, path.find(u'\0')));
   }
 
-  // The paths that the module was asked about; forgets them.
+  // Returns the paths that the module was asked to judge since the last call.
   std::vector<std::string> Seen() {
     const std::lock_guard lock(mutex);
     return std::exchange(seen, {});
@@ -137,7 +137,7 @@ TEST_F(EventPath, AnOpenPassesByDefaultIfNoDescriptorIsLeftToLookUpItsPath) {
   EXPECT_THAT(Seen(), IsEmpty());
   EXPECT_EQ(NotLookedUp(), 1u);
   EXPECT_EQ(NotEstablished(), 0u);
-  // The next one is looked up.
+  // The next open is looked up.
   EXPECT_NE(other.Shell("unshare -m cat " + secret + " >/dev/null 2>&1"), 0);
   EXPECT_THAT(Seen(), ElementsAre(secret));
 }
@@ -150,7 +150,7 @@ TEST_F(EventPath, AnOpenIsRefusedIfNoDescriptorIsLeftAndTheSettingSaysSo) {
   EXPECT_EQ(Totals().kernelRefusedUnjudged, 1u);
 }
 
-// What is watched are directories, not files.
+// Directories are watched, not files.
 TEST_F(EventPath, AHardLinkOutsideTheDirectoryIsNotWatched) {
   const TemporaryDirectory elsewhere;
   const std::string link = elsewhere.Path().string() + "/plain.txt";
@@ -195,7 +195,7 @@ TEST_F(EventPath, MayEndInTheKernelsMarkForARemovedName) {
   Opened();
   EXPECT_EQ(other.Perform(strange), 0);
   EXPECT_THAT(Seen(), ElementsAre(strange));
-  // The removed one is judged by its name without the mark.
+  // The removed file is judged by its name without the kernel's mark.
   EXPECT_EQ(other.Shell("exec 3<'" + strange + "'; rm '" + strange + "'; cat /proc/self/fd/3 >/dev/null"), 0);
   EXPECT_THAT(Seen(), ElementsAre(strange, strange));
 }

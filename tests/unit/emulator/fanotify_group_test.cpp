@@ -1,4 +1,4 @@
-// Reading permission events of which some cannot be read. If the machine does not allow such events, the tests are
+// Reading permission events when some of them cannot be read. If the machine does not allow such events, the tests are
 // skipped with the reason.
 #include <fcntl.h>
 #include <signal.h>

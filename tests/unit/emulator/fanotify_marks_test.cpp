@@ -1,5 +1,5 @@
-// Which directories are marked, whatever happens to their names meanwhile. If the machine does not allow fanotify, the
-// tests are skipped with the reason.
+// Which directories are marked, even if they are renamed or deleted at the same time. If the machine does not allow
+// fanotify, the tests are skipped with the reason.
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -91,7 +91,7 @@ TEST_F(Marks, AreSetOnTheDirectoryThatWasResolvedEvenIfItIsRenamed) {
   const ino_t belowOther = InodeOf(directory.MakeDirectory("second/below").string());
   FanotifyMarks marks = Recursive();
   {
-    // The directory is listed after it was checked, and before it is marked.
+    // The directory is listed after it is checked and before it is marked.
     const OnListing exchange(first, [&] {
       EXPECT_EQ(std::rename(first.c_str(), moved.c_str()), 0);
       EXPECT_EQ(std::rename(second.c_str(), first.c_str()), 0);
@@ -143,7 +143,7 @@ TEST_F(Marks, RemovingADeletedDirectoryKeepsTheMarksOfOthers) {
   ASSERT_EQ(::rmdir(first.c_str()), 0);
   EXPECT_THAT(marks.Set({second}).removed, ElementsAre(first));
   EXPECT_EQ(group.All().at(InodeOf(second)), before.at(InodeOf(second)));
-  // A later directory may have the number of the deleted one.
+  // A new directory may get the inode number of the deleted one.
   directory.MakeDirectory("first");
   marks.Renew();
   EXPECT_EQ(group.All().count(InodeOf(first)), 0u);
@@ -196,7 +196,7 @@ TEST_F(Marks, AreRemovedLaterIfNoDescriptorIsLeftToRemoveThem) {
     const NoDescriptorsLeft none;
     marks.Set({second});
   }
-  // Until then, the directory's paths are known.
+  // Until then, the directory's paths can still be established.
   EXPECT_THAT(group.Inodes(), UnorderedElementsAre(InodeOf(first), InodeOf(second)));
   EXPECT_EQ(EstablishedPath(paths, inFirst), inFirst);
   marks.Renew();

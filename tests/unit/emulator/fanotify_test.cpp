@@ -161,7 +161,7 @@ TEST_F(KernelEvents, AreCountedIfTheKernelRefusesThemForLackOfDescriptors) {
 }
 
 TEST_F(KernelEvents, OfAFileWithAWriteLeaseAreRefusedByTheKernelAndCounted) {
-  ::signal(SIGIO, SIG_IGN);  // tells the owner of the lease that somebody wants the file
+  ::signal(SIGIO, SIG_IGN);  // notifies the owner of the lease that another process opens the file
   refhost::Descriptor leased(::open(file.c_str(), O_RDWR | O_CLOEXEC));
   if (::fcntl(leased.Get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "no leases here: " << std::strerror(errno);
   OpenedWithVerdict(2);
@@ -182,7 +182,7 @@ TEST_F(KernelEvents, StopLeavesNothingWatched) {
   EXPECT_EQ(Totals().kernelEvents, 1u);
 }
 
-// The directories that the module commits.
+// Events in the directories that the module commits.
 class PolicyEvents : public KernelEvents {
  protected:
   PolicyEvents() { settings.kernel.directories.clear(); }
@@ -330,7 +330,7 @@ TEST_F(PolicyEvents, ResumeWhenADeletedDirectoryIsCreatedAgain) {
   EXPECT_EQ(other.Perform(inSecond), EPERM);
 }
 
-// A new directory may get the number of the old one at once.
+// A new directory may immediately get the inode number of the old one.
 TEST_F(PolicyEvents, ResumeWhenADeletedDirectoryIsReplacedAtOnce) {
   const auto port = OpenedWithVerdict(4);
   Commit(*port, {first});

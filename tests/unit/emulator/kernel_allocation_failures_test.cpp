@@ -51,7 +51,7 @@ std::size_t FailEachAllocation(const Action& action, const Check& check) {
 
 class KernelAllocationFailures : public KernelEvents {
  protected:
-  // Shows the test's directory under a second name.
+  // Mounts the test's directory at a second path, and returns that path.
   std::string BindMount() {
     const std::string view = otherDirectory.Path().string();
     EXPECT_EQ(::mount(directory.Path().c_str(), view.c_str(), nullptr, MS_BIND, nullptr), 0);

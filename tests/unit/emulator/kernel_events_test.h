@@ -49,7 +49,7 @@ class KernelEvents : public EmulatorTest {
   }
 
   // Handles one event, and reads the text of an error. The undefined-behavior sanitizer needs a descriptor when it sees
-  // a type for the first time; a test that runs out of descriptors calls this before.
+  // a type for the first time, so call this before a test uses up the descriptors.
   void WarmUpSanitizer() {
     EXPECT_EQ(other.Perform(file), 0);
     EXPECT_FALSE(refhost::SystemErrorText(EMFILE).empty());

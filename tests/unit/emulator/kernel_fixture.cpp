@@ -56,7 +56,7 @@ int Execute(const char* path) {
 }
 
 int RunShell(const char* command) {
-  // Nothing else runs in this process.
+  // This process has only one thread.
   const int status = std::system(command);  // NOLINT(concurrency-mt-unsafe)
   return WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
 }

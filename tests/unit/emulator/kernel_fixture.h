@@ -1,4 +1,4 @@
-// What kernel-event tests need of the system: other processes that open files in it, and mounts of their own.
+// Helpers of the kernel-event tests: processes that open files, private mounts, and limits on descriptors.
 #pragma once
 
 #include <sys/resource.h>
@@ -12,13 +12,13 @@
 
 namespace fenlux::testing {
 
-// From here on, mounts that this thread and its children make are seen by them only. Does nothing without root.
+// Makes later mounts of this thread and its children visible only to them. Does nothing without root.
 class PrivateMounts {
  public:
   PrivateMounts();
 };
 
-// Lowers the number of descriptors that the process may have, until it is destroyed.
+// Lowers the process's limit on descriptors until the object is destroyed.
 class FewerDescriptors {
  public:
   explicit FewerDescriptors(rlim_t count);
@@ -30,7 +30,7 @@ class FewerDescriptors {
   rlimit old{};
 };
 
-// Leaves the process no descriptor that it could open, until it is destroyed.
+// While an instance exists, the process cannot open another descriptor.
 class NoDescriptorsLeft {
  public:
   NoDescriptorsLeft();
@@ -40,7 +40,7 @@ class NoDescriptorsLeft {
   std::vector<refhost::Descriptor> taken;
 };
 
-// How many descriptors the process has.
+// The number of descriptors that the process has open.
 std::size_t OpenDescriptors();
 
 // Another process that opens files on command. Create it before any thread is started.
@@ -55,7 +55,7 @@ class OtherProcess {
   OtherProcess& operator=(const OtherProcess&) = delete;
 
   pid_t Id() const { return process; }
-  // Begins the operation. Result blocks until it is over and returns its errno, or 0.
+  // Begins the operation. Result blocks until it has ended and returns its errno, or 0.
   void Begin(const std::string& path, Operation operation = Operation::kOpen);
   int Result();
   int Perform(const std::string& path, Operation operation = Operation::kOpen) {
@@ -68,11 +68,11 @@ class OtherProcess {
   [[noreturn]] static void Serve(int input, int output);
 
   pid_t process = -1;
-  int input = -1;   // where results come from
-  int output = -1;  // where commands go
+  int input = -1;   // for results
+  int output = -1;  // for commands
 };
 
-// Another process whose threads open a file again and again. Create it before any thread is started.
+// Another process whose threads open a file repeatedly. Create it before any thread is started.
 class OpenLoop {
  public:
   static constexpr int kThreads = 30;

@@ -1,5 +1,5 @@
-// Which directories' paths are established: how long a directory is known, and its mount held. Where a test needs
-// mounts and the machine does not allow them, it is skipped with the reason.
+// The directories whose paths can be established: how long each one is kept, and its mount with it. Tests that need
+// mounts are skipped with the reason if the machine does not allow them.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 
@@ -100,7 +100,7 @@ TEST_F(KnownMounts, KeepTheirIdWhenTheyAreDetached) {
   ASSERT_EQ(::mount("x", first.c_str(), "tmpfs", 0, nullptr), 0);
   directory.MakeFile("first/file");
   EXPECT_NE(Watched({first}).begin()->second.mount->mountId, id);
-  // It has the path of a watched directory's file, on another mount.
+  // This file has the path of one in the watched directory, but is on another mount.
   EXPECT_EQ(EstablishedPath(paths, inFirst), std::nullopt);
 }
 
@@ -126,7 +126,7 @@ TEST_F(KnownMounts, NeedADescriptorOnlyForFilesOpenedThroughAnotherMount) {
   ::umount2(second.c_str(), MNT_DETACH);
 }
 
-// A mount may be held by a directory that no longer exists.
+// The directory through which a mount is held open may have been deleted.
 TEST_F(KnownMounts, AreUsableAfterTheDirectoryThatHoldsThemIsDeleted) {
   const std::string deleted = directory.MakeDirectory("first/deleted").string();
   const auto held = refhost::FindDirectory(deleted).directory;

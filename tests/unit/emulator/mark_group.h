@@ -1,4 +1,4 @@
-// A fanotify group whose events need no answer, and what a test needs to examine its marks.
+// A fanotify group whose events need no answer, and helpers to examine its marks.
 #pragma once
 
 #include <fcntl.h>
@@ -25,7 +25,7 @@ inline ino_t InodeOf(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-// The path that is established for a file which this process opens.
+// The path established for a file that this process opens; empty if there is none.
 inline std::optional<std::string> EstablishedPath(const refhost::EventPaths& paths, const std::string& file) {
   const refhost::Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_TRUE(opened.Valid()) << file << ": " << refhost::LastErrorText();
@@ -43,13 +43,13 @@ inline refhost::WatchedDirectories Watched(const std::vector<std::string>& names
   return watched;
 }
 
-// Reports opens after they happened, so that a test can open files in its marked directories.
+// Reports opens without blocking them, so that a test can open files in its marked directories.
 class MarkGroup {
  public:
   static constexpr std::uint64_t kMask = FAN_OPEN;
   using Marks = std::map<ino_t, unsigned>;  // the mask of each marked inode
 
-  // Not valid if the machine does not allow it.
+  // False if the machine does not allow fanotify.
   bool Valid() const { return group.Valid(); }
   int Get() const { return group.Get(); }
 

@@ -231,7 +231,7 @@ TEST_F(ModuleOnEmulator, AnswersManyNotificationsOnManyThreadsAcrossADrop) {
   EXPECT_EQ(State().connects, 2u);
 }
 
-// The reference host knows the module's translation: it decides which decisions count as refusals.
+// The reference host has its own copy of this table, which decides which decisions count as refusals.
 class ModuleVerdicts : public ModuleOnEmulator {
  protected:
   void ExpectThoseOfTheTable() {

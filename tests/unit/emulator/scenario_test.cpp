@@ -131,7 +131,7 @@ TEST(Scenario, ReadsEndpointsAndRemoteWords) {
   EXPECT_NE(ErrorsOf("notify = 4114\naddress = 'here'").find("address: is neither an IPv4 nor an IPv6 address"),
             std::string::npos);
   EXPECT_NE(ErrorsOf("notify = 4116\nwords = [1,2,3,4,5]").find("words: has more than four values"), std::string::npos);
-  EXPECT_NE(ErrorsOf("notify = 4098\nport = 1"), "");  // no endpoint belongs to this code
+  EXPECT_NE(ErrorsOf("notify = 4098\nport = 1"), "");  // this code has no endpoint
 }
 
 TEST(Scenario, PlaysBothVariantsAsTwoSteps) {
@@ -275,7 +275,7 @@ TEST(Scenario, ReportsAMissingFile) {
   EXPECT_FALSE(errors.Empty());
 }
 
-// The example that ships has no errors and is complete.
+// The shipped example has no errors and is complete.
 TEST(Scenario, TheExampleContainsEveryCodeInBothVariants) {
   ConfigErrors errors;
   const Scenario scenario = LoadScenario(std::string(FENLUX_EXAMPLES_DIRECTORY) + "/scenario-all-codes.toml", errors);

@@ -1,4 +1,4 @@
-// Permission events that nobody judges: no useful reply, a late one, no free reader, no connection, a stop.
+// Permission events that are not judged: no usable reply, a late one, no free reader, no connection, a stop.
 #include <atomic>
 #include <cerrno>
 #include <stdexcept>
@@ -74,7 +74,7 @@ class HeldKernelEvents : public KernelEvents {
 };
 
 TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
-  settings.deadline = std::chrono::milliseconds(500);  // time enough for the second one on a busy machine
+  settings.deadline = std::chrono::milliseconds(500);  // enough time for the second one on a busy machine
   Opened();
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().late, 1u);
@@ -131,7 +131,7 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
   Opened();
   other.Begin(file);
   gate->AwaitArrivals(1);
-  another.Begin(file);  // nobody reads it: the only reader is inside the module
+  another.Begin(file);  // not read: the only reader is inside the module
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
   EXPECT_EQ(another.Result(), 0);
@@ -208,7 +208,7 @@ TEST_F(StormEvents, PassOnlyUntilAReaderReturnsHoweverManyAreQueued) {
   }));
   const EmulatorTotals later = Totals();
   if (later.late > back.late) GTEST_SKIP() << "the machine is so busy that the reader was late again";
-  EXPECT_LE(busy(later) - busy(back), 1u);  // one may be on its way when the reader comes back
+  EXPECT_LE(busy(later) - busy(back), 1u);  // one may be in progress when the reader returns
 }
 
 }  // namespace

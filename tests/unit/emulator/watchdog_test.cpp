@@ -1,5 +1,5 @@
-// What the watchdog does while events queue up that nobody can judge: it lets them through in rounds, and keeps the
-// deadlines.
+// What the watchdog does while events queue up and no reader is free: it lets them through in rounds, and still
+// enforces deadlines.
 #include "refhost/emulator/driver/watchdog.h"
 
 #include <gtest/gtest.h>
@@ -48,7 +48,7 @@ TEST(DrainRound, IsBounded) {
   EXPECT_EQ(letThrough, kDrainRound);
 }
 
-// A source whose queue never gets empty.
+// A source whose queue is never empty.
 class BusySource final : public EventSource {
  public:
   void Start() override {}
@@ -79,7 +79,7 @@ TEST(Watchdog, KeepsDeadlinesWhileTheSourceHasMoreToDo) {
   Released release;
   auto released = release.promise.get_future();
 
-  // Without the source's wish to go on, the next round would come half a deadline later.
+  // If the source did not report more work, the next round would start half a deadline later.
   Watchdog watchdog(kTestTimeout * 4, answers, link);
   watchdog.Start();
   while (source->rounds < 2) std::this_thread::yield();

@@ -12,7 +12,7 @@ class AllocationFailuresDispatch : public NotificationTest, public ::testing::Wi
     Settings().identityTextAdded = true;
     Settings().cacheBypassed = true;  // every query is made every time
     Settings().contextData = [] { return Bytes{1, 2, 3}; };
-    // Longer than what a text holds without an allocation.
+    // Long enough that each text needs an allocation.
     Settings().narrowText = [](std::uint32_t) { return std::string(100, 'n'); };
     Settings().wideText = [](std::uint32_t) { return std::wstring(100, L'w'); };
     Settings().identityText = std::string(100, 'i');
@@ -21,7 +21,7 @@ class AllocationFailuresDispatch : public NotificationTest, public ::testing::Wi
     interact = ReadyInteract();
   }
 
-  // What a notification leads to; its reply is the one without a failure.
+  // Fails every allocation while the message is dispatched, and compares with its reply without a failure.
   void FailEveryAllocationOf(const std::string& name, const NotificationBuilder& builder) {
     const Bytes message = builder.Build();
     const auto judged = Dispatch(message);

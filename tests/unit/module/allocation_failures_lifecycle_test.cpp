@@ -138,7 +138,7 @@ TEST_P(AllocationFailuresOperations, CompleteOrThrowAndTheInterfaceKeepsWorking)
     const Attempt attempt = WithFailure(n, [&] { GetParam().run(*interact); });
     EXPECT_EQ(attempt.other, "");
     EXPECT_TRUE(!attempt.threw || GetParam().throws);
-    // No lock is left held, and nothing of the failed operation is in the way.
+    // No lock is left held, and the failed operation leaves nothing behind that prevents the next one.
     interact->RegisterSystemProcess(2, 4);
     EXPECT_TRUE(interact->AddMonitorObject(false, "/a", 1));
     interact->SendMonitorObjects(1);

@@ -25,7 +25,7 @@ class ReentrantValue {
   std::function<void()> onDestruction;
 };
 
-// Replaces the value in the handle on a thread of its own. False: timed out. The handle must outlive a blocked thread.
+// Replaces the value in the handle on another thread. False: timed out. The handle must outlive a blocked thread.
 template <class T>
 bool StoreReturns(const std::shared_ptr<AtomicHandle<T>>& handle, std::shared_ptr<T> replacement) {
   std::promise<void> stored;

@@ -25,8 +25,8 @@ class ConnectionWorker : public WorkerTest {
     for (const auto& pause : Clock().Pauses()) attempts += pause.duration == 5s ? 1 : 0;
     return attempts;
   }
-  // Ends attempts until the policy worker, which nothing else wakes, polls for a driver. It misses an end that comes
-  // before it waits. False: it missed all of them.
+  // Ends attempts until the policy worker, which nothing else wakes, polls for a driver. It misses an end that
+  // occurs before it waits. False: it missed all of them.
   bool EndedAttemptsWakeThePolicyWorker(int ends) {
     for (int end = 0; end < ends; ++end) {
       if (!Clock().AwaitParked(5s)) break;

@@ -13,7 +13,7 @@ TEST_F(FaultInjectionLifecycle, FailedConstructionOfAnInterfaceThrowsAndLeaksNot
   const auto holders = host.Core().use_count();
   FailEveryCall([] { return 0; }, [&](int) { std::make_shared<CWinDriverInteract>(host.Context()); },
                 [](const Lines& calls, std::size_t position) {
-                  // The destructor, which swallows, makes the calls from Withdraw on.
+                  // The calls from Withdraw on are the destructor's, which swallows failures.
                   return position >= Find(calls, "CRecordRegistration::Withdraw") ? kSwallowed : kPropagates;
                 });
   EXPECT_EQ(host.Context().use_count(), contexts);

@@ -99,7 +99,7 @@ template <class Call>
 class ModuleTest : public ::testing::Test {
  protected:
   ModuleTest() { Clock().Reset(); }
-  // Ends the refresh threads of driver interfaces that are gone.
+  // Ends the refresh threads of destroyed driver interfaces.
   ~ModuleTest() override { Clock().Advance(24h); }
 
   static ManualClock& Clock() { return ManualClock::Instance(); }

@@ -7,7 +7,7 @@ namespace fenlux::testing {
 
 class NotificationTest : public ModuleTest {
  protected:
-  // A reply of 156 bytes whose remaining bytes are as the buffer came.
+  // A reply of 156 bytes; the bytes after the verdict keep the buffer's filling.
   static Bytes GoldenReply(std::uint8_t verdict) {
     return Golden(156).Hex(0, "e4 42 33 b1 b2 c3 65 53  9c 00 00 00").Put(12, {verdict, 0, 0, 0}).Get();
   }
@@ -34,7 +34,7 @@ class NotificationTest : public ModuleTest {
                              "CUtility::ToNarrowString", "CUtility::ToWideString", "CUtility::BufferFromBytes",
                              "CWinWork::"});
   }
-  // The same without the calls that every notification starts with.
+  // RecordCalls without the calls that every notification starts with.
   Lines RecordCallsAfterProcess() const {
     Lines calls = RecordCalls();
     EXPECT_GE(calls.size(), 4u);

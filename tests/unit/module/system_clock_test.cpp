@@ -44,12 +44,12 @@ TEST(SystemClock, AWallClockPauseEndsWhenTheWallClockReachesItsDeadline) {
 }
 
 // Setting the system clock needs privileges and disturbs the machine, so the tests above check the real clock only for
-// pauses during which nobody sets it. The tests below set a clock of their own.
+// pauses during which nobody sets it. The tests below set their own clock.
 class WallClockPause : public ::testing::Test {
  protected:
   static constexpr auto kInterval = 600'000ms;
 
-  // Pauses for kInterval; the clock is set by `change` once `when` has really passed. Returns how long the pause took.
+  // Pauses for kInterval; `change` is added to the clock once `when` has elapsed. Returns how long the pause took.
   std::chrono::milliseconds PauseWithChange(std::chrono::milliseconds when, std::chrono::milliseconds change) {
     std::chrono::milliseconds passed(0);
     bool changed = false;

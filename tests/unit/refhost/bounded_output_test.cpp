@@ -1,4 +1,4 @@
-// An output that nobody reads delays nobody.
+// Writing to an output that nobody reads does not block.
 #include "refhost/app/bounded_output.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::chrono::seconds kTimeout{20};
 
-// A stream whose reader sleeps until it is woken. Never destroyed: a writer may be left behind in it.
+// A stream whose reader sleeps until it is woken. Never destroyed: a writer may still be blocked in it.
 class StuckBuffer final : public std::streambuf {
  public:
   void WakeReader() {
@@ -58,7 +58,7 @@ TEST(BoundedOutput, WritesInOrder) {
   EXPECT_EQ(stream.str(), "one\ntwo\n");
 }
 
-// A stream that takes nothing, like one to a full disk.
+// A stream that accepts nothing, like a file on a full disk.
 class FullBuffer final : public std::streambuf {
  protected:
   std::streamsize xsputn(const char* /*data*/, std::streamsize /*size*/) override {

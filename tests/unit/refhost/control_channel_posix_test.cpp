@@ -160,7 +160,7 @@ TEST(ControlSocket, DoesNotRemoveAFileThatHasReplacedItWhenItStops) {
   EXPECT_EQ(FileText(path), "text\n");
 }
 
-// A listener that accepts nobody and whose queue is full.
+// A listener that accepts no connection and whose queue is full.
 class FullListener {
  public:
   explicit FullListener(const boost::filesystem::path& path) : listener(::socket(AF_UNIX, SOCK_STREAM, 0)) {
@@ -194,7 +194,7 @@ TEST(ControlSocket, ANewHostDoesNotWaitForeverForOneThatAcceptsNobody) {
   EXPECT_THROW(ControlListener{path}, ControlChannelBusy);
 }
 
-// Names the user's runtime directory for the length of a test.
+// Sets the user's runtime directory for the duration of a test.
 struct RuntimeDirectory {
   explicit RuntimeDirectory(const std::string& path) { SetEnvironmentText("XDG_RUNTIME_DIR", path); }
   ~RuntimeDirectory() { UnsetEnvironmentText("XDG_RUNTIME_DIR"); }

@@ -1,4 +1,4 @@
-// A control channel that serves for the length of a test, and what tests need on each platform.
+// A control channel for the duration of a test, and the helpers that differ between platforms.
 #pragma once
 
 #include <boost/filesystem/path.hpp>

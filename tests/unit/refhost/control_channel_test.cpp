@@ -65,7 +65,7 @@ TEST_F(ControlChannel, ServesOthersWhileAClientSendsItsRequestInPieces) {
 TEST_F(ControlChannel, EndsARequestThatTakesTooLongEvenIfBytesKeepArriving) {
   const ControlServing serving(path, {.requestTime = std::chrono::milliseconds(200)});
   PieceClient dripping(path);
-  // Until the host closes the connection. Each byte comes long before the time limit.
+  // Until the host closes the connection. Each byte arrives well within the time limit.
   while (dripping.Send("x")) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_EQ(SendControlRequest(path, "next", kTimeout), "re: next");
 }

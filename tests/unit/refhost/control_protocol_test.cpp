@@ -25,7 +25,7 @@ TEST(ControlProtocol, AcceptsNumbersAndBooleansAsArguments) {
   EXPECT_EQ(decoded->arguments, (ControlArguments{{"mode", "1"}, {"not-implemented", "true"}}));
 }
 
-// Time that grows with the square of their number would make this test run into its time limit.
+// If decoding took quadratic time, this test would exceed its time limit.
 TEST(ControlProtocol, DecodesAsManyArgumentsAsFitIntoARequest) {
   std::string line = R"({"operation":"x","arguments":{)";
   for (int number = 0; number < 90'000; ++number) line += '"' + std::to_string(number) + R"(":1,)";

@@ -1,4 +1,4 @@
-// Records of judged events reach those who want them, with what the judge and the delivery know.
+// Records of judged events reach the observers that request them, with the judgement and the outcome.
 #include "refhost/services/events/decision_sink.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// What `drive` finds in a recording: nothing if the driver is correct, and each fault if it is not, in exactly these
-// words.
+// What `drive` finds in a recording: nothing if the driver is correct, and each fault if it is not, with exactly these
+// texts.
 #include "refhost/app/drive/driver_examination.h"
 
 #include <gtest/gtest.h>
@@ -52,7 +52,7 @@ class Recording {
   void Close(std::uint32_t connection, const std::string& reason) {
     Add(Kind::kClosed, connection).message.bytes.assign(reason.begin(), reason.end());
   }
-  // Adds a request that the driver accepts, and its reply if it asks for the version.
+  // Adds a request that the driver accepts; the reply to the version request contains the version.
   Exchange& Request(std::uint32_t connection, std::uint32_t command) {
     Exchange& exchange = Add(Kind::kRequest, connection);
     exchange.message.bytes.resize(12);
@@ -363,7 +363,7 @@ TEST(DriverExamination, EveryRuleNamesASectionOfTheProtocol) {
   }
 }
 
-// What the driver kit's parser refuses, the module answers with verdict 8: it must never pass as clean.
+// The module answers whatever the driver kit's parser refuses with verdict 8, so it must never pass as clean.
 TEST(DriverExamination, EverythingThatTheKitRefusesIsAFinding) {
   std::mt19937 random(1);
   const auto below = [&random](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };

@@ -1,4 +1,4 @@
-// What watchers get from the feed, and what a slow one loses.
+// What watchers get from the feed, and what a slow watcher loses.
 #include "refhost/app/watch/event_feed.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ class Feed : public ::testing::Test {
     for (const DecisionRecord& record : batch.events) codes.push_back(record.code);
     return codes;
   }
-  // Begins to watch and returns where to read on.
+  // Starts watching and returns the position of the next event.
   std::uint64_t Begin() { return feed->Read(std::nullopt, {}, kStart).next; }
 
   std::shared_ptr<DecisionSink> sink = std::make_shared<DecisionSink>();

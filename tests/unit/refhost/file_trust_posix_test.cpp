@@ -1,4 +1,4 @@
-// Which files root uses: those that only root, and the user who called sudo, can change.
+// Which files root uses: those that only root and the user who called sudo can change.
 #include "refhost/app/security/file_trust.h"
 
 #include <gtest/gtest.h>
@@ -115,7 +115,7 @@ TEST_F(FileTrust, ALogIsNotWrittenBelowADirectoryThatAnotherUserCreated) {
   SetMode(inner, 01777);
   const fs::path log = inner / "logs" / "host.log";
   EXPECT_EQ(WhyUntrusted(log), "");
-  // Another user is faster than the host.
+  // Another user creates the directory before the host does.
   fs::create_directory(log.parent_path());
   SetOwner(log.parent_path(), kOtherUser);
   EXPECT_THROW(OpenTrustedLog(log, false), std::runtime_error);

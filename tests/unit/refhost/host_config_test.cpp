@@ -110,7 +110,7 @@ TEST(HostConfig, AReloadJudgesProgramsAsTheRunningSourceNeedsIt) {
   };
   EXPECT_TRUE(bypassed("[emulator]\nsource = 'scripted'\n" + rule, {true, Decision::kVerdict4}));
   EXPECT_FALSE(bypassed("[emulator]\nsource = 'fanotify'\n" + rule, {false, std::nullopt}));
-  // The running source refuses no verdict that could be given.
+  // The running source refuses none of the verdicts that the judge can give.
   EXPECT_EQ(ErrorsOf("[emulator]\nsource = 'fanotify'\n[emulator.kernel]\nrefusing_verdicts = [4]\n" + rule,
                      ProgramJudging{true, std::nullopt}),
             kNoRefusal);

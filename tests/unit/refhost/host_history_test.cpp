@@ -1,4 +1,4 @@
-// What the last seconds and minutes contain, at times that the test chooses.
+// The counts of the last seconds and minutes, at times that the test chooses.
 #include "refhost/app/status/host_history.h"
 
 #include <gtest/gtest.h>

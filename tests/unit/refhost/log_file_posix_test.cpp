@@ -1,4 +1,4 @@
-// How the log file is opened: for its user alone, and only where its name says.
+// How the log file is opened: accessible only to its user, never through a symbolic link, and without blocking.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// A full disk: /dev/full takes lines into the buffer and fails when they are flushed.
+// A full disk: /dev/full accepts lines into the buffer and fails when they are flushed.
 #include <gtest/gtest.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -17,7 +17,7 @@ constexpr std::chrono::seconds kTimeout{20};
 TEST(LogService, CountsABatchThatCannotBeFlushedAsLostAndSaysSoOnce) {
   if (!boost::filesystem::exists(kFullDisk)) GTEST_SKIP() << "no " << kFullDisk;
   LogSettings settings;
-  settings.consoleLevel = kSeverities;  // said even if no line goes to the console
+  settings.consoleLevel = kSeverities;  // the loss is reported even if no line goes to the console
   settings.file = kFullDisk;
   ::testing::internal::CaptureStderr();
   LogTotals totals;

@@ -1,4 +1,4 @@
-// Where metrics may be served.
+// The addresses at which metrics may be served.
 #include "refhost/app/metrics/metrics_settings.h"
 
 #include <gtest/gtest.h>

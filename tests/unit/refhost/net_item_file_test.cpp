@@ -1,4 +1,4 @@
-// Network-control items from their file, and to a request and back.
+// Network-control items: reading them from a file, and encoding and decoding them in a request.
 #include "refhost/app/control/net_item_file.h"
 
 #include <gtest/gtest.h>

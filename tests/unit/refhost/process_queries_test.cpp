@@ -55,7 +55,7 @@ TEST(ProcessQueries, ReturnNothingForAnEndedProcess) {
 }
 
 // A process that runs a program until it is destroyed. The program gets the word "ready" as input and copies it to its
-// output, so that it is known to run.
+// output, so that the test knows it is running.
 class Running {
  public:
   explicit Running(const std::string& command) {
@@ -120,7 +120,7 @@ TEST(ProcessQueries, GiveNoPathForAProgramThatWasReplacedOrRemoved) {
   EXPECT_EQ(ProcessImagePath(old.Id()), L"");
   boost::filesystem::copy_file("/bin/cat", program);
   EXPECT_EQ(ProcessImagePath(old.Id()), L"");
-  // Not even if a file has the name that the kernel shows.
+  // Not even if a file has the name that the kernel shows for the removed program.
   boost::filesystem::copy_file("/bin/cat", LinkOf(old.Id()));
   EXPECT_EQ(ProcessImagePath(old.Id()), L"");
 }

@@ -1,4 +1,4 @@
-// The rules in force, as people and programs see them.
+// The rules in force, as text and as JSON.
 #include "refhost/app/decisions/rules_report.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// When a service reports that it works.
+// When a service reports its status, and that it is alive.
 #include "refhost/app/service/service_reports.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The arithmetic of a run's end: its steps together stay within the time that is promised.
+// The time limits at the end of a run: all steps together stay within the promised time.
 #include "refhost/app/stop_deadline.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The reports show the counts and whether all is well.
+// The reports show the counts and whether the run was fine.
 #include "refhost/app/summary.h"
 
 #include <gtest/gtest.h>
