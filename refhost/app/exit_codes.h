@@ -13,7 +13,7 @@ inline constexpr int kExitUnreachable = 3;   // ctl: no host reachable
 inline constexpr int kExitViolation = 4;     // run: a protocol violation, totals that do not add up, or no connection
 inline constexpr int kExitDifferent = 4;     // replay: the module did something different from the capture
 inline constexpr int kExitFaults = 4;        // drive: the driver did something wrong
-inline constexpr int kExitNoMemory = 5;      // not enough memory to go on
+inline constexpr int kExitNoMemory = 5;      // out of memory
 inline constexpr int kExitDegraded = 6;      // ctl health: the host does not work as it should
 inline constexpr int kExitNotReachable = 7;  // ctl health: no host reachable
 

@@ -46,7 +46,7 @@ struct SummaryFacts {
 std::vector<std::string> TotalsProblems(const SummaryFacts& facts);
 // Whether the module should have connected to its driver and never did.
 bool NeverConnected(const SummaryFacts& facts);
-// Whether there are no such problems, and the driver connected if it should have.
+// Whether the driver connected if it should have, and TotalsProblems is empty.
 bool IsFine(const SummaryFacts& facts);
 
 Report SummaryReport(const SummaryFacts& facts);

@@ -106,8 +106,8 @@ void RemoveLeftover(const fs::path& path, const sockaddr_un& address) {
   ::unlink(path.c_str());
 }
 
-// Keeps other hosts from opening a socket in the directory until the result is closed. Otherwise two hosts that find
-// the same leftover would both remove it, the later one together with the other's new socket.
+// Keeps other hosts from opening a socket in the directory until the result is closed. Otherwise two hosts could
+// find the same leftover, and the slower one would remove the new socket of the faster one.
 Descriptor LockDirectory(const fs::path& directory) {
   Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const auto deadline = std::chrono::steady_clock::now() + kLockTimeout;
@@ -121,7 +121,7 @@ Descriptor LockDirectory(const fs::path& directory) {
     }
     std::this_thread::sleep_for(kLockInterval);
   }
-  return opened;  // on a file system without locks, go on without one
+  return opened;  // on a file system without locks, continue without one
 }
 
 }  // namespace

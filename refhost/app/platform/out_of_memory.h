@@ -1,4 +1,4 @@
-// What the program does when there is not enough memory to go on.
+// What the program does when it runs out of memory.
 #pragma once
 
 namespace fenlux::refhost {
