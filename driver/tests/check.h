@@ -1,6 +1,6 @@
 // Shared by the tests of driver_protocol.h: checks that count failures, and byte buffers.
 //
-// Each test program is compiled as C11 and, included by a .cpp file of its own, as C++20. Buffers have exactly the
+// Each test program is compiled as C11 and, included by its own .cpp file, as C++20. Buffers have exactly the
 // required size, so that the address sanitizer detects every access beyond it.
 #ifndef FENLUX_DRIVER_TESTS_CHECK_H
 #define FENLUX_DRIVER_TESTS_CHECK_H

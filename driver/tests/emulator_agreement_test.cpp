@@ -22,7 +22,7 @@ struct Vector {
   Bytes bytes;
 };
 
-// The vectors of one kind of record, the malformed ones among them.
+// The vectors of one kind of record, including the malformed ones.
 std::vector<Vector> VectorsOf(const std::string& kind) {
   const std::string folder = FENLUX_VECTORS;
   std::ifstream index(folder + "/index.txt");
@@ -37,15 +37,15 @@ std::vector<Vector> VectorsOf(const std::string& kind) {
   return vectors;
 }
 
-// The violation that a newly connected emulator reports for the request; empty if none. List items and ends follow
-// their begin.
+// The violation that a newly connected emulator reports for the request; empty if none. Begins the list first if the
+// request is a list item or the end of a list.
 std::string EmulatorsViolation(const Bytes& request) {
   refhost::HookCaller hooks{{}};
   refhost::DriverModel model(hooks);
   const std::uint32_t command = request.size() >= 16 ? FenluxLoadU32(request.data() + 8) : 0;
   std::uint32_t clientType = FENLUX_CLIENT_TYPE_1;
   if (command == FENLUX_COMMAND_GRPM_SWITCH || command == FENLUX_COMMAND_GRSP_SWITCH) {
-    // The request's own, because only the driver can compare it with the connection's.
+    // The client type of the request: only the driver can compare it with that of the connection.
     if (FenluxLoadU32(request.data() + 12) == FENLUX_CLIENT_TYPE_2) clientType = FENLUX_CLIENT_TYPE_2;
   }
   const std::uint64_t connection = model.Open(clientType, 0);

@@ -1,4 +1,4 @@
-// The header as a kernel driver uses it: freestanding, without any header of the C library, with types of its own.
+// The header as a kernel driver uses it: freestanding, without any header of the C library, with its own types.
 typedef unsigned char uint8_t;
 typedef unsigned short uint16_t;
 typedef unsigned int uint32_t;

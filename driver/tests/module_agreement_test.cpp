@@ -66,7 +66,7 @@ std::size_t UsedSize(const Bytes& request) {
   }
 }
 
-// The vector with the filling of the fake host's buffers: 0xCD where the module writes nothing.
+// The vector with 0xCD where the module writes nothing, as in the fake host's buffers.
 Bytes RequestVector(const std::string& name) {
   Bytes request = ReadVector("request/" + name);
   if (request.size() != FENLUX_REQUEST_SIZE) return {};

@@ -302,7 +302,7 @@ static void ReplyErrorsAreNamed(void) {
   CHECK_EQUAL(FENLUX_ERROR_NULL, FenluxParseReply(bytes, 159, NULL));
   CHECK_EQUAL(FENLUX_ERROR_SIZE, FenluxParseReply(bytes, 155, &view));
   CHECK_EQUAL(FENLUX_ERROR_SIZE, FenluxParseReply(bytes, 158, &view));
-  FenluxStoreU32(bytes + 16, 2);  // nothing but the bytes after the data
+  FenluxStoreU32(bytes + 16, 2);  // only the bytes after the data
   CHECK_EQUAL(FENLUX_ERROR_CONTEXT, FenluxParseReply(bytes, 158, &view));
   FenluxStoreU32(bytes + 16, 0xffffffffu);
   CHECK_EQUAL(FENLUX_ERROR_SIZE, FenluxParseReply(bytes, 159, &view));

@@ -176,11 +176,11 @@ local function report(tree, text) tree:add_proto_expert_info(malformed, "Malform
 -- With nanoseconds, unlike pinfo.abs_ts.
 local frame_time = Field.new("frame.time_epoch")
 
--- What was seen of each exchange when the packets were first read: its first frame and time.
+-- The first frame and time of each exchange, stored when the packets are first read.
 local exchanges = {}
 function proto.init() exchanges = {} end
 
--- ---- Records. Each function returns what the packet list shows of the message.
+-- ---- Records. Each function returns the message's summary for the packet list.
 
 local function check_magic(tvb, tree, magic)
   tree:add(f.magic, tvb(0, 8))
@@ -428,7 +428,7 @@ local records = {
   [9] = dissect_json,
 }
 
--- Links a reply to what it answers.
+-- Links a reply to the message that it answers.
 local function relate(pinfo, tree, kind, key)
   if kind == 2 or kind == 4 then
     if not pinfo.visited then exchanges[key] = {frame = pinfo.number, time = frame_time().value} end

@@ -56,7 +56,7 @@ void Write(const fs::path& folder, const Files& files) {
   std::printf("%zu files written\n", files.size());
 }
 
-// Whether the folder may contain the file besides the vectors.
+// Whether the folder may contain the file in addition to the vectors.
 bool IsOther(const std::string& name) { return name.starts_with("generator/") || name == ".gitattributes"; }
 
 int Check(const fs::path& folder, const Files& files) {

@@ -18,7 +18,7 @@ VectorFile Request(std::string name, std::string title, Command command) {
   return file;
 }
 
-// The rest of a request, which may hold anything where its command has no field.
+// Fills the rest of the request, which may hold anything.
 VectorFile Whole(VectorFile file, std::uint8_t filling = 0) {
   return file.FillTo(records::kRequestSize, kUnused, filling);
 }

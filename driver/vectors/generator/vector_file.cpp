@@ -207,7 +207,7 @@ std::string VectorFile::HexDump() const {
     std::string text = field.text;
     const std::size_t end = field.offset + field.size;
     for (std::size_t offset = field.offset; offset < end;) {
-      // How far the bytes repeat from here, with a period of one byte and of one row.
+      // How many bytes from here repeat with the given period, which is one byte or one row.
       const auto repeated = [&](std::size_t period) {
         if (end - offset <= period) return end - offset;
         return period + static_cast<std::size_t>(std::mismatch(at(offset + period), at(end), at(offset)).first -

@@ -233,7 +233,7 @@ class DefaultServices : public CGlobalContext,
     }
   }
 
-  // A handle that owns nothing: it refers to this object, which has it.
+  // Refers to this object without owning it: this object holds the handle.
   const std::shared_ptr<CWinWork> winWork;
   const std::shared_ptr<CRecordService> recordService;
   const std::shared_ptr<CRecordFactory> recordFactory;
