@@ -247,7 +247,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
 }  // namespace fenlux::bench
 
 int main(int count, char** arguments) {
-  CLI::App line("What opening a file costs beside no monitor, bare monitors, and a host with the module. Needs root.");
+  CLI::App line("What opening a file costs with no monitor, bare monitors, and a host with the module. Needs root.");
   std::size_t rounds = 40;
   std::string mode;
   line.add_option("rounds", rounds, "rounds of 500 opens of each kind (40)")->check(CLI::PositiveNumber);

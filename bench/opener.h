@@ -49,11 +49,11 @@ class Opener {
     Command command{};
     path.copy(command.path, sizeof(command.path) - 1);
     if (::write(output, &command, sizeof(command)) != static_cast<ssize_t>(sizeof(command))) {
-      throw std::runtime_error("the opener is gone");
+      throw std::runtime_error("the opener has ended");
     }
     std::vector<std::uint64_t> times(kOpens);
     if (::read(input, times.data(), kOpens * sizeof(times[0])) != static_cast<ssize_t>(kOpens * sizeof(times[0]))) {
-      throw std::runtime_error("the opener is gone");
+      throw std::runtime_error("the opener has ended");
     }
     return times;
   }

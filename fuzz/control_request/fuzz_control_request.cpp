@@ -59,7 +59,7 @@ class RunningHost {
     Require(answer.has_value(), "an answer can be decoded");
     Require(answer->done || !answer->error.empty(), "a refusal has a reason");
     const bool known = request && FindControlOperation(request->operation) != nullptr;
-    Require(known || !answer->done, "only a known operation is done");
+    Require(known || !answer->done, "only a known operation is performed");
     if (known && request->operation.starts_with("monitor")) Forget();
     const std::uint64_t now = host.DriverState().protocolViolations;
     Require(now == violations || (now == violations + 1 && request && PassesOnNonsense(*request)),
@@ -87,7 +87,7 @@ class RunningHost {
   // Sends and clears what requests queued, so that the memory does not grow with the number of runs.
   void Forget() const {
     const auto driver = Driver();
-    Require(driver != nullptr, "the connection is still there");
+    Require(driver != nullptr, "the connection is still open");
     for (const int type : {1, 2, 3}) {
       driver->SendMonitorObjects(type);
       driver->ClearMonitorObjects(type);

@@ -236,7 +236,7 @@ class Play {
     const CBuf* const given = versionReply.get();
     const Outcome outcome = Try([&] { port->client->Send(request, versionReply, flag); });
     const EmulatorState after = driver->Model().State();
-    if (!alive) return Require(outcome.threw, "a port that is not open takes no request");
+    if (!alive) return Require(outcome.threw, "a port that is not open accepts no request");
     const std::uint64_t flagViolation = flag ? 0 : 1;
     if (outcome.ByFault()) {
       return Require(after.protocolViolations == before.protocolViolations + flagViolation,
@@ -349,7 +349,7 @@ class Play {
              (!oplock || view.verdict == passing);
     }
     if (good) {
-      Require(delivery.outcome == Kind::kAnswered && delivery.verdict == view.verdict, "a valid reply is taken");
+      Require(delivery.outcome == Kind::kAnswered && delivery.verdict == view.verdict, "a valid reply is accepted");
     } else {
       Require(delivery.outcome == Kind::kLost && delivery.cause == UnjudgedCause::kMalformedReply,
               "an invalid reply is counted as such");

@@ -58,7 +58,7 @@ void FuzzNarrow(const Bytes& bytes) {
   Require((narrow == text) == IsUtf8(text), "valid text is not changed, other text is");
   Require(WideFromNarrow(narrow) == wide, "a replaced character stays replaced");
   const std::u16string units = Utf16FromNarrow(text);
-  Require(units == Utf16FromWide(wide) && NarrowFromUtf16(units) == narrow, "all ways lead to the same text");
+  Require(units == Utf16FromWide(wide) && NarrowFromUtf16(units) == narrow, "all conversions give the same text");
 }
 
 bool HasLoneSurrogate(std::u16string_view text) {
@@ -99,7 +99,7 @@ void FuzzPrintable(const Bytes& bytes) {
 
 void FuzzHex(const Bytes& bytes) {
   const std::string digits = HexText(bytes);
-  Require(digits.size() == 2 * bytes.size() && BytesFromHex(digits) == bytes, "digits give the bytes again");
+  Require(digits.size() == 2 * bytes.size() && BytesFromHex(digits) == bytes, "digits decode to the same bytes");
   const std::string text(bytes.begin(), bytes.end());
   const auto read = BytesFromHex(text);
   if (!read) return;

@@ -167,7 +167,7 @@ TEST_F(CheckTrial, PatternsThatProbablyMatchSomethingElseAreWarnings) {
 }
 
 TEST_F(CheckTrial, ProgramPathsThroughAMergedBinAreWarnings) {
-  if (!fs::is_symlink("/bin")) GTEST_SKIP() << "skipped, because /bin is a directory of its own here";
+  if (!fs::is_symlink("/bin")) GTEST_SKIP() << "skipped, because /bin is not a symbolic link here";
   EXPECT_EQ(Warnings("[[judging.rules]]\nprocess = '/bin/cat'\ndecision = 3\n"),
             "2:11: judging.rules[0].process: warning: \"/bin/cat\" leads through a symbolic link, and rules see the "
             "file itself; write \"/usr/bin/cat\"\n");

@@ -147,7 +147,7 @@ TEST(Stop, EndsWhileItsConfigurationCannotBeOpened) {
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   const HeldFile held((setup.Path() / "host.toml").string());
-  if (!held.Holds()) GTEST_SKIP() << "this process may not hold up the openers of a file";
+  if (!held.Holds()) GTEST_SKIP() << "this process may not block the openers of a file";
   host.Signal(SIGHUP);
   ASSERT_TRUE(held.AwaitOpener());
   EXPECT_EQ(host.Stop().code, 0);
@@ -157,7 +157,7 @@ TEST(Stop, AStartEndsWhileItsConfigurationCannotBeOpened) {
   const HostSetup setup;
   setup.WriteHost("");
   const HeldFile held((setup.Path() / "host.toml").string());
-  if (!held.Holds()) GTEST_SKIP() << "this process may not hold up the openers of a file";
+  if (!held.Holds()) GTEST_SKIP() << "this process may not block the openers of a file";
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(held.AwaitOpener());
   EXPECT_EQ(host.Stop().code, 128 + SIGTERM);

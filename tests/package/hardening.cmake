@@ -1,4 +1,4 @@
-# The module and the host carry the protections that the build asks for, seen in the binaries themselves.
+# The module and the host have the protections that the build requests, checked in the binaries themselves.
 cmake_minimum_required(VERSION 3.25)
 include(${SETTINGS})
 

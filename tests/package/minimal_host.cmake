@@ -22,7 +22,7 @@ if(output MATCHES "(problem|alert|warning) ")
 endif()
 
 # It records its port: every verdict is in the capture, with the judgement that led to it.
-# The module's copy beside the program is named after the file, not after its links.
+# The module's copy next to the program is named after the file, not after its links.
 file(REAL_PATH ${FENLUX_PREFIX}/${FENLUX_LIBRARY} module)
 cmake_path(GET module FILENAME module)
 run(output ${FENLUX_EMULATOR} ${folder}/${program} ${folder}/${module} ${folder}/port.pcapng)

@@ -1,4 +1,4 @@
-// Queries about processes that the test knows: its own and a child.
+// Queries about known processes: the test's own and a child.
 #include "refhost/services/processes/process_queries.h"
 
 #include <gtest/gtest.h>

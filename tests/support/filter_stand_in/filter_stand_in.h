@@ -35,7 +35,7 @@ struct StandInAnswer {
     kReplied,
     kNotDue,        // no reply was requested
     kTimedOut,      // the driver gave up waiting
-    kDisconnected,  // the port was closed before an answer came, or no port was open
+    kDisconnected,  // the port was closed before an answer arrived, or no port was open
   };
 
   Outcome outcome = Outcome::kDisconnected;

@@ -208,7 +208,7 @@ TEST_F(ModuleConcurrency, TheHostMayDriveTheModuleFromManyThreads) {
   std::atomic<int> ended{0};
   RunTogether({[&] {
                  for (int i = 0; i < 20; ++i) {
-                   // A stop may still apply to the previous interface; then another one is needed.
+                   // A stop may still apply to the previous interface; stop again until it does not.
                    ASSERT_TRUE(
                        RepeatUntil([] { return Clock().Parked(5s) != 0; }, [&] { impl->StopWork(i % 2 == 0); }));
                    Clock().Advance(5s);

@@ -15,7 +15,7 @@ class FaultInjectionWorkers : public WorkerTest {
 }  // namespace
 
 TEST_F(FaultInjectionWorkers, TheConnectionWorkerReportsEachFailureAndTheNextAttemptIsComplete) {
-  // Ten minutes between attempts, so that the alert, which has tests of its own, is never due.
+  // Ten minutes between attempts, so that the alert, which has its own tests, is never due.
   std::size_t attempts = 0;
   const auto runAttempt = [&] {
     Forget();

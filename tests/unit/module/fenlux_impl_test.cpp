@@ -258,7 +258,7 @@ TEST_F(ConnectedModule, AStoppedInterfaceIsNotReturned) {
 
 TEST_F(ConnectedModule, StopWorkShutsTheInterfaceDown) {
   Connect();
-  // The worker that this wakes shuts down once more; hold it until the calls are compared.
+  // The worker that this wakes shuts down again; hold it until the calls are compared.
   Turnstile worker;
   Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });
   impl->StopWork(false);
@@ -413,7 +413,7 @@ class ConnectedModuleDestruction : public ConnectedModule {
     Forget();
     return module;
   }
-  // The module clears and shuts down the interface; the interface's own destructor closes once more.
+  // The module clears and shuts down the interface; the interface's own destructor closes again.
   const Lines kEnd{"CPortClient::Send(3, no reply, true)", "CPortClient::Close()", "CRecordRegistration::Withdraw()",
                    "CNetObject::Release(0)", "CPortClient::Close()"};
 };

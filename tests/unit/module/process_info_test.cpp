@@ -111,7 +111,7 @@ TEST_F(ProcessInfo, WithoutAWinWorkServiceALookupThrows) {
   Gate().GiveEmpty("CGlobalContext::GetWinWork");
   const auto info = Created();
   EXPECT_FALSE(RuntimeErrorOf([&] { info->BuildRecord(1); }).empty());
-  EXPECT_NO_THROW(info->RefreshAll()) << "an empty cache asks the work service nothing";
+  EXPECT_NO_THROW(info->RefreshAll()) << "an empty cache does not query the work service";
 }
 
 // ---------------------------------------------------------------- lookups

@@ -29,7 +29,7 @@ TEST(SystemClock, APauseIsNotShorterThanItsDuration) {
     clock::Pause(duration);
     const auto paused = steady_clock::now() - begun;
     EXPECT_GE(paused, duration);
-    EXPECT_LT(paused, 20s) << "the duration was taken as seconds";
+    EXPECT_LT(paused, 20s) << "the duration was read as seconds";
   }
 }
 
@@ -39,7 +39,7 @@ TEST(SystemClock, AWallClockPauseEndsWhenTheWallClockReachesItsDeadline) {
     clock::PauseUntilWallClock(interval);
     const auto ended = system_clock::now();
     EXPECT_GE(ended, begun + interval);
-    EXPECT_LT(ended, begun + 20s) << "the duration was taken as seconds";
+    EXPECT_LT(ended, begun + 20s) << "the duration was read as seconds";
   }
 }
 

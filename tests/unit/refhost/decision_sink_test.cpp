@@ -127,7 +127,7 @@ TEST_F(DecisionSinkTest, DecisionsThatAreNotEnforcedLetTheOperationPass) {
   event->SetPath(L"/a/x.secret");
   EXPECT_EQ(judge.Evaluate(event), 2U);
   event->SetPath(L"x");
-  EXPECT_EQ(judge.Evaluate(event), 4U) << "decision 4 is not one that refuses here";
+  EXPECT_EQ(judge.Evaluate(event), 4U) << "decision 4 does not refuse here";
   EXPECT_EQ(judge.NotEnforced(), 1U);
   EXPECT_EQ(judge.Decisions()[3], 1U);
   Handle(L"/a/x.secret", {.verdict = 3, .refused = false, .wouldRefuse = false, .cause = {}, .latency = {}});

@@ -94,7 +94,7 @@ TEST_F(FileTrust, ChecksBothASymbolicLinkAndItsTarget) {
   EXPECT_NE(WhyUntrusted(link), "");
   SetMode(target, 0644);
   SetOwner(link, kOtherUser);
-  EXPECT_NE(WhyUntrusted(link), "") << "its owner could let it lead elsewhere";
+  EXPECT_NE(WhyUntrusted(link), "") << "its owner could point it elsewhere";
 }
 
 TEST_F(FileTrust, StopsAtALoopOfLinks) {
@@ -128,7 +128,7 @@ TEST_F(FileTrust, ALogIsNotWrittenBelowADirectoryThatAnotherUserCreated) {
 }
 
 TEST(FileTrustOfAnOrdinaryUser, IsNotChecked) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root is no ordinary user";
+  if (::geteuid() == 0) GTEST_SKIP() << "root is not an ordinary user";
   const TemporaryDirectory directory;
   const fs::path file = directory.MakeFile("file");
   ASSERT_EQ(::chmod(file.c_str(), 0666), 0);

@@ -1,4 +1,4 @@
-// Queries about processes that the test knows: its own and a child.
+// Queries about known processes: the test's own and a child.
 #include "refhost/services/processes/process_queries.h"
 
 #include <fcntl.h>
@@ -99,7 +99,7 @@ TEST(ProcessQueries, GiveNoPathForAProgramThatIsMountedOverAnother) {
   const std::string cat = boost::filesystem::canonical("/bin/cat").string();
   const std::string shown = directory.MakeFile("head").string();
   const Running spoofed("exec unshare -Urm sh -c 'mount --bind " + cat + " " + shown + " && exec " + shown + "'");
-  if (!spoofed.Runs()) GTEST_SKIP() << "this process may not mount in a namespace of its own";
+  if (!spoofed.Runs()) GTEST_SKIP() << "this process may not mount in its own namespace";
   ASSERT_EQ(LinkOf(spoofed.Id()), shown);
   EXPECT_EQ(ProcessImagePath(spoofed.Id()), L"");
   EXPECT_TRUE(ProcessesOfImage(shown).empty());

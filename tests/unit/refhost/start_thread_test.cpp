@@ -32,7 +32,7 @@ std::string Expected(const std::string& name) {
 }
 
 TEST(StartThread, NamesTheThreadThatCannotBeStarted) {
-  if (!testing::NoThreads::Possible()) GTEST_SKIP() << "threads cannot be made impossible on this system";
+  if (!testing::NoThreads::Possible()) GTEST_SKIP() << "cannot make thread creation fail on this system";
   EXPECT_EQ(FailureWithoutThreads([] { StartThread("the test", [] {}).join(); }), Expected("the test"));
   EXPECT_EQ(FailureWithoutThreads([] { const LogService log((LogSettings())); }), Expected("the log's writer"));
   EXPECT_EQ(FailureWithoutThreads([] { const DriverEmulator emulator((EmulatorSettings())); }),

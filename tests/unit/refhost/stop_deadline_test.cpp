@@ -25,7 +25,7 @@ TEST(StopDeadline, ARunEndsWithinThreeSecondsEvenIfEveryStepUsesAllItsTime) {
   const Clock::time_point stopped{};
   const StopDeadline deadline(stopped);
   Clock::time_point now = stopped + kControlStopTimeout + 2 * kModuleStopTimeout;
-  EXPECT_LT(now, stopped + kStopTimeout) << "the outputs get more than their least time";
+  EXPECT_LT(now, stopped + kStopTimeout) << "the outputs get more than their minimum time";
   for (int output = 0; output < kOutputsAtEnd; ++output) now += deadline.OutputTimeout(now);
   EXPECT_LE(now - stopped + kPollInterval, kEndTimeout);
 }
