@@ -47,7 +47,7 @@ struct RecordedKinds {
 struct RecordingSettings {
   // The file to write. Its directory must exist. An existing capture of that name becomes an older file.
   boost::filesystem::path file;
-  // The maximum size of a file in bytes, after which a new one begins; 0: no limit. A file has at least one message.
+  // The maximum size of a file in bytes; 0: no limit. A file has at least one message, even if that exceeds the limit.
   std::uint64_t maxFileSize = 0;
   // How many files to keep, including the current one; at least 1. The older files of "port.pcapng" are
   // "port.1.pcapng", "port.2.pcapng" and so on. The oldest is removed when a new one begins.

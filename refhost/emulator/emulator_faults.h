@@ -12,7 +12,7 @@ class ConfigTable;
 // How the driver answers the version request.
 enum class VersionReply {
   kFill,     // writes into the module's reply buffer
-  kReplace,  // returns a complete buffer allocated here
+  kReplace,  // returns a new, complete buffer
   kShort,    // returns a buffer one byte too short
   kEmpty,    // returns an empty handle
 };

@@ -45,7 +45,7 @@ struct EmulatorSettings {
   std::chrono::milliseconds stopGrace{2000};              // how long Stop waits for handler calls
   UnjudgedPolicy unjudged = UnjudgedPolicy::kAllow;       // what to do with operations not judged because of load
   bool refusalsEnforced = true;                           // the initial value
-  EmulatorFaults faults;                                  // initially set
+  EmulatorFaults faults;                                  // the initial faults
   KernelEventSettings kernel;
 
   bool operator==(const EmulatorSettings&) const = default;

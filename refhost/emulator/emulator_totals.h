@@ -45,7 +45,7 @@ struct EmulatorTotals {
 
   std::uint64_t Unjudged(UnjudgedCause cause) const { return unjudged[static_cast<std::size_t>(cause)]; }
   // delivered = answered + unanswered by design + late + lost + in flight, the sums by code, verdict and cause agree
-  // with them, every kernel event is counted once, and there are no more unjudged refusals than counted causes.
+  // with them, every kernel event is answered or in flight, and unjudged refusals do not exceed the causes.
   bool AddsUp() const;
 };
 

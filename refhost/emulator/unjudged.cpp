@@ -37,7 +37,7 @@ constexpr CauseRow kCauses[] = {
     {UnjudgedCause::kNoDescriptors, "no descriptors", "there were no file descriptors left", Outcome::kRefused},
     {UnjudgedCause::kNotOpened, "not opened", "the kernel could not open its file for the host", Outcome::kRefused},
     {UnjudgedCause::kPathNotEstablished, "path not established", "the path could not be established", Outcome::kRefused},
-    {UnjudgedCause::kPathNotLookedUp, "path not looked up", "there were no file descriptors left to look its path up", Outcome::kSetting},
+    {UnjudgedCause::kPathNotLookedUp, "path not looked up", "there were no file descriptors left to look up its path", Outcome::kSetting},
     {UnjudgedCause::kStopping, "stopping", "the host was stopping", Outcome::kAllowed},
     // The kernel has already allowed it.
     {UnjudgedCause::kQueueOverflow, "queue overflow", "the kernel's queue was full", Outcome::kAllowed},

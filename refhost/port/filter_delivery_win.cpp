@@ -142,10 +142,10 @@ void FilterConnection::HandleMessage(Slot& slot, std::size_t size) {
     state->CountOutcome(&FilterPortTotals::answered);
   } else if (result == ERROR_FLT_NO_WAITER_FOR_REPLY) {
     state->CountOutcome(&FilterPortTotals::late);
-    state->Log(Severity::kWarning, "A reply came too late: the driver was no longer waiting for it.");
+    state->Log(Severity::kWarning, "A reply arrived too late: the driver was no longer waiting for it.");
   } else if (result == kPortClosed) {
     state->CountOutcome(&FilterPortTotals::lost);
-    state->Log(Severity::kWarning, "A reply came after the end of the connection.");
+    state->Log(Severity::kWarning, "A reply arrived after the end of the connection.");
   } else {
     SendUnjudgedReply(slot, header.MessageId, "the module's reply was not accepted: " + SystemErrorText(result));
   }

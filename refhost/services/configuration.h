@@ -59,7 +59,7 @@ class Configuration final : public CCfg, public CCfgEx {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // `factory` makes the registration records of driver interfaces.
+  // `factory` creates the registration records of driver interfaces.
   Configuration(const FixedSettings& fixedSettings, LiveSettings live, std::shared_ptr<CRecordFactory> factory);
 
   // Replaces the live settings. The module learns of a new policy only through CFenlux::NotifyPolicyChanged. Any

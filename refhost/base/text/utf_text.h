@@ -21,7 +21,7 @@ std::string NarrowFromUtf16(std::u16string_view text);
 std::string Printable(std::string_view text);
 // Like Printable, but for text of several lines: keeps the line feeds.
 std::string PrintableLines(std::string_view text);
-// Escapes the same characters in the text of a JSON document, which stays the same document. `json` is valid UTF-8.
+// Escapes the same characters in a JSON document without changing its meaning. `json` is valid UTF-8.
 std::string PrintableJson(std::string_view json);
 
 }  // namespace fenlux::refhost

@@ -36,7 +36,7 @@ std::wstring OwnUserText() {
   return text;
 }
 
-// A security descriptor of a file that only the user may open; null if it cannot be made.
+// A security descriptor of a file that only the user may open; null if it cannot be created.
 Local OwnerOnly() {
   const std::wstring user = OwnUserText();
   if (user.empty()) return nullptr;

@@ -124,7 +124,7 @@ class Page {
   void AddConnections() {
     page += "<h2>Connections</h2>\n";
     if (statistics.connections.empty()) return AddNothing();
-    AddFigure(ConnectionsChart(statistics), "Connections by number, from the first message of the capture on.");
+    AddFigure(ConnectionsChart(statistics), "Connections by number, starting at the first message of the capture.");
     page +=
         "<table id=\"connections\">\n<tr><th>Connection</th><th>Begin (UTC)</th><th class=\"number\">Duration</th>"
         "<th class=\"number\">Requests</th><th class=\"number\">Notifications</th><th>End</th></tr>\n";
@@ -142,7 +142,7 @@ class Page {
   void AddTimes() {
     page += "<h2>Rate and latency</h2>\n";
     if (latencies.Count() == 0) return AddNothing();
-    AddFigure(RateChart(statistics.timeLine), "Notifications per second, from the first notification on.");
+    AddFigure(RateChart(statistics.timeLine), "Notifications per second, starting at the first notification.");
     AddFigure(LatencyChart(statistics.timeLine),
               "Latency over time: <span class=\"key half\">p50, solid</span>, "
               "<span class=\"key most\">p99, dashed</span>.");

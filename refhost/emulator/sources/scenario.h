@@ -55,7 +55,7 @@ struct Scenario {
   std::string name;
   std::uint32_t threads = 2;  // delivery threads
   std::uint64_t repeat = 1;   // how many times to play the steps; 0: until the emulator stops
-  EmulatorFaults faults;      // initially set
+  EmulatorFaults faults;      // the initial faults
   std::vector<ScenarioStep> steps;
 };
 

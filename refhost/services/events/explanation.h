@@ -21,7 +21,7 @@ struct ExplainedEvent {
 struct RuleExplanation {
   const Rule* rule = nullptr;
   std::vector<std::string> reasons;  // UTF-8: the conditions that do not match; empty if the rule decides
-  bool dependsOnProgram = false;     // no program was given, and one that matches would make it decide
+  bool dependsOnProgram = false;     // it would decide for a matching program, but none was given
 };
 
 struct Explanation {

@@ -10,7 +10,7 @@ namespace fenlux::refhost {
 namespace {
 
 [[noreturn]] void ThrowFailure(int error) {
-  throw std::runtime_error("the log file takes no more: " + std::generic_category().message(error));
+  throw std::runtime_error("the log file cannot be written: " + std::generic_category().message(error));
 }
 
 }  // namespace

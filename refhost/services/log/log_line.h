@@ -33,7 +33,7 @@ class LogLineFormatter {
  public:
   explicit LogLineFormatter(bool asJson) : json(asJson) {}
 
-  // Adds what the outputs write around the formatted text.
+  // The outputs' formatter, which adds the time and the severity to text lines.
   std::unique_ptr<spdlog::formatter> LineFormatter() const;
   std::string Format(const LogLine& line);
 

@@ -18,7 +18,7 @@ inline constexpr std::wstring_view kImageNotRead = L"?";
 
 // Whether the process is running.
 bool ProcessRuns(std::uint32_t processId);
-// The process's login session; 0 if it has none, or if it runs under the system account like services.
+// The process's login session; 0 if it has none, or if it runs under the system account, as services do.
 std::uint32_t ProcessSession(std::uint32_t processId);
 // The effective user of the process. Linux only.
 std::optional<std::uint32_t> ProcessUser(std::uint32_t processId);

@@ -76,7 +76,7 @@ std::uint32_t ProcessSession(std::uint32_t processId) {
 }
 
 std::optional<std::uint32_t> ProcessUser(std::uint32_t processId) {
-  // Not the owner of the directory: if the process must not be dumped, that is root, whatever its user.
+  // The directory's owner is no substitute: it is root if the process must not be dumped, whatever its user.
   return UserFromText(ReadStart(processId, "/status", kStatusStart));
 }
 

@@ -1,9 +1,9 @@
 // The paths of the files of kernel events, if they can be established.
 //
-// /proc shows an open file's path as seen through the mount by which it was opened. Any user can make mounts, in a
-// namespace of their own, that show a watched file under another name. So that path counts only if the file was opened
-// through the mount on which its directory is watched. The kernel reuses the id of a mount that has been
-// removed; an open descriptor on each such mount keeps the mount, and with it the id.
+// /proc shows an open file's path as seen through the mount by which it was opened. Any user can create mounts, in
+// their own namespace, that show a watched file under another name. So that path counts only if the file was opened
+// through the mount on which its directory is watched. The kernel reuses the id of a removed mount; an open descriptor
+// on each such mount keeps the mount, and with it the id.
 //
 // A file that was opened through another mount is looked up by its handle on its directory's mount. A handle
 // identifies a file, not one of its names, so the result counts only if the file has a single name.

@@ -21,7 +21,7 @@ namespace {
 constexpr unsigned kReportDescriptorError = 0x2000;
 
 int OpenGroup(unsigned flags) {
-  // The kernel opens every event's file for the reader. Without O_NONBLOCK, that would wait for the other end of a
+  // The kernel opens every event's file for the reader. Without O_NONBLOCK, that could wait for the other end of a
   // named pipe or for a lease on the file, and the reader could not respond.
   return ::fanotify_init(
       FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE | FAN_UNLIMITED_MARKS | flags,
