@@ -131,7 +131,7 @@ std::vector<std::string> UnitSettings() {
 }
 
 // A host in its own mount namespace treats the mounts of all other processes as foreign.
-TEST(ServiceUnit, HasNoSettingThatMakesAMountNamespace) {
+TEST(ServiceUnit, HasNoSettingThatCreatesAMountNamespace) {
   const char* const forbidden[] = {"PrivateTmp",
                                    "PrivateDevices",
                                    "PrivateMounts",

@@ -39,7 +39,7 @@ class Watch : public ::testing::Test {
   std::unique_ptr<HostProcess> host;
 };
 
-TEST_F(Watch, ShowsTwoWatchersWhatEachAskedFor) {
+TEST_F(Watch, ShowsEachWatcherTheEventsItRequested) {
   Start(kTraffic);
   HostProcess refused(setup, WatchArguments({"--refused"}));
   HostProcess home(setup, WatchArguments({"--path", "/home/**", "--code", "4100", "--json"}));
@@ -58,7 +58,7 @@ TEST_F(Watch, ShowsTwoWatchersWhatEachAskedFor) {
 
 // A watcher whose output is full stops requesting events. The host and the other watcher continue. When the output is
 // read again, the slow watcher says how many events it lost.
-TEST_F(Watch, AWatcherThatDoesNotReadLosesEventsAndHoldsUpNobody) {
+TEST_F(Watch, AWatcherThatDoesNotReadLosesEventsAndDelaysNobody) {
   Start("repeat = 0\n[[steps]]\nnotify = 4098\npath = '/srv/a.txt'\ncount = 50\n[[steps]]\npause_ms = 5\n");
   const std::string pipe = (setup.Path() / "pipe").string();
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);

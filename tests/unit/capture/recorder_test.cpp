@@ -308,7 +308,7 @@ TEST_F(RecorderTest, WithoutARecorderThePortClientIsTheHostsOwn) {
   EXPECT_THROW(RecordPort(recorder, nullptr, Handle, throws), std::runtime_error);
 }
 
-TEST_F(RecorderTest, APortClientOutlivesItsRecorder) {
+TEST_F(RecorderTest, APortClientMayOutliveItsRecorder) {
   auto recorder = std::make_shared<Recorder>(Settings());
   const auto port = Wrap(recorder);
   port->Connect();

@@ -99,7 +99,7 @@ TEST_F(KernelEvents, DistinguishReadsAndExecutionsIfSelected) {
   EXPECT_THAT(seen, AllOf(Contains(std::pair(4097u, 0)), Contains(std::pair(4098u, 0)), Contains(std::pair(4097u, 1))));
 }
 
-TEST_F(KernelEvents, MayCoverExecutionsOnly) {
+TEST_F(KernelEvents, CanBeLimitedToExecutions) {
   settings.kernel.onOpen = false;
   settings.kernel.onExec = true;
   const std::string program = directory.MakeFile("program").string();
@@ -407,7 +407,7 @@ TEST_F(PolicyEvents, FollowThousandsOfDirectories) {
   EXPECT_EQ(other.Perform(inLast), 0);
 }
 
-TEST_F(KernelEvents, CannotBeOpenedOnForbiddenDirectories) {
+TEST_F(KernelEvents, CannotBeWatchedInForbiddenDirectories) {
   const std::string link = directory.Path().string() + "/link";
   ASSERT_EQ(::symlink("/tmp", link.c_str()), 0);
   const auto failure = [this](const std::string& path) {

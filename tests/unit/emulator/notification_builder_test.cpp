@@ -99,7 +99,7 @@ TEST(NotificationBuilder, WritesTheRemoteWords) {
                         Written(fields)));
 }
 
-TEST(NotificationBuilder, StatesFalseLengthsIfGiven) {
+TEST(NotificationBuilder, WritesWrongLengthsIfGiven) {
   const NotificationFields fields{
       .code = 4098, .path = u"a", .statedItem1Size = 0xffffffff, .statedItem2Size = 7, .statedItem3Size = 9};
   EXPECT_TRUE(SameBytes(

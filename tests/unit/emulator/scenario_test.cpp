@@ -46,7 +46,7 @@ TEST(Scenario, IsEmptyByDefault) {
   EXPECT_TRUE(scenario.steps.empty());
 }
 
-TEST(Scenario, ReadsItsHeadAndFaults) {
+TEST(Scenario, ReadsItsSettingsAndFaults) {
   std::string errors;
   const Scenario scenario = Read("name = 'n'\nthreads = 5\nrepeat = 0\n[faults]\nrefuse_connects = 2\n", errors);
   EXPECT_EQ(errors, "");

@@ -87,7 +87,7 @@ TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
   EXPECT_EQ(Totals().kernelRefused, 1u);
 }
 
-TEST_F(HeldKernelEvents, AreRefusedAtTheDeadlineAndByBusyReadersIfTheSettingSaysSo) {
+TEST_F(HeldKernelEvents, AreRefusedAtTheDeadlineAndWhileReadersAreBusyIfTheSettingSaysSo) {
   settings.unjudged = UnjudgedPolicy::kRefuse;
   settings.deadline = std::chrono::milliseconds(50);
   settings.kernel.threads = 1;

@@ -269,7 +269,7 @@ TEST_F(ConnectedModule, StopWorkShutsTheInterfaceDown) {
   EXPECT_TRUE(Clock().AwaitParked(5s));
 }
 
-TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstIfAskedTo) {
+TEST_F(ConnectedModule, StopWorkClearsTheMonitorObjectsFirstIfRequested) {
   Connect();
   Turnstile worker;
   Gate().OnCall("CLog::LogEvent", [&] { worker.Pass(); });

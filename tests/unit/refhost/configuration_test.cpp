@@ -75,7 +75,7 @@ TEST(Configuration, HasNoPolicyAndNoBlockByDefault) {
   EXPECT_FALSE(configuration.GetMonitorObjectFlag());
 }
 
-TEST(Configuration, AnEmptyPolicyIsAPolicy) {
+TEST(Configuration, AnEmptyPolicyDiffersFromNoPolicy) {
   const Read read("[policy]\n");
   Configuration configuration(read.fixed, read.live, nullptr);
   std::shared_ptr<MonitorPolicy> policy;

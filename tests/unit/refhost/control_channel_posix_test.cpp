@@ -103,7 +103,7 @@ TEST(ControlSocket, ReplacesASocketLeftByAKilledHost) {
   EXPECT_EQ(SendControlRequest(path, "hello", kTimeout), "re: hello");
 }
 
-TEST(ControlSocket, OneOfSeveralHostsThatStartAtOnceReplacesALeftover) {
+TEST(ControlSocket, OnlyOneOfSeveralConcurrentHostsReplacesALeftover) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
   for (int round = 0; round < 50; ++round) {
@@ -178,7 +178,7 @@ class FullListener {
   std::vector<Descriptor> waiting;
 };
 
-TEST(ControlSocket, AClientDoesNotWaitForeverForAHostThatAcceptsNobody) {
+TEST(ControlSocket, AClientDoesNotWaitForeverForAHostThatAcceptsNoConnection) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
   const FullListener full(path);
@@ -187,7 +187,7 @@ TEST(ControlSocket, AClientDoesNotWaitForeverForAHostThatAcceptsNobody) {
                 ": a host listens there, but does not accept clients; is it stopped?");
 }
 
-TEST(ControlSocket, ANewHostDoesNotWaitForeverForOneThatAcceptsNobody) {
+TEST(ControlSocket, ANewHostDoesNotWaitForeverForOneThatAcceptsNoConnection) {
   const TemporaryDirectory directory;
   const auto path = directory.Path() / "s";
   const FullListener full(path);

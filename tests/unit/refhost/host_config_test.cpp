@@ -99,7 +99,7 @@ TEST(HostConfig, RulesThatNameProgramsNeedAVerdictThatRefuses) {
   EXPECT_EQ(ErrorsOf(kernel + "[3, 5]\n" + rule), "");
 }
 
-TEST(HostConfig, AReloadJudgesProgramsAsTheRunningSourceNeedsIt) {
+TEST(HostConfig, AReloadJudgesProgramsAsTheRunningSourceRequires) {
   const std::string rule = "[[judging.rules]]\nprocess = 'cat'\ndecision = 3\n";
   const auto bypassed = [&](const std::string& text, const ProgramJudging& running) {
     const TemporaryDirectory directory;

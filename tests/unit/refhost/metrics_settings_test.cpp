@@ -48,7 +48,7 @@ TEST(MetricsSettings, AcceptANumericAddressAndAPort) {
   }
 }
 
-TEST(MetricsSettings, NeedPermissionForAnAddressThatOtherMachinesReach) {
+TEST(MetricsSettings, NeedPermissionForAnAddressThatOtherMachinesCanReach) {
   if (!MetricsExist()) GTEST_SKIP() << "there are no metrics on Windows";
   EXPECT_TRUE(Reports("0.0.0.0:9464", "allow_remote = true"));
   EXPECT_TRUE(Reports("[::]:9464", "allow_remote = true"));

@@ -18,8 +18,8 @@ TEST(ProgressBar, ShowsShareRateAndRemainingTime) {
   EXPECT_EQ(ProgressText(100, 100, 1s), "[##############################] 100%  0.0 MB/s  0 s left");
 }
 
-// A file that grows while it is read.
-TEST(ProgressBar, DoesNotExceedTheWhole) {
+// A file may grow while it is read.
+TEST(ProgressBar, DoesNotExceedOneHundredPercent) {
   EXPECT_EQ(ProgressText(300, 100, 1s), ProgressText(100, 100, 1s));
   EXPECT_EQ(ProgressText(0, 0, 1s), "[##############################] 100%");
 }

@@ -63,7 +63,7 @@ TEST(UtfText, EscapesBackslashesSoThatNothingLooksEscaped) {
   EXPECT_NE(Printable("a\\nb"), Printable("a\nb"));
 }
 
-TEST(UtfText, KeepsTheLinesOfATextIfAsked) { EXPECT_EQ(PrintableLines("a\nb\r\u202e\\\n"), "a\nb\\r\\u202e\\\\\n"); }
+TEST(UtfText, CanKeepTheLinesOfAText) { EXPECT_EQ(PrintableLines("a\nb\r\u202e\\\n"), "a\nb\\r\\u202e\\\\\n"); }
 
 TEST(UtfText, EscapesInJsonAsJsonDoes) {
   EXPECT_EQ(PrintableJson("{\"a\\\\\":\"\u202e\x7f\u0085\U000e0041\u00fc\"}\n"),
