@@ -149,7 +149,7 @@ std::string CaptureOutline::Obstacle() const {
   if (!problems.empty()) {
     return fmt::format("it is damaged at offset {}: {}", problems.front().offset, problems.front().text);
   }
-  if (lost != 0) return fmt::format("{} messages are missing in it, and a replay needs every one", lost);
+  if (lost != 0) return fmt::format("it lacks {} messages, and a replay needs all of them", lost);
   if (packets == 0) return "it has no messages";
   return {};
 }

@@ -107,8 +107,7 @@ TEST(ReplayOutline, AnIncompleteCaptureCannotBeReplayed) {
   packet.header = {Kind::kNotification, 1, 1};
   packet.dropped = 3;
   AppendPacket(lossy, packet);
-  EXPECT_EQ(outlineOf({lossy.begin(), lossy.end()}).Obstacle(),
-            "3 messages are missing in it, and a replay needs every one");
+  EXPECT_EQ(outlineOf({lossy.begin(), lossy.end()}).Obstacle(), "it lacks 3 messages, and a replay needs all of them");
 }
 
 TEST(ReplayOutline, TheOpeningShowsWhatTheHostGaveTheModule) {
