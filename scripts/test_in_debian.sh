@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Runs a command of this repository in its own empty Debian root. Needs root, mmdebstrap and Debian.
-#   scripts/test_in_debian.sh [--copy-from FOLDER TO] 12|13 [COMMAND [ARGUMENT...]]
+#   scripts/test_in_debian.sh [--copy-to FROM FOLDER] [--copy-from FOLDER TO] 12|13 [COMMAND [ARGUMENT...]]
 #
-# The default command is scripts/test.sh. If the command succeeds, --copy-from copies the files in FOLDER of the clone
-# to the folder TO on this machine.
+# The default command is scripts/test.sh. --copy-to copies the files in the folder FROM on this machine to FOLDER of the
+# clone before the command runs. If the command succeeds, --copy-from copies the files in FOLDER of the clone to the
+# folder TO on this machine.
 #
 # The root holds a minimal installation of that release and a clone of the committed HEAD, so the command has to install
 # whatever it needs. The packages come from the archive that apt is configured to use on this machine. The root is in
@@ -18,12 +19,16 @@ source scripts/lib/common.sh
 source scripts/lib/debian.sh
 
 answer_help "$@"
-copy_from="" copy_to=""
-if [ "${1:-}" = --copy-from ]; then
+before=() after=()  # what is copied: the source and the target
+while [[ "${1:-}" == --copy-* ]]; do
   if [ $# -lt 4 ]; then usage >&2; exit 2; fi
-  copy_from=$2 copy_to=$3
+  case "$1" in
+    --copy-to) before=("$2" "$3") ;;
+    --copy-from) after=("$2" "$3") ;;
+    *) refuse "$1" ;;
+  esac
   shift 3
-fi
+done
 case "${1:-}" in
   12) codename=bookworm ;;
   13) codename=trixie ;;
@@ -88,6 +93,12 @@ trap 'rm -rf --one-file-system "$root"' EXIT
 tar -C "$root" --exclude='./dev/*' -xf "$minimal"
 git -c advice.detachedHead=false clone --quiet . "$root/srv/fenlux"
 if [ -n "$(git status --porcelain)" ]; then say "uncommitted changes are not tested"; fi
+# copy_files FROM TO
+copy_files() {
+  mkdir -p "$2"
+  find "$1" -maxdepth 1 -type f -exec cp -t "$2" {} +
+}
+if [ ${#before[@]} -gt 0 ]; then copy_files "${before[0]}" "$root/srv/fenlux/${before[1]}"; fi
 cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
 if [ ${#include[@]} -gt 0 ] && [ -f /etc/ssl/certs/ca-certificates.crt ]; then
   cp /etc/ssl/certs/ca-certificates.crt "$root/etc/ssl/certs/"
@@ -131,8 +142,6 @@ unshare --mount --pid --fork --kill-child --propagation private \
   bash -c "set -euo pipefail; $(declare -f enter); enter \"\$@\"" bash \
   "$root" "$cache" "$shared" "${variables[@]}" -- "$@" 9<&- || status=$?
 say "$* exited with $status"
-if [ "$status" -eq 0 ] && [ -n "$copy_from" ]; then
-  find "$root/srv/fenlux/$copy_from" -maxdepth 1 -type f -exec cp -t "$copy_to" {} +
-fi
+if [ "$status" -eq 0 ] && [ ${#after[@]} -gt 0 ]; then copy_files "$root/srv/fenlux/${after[0]}" "${after[1]}"; fi
 exit "$status"
 }
