@@ -140,7 +140,7 @@ TEST_F(CheckTrial, RulesThatNeverDecideAreWarnings) {
                      "[[judging.rules]]\npath = '/srv/secret/*.key'\ndecision = 3\n"
                      "[[judging.rules]]\npath = '/srv?/x'\ndecision = 3\n"),
             "5:1: judging.rules[1]: warning: can never decide: rules[0] (\"all of srv\") comes first and matches all "
-            "that it matches\n");
+            "its events\n");
   EXPECT_EQ(Warnings("[[judging.rules]]\nevents = ['access']\ndecision = 2\n"
                      "[[judging.rules]]\npath = '*.key'\ndecision = 3\n"
                      "[[judging.rules]]\npath = '*.key'\nprocess = 'cat'\ndecision = 3\n"),
