@@ -81,8 +81,8 @@ TEST_F(CheckTrial, FilesThatOthersMayWriteAreErrorsForRoot) {
 TEST_F(CheckTrial, AControlSocketThatCannotBeOpenedIsAnError) {
   setup.Write("file", "");
   ASSERT_EQ(::chmod(setup.Path().c_str(), 0700), 0);
-  EXPECT_TRUE(Contains(Errors("[control]\nsocket = 'file'\n"),
-                       "2:10: control.socket: cannot open the control socket " + In("file") + ": there is something"));
+  EXPECT_TRUE(Contains(Errors("[control]\nsocket = 'file'\n"), "2:10: control.socket: cannot open the control socket " +
+                                                                   In("file") + ": something that is not a socket"));
   ASSERT_EQ(::chmod(setup.Directory("open").c_str(), 0755), 0);
   EXPECT_TRUE(Contains(Errors("[control]\nsocket = 'open/s'\n"), "must be owned by you and accessible to you only"));
   EXPECT_EQ(Warnings("[control]\nsocket = 'new/s'\n"), "");
