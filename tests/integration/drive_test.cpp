@@ -16,7 +16,7 @@ using ::testing::HasSubstr;
 // Waits for the last request of the policy.
 constexpr char kAwait[] = "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
 // A long deadline, because the machine may be busy.
-constexpr char kPatientDriver[] = "[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 60000\n";
+constexpr char kLongDeadline[] = "[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 60000\n";
 
 class Drive : public ::testing::Test {
  protected:
@@ -114,7 +114,7 @@ TEST_F(Drive, TheEmulatorIsClean) {
 TEST_F(Drive, EachFaultIsReported) {
   for (const Fault& fault : kFaults) {
     SCOPED_TRACE(fault.name);
-    Write(std::string(kPatientDriver) + "[emulator.faults]\n" + fault.settings, std::string(kAwait) + fault.steps);
+    Write(std::string(kLongDeadline) + "[emulator.faults]\n" + fault.settings, std::string(kAwait) + fault.steps);
     const Outcome outcome = RunBriefly();
     EXPECT_EQ(outcome.code, 4) << outcome.out << outcome.err;
     EXPECT_EQ(Findings(outcome.out), std::vector<std::string>{fault.line}) << outcome.out << outcome.err;
@@ -123,7 +123,7 @@ TEST_F(Drive, EachFaultIsReported) {
 }
 
 TEST_F(Drive, ADriverThatRefusesASecondConnectionIsReported) {
-  Write(kPatientDriver, std::string(kAwait) + "[[steps]]\nfaults = { refuse_connects = 1000 }\n");
+  Write(kLongDeadline, std::string(kAwait) + "[[steps]]\nfaults = { refuse_connects = 1000 }\n");
   const Outcome outcome = Run({"--limit", "60s", "--timeout", "1s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_EQ(Findings(outcome.out),
@@ -132,7 +132,7 @@ TEST_F(Drive, ADriverThatRefusesASecondConnectionIsReported) {
 }
 
 TEST_F(Drive, ADriverThatNeverConnectsIsReported) {
-  Write(std::string(kPatientDriver) + "[emulator.faults]\nrefuse_connects = 1000\n", kNone);
+  Write(std::string(kLongDeadline) + "[emulator.faults]\nrefuse_connects = 1000\n", kNone);
   const Outcome outcome = RunBriefly({"--timeout", "1s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("\nWRONG connect: connection: refused: the driver refuses the connection\n"));
@@ -140,7 +140,7 @@ TEST_F(Drive, ADriverThatNeverConnectsIsReported) {
 }
 
 TEST_F(Drive, ADriverThatDoesNotAnswerARequestIsReported) {
-  Write(std::string(kPatientDriver) + "[emulator.faults]\ndelay_requests_ms = 3600000\n", kNone);
+  Write(std::string(kLongDeadline) + "[emulator.faults]\ndelay_requests_ms = 3600000\n", kNone);
   const Outcome outcome = Run({"--timeout", "1s", "--limit", "300ms", "--duration", "1ms"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("\nWRONG request-time: request 12 (spsp state): no answer\n")) << outcome.out;
@@ -148,7 +148,7 @@ TEST_F(Drive, ADriverThatDoesNotAnswerARequestIsReported) {
 }
 
 TEST_F(Drive, ASlowDriverIsReported) {
-  Write(std::string(kPatientDriver) + "[emulator.faults]\ndelay_requests_ms = 60\n", kNone);
+  Write(std::string(kLongDeadline) + "[emulator.faults]\ndelay_requests_ms = 60\n", kNone);
   const Outcome outcome = Run({"--no-reconnect", "--limit", "50ms", "--duration", "1ms"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_THAT(outcome.out,
@@ -165,7 +165,7 @@ TEST_F(Drive, ADriverThatDoesNotWaitForAReplyIsReported) {
 }
 
 TEST_F(Drive, AFindingLocatesItsRecordInTheRecording) {
-  Write(kPatientDriver, std::string(kAwait) + "[[steps]]\nnotify = 4115\npath = '/a'\n");
+  Write(kLongDeadline, std::string(kAwait) + "[[steps]]\nnotify = 4115\npath = '/a'\n");
   const Outcome outcome = RunBriefly({"--record", File("port.pcapng"), "--json"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   const std::size_t found = outcome.out.find("{\"finding\":");
@@ -186,7 +186,7 @@ TEST_F(Drive, WrongInputIsRefused) {
   EXPECT_THAT(outcome.err, HasSubstr("[module] enabled = false: the module would not connect to the driver\n"));
   Write("[modul]\n", kNone);
   EXPECT_EQ(Run().code, 2);
-  Write(kPatientDriver, kNone);
+  Write(kLongDeadline, kNone);
   outcome = Run({"--record", File("no/such/directory")});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_THAT(outcome.err, HasSubstr("no/such/directory"));

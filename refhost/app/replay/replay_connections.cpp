@@ -22,9 +22,9 @@ constexpr std::chrono::milliseconds kCloseTime{1000};
 void ReplayPlayer::PlayConnect(const Packet& packet) {
   LeaveConnections(packet.header, packet.offset);
   ++totals.connections;
-  const std::shared_ptr<PlayedPort> port = driver.AwaitConnect(settings.patience);
+  const std::shared_ptr<PlayedPort> port = driver.AwaitConnect(settings.timeout);
   if (port == nullptr) {
-    impatient = true;
+    timedOut = true;
     return Report(packet, "the module did not connect");
   }
   Compare(packet, WholeBytes(packet), port->Context(), "a different connect context");
@@ -41,7 +41,7 @@ void ReplayPlayer::PlayConnect(const Packet& packet) {
 }
 
 bool ReplayPlayer::AwaitOpening(PlayedPort& port) {
-  const auto deadline = Clock::now() + settings.patience;
+  const auto deadline = Clock::now() + settings.timeout;
   while (!port.AwaitOpening(kPolicyInterval)) {
     if (Clock::now() >= deadline) return false;
     NotifyOfPolicy();
@@ -66,9 +66,9 @@ void ReplayPlayer::PlayClosed(const Packet& packet) {
     port->End();
     return;
   }
-  if (port->AwaitEnd(outline.calls ? Patience() : kCloseTime)) return;
+  if (port->AwaitEnd(outline.calls ? Timeout() : kCloseTime)) return;
   StopUnrecorded(false);
-  if (port->AwaitEnd(Patience())) return;
+  if (port->AwaitEnd(Timeout())) return;
   port->End();
   Report(packet, "the module did not close the connection");
 }

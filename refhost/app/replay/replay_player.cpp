@@ -24,8 +24,8 @@ constexpr milliseconds kSimilarAfter{1500};
 // How often the module is notified of its policy until it reads it: it misses notifications while it is busy.
 constexpr milliseconds kPolicyInterval{100};
 // After this, the module is notified even if the capture does not show why it applied its policy.
-constexpr milliseconds kPolicyPatience{1000};
-constexpr milliseconds kImpatience{2000};
+constexpr milliseconds kPolicyTimeout{1000};
+constexpr milliseconds kTimeoutAfterFailure{2000};
 constexpr milliseconds kSettleTime{1000};
 
 }  // namespace
@@ -118,10 +118,10 @@ void ReplayPlayer::PlayRequest(const Packet& packet) {
   const std::uint32_t command = CommandOf(recorded);
   const std::shared_ptr<PlayedRequest> request = AwaitRequest(packet, recorded);
   if (request == nullptr) {
-    impatient = true;
+    timedOut = true;
     return Report(packet, "the module did not send " + RequestName(command));
   }
-  impatient = false;
+  timedOut = false;
   ++totals.requests;
   Compare(packet, recorded, request->bytes, "a different request");
   lastCommands[request->thread] = command;
@@ -141,8 +141,8 @@ std::shared_ptr<PlayedRequest> ReplayPlayer::AwaitRequest(const Packet& packet, 
     return CommandOf(request.bytes) == command && Clock::now() - std::max(begin, request.arrival) >= kSimilarAfter;
   };
   auto request = port->Take(accepts, milliseconds(0));
-  while (request == nullptr && Clock::now() - begin < Patience()) {
-    const bool isLate = Clock::now() - begin >= kPolicyPatience;
+  while (request == nullptr && Clock::now() - begin < Timeout()) {
+    const bool isLate = Clock::now() - begin >= kPolicyTimeout;
     // A commit without a policy before it clears the objects, as when a host stops the module's work.
     const bool clears = command == FENLUX_COMMAND_COMMIT_MONITOR_OBJECTS && !outline.calls && !policyDue;
     if (clears && isLate) StopUnrecorded(true);
@@ -162,11 +162,11 @@ void ReplayPlayer::PlayRequestReply(const Packet& packet) {
 void ReplayPlayer::PlayNotification(const Packet& packet) {
   const std::shared_ptr<PlayedPort> port = FindPort(packet.header.connection);
   if (port == nullptr) return;
-  if (!port->AwaitStart(Patience())) return Report(packet, "the module did not start the port");
+  if (!port->AwaitStart(Timeout())) return Report(packet, "the module did not start the port");
   const auto delivery = std::make_shared<PlayedDelivery>(port->Handler(), WholeBytes(packet));
   exchanges[packet.header.exchange] = {port, nullptr, delivery, std::nullopt};
   crew.Begin(delivery);
-  delivery->AwaitProgress(Patience());
+  delivery->AwaitProgress(Timeout());
 }
 
 void ReplayPlayer::PlayJudgement(const Packet& packet) {
@@ -182,8 +182,8 @@ void ReplayPlayer::PlayNotificationReply(const Packet& packet) {
   exchanges.erase(found);
   const Bytes recorded = WholeBytes(packet);
   exchange.delivery->Judge(JudgementOf(recorded, exchange.decision, exchange.port->Context()));
-  if (!exchange.delivery->AwaitReply(Patience())) {
-    impatient = true;
+  if (!exchange.delivery->AwaitReply(Timeout())) {
+    timedOut = true;
     return Report(packet, "the module did not reply");
   }
   // In the recording, the host could not handle the notification, for reasons unrelated to the module.
@@ -214,8 +214,8 @@ void ReplayPlayer::Compare(const Packet& packet, const Bytes& recorded, const By
   if (difference) Report(packet, what, std::move(difference));
 }
 
-milliseconds ReplayPlayer::Patience() const {
-  return impatient ? std::min(kImpatience, settings.patience) : settings.patience;
+milliseconds ReplayPlayer::Timeout() const {
+  return timedOut ? std::min(kTimeoutAfterFailure, settings.timeout) : settings.timeout;
 }
 
 std::shared_ptr<PlayedPort> ReplayPlayer::FindPort(std::uint32_t connection) const {

@@ -44,8 +44,8 @@ struct ReplayTotals {
 };
 
 struct ReplaySettings {
-  bool recordedPace = false;                                      // otherwise as fast as the module answers
-  std::chrono::milliseconds patience = std::chrono::seconds(30);  // the longest wait for the module
+  bool recordedPace = false;                                     // otherwise as fast as the module answers
+  std::chrono::milliseconds timeout = std::chrono::seconds(30);  // the longest wait for the module
   std::function<void(const ReplayDifference& difference)> difference;
   std::function<void(std::uint64_t offset)> progress;
 };
@@ -97,7 +97,7 @@ class ReplayPlayer {
   // Compares a message of the module with the packet and reports a difference.
   void Compare(const capture::Packet& packet, const Bytes& recorded, const Bytes& replayed, const char* what);
   // How long to wait for the module; shorter once it has failed to do something.
-  std::chrono::milliseconds Patience() const;
+  std::chrono::milliseconds Timeout() const;
   // Null if the module has not opened the connection.
   std::shared_ptr<PlayedPort> FindPort(std::uint32_t connection) const;
 
@@ -114,7 +114,7 @@ class ReplayPlayer {
   std::unordered_map<std::uint64_t, Exchange> exchanges;       // waiting for their reply
   std::map<std::thread::id, std::uint32_t> lastCommands;       // sent last by each thread of the module
   bool policyDue = false;  // the host has notified the module of its policy, or a connection has begun
-  bool impatient = false;  // the module has failed to do something
+  bool timedOut = false;   // the module has failed to do something
   std::optional<std::uint64_t> firstTime;
   std::chrono::steady_clock::time_point startTime;
 };
