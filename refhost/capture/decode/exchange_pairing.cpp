@@ -53,8 +53,8 @@ void ExchangePairing::Add(const Packet& packet) {
   }
   if (IsReply(kind) || (kind == Kind::kJudgement && packet.header.exchange != 0)) {
     const Waiting::iterator found = Find(packet.header);
-    if (found != waiting.end() && found->header.kind == FirstKindOf(kind)) {
-      Exchange& exchange = *found;
+    if (found != waiting.end() && found->exchange.header.kind == FirstKindOf(kind)) {
+      Exchange& exchange = found->exchange;
       HeldMessage& held = IsReply(kind) ? exchange.reply.emplace() : exchange.judgement.emplace();
       Hold(held, packet);
       waitingBytes += held.bytes.size();
@@ -67,8 +67,9 @@ void ExchangePairing::Add(const Packet& packet) {
 }
 
 ExchangePairing::Waiting::iterator ExchangePairing::Find(const PacketHeader& header) {
-  const auto matches = [&header](const Exchange& exchange) {
-    return exchange.header.exchange == header.exchange && exchange.header.connection == header.connection;
+  const auto matches = [&header](const Entry& entry) {
+    const PacketHeader& first = entry.exchange.header;
+    return first.exchange == header.exchange && first.connection == header.connection;
   };
   // Usually the newest one; with a single thread, always.
   if (!waiting.empty() && matches(waiting.back())) return std::prev(waiting.end());
@@ -78,40 +79,50 @@ ExchangePairing::Waiting::iterator ExchangePairing::Find(const PacketHeader& hea
 
 void ExchangePairing::Begin(const Packet& packet) {
   if (const auto earlier = Find(packet.header); earlier != waiting.end()) GiveOut(earlier);
+  if (!waiting.empty() && !waiting.back().indexed) AddToIndex(std::prev(waiting.end()));
   if (spare.empty()) spare.emplace_back();
   waiting.splice(waiting.end(), spare, spare.begin());
-  HoldFirst(waiting.back(), packet);
-  const Key key{packet.header.connection, packet.header.exchange};
-  if (spareNodes.empty()) {
-    index.emplace(key, std::prev(waiting.end()));
-  } else {
-    Index::node_type node = std::move(spareNodes.back());
-    spareNodes.pop_back();
-    node.key() = key;
-    node.mapped() = std::prev(waiting.end());
-    index.insert(std::move(node));
-  }
+  HoldFirst(waiting.back().exchange, packet);
   waitingBytes += packet.message.size();
   while (waiting.size() > kMaxWaiting || waitingBytes > kMaxWaitingBytes) GiveOut(waiting.begin());
 }
 
-void ExchangePairing::GiveOut(Waiting::iterator exchange) {
-  sink(*exchange);
-  waitingBytes -= exchange->message.bytes.size();
-  if (exchange->judgement) waitingBytes -= exchange->judgement->bytes.size();
-  if (exchange->reply) waitingBytes -= exchange->reply->bytes.size();
-  Index::node_type node = index.extract({exchange->header.connection, exchange->header.exchange});
-  if (spareNodes.size() < kMaxSpare) spareNodes.push_back(std::move(node));
-  for (std::optional<HeldMessage>* held : {&exchange->judgement, &exchange->reply}) {
+// Not called for an exchange that ends as the newest one, which saves most of the work if one thread delivers.
+void ExchangePairing::AddToIndex(Waiting::iterator entry) {
+  const Key key{entry->exchange.header.connection, entry->exchange.header.exchange};
+  if (spareNodes.empty()) {
+    index.emplace(key, entry);
+  } else {
+    Index::node_type node = std::move(spareNodes.back());
+    spareNodes.pop_back();
+    node.key() = key;
+    node.mapped() = entry;
+    index.insert(std::move(node));
+  }
+  entry->indexed = true;
+}
+
+void ExchangePairing::GiveOut(Waiting::iterator entry) {
+  Exchange& exchange = entry->exchange;
+  sink(exchange);
+  waitingBytes -= exchange.message.bytes.size();
+  if (exchange.judgement) waitingBytes -= exchange.judgement->bytes.size();
+  if (exchange.reply) waitingBytes -= exchange.reply->bytes.size();
+  if (entry->indexed) {
+    Index::node_type node = index.extract({exchange.header.connection, exchange.header.exchange});
+    if (spareNodes.size() < kMaxSpare) spareNodes.push_back(std::move(node));
+    entry->indexed = false;
+  }
+  for (std::optional<HeldMessage>* held : {&exchange.judgement, &exchange.reply}) {
     if (*held && spareBytes.size() < kMaxSpare && (*held)->bytes.capacity() <= kMaxSpareBytes) {
       spareBytes.push_back(std::move((*held)->bytes));
     }
     held->reset();
   }
-  if (spare.size() < kMaxSpare && exchange->message.bytes.capacity() <= kMaxSpareBytes) {
-    spare.splice(spare.end(), waiting, exchange);
+  if (spare.size() < kMaxSpare && exchange.message.bytes.capacity() <= kMaxSpareBytes) {
+    spare.splice(spare.end(), waiting, entry);
   } else {
-    waiting.erase(exchange);
+    waiting.erase(entry);
   }
 }
 

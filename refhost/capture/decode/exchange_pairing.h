@@ -59,7 +59,11 @@ class ExchangePairing {
       return std::hash<std::uint64_t>()(key.exchange * 31 + key.connection);
     }
   };
-  using Waiting = std::list<Exchange>;
+  struct Entry {
+    Exchange exchange;
+    bool indexed = false;
+  };
+  using Waiting = std::list<Entry>;
   using Index = std::unordered_map<Key, Waiting::iterator, KeyHash>;
 
   // Copies the packet into `held`, which may reuse the memory of an earlier message.
@@ -68,12 +72,13 @@ class ExchangePairing {
   // The waiting exchange that the packet belongs to; the end if there is none.
   Waiting::iterator Find(const PacketHeader& header);
   void Begin(const Packet& packet);
-  void GiveOut(Waiting::iterator exchange);
+  void AddToIndex(Waiting::iterator entry);
+  void GiveOut(Waiting::iterator entry);
   void GiveOutAlone(const Packet& packet);
 
   const Sink sink;
   Waiting waiting;  // oldest first
-  Index index;
+  Index index;      // of all waiting exchanges, except that the newest may be missing
   std::size_t waitingBytes = 0;
   // Memory of exchanges that were passed on, for reuse.
   Waiting spare;

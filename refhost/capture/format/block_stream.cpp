@@ -72,7 +72,7 @@ BlockStream::Result BlockStream::Next(BlockView& block) {
   return Result::kBlock;
 }
 
-bool BlockStream::Fill(std::size_t size) {
+bool BlockStream::ReadMore(std::size_t size) {
   while (Available() < size && !atEnd) {
     if (begin > 0) {
       std::memmove(buffer.data(), At(0), Available());

@@ -77,7 +77,8 @@ class BlockStream {
 
  private:
   // Makes `size` bytes available from the current position; false if the stream has fewer.
-  bool Fill(std::size_t size);
+  bool Fill(std::size_t size) { return Available() >= size || ReadMore(size); }
+  bool ReadMore(std::size_t size);
   const std::uint8_t* At(std::size_t distance) const { return buffer.data() + begin + distance; }
   std::size_t Available() const { return end - begin; }
   std::uint32_t Read32(std::size_t distance) const;
