@@ -10,9 +10,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <boost/filesystem/operations.hpp>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 extern char** environ;
@@ -23,11 +20,6 @@ namespace {
 namespace fs = boost::filesystem;
 
 const std::string kProgram = FENLUX_PROGRAM_DIRECTORY "/fenlux-host";
-
-std::string FileText(const fs::path& file) {
-  std::ifstream stream(file.string(), std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -48,32 +40,20 @@ std::vector<std::string> Environment(const std::map<std::string, std::string>& e
 
 }  // namespace
 
-HostSetup::HostSetup() : path(fs::canonical(fs::temp_directory_path()) / fs::unique_path("fenlux-setup-%%%%%%%%")) {
-  fs::create_directory(path);
-  fs::permissions(path, fs::owner_all);
-  SetVariable("XDG_RUNTIME_DIR", path.string());
+HostSetup::HostSetup() {
+  SetVariable("XDG_RUNTIME_DIR", Path().string());
   // As if sudo ran the tests in the clone of the user who built it: root's host uses that user's files.
   struct stat status {};
   if (::stat(kProgram.c_str(), &status) == 0) SetVariable("SUDO_UID", std::to_string(status.st_uid));
 }
 
-HostSetup::~HostSetup() {
-  boost::system::error_code ignored;
-  fs::remove_all(path, ignored);
-}
-
 std::string HostSetup::Write(const std::string& name, const std::string& text) const {
-  const fs::path file = path / name;
-  std::ofstream(file.string(), std::ios::binary) << text;
-  return file.string();
+  return directory.Write(name, text).string();
 }
 
-std::string HostSetup::Read(const std::string& name) const { return FileText(path / name); }
+std::string HostSetup::Read(const std::string& name) const { return FileText(Path() / name); }
 
-std::string HostSetup::Directory(const std::string& name) const {
-  fs::create_directories(path / name);
-  return (path / name).string();
-}
+std::string HostSetup::Directory(const std::string& name) const { return directory.MakeDirectory(name).string(); }
 
 void HostSetup::WriteHost(const std::string& text) const {
   Write("host.toml", text + "\n[control]\nsocket = 'control/host.sock'\n");
@@ -87,7 +67,7 @@ void HostSetup::WriteHost(const std::string& text, const std::string& scenario) 
 Outcome HostSetup::Run(const Arguments& arguments) const { return HostProcess(*this, arguments).Wait(); }
 
 Outcome HostSetup::Control(const Arguments& arguments) const {
-  Arguments all{"ctl", "--socket", (path / "control/host.sock").string()};
+  Arguments all{"ctl", "--socket", (Path() / "control/host.sock").string()};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return Run(all);
 }

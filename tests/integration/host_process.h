@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temporary_directory.h"
+
 namespace fenlux::testing {
 
 // The time limit of every wait.
@@ -28,11 +30,8 @@ struct Outcome {
 class HostSetup {
  public:
   HostSetup();
-  ~HostSetup();
-  HostSetup(const HostSetup&) = delete;
-  HostSetup& operator=(const HostSetup&) = delete;
 
-  const boost::filesystem::path& Path() const { return path; }
+  const boost::filesystem::path& Path() const { return directory.Path(); }
   std::string Write(const std::string& name, const std::string& text) const;
   // The content of a file; empty if it cannot be read.
   std::string Read(const std::string& name) const;
@@ -53,7 +52,7 @@ class HostSetup {
   std::string ControlJson(const Arguments& arguments) const;
 
  private:
-  boost::filesystem::path path;
+  const TemporaryDirectory directory;
   std::map<std::string, std::string> variables;
 };
 
