@@ -115,7 +115,8 @@ def check_figures(page, exchanges):
         check(found, dict(numbers), table)
     answered = [exchange for exchange in notifications if "latency_us" in exchange]
     slowest = max(answered, key=lambda exchange: exchange["latency_us"])
-    subject = slowest["message"].get("path") or slowest.get("name", "")
+    message = slowest["message"]
+    subject = message.get("path") or ("malformed: " + message["error"] if "error" in message else slowest.get("name", ""))
     check(subject.replace("\\", "\\\\") in page.ids["slowest"], True, f"{subject} among the slowest")
     check(page.ids["connection-count"], str(sum(exchange["kind"] == "connect_context" for exchange in packets)),
           "connections")

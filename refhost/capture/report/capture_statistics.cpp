@@ -183,6 +183,8 @@ class Collector {
     const refhost::Report& message = report.at("message");
     const auto path = message.find("path");
     if (path != message.end() && path->is_string()) return path->get<std::string>();
+    if (const auto error = message.find("error"); error != message.end())
+      return "malformed: " + error->get<std::string>();
     return report.value("name", std::string());
   }
 

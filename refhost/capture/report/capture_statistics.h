@@ -32,7 +32,7 @@ struct ShownExchange {
   std::uint64_t exchange = 0;
   std::uint64_t offset = 0;
   std::string problem;  // empty: shown because it was slow
-  std::string subject;  // the path; without one, the name of the code or command
+  std::string subject;  // the path, or what is malformed, or the name of the code
   std::string text;     // as `decode` shows it
   std::uint64_t latency = 0;
 };
