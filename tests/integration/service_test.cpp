@@ -319,8 +319,9 @@ TEST(LogFile, IsRotatedByLogrotateWhileTheHostRuns) {
   EXPECT_EQ(second.code, 0) << second.err;
   EXPECT_TRUE(fs::exists(setup.Path() / "logs/host.log.2.gz"));
   ASSERT_TRUE(Eventually([&] { return Contains(setup.Read("logs/host.log"), "[host] configuration reloaded"); }));
+  EXPECT_EQ(setup.Control({"stop"}).code, 0);
+  EXPECT_TRUE(Eventually([&] { return Contains(setup.Read("logs/host.log"), "Driver interact exit."); }));
   EXPECT_EQ(host.Stop().code, 0);
-  EXPECT_TRUE(Contains(setup.Read("logs/host.log"), "Driver interact exit."));
 }
 
 TEST(Output, AWriteErrorGivesExitCodeOne) {
