@@ -117,7 +117,7 @@ bool PipeOperation::Write(std::string_view text, Clock::time_point deadline) {
 LineEnd PipeOperation::ReadLine(std::string& line, std::size_t maxBytes, Clock::time_point deadline) {
   line.clear();
   while (line.size() <= maxBytes) {
-    if (!Read(line, deadline)) return Clock::now() < deadline ? LineEnd::kClosed : LineEnd::kLate;
+    if (!Read(line, deadline)) return timedOut ? LineEnd::kLate : LineEnd::kClosed;
     if (line.back() != '\n') continue;
     line.pop_back();
     if (line.size() <= maxBytes) return LineEnd::kComplete;
@@ -144,6 +144,7 @@ bool PipeOperation::Read(std::string& text, Clock::time_point deadline) {
 void PipeOperation::Begin() {
   operation = {};
   operation.hEvent = done.Get();
+  timedOut = false;
   ::ResetEvent(done.Get());
 }
 
@@ -151,9 +152,9 @@ std::optional<DWORD> PipeOperation::Finish(Clock::time_point deadline) {
   const HANDLE waited[] = {done.Get(), stop};
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
   const DWORD limit = left <= 0 ? 0 : static_cast<DWORD>(std::min<decltype(left)>(left, INFINITE - 1));
-  if (::WaitForMultipleObjects(stop == nullptr ? 1 : 2, waited, FALSE, limit) != WAIT_OBJECT_0) {
-    ::CancelIoEx(pipe, &operation);
-  }
+  const DWORD ended = ::WaitForMultipleObjects(stop == nullptr ? 1 : 2, waited, FALSE, limit);
+  timedOut = ended == WAIT_TIMEOUT;  // not compared with the clock: the wait may end a little before the deadline
+  if (ended != WAIT_OBJECT_0) ::CancelIoEx(pipe, &operation);
   DWORD count = 0;
   if (!::GetOverlappedResult(pipe, &operation, &count, TRUE)) return std::nullopt;
   return count;

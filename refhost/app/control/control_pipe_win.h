@@ -68,6 +68,7 @@ class PipeOperation {
   const HANDLE stop;
   const Handle done;
   OVERLAPPED operation{};
+  bool timedOut = false;  // the last operation was cancelled at its deadline
 };
 
 }  // namespace fenlux::refhost
