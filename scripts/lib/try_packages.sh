@@ -32,10 +32,14 @@ cmake -B build . >/dev/null
 cmake --build build >/dev/null
 read -ra flags <<<"$(pkg-config --cflags --libs fenlux)"
 g++ -std=c++20 main.cpp -o with-pkg-config "${flags[@]}"
-fenlux-host run --config scripted.toml --socket "$work/host.sock" --record port.pcapng >/dev/null 2>&1
-fenlux-host decode --json --hex port.pcapng | python3 "$OLDPWD/tests/package/small_host/notifications.py" >notifications.txt
+fenlux-host run --config scripted.toml --socket "$work/host.sock" --record port.pcapng >/dev/null 2>run.log ||
+  { cat run.log >&2; exit 1; }
+fenlux-host decode --json --hex port.pcapng |
+  python3 "$OLDPWD/tests/package/small_host/notifications.py" >notifications.txt
+module=$(pkg-config --variable=module fenlux)
 for program in build/with-cmake ./with-pkg-config; do
-  echo "$program: $("$program" "$(pkg-config --variable=module fenlux)" notifications.txt)"
+  echo "-- $program"
+  "$program" "$module" notifications.txt  # fails if a verdict is not the expected one
 done
 
 apt-get purge -qq -y libfenlux0 libfenlux-dev fenlux-host fenlux-doc >/dev/null
