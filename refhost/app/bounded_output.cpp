@@ -47,7 +47,7 @@ struct BoundedOutput::Shared {
 };
 
 BoundedOutput::BoundedOutput(std::ostream& stream, const std::string& name) : shared(std::make_shared<Shared>(stream)) {
-  StartThread(name, [shared = shared] { shared->Run(); }).detach();
+  StartDetachedThread(name, [shared = shared] { shared->Run(); });
 }
 
 BoundedOutput::~BoundedOutput() {

@@ -153,7 +153,7 @@ std::future<void> ReferenceHost::StopModule() {
   });
   std::future<void> stopped = stop.get_future();
   try {
-    StartThread("stopping the module", std::move(stop)).detach();
+    StartDetachedThread("stopping the module", std::move(stop));
   } catch (const std::runtime_error& error) {
     log->Write(Severity::kProblem, std::string("[host] ") + error.what());
     return {};  // stopping the driver's side ends the module's connection

@@ -8,6 +8,8 @@
 #include <thread>
 #include <utility>
 
+#include "common/detached_thread.h"
+
 namespace fenlux::refhost {
 
 // A message that the thread for `name` cannot be started, with the system's reason and what to do.
@@ -19,6 +21,17 @@ template <typename Body>
 std::thread StartThread(std::string_view name, Body&& body) {
   try {
     return std::thread(std::forward<Body>(body));
+  } catch (const std::system_error& error) {
+    throw std::runtime_error(ThreadFailureText(name, error.code()));
+  }
+}
+
+// The same for a thread that nobody joins; returns its id. Do not detach the result of StartThread instead, because a
+// thread that ends before it is detached is a problem on Windows (common/detached_thread.h).
+template <typename Body>
+std::thread::id StartDetachedThread(std::string_view name, Body&& body) {
+  try {
+    return fenlux::StartDetachedThread(std::forward<Body>(body));
   } catch (const std::system_error& error) {
     throw std::runtime_error(ThreadFailureText(name, error.code()));
   }

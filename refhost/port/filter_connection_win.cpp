@@ -66,7 +66,7 @@ void FilterConnection::Start() {
   }
   try {
     for (std::uint32_t index = 0; index < settings.threads; ++index) {
-      StartThread("the driver port's messages", [self = shared_from_this()] { self->RunDelivery(); }).detach();
+      StartDetachedThread("the driver port's messages", [self = shared_from_this()] { self->RunDelivery(); });
     }
   } catch (const std::runtime_error& error) {
     End(error.what());

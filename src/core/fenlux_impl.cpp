@@ -2,8 +2,8 @@
 #include "core/fenlux_impl.h"
 
 #include <stdexcept>
-#include <thread>
 
+#include "common/detached_thread.h"
 #include "common/guarded.h"
 #include "common/required.h"
 
@@ -25,9 +25,9 @@ CFenluxImpl::~CFenluxImpl() {
 void CFenluxImpl::StartWork() {
   StopCurrentInteract(true);
   if (!cfgex->IsEnabled()) return;
-  std::thread([this] { ConnectionWorker(); }).detach();
+  StartDetachedThread([this] { ConnectionWorker(); });
   // A second StartWork adds a second policy worker on purpose; the second connection worker ends at once.
-  std::thread([this] { PolicyWorker(); }).detach();
+  StartDetachedThread([this] { PolicyWorker(); });
 }
 
 void CFenluxImpl::StopWork(bool clear) { StopCurrentInteract(clear); }

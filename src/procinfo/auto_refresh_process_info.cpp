@@ -3,9 +3,9 @@
 
 #include <chrono>
 #include <mutex>
-#include <thread>
 
 #include "common/clock.h"
+#include "common/detached_thread.h"
 #include "common/guarded.h"
 #include "common/log_codes.h"
 #include "common/required.h"
@@ -24,7 +24,7 @@ CAutoRefreshProcessInfo::CAutoRefreshProcessInfo(const std::shared_ptr<CGlobalCo
 
 void CAutoRefreshProcessInfo::Start() {
   RefreshAll();  // publishes the first map, so that lookups have one to search
-  std::thread([self = shared_from_this()] { self->RefreshThreadMain(); }).detach();
+  StartDetachedThread([self = shared_from_this()] { self->RefreshThreadMain(); });
   started = true;  // stopRequested is never reset: after StopRefresh, the new thread ends at once
 }
 

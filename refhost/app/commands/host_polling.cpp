@@ -10,7 +10,7 @@
 namespace fenlux::refhost {
 
 void StartPolling(std::function<void()> poll) {
-  StartThread("the policy's watch", [poll = std::move(poll)] {
+  StartDetachedThread("the policy's watch", [poll = std::move(poll)] {
     for (;;) {
       try {
         poll();
@@ -18,7 +18,7 @@ void StartPolling(std::function<void()> poll) {
       }
       std::this_thread::sleep_for(kPollInterval);
     }
-  }).detach();
+  });
 }
 
 }  // namespace fenlux::refhost

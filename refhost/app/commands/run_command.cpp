@@ -41,7 +41,7 @@ class ControlThread {
                        .refuse = [](const std::string& reason) { return EncodeRefusal(reason); }});
     });
     finished = serve.get_future();
-    StartThread("the control channel", std::move(serve)).detach();
+    StartDetachedThread("the control channel", std::move(serve));
   }
 
   // Accepts no more requests and gives the current one a short time to finish.

@@ -86,7 +86,7 @@ class DrivePlayer {
       }
     });
     const std::future<void> done = run.get_future();
-    StartThread("a step of the checklist", std::move(run)).detach();
+    StartDetachedThread("a step of the checklist", std::move(run));
     return Await([&] { return done.wait_for(milliseconds(0)) == std::future_status::ready; }, settings.timeout);
   }
   bool RunSteps(const std::vector<DriveStep>& steps) {

@@ -72,7 +72,7 @@ void DeliveryCrew::Begin(std::shared_ptr<PlayedDelivery> delivery) {
     more = shared->idle < shared->waiting.size();
   }
   shared->changed.notify_one();
-  if (more) StartThread("deliveries", [shared = shared] { Serve(shared); }).detach();
+  if (more) StartDetachedThread("deliveries", [shared = shared] { Serve(shared); });
 }
 
 void DeliveryCrew::Serve(const std::shared_ptr<Shared>& shared) {

@@ -27,7 +27,7 @@ bool HostCalls::Begin(const std::string& operation, const ControlArguments& argu
   const ControlOperation* const known = FindControlOperation(operation);
   if (known == nullptr || known->hostOnly) return false;
   const auto call = std::make_shared<Call>();
-  std::thread thread = StartThread("a call of the host", [call, known, arguments, context = context] {
+  call->thread = StartDetachedThread("a call of the host", [call, known, arguments, context = context] {
     try {
       Owner owner(context);
       known->run(owner, arguments);
@@ -37,8 +37,6 @@ bool HostCalls::Begin(const std::string& operation, const ControlArguments& argu
     call->done = true;
     call->changed.notify_all();
   });
-  call->thread = thread.get_id();
-  thread.detach();
   calls.push_back(call);
   return true;
 }

@@ -3,7 +3,8 @@
 
 #include <exception>
 #include <system_error>
-#include <thread>
+
+#include "common/detached_thread.h"
 
 namespace fenlux::capture {
 namespace {
@@ -27,7 +28,7 @@ RecordingSession::RecordingSession(const RecordingSettings& recordingSettings)
 std::shared_ptr<RecordingSession> RecordingSession::Begin(const RecordingSettings& settings) {
   auto session = std::make_shared<RecordingSession>(settings);
   try {
-    std::thread([session] { session->RunWriter(); }).detach();
+    StartDetachedThread([session] { session->RunWriter(); });
   } catch (const std::system_error& error) {
     throw RecordingError(std::string("the writer's thread cannot be started: ") + error.what());
   }

@@ -31,7 +31,7 @@ LogSettings ReadLogSettings(const ConfigTable& table) {
 
 LogService::LogService(const LogSettings& settings, std::shared_ptr<std::FILE> openedFile)
     : queue(std::make_shared<LogQueue>(settings, std::move(openedFile))) {
-  StartThread("the log's writer", [queue = queue] { queue->RunWriter(); }).detach();
+  StartDetachedThread("the log's writer", [queue = queue] { queue->RunWriter(); });
 }
 
 LogService::~LogService() {

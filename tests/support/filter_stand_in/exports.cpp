@@ -9,8 +9,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 
+#include "common/detached_thread.h"
 #include "kdi/driver_records.h"
 #include "tests/support/filter_stand_in/filter_stand_in.h"
 
@@ -42,7 +42,7 @@ void PlayByItself(const void* request, DWORD size) {
   if (words == nullptr || size < sizeof(header)) return;
   std::memcpy(&header, request, sizeof(header));
   if (header.command.value() != static_cast<std::uint32_t>(records::Command::kDriverVersion)) return;
-  if (!played.exchange(true)) std::thread(&Play, std::strtoull(words, nullptr, 10)).detach();
+  if (!played.exchange(true)) fenlux::StartDetachedThread([count = std::strtoull(words, nullptr, 10)] { Play(count); });
 }
 
 }  // namespace

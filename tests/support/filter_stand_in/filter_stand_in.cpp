@@ -10,9 +10,9 @@
 #include <map>
 #include <mutex>
 #include <string_view>
-#include <thread>
 #include <utility>
 
+#include "common/detached_thread.h"
 #include "kdi/driver_records.h"
 
 namespace fenlux::testing {
@@ -162,7 +162,7 @@ HRESULT FilterStandIn::Body::Connect(const wchar_t* name, const void* context, s
     return result;
   }
   port->client = client;
-  std::thread([self = shared_from_this(), port] { self->Watch(port); }).detach();
+  StartDetachedThread([self = shared_from_this(), port] { self->Watch(port); });
   const std::lock_guard lock(mutex);
   ++connects;
   newestPort = port;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/detached_thread.h"
 #include "tests/support/test_timeout.h"
 #include "tests/unit/module/module_test.h"
 
@@ -30,10 +31,10 @@ template <class T>
 bool StoreReturns(const std::shared_ptr<AtomicHandle<T>>& handle, std::shared_ptr<T> replacement) {
   std::promise<void> stored;
   std::future<void> returned = stored.get_future();
-  std::thread([handle, replacement = std::move(replacement), stored = std::move(stored)]() mutable {
+  StartDetachedThread([handle, replacement = std::move(replacement), stored = std::move(stored)]() mutable {
     handle->Store(std::move(replacement));
     stored.set_value();
-  }).detach();
+  });
   return returned.wait_for(kTestTimeout) == std::future_status::ready;
 }
 

@@ -405,7 +405,7 @@ class ConnectedModuleDestruction : public ConnectedModule {
     auto module = std::make_shared<CFenluxImpl>(host.Context());
     Gate().FailAt("CPortClient::Wait", 1, Failure::kStandard);
     Gate().FailAt("CLog::LogProblem", 1, Failure::kStandard);
-    std::thread([worked = module.get()] { worked->ConnectionWorker(); }).detach();
+    StartDetachedThread([worked = module.get()] { worked->ConnectionWorker(); });
     EXPECT_TRUE(Clock().AwaitParked(5s));
     EXPECT_TRUE(Clock().AwaitPauses(std::chrono::milliseconds(Settings().refreshInterval), 1));
     Clock().Reset();

@@ -156,8 +156,13 @@ TEST(Layout, EveryIncludeOfTheModuleExists) {
 }
 
 TEST(Layout, TheReferenceHostIncludesOnlyTheContract) {
-  std::set<std::string> contract{"core/fenlux.h",        "kdi/drvx_control.h", "kdi/kdi_base.h",
-                                 "kdi/driver_records.h", "common/mutex.h",     "common/thread_annotations.h"};
+  std::set<std::string> contract{"core/fenlux.h",
+                                 "kdi/drvx_control.h",
+                                 "kdi/kdi_base.h",
+                                 "kdi/driver_records.h",
+                                 "common/detached_thread.h",
+                                 "common/mutex.h",
+                                 "common/thread_annotations.h"};
   const std::set<std::string> permitted = contract;
   for (const SourceFile& file : Read("refhost")) {
     for (const std::string& include : file.includes) {
@@ -169,6 +174,21 @@ TEST(Layout, TheReferenceHostIncludesOnlyTheContract) {
     }
   }
   for (const std::string& header : contract) ADD_FAILURE() << "no file of the reference host includes " << header;
+}
+
+// common/detached_thread.h says why.
+TEST(Layout, ThreadsAreDetachedInOnePlace) {
+  // The second one gives up threads that do not end in time.
+  std::set<std::string> expected{"src/common/detached_thread.h", "refhost/emulator/sources/thread_crew.cpp"};
+  for (const char* const tree : {"src", "refhost"}) {
+    for (const SourceFile& file : Read(tree)) {
+      const std::string name = std::string(tree) + "/" + file.name;
+      std::ifstream in((kRoot / name).string());
+      const std::string text{std::istreambuf_iterator<char>(in), {}};
+      EXPECT_EQ(text.find("detach()") != std::string::npos, expected.erase(name) == 1) << name;
+    }
+  }
+  EXPECT_TRUE(expected.empty()) << *expected.begin();
 }
 
 TEST(Layout, TheBaseOfTheReferenceHostIncludesNoHostInterface) {

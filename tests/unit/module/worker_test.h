@@ -2,6 +2,7 @@
 // clock or blocked in a port client, and keeps the module object they use alive for good.
 #pragma once
 
+#include "common/detached_thread.h"
 #include "tests/support/turnstile.h"
 #include "tests/unit/module/module_test.h"
 
@@ -17,10 +18,10 @@ class WorkerTest : public ModuleTest {
   }
 
   void StartConnectionWorker() {
-    std::thread([module = impl.get()] { module->ConnectionWorker(); }).detach();
+    StartDetachedThread([module = impl.get()] { module->ConnectionWorker(); });
   }
   void StartPolicyWorker() {
-    std::thread([module = impl.get()] { module->PolicyWorker(); }).detach();
+    StartDetachedThread([module = impl.get()] { module->PolicyWorker(); });
   }
   // Starts a connection worker, waits until it is connected, and clears the journal.
   void Connect() {
