@@ -32,9 +32,11 @@ void* AllocateAligned(std::size_t size, std::align_val_t alignment) noexcept {
   return Fails() ? nullptr : std::aligned_alloc(boundary, (size + boundary - 1) / boundary * boundary);
 }
 
+// Like the replaced operators, calls the program's handler, if it has one. Handlers here always throw.
 void* OrThrow(void* memory) {
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
+  if (memory != nullptr) return memory;
+  if (const std::new_handler handler = std::get_new_handler(); handler != nullptr) handler();
+  throw std::bad_alloc();
 }
 
 }  // namespace
