@@ -40,17 +40,24 @@ class DriverPort {
   bool SetStarted() { return !started.exchange(true); }
 
   // Limits how many more notifications may be delivered; 0 and the initial state mean no limit.
-  void LimitDeliveries(std::uint64_t count) { budget = count == 0 ? kUnlimited : static_cast<std::int64_t>(count); }
+  void LimitDeliveries(std::uint64_t count) {
+    const MutexLock lock(budgetMutex);
+    budget = count == 0 ? kUnlimited : static_cast<std::int64_t>(count);
+  }
   // Whether a notification can be delivered now.
   bool Deliverable() const { return started && !Ended() && budget != 0; }
-  enum class Ticket { kNone, kOneOfMany, kLast };
-  // Takes the right to deliver one notification; the last one within the limit is kLast.
-  Ticket TakeTicket() {
-    std::int64_t left = budget;
-    while (left > 0) {
-      if (budget.compare_exchange_weak(left, left - 1)) return left == 1 ? Ticket::kLast : Ticket::kOneOfMany;
-    }
-    return left == 0 ? Ticket::kNone : Ticket::kOneOfMany;
+  enum class Place { kNone, kOneOfMany, kLast };
+  // Calls `begin`, which begins a delivery or returns false, and returns the delivery's place within the limit; kNone
+  // if there is none. Those within the limit begin one after the other, so all others have begun when the last one
+  // does.
+  template <typename Begin>
+  Place BeginDelivery(const Begin& begin) {
+    if (budget == kUnlimited) return begin() ? Place::kOneOfMany : Place::kNone;
+    const MutexLock lock(budgetMutex);
+    const std::int64_t left = budget;
+    if (left == 0 || !begin()) return Place::kNone;
+    if (left != kUnlimited) budget = left - 1;
+    return left == 1 ? Place::kLast : Place::kOneOfMany;
   }
 
   bool Ended() const { return ended; }
@@ -84,6 +91,8 @@ class DriverPort {
   std::atomic<std::uint32_t> clientType{0};
   std::atomic<bool> started{false};
   std::atomic<bool> ended{false};
+  Mutex budgetMutex;  // taken before a slot's lock (pending_answers.h)
+  // Written with the lock held.
   std::atomic<std::int64_t> budget{kUnlimited};
   Mutex mutex;  // orders the end of the port and the waits for it
   std::condition_variable endedChanged;

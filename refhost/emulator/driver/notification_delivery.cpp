@@ -12,10 +12,12 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
                                        const DeliveryOptions& options) noexcept {
   const std::shared_ptr<DriverPort> port = connections.CurrentPort();
   if (port == nullptr || !port->Deliverable()) return {};
-  const DriverPort::Ticket ticket = port->TakeTicket();
-  if (ticket == DriverPort::Ticket::kNone) return {};
-  const auto start = std::chrono::steady_clock::now();
-  if (!slot.Open(port, notification.Code(), start + settings.deadline, options.release)) return {};
+  std::chrono::steady_clock::time_point start;
+  const DriverPort::Place place = port->BeginDelivery([&] {
+    start = std::chrono::steady_clock::now();
+    return slot.Open(port, notification.Code(), start + settings.deadline, options.release);
+  });
+  if (place == DriverPort::Place::kNone) return {};
   if (options.release != nullptr) options.release->Delivered();
 
   DecisionScope scope(decisions, notification.Code(), options.operation);
@@ -24,7 +26,7 @@ Delivery NotificationDelivery::Deliver(AnswerSlot& slot, const NotificationView&
   const auto end = [this, &port] {
     connections.End(port, UnjudgedCause::kConnectionEnded, "the notification limit of the connection is reached");
   };
-  const bool last = ticket == DriverPort::Ticket::kLast;
+  const bool last = place == DriverPort::Place::kLast;
   if (last && options.holdUntilEnd) end();
   HoldReply(*port, options);
 
