@@ -20,29 +20,26 @@ bool IsReply(Kind kind) { return kind == Kind::kRequestReply || kind == Kind::kN
 // The kind that an exchange with this message began with.
 Kind FirstKindOf(Kind kind) { return kind == Kind::kRequestReply ? Kind::kRequest : Kind::kNotification; }
 
+// Copies the packet over whatever `held` held before.
+void Hold(HeldMessage& held, const Packet& packet) {
+  held.time = packet.time;
+  held.originalSize = packet.originalSize;
+  held.bytes.assign(packet.message.begin(), packet.message.end());
+  if (!packet.comment.empty() || !held.comment.empty()) held.comment = packet.comment;
+}
+
+void HoldFirst(Exchange& exchange, const Packet& packet) {
+  exchange.header = packet.header;
+  exchange.offset = packet.offset;
+  exchange.dropped = packet.dropped;
+  Hold(exchange.message, packet);
+}
+
 }  // namespace
 
 std::optional<std::uint64_t> Exchange::Latency() const {
   if (!reply || reply->time < message.time) return std::nullopt;
   return reply->time - message.time;
-}
-
-void ExchangePairing::Hold(HeldMessage& held, const Packet& packet) {
-  if (held.bytes.capacity() == 0 && !spareBytes.empty()) {
-    held.bytes = std::move(spareBytes.back());
-    spareBytes.pop_back();
-  }
-  held.time = packet.time;
-  held.originalSize = packet.originalSize;
-  held.bytes.assign(packet.message.begin(), packet.message.end());
-  held.comment = packet.comment;
-}
-
-void ExchangePairing::HoldFirst(Exchange& exchange, const Packet& packet) {
-  exchange.header = packet.header;
-  exchange.offset = packet.offset;
-  exchange.dropped = packet.dropped;
-  Hold(exchange.message, packet);
 }
 
 void ExchangePairing::Add(const Packet& packet) {
@@ -55,9 +52,10 @@ void ExchangePairing::Add(const Packet& packet) {
     const Waiting::iterator found = Find(packet.header);
     if (found != waiting.end() && found->exchange.header.kind == FirstKindOf(kind)) {
       Exchange& exchange = found->exchange;
-      HeldMessage& held = IsReply(kind) ? exchange.reply.emplace() : exchange.judgement.emplace();
-      Hold(held, packet);
-      waitingBytes += held.bytes.size();
+      OptionalMessage& part = IsReply(kind) ? exchange.reply : exchange.judgement;
+      if (part) waitingBytes -= part->bytes.size();  // an earlier judgement
+      Hold(part.Set(), packet);
+      waitingBytes += packet.message.size();
       exchange.dropped += packet.dropped;
       if (IsReply(kind)) GiveOut(found);
       return;
@@ -113,13 +111,11 @@ void ExchangePairing::GiveOut(Waiting::iterator entry) {
     if (spareNodes.size() < kMaxSpare) spareNodes.push_back(std::move(node));
     entry->indexed = false;
   }
-  for (std::optional<HeldMessage>* held : {&exchange.judgement, &exchange.reply}) {
-    if (*held && spareBytes.size() < kMaxSpare && (*held)->bytes.capacity() <= kMaxSpareBytes) {
-      spareBytes.push_back(std::move((*held)->bytes));
-    }
-    held->reset();
-  }
-  if (spare.size() < kMaxSpare && exchange.message.bytes.capacity() <= kMaxSpareBytes) {
+  const std::size_t capacity =
+      exchange.message.bytes.capacity() + exchange.judgement.Capacity() + exchange.reply.Capacity();
+  if (spare.size() < kMaxSpare && capacity <= kMaxSpareBytes) {
+    exchange.judgement.Reset();
+    exchange.reply.Reset();
     spare.splice(spare.end(), waiting, entry);
   } else {
     waiting.erase(entry);

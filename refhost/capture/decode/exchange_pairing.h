@@ -22,14 +22,35 @@ struct HeldMessage {
   std::string comment;
 };
 
+// A message that an exchange may have. Unlike std::optional, it keeps its memory for the next message when it is reset.
+class OptionalMessage {
+ public:
+  explicit operator bool() const { return present; }
+  const HeldMessage& operator*() const { return message; }
+  HeldMessage& operator*() { return message; }
+  const HeldMessage* operator->() const { return &message; }
+  HeldMessage* operator->() { return &message; }
+  // The message, with whatever it held before.
+  HeldMessage& Set() {
+    present = true;
+    return message;
+  }
+  void Reset() { present = false; }
+  std::size_t Capacity() const { return message.bytes.capacity(); }
+
+ private:
+  HeldMessage message;
+  bool present = false;
+};
+
 // A request or a notification with its judgement and reply, or any other message alone.
 struct Exchange {
   PacketHeader header;        // of the first message
   std::uint64_t offset = 0;   // of the first message in the file
   std::uint64_t dropped = 0;  // messages lost before it
   HeldMessage message;
-  std::optional<HeldMessage> judgement;
-  std::optional<HeldMessage> reply;  // empty: none in the capture
+  OptionalMessage judgement;
+  OptionalMessage reply;  // empty: none in the capture
 
   // From message to reply, in nanoseconds; nullopt without a reply, or if the clock was set back in between.
   std::optional<std::uint64_t> Latency() const;
@@ -66,9 +87,6 @@ class ExchangePairing {
   using Waiting = std::list<Entry>;
   using Index = std::unordered_map<Key, Waiting::iterator, KeyHash>;
 
-  // Copies the packet into `held`, which may reuse the memory of an earlier message.
-  void Hold(HeldMessage& held, const Packet& packet);
-  void HoldFirst(Exchange& exchange, const Packet& packet);
   // The waiting exchange that the packet belongs to; the end if there is none.
   Waiting::iterator Find(const PacketHeader& header);
   void Begin(const Packet& packet);
@@ -83,7 +101,6 @@ class ExchangePairing {
   // Memory of exchanges that were passed on, for reuse.
   Waiting spare;
   std::vector<Index::node_type> spareNodes;
-  std::vector<std::vector<std::uint8_t>> spareBytes;
 };
 
 }  // namespace fenlux::capture

@@ -82,6 +82,39 @@ TEST_F(ExchangePairingTest, NothingOfAnEarlierExchangeIsLeftInALaterOne) {
   EXPECT_THAT(found, ElementsAre("1jr", "3r", "2r"));
 }
 
+TEST_F(ExchangePairingTest, AnExchangeHasNoCommentOfAnEarlierOne) {
+  std::vector<std::string> comments;
+  ExchangePairing commented{[&](const Exchange& exchange) {
+    comments.push_back(exchange.message.comment);
+    comments.push_back(exchange.reply->comment);
+  }};
+  for (const char* const comment : {"failed", ""}) {
+    Packet packet;
+    packet.comment = comment;
+    packet.header = {Kind::kRequest, 1, 1};
+    commented.Add(packet);
+    packet.header.kind = Kind::kRequestReply;
+    commented.Add(packet);
+  }
+  EXPECT_THAT(comments, ElementsAre("failed", "failed", "", ""));
+}
+
+// The bytes of all waiting exchanges are limited to 64 MiB.
+TEST_F(ExchangePairingTest, AJudgementThatReplacesAnotherTakesNoMoreMemory) {
+  const std::vector<std::uint8_t> mebibyte(std::size_t{1} << 20);
+  Begin(1);
+  for (int count = 0; count < 100; ++count) {
+    Packet packet;
+    packet.header = {Kind::kJudgement, 1, 1};
+    packet.message = mebibyte;
+    pairing.Add(packet);
+  }
+  Begin(2);
+  Reply(1);
+  Reply(2);
+  EXPECT_THAT(found, ElementsAre("1jr", "2r"));
+}
+
 TEST_F(ExchangePairingTest, ManyExchangesWithoutRepliesArePassedOnOldestFirst) {
   constexpr std::uint64_t kCount = 70'000;
   for (std::uint64_t exchange = 1; exchange <= kCount; ++exchange) Begin(exchange);

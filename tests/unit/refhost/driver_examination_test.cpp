@@ -58,7 +58,7 @@ class Recording {
     exchange.message.bytes.resize(12);
     FenluxStoreU32(exchange.message.bytes.data() + 8, command);
     exchange.message.originalSize = 65561;
-    HeldMessage& reply = exchange.reply.emplace();
+    HeldMessage& reply = exchange.reply.Set();
     reply.time = time += kMillisecond;
     if (command == 13) {
       reply.bytes.resize(65561);
@@ -71,7 +71,7 @@ class Recording {
     Exchange& exchange = Add(Kind::kNotification, 1);
     exchange.message.originalSize = message.size();
     exchange.message.bytes = std::move(message);
-    HeldMessage& reply = exchange.reply.emplace();
+    HeldMessage& reply = exchange.reply.Set();
     reply.time = time += kMillisecond;
     reply.originalSize = 156;
   }
@@ -144,7 +144,7 @@ const std::vector<Fault> kFaults{
      [](Recording& recording) { recording.Request(2, 24).reply->comment = "bad parameter"; }},
     {"never answers a request", "WRONG request-time: request 12 (spsp state): no answer",
      [](Recording& recording) {
-       recording.Request(2, 12).reply.reset();
+       recording.Request(2, 12).reply.Reset();
        recording.Pass(2001);
      }},
     {"answers a request late",
@@ -304,7 +304,7 @@ TEST(DriverExamination, EscapesTheDriversTexts) {
 
 TEST(DriverExamination, ARequestAtTheEndOfTheRecordingMayLackItsAnswer) {
   Recording recording;
-  recording.Request(2, 12).reply.reset();
+  recording.Request(2, 12).reply.Reset();
   EXPECT_EQ(recording.Findings(), std::vector<std::string>());
 }
 
