@@ -117,9 +117,7 @@ boost::filesystem::path ConfigTable::Node::ReadPath(const toml::node& value, con
 std::shared_ptr<ConfigTable::Node> ConfigTable::Node::Child(const toml::table* child,
                                                             const toml::source_position& childPlace,
                                                             std::string childName) {
-  for (const std::shared_ptr<Node>& existing : children) {
-    if (existing->name == childName) return existing;
-  }
+  if (const auto existing = childrenByName.find(childName); existing != childrenByName.end()) return existing->second;
   auto node = std::make_shared<Node>();
   node->source = source;
   node->table = child;
@@ -127,6 +125,7 @@ std::shared_ptr<ConfigTable::Node> ConfigTable::Node::Child(const toml::table* c
   node->name = std::move(childName);
   node->quiet = quiet;
   children.push_back(node);
+  childrenByName.emplace(node->name, node);
   return node;
 }
 

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "refhost/base/config/config_reader.h"
@@ -31,7 +32,8 @@ struct ConfigTable::Node {
   std::string name;                    // dotted; empty for the root
   bool quiet = false;                  // nothing is reported, because the file itself could not be read
   std::set<std::string, std::less<>> known;
-  std::vector<std::shared_ptr<Node>> children;
+  std::vector<std::shared_ptr<Node>> children;  // in the order of their first use
+  std::unordered_map<std::string_view, std::shared_ptr<Node>> childrenByName;
   bool finished = false;
 
   // The full name of a key of this table; of the table itself if the key is empty.
