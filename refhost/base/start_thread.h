@@ -26,8 +26,8 @@ std::thread StartThread(std::string_view name, Body&& body) {
   }
 }
 
-// The same for a thread that nobody joins; returns its id. Do not detach the result of StartThread instead, because a
-// thread that ends before it is detached is a problem on Windows (common/detached_thread.h).
+// The same for a thread that nobody joins; returns its id. Do not detach the result of StartThread instead: on Windows
+// that can lose the next thread (common/detached_thread.h).
 template <typename Body>
 std::thread::id StartDetachedThread(std::string_view name, Body&& body) {
   try {

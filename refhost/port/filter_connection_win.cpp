@@ -68,7 +68,7 @@ void FilterConnection::Start() {
     for (std::uint32_t index = 0; index < settings.threads; ++index) {
       StartDetachedThread("the driver port's messages", [self = shared_from_this()] { self->RunDelivery(); });
     }
-  } catch (const std::runtime_error& error) {
+  } catch (const std::exception& error) {
     End(error.what());
     StopThreadsIfIdle();
     throw;

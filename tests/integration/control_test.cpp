@@ -249,7 +249,7 @@ TEST(ControlSocket, CannotBeSharedByTwoHostsAtItsDefaultPath) {
 
 TEST_F(Control, RefusesARequestBeyondTheLimitBeforeSendingIt) {
   std::string items;
-  for (int count = 0; count < 12'000; ++count)
+  for (int count = 0; count < 11'000; ++count)
     items += "[[items]]\nopaque = '" + std::string(96, '0') + "'\nvalue = 5\n";
   const Outcome outcome = setup.Control({"net-control", "add", "1", setup.Write("items.toml", items)});
   EXPECT_EQ(outcome.code, 2);

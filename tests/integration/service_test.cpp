@@ -246,8 +246,8 @@ TEST_F(RenamedLogFile, StaysOpenIfItCannotBeOpenedAgain) {
   Host().Signal(SIGHUP);
   EXPECT_TRUE(Host().WaitForError("[host] still logging to the old file: the log file " + file.string() +
                                   " cannot be opened for writing: Is a directory\n"));
+  EXPECT_TRUE(Eventually([&] { return Contains(TextOf(renamed), "configuration reloaded"); }));
   EXPECT_EQ(Host().Stop().code, 0);
-  EXPECT_TRUE(Contains(TextOf(renamed), "configuration reloaded"));
 }
 
 // The installed snippet with the log's directory, its owner and the service replaced by the test's own.

@@ -91,10 +91,11 @@ class ControlListener::Body {
   void Serve(const ControlReplies& replies) {
     std::vector<std::thread> others;
     try {
+      others.reserve(pipes.size() - 1);  // so that no started thread is lost if memory runs out
       for (std::size_t index = 1; index < pipes.size(); ++index) {
         others.emplace_back([this, &replies, index] { ServeInstance(pipes[index].Get(), replies); });
       }
-    } catch (const std::system_error&) {  // serve fewer clients at once
+    } catch (const std::exception&) {  // no memory or no thread: serve fewer clients at once
     }
     ServeInstance(pipes.front().Get(), replies);
     for (std::thread& other : others) other.join();
@@ -110,16 +111,22 @@ class ControlListener::Body {
     PipeOperation operation(pipe, stop.Get());
     while (!Stopped()) {
       if (operation.Accept(Clock::time_point::max())) {
-        const std::string reply = ReplyTo(operation, replies);
-        if (!reply.empty() && operation.Write(reply + "\n", Deadline())) {
-          // Disconnecting discards what the client has not read yet.
-          operation.AwaitClose(Deadline());
+        try {
+          Answer(operation, replies);
+        } catch (const std::bad_alloc&) {  // the client gets no answer
         }
       } else if (!Stopped()) {
         ::WaitForSingleObject(stop.Get(), 100);  // do not spin on a broken pipe
       }
       ::DisconnectNamedPipe(pipe);
     }
+  }
+
+  void Answer(PipeOperation& operation, const ControlReplies& replies) {
+    const std::string reply = ReplyTo(operation, replies);
+    if (reply.empty() || !operation.Write(reply + "\n", Deadline())) return;
+    // Disconnecting discards what the client has not read yet.
+    operation.AwaitClose(Deadline());
   }
 
   // The reply; empty if the client gets none.

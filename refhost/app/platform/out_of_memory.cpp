@@ -1,10 +1,12 @@
 // A terminate handler for std::bad_alloc, what it needs to recognize one, and the message.
 #include "refhost/app/platform/out_of_memory.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <thread>
 
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/platform/process_end.h"
@@ -13,18 +15,22 @@ namespace fenlux::refhost {
 namespace {
 
 std::terminate_handler previousHandler = nullptr;
-thread_local bool allocationFailed = false;
+// Not thread_local: on Windows, the first use of such a variable allocates.
+std::atomic<std::thread::id> lastThreadWithoutMemory;
 
-// operator new calls this instead of throwing.
+// operator new calls this when an allocation fails.
 [[noreturn]] void OnFailedAllocation() {
-  allocationFailed = true;
+  lastThreadWithoutMemory = std::this_thread::get_id();
   throw std::bad_alloc();
 }
 
 bool MemoryRanOut() {
   const std::exception_ptr current = std::current_exception();
-  // An optimized noexcept function terminates without catching the exception, so its type is not known.
-  if (current == nullptr) return allocationFailed && std::uncaught_exceptions() > 0;
+  // An inlined noexcept function may terminate without catching the exception (GCC 12), so its type is not known. If
+  // memory ran out earlier on this thread, another exception that ends this way is taken for it.
+  if (current == nullptr) {
+    return std::uncaught_exceptions() > 0 && lastThreadWithoutMemory.load() == std::this_thread::get_id();
+  }
   try {
     std::rethrow_exception(current);
   } catch (const std::bad_alloc&) {

@@ -1,4 +1,7 @@
 // One port that the module opens: its parameters and its state. A port that has ended is never reopened.
+//
+// Locks: the budget's lock is taken before the lock of a slot (pending_answers.h), and after the lock that connecting
+// takes (driver_connections.h).
 #pragma once
 
 #include <atomic>
@@ -47,9 +50,9 @@ class DriverPort {
   // Whether a notification can be delivered now.
   bool Deliverable() const { return started && !Ended() && budget != 0; }
   enum class Place { kNone, kOneOfMany, kLast };
-  // Calls `begin`, which begins a delivery or returns false, and returns the delivery's place within the limit; kNone
-  // if there is none. Those within the limit begin one after the other, so all others have begun when the last one
-  // does.
+  // Calls `begin`, which begins a delivery or returns false. Returns kLast for the last delivery within the limit, and
+  // kNone if the limit is used up or `begin` returned false. With a limit, calls of `begin` do not overlap: when one
+  // delivery is the last, all others have begun.
   template <typename Begin>
   Place BeginDelivery(const Begin& begin) {
     if (budget == kUnlimited) return begin() ? Place::kOneOfMany : Place::kNone;
@@ -91,8 +94,8 @@ class DriverPort {
   std::atomic<std::uint32_t> clientType{0};
   std::atomic<bool> started{false};
   std::atomic<bool> ended{false};
-  Mutex budgetMutex;  // taken before a slot's lock (pending_answers.h)
-  // Written with the lock held.
+  Mutex budgetMutex;
+  // Written under budgetMutex. Deliverable, and deliveries without a limit, read it without.
   std::atomic<std::int64_t> budget{kUnlimited};
   Mutex mutex;  // orders the end of the port and the waits for it
   std::condition_variable endedChanged;

@@ -30,6 +30,13 @@ void FailOtherwise() {
   throw std::runtime_error("a bug");
 }
 
+void SurviveAFailedAllocation() {
+  try {
+    std::get_new_handler()();
+  } catch (const std::bad_alloc&) {
+  }
+}
+
 class OutOfMemory : public ::testing::Test {
  protected:
   OutOfMemory() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
@@ -41,8 +48,10 @@ TEST_F(OutOfMemory, IsReportedEvenIfTheExceptionIsNotCaughtBeforeTerminating) {
   EXPECT_EXIT((HandleOutOfMemory(), FailToAllocateInANoexceptFunction()), reported, "fenlux-host: out of memory");
 }
 
-TEST_F(OutOfMemory, IsNotTheReasonOfOtherExceptions) {
-  EXPECT_EXIT((HandleOutOfMemory(), FailOtherwise()), ::testing::KilledBySignal(SIGABRT), "terminate called");
+TEST_F(OutOfMemory, IsNotReportedForOtherExceptions) {
+  const ::testing::KilledBySignal aborted(SIGABRT);
+  EXPECT_EXIT((HandleOutOfMemory(), FailOtherwise()), aborted, "terminate called");
+  EXPECT_EXIT((HandleOutOfMemory(), SurviveAFailedAllocation(), std::terminate()), aborted, "terminate called");
 }
 
 }  // namespace
