@@ -164,6 +164,11 @@ bool PlayedPort::AwaitOpening(std::chrono::milliseconds limit) {
   return answering != Answering::kOpening;
 }
 
+void PlayedPort::IfOpening(const std::function<void()>& action) {
+  const MutexLock lock(mutex);
+  if (answering == Answering::kOpening) action();
+}
+
 bool PlayedPort::AwaitEnd(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   MutexLock lock(mutex);

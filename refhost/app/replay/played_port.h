@@ -1,8 +1,8 @@
 // The driver's side of the port in a replay. The module's calls wait here until the player reaches their place in
 // the capture, so that the module's threads see events in the recorded order.
 //
-// The module's calls run on its own threads, everything else on the player's. Each port has one lock, and no code
-// of the module runs under it.
+// The module's calls run on its own threads, everything else on the player's. Each port has one lock. The action of
+// IfOpening runs under it, and no other code of the module.
 #pragma once
 
 #include <chrono>
@@ -70,6 +70,8 @@ class PlayedPort {
   bool AwaitStart(std::chrono::milliseconds limit);
   bool AwaitOpening(std::chrono::milliseconds limit);
   bool AwaitEnd(std::chrono::milliseconds limit);
+  // Runs the action if the port still answers the opening itself; the module cannot send the opening's end meanwhile.
+  void IfOpening(const std::function<void()>& action);
 
   // Takes and returns the first request that `accepts` accepts and that is not taken; null if there is none within the
   // limit. Calls `accepts` repeatedly, because its result may depend on the time.

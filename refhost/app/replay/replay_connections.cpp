@@ -44,7 +44,7 @@ bool ReplayPlayer::AwaitOpening(PlayedPort& port) {
   const auto deadline = Clock::now() + settings.timeout;
   while (!port.AwaitOpening(kPolicyInterval)) {
     if (Clock::now() >= deadline) return false;
-    NotifyOfPolicy();
+    port.IfOpening([this] { NotifyOfPolicy(); });
   }
   policyDue = false;
   return true;
