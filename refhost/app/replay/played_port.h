@@ -70,7 +70,7 @@ class PlayedPort {
   bool AwaitStart(std::chrono::milliseconds limit);
   bool AwaitOpening(std::chrono::milliseconds limit);
   bool AwaitEnd(std::chrono::milliseconds limit);
-  // Runs the action if the port still answers the opening itself; the module cannot send the opening's end meanwhile.
+  // Runs the action if the port still answers the opening itself. The opening cannot end while the action runs.
   void IfOpening(const std::function<void()>& action);
 
   // Takes and returns the first request that `accepts` accepts and that is not taken; null if there is none within the

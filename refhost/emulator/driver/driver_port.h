@@ -1,7 +1,7 @@
 // One port that the module opens: its parameters and its state. A port that has ended is never reopened.
 //
-// Locks: the budget's lock is taken before the lock of a slot (pending_answers.h), and after the lock that connecting
-// takes (driver_connections.h).
+// Locks: budgetMutex is taken before the lock of a slot (pending_answers.h), and after connectMutex
+// (driver_connections.h).
 #pragma once
 
 #include <atomic>

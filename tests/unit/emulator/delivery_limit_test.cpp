@@ -1,4 +1,4 @@
-// A port's limit of deliveries: who is the last one.
+// A port's limit of deliveries: which delivery is the last one.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -37,7 +37,7 @@ TEST(DeliveryLimit, ADeliveryThatDoesNotBeginDoesNotCount) {
 TEST(DeliveryLimit, DeliveriesOfSeveralThreadsBeginOneAfterTheOther) {
   DriverPort port({});
   port.LimitDeliveries(2);
-  std::vector<int> begun;  // guarded by the order itself; the thread sanitizer checks it
+  std::vector<int> begun;  // needs no lock if the calls do not overlap; the thread sanitizer checks it
   std::promise<void> firstBegins;
   std::promise<void> secondStarts;
   auto first = std::async(std::launch::async, [&] {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <memory>
 #include <thread>
 #include <utility>
 

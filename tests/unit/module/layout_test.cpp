@@ -178,7 +178,7 @@ TEST(Layout, TheReferenceHostIncludesOnlyTheContract) {
 
 // common/detached_thread.h says why.
 TEST(Layout, ThreadsAreDetachedOnlyWhereAllowed) {
-  // The second one gives up threads that do not end in time, when the host stops.
+  // The second file detaches only threads that do not end in time when the host stops.
   std::set<std::string> expected{"src/common/detached_thread.h", "refhost/emulator/sources/thread_crew.cpp"};
   for (const char* const tree : {"src", "refhost"}) {
     for (const SourceFile& file : Read(tree)) {

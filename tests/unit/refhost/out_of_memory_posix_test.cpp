@@ -1,4 +1,4 @@
-// What the program does if an exception leaves a function that must not throw.
+// How the program ends if an exception leaves a function that must not throw.
 #include "refhost/app/platform/out_of_memory.h"
 
 #include <gtest/gtest.h>
