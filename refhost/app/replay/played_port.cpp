@@ -119,7 +119,11 @@ bool PlayedPort::AnswersItself(const PlayedRequest& request, PlayedReply& reply)
   if (released || answering == Answering::kPlayer) return false;
   const Command command = CommandOf(request);
   if (command == Command::kDriverVersion) reply = VersionReply();
-  if (command == Command::kDriverConfig && answering == Answering::kOpening) answering = Answering::kPlayer;
+  if (answering == Answering::kOpening) {
+    if (command == Command::kDriverVersion) versionAsked = true;
+    if (command == Command::kDriverConfig) policyApplied = true;
+    if (versionAsked && policyApplied) answering = Answering::kPlayer;
+  }
   return true;
 }
 
@@ -164,9 +168,9 @@ bool PlayedPort::AwaitOpening(std::chrono::milliseconds limit) {
   return answering != Answering::kOpening;
 }
 
-void PlayedPort::IfOpening(const std::function<void()>& action) {
+void PlayedPort::UnlessPolicyApplied(const std::function<void()>& action) {
   const MutexLock lock(mutex);
-  if (answering == Answering::kOpening) action();
+  if (answering == Answering::kOpening && !policyApplied) action();
 }
 
 bool PlayedPort::AwaitEnd(std::chrono::milliseconds limit) {

@@ -2,7 +2,7 @@
 // the capture, so that the module's threads see events in the recorded order.
 //
 // The module's calls run on its own threads, everything else on the player's. Each port has one lock. The action of
-// IfOpening runs under it, and no other code of the module.
+// UnlessPolicyApplied runs under it, and no other code of the module.
 #pragma once
 
 #include <chrono>
@@ -40,8 +40,10 @@ struct PlayedRequest {
 // Who answers requests.
 enum class Answering {
   kPlayer,
-  kOpening,  // the port itself, up to the first configuration block, which ends a connection's opening
-  kPort,     // the port itself
+  // The port itself, until the opening of the connection has ended. Two threads of the module open it: one asks for
+  // the driver's version last, the other sends the configuration block last.
+  kOpening,
+  kPort,  // the port itself
 };
 
 class PlayedPort {
@@ -70,8 +72,9 @@ class PlayedPort {
   bool AwaitStart(std::chrono::milliseconds limit);
   bool AwaitOpening(std::chrono::milliseconds limit);
   bool AwaitEnd(std::chrono::milliseconds limit);
-  // Runs the action if the port still answers the opening itself. The opening cannot end while the action runs.
-  void IfOpening(const std::function<void()>& action);
+  // Runs the action if the opening still lacks the configuration block. The module cannot send it while the action
+  // runs.
+  void UnlessPolicyApplied(const std::function<void()>& action);
 
   // Takes and returns the first request that `accepts` accepts and that is not taken; null if there is none within the
   // limit. Calls `accepts` repeatedly, because its result may depend on the time.
@@ -96,6 +99,8 @@ class PlayedPort {
   Phase phase FENLUX_GUARDED_BY(mutex) = Phase::kNew;
   std::string refusal FENLUX_GUARDED_BY(mutex);
   Answering answering FENLUX_GUARDED_BY(mutex) = Answering::kPlayer;
+  bool versionAsked FENLUX_GUARDED_BY(mutex) = false;   // during the opening
+  bool policyApplied FENLUX_GUARDED_BY(mutex) = false;  // during the opening
   bool started FENLUX_GUARDED_BY(mutex) = false;
   bool ended FENLUX_GUARDED_BY(mutex) = false;
   bool released FENLUX_GUARDED_BY(mutex) = false;

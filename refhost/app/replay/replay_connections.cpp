@@ -37,14 +37,14 @@ void ReplayPlayer::PlayConnect(const Packet& packet) {
   policyDue = true;
   if (connection.opening) return port->Accept(Answering::kPlayer);
   port->Accept(outline.requests ? Answering::kOpening : Answering::kPort);
-  if (outline.requests && !AwaitOpening(*port)) Report(packet, "the module did not send its configuration block");
+  if (outline.requests && !AwaitOpening(*port)) Report(packet, "the module did not open the connection completely");
 }
 
 bool ReplayPlayer::AwaitOpening(PlayedPort& port) {
   const auto deadline = Clock::now() + settings.timeout;
   while (!port.AwaitOpening(kPolicyInterval)) {
     if (Clock::now() >= deadline) return false;
-    port.IfOpening([this] { NotifyOfPolicy(); });
+    port.UnlessPolicyApplied([this] { NotifyOfPolicy(); });
   }
   policyDue = false;
   return true;
