@@ -11,6 +11,8 @@
 # The key covers everything that goes into it. The folder is renamed to that name last, so it is always complete.
 #
 # FENLUX_JOBS: number of parallel compile jobs (default: number of processors)
+# FENLUX_SOURCE_PACKAGES: a folder with source packages of Boost or POCO (.dsc and the files it names). What it contains
+#   is used instead of the release's own, for example without a network, or if the archive lacks a file.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a running build.
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -55,13 +57,42 @@ source_version() {
     END                   { print source != "" ? source : version }'
 }
 
+# The only file of FENLUX_SOURCE_PACKAGES that matches PATTERN; nothing if none does: given_package PATTERN
+given_package() {
+  local -a files
+  [ -n "${FENLUX_SOURCE_PACKAGES:-}" ] || return 0
+  [ -d "$FENLUX_SOURCE_PACKAGES" ] || die "FENLUX_SOURCE_PACKAGES: $FENLUX_SOURCE_PACKAGES is not a folder"
+  mapfile -t files < <(find "$FENLUX_SOURCE_PACKAGES" -maxdepth 1 -name "$1" -type f)
+  [ ${#files[@]} -le 1 ] || die "FENLUX_SOURCE_PACKAGES has more than one $1: ${files[*]}"
+  [ ${#files[@]} -eq 0 ] || realpath "${files[0]}"
+}
+boost_dsc=$(given_package 'boost1.*.dsc')
+poco_dsc=$(given_package 'poco_*.dsc')
+if [ -n "${FENLUX_SOURCE_PACKAGES:-}" ] && [ -z "$boost_dsc$poco_dsc" ]; then
+  die "FENLUX_SOURCE_PACKAGES: $FENLUX_SOURCE_PACKAGES has neither boost1.*.dsc nor poco_*.dsc"
+fi
+
+# dsc_field FILE NAME
+dsc_field() { awk -v name="$2:" '$1 == name { print $2; exit }' "$1"; }
+
 # Sets boost (the name of the source package), boost_version and poco_version: find_versions [APT OPTION...]
 # Of the release's Boost packages it takes the oldest with a CMake build of its own, which Boost has since 1.81.
 find_versions() {
+  if [ -n "$poco_dsc" ]; then
+    poco_version=$(dsc_field "$poco_dsc" Version)
+  else
+    poco_version=$(source_version libpoco-dev "$@")
+  fi
+  if [ -n "$boost_dsc" ]; then
+    boost=$(dsc_field "$boost_dsc" Source)
+    boost_version=$(dsc_field "$boost_dsc" Version)
+    [ -n "$poco_version" ]
+    return
+  fi
   boost=$(apt-cache "$@" pkgnames libboost1 | sed -n 's/^lib\(boost1\.[0-9]*\)-dev$/\1/p' | sort -V |
     awk -F. '$2 >= 81 && !found { print; found = 1 }') || true
   [ -n "$boost" ] || return 1
-  boost_version=$(source_version "lib$boost-dev" "$@") && poco_version=$(source_version libpoco-dev "$@")
+  boost_version=$(source_version "lib$boost-dev" "$@")
   [ -n "$boost_version" ] && [ -n "$poco_version" ]
 }
 
@@ -136,8 +167,10 @@ apt_options=(
   -o Acquire::Languages=none
   -o APT::Sandbox::User=root
 )
-say "reading the lists of source packages"
-apt-get "${apt_options[@]}" update >>"$log" 2>&1
+if [ -z "$boost_dsc" ] || [ -z "$poco_dsc" ]; then
+  say "reading the lists of source packages"
+  apt-get "${apt_options[@]}" update >>"$log" 2>&1
+fi
 
 [ -n "$boost" ] || find_versions "${apt_options[@]}" || die "the configured archives have no Boost and POCO to build"
 
@@ -155,17 +188,26 @@ offered() {
   say "$1 $2 is no longer offered, using $newest"
   printf '%s\n' "$newest"
 }
-boost_version=$(offered "$boost" "$boost_version")
-poco_version=$(offered poco "$poco_version")
+[ -n "$boost_dsc" ] || boost_version=$(offered "$boost" "$boost_version")
+[ -n "$poco_dsc" ] || poco_version=$(offered poco "$poco_version")
 finish_if_cached
 
-say "fetching $boost $boost_version and poco $poco_version"
-(
-  cd "$work/src"
-  apt-get "${apt_options[@]}" source --download-only "$boost=$boost_version" "poco=$poco_version"
-  dpkg-source --no-copy -x "$boost"_*.dsc boost
-  dpkg-source --no-copy -x poco_*.dsc poco
-) >>"$log" 2>&1
+# unpack NAME VERSION FOLDER [DSC]: unpacks the source package. Fetches it if DSC is empty.
+unpack() {
+  local file=$4
+  say "unpacking $1 $2${file:+ from $file}"
+  {
+    if [ -z "$file" ]; then
+      apt-get "${apt_options[@]}" source --download-only "$1=$2"
+      file=$(echo "$1"_*.dsc)
+    fi
+    dpkg-source --no-copy -x "$file" "$3"
+  } >>"$log" 2>&1
+}
+cd "$work/src"
+unpack "$boost" "$boost_version" boost "$boost_dsc"
+unpack poco "$poco_version" poco "$poco_dsc"
+cd - >/dev/null
 cp -r /usr/src/googletest "$work/src/googletest"
 
 # ---------------------------------------------------------------- builds
