@@ -28,7 +28,8 @@ triple=x86_64-w64-mingw32
 jobs=${FENLUX_JOBS:-$(nproc)}
 cache=$(fenlux_cache)
 
-say() { printf 'windows-deps: %s\n' "$*" >&2; }
+exec 8>&2  # for messages while stderr is the log
+say() { printf 'windows-deps: %s\n' "$*" >&8; }
 die() { say "$*"; exit 1; }
 
 # ---------------------------------------------------------------- inputs
@@ -143,7 +144,7 @@ finish() {
   rm -rf "$work"
   if [ "$status" -ne 0 ]; then
     say "failed; the end of $log:"
-    tail -n 30 "$log" >&2
+    tail -n 30 "$log" >&8
   fi
 }
 trap finish EXIT
