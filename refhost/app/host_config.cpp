@@ -58,10 +58,18 @@ void CheckProgramRules(const ConfigTable& emulator, const ProgramJudging& judgin
                                   "programs: an event whose program cannot be established is refused with one of them");
 }
 
+std::chrono::milliseconds ReadStopTimeout(const ConfigTable& root) {
+  constexpr std::uint32_t kMax = 24 * 60 * 60 * 1000;
+  return std::chrono::milliseconds(root.Unsigned("stop_timeout_ms",
+                                                 static_cast<std::uint32_t>(kDefaultStopTimeout.count()),
+                                                 static_cast<std::uint32_t>(kMinStopTimeout.count()), kMax));
+}
+
 HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors,
                           const std::optional<ProgramJudging>& running = std::nullopt) {
   HostConfig config;
   config.start.stopAtEnd = root.Boolean("stop_at_end", false);
+  config.start.stopTimeout = ReadStopTimeout(root);
   config.start.moduleLibrary = root.Table("module").Path("library");
   config.start.log = ReadLogSettings(root.Table("log"));
   config.start.module = ReadFixedSettings(root);
@@ -69,6 +77,7 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors,
   config.start.metrics = ReadMetricsSettings(root.Table("metrics"));
   config.start.driver = ReadDriverSettings(root.Table("driver"));
   config.start.recording = ReadCaptureSettings(root.Table("capture"));
+  config.start.recording.stopTimeout = StopShares(config.start.stopTimeout).recording;
   config.start.systemImages = ReadSystemImages(root.Table("system_images"));
   config.reloadable.module = ReadLiveSettings(root);
   config.reloadable.rules = ReadRules(root.Table("judging"));
@@ -112,9 +121,9 @@ bool IsLive(std::string_view key) {
 // Whether the file has a key of a scenario, and no table of a host's configuration.
 bool IsScenario(const ConfigTable& root) {
   constexpr std::string_view kScenario[] = {"faults", "name", "repeat", "steps", "threads"};
-  constexpr std::string_view kHost[] = {"capture",     "control",       "driver",      "emulator", "judging",
-                                        "log",         "metrics",       "module",      "policy",   "spsp",
-                                        "stop_at_end", "system_images", "translations"};
+  constexpr std::string_view kHost[] = {"capture",     "control",         "driver",        "emulator",    "judging",
+                                        "log",         "metrics",         "module",        "policy",      "spsp",
+                                        "stop_at_end", "stop_timeout_ms", "system_images", "translations"};
   const auto hasOneOf = [keys = root.Keys()](const auto& names) {
     return std::ranges::any_of(
         keys, [&](const std::string& key) { return std::ranges::find(names, key) != std::ranges::end(names); });

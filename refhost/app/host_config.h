@@ -2,12 +2,14 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "refhost/app/metrics/metrics_settings.h"
+#include "refhost/app/stop_deadline.h"
 #include "refhost/base/config/config_content.h"
 #include "refhost/capture/recording_port_client.h"
 #include "refhost/emulator/emulator_settings.h"
@@ -35,7 +37,8 @@ struct ControlSettings {
 struct StartSettings {
   boost::filesystem::path moduleLibrary;  // empty: the default one
   bool stopAtEnd = false;                 // stop when the scenario ends
-  bool insecurePermissions = false;       // set on the command line: as root, use files that other users may change
+  std::chrono::milliseconds stopTimeout = kDefaultStopTimeout;
+  bool insecurePermissions = false;  // set on the command line: as root, use files that other users may change
   LogSettings log;
   FixedSettings module;
   ControlSettings control;

@@ -6,33 +6,50 @@
 
 namespace fenlux::refhost {
 
-// A run ends within this time after the signal, whatever its outputs, its configuration and the driver do. A call into
-// the module that exceeds its own limit extends it.
-inline constexpr std::chrono::milliseconds kEndTimeout{3000};
+// A run ends within this time after the signal, whatever its outputs, its configuration and the driver do, unless the
+// configuration says otherwise. A call into the module that exceeds its own limit extends it.
+inline constexpr std::chrono::milliseconds kDefaultStopTimeout{3000};
+inline constexpr std::chrono::milliseconds kMinStopTimeout{1000};
 
-// The shares of an operation of the control channel, and of the module, which is waited for twice.
-inline constexpr std::chrono::milliseconds kControlStopTimeout{300};
-inline constexpr std::chrono::milliseconds kModuleStopTimeout{500};
-// For each output even after the deadline: an output that is not stuck needs less.
-inline constexpr std::chrono::milliseconds kMinOutputTimeout{100};
 // The log, standard output, and an error on standard error.
 inline constexpr int kOutputsAtEnd = 3;
-// The rest of kEndTimeout allows for a busy machine, and for the loop to notice the signal.
-inline constexpr std::chrono::milliseconds kStopTimeout{2300};
+
+// The shares of the steps of a stop that may take `total`. The rest allows for a busy machine, and for the loop to
+// notice the signal.
+struct StopShares {
+  using Milliseconds = std::chrono::milliseconds;
+
+  explicit constexpr StopShares(Milliseconds total)
+      : control(total / 10), module(total / 6), recording(total / 3), outputs(total * 23 / 30), minOutput(total / 30) {}
+
+  Milliseconds control;    // for an operation of the control channel
+  Milliseconds module;     // for the module, which is waited for twice
+  Milliseconds recording;  // for the capture file
+  Milliseconds outputs;    // until then, outputs may take what is left
+  Milliseconds minOutput;  // for each output even after that: an output that is not stuck needs less
+};
 
 // The time left for the outputs at the end. Not thread-safe.
 class StopDeadline {
  public:
   using Clock = std::chrono::steady_clock;
 
-  explicit StopDeadline(Clock::time_point stopped) : deadline(stopped + kStopTimeout) {}
+  StopDeadline(Clock::time_point stopped, const StopShares& stopShares)
+      : shares(stopShares), deadline(stopped + shares.outputs) {}
 
-  // For the next output.
-  std::chrono::milliseconds OutputTimeout(Clock::time_point now) const {
-    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now), kMinOutputTimeout);
+  // For the log. The other outputs keep half of the time, so that a stuck log does not cost the summary.
+  std::chrono::milliseconds LogTimeout(Clock::time_point now) const {
+    return std::max(Left(now) / 2, shares.minOutput);
   }
+  // For the next output.
+  std::chrono::milliseconds OutputTimeout(Clock::time_point now) const { return std::max(Left(now), shares.minOutput); }
 
  private:
+  std::chrono::milliseconds Left(Clock::time_point now) const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now);
+  }
+
+  const StopShares shares;
   const Clock::time_point deadline;
 };
 

@@ -32,6 +32,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// For an error of the start, before the configuration is known or while nothing has to be stopped.
+constexpr std::chrono::milliseconds kFailureTimeout = StopShares(kDefaultStopTimeout).outputs;
+
 // Serves the control channel on one thread, because operations of network control must not overlap.
 class ControlThread {
  public:
@@ -45,9 +48,9 @@ class ControlThread {
   }
 
   // Accepts no more requests and gives the current one a short time to finish.
-  void Stop() {
+  void Stop(std::chrono::milliseconds limit) {
     listener->Stop();
-    finished.wait_for(kControlStopTimeout);
+    finished.wait_for(limit);
     listener.reset();
   }
 
@@ -157,7 +160,7 @@ RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, con
 
 // Writes the lines to standard error and returns the code. If standard error is stuck, ends the process here: the
 // signals that would end it are blocked.
-int Fail(int code, const std::string& text, std::chrono::milliseconds limit = kStopTimeout) {
+int Fail(int code, const std::string& text, std::chrono::milliseconds limit = kFailureTimeout) {
   try {
     BoundedOutput error(std::cerr, "standard error");
     error.Write(text);
@@ -169,7 +172,7 @@ int Fail(int code, const std::string& text, std::chrono::milliseconds limit = kS
 }
 
 int Fail(int code, const RunOptions& options, const std::string& message,
-         std::chrono::milliseconds limit = kStopTimeout) {
+         std::chrono::milliseconds limit = kFailureTimeout) {
   return Fail(code, ProblemLines("fenlux-host: " + message, options.json), limit);
 }
 
@@ -192,6 +195,7 @@ int RunHost(const RunOptions& options) {
   if (!options.record.empty()) config.start.recording.file = options.record;
   config.start.log.colors = options.colors;
   const bool stopAtEnd = config.start.stopAtEnd;
+  const StopShares shares(config.start.stopTimeout);
   const ServiceManager manager;
   if (!options.insecurePermissions) {
     const std::string reason = UntrustedFile(options.config, options.module, config);
@@ -228,13 +232,13 @@ int RunHost(const RunOptions& options) {
     code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   manager.Stopping();
-  const StopDeadline deadline(Clock::now());
+  const StopDeadline deadline(Clock::now(), shares);
   try {
-    if (controlThread != nullptr) controlThread->Stop();
+    if (controlThread != nullptr) controlThread->Stop(shares.control);
     if (metrics != nullptr) metrics->Stop();
     const EmulatorState stateBeforeStop = host->DriverState();
     host->Stop();
-    host->DrainLog(deadline.OutputTimeout(Clock::now()));
+    host->DrainLog(deadline.LogTimeout(Clock::now()));
     if (code == kExitSuccess) {
       SummaryFacts facts = host->Facts();
       facts.stateBeforeStop = stateBeforeStop;

@@ -17,6 +17,7 @@ TEST(HostConfig, AnEmptyFileIsAHostWithoutEvents) {
   const HostConfig config = LoadHostConfig(directory.Write("h.toml", ""), errors);
   EXPECT_EQ(errors.Text(), "");
   EXPECT_FALSE(config.start.stopAtEnd);
+  EXPECT_EQ(config.start.stopTimeout, kDefaultStopTimeout);
   EXPECT_TRUE(config.start.control.enabled);
   EXPECT_TRUE(config.start.module.enabled);
   EXPECT_TRUE(config.scenario.steps.empty());
@@ -27,15 +28,18 @@ TEST(HostConfig, ReadsEveryTable) {
   const TemporaryDirectory directory;
   directory.Write("s.toml", "[[steps]]\nnotify = 4098\n");
   ConfigErrors errors;
-  const HostConfig config = LoadHostConfig(
-      directory.Write("h.toml",
-                      "stop_at_end = true\n[emulator]\nscenario = 's.toml'\n[log]\nfile = 'l.log'\nconsole = 'off'\n"
-                      "[module]\nlibrary = 'm.so'\nport_value = 3\n[control]\nsocket = 'c.sock'\n"
-                      "[system_images]\n'system32\\csrss.exe' = 'csrss'\n[translations]\n'a' = 'b'\n"
-                      "[policy]\ndirectories = ['d']\n[judging]\ndefault_decision = 3\n"),
-      errors);
+  const HostConfig config =
+      LoadHostConfig(directory.Write("h.toml",
+                                     "stop_at_end = true\nstop_timeout_ms = 9000\n[emulator]\nscenario = "
+                                     "'s.toml'\n[log]\nfile = 'l.log'\nconsole = 'off'\n"
+                                     "[module]\nlibrary = 'm.so'\nport_value = 3\n[control]\nsocket = 'c.sock'\n"
+                                     "[system_images]\n'system32\\csrss.exe' = 'csrss'\n[translations]\n'a' = 'b'\n"
+                                     "[policy]\ndirectories = ['d']\n[judging]\ndefault_decision = 3\n"),
+                     errors);
   EXPECT_EQ(errors.Text(), "");
   EXPECT_TRUE(config.start.stopAtEnd);
+  EXPECT_EQ(config.start.stopTimeout, std::chrono::milliseconds(9000));
+  EXPECT_EQ(config.start.recording.stopTimeout, std::chrono::milliseconds(3000));
   EXPECT_EQ(config.scenario.steps.size(), 1U);
   EXPECT_EQ(config.start.log.file, directory.Path() / "l.log");
   EXPECT_EQ(config.start.moduleLibrary, directory.Path() / "m.so");
