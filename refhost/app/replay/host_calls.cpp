@@ -41,16 +41,17 @@ bool HostCalls::Begin(const std::string& operation, const ControlArguments& argu
   return true;
 }
 
-void HostCalls::Settle(const std::function<bool(std::thread::id thread)>& isWaiting, std::chrono::milliseconds limit) {
+void HostCalls::Settle(const Patience& patience) {
   constexpr std::chrono::milliseconds kPollInterval{5};
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto begin = std::chrono::steady_clock::now();
   for (const std::shared_ptr<Call>& call : calls) {
     for (;;) {
-      if (isWaiting(call->thread)) break;
+      if (patience.isWaiting(call->thread)) break;
+      const bool mayBeBlocked = patience.mayBlock();
       MutexLock lock(call->mutex);
       const auto now = std::chrono::steady_clock::now();
-      if (call->done || now >= deadline) break;
-      lock.WaitUntil(call->changed, std::min(deadline, now + kPollInterval));
+      if (call->done || now >= begin + (mayBeBlocked ? patience.blockedLimit : patience.limit)) break;
+      lock.WaitUntil(call->changed, now + kPollInterval);
     }
   }
   RemoveDone();

@@ -1,6 +1,7 @@
 // Repeats the recording host's calls to the module, each on its own thread.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -23,8 +24,15 @@ class HostCalls {
   // Begins the operation, with the name and arguments that `ctl` uses. Ignores what it returns or throws, which is not
   // in the capture. Returns false if there is no such operation.
   bool Begin(const std::string& operation, const ControlArguments& arguments);
-  // Waits until every call has returned or `isWaiting` says that its thread waits for the driver.
-  void Settle(const std::function<bool(std::thread::id thread)>& isWaiting, std::chrono::milliseconds limit);
+  // How long to wait for calls.
+  struct Patience {
+    std::function<bool(std::thread::id thread)> isWaiting;  // whether the thread waits for the driver
+    std::function<bool()> mayBlock;          // whether a thread that waits may keep others from returning
+    std::chrono::milliseconds blockedLimit;  // while mayBlock says so
+    std::chrono::milliseconds limit;
+  };
+  // Waits until every call has returned or its thread waits for the driver.
+  void Settle(const Patience& patience);
   // Whether a call has not returned.
   bool Running();
 

@@ -217,6 +217,11 @@ bool PlayedPort::IsWaiting(std::thread::id thread) const {
   return std::ranges::any_of(requests, [&](const auto& request) { return request->thread == thread; });
 }
 
+bool PlayedPort::HasRequests() const {
+  const MutexLock lock(mutex);
+  return !requests.empty();
+}
+
 std::shared_ptr<CPortClient> PlayedDriver::MakePortClient(const std::shared_ptr<CBuf>& connectContext,
                                                           const NotificationHandler& handler) {
   auto port = std::make_shared<PlayedPort>(connectContext, handler);

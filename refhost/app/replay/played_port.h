@@ -84,6 +84,8 @@ class PlayedPort {
   // The requests that are not taken.
   std::vector<std::shared_ptr<PlayedRequest>> Waiting() const;
   bool IsWaiting(std::thread::id thread) const;
+  // Whether a request has no reply yet, taken or not.
+  bool HasRequests() const;
 
  private:
   enum class Phase { kNew, kConnecting, kOpen, kRefused };

@@ -26,7 +26,8 @@ constexpr milliseconds kPolicyInterval{100};
 // After this, the module is notified even if the capture does not show why it applied its policy.
 constexpr milliseconds kPolicyTimeout{1000};
 constexpr milliseconds kTimeoutAfterFailure{2000};
-constexpr milliseconds kSettleTime{1000};
+// How long to wait for a call while another thread waits for the driver, possibly with a lock that the call needs.
+constexpr milliseconds kBlockedTime{1000};
 
 }  // namespace
 
@@ -98,11 +99,16 @@ void ReplayPlayer::PlayCall(const Packet& packet) {
     return;
   }
   const auto settle = [&] {
-    calls.Settle(
-        [&](std::thread::id thread) {
-          return std::ranges::any_of(ports, [&](const auto& entry) { return entry.second->IsWaiting(thread); });
-        },
-        kSettleTime);
+    calls.Settle({
+        .isWaiting =
+            [&](std::thread::id thread) {
+              return std::ranges::any_of(ports, [&](const auto& entry) { return entry.second->IsWaiting(thread); });
+            },
+        .mayBlock =
+            [&] { return std::ranges::any_of(ports, [](const auto& entry) { return entry.second->HasRequests(); }); },
+        .blockedLimit = kBlockedTime,
+        .limit = Timeout(),
+    });
   };
   settle();  // the recording host ran one operation after the other, unless one waited for the driver
   if (!calls.Begin(call->operation, call->arguments)) {
@@ -200,7 +206,10 @@ void ReplayPlayer::Finish() {
     if (exchange.delivery != nullptr) exchange.delivery->Judge({});
   }
   LeaveConnections({}, 0);
-  calls.Settle([](std::thread::id) { return false; }, kSettleTime);
+  calls.Settle({.isWaiting = [](std::thread::id) { return false; },
+                .mayBlock = [] { return false; },
+                .blockedLimit = kBlockedTime,
+                .limit = kTimeoutAfterFailure});
 }
 
 void ReplayPlayer::Report(const Packet& packet, std::string what, std::optional<capture::MessageDifference> message) {
