@@ -67,8 +67,8 @@ class EmulatorTest : public ::testing::Test {
   using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
 
  protected:
-  // No test waits for a deadline unless it sets one.
-  EmulatorTest() { settings.deadline = kTestTimeout; }
+  // No deadline ends while a test runs unless it sets one.
+  EmulatorTest() { settings.deadline = settings.stopGrace = kTestTimeout; }
 
   // Stops the emulator and checks that its totals add up.
   void TearDown() override;

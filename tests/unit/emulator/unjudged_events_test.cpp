@@ -62,6 +62,17 @@ TEST_F(KernelEvents, PassIfTheModuleGivesNoAnswer) {
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kMalformedReply), 1u);
 }
 
+// Waits until the totals satisfy the condition; false on timeout.
+template <typename Condition>
+bool AwaitTotals(DriverEmulator& emulator, const Condition& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
+  while (!condition(emulator.Totals())) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
 // A handler that blocks until the test opens its gate, and then refuses.
 class HeldKernelEvents : public KernelEvents {
  protected:
@@ -74,16 +85,17 @@ class HeldKernelEvents : public KernelEvents {
 };
 
 TEST_F(HeldKernelEvents, PassAtTheDeadlineAndAreCountedLate) {
-  settings.deadline = std::chrono::milliseconds(500);  // enough time for the second one on a busy machine
+  settings.deadline = std::chrono::milliseconds(500);
   Opened();
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().late, 1u);
   gate->Open();
-  EXPECT_EQ(other.Perform(file), EPERM);
+  std::uint64_t late = 1;
+  while (other.Perform(file) != EPERM) ASSERT_LT(++late, 100u);  // on a busy machine, more are late
   Emulator().Stop();
-  EXPECT_EQ(Totals().late, 1u);
+  EXPECT_EQ(Totals().late, late);
   EXPECT_EQ(Totals().answered, 1u);
-  EXPECT_EQ(Totals().kernelAllowed, 1u);
+  EXPECT_EQ(Totals().kernelAllowed, late);
   EXPECT_EQ(Totals().kernelRefused, 1u);
 }
 
@@ -110,9 +122,9 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStopsRegardlessOfTheSetting) {
   another.Begin(file);
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
+  gate->Open();
   EXPECT_EQ(another.Result(), 0);
   EXPECT_EQ(Totals().kernelRefusedUnjudged, 0u);
-  gate->Open();
 }
 
 TEST_F(HeldKernelEvents, PassWhenTheConnectionEnds) {
@@ -134,10 +146,10 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
   another.Begin(file);  // not read: the only reader is inside the module
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
+  gate->Open();
   EXPECT_EQ(another.Result(), 0);
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
-  gate->Open();
 }
 
 TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {
@@ -171,21 +183,12 @@ TEST_F(KernelEvents, AHandlerThatOpensAWatchedFileDoesNotHang) {
   };
   Opened();
   EXPECT_EQ(other.Perform(file), 0);
+  EXPECT_TRUE(AwaitTotals(
+      Emulator(), [](const EmulatorTotals& totals) { return totals.Unjudged(UnjudgedCause::kOwnProcess) == 1; }));
   Emulator().Stop();
   EXPECT_TRUE(opened);
   EXPECT_EQ(Totals().late, 1u);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kOwnProcess), 1u);
-}
-
-// Waits until the totals satisfy the condition; false on timeout.
-template <typename Condition>
-bool AwaitTotals(DriverEmulator& emulator, const Condition& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
-  while (!condition(emulator.Totals())) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
 }
 
 class StormEvents : public HeldKernelEvents {
@@ -204,10 +207,10 @@ TEST_F(StormEvents, PassOnlyUntilAReaderReturnsHoweverManyAreQueued) {
   ASSERT_TRUE(AwaitTotals(Emulator(), [](const EmulatorTotals& totals) { return totals.answered > 0; }));
   const EmulatorTotals back = Totals();
   ASSERT_TRUE(AwaitTotals(Emulator(), [&](const EmulatorTotals& totals) {
-    return totals.answered >= back.answered + 500 || totals.late > back.late;
+    return totals.answered >= back.answered + 500 || totals.late > 1;
   }));
   const EmulatorTotals later = Totals();
-  if (later.late > back.late) GTEST_SKIP() << "the machine is so busy that the reader was late again";
+  if (later.late > 1) GTEST_SKIP() << "the machine is so busy that the reader was late again";
   EXPECT_LE(busy(later) - busy(back), 1u);  // one may be in progress when the reader returns
 }
 

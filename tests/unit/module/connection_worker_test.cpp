@@ -25,19 +25,18 @@ class ConnectionWorker : public WorkerTest {
     for (const auto& pause : Clock().Pauses()) attempts += pause.duration == 5s ? 1 : 0;
     return attempts;
   }
+  // Ends the current attempt and waits for the end of the next one. False: there was none.
+  bool EndAttempt() {
+    if (!Clock().AwaitParked(5s)) return false;
+    const std::size_t before = Attempts();
+    Clock().Advance(5s);
+    return Clock().AwaitPauses(5s, before + 1) && Clock().AwaitParked(5s);
+  }
+  static bool PolicyWorkerPolls() { return Clock().Parked(100ms) != 0; }
   // Ends attempts until the policy worker, which nothing else wakes, polls for a driver. It misses an end that
-  // occurs before it waits. False: it missed all of them.
-  bool EndedAttemptsWakeThePolicyWorker(int ends) {
-    for (int end = 0; end < ends; ++end) {
-      if (!Clock().AwaitParked(5s)) break;
-      if (Clock().Parked(100ms) != 0) return true;
-      const std::size_t before = Attempts();
-      Clock().Advance(5s);
-      if (!Clock().AwaitPauses(5s, before + 1)) break;
-      if (end + 1 == ends) return false;
-    }
-    ADD_FAILURE() << "no further attempt was made";
-    return false;
+  // occurs before it waits.
+  bool EndedAttemptsWakeThePolicyWorker() {
+    return RepeatUntil([] { return PolicyWorkerPolls(); }, [this] { EXPECT_TRUE(EndAttempt()); });
   }
   // Starts a policy worker and waits until it has applied the policy; it then waits or is about to.
   void ApplyPolicyOnce() {
@@ -134,7 +133,7 @@ TEST_F(ConnectionWorker, TheEndOfAnAttemptWakesThePolicyWorker) {
   ApplyPolicyOnce();
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   impl->StopWork(false);
-  EXPECT_TRUE(EndedAttemptsWakeThePolicyWorker(1000));
+  EXPECT_TRUE(EndedAttemptsWakeThePolicyWorker());
 }
 
 TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenOnlyAfterTheShutdown) {
@@ -144,7 +143,8 @@ TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenOnlyAfterTheShutdown) {
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   Gate().FailAlways("CPortClient::Close", Failure::kStandard);
   EXPECT_THROW(impl->StopWork(false), std::runtime_error);
-  EXPECT_FALSE(EndedAttemptsWakeThePolicyWorker(50)) << "nothing follows a failed shutdown";
+  for (int end = 0; end < 50; ++end) ASSERT_TRUE(EndAttempt());
+  EXPECT_FALSE(PolicyWorkerPolls()) << "nothing follows a failed shutdown";
 }
 
 TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenBeforeTheAttemptIsCounted) {
@@ -158,7 +158,7 @@ TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenBeforeTheAttemptIsCounted) {
   ApplyPolicyOnce();
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   impl->StopWork(false);
-  EXPECT_TRUE(EndedAttemptsWakeThePolicyWorker(1000));
+  EXPECT_TRUE(EndedAttemptsWakeThePolicyWorker());
 }
 
 TEST_F(ConnectionWorker, AStopDuringTheNextConstructionAppliesToThePreviousInterface) {

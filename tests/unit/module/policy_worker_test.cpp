@@ -266,18 +266,18 @@ TEST_F(PolicyWorker, OneNotificationWakesEveryWorker) {
   ASSERT_TRUE(Gate().AwaitCount(kLastCall, 2));
   std::size_t woken = 0;
   // A worker that is not waiting yet misses the notification; the next round wakes it.
-  for (int round = 0; round < 100 && woken < 2; ++round) {
-    const auto begun = std::make_shared<Turnstile>();
-    const std::size_t applied = Gate().Count(kLastCall);
-    Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
-    impl->NotifyPolicyChanged();
-    for (int turn = 0; turn < 5000 && begun->Arrivals() < 2; ++turn) std::this_thread::yield();
-    Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
-    woken = begun->Arrivals();
-    begun->Open();
-    ASSERT_TRUE(Gate().AwaitCount(kLastCall, applied + woken));
-  }
-  EXPECT_EQ(woken, 2u);
+  EXPECT_TRUE(RepeatUntil([&] { return woken == 2; },
+                          [&] {
+                            const auto begun = std::make_shared<Turnstile>();
+                            const std::size_t applied = Gate().Count(kLastCall);
+                            Gate().OnCall("CCfgEx::GetMonitorPolicy", [begun] { begun->Pass(); });
+                            impl->NotifyPolicyChanged();
+                            for (int turn = 0; turn < 5000 && begun->Arrivals() < 2; ++turn) std::this_thread::yield();
+                            Gate().RemoveHook("CCfgEx::GetMonitorPolicy");
+                            woken = begun->Arrivals();
+                            begun->Open();
+                            EXPECT_TRUE(Gate().AwaitCount(kLastCall, applied + woken));
+                          }));
 }
 
 TEST_F(PolicyWorker, ANewConnectionGetsThePolicyAgain) {

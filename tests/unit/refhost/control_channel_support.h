@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -16,7 +17,8 @@ namespace fenlux::testing {
 // Listens at a path, answers each request with "re: " and the request, and refuses with "no: " and the reason.
 class ControlServing {
  public:
-  explicit ControlServing(const boost::filesystem::path& path, const refhost::ControlLimits& limits = {})
+  explicit ControlServing(const boost::filesystem::path& path,
+                          const refhost::ControlLimits& limits = {.requestTime = std::chrono::minutes(2)})
       : listener(path, limits), thread([this] {
           listener.Serve({.answer = [](const std::string& request) { return "re: " + request; },
                           .refuse = [](const std::string& reason) { return "no: " + reason; }});
