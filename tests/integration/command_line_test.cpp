@@ -63,9 +63,12 @@ TEST(Help, DescribesTheOptionsOfAnOperationAndTheCommonOnes) {
             "                          change\n");
 }
 
+// A run without a connection logs one event before it starts.
+const std::string kOneEvent = std::string(kNoConnection) + "[metrics]\nlisten = '127.0.0.1:0'\n";
+
 TEST(Color, IsWrittenOnlyOnRequest) {
   HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kOneEvent);
   const auto err = [&](const Arguments& more) {
     Arguments arguments = RunArguments(setup, {"--duration", "300ms"});
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -85,7 +88,7 @@ class Terminal : public ::testing::Test {
     if (HostProcess(setup, "sh", {"-c", "command -v script && command -v stty"}).Wait().code != 0) {
       GTEST_SKIP() << "skipped, because script or stty is not installed";
     }
-    setup.WriteHost("");
+    setup.WriteHost(kOneEvent);
   }
   std::string Shown(const std::string& arguments) {
     const std::string command = "stty cols 50; exec " + HostProgram() + " " + arguments;

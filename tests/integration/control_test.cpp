@@ -17,6 +17,8 @@ class Control : public ::testing::Test {
     ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
     // Once the policy worker is done, only operations change the driver's state.
     ASSERT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
+    // The version is the last thing that the connection's thread asks for, as there are no system processes.
+    ASSERT_TRUE(Eventually([&] { return JsonValue(setup.ControlJson({"status"}), "driver_version") == "19072701"; }));
   }
 
   std::string Driver(const std::string& path) { return JsonValue(setup.ControlJson({"driver"}), path); }

@@ -48,7 +48,7 @@ TEST(DecisionLog, HasALineForEveryRefusedEvent) {
   const std::vector<std::string> lines = LinesWith(outcome.err, "[4194999]");
   ASSERT_EQ(lines.size(), 1U) << outcome.err;
   const std::regex line(
-      "refused \\?\\[4194999\\] access /srv/a\\.secret by rule \"no secrets\" \\(host\\.toml:2\\), decision 3, verdict "
+      "refused \\?\\[4194999\\] access /srv/a\\.secret by rule \"no secrets\" \\(host\\.toml:3\\), decision 3, verdict "
       "4, "
       "\\d+ us$");
   EXPECT_TRUE(std::regex_search(lines[0], line)) << lines[0];
@@ -65,7 +65,7 @@ TEST(DecisionLog, ContainsTheEventsThatTheSettingSelects) {
     EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.log"), setting);
     EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.records"), std::to_string(count));
     EXPECT_EQ(JsonValue(outcome.out, "summary.decision_log.written"), std::to_string(count));
-    const std::string hits = R"x("rules":{"1 \"no secrets\" (host.toml:4)":2,"2 (host.toml:8)":0,"default":3})x";
+    const std::string hits = R"x("rules":{"1 \"no secrets\" (host.toml:5)":2,"2 (host.toml:9)":0,"default":3})x";
     EXPECT_TRUE(Contains(outcome.out, hits)) << outcome.out;
   }
 }
@@ -79,7 +79,7 @@ TEST(DecisionLog, WritesTheFactsAsJson) {
   const std::vector<std::pair<std::string, std::string>> facts{
       {"result", "refused"},     {"pid", "4194999"},   {"code", "4097"},
       {"path", "/srv/a.secret"}, {"event", "access"},  {"rule.name", "no secrets"},
-      {"rule.number", "1"},      {"rule.line", "2"},   {"decision", "3"},
+      {"rule.number", "1"},      {"rule.line", "3"},   {"decision", "3"},
       {"verdict", "4"},          {"enforced", "true"}, {"cause", ""}};
   for (const auto& [name, value] : facts) EXPECT_EQ(JsonValue(records[0], "decision." + name), value) << name;
   EXPECT_GT(std::stod(JsonValue(records[0], "decision.latency_us")), 0);
@@ -92,7 +92,7 @@ TEST(DecisionLog, LimitsTheConsoleButNotTheFile) {
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(LinesWith(outcome.err, "refused ?[4194999]").size(), 10U) << outcome.err;
   EXPECT_EQ(
-      LinesWith(outcome.err, "290 more by rule \"no secrets\" (host.toml:4) in the last 10 s, not shown here").size(),
+      LinesWith(outcome.err, "290 more by rule \"no secrets\" (host.toml:5) in the last 10 s, not shown here").size(),
       1U)
       << outcome.err;
   const Outcome file = HostProcess(setup, "cat", {(setup.Path() / "host.log").string()}).Wait();
@@ -122,7 +122,8 @@ TEST(Enforcement, CanBeSwitchedWhileTheHostRuns) {
   const HostSetup setup;
   const std::string directory = setup.Directory("watched");
   const std::string secret = setup.Write("watched/diary.secret", "words\n");
-  const std::string rest = "[emulator]\nsource = 'fanotify'\n[policy]\ndirectories = ['" + directory + "']\n" + kRules;
+  const std::string rest =
+      "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[policy]\ndirectories = ['" + directory + "']\n" + kRules;
   const auto reads = [&] { return HostProcess(setup, "cat", {secret}).Wait().code == 0; };
   setup.WriteHost(rest);
   HostProcess host(setup, RunArguments(setup, {"--json"}));
@@ -145,7 +146,8 @@ TEST(DecisionLog, EscapesFileNames) {
     const HostSetup setup;
     const std::string directory = setup.Directory("watched");
     const std::string secret = setup.Write("watched/a\nb\x1b[31m\xed\xa0\x80.secret", "words\n");
-    setup.WriteHost("[emulator]\nsource = 'fanotify'\n[policy]\ndirectories = ['" + directory + "']\n" + kRules);
+    setup.WriteHost("[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[policy]\ndirectories = ['" + directory +
+                    "']\n" + kRules);
     HostProcess host(setup, RunArguments(setup, json ? Arguments{"--json"} : Arguments{}));
     ASSERT_TRUE(Eventually([&] { return HostProcess(setup, "cat", {secret}).Wait().code != 0; })) << host.Err();
     const Outcome outcome = host.Stop();
@@ -215,8 +217,8 @@ TEST(Explain, ReadsOnlyTheRulesAndNeedsNoHost) {
   EXPECT_EQ(refused.code, 0) << refused.err;
   EXPECT_EQ(refused.out,
             "refused: /srv/a.secret (code 4097), by a program that no rule names\n"
-            "decided by rule \"no secrets\" (host.toml:5), decision 3\n"
-            "  rule \"no secrets\" (host.toml:5) matches\n");
+            "decided by rule \"no secrets\" (host.toml:6), decision 3\n"
+            "  rule \"no secrets\" (host.toml:6) matches\n");
   const Outcome allowed = setup.Run({"explain", "--config", config, "--path", "/srv/plain", "--json"});
   EXPECT_EQ(allowed.code, 0) << allowed.err;
   EXPECT_EQ(JsonValue(allowed.out, "result"), "allowed");

@@ -124,7 +124,7 @@ TEST_F(Drive, EachFaultIsReported) {
 
 TEST_F(Drive, ADriverThatRefusesASecondConnectionIsReported) {
   Write(kLongDeadline, std::string(kAwait) + "[[steps]]\nfaults = { refuse_connects = 1000 }\n");
-  const Outcome outcome = Run({"--limit", "60s", "--timeout", "1s"});
+  const Outcome outcome = Run({"--limit", "60s", "--timeout", "5s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_EQ(Findings(outcome.out),
             (std::vector<std::string>{"WRONG connect: connection: refused: the driver refuses the connection",
@@ -133,7 +133,7 @@ TEST_F(Drive, ADriverThatRefusesASecondConnectionIsReported) {
 
 TEST_F(Drive, ADriverThatNeverConnectsIsReported) {
   Write(std::string(kLongDeadline) + "[emulator.faults]\nrefuse_connects = 1000\n", kNone);
-  const Outcome outcome = RunBriefly({"--timeout", "1s"});
+  const Outcome outcome = RunBriefly({"--timeout", "5s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("\nWRONG connect: connection: refused: the driver refuses the connection\n"));
   EXPECT_THAT(outcome.out, EndsWith("\nnot everything was tried: no connection was ready\n1 finding\n"));
@@ -141,7 +141,7 @@ TEST_F(Drive, ADriverThatNeverConnectsIsReported) {
 
 TEST_F(Drive, ADriverThatDoesNotAnswerARequestIsReported) {
   Write(std::string(kLongDeadline) + "[emulator.faults]\ndelay_requests_ms = 3600000\n", kNone);
-  const Outcome outcome = Run({"--timeout", "1s", "--limit", "300ms", "--duration", "1ms"});
+  const Outcome outcome = Run({"--timeout", "5s", "--limit", "300ms", "--duration", "1ms"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("\nWRONG request-time: request 12 (spsp state): no answer\n")) << outcome.out;
   EXPECT_THAT(outcome.out, HasSubstr("\nnot everything was tried: \"version\" did not return\n")) << outcome.out;
@@ -157,7 +157,7 @@ TEST_F(Drive, ASlowDriverIsReported) {
 
 TEST_F(Drive, ADriverThatDoesNotWaitForAReplyIsReported) {
   Write("[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 20\n",
-        std::string(kAwait) + "[[steps]]\nnotify = 4098\npath = '/a'\nhold_reply_ms = 200\n");
+        std::string(kAwait) + "[[steps]]\nnotify = 4098\npath = '/a'\nhold_reply_ms = 3600000\n");
   const Outcome outcome = RunBriefly();
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_EQ(Findings(outcome.out),

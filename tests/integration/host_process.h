@@ -18,6 +18,14 @@ inline constexpr std::chrono::seconds kTimeout{60};
 
 using Arguments = std::vector<std::string>;
 
+// Steps that wait until both of the module's threads have opened the connection: the last request of one is the system
+// process, of the other the configuration block. The host must have kSystemImage.
+inline constexpr char kAwaitOpening[] =
+    "[[steps]]\nawait_request = 20\nlimit_ms = 60000\n[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
+inline constexpr char kSystemImage[] = "[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n";
+// For runs that need no driver.
+inline constexpr char kNoConnection[] = "[module]\nenabled = false\n";
+
 // The result of a program that ended.
 struct Outcome {
   int code = -1;  // 128 plus the signal's number if a signal ended it
@@ -40,7 +48,8 @@ class HostSetup {
   const std::map<std::string, std::string>& Variables() const { return variables; }
   // Creates a directory and returns its path.
   std::string Directory(const std::string& name) const;
-  // Writes host.toml, with a control socket in this directory, and scenario.toml.
+  // Writes host.toml, with a control socket in this directory, and scenario.toml. The first line lets the end of a run
+  // take as long as on the busiest machine, unless the text has a limit of its own.
   void WriteHost(const std::string& text, const std::string& scenario) const;
   void WriteHost(const std::string& text) const;
 
@@ -102,7 +111,11 @@ bool Contains(const std::string& text, const std::string& part);
 
 // Polls until the condition holds. Returns false on timeout.
 template <typename Condition>
-bool Eventually(const Condition& condition);
+bool Eventually(const Condition& condition, std::chrono::seconds timeout = kTimeout);
+// Notifies the module of its policy until the condition holds: it misses a notification that arrives while it applies
+// the policy.
+template <typename Condition>
+bool NotifyPolicyUntil(const HostSetup& setup, const Condition& condition);
 
 // The value at a dotted path of a JSON object ("driver_was_told.monitored_type2"), as text; "(none)" if absent.
 // Elements of arrays have numbers from 0.
@@ -113,11 +126,20 @@ std::string JsonValue(const std::string& json, const std::string& path);
 #include <thread>
 
 template <typename Condition>
-bool fenlux::testing::Eventually(const Condition& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+bool fenlux::testing::Eventually(const Condition& condition, std::chrono::seconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   return true;
+}
+
+template <typename Condition>
+bool fenlux::testing::NotifyPolicyUntil(const HostSetup& setup, const Condition& condition) {
+  for (int attempt = 0; attempt < 6; ++attempt) {
+    if (setup.Control({"policy-changed"}).code != 0) return false;
+    if (Eventually(condition, kTimeout / 6)) return true;
+  }
+  return false;
 }

@@ -17,7 +17,7 @@ Outcome Read(const HostSetup& setup, const std::string& program, const std::stri
 }
 
 std::string Rules(const std::string& directories) {
-  return "[emulator]\nsource = 'fanotify'\n"
+  return "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n"
          "[policy]\ndirectories = [" +
          directories + "]\n[[judging.rules]]\npath = '*.secret'\nprocess = 'cat'\ndecision = 3\n";
 }

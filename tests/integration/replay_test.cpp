@@ -12,21 +12,18 @@ namespace {
 
 using ::testing::HasSubstr;
 
-constexpr char kEvents[] =
-    "threads = 4\n"
-    "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
-    "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
-    "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
-    "[[steps]]\nnotify = 4098\npath = '/a/y.traced'\nexpect_verdict = 6\n"
-    "[[steps]]\nnotify = 4097\ncount = 200\nthreads = 4\npath = '/a/many'\n"
-    "[[steps]]\nnotify = 4098\npath = '/a/locked'\noplock = 1\n"
-    "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
-constexpr char kSettings[] =
-    "[module]\nconfig_block = 'a block'\n[spsp]\nflag1 = 1\nflag3 = 7\n"
-    "[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n"
-    "[policy]\ndirectories = ['watched', 'host.toml', 'not-there']\n"
-    "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n"
-    "[[judging.rules]]\npath = '*.traced'\ndecision = 5\ncontext = 'a text'\n";
+const std::string kEvents = "threads = 4\n" + std::string(kAwaitOpening) +
+                            "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
+                            "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
+                            "[[steps]]\nnotify = 4098\npath = '/a/y.traced'\nexpect_verdict = 6\n"
+                            "[[steps]]\nnotify = 4097\ncount = 200\nthreads = 4\npath = '/a/many'\n"
+                            "[[steps]]\nnotify = 4098\npath = '/a/locked'\noplock = 1\n"
+                            "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
+const std::string kSettings = std::string(kSystemImage) +
+                              "[module]\nconfig_block = 'a block'\n[spsp]\nflag1 = 1\nflag3 = 7\n"
+                              "[policy]\ndirectories = ['watched', 'host.toml', 'not-there']\n"
+                              "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n"
+                              "[[judging.rules]]\npath = '*.traced'\ndecision = 5\ncontext = 'a text'\n";
 
 // The line of the totals.
 std::string LastLine(const std::string& text) {
@@ -99,7 +96,7 @@ TEST_F(Replay, ACaptureOfAnotherMachineReplaysIdentically) {
 }
 
 TEST_F(Replay, TheCallsOfTheHostAreRepeated) {
-  setup.WriteHost(kSettings, "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n");
+  setup.WriteHost(kSettings, kAwaitOpening);
   HostProcess host(setup, RunArguments(setup, {"--record", File()}));
   ASSERT_TRUE(host.WaitForError("scenario finished"));
   const std::string other = setup.Directory("other");
@@ -109,12 +106,11 @@ TEST_F(Replay, TheCallsOfTheHostAreRepeated) {
         Arguments{"version"}, Arguments{"monitor", "add", "3", other}, Arguments{"monitor", "add", "3", File()},
         Arguments{"monitor", "send", "3"}, Arguments{"monitor", "clear", "3"},
         Arguments{"net-control", "apply", File("items.toml")}, Arguments{"net-control", "mode1"},
-        Arguments{"register-process", "3", "4"}, Arguments{"send-config"}, Arguments{"debug-dump"},
-        Arguments{"policy-changed"}}) {
+        Arguments{"register-process", "3", "4"}, Arguments{"send-config"}, Arguments{"debug-dump"}}) {
     EXPECT_EQ(setup.Control(operation).code, 0) << operation[0];
   }
   EXPECT_EQ(setup.Control({"grsp", "2"}).code, 1);
-  ASSERT_TRUE(Eventually([&] { return JsonValue(setup.ControlJson({"driver"}), "requests.24") == "3"; }));
+  ASSERT_TRUE(NotifyPolicyUntil(setup, [&] { return JsonValue(setup.ControlJson({"driver"}), "requests.24") == "3"; }));
   EXPECT_EQ(host.Stop().code, 0);
   const Outcome outcome = Play();
   ExpectIdentical(outcome);
@@ -138,7 +134,7 @@ TEST_F(Replay, ARecordingThatStartsLateIsReplayedFromItsStart) {
 }
 
 TEST_F(Replay, ACaptureMayContainOnlyNotifications) {
-  Record("[capture]\nkinds = ['notifications']\n" + std::string(kSettings));
+  Record("[capture]\nkinds = ['notifications']\n" + kSettings);
   const Outcome outcome = Play();
   ExpectIdentical(outcome);
   EXPECT_EQ(JsonValue(outcome.out, "replay.notifications"), "205");
@@ -146,7 +142,7 @@ TEST_F(Replay, ACaptureMayContainOnlyNotifications) {
 }
 
 TEST_F(Replay, WithoutFactsOnlyTheFormOfRequestsIsChecked) {
-  Record("[capture]\nkinds = ['notifications', 'requests']\n" + std::string(kSettings));
+  Record("[capture]\nkinds = ['notifications', 'requests']\n" + kSettings);
   const Outcome outcome = Play();
   ExpectIdentical(outcome);
   EXPECT_EQ(JsonValue(outcome.out, "replay.request_contents_compared"), "false");
@@ -173,7 +169,7 @@ TEST_F(Replay, ARecordedMessageCanBeUsedAsATest) {
   // Exchange 9 is the first notification of the golden run, which a rule refused.
   const std::string step = std::string("[[steps]]\nfrom_capture = '") + FENLUX_GOLDEN_RUN + "'\nexchange = 9\n";
   const std::string await = "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
-  setup.WriteHost("stop_at_end = true\n" + std::string(kSettings),
+  setup.WriteHost("stop_at_end = true\n" + kSettings,
                   await + step + "[[steps]]\nraw_hex = '00 01 02'\nexpect_verdict = 8\n");
   const Outcome same = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(same.code, 0) << same.out << same.err;

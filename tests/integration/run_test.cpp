@@ -10,16 +10,15 @@
 namespace fenlux::testing {
 namespace {
 
-constexpr char kThreeEvents[] =
-    "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
-    "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
-    "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
-    "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
-constexpr char kRules[] = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
+const std::string kThreeEvents = std::string(kAwaitOpening) +
+                                 "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
+                                 "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
+                                 "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
+const std::string kRules = std::string(kSystemImage) + "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
 
 TEST(Run, PlaysAScenarioToItsEnd) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n" + kRules, kThreeEvents);
   const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.err << outcome.out;
   EXPECT_TRUE(Contains(outcome.err, "Driver Interact Ready.\n"));
@@ -32,7 +31,7 @@ TEST(Run, PlaysAScenarioToItsEnd) {
 
 TEST(Run, WritesItsLogAndItsSummaryAsJson) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n" + std::string(kRules), kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n" + kRules, kThreeEvents);
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(CountOf(outcome.out, "\n"), 1U);
@@ -56,8 +55,7 @@ TEST(Run, IsIndependentOfTheLocale) {
   for (const char* locale : {"C", "xx_XX.UTF-8"}) {  // the second one does not exist
     HostSetup setup;
     setup.SetVariable("LC_ALL", locale);
-    setup.WriteHost("stop_at_end = true\n[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n",
-                    kThreeEvents);
+    setup.WriteHost("stop_at_end = true\n" + std::string(kSystemImage), kThreeEvents);
     const auto program = boost::filesystem::path(setup.Directory("j\u00fcrgen")) / "fenlux-host";
     boost::filesystem::copy_file(FENLUX_PROGRAM_DIRECTORY "/fenlux-host", program);
     HostProcess host(setup, program.string(),
@@ -69,7 +67,7 @@ TEST(Run, IsIndependentOfTheLocale) {
 
 TEST(Run, StopsAfterItsDuration) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kNoConnection);
   EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "1"})).code, 0);
 }
 

@@ -103,7 +103,7 @@ TEST(Service, SendsNoWatchdogReportsIfAnotherProcessIsWatched) {
   setup.SetVariable("NOTIFY_SOCKET", socket);
   setup.SetVariable("WATCHDOG_USEC", "300000");
   setup.SetVariable("WATCHDOG_PID", "1");
-  setup.WriteHost("");
+  setup.WriteHost(kNoConnection);
   HostProcess host(setup, RunArguments(setup, {"--duration", "2s"}));
   EXPECT_EQ(host.Wait().code, 0);
   std::string message = manager.Await("=");
@@ -116,7 +116,7 @@ TEST(Service, SendsNoWatchdogReportsIfAnotherProcessIsWatched) {
 TEST(Service, WithoutAReachableManagerTheHostRunsAsUsual) {
   HostSetup setup;
   setup.SetVariable("NOTIFY_SOCKET", (setup.Path() / "nobody").string());
-  setup.WriteHost("");
+  setup.WriteHost(kNoConnection);
   EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "300ms"})).code, 0);
 }
 
@@ -326,7 +326,7 @@ TEST(LogFile, IsRotatedByLogrotateWhileTheHostRuns) {
 
 TEST(Output, AWriteErrorGivesExitCodeOne) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kNoConnection);
   const std::string program = HostProgram();
   const std::string config = (setup.Path() / "host.toml").string();
   const auto full = [&](const std::string& arguments) {
@@ -345,6 +345,7 @@ TEST(Output, AWriteErrorGivesExitCodeOne) {
   EXPECT_EQ(check.code, 1);
   EXPECT_EQ(check.err, reason);
 
+  setup.WriteHost("");
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   const Outcome control = full("ctl --config " + config + " status");

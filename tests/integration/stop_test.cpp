@@ -43,6 +43,9 @@ Arguments Redirected(const HostSetup& setup, const std::string& redirections) {
           (setup.Path() / "host.toml").string()};
 }
 
+// Outputs and drivers are stuck here on purpose.
+constexpr char kDefaultLimit[] = "stop_timeout_ms = 3000\n";
+
 // Waits until the host answers on its control socket and has a connection.
 bool AwaitReady(const HostSetup& setup) {
   return Eventually([&] {
@@ -53,7 +56,7 @@ bool AwaitReady(const HostSetup& setup) {
 
 TEST(Stop, EndsWhileNobodyReadsStandardError) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kDefaultLimit);
   const StuckPipe pipe(setup, "pipe");
   HostProcess host(setup, "sh", Redirected(setup, "2>" + pipe.path));
   ASSERT_TRUE(AwaitReady(setup));
@@ -64,7 +67,7 @@ TEST(Stop, EndsWhileNobodyReadsStandardError) {
 
 TEST(Stop, TheHostServesAndEndsWhileNobodyReadsStandardOutput) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kDefaultLimit);
   const StuckPipe pipe(setup, "pipe");
   HostProcess host(setup, "sh", Redirected(setup, ">" + pipe.path));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
@@ -80,7 +83,7 @@ TEST(Stop, TheHostServesAndEndsWhileNobodyReadsStandardOutput) {
 
 TEST(Stop, EndsWhileNobodyReadsEitherOutput) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kDefaultLimit);
   const StuckPipe pipe(setup, "pipe");
   HostProcess host(setup, "sh", Redirected(setup, ">" + pipe.path + " 2>&1"));
   ASSERT_TRUE(AwaitReady(setup));
@@ -106,7 +109,7 @@ TEST(Stop, AConfigurationThatIsANamedPipeIsRefusedAtOnce) {
 
 TEST(Stop, AReloadOfANamedPipeIsRefusedAtOnce) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kDefaultLimit);
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   boost::filesystem::remove(setup.Path() / "host.toml");
@@ -143,7 +146,7 @@ class HeldFile {
 
 TEST(Stop, EndsWhileItsConfigurationCannotBeOpened) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kDefaultLimit);
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("Driver Interact Ready."));
   const HeldFile held((setup.Path() / "host.toml").string());
@@ -155,7 +158,7 @@ TEST(Stop, EndsWhileItsConfigurationCannotBeOpened) {
 
 TEST(Stop, AStartEndsWhileItsConfigurationCannotBeOpened) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kDefaultLimit);
   const HeldFile held((setup.Path() / "host.toml").string());
   if (!held.Holds()) GTEST_SKIP() << "this process may not block the openers of a file";
   HostProcess host(setup, RunArguments(setup));
@@ -169,7 +172,7 @@ constexpr char kSlowDriver[] =
 
 TEST(Stop, EndsWhileTheDriverDoesNotAnswerTheFirstRequests) {
   const HostSetup setup;
-  setup.WriteHost("[emulator.faults]\ndelay_requests_ms = 3600000\n");
+  setup.WriteHost(std::string(kDefaultLimit) + "[emulator.faults]\ndelay_requests_ms = 3600000\n");
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("[emulator] Connection 1 opened"));
   EXPECT_EQ(host.Stop().code, 0);
@@ -177,7 +180,7 @@ TEST(Stop, EndsWhileTheDriverDoesNotAnswerTheFirstRequests) {
 
 TEST(Stop, EndsWhileTheDriverDoesNotAnswerTheRequestsOfTheStop) {
   const HostSetup setup;
-  setup.WriteHost("", kSlowDriver);
+  setup.WriteHost(kDefaultLimit, kSlowDriver);
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("[emulator] scenario finished"));
   const Outcome outcome = host.Stop();
@@ -187,7 +190,7 @@ TEST(Stop, EndsWhileTheDriverDoesNotAnswerTheRequestsOfTheStop) {
 
 TEST(Stop, EndsWhileAnotherStopWaitsForTheDriver) {
   const HostSetup setup;
-  setup.WriteHost("", kSlowDriver);
+  setup.WriteHost(kDefaultLimit, kSlowDriver);
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("[emulator] scenario finished"));
   Arguments stop{"ctl", "--socket", (setup.Path() / "control/host.sock").string(), "stop", "--clear"};

@@ -1,6 +1,7 @@
 // `fenlux-host ctl watch`: events as they happen, for several watchers, none of which can delay the host.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -69,6 +70,10 @@ TEST_F(Watch, AWatcherThatDoesNotReadLosesEventsAndDelaysNobody) {
   HostProcess slow(setup, "sh", {"-c", command});
   HostProcess quick(setup, WatchArguments({}));
   ASSERT_TRUE(quick.WaitForOutput("\n", 1000));
+  ASSERT_TRUE(Eventually([reader] {  // the slow one has begun
+    int size = 0;
+    return ::ioctl(reader, FIONREAD, &size) == 0 && size > 0;
+  }));
   const auto delivered = [&] { return std::stoull(JsonValue(setup.ControlJson({"status"}), "delivered")); };
   const std::uint64_t before = delivered();
   ASSERT_TRUE(Eventually([&] { return delivered() > before + 20'000; })) << "the host waits for the slow watcher";

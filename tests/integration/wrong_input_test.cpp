@@ -263,7 +263,7 @@ TEST(WrongInput, InOtherSettingsDoesNotKeepCtlFromReachingItsHost) {
 
 TEST(Duration, AcceptsAUnit) {
   const HostSetup setup;
-  setup.WriteHost("");
+  setup.WriteHost(kNoConnection);
   EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration", "300ms"})).code, 0);
   EXPECT_EQ(setup.Run(RunArguments(setup, {"--duration=0.005m"})).code, 0);
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <boost/algorithm/string/replace.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <chrono>
 #include <map>
 #include <regex>
 
@@ -31,7 +32,7 @@ std::string Utf8(const boost::filesystem::path& path) {
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 std::string ConfigText(const HostSetup& setup, const std::string& text) {
-  return text + "\n[control]\nsocket = '" + setup.Pipe() + "'\n";
+  return "stop_timeout_ms = 60000\n" + text + "\n[control]\nsocket = '" + setup.Pipe() + "'\n";
 }
 
 ProgramOutcome Control(const HostSetup& setup, const std::vector<std::string>& operation) {
@@ -266,6 +267,15 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
   HostProgram host(setup, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
   // The stand-in delivers its messages and closes the connection.
   ASSERT_TRUE(host.AwaitLog("[driver port] Connection ended: ")) << host.End().err;
+  // The last reply is counted after it was sent, and the version belongs to another thread.
+  const auto counted = [&setup] {
+    const std::string summary = Control(setup, {"--json", "summary"}).out;
+    return Contains(summary, "\"answered\":500") && Contains(summary, "\"driver_version\":19072701");
+  };
+  bool complete = counted();
+  for (const auto begin = std::chrono::steady_clock::now(); !complete; complete = counted()) {
+    ASSERT_LT(std::chrono::steady_clock::now() - begin, kTimeout) << host.End().err;
+  }
   ASSERT_TRUE(host.PressCtrlC());
   const ProgramOutcome outcome = host.End();
   EXPECT_EQ(outcome.code, 0) << outcome.err;
