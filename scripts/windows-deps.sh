@@ -11,8 +11,8 @@
 # The key covers everything that goes into it. The folder is renamed to that name last, so it is always complete.
 #
 # FENLUX_JOBS: number of parallel compile jobs (default: number of processors)
-# FENLUX_SOURCE_PACKAGES: a folder with source packages of Boost or POCO (.dsc and the files it names). What it contains
-#   is used instead of the release's own, for example without a network, or if the archive lacks a file.
+# FENLUX_SOURCE_PACKAGES: a folder with source packages of Boost or POCO (.dsc and the files it names). They
+#   replace those of the release, for example without a network, or if the archive lacks a file.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a running build.
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -28,7 +28,7 @@ triple=x86_64-w64-mingw32
 jobs=${FENLUX_JOBS:-$(nproc)}
 cache=$(fenlux_cache)
 
-exec 8>&2  # for messages while stderr is the log
+exec 8>&2  # for messages while stderr goes to the log
 say() { printf 'windows-deps: %s\n' "$*" >&8; }
 die() { say "$*"; exit 1; }
 
@@ -63,7 +63,7 @@ given_package() {
   local -a files
   [ -n "${FENLUX_SOURCE_PACKAGES:-}" ] || return 0
   [ -d "$FENLUX_SOURCE_PACKAGES" ] || die "FENLUX_SOURCE_PACKAGES: $FENLUX_SOURCE_PACKAGES is not a folder"
-  mapfile -t files < <(find "$FENLUX_SOURCE_PACKAGES" -maxdepth 1 -name "$1" -type f)
+  mapfile -t files < <(find -L "$FENLUX_SOURCE_PACKAGES" -maxdepth 1 -name "$1" -type f)
   [ ${#files[@]} -le 1 ] || die "FENLUX_SOURCE_PACKAGES has more than one $1: ${files[*]}"
   [ ${#files[@]} -eq 0 ] || realpath "${files[0]}"
 }
@@ -110,7 +110,7 @@ finish_if_cached() {
   key=$({
     versions
     "$triple-g++-posix" -dumpfullversion
-    cat "$here/windows-deps.sh"
+    cat "$here/windows-deps.sh" ${boost_dsc:+"$boost_dsc"} ${poco_dsc:+"$poco_dsc"}
     for header in "$forwarders"/*.h; do
       printf '%s\n' "${header##*/}"
       cat "$header"
@@ -158,8 +158,6 @@ trap 'exit 143' TERM
 # because the machine's own lists may have been deleted.
 mkdir -p "$work/apt/parts" "$work/apt/state/lists/partial" "$work/apt/cache/archives/partial" "$work/src"
 debian_sources | sed 'p; s/^deb /deb-src /' >"$work/apt/sources.list"
-[ -s "$work/apt/sources.list" ] || die "apt has no archive of this Debian release configured"
-
 apt_options=(
   -o Dir::Etc::sourcelist="$work/apt/sources.list"
   -o Dir::Etc::sourceparts="$work/apt/parts"
@@ -169,11 +167,14 @@ apt_options=(
   -o APT::Sandbox::User=root
 )
 if [ -z "$boost_dsc" ] || [ -z "$poco_dsc" ]; then
+  [ -s "$work/apt/sources.list" ] || die "apt has no archive of this Debian release configured"
   say "reading the lists of source packages"
   apt-get "${apt_options[@]}" update >>"$log" 2>&1
 fi
 
-[ -n "$boost" ] || find_versions "${apt_options[@]}" || die "the configured archives have no Boost and POCO to build"
+if [ -z "$boost" ] || [ -z "$boost_version" ] || [ -z "$poco_version" ]; then
+  find_versions "${apt_options[@]}" || die "the configured archives have no Boost and POCO to build"
+fi
 
 # offered PACKAGE VERSION: prints that version, or the newest if the archive no longer offers it.
 offered() {

@@ -65,6 +65,7 @@ void ReadAsConfiguration(std::string_view text) {
   const ConfigDocument document(text, kFile, errors);
   const ConfigTable root = document.Root();
   root.Boolean("stop_at_end", false);
+  root.Unsigned("stop_timeout_ms", 3000, 1000, 600'000);
   const FixedSettings fixed = ReadFixedSettings(root);
   const LiveSettings live = ReadLiveSettings(root);
   const Rules rules = ReadRules(root.Table("judging"));

@@ -59,7 +59,7 @@ void CheckProgramRules(const ConfigTable& emulator, const ProgramJudging& judgin
 }
 
 std::chrono::milliseconds ReadStopTimeout(const ConfigTable& root) {
-  constexpr std::uint32_t kMax = 24 * 60 * 60 * 1000;
+  constexpr std::uint32_t kMax = 10 * 60 * 1000;
   return std::chrono::milliseconds(root.Unsigned("stop_timeout_ms",
                                                  static_cast<std::uint32_t>(kDefaultStopTimeout.count()),
                                                  static_cast<std::uint32_t>(kMinStopTimeout.count()), kMax));

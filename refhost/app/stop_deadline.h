@@ -6,8 +6,8 @@
 
 namespace fenlux::refhost {
 
-// A run ends within this time after the signal, whatever its outputs, its configuration and the driver do, unless the
-// configuration says otherwise. A call into the module that exceeds its own limit extends it.
+// How long a run may take to end after the signal, whatever its outputs, its configuration file and the driver do.
+// `stop_timeout_ms` overrides it. A call into the module that exceeds its own limit extends it.
 inline constexpr std::chrono::milliseconds kDefaultStopTimeout{3000};
 inline constexpr std::chrono::milliseconds kMinStopTimeout{1000};
 
@@ -25,7 +25,7 @@ struct StopShares {
   Milliseconds control;    // for an operation of the control channel
   Milliseconds module;     // for the module, which is waited for twice
   Milliseconds recording;  // for the capture file
-  Milliseconds outputs;    // until then, outputs may take what is left
+  Milliseconds outputs;    // until this time after the signal, an output may use all the time left
   Milliseconds minOutput;  // for each output even after that: an output that is not stuck needs less
 };
 
@@ -37,7 +37,7 @@ class StopDeadline {
   StopDeadline(Clock::time_point stopped, const StopShares& stopShares)
       : shares(stopShares), deadline(stopped + shares.outputs) {}
 
-  // For the log. The other outputs keep half of the time, so that a stuck log does not cost the summary.
+  // For the log. The other outputs keep half of the time, so that a stuck log leaves time for the summary.
   std::chrono::milliseconds LogTimeout(Clock::time_point now) const {
     return std::max(Left(now) / 2, shares.minOutput);
   }

@@ -63,7 +63,7 @@ TEST(Help, DescribesTheOptionsOfAnOperationAndTheCommonOnes) {
             "                          change\n");
 }
 
-// A run without a connection logs one event before it starts.
+// A host without a connection that logs one event: the address of its metrics.
 const std::string kOneEvent = std::string(kNoConnection) + "[metrics]\nlisten = '127.0.0.1:0'\n";
 
 TEST(Color, IsWrittenOnlyOnRequest) {

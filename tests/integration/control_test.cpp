@@ -17,7 +17,7 @@ class Control : public ::testing::Test {
     ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
     // Once the policy worker is done, only operations change the driver's state.
     ASSERT_TRUE(Eventually([&] { return Driver("config_block") == "4142"; }));
-    // The version is the last thing that the connection's thread asks for, as there are no system processes.
+    // The version is the last request of the connection's thread, because there are no system processes.
     ASSERT_TRUE(Eventually([&] { return JsonValue(setup.ControlJson({"status"}), "driver_version") == "19072701"; }));
   }
 

@@ -25,7 +25,7 @@ constexpr char kScenario[] =
 
 void Prepare(HostSetup& setup, std::size_t failing) {
   setup.WriteHost(
-      "stop_at_end = true\n[log]\nfile = 'log'\n[policy]\ndirectories = ['.']\n"
+      "stop_at_end = true\nstop_timeout_ms = 15000\n[log]\nfile = 'log'\n[policy]\ndirectories = ['.']\n"
       "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n",
       kScenario);
   setup.SetVariable("FENLUX_FAILING_ALLOCATION", std::to_string(failing));

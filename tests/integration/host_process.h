@@ -18,8 +18,8 @@ inline constexpr std::chrono::seconds kTimeout{60};
 
 using Arguments = std::vector<std::string>;
 
-// Steps that wait until both of the module's threads have opened the connection: the last request of one is the system
-// process, of the other the configuration block. The host must have kSystemImage.
+// Steps that wait for the last requests of the two threads that open the connection: the system process and the
+// configuration block. The host must have kSystemImage.
 inline constexpr char kAwaitOpening[] =
     "[[steps]]\nawait_request = 20\nlimit_ms = 60000\n[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
 inline constexpr char kSystemImage[] = "[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n";
@@ -48,8 +48,8 @@ class HostSetup {
   const std::map<std::string, std::string>& Variables() const { return variables; }
   // Creates a directory and returns its path.
   std::string Directory(const std::string& name) const;
-  // Writes host.toml, with a control socket in this directory, and scenario.toml. The first line lets the end of a run
-  // take as long as on the busiest machine, unless the text has a limit of its own.
+  // Writes host.toml, with a control socket in this directory, and scenario.toml. The first line is a long
+  // stop_timeout_ms, for busy machines, unless the text sets one.
   void WriteHost(const std::string& text, const std::string& scenario) const;
   void WriteHost(const std::string& text) const;
 

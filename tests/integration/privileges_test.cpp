@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <boost/filesystem/operations.hpp>
-#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,11 +22,11 @@ constexpr std::uint64_t kKernelEvents =
 
 bool IsRoot() { return ::geteuid() == 0; }
 
-// A field of a thread's status.
-std::string Status(const fs::path& thread, const std::string& field) {
-  std::ifstream stream((thread / "status").string());
+// A field of the text of a thread's status.
+std::string Field(const std::string& status, const std::string& name) {
+  std::istringstream stream(status);
   for (std::string line; std::getline(stream, line);) {
-    if (line.rfind(field + ":\t", 0) == 0) return line.substr(field.size() + 2);
+    if (line.rfind(name + ":\t", 0) == 0) return line.substr(name.size() + 2);
   }
   return {};
 }
@@ -37,18 +37,19 @@ void ExpectCapabilities(const HostProcess& host, std::uint64_t expected) {
   const fs::path tasks = fs::path("/proc") / std::to_string(host.Id()) / "task";
   int threads = 0;
   for (const auto& task : fs::directory_iterator(tasks)) {
-    if (Status(task, "NoNewPrivs").empty()) continue;  // the thread has ended
+    const std::string status = FileText(task.path() / "status");
+    if (Field(status, "NoNewPrivs").empty()) continue;  // the thread has ended
     ++threads;
     if (FENLUX_SANITIZED && task.path().filename() != std::to_string(host.Id())) continue;
     for (const char* field : {"CapPrm", "CapEff"}) {
-      EXPECT_EQ(std::stoull(Status(task, field), nullptr, 16), IsRoot() ? expected : 0) << field;
+      EXPECT_EQ(std::stoull(Field(status, field), nullptr, 16), IsRoot() ? expected : 0) << field;
     }
-    EXPECT_EQ(std::stoull(Status(task, "CapInh"), nullptr, 16), 0U);
-    EXPECT_EQ(std::stoull(Status(task, "CapAmb"), nullptr, 16), 0U);
+    EXPECT_EQ(std::stoull(Field(status, "CapInh"), nullptr, 16), 0U);
+    EXPECT_EQ(std::stoull(Field(status, "CapAmb"), nullptr, 16), 0U);
     if (IsRoot()) {
-      EXPECT_EQ(std::stoull(Status(task, "CapBnd"), nullptr, 16), expected);
+      EXPECT_EQ(std::stoull(Field(status, "CapBnd"), nullptr, 16), expected);
     }
-    EXPECT_EQ(Status(task, "NoNewPrivs"), "1");
+    EXPECT_EQ(Field(status, "NoNewPrivs"), "1");
   }
   EXPECT_GT(threads, 3);
 }

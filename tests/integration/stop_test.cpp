@@ -43,7 +43,7 @@ Arguments Redirected(const HostSetup& setup, const std::string& redirections) {
           (setup.Path() / "host.toml").string()};
 }
 
-// Outputs and drivers are stuck here on purpose.
+// The default: outputs and drivers are stuck on purpose here, so the host uses all of this time.
 constexpr char kDefaultLimit[] = "stop_timeout_ms = 3000\n";
 
 // Waits until the host answers on its control socket and has a connection.

@@ -267,7 +267,7 @@ TEST(HostProgram, ServesADriverThroughTheFilterManagersFunctions) {
   HostProgram host(setup, {"run", "--config", Utf8(config)}, {L"FENLUX_STAND_IN_MESSAGES=500"});
   // The stand-in delivers its messages and closes the connection.
   ASSERT_TRUE(host.AwaitLog("[driver port] Connection ended: ")) << host.End().err;
-  // The last reply is counted after it was sent, and the version belongs to another thread.
+  // The last reply is counted after it was sent, and another thread asks for the version.
   const auto counted = [&setup] {
     const std::string summary = Control(setup, {"--json", "summary"}).out;
     return Contains(summary, "\"answered\":500") && Contains(summary, "\"driver_version\":19072701");

@@ -32,7 +32,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// For an error of the start, before the configuration is known or while nothing has to be stopped.
+// For an error before the stop begins.
 constexpr std::chrono::milliseconds kFailureTimeout = StopShares(kDefaultStopTimeout).outputs;
 
 // Serves the control channel on one thread, because operations of network control must not overlap.

@@ -44,13 +44,15 @@ bool HostCalls::Begin(const std::string& operation, const ControlArguments& argu
 void HostCalls::Settle(const Patience& patience) {
   constexpr std::chrono::milliseconds kPollInterval{5};
   const auto begin = std::chrono::steady_clock::now();
+  auto blockedSince = begin;
   for (const std::shared_ptr<Call>& call : calls) {
     for (;;) {
       if (patience.isWaiting(call->thread)) break;
       const bool mayBeBlocked = patience.mayBlock();
       MutexLock lock(call->mutex);
       const auto now = std::chrono::steady_clock::now();
-      if (call->done || now >= begin + (mayBeBlocked ? patience.blockedLimit : patience.limit)) break;
+      if (!mayBeBlocked) blockedSince = now;
+      if (call->done || now >= begin + patience.limit || now >= blockedSince + patience.blockedLimit) break;
       lock.WaitUntil(call->changed, now + kPollInterval);
     }
   }

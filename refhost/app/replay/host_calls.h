@@ -27,11 +27,11 @@ class HostCalls {
   // How long to wait for calls.
   struct Patience {
     std::function<bool(std::thread::id thread)> isWaiting;  // whether the thread waits for the driver
-    std::function<bool()> mayBlock;          // whether a thread that waits may keep others from returning
+    std::function<bool()> mayBlock;          // whether a thread waits for the driver and may block other calls
     std::chrono::milliseconds blockedLimit;  // while mayBlock says so
     std::chrono::milliseconds limit;
   };
-  // Waits until every call has returned or its thread waits for the driver.
+  // Waits until every call has returned or waits for the driver, or a limit passes.
   void Settle(const Patience& patience);
   // Whether a call has not returned.
   bool Running();

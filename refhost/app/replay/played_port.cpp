@@ -173,6 +173,11 @@ void PlayedPort::UnlessPolicyApplied(const std::function<void()>& action) {
   if (answering == Answering::kOpening && !policyApplied) action();
 }
 
+void PlayedPort::EndOpening() {
+  const MutexLock lock(mutex);
+  if (answering == Answering::kOpening) answering = Answering::kPlayer;
+}
+
 bool PlayedPort::AwaitEnd(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   MutexLock lock(mutex);

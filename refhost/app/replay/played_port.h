@@ -72,6 +72,8 @@ class PlayedPort {
   bool AwaitStart(std::chrono::milliseconds limit);
   bool AwaitOpening(std::chrono::milliseconds limit);
   bool AwaitEnd(std::chrono::milliseconds limit);
+  // Ends an opening that the module has not completed.
+  void EndOpening();
   // Runs the action if the opening still lacks the configuration block. The module cannot send it while the action
   // runs.
   void UnlessPolicyApplied(const std::function<void()>& action);

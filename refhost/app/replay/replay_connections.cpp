@@ -37,7 +37,9 @@ void ReplayPlayer::PlayConnect(const Packet& packet) {
   policyDue = true;
   if (connection.opening) return port->Accept(Answering::kPlayer);
   port->Accept(outline.requests ? Answering::kOpening : Answering::kPort);
-  if (outline.requests && !AwaitOpening(*port)) Report(packet, "the module did not open the connection completely");
+  if (!outline.requests || AwaitOpening(*port)) return;
+  port->EndOpening();
+  Report(packet, "the module did not open the connection completely");
 }
 
 bool ReplayPlayer::AwaitOpening(PlayedPort& port) {

@@ -153,7 +153,7 @@ TEST_F(Delivery, AVerdictAfterTheDeadlineIsLateAndDropped) {
 
 TEST_F(Delivery, OneLateHandlerDoesNotDelayTheOthers) {
   std::atomic<int> calls{0};
-  settings.deadline = std::chrono::milliseconds(500);
+  settings.deadline = std::chrono::milliseconds(1000);
   scenario.threads = 2;
   handler = [&](const Bytes&) {
     if (calls++ == 0) gate->Pass();
@@ -164,7 +164,7 @@ TEST_F(Delivery, OneLateHandlerDoesNotDelayTheOthers) {
   ASSERT_TRUE(Emulator().WaitScenarioFinished(kTestTimeout));
   EXPECT_GE(Totals().late, 1u);
   EXPECT_EQ(Totals().late + Totals().answered, 50u);
-  EXPECT_GT(Totals().answered, 0u);
+  EXPECT_LE(Totals().late, 5u) << "more than a busy machine can delay";
   const bool busy = Totals().late > 1;
   gate->Open();
   Emulator().Stop();

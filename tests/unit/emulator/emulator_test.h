@@ -67,7 +67,7 @@ class EmulatorTest : public ::testing::Test {
   using Handler = std::function<std::shared_ptr<CBuf>(const Bytes& message)>;
 
  protected:
-  // No deadline ends while a test runs unless it sets one.
+  // No deadline or grace period ends during a test unless the test sets it.
   EmulatorTest() { settings.deadline = settings.stopGrace = kTestTimeout; }
 
   // Stops the emulator and checks that its totals add up.

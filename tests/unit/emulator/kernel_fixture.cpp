@@ -5,18 +5,24 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <boost/filesystem/directory.hpp>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
+
+#include "tests/support/test_timeout.h"
 
 namespace fenlux::testing {
 namespace {
@@ -186,6 +192,21 @@ int OtherProcess::Result() {
     throw std::runtime_error("the other process is gone");
   }
   return result;
+}
+
+void OtherProcess::AwaitBlockedOpen() const {
+  const std::string file = "/proc/" + std::to_string(process) + "/syscall";
+  const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
+  while (std::chrono::steady_clock::now() < deadline) {
+    std::ifstream stream(file);
+    std::string call;  // the number of the system call in which the process is blocked, or "running"
+    if (!(stream >> call)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      return;
+    }
+    if (call == std::to_string(SYS_openat)) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 }  // namespace fenlux::testing

@@ -63,6 +63,9 @@ class OtherProcess {
     return Result();
   }
   int Shell(const std::string& command) { return Perform(command, Operation::kShell); }
+  // Waits until the process is blocked while it opens a file: its event is then queued. If the kernel does not show
+  // what the process does, waits a moment instead.
+  void AwaitBlockedOpen() const;
 
  private:
   [[noreturn]] static void Serve(int input, int output);

@@ -120,11 +120,12 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStopsRegardlessOfTheSetting) {
   other.Begin(file);
   gate->AwaitArrivals(1);
   another.Begin(file);
+  another.AwaitBlockedOpen();
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
-  gate->Open();
   EXPECT_EQ(another.Result(), 0);
   EXPECT_EQ(Totals().kernelRefusedUnjudged, 0u);
+  gate->Open();
 }
 
 TEST_F(HeldKernelEvents, PassWhenTheConnectionEnds) {
@@ -144,12 +145,13 @@ TEST_F(HeldKernelEvents, PassWhenTheEmulatorStops) {
   other.Begin(file);
   gate->AwaitArrivals(1);
   another.Begin(file);  // not read: the only reader is inside the module
+  another.AwaitBlockedOpen();
   Emulator().Stop();
   EXPECT_EQ(other.Result(), 0);
-  gate->Open();
   EXPECT_EQ(another.Result(), 0);
   EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().Unjudged(UnjudgedCause::kStopped), 1u);
+  gate->Open();
 }
 
 TEST_F(HeldKernelEvents, AreAnsweredOnSeveralThreads) {

@@ -25,7 +25,7 @@ class ConnectionWorker : public WorkerTest {
     for (const auto& pause : Clock().Pauses()) attempts += pause.duration == 5s ? 1 : 0;
     return attempts;
   }
-  // Ends the current attempt and waits for the end of the next one. False: there was none.
+  // Ends the pause after an attempt and waits until the next attempt has ended. False: timed out.
   bool EndAttempt() {
     if (!Clock().AwaitParked(5s)) return false;
     const std::size_t before = Attempts();
@@ -143,8 +143,10 @@ TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenOnlyAfterTheShutdown) {
   Gate().FailAlways("CPortClient::Connect", Failure::kStandard);
   Gate().FailAlways("CPortClient::Close", Failure::kStandard);
   EXPECT_THROW(impl->StopWork(false), std::runtime_error);
-  for (int end = 0; end < 50; ++end) ASSERT_TRUE(EndAttempt());
-  EXPECT_FALSE(PolicyWorkerPolls()) << "nothing follows a failed shutdown";
+  for (int end = 0; end < 50; ++end) {
+    ASSERT_TRUE(EndAttempt());
+    ASSERT_FALSE(PolicyWorkerPolls()) << "nothing follows a failed shutdown";
+  }
 }
 
 TEST_F(ConnectionWorker, ThePolicyWorkerIsWokenBeforeTheAttemptIsCounted) {
