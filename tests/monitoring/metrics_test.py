@@ -65,6 +65,11 @@ def value(text, series):
     return float(found[1]) if found else 0.0
 
 
+def beyond(text, moving, earlier):
+    """The text if each of the series is greater than in the earlier text."""
+    return text if all(value(text, series) > value(earlier, series) for series in moving) else None
+
+
 def check_http(port):
     status, kind, _ = request(port)
     assert (status, kind) == (200, "text/plain; version=0.0.4; charset=utf-8"), (status, kind)
@@ -107,13 +112,11 @@ def main():
             place = until(lambda: re.search(r"metrics at http://127\.0\.0\.1:(\d+)/metrics", log.read_text()),
                           "the host does not say where its metrics are")
             port = int(place[1])
-            series = 'fenlux_verdicts_total{code="4098",verdict="4"}'
-            first = until(lambda: (lambda text: text if value(text, series) > 0 else None)(request(port)[2]),
-                          "no refusal is counted")
-            second = until(lambda: (lambda text: text if value(text, series) > value(first, series) else None)(
-                request(port)[2]), "the counter of refusals does not move")
-            for moving in ('fenlux_notifications_total{code="4098"}', "fenlux_latency_seconds_count"):
-                assert value(second, moving) > value(first, moving) > 0, moving
+            # A notification is counted when it is delivered, its verdict and latency when it is answered.
+            moving = ('fenlux_notifications_total{code="4098"}', 'fenlux_verdicts_total{code="4098",verdict="4"}',
+                      "fenlux_latency_seconds_count")
+            first = until(lambda: beyond(request(port)[2], moving, ""), "no refusal is counted")
+            second = until(lambda: beyond(request(port)[2], moving, first), "the counters do not move")
             assert value(second, "fenlux_connected") == 1 and value(second, "fenlux_healthy") == 1
             check_http(port)
             check_format(second)
