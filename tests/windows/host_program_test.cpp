@@ -146,7 +146,7 @@ TEST(HostProgram, AcceptsOperationsThroughItsPipe) {
   setup.Write("host.toml", ConfigText(setup, "[policy]\ndirectories = 5\n"));
   const ProgramOutcome bad = Control(setup, {"reload"});
   EXPECT_EQ(bad.code, 1);
-  EXPECT_TRUE(Contains(bad.err, "host.toml:2:15: policy.directories: ")) << bad.err;
+  EXPECT_TRUE(Contains(bad.err, "host.toml:3:15: policy.directories: ")) << bad.err;
   EXPECT_TRUE(Contains(Control(setup, {"summary"}).out, "adds_up"));
 
   ASSERT_TRUE(host.PressCtrlC());
