@@ -22,7 +22,7 @@ constexpr char kRules[] =
 
 // Events of a process that cannot exist, because its id is too large.
 std::string Scenario(int refused, int allowed) {
-  return "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
+  return "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n"
          "[[steps]]\nnotify = 4097\npid = 4194999\npath = '/srv/a.secret'\ncount = " +
          std::to_string(refused) +
          "\n[[steps]]\nnotify = 4098\npath = '/srv/plain'\ncount = " + std::to_string(allowed) + "\n";

@@ -14,7 +14,7 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 // Waits for the last request of the policy.
-constexpr char kAwait[] = "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
+constexpr char kAwait[] = "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n";
 // A long deadline, because the machine may be busy.
 constexpr char kLongDeadline[] = "[emulator]\nscenario = 'scenario.toml'\ndeadline_ms = 60000\n";
 
@@ -31,7 +31,7 @@ class Drive : public ::testing::Test {
   }
   // Does not wait for the module to reconnect, which takes five seconds.
   Outcome RunBriefly(Arguments more = {}) const {
-    more.insert(more.end(), {"--no-reconnect", "--limit", "60s", "--duration", "60s"});
+    more.insert(more.end(), {"--no-reconnect", "--limit", "240s", "--duration", "60s"});
     return Run(more);
   }
   std::string File(const std::string& name) const { return (setup.Path() / name).string(); }
@@ -100,7 +100,7 @@ std::vector<std::string> Findings(const std::string& text) {
 }
 
 TEST_F(Drive, TheEmulatorIsClean) {
-  const Outcome outcome = setup.Run({"drive", "--config", FENLUX_EXAMPLES "/drive.toml", "--limit", "60s"});
+  const Outcome outcome = setup.Run({"drive", "--config", FENLUX_EXAMPLES "/drive.toml", "--limit", "240s"});
   EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
   EXPECT_THAT(outcome.out, EndsWith("\n\nclean\n"));
   for (const char* line : {"  ok        connect             accepts every connection of the module (2 attempts)\n",
@@ -124,7 +124,7 @@ TEST_F(Drive, EachFaultIsReported) {
 
 TEST_F(Drive, ADriverThatRefusesASecondConnectionIsReported) {
   Write(kLongDeadline, std::string(kAwait) + "[[steps]]\nfaults = { refuse_connects = 1000 }\n");
-  const Outcome outcome = Run({"--limit", "60s", "--timeout", "5s"});
+  const Outcome outcome = Run({"--limit", "240s", "--timeout", "5s"});
   EXPECT_EQ(outcome.code, 4) << outcome.err;
   EXPECT_EQ(Findings(outcome.out),
             (std::vector<std::string>{"WRONG connect: connection: refused: the driver refuses the connection",

@@ -19,7 +19,7 @@ constexpr std::size_t kSamples = 60;
 const std::string kFailingHost = FENLUX_PROGRAM_DIRECTORY "/fenlux_failing_host";
 
 constexpr char kScenario[] =
-    "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
+    "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n"
     "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\ncount = 20\n"
     "[[steps]]\nnotify = 4113\n";
 

@@ -56,7 +56,7 @@ std::string HostSetup::Read(const std::string& name) const { return FileText(Pat
 std::string HostSetup::Directory(const std::string& name) const { return directory.MakeDirectory(name).string(); }
 
 void HostSetup::WriteHost(const std::string& text) const {
-  const std::string limit = Contains(text, "stop_timeout_ms") ? "" : "stop_timeout_ms = 60000\n";
+  const std::string limit = Contains(text, "stop_timeout_ms") ? "" : "stop_timeout_ms = 240000\n";
   Write("host.toml", limit + text + "\n[control]\nsocket = 'control/host.sock'\n");
 }
 

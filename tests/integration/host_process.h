@@ -13,15 +13,15 @@
 
 namespace fenlux::testing {
 
-// The time limit of every wait.
-inline constexpr std::chrono::seconds kTimeout{60};
+// The time limit of every wait: several times what the slowest test needs with a sanitizer on a busy machine.
+inline constexpr std::chrono::seconds kTimeout{240};
 
 using Arguments = std::vector<std::string>;
 
 // Steps that wait for the last requests of the two threads that open the connection: the system process and the
 // configuration block. The host must have kSystemImage.
 inline constexpr char kAwaitOpening[] =
-    "[[steps]]\nawait_request = 20\nlimit_ms = 60000\n[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
+    "[[steps]]\nawait_request = 20\nlimit_ms = 240000\n[[steps]]\nawait_request = 24\nlimit_ms = 240000\n";
 inline constexpr char kSystemImage[] = "[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n";
 // For runs that need no driver.
 inline constexpr char kNoConnection[] = "[module]\nenabled = false\n";
@@ -137,9 +137,9 @@ bool fenlux::testing::Eventually(const Condition& condition, std::chrono::second
 
 template <typename Condition>
 bool fenlux::testing::NotifyPolicyUntil(const HostSetup& setup, const Condition& condition) {
-  for (int attempt = 0; attempt < 6; ++attempt) {
+  for (int attempt = 0; attempt < 12; ++attempt) {
     if (setup.Control({"policy-changed"}).code != 0) return false;
-    if (Eventually(condition, kTimeout / 6)) return true;
+    if (Eventually(condition, kTimeout / 12)) return true;
   }
   return false;
 }

@@ -39,9 +39,9 @@ TEST(Policy, ReachesTheDriverAtTheStartWithoutMissingPathsAndFiles) {
 TEST(Policy, IsAppliedAgainAfterADroppedConnection) {
   const HostSetup setup;
   setup.WriteHost("stop_at_end = true\n" + Policy({setup.Directory("watched")}),
-                  "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
+                  "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n"
                   "[[steps]]\ndrop = true\n"
-                  "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n");
+                  "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n");
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(JsonValue(outcome.out, "summary.connections.opened"), "2");
@@ -93,7 +93,7 @@ TEST(Policy, ChangedRulesApplyToTheNextEvents) {
   const HostSetup setup;
   const std::string scenario =
       "[[steps]]\nnotify = 4098\nexpect_verdict = 3\n"
-      "[[steps]]\nawait_request = 9\nlimit_ms = 60000\n"
+      "[[steps]]\nawait_request = 9\nlimit_ms = 240000\n"
       "[[steps]]\nnotify = 4098\nexpect_verdict = 5\n";
   setup.WriteHost("", scenario);
   HostProcess host(setup, RunArguments(setup));
@@ -127,7 +127,7 @@ TEST(Policy, RegistersTenThousandDirectoriesInOneBatch) {
     directories.push_back(setup.Directory("many/" + std::to_string(number)));
   }
   setup.WriteHost("stop_at_end = true\n[log]\nconsole = 'warning'\n" + Policy(directories),
-                  "[[steps]]\nawait_request = 24\nlimit_ms = 120000\n");
+                  "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n");
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(JsonValue(outcome.out, "summary.driver_was_told.monitored_type2"), "10000");

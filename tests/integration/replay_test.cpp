@@ -168,7 +168,7 @@ TEST_F(Replay, AnAlteredModuleIsCaught) {
 TEST_F(Replay, ARecordedMessageCanBeUsedAsATest) {
   // Exchange 9 is the first notification of the golden run, which a rule refused.
   const std::string step = std::string("[[steps]]\nfrom_capture = '") + FENLUX_GOLDEN_RUN + "'\nexchange = 9\n";
-  const std::string await = "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n";
+  const std::string await = "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n";
   setup.WriteHost("stop_at_end = true\n" + kSettings,
                   await + step + "[[steps]]\nraw_hex = '00 01 02'\nexpect_verdict = 8\n");
   const Outcome same = setup.Run(RunArguments(setup, {"--json"}));

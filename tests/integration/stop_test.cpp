@@ -167,7 +167,7 @@ TEST(Stop, AStartEndsWhileItsConfigurationCannotBeOpened) {
 }
 
 constexpr char kSlowDriver[] =
-    "[[steps]]\nawait_request = 24\nlimit_ms = 60000\n"
+    "[[steps]]\nawait_request = 24\nlimit_ms = 240000\n"
     "[[steps]]\nfaults = { delay_requests_ms = 3600000 }\n";
 
 TEST(Stop, EndsWhileTheDriverDoesNotAnswerTheFirstRequests) {

@@ -16,7 +16,7 @@ import sys
 import tempfile
 import time
 
-TIMEOUT = 60
+TIMEOUT = 240
 CONFIG = """
 [control]
 socket = "control/host.sock"
