@@ -19,6 +19,7 @@ windows_obstacle() {
 windows_begin() {
   FENLUX_WINDOWS_PREFIX=$(scripts/windows-deps.sh | tail -n 1) || return 1
   export FENLUX_WINDOWS_PREFIX WINEPREFIX=$1/wine WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+  export LC_ALL=C.UTF-8  # otherwise Wine cannot create files whose names are not ASCII
   unset DISPLAY WAYLAND_DISPLAY
   PATH="$PATH:/usr/lib/wine"
   mkdir -p "$WINEPREFIX"

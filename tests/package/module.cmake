@@ -26,7 +26,8 @@ function(check_library prefix)
     if(NOT description MATCHES "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(([^\n]+\n)*)")
       message(FATAL_ERROR "the library has no export table:\n${description}")
     endif()
-    found(exports "${CMAKE_MATCH_1}" "[ \t]([^ \t\n]+)\n")
+    # Only lines that begin with a number: newer versions of binutils print a heading.
+    found(exports "${CMAKE_MATCH_1}" "\\[ *[0-9]+\\][^\n]*[ \t]([^ \t\n]+)\n")
     found(numbers "${description}" "\\+base\\[ *([0-9]+)\\][^\n]*Export RVA")  # exports may lack a name
     expect("exports the numbers" "${numbers}" 1)
     found(loaded "${description}" "DLL Name: ([^\n]+)")
