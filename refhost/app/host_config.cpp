@@ -77,7 +77,7 @@ HostConfig ReadHostConfig(const ConfigTable& root, ConfigErrors& errors,
   config.start.metrics = ReadMetricsSettings(root.Table("metrics"));
   config.start.driver = ReadDriverSettings(root.Table("driver"));
   config.start.recording = ReadCaptureSettings(root.Table("capture"));
-  config.start.recording.stopTimeout = StopShares(config.start.stopTimeout).recording;
+  config.start.recording.stopTimeout = StopTimeouts(config.start.stopTimeout).recording;
   config.start.systemImages = ReadSystemImages(root.Table("system_images"));
   config.reloadable.module = ReadLiveSettings(root);
   config.reloadable.rules = ReadRules(root.Table("judging"));

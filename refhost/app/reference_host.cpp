@@ -128,16 +128,16 @@ void ReferenceHost::Start(const boost::filesystem::path& library) {
 }
 
 void ReferenceHost::Stop() {
-  const StopShares shares(start.stopTimeout);
+  const StopTimeouts timeouts(start.stopTimeout);
   // Clears the driver's objects. That waits for the driver, so it runs on another thread with a short limit.
   std::future<void> stopped = StopModule();
-  const bool answered = !stopped.valid() || stopped.wait_for(shares.module) == std::future_status::ready;
+  const bool answered = !stopped.valid() || stopped.wait_for(timeouts.module) == std::future_status::ready;
   if (!answered) log->Write(Severity::kWarning, "[host] the driver does not answer; stopping without clearing it");
   // Ends the connection, so that every request fails. The module reconnects after five seconds; from here on its
   // connections are refused.
   emulator->Stop();
   if (filterPort != nullptr) filterPort->Stop();
-  if (!answered) stopped.wait_for(shares.module);
+  if (!answered) stopped.wait_for(timeouts.module);
   recording->Stop();
 }
 

@@ -14,12 +14,12 @@ inline constexpr std::chrono::milliseconds kMinStopTimeout{1000};
 // The log, standard output, and an error on standard error.
 inline constexpr int kOutputsAtEnd = 3;
 
-// The shares of the steps of a stop that may take `total`. The rest allows for a busy machine, and for the loop to
+// The timeouts of the steps of a stop that may take `total`. The rest allows for a busy machine, and for the loop to
 // notice the signal.
-struct StopShares {
+struct StopTimeouts {
   using Milliseconds = std::chrono::milliseconds;
 
-  explicit constexpr StopShares(Milliseconds total)
+  explicit constexpr StopTimeouts(Milliseconds total)
       : control(total / 10), module(total / 6), recording(total / 3), outputs(total * 23 / 30), minOutput(total / 30) {}
 
   Milliseconds control;    // for an operation of the control channel
@@ -34,22 +34,24 @@ class StopDeadline {
  public:
   using Clock = std::chrono::steady_clock;
 
-  StopDeadline(Clock::time_point stopped, const StopShares& stopShares)
-      : shares(stopShares), deadline(stopped + shares.outputs) {}
+  StopDeadline(Clock::time_point stopped, const StopTimeouts& stopTimeouts)
+      : timeouts(stopTimeouts), deadline(stopped + timeouts.outputs) {}
 
   // For the log. The other outputs keep half of the time, so that a stuck log leaves time for the summary.
   std::chrono::milliseconds LogTimeout(Clock::time_point now) const {
-    return std::max(Left(now) / 2, shares.minOutput);
+    return std::max(Left(now) / 2, timeouts.minOutput);
   }
   // For the next output.
-  std::chrono::milliseconds OutputTimeout(Clock::time_point now) const { return std::max(Left(now), shares.minOutput); }
+  std::chrono::milliseconds OutputTimeout(Clock::time_point now) const {
+    return std::max(Left(now), timeouts.minOutput);
+  }
 
  private:
   std::chrono::milliseconds Left(Clock::time_point now) const {
     return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now);
   }
 
-  const StopShares shares;
+  const StopTimeouts timeouts;
   const Clock::time_point deadline;
 };
 

@@ -33,7 +33,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // For an error before the stop begins.
-constexpr std::chrono::milliseconds kFailureTimeout = StopShares(kDefaultStopTimeout).outputs;
+constexpr std::chrono::milliseconds kFailureTimeout = StopTimeouts(kDefaultStopTimeout).outputs;
 
 // Serves the control channel on one thread, because operations of network control must not overlap.
 class ControlThread {
@@ -195,7 +195,7 @@ int RunHost(const RunOptions& options) {
   if (!options.record.empty()) config.start.recording.file = options.record;
   config.start.log.colors = options.colors;
   const bool stopAtEnd = config.start.stopAtEnd;
-  const StopShares shares(config.start.stopTimeout);
+  const StopTimeouts timeouts(config.start.stopTimeout);
   const ServiceManager manager;
   if (!options.insecurePermissions) {
     const std::string reason = UntrustedFile(options.config, options.module, config);
@@ -232,9 +232,9 @@ int RunHost(const RunOptions& options) {
     code = Fail(kExitNoMemory, options, kOutOfMemory);
   }
   manager.Stopping();
-  const StopDeadline deadline(Clock::now(), shares);
+  const StopDeadline deadline(Clock::now(), timeouts);
   try {
-    if (controlThread != nullptr) controlThread->Stop(shares.control);
+    if (controlThread != nullptr) controlThread->Stop(timeouts.control);
     if (metrics != nullptr) metrics->Stop();
     const EmulatorState stateBeforeStop = host->DriverState();
     host->Stop();

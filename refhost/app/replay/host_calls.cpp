@@ -41,18 +41,18 @@ bool HostCalls::Begin(const std::string& operation, const ControlArguments& argu
   return true;
 }
 
-void HostCalls::Settle(const Patience& patience) {
+void HostCalls::Settle(const SettleOptions& options) {
   constexpr std::chrono::milliseconds kPollInterval{5};
   const auto begin = std::chrono::steady_clock::now();
   auto blockedSince = begin;
   for (const std::shared_ptr<Call>& call : calls) {
     for (;;) {
-      if (patience.isWaiting(call->thread)) break;
-      const bool mayBeBlocked = patience.mayBlock();
+      if (options.isWaiting(call->thread)) break;
+      const bool mayBeBlocked = options.mayBlock();
       MutexLock lock(call->mutex);
       const auto now = std::chrono::steady_clock::now();
       if (!mayBeBlocked) blockedSince = now;
-      if (call->done || now >= begin + patience.limit || now >= blockedSince + patience.blockedLimit) break;
+      if (call->done || now >= begin + options.timeout || now >= blockedSince + options.blockedTimeout) break;
       lock.WaitUntil(call->changed, now + kPollInterval);
     }
   }

@@ -25,14 +25,14 @@ class HostCalls {
   // in the capture. Returns false if there is no such operation.
   bool Begin(const std::string& operation, const ControlArguments& arguments);
   // How long to wait for calls.
-  struct Patience {
+  struct SettleOptions {
     std::function<bool(std::thread::id thread)> isWaiting;  // whether the thread waits for the driver
-    std::function<bool()> mayBlock;          // whether a thread waits for the driver and may block other calls
-    std::chrono::milliseconds blockedLimit;  // while mayBlock says so
-    std::chrono::milliseconds limit;
+    std::function<bool()> mayBlock;            // whether a thread waits for the driver and may block other calls
+    std::chrono::milliseconds blockedTimeout;  // while mayBlock says so
+    std::chrono::milliseconds timeout;         // in any case
   };
   // Waits until every call has returned or waits for the driver, or a limit passes.
-  void Settle(const Patience& patience);
+  void Settle(const SettleOptions& options);
   // Whether a call has not returned.
   bool Running();
 

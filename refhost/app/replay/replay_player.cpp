@@ -27,7 +27,7 @@ constexpr milliseconds kPolicyInterval{100};
 constexpr milliseconds kPolicyTimeout{1000};
 constexpr milliseconds kTimeoutAfterFailure{2000};
 // How long to wait for a call while another thread waits for the driver, possibly with a lock that the call needs.
-constexpr milliseconds kBlockedTime{1000};
+constexpr milliseconds kBlockedTimeout{1000};
 
 }  // namespace
 
@@ -106,8 +106,8 @@ void ReplayPlayer::PlayCall(const Packet& packet) {
             },
         .mayBlock =
             [&] { return std::ranges::any_of(ports, [](const auto& entry) { return entry.second->HasRequests(); }); },
-        .blockedLimit = kBlockedTime,
-        .limit = Timeout(),
+        .blockedTimeout = kBlockedTimeout,
+        .timeout = Timeout(),
     });
   };
   settle();  // the recording host ran one operation after the other, unless one waited for the driver
@@ -208,8 +208,8 @@ void ReplayPlayer::Finish() {
   LeaveConnections({}, 0);
   calls.Settle({.isWaiting = [](std::thread::id) { return false; },
                 .mayBlock = [] { return false; },
-                .blockedLimit = kBlockedTime,
-                .limit = kTimeoutAfterFailure});
+                .blockedTimeout = kBlockedTimeout,
+                .timeout = kTimeoutAfterFailure});
 }
 
 void ReplayPlayer::Report(const Packet& packet, std::string what, std::optional<capture::MessageDifference> message) {
