@@ -28,7 +28,7 @@ done
 
 # Programs and their concurrent tests. All other tests run on one thread.
 tests=(
-  "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:*Connect*:FenluxImpl.*:InteractLifecycle.*:*PolicyWorker*:RefreshThread.*"
+  "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:*Connect*:FenluxImpl.*:InteractLifecycle.*:*PolicyWorker*:RefreshThread.*:StripedMutex.*"
   "fenlux_emulator_tests Delivery.*:Faults.*:PortClient.*:Totals.*"
   "fenlux_emulator_module_tests *"
   "fenlux_refhost_tests ControlChannel.*:LiveValue.*:LogService.*:NetService.*:RecordRegister.*"

@@ -1,4 +1,4 @@
-// Check for handles that must not be empty.
+// Checks for handles that must not be empty.
 #pragma once
 
 #include <memory>
@@ -12,5 +12,14 @@ std::shared_ptr<T> Required(std::shared_ptr<T> handle, const char* messageIfEmpt
   if (!handle) throw std::runtime_error(messageIfEmpty);
   return handle;
 }
+
+// For a handle whose owner keeps it: returns the object itself.
+template <class T>
+T& RequiredObject(const std::shared_ptr<T>& handle, const char* messageIfEmpty) {
+  if (!handle) throw std::runtime_error(messageIfEmpty);
+  return *handle;
+}
+template <class T>
+T& RequiredObject(std::shared_ptr<T>&& handle, const char* messageIfEmpty) = delete;
 
 }  // namespace fenlux

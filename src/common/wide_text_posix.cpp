@@ -7,9 +7,34 @@
 namespace fenlux {
 namespace {
 
-constexpr bool IsSurrogate(std::uint32_t unit) { return (unit & 0xF800) == 0xD800; }
+constexpr bool IsSurrogate(std::uint16_t unit) { return (unit & 0xF800) == 0xD800; }
 constexpr bool IsHighSurrogate(std::uint32_t unit) { return (unit & 0xFC00) == 0xD800; }
 constexpr bool IsLowSurrogate(std::uint32_t unit) { return (unit & 0xFC00) == 0xDC00; }
+
+// Writes the first units into `text`, as many as it is long. Returns whether any is a surrogate.
+bool Widen(const std::uint8_t* bytes, std::wstring& text) {
+  wchar_t* const characters = text.data();
+  const std::size_t length = text.size();
+  std::uint16_t anySurrogate = 0;  // not bool, so that the loop over a block can be vectorized
+  if (length < kUtf16Block) {
+    for (std::size_t index = 0; index < length; ++index) {
+      const std::uint16_t unit = Utf16Unit(bytes, index);
+      anySurrogate |= static_cast<std::uint16_t>(IsSurrogate(unit));
+      characters[index] = static_cast<wchar_t>(unit);
+    }
+    return anySurrogate != 0;
+  }
+  const auto widenBlock = [&](std::size_t first) {
+    const Utf16Block block = Utf16BlockAt(bytes, first);
+    for (std::size_t index = 0; index < kUtf16Block; ++index) {
+      anySurrogate |= static_cast<std::uint16_t>(IsSurrogate(block[index]));
+      characters[first + index] = static_cast<wchar_t>(block[index]);
+    }
+  };
+  for (std::size_t first = 0; length - first > kUtf16Block; first += kUtf16Block) widenBlock(first);
+  widenBlock(length - kUtf16Block);  // may overlap the block before it
+  return anySurrogate != 0;
+}
 
 void JoinSurrogates(std::wstring& text) {
   std::size_t written = 0;
@@ -37,13 +62,7 @@ const boost::filesystem::path::codecvt_type& Utf8() {
 
 std::wstring WideFromUtf16(const std::uint8_t* bytes, std::size_t units) {
   std::wstring text(Utf16Length(bytes, units), L'\0');
-  bool anySurrogate = false;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    const std::uint16_t unit = Utf16Unit(bytes, index);
-    anySurrogate |= IsSurrogate(unit);
-    text[index] = static_cast<wchar_t>(unit);
-  }
-  if (anySurrogate) JoinSurrogates(text);
+  if (Widen(bytes, text)) JoinSurrogates(text);
   return text;
 }
 

@@ -1,13 +1,16 @@
 // Wide text of 16-bit characters, the units that the driver and the path library use too.
+#include <bit>
+#include <cstring>
+
 #include "common/utf16_units.h"
 #include "common/wide_text.h"
 
 namespace fenlux {
 
 std::wstring WideFromUtf16(const std::uint8_t* bytes, std::size_t units) {
-  const std::size_t length = Utf16Length(bytes, units);
-  std::wstring text(length, L'\0');
-  for (std::size_t index = 0; index < length; ++index) text[index] = static_cast<wchar_t>(Utf16Unit(bytes, index));
+  static_assert(sizeof(wchar_t) == sizeof(std::uint16_t) && std::endian::native == std::endian::little);
+  std::wstring text(Utf16Length(bytes, units), L'\0');
+  std::memcpy(text.data(), bytes, 2 * text.size());
   return text;
 }
 

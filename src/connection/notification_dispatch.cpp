@@ -1,11 +1,12 @@
 // Handles one notification: decodes it into an event record, has the host judge it, and builds the reply.
 //
-// Runs on the port client's delivery threads, concurrently, without locks and without shared state: each call has its
-// own record and reply. An operation is blocked in the kernel until the reply is sent, so the reply is made first; a
-// failure after that is logged and leaves the reply's verdict at 8.
+// Runs on the port client's delivery threads, concurrently, without locks of its own and without shared state: each
+// call has its own record and reply. An operation is blocked in the kernel until the reply is sent, so the reply is
+// made first; a failure after that is logged and leaves the reply's verdict at 8.
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "common/exception_report.h"
 #include "common/guarded.h"
@@ -83,7 +84,7 @@ void StorePaths(CUtility& utility, const NotificationItems& items, CArpRecord& r
     const auto bytes = items.ExtraData();
     std::shared_ptr<CBuf> data;
     utility.BufferFromBytes(data, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-    record.SetExtraData(Required(data, "[wdi,wdaokd] no buffer for extra data!"));
+    record.SetExtraData(Required(std::move(data), "[wdi,wdaokd] no buffer for extra data!"));
   }
 }
 
@@ -117,9 +118,9 @@ std::shared_ptr<CBuf> CWinDriverInteract::DispatchNotification(const void* messa
     record->SetSource(kDriverEventSource);
     const std::uint32_t code = fixed.code.value();
     record->SetCategory(CategoryOf(code));
-    const auto process = Required(record->ProcessPart(), "[wdi,wdaokd] no process part!");
-    process->SetProcessId(fixed.processId.value());
-    autoRefresh->FillEventProcessInfo(*record, *process, items.Identity());
+    CArpProcess& process = RequiredObject(record->ProcessPart(), "[wdi,wdaokd] no process part!");
+    process.SetProcessId(fixed.processId.value());
+    autoRefresh->FillEventProcessInfo(*record, process, items.Identity());
     StorePaths(*utility, items, *record);
 
     const NotificationRow* const row = FindNotificationRow(code);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <initializer_list>
 #include <iterator>
 
@@ -117,7 +118,8 @@ constexpr NotificationRow kRows[] = {
     {8206, One(0x401A), nullptr},
 };
 // clang-format on
-static_assert(std::ranges::is_sorted(kRows, {}, &NotificationRow::code));
+static_assert(std::ranges::adjacent_find(kRows, std::ranges::greater_equal{}, &NotificationRow::code) ==
+              std::end(kRows));
 
 // Whether the codes whose rows name `work` are exactly these.
 constexpr bool OnlyTheseNeed(RecordWork work, std::initializer_list<std::uint32_t> codes) {
@@ -132,11 +134,29 @@ static_assert(OnlyTheseNeed(Endpoint, {records::code::kEndpoint}));
 static_assert(OnlyTheseNeed(Remote, {records::code::kRemote1, records::code::kRemote2}));
 static_assert(OnlyTheseNeed(Marked, {records::code::kMarked}));
 
+// The row of each code from `Min` to `Max`, or null for a code without a row.
+template <std::uint32_t Min, std::uint32_t Max>
+constexpr std::array<const NotificationRow*, Max - Min + 1> RowsOf() {
+  std::array<const NotificationRow*, Max - Min + 1> rows{};
+  for (const NotificationRow& row : kRows) {
+    if (row.code >= Min && row.code <= Max) rows[row.code - Min] = &row;
+  }
+  return rows;
+}
+static_assert(std::ranges::all_of(kRows, [](const NotificationRow& row) {
+  using namespace records::code;
+  return (row.code >= kMin1 && row.code <= kMax1) || (row.code >= kMin2 && row.code <= kMax2);
+}));
+
 }  // namespace
 
 const NotificationRow* FindNotificationRow(std::uint32_t code) {
-  const auto* const row = std::ranges::lower_bound(kRows, code, {}, &NotificationRow::code);
-  return row != std::end(kRows) && row->code == code ? row : nullptr;
+  using namespace records::code;
+  static constexpr auto kRows1 = RowsOf<kMin1, kMax1>();
+  static constexpr auto kRows2 = RowsOf<kMin2, kMax2>();
+  if (code >= kMin1 && code <= kMax1) return kRows1[code - kMin1];
+  if (code >= kMin2 && code <= kMax2) return kRows2[code - kMin2];
+  return nullptr;
 }
 
 }  // namespace fenlux

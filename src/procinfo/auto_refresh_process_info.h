@@ -9,9 +9,10 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "common/mutex.h"
-#include "common/shared_mutex.h"
+#include "common/striped_mutex.h"
 #include "procinfo/single_process_info.h"
 
 namespace fenlux {
@@ -57,13 +58,15 @@ class CAutoRefreshProcessInfo : public std::enable_shared_from_this<CAutoRefresh
 
  private:
   CWinWork& Work() const;
+  // In ascending order.
+  std::vector<std::uint32_t> CachedProcessIds();
   void WriteLog(const char* line) noexcept;
 
   std::shared_ptr<CGlobalContext> context;
   std::shared_ptr<CUtility> utility;
   std::shared_ptr<CWinWork> work;
   std::shared_ptr<CCfgEx> cfgex;
-  SharedMutex mapLock;
+  StripedMutex mapLock;
   std::shared_ptr<ProcessInfoMap> processes FENLUX_GUARDED_BY(mapLock);  // empty until the first refresh
   Mutex threadMutex;                                                     // held by the running refresh thread
   std::atomic<bool> stopRequested{false};

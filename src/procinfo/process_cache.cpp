@@ -1,6 +1,7 @@
 // Lookups and the refresh pass. The host is always queried outside the map's lock.
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "host/arp_record.h"
 #include "host/cfg_ex.h"
@@ -27,7 +28,7 @@ std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::BuildRecord(s
 std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::GetProcessInfo(std::uint32_t processId) {
   if (cfgex->IsCacheBypassed()) return BuildRecord(processId);
   {
-    const SharedLock lock(mapLock);
+    const ReaderLock lock(mapLock);
     if (processes) {
       const auto found = processes->find(processId);
       if (found != processes->end()) return found->second;
@@ -39,7 +40,7 @@ std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::GetProcessInf
 std::shared_ptr<const CSingleProcessInfo> CAutoRefreshProcessInfo::FetchAndCache(std::uint32_t processId) {
   auto info = BuildRecord(processId);
   if (!info) return info;
-  const ExclusiveLock lock(mapLock);
+  const WriterLock lock(mapLock);
   if (processes) processes->try_emplace(processId, info);
   return info;
 }
@@ -60,28 +61,30 @@ void CAutoRefreshProcessInfo::FillEventProcessInfo(CArpRecord& record, CArpProce
   }
 }
 
+std::vector<std::uint32_t> CAutoRefreshProcessInfo::CachedProcessIds() {
+  std::vector<std::uint32_t> processIds;
+  const SlowReaderLock lock(mapLock);
+  if (!processes) return processIds;
+  processIds.reserve(processes->size());
+  for (const auto& [processId, info] : *processes) processIds.push_back(processId);
+  return processIds;
+}
+
 void CAutoRefreshProcessInfo::RefreshAll() {
   auto fresh = std::make_shared<ProcessInfoMap>();
-  {
-    const SharedLock lock(mapLock);
-    if (processes) *fresh = *processes;
-  }
-  if (!fresh->empty()) {
+  const std::vector<std::uint32_t> cached = CachedProcessIds();
+  if (!cached.empty()) {
     std::shared_ptr<ProcessIdSet> running;
     Work().GetRunningProcessIds(running, 0);
-    for (auto entry = fresh->begin(); entry != fresh->end();) {
-      const bool isRunning = running && running->contains(entry->first);
-      auto info = isRunning ? BuildRecord(entry->first) : nullptr;
-      if (info) {
-        entry->second = std::move(info);
-        ++entry;
-      } else {
-        entry = fresh->erase(entry);
+    for (const std::uint32_t processId : cached) {
+      const bool isRunning = running && running->contains(processId);
+      if (auto info = isRunning ? BuildRecord(processId) : nullptr) {
+        fresh->emplace_hint(fresh->end(), processId, std::move(info));  // at the end: `cached` is in ascending order
       }
     }
   }
-  // Drops entries added since the copy; the next lookup fetches them again.
-  const ExclusiveLock lock(mapLock);
+  // Drops entries added since the ids were read; the next lookup fetches them again.
+  const WriterLock lock(mapLock);
   processes.swap(fresh);
 }
 

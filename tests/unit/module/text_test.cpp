@@ -1,7 +1,10 @@
 // Exception reports, numbers in lines, and the module's own conversions of text.
+#include <cstddef>
+#include <cstdint>
 #include <locale>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "common/exception_report.h"
 #include "common/text.h"
@@ -153,6 +156,78 @@ TEST(WideText, InvalidUtf8IsAnError) {
 TEST(WideText, TheConversionsDoNotDependOnTheProcessLocale) {
   // The test program runs in the "C" locale, in which the path library's own conversion supports only ASCII.
   EXPECT_EQ(WideFromPath(PathFromWide(L"\u4E2D\u6587")), L"\u4E2D\u6587");
+}
+
+// ---------------------------------------------------------------- UTF-16 of the driver
+
+namespace {
+
+// The bytes of the units, at an address that is not aligned for them; nothing may be read before or after them.
+class DriverText {
+ public:
+  explicit DriverText(const std::u16string& units) {
+    bytes.reserve(1 + 2 * units.size());
+    bytes.push_back(0xEE);
+    for (const char16_t unit : units) {
+      bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
+      bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
+    }
+  }
+  std::wstring Wide() const { return WideFromUtf16(bytes.data() + 1, (bytes.size() - 1) / 2); }
+
+ private:
+  std::vector<std::uint8_t> bytes;
+};
+
+// Different units, none of them NUL or a surrogate.
+std::u16string Units(std::size_t count) {
+  std::u16string units;
+  for (std::size_t index = 0; index < count; ++index) units.push_back(static_cast<char16_t>(0x4E00 + index));
+  return units;
+}
+
+std::wstring Widened(const std::u16string& units) { return {units.begin(), units.end()}; }
+
+}  // namespace
+
+TEST(DriverUtf16, TextsOfEveryLengthAreConverted) {
+  for (std::size_t length = 0; length <= 70; ++length) {
+    EXPECT_EQ(DriverText(Units(length)).Wide(), Widened(Units(length))) << length;
+  }
+}
+
+TEST(DriverUtf16, ATextEndsAtTheFirstNulWhereverItIs) {
+  for (std::size_t length = 1; length <= 50; ++length) {
+    for (std::size_t nul = 0; nul < length; ++nul) {
+      std::u16string units = Units(length);
+      units[nul] = 0;
+      units[length - 1] = 0;  // only the first one counts
+      EXPECT_EQ(DriverText(units).Wide(), Widened(Units(nul))) << nul << " of " << length;
+    }
+  }
+}
+
+TEST(DriverUtf16, AUnitWithOneZeroByteDoesNotEndAText) {
+  const std::u16string units(40, u'\x0100');
+  EXPECT_EQ(DriverText(units).Wide(), Widened(units));
+  EXPECT_EQ(DriverText(std::u16string(40, u'a')).Wide(), std::wstring(40, L'a'));
+}
+
+TEST(DriverUtf16, ASurrogatePairIsOneCharacterWhereverItIs) {
+  for (std::size_t before = 0; before <= 40; ++before) {
+    const std::u16string units = Units(before) + u"\U0001F600" + Units(40);
+    EXPECT_EQ(DriverText(units).Wide(), Widened(Units(before)) + L"\U0001F600" + Widened(Units(40))) << before;
+  }
+}
+
+TEST(DriverUtf16, ALoneSurrogateKeepsItsValue) {
+  for (const char16_t lone : {u'\xD800', u'\xDBFF', u'\xDC00', u'\xDFFF'}) {
+    for (std::size_t before = 0; before <= 20; ++before) {
+      std::u16string units = Units(40);
+      units[before] = lone;
+      EXPECT_EQ(DriverText(units).Wide(), Widened(units)) << before;
+    }
+  }
 }
 
 }  // namespace fenlux::testing
