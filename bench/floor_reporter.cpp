@@ -1,6 +1,8 @@
-// Runs the benchmarks and prints the ratio of each operation to its floor at the end, from medians of interleaved runs.
+// Runs the benchmarks and prints ratios at the end, from medians of interleaved runs: of each operation to its floor,
+// of the throughput on several threads to that on one, and of the 99th percentile of a time to that of its floor.
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -16,9 +18,16 @@ class FloorReporter final : public benchmark::ConsoleReporter {
       if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
       const std::string& name = run.run_name.function_name;
       const auto slash = name.rfind('/');
-      const auto allocations = run.counters.find("allocations");
-      figures[name.substr(0, slash)][name.substr(slash + 1)] = {
-          run.GetAdjustedCPUTime(), allocations == run.counters.end() ? 0.0 : allocations->second.value};
+      if (const auto items = run.counters.find("items_per_second"); items != run.counters.end()) {
+        throughputs[name][run.threads] = items->second.value;
+      }
+      if (slash == std::string::npos) continue;  // has no floor
+      const auto counter = [&run](const char* counterName) {
+        const auto found = run.counters.find(counterName);
+        return found == run.counters.end() ? 0.0 : found->second.value;
+      };
+      figures[name.substr(0, slash)][name.substr(slash + 1)] = {run.GetAdjustedCPUTime(), counter("allocations"),
+                                                                counter("p99")};
     }
   }
 
@@ -29,8 +38,22 @@ class FloorReporter final : public benchmark::ConsoleReporter {
       if (floor == variants.end()) continue;
       for (const auto& [name, figure] : variants) {
         if (name == "floor") continue;
+        if (floor->second.p99 != 0) {
+          std::printf("%s, %s: the 99th percentile is %.2f times the floor's\n", operation.c_str(), name.c_str(),
+                      figure.p99 / floor->second.p99);
+          continue;
+        }
         std::printf("%s, %s: %.2f times the floor; heap allocations beyond the floor's: %.2f\n", operation.c_str(),
                     name.c_str(), figure.time / floor->second.time, figure.allocations - floor->second.allocations);
+      }
+    }
+    for (const auto& [operation, byThreads] : throughputs) {
+      const auto one = byThreads.find(1);
+      if (one == byThreads.end()) continue;
+      for (const auto& [threads, throughput] : byThreads) {
+        if (threads == 1) continue;
+        std::printf("%s: %lld threads have %.2f times the throughput of one\n", operation.c_str(),
+                    static_cast<long long>(threads), throughput / one->second);
       }
     }
   }
@@ -39,8 +62,10 @@ class FloorReporter final : public benchmark::ConsoleReporter {
   struct Figure {
     double time = 0;
     double allocations = 0;
+    double p99 = 0;  // of benchmarks that measure it; 0 for the others
   };
-  std::map<std::string, std::map<std::string, Figure>> figures;  // by operation, then by variant
+  std::map<std::string, std::map<std::string, Figure>> figures;       // by operation, then by variant
+  std::map<std::string, std::map<std::int64_t, double>> throughputs;  // by operation, then by the number of threads
 };
 
 }  // namespace
