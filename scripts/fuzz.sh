@@ -60,7 +60,8 @@ fuzz() {
   local target=$1 log=$work/$1.log pid used=0 now status=0 asked=false before after options
   mkdir -p "$work/corpus/$target" "$work/findings"
   before=$(find "$work/findings" -name "$target-*" | sort)
-  options=(-max_len=4096 -timeout=30 -print_final_stats=1 "-seed_inputs=@$build/fuzz/$target-seeds.txt"
+  # The limit of an input is real time: long enough that a busy machine reports no input that is not slow.
+  options=(-max_len=4096 -timeout=300 -print_final_stats=1 "-seed_inputs=@$build/fuzz/$target-seeds.txt"
     "-artifact_prefix=$work/findings/$target-")
   if [ -f "fuzz/$target/$target.dict" ]; then options+=("-dict=fuzz/$target/$target.dict"); fi
   "$build/fuzz_$target" "${options[@]}" "$work/corpus/$target" >"$log" 2>&1 &
