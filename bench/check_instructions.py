@@ -4,10 +4,10 @@
   check_instructions.py PROGRAM --build "GNU 12.2.0 RelWithDebInfo x86_64"
   check_instructions.py PROGRAM --print      only prints the ratios, for instructions.json
 
-PROGRAM is fenlux_dispatch_instructions. Valgrind's callgrind counts: the same number for the same program, libraries and
-kind of processor, however busy the machine is. A ratio may differ by 2 % from the committed one. More means that dispatch became slower; less, that it
-became faster and the committed figure should follow. Exits with 77 (skipped) for a build whose counts are not known,
-or without valgrind.
+PROGRAM is fenlux_dispatch_instructions. Valgrind's callgrind counts: the same number for the same program, libraries
+and kind of processor, however busy the machine is. A ratio may differ by 2 % from the committed one. A larger one means
+that dispatch became slower, a smaller one that it became faster and the committed ratio must follow. Exits with 77
+(skipped) without valgrind, or for a build other than the one that the committed ratios belong to.
 """
 import argparse
 import json

@@ -25,7 +25,7 @@ void MeasureModule(benchmark::State& state, const testing::Bytes& message) {
 
 void MeasureFloor(benchmark::State& state, bool twoPaths) {
   ConnectedInteract connected;
-  Floor floor(connected.host);
+  Floor floor(connected.host.Context());
   if (twoPaths) floor.UseTwoPaths();
   Measure(state, [&] { return floor.Run(); });
 }

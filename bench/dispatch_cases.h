@@ -25,12 +25,18 @@ inline testing::Bytes TwoPaths() {
       .Build();
 }
 
-// The host calls that the contract requires for such a notification, in the same order, without the module.
+// The host calls that the contract requires for such a notification, in the same order, without the module. For one
+// thread.
 class Floor {
  public:
-  explicit Floor(testing::FakeHost& fakeHost) : host(fakeHost) {
-    host.WinWork()->GetProcessNarrowText(narrow, kProcess, 0);
-    host.WinWork()->GetProcessWideText(wide, kProcess, 0);
+  explicit Floor(const std::shared_ptr<CGlobalContext>& host)
+      : context(host),
+        utility(host->GetUtility()),
+        arpMgmt(host->GetArpMgmt()),
+        cfgEx(host->GetCfgEx()),
+        aoArp(host->GetAoArp()) {
+    host->GetWinWork()->GetProcessNarrowText(narrow, kProcess, 0);
+    host->GetWinWork()->GetProcessWideText(wide, kProcess, 0);
   }
 
   void UseTwoPaths() {
@@ -39,40 +45,44 @@ class Floor {
   }
 
   std::shared_ptr<CBuf> Run() {
-    const auto cfg = host.Context()->GetCfg();
+    const auto cfg = context->GetCfg();
     benchmark::DoNotOptimize(cfg->IsMeasuringEnabled(0, 0));
     std::shared_ptr<CBuf> reply;
-    host.Utility()->CreateBuffer(reply, true, records::kReplyFixedSize, false);
+    utility->CreateBuffer(reply, true, records::kReplyFixedSize, false);
     benchmark::DoNotOptimize(reply->GetData());
     std::shared_ptr<CArpRecord> record;
-    host.ArpMgmt()->CreateRecord(record, 0);
+    arpMgmt->CreateRecord(record, 0);
     record->SetSource(kDriverEventSource);
     record->SetCategory(kEventCategory1);
     const auto& process = record->ProcessPart();
     process->SetProcessId(kProcess);
     benchmark::DoNotOptimize(process->GetProcessId());
-    benchmark::DoNotOptimize(host.CfgEx()->IsCacheBypassed());
+    benchmark::DoNotOptimize(cfgEx->IsCacheBypassed());
     process->SetSessionId(0);
     process->SetNarrowInfo(narrow);
     record->SetWideInfo(wide);
-    benchmark::DoNotOptimize(host.CfgEx()->IsIdentityTextAdded());
+    benchmark::DoNotOptimize(cfgEx->IsIdentityTextAdded());
     if (!path.empty()) {
       // ToRecordString takes a wide string and a message has none, so making one is part of the floor.
       const std::wstring pathCopy(path.begin(), path.end());
       std::wstring recordPath;
-      record->SetPath(host.Utility()->ToRecordString(recordPath, pathCopy));
-      record->SetPath(host.Utility()->ToRecordString(recordPath, pathCopy));
+      record->SetPath(utility->ToRecordString(recordPath, pathCopy));
+      record->SetPath(utility->ToRecordString(recordPath, pathCopy));
       const std::wstring secondPathCopy(secondPath.begin(), secondPath.end());
-      record->SetSecondPath(host.Utility()->ToRecordString(recordPath, secondPathCopy));
+      record->SetSecondPath(utility->ToRecordString(recordPath, secondPathCopy));
     }
     record->SetEventType(0x4005);
-    benchmark::DoNotOptimize(host.AoArp()->Evaluate(record));
+    benchmark::DoNotOptimize(aoArp->Evaluate(record));
     benchmark::DoNotOptimize(reply->GetData());
     return reply;
   }
 
  private:
-  testing::FakeHost& host;
+  const std::shared_ptr<CGlobalContext> context;
+  const std::shared_ptr<CUtility> utility;
+  const std::shared_ptr<CArpMgmt> arpMgmt;
+  const std::shared_ptr<CCfgEx> cfgEx;
+  const std::shared_ptr<CAoArp> aoArp;
   std::string narrow;
   std::wstring wide;
   std::wstring path;

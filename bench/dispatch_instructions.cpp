@@ -23,7 +23,7 @@ void Run(bool module, bool twoPaths, long count) {
   for (std::uint32_t process = 0; process < kCachedProcesses; ++process) {
     dispatch(testing::NotificationBuilder(kCode).ProcessId(kProcess - kCachedProcesses / 2 + process).Build());
   }
-  Floor floor(connected.host);
+  Floor floor(connected.host.Context());
   if (twoPaths) floor.UseTwoPaths();
   const testing::Bytes message = twoPaths ? TwoPaths() : PathLess();
   for (long index = 0; index < count; ++index) {

@@ -60,7 +60,7 @@ fuzz() {
   local target=$1 log=$work/$1.log pid used=0 now status=0 asked=false before after options
   mkdir -p "$work/corpus/$target" "$work/findings"
   before=$(find "$work/findings" -name "$target-*" | sort)
-  # The limit of an input is real time: long enough that a busy machine reports no input that is not slow.
+  # -timeout limits real time, so it is long: on a busy machine, a fast input must not exceed it.
   options=(-max_len=4096 -timeout=300 -print_final_stats=1 "-seed_inputs=@$build/fuzz/$target-seeds.txt"
     "-artifact_prefix=$work/findings/$target-")
   if [ -f "fuzz/$target/$target.dict" ]; then options+=("-dict=fuzz/$target/$target.dict"); fi

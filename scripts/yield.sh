@@ -31,8 +31,8 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-# Programs and their concurrent tests. The other tests run on one thread, or make each call fail in turn, with at most
-# one worker at a time: that takes most of the time of these programs, and the order of threads matters little there.
+# Programs and their concurrent tests. The other tests run on one thread. FaultInjection is left out too: it makes each
+# call fail in turn, with at most one worker at a time, which takes long and depends little on the order of threads.
 tests=(
   "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:*Connect*:FenluxImpl.*:InteractLifecycle.*:*PolicyWorker*:RefreshThread.*:StripedMutex.*-FaultInjection*"
   "fenlux_emulator_tests Delivery.*:Faults.*:PortClient.*:Totals.*"

@@ -1,7 +1,6 @@
-// Reads unaligned little-endian UTF-16, several units at a time where the text is long enough.
+// Reads unaligned little-endian UTF-16.
 #pragma once
 
-#include <array>
 #include <bit>
 #include <boost/endian/conversion.hpp>
 #include <cstddef>
@@ -12,18 +11,6 @@ namespace fenlux {
 
 inline std::uint16_t Utf16Unit(const std::uint8_t* bytes, std::size_t index) {
   return static_cast<std::uint16_t>(bytes[2 * index] | (bytes[2 * index + 1] << 8));
-}
-
-// Units that are converted at once. Compilers turn loops over this many units into vector instructions.
-inline constexpr std::size_t kUtf16Block = 16;
-using Utf16Block = std::array<std::uint16_t, kUtf16Block>;
-
-// Returns the block that begins at unit `index`.
-inline Utf16Block Utf16BlockAt(const std::uint8_t* bytes, std::size_t index) {
-  Utf16Block block;
-  std::memcpy(block.data(), bytes + 2 * index, sizeof(block));
-  for (std::uint16_t& unit : block) unit = boost::endian::little_to_native(unit);
-  return block;
 }
 
 // Returns the index of the first NUL among four units, the first in the low bits, or 4 if there is none.

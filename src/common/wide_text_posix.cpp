@@ -1,5 +1,8 @@
 // Wide text of 32-bit characters; paths are UTF-8.
+#include <array>
+#include <boost/endian/conversion.hpp>
 #include <boost/filesystem/detail/utf8_codecvt_facet.hpp>
+#include <cstring>
 
 #include "common/utf16_units.h"
 #include "common/wide_text.h"
@@ -11,12 +14,24 @@ constexpr bool IsSurrogate(std::uint16_t unit) { return (unit & 0xF800) == 0xD80
 constexpr bool IsHighSurrogate(std::uint32_t unit) { return (unit & 0xFC00) == 0xD800; }
 constexpr bool IsLowSurrogate(std::uint32_t unit) { return (unit & 0xFC00) == 0xDC00; }
 
+// Units that are widened at once. Compilers turn loops over this many units into vector instructions.
+constexpr std::size_t kBlockSize = 16;
+using Block = std::array<std::uint16_t, kBlockSize>;
+
+// Returns the block that begins at unit `index`.
+Block BlockAt(const std::uint8_t* bytes, std::size_t index) {
+  Block block;
+  std::memcpy(block.data(), bytes + 2 * index, sizeof(block));
+  for (std::uint16_t& unit : block) unit = boost::endian::little_to_native(unit);
+  return block;
+}
+
 // Writes the first units into `text`, as many as it is long. Returns whether any is a surrogate.
 bool Widen(const std::uint8_t* bytes, std::wstring& text) {
   wchar_t* const characters = text.data();
   const std::size_t length = text.size();
   std::uint16_t anySurrogate = 0;  // not bool, so that the loop over a block can be vectorized
-  if (length < kUtf16Block) {
+  if (length < kBlockSize) {
     for (std::size_t index = 0; index < length; ++index) {
       const std::uint16_t unit = Utf16Unit(bytes, index);
       anySurrogate |= static_cast<std::uint16_t>(IsSurrogate(unit));
@@ -25,14 +40,14 @@ bool Widen(const std::uint8_t* bytes, std::wstring& text) {
     return anySurrogate != 0;
   }
   const auto widenBlock = [&](std::size_t first) {
-    const Utf16Block block = Utf16BlockAt(bytes, first);
-    for (std::size_t index = 0; index < kUtf16Block; ++index) {
+    const Block block = BlockAt(bytes, first);
+    for (std::size_t index = 0; index < kBlockSize; ++index) {
       anySurrogate |= static_cast<std::uint16_t>(IsSurrogate(block[index]));
       characters[first + index] = static_cast<wchar_t>(block[index]);
     }
   };
-  for (std::size_t first = 0; length - first > kUtf16Block; first += kUtf16Block) widenBlock(first);
-  widenBlock(length - kUtf16Block);  // may overlap the block before it
+  for (std::size_t first = 0; length - first > kBlockSize; first += kBlockSize) widenBlock(first);
+  widenBlock(length - kBlockSize);  // may overlap the block before it
   return anySurrogate != 0;
 }
 
