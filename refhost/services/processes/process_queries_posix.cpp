@@ -20,26 +20,27 @@
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::size_t kMaxCommandLine = 4096;
+constexpr std::size_t kMaxText = 4096;      // the most that is read of an entry
 constexpr std::size_t kStatusStart = 1024;  // "Uid" is one of the first lines, after the program's short name
 
 std::string ProcPath(std::uint32_t processId, std::string_view entry) {
   return fmt::format("/proc/{}{}", processId, entry);
 }
 
-// The start of a process's entry in /proc; empty if it cannot be read.
+// The first bytes of a process's entry in /proc, at most `limit`, which must not exceed kMaxText; empty if it cannot be
+// read.
 std::string ReadStart(std::uint32_t processId, std::string_view entry, std::size_t limit) {
   const Descriptor file(::open(ProcPath(processId, entry).c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.Valid()) return {};
-  std::string text(limit, '\0');
+  // Not read into the string: its unused memory would stay with it in the module's process cache.
+  std::array<char, kMaxText> text;
   std::size_t length = 0;
   while (length < limit) {
     const ssize_t count = ::read(file.Get(), text.data() + length, limit - length);
     if (count <= 0) break;
     length += static_cast<std::size_t>(count);
   }
-  text.resize(length);
-  return text;
+  return {text.data(), length};
 }
 
 // The path under which an open file was opened.
@@ -89,7 +90,7 @@ std::wstring ProcessImagePath(std::uint32_t processId) {
 }
 
 std::string ProcessCommandLine(std::uint32_t processId) {
-  return CommandLineFromText(ReadStart(processId, "/cmdline", kMaxCommandLine));
+  return CommandLineFromText(ReadStart(processId, "/cmdline", kMaxText));
 }
 
 std::set<std::uint64_t> RunningProcesses() {

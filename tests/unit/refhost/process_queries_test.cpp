@@ -41,6 +41,12 @@ TEST(ProcessQueries, DescribeTheirOwnProcess) {
   EXPECT_NE(std::ranges::find(found, Own()), found.end());
 }
 
+// The module keeps one for each process.
+TEST(ProcessQueries, ReturnACommandLineWithoutUnusedMemory) {
+  const std::string line = ProcessCommandLine(Own());
+  EXPECT_LE(line.capacity(), line.size() + std::string().capacity());
+}
+
 TEST(ProcessQueries, FollowLinksToAnImage) {
   const std::vector<std::uint32_t> found = ProcessesOfImage("/proc/self/exe");
   EXPECT_NE(std::ranges::find(found, Own()), found.end());
