@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks formatting, and the scripts with shellcheck.
 #   scripts/check.sh           reports what clang-format would change, and the findings of shellcheck
-#   scripts/check.sh --tidy    also runs clang-tidy on src/ and refhost/ (with the compile commands of build/dev)
+#   scripts/check.sh --tidy    also runs clang-tidy on src/ and refhost/ (with the compile commands of build/tidy)
 #   scripts/check.sh --fix     lets clang-format rewrite the files
 # Formatting is checked with clang-format 14 (Debian 12) only, because other versions format differently.
 set -euo pipefail
@@ -33,7 +33,7 @@ shellcheck "${scripts[@]}"
 echo "shellcheck: no findings in ${#scripts[@]} scripts"
 
 if [ "$mode" = --tidy ]; then
-  cmake --preset dev >/dev/null
+  cmake --preset dev -B build/tidy -D CMAKE_UNITY_BUILD=ON >/dev/null
   mapfile -t sources < <(git ls-files 'src/*.cpp' 'refhost/*.cpp' | grep -v '_win\.cpp$')
-  scripts/tidy.py build/dev "${sources[@]}"
+  scripts/tidy.py build/tidy "${sources[@]}"
 fi

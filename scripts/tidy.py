@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy on sources, and caches which had no findings.
+"""Runs clang-tidy on the sources that a build compiles, and caches which had no findings.
 
-A file is not checked again until its preprocessed text (comments included, because they may suppress findings), its
-compiler options, .clang-tidy or clang-tidy itself changes.
+If the build compiles them in batches (CMake's unity builds), they are checked in batches too: much faster, because most
+of the time goes into the headers that all of them include. A batch is not checked again until its preprocessed text
+(comments included, because they may suppress findings), its compiler options, .clang-tidy or clang-tidy itself changes.
 """
 import argparse
 import concurrent.futures
@@ -22,25 +23,85 @@ def checks_key():
     return version + pathlib.Path(".clang-tidy").read_bytes()
 
 
-def key_of(source, entry, common):
-    """The key of a file's result, or None if clang cannot preprocess it: clang-tidy then reports why."""
-    options = shlex.split(entry["command"])[1:]
-    del options[options.index("-o"):options.index("-o") + 2]
-    options = [option for option in options if option not in ("-c", entry["file"])]
-    text = subprocess.run(["clang++", *options, "-E", "-C", "-P", entry["file"]], cwd=entry["directory"],
-                          capture_output=True)
-    if text.returncode != 0:
-        return None
-    kept = [option for option in options if not option.startswith(("-I", "-ffile-prefix-map="))]
-    return hashlib.sha256(b"\0".join([common, source.encode(), " ".join(kept).encode(), text.stdout])).hexdigest()
+def relative(path):
+    """The path from this directory, without symbolic links."""
+    return os.path.relpath(os.path.realpath(path), os.path.realpath("."))
 
 
-def check(source, entry, build, common, cache):
-    """Checks one file; returns its findings, or nothing."""
-    key = key_of(source, entry, common)
+class Batch:
+    """What one compile command compiles: a source, or several in one file.
+
+    Sources are checked as one text, not as includes of one file: some checks skip what is included.
+    """
+
+    def __init__(self, entry, build):
+        path = os.path.join(entry["directory"], entry["file"])
+        self.sources = [path]
+        if "/Unity/unity_" in path:  # CMake's names of its batches
+            text = pathlib.Path(path).read_text(encoding="utf-8")
+            self.sources = re.findall(r'^#include "(.*)"$', text, flags=re.MULTILINE)
+        self.sources = [relative(source) for source in self.sources]
+        self.file = self.sources[0]
+        if len(self.sources) > 1:
+            self.file = os.path.join(build, "batches", os.path.relpath(path, build).replace("/", "-") + ".cpp")
+        self.directory = entry["directory"]
+        self.options = shlex.split(entry["command"])[1:]
+        del self.options[self.options.index("-o"):self.options.index("-o") + 2]
+        self.options = [option for option in self.options if option not in ("-c", entry["file"])]
+        self.options.append("-Wno-unknown-warning-option")  # the compiler of the build may have others
+
+    def write(self):
+        """Writes the file of several sources."""
+        if len(self.sources) == 1:
+            return
+        os.makedirs(os.path.dirname(self.file), exist_ok=True)
+        text = "".join(pathlib.Path(source).read_text(encoding="utf-8") for source in self.sources)
+        pathlib.Path(self.file).write_text(text, encoding="utf-8")
+
+    def place(self, line):
+        """The source and its line of a line of the file."""
+        for source in self.sources:
+            count = pathlib.Path(source).read_text(encoding="utf-8").count("\n")
+            if line <= count:
+                break
+            line -= count
+        return f"{source}:{line}"
+
+    def key(self, common):
+        """The key of the result, or None if clang cannot preprocess the file: clang-tidy then reports why."""
+        text = subprocess.run(["clang++", *self.options, "-E", "-C", "-P", os.path.abspath(self.file)],
+                              cwd=self.directory, capture_output=True)
+        if text.returncode != 0:
+            return None
+        kept = [option for option in self.options if not option.startswith(("-I", "-ffile-prefix-map="))]
+        parts = [common, " ".join(self.sources).encode(), " ".join(kept).encode(), text.stdout]
+        return hashlib.sha256(b"\0".join(parts)).hexdigest()
+
+
+def batches_of(sources, build):
+    """The batches that contain the sources. Ends the program if a source is not compiled."""
+    with open(pathlib.Path(build, "compile_commands.json"), encoding="utf-8") as file:
+        batches = [Batch(entry, build) for entry in json.load(file)]
+    missing = {relative(source) for source in sources}
+    found = []
+    for batch in batches:
+        if missing.intersection(batch.sources):
+            missing.difference_update(batch.sources)
+            found.append(batch)
+    if missing:
+        sys.exit(f"{build} does not compile {', '.join(sorted(missing))}")
+    return found
+
+
+def check(batch, common, cache):
+    """Checks a batch; returns its findings, or nothing."""
+    batch.write()
+    key = batch.key(common)
     if key and (cache / key).exists():
         return None
-    run = subprocess.run(["clang-tidy", "--quiet", "-p", build, source], capture_output=True, text=True)
+    file = os.path.abspath(batch.file)
+    run = subprocess.run(["clang-tidy", "--quiet", file, "--", *batch.options], cwd=batch.directory,
+                         capture_output=True, text=True)
     if run.returncode == 0:
         if key:
             (cache / key).touch()
@@ -48,7 +109,7 @@ def check(source, entry, build, common, cache):
     # Drop the counts of suppressed warnings of system headers.
     errors = re.sub(r"^.*\d+ warnings?( and \d+ errors?)? generated\.\n|^Suppressed .*\n|^Use -header-filter.*\n", "",
                     run.stderr, flags=re.MULTILINE)
-    return run.stdout + errors
+    return re.sub(re.escape(file) + r":(\d+)", lambda match: batch.place(int(match[1])), run.stdout + errors)
 
 
 def main(build, sources):
@@ -56,22 +117,15 @@ def main(build, sources):
         os.environ.get("XDG_CACHE_HOME") or os.path.expanduser("~/.cache"), "fenlux")
     cache = pathlib.Path(root, "tidy")
     cache.mkdir(parents=True, exist_ok=True)
-    with open(pathlib.Path(build, "compile_commands.json"), encoding="utf-8") as file:
-        entries = {os.path.realpath(entry["file"]): entry for entry in json.load(file)}
-    missing = [source for source in sources if os.path.realpath(source) not in entries]
-    if missing:
-        sys.exit(f"{build} does not compile {', '.join(missing)}")
-
     common = checks_key()
-    failed = 0
+    failed = False
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for findings in pool.map(
-                lambda source: check(source, entries[os.path.realpath(source)], build, common, cache), sources):
+        for findings in pool.map(lambda batch: check(batch, common, cache), batches_of(sources, build)):
             if findings:
-                failed += 1
+                failed = True
                 print(findings, flush=True)
     if failed:
-        sys.exit(f"clang-tidy: findings in {failed} of {len(sources)} files")
+        sys.exit("clang-tidy: the findings are above")
     print(f"clang-tidy: no findings in {len(sources)} files")
 
 
