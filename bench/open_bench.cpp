@@ -1,21 +1,24 @@
 // Measures the guarded open: the cost of opening a file with no monitor, with a minimal monitor, and with a host and
 // the module. All are measured in turn in one run, so that their ratios hold on any machine.
 //
-// Needs Linux and root. Prints the median of each and their ratios.
+// Needs Linux and root. Prints the median of each and their ratios; with --json, also writes them with their quartiles.
 #include <Poco/Net/HTTPClientSession.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
 #include <Poco/URI.h>
 #include <fmt/format.h>
+#include <sched.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <cstdio>
 #include <exception>
+#include <fstream>
 #include <future>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -32,6 +35,7 @@
 #include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
 #include "refhost/base/config/config_reader.h"
+#include "refhost/base/platform/error_text.h"
 #include "refhost/emulator/sources/kernel/event_paths.h"
 #include "tests/support/temporary_directory.h"
 
@@ -50,12 +54,41 @@ struct Variant {
   bool metrics = false;               // served, and read during every round
   const char* decisionLog = nullptr;  // value of the setting [judging] log for this variant; null: unchanged
 
-  double Median() {
-    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-    std::nth_element(times.begin(), middle, times.end());
-    return static_cast<double>(*middle) / 1000;
+  // In microseconds.
+  double Quartile(std::size_t number) {
+    const auto place = times.begin() + static_cast<std::ptrdiff_t>(times.size() * number / 4);
+    std::nth_element(times.begin(), place, times.end());
+    return static_cast<double>(*place) / 1000;
   }
+  double Median() { return Quartile(2); }
 };
+
+void WriteJson(std::ostream& stream, std::vector<Variant>& variants) {
+  nlohmann::ordered_json json = nlohmann::ordered_json::array();
+  for (Variant& variant : variants) {
+    json.push_back({{"name", variant.name},
+                    {"opens", variant.times.size()},
+                    {"median_us", variant.Median()},
+                    {"quartiles_us", {variant.Quartile(1), variant.Quartile(3)}}});
+  }
+  stream << json.dump(2) << '\n' << std::flush;
+}
+
+// Where the opener and everything else run; not set: where the caller does.
+struct Cores {
+  std::optional<int> monitors;
+  std::optional<int> opener;
+};
+
+void RunOn(const std::optional<int>& core) {
+  if (!core) return;
+  cpu_set_t cores;
+  CPU_ZERO(&cores);
+  CPU_SET(static_cast<unsigned>(*core), &cores);
+  if (::sched_setaffinity(0, sizeof(cores), &cores) != 0) {
+    throw std::runtime_error(fmt::format("cannot run on core {}: {}", *core, refhost::LastErrorText()));
+  }
+}
 
 // Looks up the path like a monitor that trusts what /proc shows.
 void ReadLink(int file) {
@@ -152,9 +185,16 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
 }
 
 // Ends the process: neither the monitors' threads nor the module's can be joined.
-[[noreturn]] void Run(std::size_t rounds, std::string_view mode) {
+[[noreturn]] void Run(std::size_t rounds, std::string_view mode, const Cores& cores, const std::string& json) {
+  std::ofstream jsonFile;
+  if (!json.empty()) {
+    jsonFile.open(json);
+    if (!jsonFile) throw std::runtime_error(fmt::format("{} cannot be written: {}", json, refhost::LastErrorText()));
+  }
   KeepMountsPrivate();
-  Opener opener;
+  RunOn(cores.opener);
+  Opener opener;  // inherits the core
+  RunOn(cores.monitors);
   const TemporaryDirectory files;
   const auto directory = [&files](const char* name) { return files.MakeDirectory(name).string(); };
   std::vector<Variant> variants;
@@ -236,10 +276,16 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
     if (mode == "logged") fmt::print("the decision log costs a factor of {:.3f} in {} opens\n", factor, opens);
     if (mode == "observed") fmt::print("decision log and metrics cost a factor of {:.3f} in {} opens\n", factor, opens);
   }
+  if (!json.empty()) WriteJson(jsonFile, variants);
   host->Stop();
   otherMount.reset();
   boost::filesystem::remove_all(files.Path());
   std::fflush(nullptr);
+  if (!jsonFile) {
+    fmt::print(stderr, "fenlux_open_bench: {} could not be written completely\n", json);
+    std::fflush(nullptr);
+    refhost::EndProcess(1);
+  }
   refhost::EndProcess(0);
 }
 
@@ -257,9 +303,15 @@ int main(int count, char** arguments) {
                   "logged: without the decision log, and with the one of refusals, which is the default\n"
                   "observed: without decision log and metrics, and with both; the metrics are read in every round")
       ->check(CLI::IsMember({"programs", "recorded", "logged", "observed"}));
+  fenlux::bench::Cores cores;
+  line.add_option("--core", cores.monitors, "the core of the monitors and the host")->check(CLI::NonNegativeNumber);
+  line.add_option("--opener-core", cores.opener, "the core of the process that opens the files")
+      ->check(CLI::NonNegativeNumber);
+  std::string json;
+  line.add_option("--json", json, "also write medians and quartiles to this file");
   CLI11_PARSE(line, count, arguments);
   try {
-    fenlux::bench::Run(rounds, mode);
+    fenlux::bench::Run(rounds, mode, cores, json);
   } catch (const std::exception& error) {
     fmt::print(stderr, "fenlux_open_bench: {}\n", error.what());
   }

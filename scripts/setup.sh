@@ -3,8 +3,8 @@
 #   scripts/setup.sh [OPTION...]
 #     --windows   also those for the Windows build and its tests under Wine
 #     --debian    also those for scripts/test_in_debian.sh
-#     --tools     also programs that some tests and scripts/fleet.sh use: chromium, logrotate, man, tshark, promtool,
-#                 prometheus and valgrind. Starts no service; for newly installed ones,
+#     --tools     also programs that some tests, scripts/fleet.sh and scripts/bench.sh use: chromium, gnuplot,
+#                 logrotate, man, tshark, promtool, prometheus and valgrind. Starts no service; for newly installed ones,
 #                 `systemctl unmask prometheus.service logrotate.timer` permits it
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,7 +16,7 @@ for argument in "$@"; do
   case "$argument" in
     --windows) lists+=(cmake/packages-windows.txt) ;;
     --debian) extra+=(mmdebstrap debian-archive-keyring) ;;
-    --tools) extra+=(chromium logrotate man-db prometheus tshark valgrind) ;;
+    --tools) extra+=(chromium gnuplot-nox logrotate man-db prometheus tshark valgrind) ;;
     *) refuse "$argument" ;;
   esac
 done

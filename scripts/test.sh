@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and tests fenlux.
 #   scripts/test.sh              the quick preset (dev)
-#   scripts/test.sh --all        formatting and lint, all presets below, half a minute of scripts/soak.sh, and the plain
-#                                scripts/test.sh on the other Debian release
+#   scripts/test.sh --all        formatting and lint, all presets below, half a minute of scripts/soak.sh, a quick
+#                                scripts/bench.sh, and the plain scripts/test.sh on the other Debian release
 #   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
 # Ends with a line of counts for each preset, the tests that failed, and a line of totals.
 set -euo pipefail
@@ -103,6 +103,12 @@ if $all; then
     lines+=("soak: passed")
   else
     lines+=("soak: failed; its table is above") broken=true
+  fi
+  echo "== bench"
+  if scripts/bench.sh --quick; then
+    lines+=("bench: passed")
+  else
+    lines+=("bench: failed; the reason is above") broken=true
   fi
   echo "== Debian $(other_debian_release)"
   test_other_debian
