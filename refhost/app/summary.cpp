@@ -22,10 +22,6 @@ Report CountsReport(const std::map<std::uint32_t, std::uint64_t>& counts) {
 
 double Seconds(std::chrono::milliseconds time) { return RoundToTenths(std::chrono::duration<double>(time).count()); }
 
-double Microseconds(std::chrono::nanoseconds time) {
-  return RoundToTenths(std::chrono::duration<double, std::micro>(time).count());
-}
-
 std::string SumText(const EmulatorTotals& totals) {
   const std::string sum = fmt::format("{} = {} + {} + {} + {}", totals.delivered, totals.answered,
                                       totals.unansweredByDesign, totals.late, totals.lost);

@@ -49,4 +49,10 @@ std::string WhyUnreadable(const fs::path& file) {
   return opened.stream == nullptr ? Failure(file, opened.reason) : std::string();
 }
 
+std::uint64_t FileSizeOrZero(const fs::path& file) {
+  boost::system::error_code error;
+  const std::uintmax_t size = fs::file_size(file, error);
+  return error ? 0 : size;
+}
+
 }  // namespace fenlux::refhost

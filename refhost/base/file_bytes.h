@@ -1,7 +1,8 @@
-// Reads whole files.
+// Reads whole files, and their sizes.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
 #include <string>
 
 namespace fenlux::refhost {
@@ -17,5 +18,8 @@ FileBytes ReadFileBytes(const boost::filesystem::path& file);
 
 // Why the file cannot be read, as in FileBytes; empty if it can.
 std::string WhyUnreadable(const boost::filesystem::path& file);
+
+// The file's size; 0 if it cannot be determined, as for a pipe. For progress bars.
+std::uint64_t FileSizeOrZero(const boost::filesystem::path& file);
 
 }  // namespace fenlux::refhost

@@ -72,4 +72,8 @@ double RoundToTenths(double value) {
   return rounded;
 }
 
+double Microseconds(std::chrono::nanoseconds time) {
+  return RoundToTenths(std::chrono::duration<double, std::micro>(time).count());
+}
+
 }  // namespace fenlux::refhost

@@ -1,6 +1,7 @@
 // Reports: named values in a fixed order, formatted as JSON for programs and as aligned text for people.
 #pragma once
 
+#include <chrono>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -19,5 +20,7 @@ std::string AlignedText(const Report& report);
 
 // Rounds to one decimal, so that JSON shows no more. Accepts values below 10^14.
 double RoundToTenths(double value);
+// The time in microseconds, rounded like that.
+double Microseconds(std::chrono::nanoseconds time);
 
 }  // namespace fenlux::refhost

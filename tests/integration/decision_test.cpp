@@ -16,7 +16,7 @@
 namespace fenlux::testing {
 namespace {
 
-constexpr char kRules[] =
+constexpr char kDecisionRules[] =
     "[[judging.rules]]\nname = 'no secrets'\npath = '*.secret'\ndecision = 3\n"
     "[[judging.rules]]\npath = '/never/*'\ndecision = 4\n";
 
@@ -42,7 +42,7 @@ std::vector<std::string> Records(const std::string& log) { return LinesWith(log,
 
 TEST(DecisionLog, HasALineForEveryRefusedEvent) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n" + std::string(kRules), Scenario(1, 1));
+  setup.WriteHost("stop_at_end = true\n" + std::string(kDecisionRules), Scenario(1, 1));
   const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   const std::vector<std::string> lines = LinesWith(outcome.err, "[4194999]");
@@ -58,7 +58,8 @@ TEST(DecisionLog, HasALineForEveryRefusedEvent) {
 TEST(DecisionLog, ContainsTheEventsThatTheSettingSelects) {
   for (const auto& [setting, count] : {std::pair("off", 0U), std::pair("refused", 2U), std::pair("all", 5U)}) {
     const HostSetup setup;
-    setup.WriteHost("stop_at_end = true\n[judging]\nlog = '" + std::string(setting) + "'\n" + kRules, Scenario(2, 3));
+    setup.WriteHost("stop_at_end = true\n[judging]\nlog = '" + std::string(setting) + "'\n" + kDecisionRules,
+                    Scenario(2, 3));
     const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(Records(outcome.err).size(), count) << setting << '\n' << outcome.err;
@@ -72,7 +73,7 @@ TEST(DecisionLog, ContainsTheEventsThatTheSettingSelects) {
 
 TEST(DecisionLog, WritesTheFactsAsJson) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n" + std::string(kRules), Scenario(1, 1));
+  setup.WriteHost("stop_at_end = true\n" + std::string(kDecisionRules), Scenario(1, 1));
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   const std::vector<std::string> records = Records(outcome.err);
   ASSERT_EQ(records.size(), 1U) << outcome.err;
@@ -87,7 +88,7 @@ TEST(DecisionLog, WritesTheFactsAsJson) {
 
 TEST(DecisionLog, LimitsTheConsoleButNotTheFile) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n[log]\nfile = 'host.log'\n" + std::string(kRules), Scenario(300, 1));
+  setup.WriteHost("stop_at_end = true\n[log]\nfile = 'host.log'\n" + std::string(kDecisionRules), Scenario(300, 1));
   const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(LinesWith(outcome.err, "refused ?[4194999]").size(), 10U) << outcome.err;
@@ -103,7 +104,7 @@ TEST(DecisionLog, LimitsTheConsoleButNotTheFile) {
 
 TEST(Enforcement, WhenOffNothingIsRefusedAndWouldBeRefusalsAreCounted) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n[judging]\nenforce = false\n" + std::string(kRules), Scenario(2, 1));
+  setup.WriteHost("stop_at_end = true\n[judging]\nenforce = false\n" + std::string(kDecisionRules), Scenario(2, 1));
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   const std::vector<std::string> records = Records(outcome.err);
@@ -122,8 +123,8 @@ TEST(Enforcement, CanBeSwitchedWhileTheHostRuns) {
   const HostSetup setup;
   const std::string directory = setup.Directory("watched");
   const std::string secret = setup.Write("watched/diary.secret", "words\n");
-  const std::string rest =
-      "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[policy]\ndirectories = ['" + directory + "']\n" + kRules;
+  const std::string rest = "[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[policy]\ndirectories = ['" +
+                           directory + "']\n" + kDecisionRules;
   const auto reads = [&] { return HostProcess(setup, "cat", {secret}).Wait().code == 0; };
   setup.WriteHost(rest);
   HostProcess host(setup, RunArguments(setup, {"--json"}));
@@ -147,7 +148,7 @@ TEST(DecisionLog, EscapesFileNames) {
     const std::string directory = setup.Directory("watched");
     const std::string secret = setup.Write("watched/a\nb\x1b[31m\xed\xa0\x80.secret", "words\n");
     setup.WriteHost("[emulator]\nsource = 'fanotify'\ndeadline_ms = 300000\n[policy]\ndirectories = ['" + directory +
-                    "']\n" + kRules);
+                    "']\n" + kDecisionRules);
     HostProcess host(setup, RunArguments(setup, json ? Arguments{"--json"} : Arguments{}));
     ASSERT_TRUE(Eventually([&] { return HostProcess(setup, "cat", {secret}).Wait().code != 0; })) << host.Err();
     const Outcome outcome = host.Stop();
@@ -193,7 +194,7 @@ TEST(DecisionLog, ContainsRefusalsWithoutAJudgement) {
 
 TEST(Rules, ShowHitsInOrderAndTheDefaultAtTheEnd) {
   const HostSetup setup;
-  setup.WriteHost(kRules, Scenario(2, 3));
+  setup.WriteHost(kDecisionRules, Scenario(2, 3));
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("scenario finished")) << host.Err();
   const std::string json = setup.ControlJson({"rules"});
@@ -211,7 +212,8 @@ TEST(Rules, ShowHitsInOrderAndTheDefaultAtTheEnd) {
 
 TEST(Explain, ReadsOnlyTheRulesAndNeedsNoHost) {
   const HostSetup setup;
-  setup.WriteHost("[policy]\ndirectories = ['${FENLUX_NO_SUCH_VARIABLE}']\n[module]\ntpyo = 1\n" + std::string(kRules));
+  setup.WriteHost("[policy]\ndirectories = ['${FENLUX_NO_SUCH_VARIABLE}']\n[module]\ntpyo = 1\n" +
+                  std::string(kDecisionRules));
   const std::string config = (setup.Path() / "host.toml").string();
   const Outcome refused = setup.Run({"explain", "--config", config, "--path", "/srv/a.secret"});
   EXPECT_EQ(refused.code, 0) << refused.err;
@@ -244,7 +246,7 @@ TEST(Explain, LooksUpTheProgramOfAProcess) {
 
 TEST(Explain, AsksARunningHost) {
   const HostSetup setup;
-  setup.WriteHost(kRules, Scenario(1, 1));
+  setup.WriteHost(kDecisionRules, Scenario(1, 1));
   HostProcess host(setup, RunArguments(setup));
   ASSERT_TRUE(host.WaitForError("scenario finished")) << host.Err();
   setup.WriteHost("");  // the host has the old rules

@@ -17,11 +17,11 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-const std::string kThreeEvents = std::string(kAwaitOpening) +
-                                 "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
-                                 "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
-                                 "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
-const std::string kRules =
+const std::string kThreeRecordedEvents = std::string(kAwaitOpening) +
+                                         "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
+                                         "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
+                                         "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
+const std::string kRecordRules =
     std::string(kSystemImage) + "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
 
 class Record : public ::testing::Test {
@@ -54,7 +54,8 @@ class Record : public ::testing::Test {
 
 TEST_F(Record, ARunIsRecordedCompletelyAndDecoded) {
   const std::string directory = setup.Directory("watched");
-  setup.WriteHost("stop_at_end = true\n[policy]\ndirectories = ['watched', 'not-there']\n" + kRules, kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n[policy]\ndirectories = ['watched', 'not-there']\n" + kRecordRules,
+                  kThreeRecordedEvents);
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json", "--record", File()}));
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(JsonValue(outcome.out, "summary.recording.dropped"), "0");
@@ -95,8 +96,8 @@ TEST_F(Record, ARunIsRecordedCompletelyAndDecoded) {
 }
 
 TEST_F(Record, TheConfigurationSaysWhereAndWhatIsRecorded) {
-  setup.WriteHost("stop_at_end = true\n[capture]\nfile = 'port.pcapng'\nkinds = ['notifications']\n" + kRules,
-                  kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n[capture]\nfile = 'port.pcapng'\nkinds = ['notifications']\n" + kRecordRules,
+                  kThreeRecordedEvents);
   ASSERT_EQ(setup.Run(RunArguments(setup)).code, 0);
   const std::vector<json> exchanges = Decode();
   EXPECT_TRUE(Find(exchanges, "request").is_null());
@@ -115,7 +116,7 @@ TEST_F(Record, AWrongTableIsReported) {
 }
 
 TEST_F(Record, OnlyACaptureIsReplaced) {
-  setup.WriteHost("stop_at_end = true\n" + std::string(kSystemImage), kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n" + std::string(kSystemImage), kThreeRecordedEvents);
   setup.Write("port.pcapng", "a letter");
   const Outcome outcome = setup.Run(RunArguments(setup, {"--record", File()}));
   EXPECT_EQ(outcome.code, 2);
@@ -123,7 +124,7 @@ TEST_F(Record, OnlyACaptureIsReplaced) {
 }
 
 TEST_F(Record, AHostThatIsKilledLeavesCompleteBlocks) {
-  setup.WriteHost(kSystemImage, kThreeEvents);
+  setup.WriteHost(kSystemImage, kThreeRecordedEvents);
   for (int round = 0; round < 3; ++round) {
     HostProcess host(setup, RunArguments(setup, {"--record", File()}));
     ASSERT_TRUE(host.WaitForError("scenario finished"));
@@ -163,7 +164,7 @@ TEST_F(Record, ARunningHostIsRecordedOnRequest) {
 }
 
 TEST_F(Record, ACaptureIsFollowedAcrossItsRotation) {
-  setup.WriteHost("[capture]\nfile = 'port.pcapng'\nfiles = 2\n" + kRules, kThreeEvents);
+  setup.WriteHost("[capture]\nfile = 'port.pcapng'\nfiles = 2\n" + kRecordRules, kThreeRecordedEvents);
   HostProcess first(setup, RunArguments(setup));
   ASSERT_TRUE(first.WaitForError("scenario finished"));
   HostProcess decode(setup, {"decode", "--follow", File()});

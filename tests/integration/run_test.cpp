@@ -14,11 +14,11 @@ const std::string kThreeEvents = std::string(kAwaitOpening) +
                                  "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
                                  "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
                                  "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
-const std::string kRules = std::string(kSystemImage) + "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
+const std::string kRunRules = std::string(kSystemImage) + "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
 
 TEST(Run, PlaysAScenarioToItsEnd) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n" + kRules, kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n" + kRunRules, kThreeEvents);
   const Outcome outcome = setup.Run(RunArguments(setup));
   EXPECT_EQ(outcome.code, 0) << outcome.err << outcome.out;
   EXPECT_TRUE(Contains(outcome.err, "Driver Interact Ready.\n"));
@@ -31,7 +31,7 @@ TEST(Run, PlaysAScenarioToItsEnd) {
 
 TEST(Run, WritesItsLogAndItsSummaryAsJson) {
   const HostSetup setup;
-  setup.WriteHost("stop_at_end = true\n" + kRules, kThreeEvents);
+  setup.WriteHost("stop_at_end = true\n" + kRunRules, kThreeEvents);
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json"}));
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(CountOf(outcome.out, "\n"), 1U);

@@ -15,8 +15,8 @@
 namespace fenlux::testing {
 namespace {
 
-constexpr char kRules[] = "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
-constexpr char kTraffic[] =
+constexpr char kWatchRules[] = "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
+constexpr char kWatchTraffic[] =
     "repeat = 0\n"
     "[[steps]]\nnotify = 4098\npath = '/srv/a.txt'\ncount = 3\n"
     "[[steps]]\nnotify = 4098\npath = '/srv/a.secret'\n"
@@ -26,7 +26,7 @@ constexpr char kTraffic[] =
 class Watch : public ::testing::Test {
  protected:
   void Start(const std::string& scenario) {
-    setup.WriteHost(kRules, scenario);
+    setup.WriteHost(kWatchRules, scenario);
     host = std::make_unique<HostProcess>(setup, RunArguments(setup));
     ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
   }
@@ -41,7 +41,7 @@ class Watch : public ::testing::Test {
 };
 
 TEST_F(Watch, ShowsEachWatcherTheEventsItRequested) {
-  Start(kTraffic);
+  Start(kWatchTraffic);
   HostProcess refused(setup, WatchArguments({"--refused"}));
   HostProcess home(setup, WatchArguments({"--path", "/home/**", "--code", "4100", "--json"}));
   ASSERT_TRUE(refused.WaitForOutput("\n", 5));
@@ -91,7 +91,7 @@ TEST_F(Watch, AWatcherThatDoesNotReadLosesEventsAndDelaysNobody) {
 }
 
 TEST_F(Watch, ManyWatchersDoNotBlockOtherControlClients) {
-  Start(kTraffic);
+  Start(kWatchTraffic);
   std::vector<std::unique_ptr<HostProcess>> watchers;  // more than the channel serves at once
   for (int index = 0; index < 12; ++index) {
     watchers.push_back(std::make_unique<HostProcess>(setup, WatchArguments({"--refused"})));
@@ -101,7 +101,7 @@ TEST_F(Watch, ManyWatchersDoNotBlockOtherControlClients) {
 }
 
 TEST_F(Watch, EndsWithTheHost) {
-  Start(kTraffic);
+  Start(kWatchTraffic);
   HostProcess watcher(setup, WatchArguments({}));
   ASSERT_TRUE(watcher.WaitForOutput("\n"));
   EXPECT_EQ(host->Stop().code, 0);

@@ -14,7 +14,7 @@
 namespace fenlux::refhost {
 namespace {
 
-std::uint32_t Own() { return ::GetCurrentProcessId(); }
+std::uint32_t OwnProcess() { return ::GetCurrentProcessId(); }
 
 TEST(WorkService, TreatsProcessesOfAConfiguredSystemImageAsTheSystems) {
   WorkService work({{"system32\\csrss.exe", OwnProgramPath()}}, {});
@@ -23,8 +23,8 @@ TEST(WorkService, TreatsProcessesOfAConfiguredSystemImageAsTheSystems) {
   std::shared_ptr<ProcessIdList> found;
   work.FindProcessesByImage(found, path, 0);
   ASSERT_NE(found, nullptr);
-  EXPECT_NE(std::ranges::find(*found, Own()), found->end());
-  EXPECT_EQ(work.QueryProcessValue(Own(), 0), 0U);
+  EXPECT_NE(std::ranges::find(*found, OwnProcess()), found->end());
+  EXPECT_EQ(work.QueryProcessValue(OwnProcess(), 0), 0U);
 }
 
 TEST(WorkService, ResolvesOtherSystemImagesAgainstTheSystem) {
@@ -36,19 +36,19 @@ TEST(WorkService, ResolvesOtherSystemImagesAgainstTheSystem) {
 TEST(WorkService, ReportsAnUnknownProcess) {
   WorkService work({}, {});
   EXPECT_EQ(work.QueryProcessValue(0xFFFFFFF0, 0), kUnknownProcess);
-  EXPECT_EQ(work.QueryProcessValue(Own(), 0), ProcessSession(Own()));
+  EXPECT_EQ(work.QueryProcessValue(OwnProcess(), 0), ProcessSession(OwnProcess()));
 }
 
 TEST(WorkService, ReturnsTheImageAndTheCommandLineOfAProcess) {
   WorkService work({}, {});
   std::wstring wide;
   std::string narrow;
-  EXPECT_EQ(work.GetProcessWideText(wide, Own(), 0), OwnProgramPath().native());
-  EXPECT_EQ(work.GetProcessNarrowText(narrow, Own(), 0), NarrowFromWide(::GetCommandLineW()));
+  EXPECT_EQ(work.GetProcessWideText(wide, OwnProcess(), 0), OwnProgramPath().native());
+  EXPECT_EQ(work.GetProcessNarrowText(narrow, OwnProcess(), 0), NarrowFromWide(::GetCommandLineW()));
   std::shared_ptr<ProcessIdSet> running;
   work.GetRunningProcessIds(running, 0);
   ASSERT_NE(running, nullptr);
-  EXPECT_TRUE(running->contains(Own()));
+  EXPECT_TRUE(running->contains(OwnProcess()));
 }
 
 TEST(WorkService, FormatsASecurityIdentifierOfTheSystem) {

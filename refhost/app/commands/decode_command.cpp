@@ -1,7 +1,7 @@
 // The `decode` command: shows the exchanges of a capture one by one.
 #include <fmt/format.h>
 
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -13,6 +13,7 @@
 #include "refhost/app/exit_codes.h"
 #include "refhost/app/platform/signals.h"
 #include "refhost/app/problem_output.h"
+#include "refhost/base/file_bytes.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/progress_bar.h"
 #include "refhost/capture/decode/capture_decoder.h"
@@ -28,13 +29,6 @@ constexpr std::size_t kBeginning = 512;
 
 std::ifstream OpenFile(const boost::filesystem::path& file) {
   return std::ifstream(std::filesystem::path(file.native()), std::ios::binary);
-}
-
-// 0 if it cannot be determined.
-std::uint64_t SizeOf(const boost::filesystem::path& file) {
-  boost::system::error_code error;
-  const std::uintmax_t size = boost::filesystem::file_size(file, error);
-  return error ? 0 : size;
 }
 
 // Keeps the stream's position.
@@ -146,7 +140,7 @@ int DecodeCapture(const DecodeOptions& options) {
   std::ifstream stream = OpenFile(options.file);
   if (!stream) return Fail(options, fmt::format("{} cannot be opened: {}", options.file.string(), LastErrorText()));
   Output output(options.json);
-  std::optional<ProgressBar> progress(SizeOf(options.file));
+  std::optional<ProgressBar> progress(FileSizeOrZero(options.file));
   capture::DecodeSinks sinks = output.Sinks();
   sinks.progress = [&](std::uint64_t offset) { progress->Show(offset); };
   if (options.follow) sinks.progress = nullptr;

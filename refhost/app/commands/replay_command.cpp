@@ -1,7 +1,7 @@
 // The `replay` command: plays a capture to a module and shows what the module does differently.
 #include <fmt/format.h>
 
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -19,6 +19,7 @@
 #include "refhost/app/security/file_trust.h"
 #include "refhost/app/security/privileges.h"
 #include "refhost/base/exception_text.h"
+#include "refhost/base/file_bytes.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/progress_bar.h"
 #include "refhost/base/text/utf_text.h"
@@ -109,12 +110,6 @@ class ReplayOutput {
   std::uint64_t shown = 0;
 };
 
-std::uint64_t SizeOf(const boost::filesystem::path& file) {
-  boost::system::error_code error;
-  const std::uintmax_t size = boost::filesystem::file_size(file, error);
-  return error ? 0 : size;
-}
-
 // Settings that the facts may lack, as the module's first connection shows them.
 capture::ObservedSettings ObservedSettingsOf(const capture::CaptureOutline& outline) {
   for (const auto& [number, connection] : outline.connections) {
@@ -140,7 +135,7 @@ int ReplayCapture(const ReplayOptions& options) {
   const std::string name = options.file.string();
   std::ifstream stream(std::filesystem::path(options.file.native()), std::ios::binary);
   if (!stream) return Fail(kExitUsage, fmt::format("{} cannot be opened: {}", name, LastErrorText()));
-  const std::uint64_t size = SizeOf(options.file);
+  const std::uint64_t size = FileSizeOrZero(options.file);
   const capture::CaptureOutline outline = OutlineOf(stream, size);
   if (stream.bad()) return Fail(kExitUsage, fmt::format("{} cannot be read: {}", name, LastErrorText()));
   if (const std::string obstacle = outline.Obstacle(); !obstacle.empty()) {

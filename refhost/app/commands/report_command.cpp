@@ -8,6 +8,7 @@
 
 #include "refhost/app/commands/commands.h"
 #include "refhost/app/exit_codes.h"
+#include "refhost/base/file_bytes.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/base/progress_bar.h"
 #include "refhost/base/text/utf_text.h"
@@ -19,12 +20,6 @@ namespace {
 int Fail(const std::string& text) {
   std::cerr << PrintableLines("fenlux-host: " + text + "\n") << std::flush;
   return kExitUsage;
-}
-
-std::uint64_t SizeOf(const boost::filesystem::path& file) {
-  boost::system::error_code error;
-  const std::uintmax_t size = boost::filesystem::file_size(file, error);
-  return error ? 0 : size;
 }
 
 // Whether both name the same existing file.
@@ -42,7 +37,7 @@ int ReportCapture(const ReportOptions& options) {
   if (SameFile(options.file, options.html)) return Fail("the report would replace the capture; name another file");
   capture::CaptureStatistics statistics;
   {
-    ProgressBar progress(SizeOf(options.file));
+    ProgressBar progress(FileSizeOrZero(options.file));
     statistics = capture::CollectStatistics(stream, [&](std::uint64_t offset) { progress.Show(offset); });
   }
   if (stream.bad()) return Fail(fmt::format("{} cannot be read: {}", name, LastErrorText()));

@@ -160,20 +160,23 @@ RunEnd Serve(ReferenceHost& host, const RunOptions& options, bool stopAtEnd, con
 
 // Writes the lines to standard error and returns the code. If standard error is stuck, ends the process here: the
 // signals that would end it are blocked.
-int Fail(int code, const std::string& text, std::chrono::milliseconds limit = kFailureTimeout) {
+int FailWithin(std::chrono::milliseconds timeout, int code, const std::string& text) {
   try {
     BoundedOutput error(std::cerr, "standard error");
     error.Write(text);
-    if (!error.Flush(limit)) EndProcess(code);
+    if (!error.Flush(timeout)) EndProcess(code);
   } catch (const std::exception&) {  // no thread, no memory
     std::cerr << text << std::flush;
   }
   return code;
 }
 
-int Fail(int code, const RunOptions& options, const std::string& message,
-         std::chrono::milliseconds limit = kFailureTimeout) {
-  return Fail(code, ProblemLines("fenlux-host: " + message, options.json), limit);
+int FailWithin(std::chrono::milliseconds timeout, int code, const RunOptions& options, const std::string& message) {
+  return FailWithin(timeout, code, ProblemLines("fenlux-host: " + message, options.json));
+}
+
+int Fail(int code, const RunOptions& options, const std::string& message) {
+  return FailWithin(kFailureTimeout, code, options, message);
 }
 
 }  // namespace
@@ -183,7 +186,7 @@ int RunHost(const RunOptions& options) {
   HostConfig config = LoadHostConfig(options.config, errors);
   BlockSignals();  // not before: if the file system hangs during the start, a signal must end it
   if (!errors.Empty()) {
-    return Fail(kExitUsage, ProblemLines(errors, options.json));
+    return FailWithin(kFailureTimeout, kExitUsage, ProblemLines(errors, options.json));
   }
   config.start.log.json = options.json;
   config.start.insecurePermissions = options.insecurePermissions;
@@ -246,12 +249,12 @@ int RunHost(const RunOptions& options) {
       if (!TotalsProblems(facts).empty() || (NeverConnected(facts) && end == RunEnd::kDuration)) code = kExitViolation;
     }
   } catch (const std::bad_alloc&) {
-    code = Fail(kExitNoMemory, options, kOutOfMemory, deadline.OutputTimeout(Clock::now()));
+    code = FailWithin(deadline.OutputTimeout(Clock::now()), kExitNoMemory, options, kOutOfMemory);
   }
   out->Flush(deadline.OutputTimeout(Clock::now()));
   if (const std::string failure = out->Failure(); code == kExitSuccess && !failure.empty()) {
-    code = Fail(kExitOutput, options, "standard output cannot be written: " + failure,
-                deadline.OutputTimeout(Clock::now()));
+    code = FailWithin(deadline.OutputTimeout(Clock::now()), kExitOutput, options,
+                      "standard output cannot be written: " + failure);
   }
   // The module's workers are detached and still use the host, so the process ends without destroying it. Everything
   // visible from outside has been stopped, drained and flushed; a stuck output is abandoned.

@@ -23,8 +23,6 @@ using Arguments = ControlArguments;
 
 ReferenceHost& WholeHost(Host& owner) { return dynamic_cast<ReferenceHost&>(owner); }
 
-Report Empty() { return Report::object(); }
-
 Report RestartReport(const std::vector<std::string>& settings) {
   Report report = Report::object();
   if (!settings.empty()) report["restart_needed_for"] = settings;
@@ -121,7 +119,7 @@ const ControlOperation kHostOperations[] = {
        } catch (const capture::RecordingError& error) {
          throw ControlRefusal(error.what());
        }
-       return Empty();
+       return Report::object();
      },
      true},
     {"record stop",

@@ -29,8 +29,6 @@ std::shared_ptr<CKDIBase> DriverOf(const Host& host) {
   return driver;
 }
 
-Report Empty() { return Report::object(); }
-
 template <typename Value>
 Report Single(const char* name, Value value) {
   Report report = Report::object();
@@ -56,14 +54,14 @@ const ControlOperation kModuleOperations[] = {
      {{"clear", ArgumentKind::kFlag, "first clear the policy's monitor objects in the driver"}},
      [](Host& host, const Arguments& arguments) {
        ModuleOf(host).StopWork(HasFlag(arguments, "clear"));
-       return Empty();
+       return Report::object();
      }},
     {"policy-changed",
      "Make the module apply the policy again",
      {},
      [](Host& host, const Arguments&) {
        ModuleOf(host).NotifyPolicyChanged();
-       return Empty();
+       return Report::object();
      }},
     {"port-value",
      "Show the port value of the ready connection",
@@ -95,7 +93,7 @@ const ControlOperation kModuleOperations[] = {
      {},
      [](Host& host, const Arguments&) {
        DriverOf(host)->SendDriverConfig();
-       return Empty();
+       return Report::object();
      }},
     {"grsp",
      "Set the driver's grsp switch: mode 1 sends 0, mode 3 sends 1",
@@ -130,7 +128,7 @@ const ControlOperation kModuleOperations[] = {
      {{"skip-middle", ArgumentKind::kFlag, "send the middle two as 0"}},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->SetSpspState(HasFlag(arguments, "skip-middle") ? 1 : 0);
-       return Empty();
+       return Report::object();
      }},
     {"register-process",
      "Send the driver the id of a system process; failures appear only in the log",
@@ -139,7 +137,7 @@ const ControlOperation kModuleOperations[] = {
      [](Host& host, const Arguments& arguments) {
        const std::uint32_t kind = Uint32Argument(arguments, "kind");
        DriverOf(host)->RegisterSystemProcess(kind, Uint64Argument(arguments, "process"));
-       return Empty();
+       return Report::object();
      }},
     {"monitor add",
      "Queue a path for monitoring",
@@ -156,7 +154,7 @@ const ControlOperation kModuleOperations[] = {
      {kObjectType},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->SendMonitorObjects(Int32Argument(arguments, "type"));
-       return Empty();
+       return Report::object();
      }},
     {"monitor clear",
      "Clear the driver's monitor objects of a type",
@@ -169,49 +167,49 @@ const ControlOperation kModuleOperations[] = {
      {},
      [](Host& host, const Arguments&) {
        DriverOf(host)->EnterNetControlMode1();
-       return Empty();
+       return Report::object();
      }},
     {"net-control mode3",
      "Enter mode 3 and empty all item lists",
      {},
      [](Host& host, const Arguments&) {
        DriverOf(host)->EnterNetControlMode3();
-       return Empty();
+       return Report::object();
      }},
     {"net-control apply",
      "Load item list 3, then enter mode 2; the log counts items that could not be sent",
      {kItems, {"alternate", ArgumentKind::kFlag, "enter mode 4 instead"}},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->ApplyNetControlItems(HasFlag(arguments, "alternate"), ItemsArgument(arguments, "items"));
-       return Empty();
+       return Report::object();
      }},
     {"net-control add",
      "Load item list 1 or 2; the log counts items that could not be sent",
      {{"type", ArgumentKind::kInteger, "list: 1 or 2", kMinInt32, kMaxInt32}, kItems},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->AddNetControlItems(Int32Argument(arguments, "type"), ItemsArgument(arguments, "items"));
-       return Empty();
+       return Report::object();
      }},
     {"interface stop",
      "End the connection through the driver interface",
      {},
      [](Host& host, const Arguments&) {
        DriverOf(host)->StopInteract();
-       return Empty();
+       return Report::object();
      }},
     {"interface kernel-data",
      "Pass kernel data to the driver interface, which ignores it",
      {{"data", ArgumentKind::kInteger, "a number", 0, kMaxUint64}},
      [](Host& host, const Arguments& arguments) {
        DriverOf(host)->OnKernelData(Uint64Argument(arguments, "data"));
-       return Empty();
+       return Report::object();
      }},
     {"interface ltrkd",
      "Trigger an event that this kind of driver never sends; the module refuses",
      {},
      [](Host& host, const Arguments&) {
        DriverOf(host)->TriggerLtrkd();
-       return Empty();
+       return Report::object();
      }},
 };
 

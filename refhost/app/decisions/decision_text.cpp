@@ -35,10 +35,6 @@ std::string VerdictText(const DecisionEnd& end) {
   return end.cause.empty() ? verdict : fmt::format("{} ({})", verdict, end.cause);
 }
 
-double Microseconds(std::chrono::nanoseconds time) {
-  return RoundToTenths(std::chrono::duration<double, std::micro>(time).count());
-}
-
 Report RuleReport(const Rule& rule) {
   Report report = Report::object();
   report["number"] = rule.number;

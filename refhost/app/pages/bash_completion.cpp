@@ -50,9 +50,9 @@ std::string WordsOf(std::string type) {
   return type;
 }
 
-using Commands = std::vector<const CLI::App*>;
+using CommandList = std::vector<const CLI::App*>;
 
-void Collect(const CLI::App& command, Commands& commands) {
+void Collect(const CLI::App& command, CommandList& commands) {
   commands.push_back(&command);
   for (const CLI::App* subcommand : Subcommands(command)) Collect(*subcommand, commands);
 }
@@ -104,7 +104,7 @@ std::string CommandCase(const CLI::App& command) {
 }  // namespace
 
 std::string BashCompletion(const CLI::App& program) {
-  Commands commands;
+  CommandList commands;
   Collect(program, commands);
   std::string names;
   std::string cases;

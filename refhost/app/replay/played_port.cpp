@@ -31,7 +31,7 @@ Command CommandOf(const PlayedRequest& request) {
   return static_cast<Command>(header.command.value());
 }
 
-PlayedReply VersionReply() {
+PlayedReply ReplyToVersionRequest() {
   records::VersionReply version{};
   version.header.magic = records::kRequestMagic;
   version.header.command = static_cast<std::uint32_t>(Command::kDriverVersion);
@@ -118,7 +118,7 @@ void PlayedPort::Send(const std::shared_ptr<CBuf>& request, std::shared_ptr<CBuf
 bool PlayedPort::AnswersItself(const PlayedRequest& request, PlayedReply& reply) {
   if (released || answering == Answering::kPlayer) return false;
   const Command command = CommandOf(request);
-  if (command == Command::kDriverVersion) reply = VersionReply();
+  if (command == Command::kDriverVersion) reply = ReplyToVersionRequest();
   if (answering == Answering::kOpening) {
     if (command == Command::kDriverVersion) versionAsked = true;
     if (command == Command::kDriverConfig) policyApplied = true;

@@ -13,7 +13,6 @@ namespace {
 using capture::Packet;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kPolicyInterval{100};
 // How long the module may take to close a connection if the capture does not contain the call that closed it.
 constexpr std::chrono::milliseconds kCloseTime{1000};
 

@@ -21,8 +21,6 @@ using std::chrono::milliseconds;
 
 // A request with different content is accepted as the recorded one if no identical one arrives within this time.
 constexpr milliseconds kSimilarAfter{1500};
-// How often the module is notified of its policy until it reads it: it misses notifications while it is busy.
-constexpr milliseconds kPolicyInterval{100};
 // After this, the module is notified even if the capture does not show why it applied its policy.
 constexpr milliseconds kPolicyTimeout{1000};
 constexpr milliseconds kTimeoutAfterFailure{2000};

@@ -63,6 +63,9 @@ class ReplayPlayer {
 
  private:
   using Bytes = std::vector<std::uint8_t>;
+  // How often the module is notified of its policy until it reads it: it misses notifications while it is busy.
+  static constexpr std::chrono::milliseconds kPolicyInterval{100};
+
   struct Exchange {
     std::shared_ptr<PlayedPort> port;
     std::shared_ptr<PlayedRequest> request;    // of a request

@@ -78,10 +78,6 @@ Report QueuesReport(const StatusFacts& facts) {
   return report;
 }
 
-double Microseconds(std::chrono::nanoseconds time) {
-  return RoundToTenths(std::chrono::duration<double, std::micro>(time).count());
-}
-
 Report LatencyReport(const StatusFacts& facts) {
   Report report = Report::object();
   for (std::size_t index = 0; index < kHistoryPeriods.size(); ++index) {

@@ -16,8 +16,6 @@
 namespace fenlux::capture {
 namespace {
 
-constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
-
 std::string ReasonOf(const HeldMessage& held) { return refhost::Printable(held.comment); }
 
 bool PassesNumbers(const Exchange& exchange, const ExchangeFilter& filter) {

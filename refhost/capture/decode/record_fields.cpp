@@ -26,10 +26,7 @@ Report Hex(const FenluxBytes& bytes) {
 
 Report Text(const FenluxText& text) {
   if (text.data == nullptr) return nullptr;
-  std::u16string units;
-  units.reserve(text.count);
-  for (std::size_t i = 0; i < text.count; ++i) units += static_cast<char16_t>(FenluxTextUnit(text, i));
-  return refhost::NarrowFromUtf16(units);
+  return Utf8(text);
 }
 
 FenluxError AddConnectContext(Message message, Report& fields) {
@@ -207,6 +204,13 @@ Report TextFields(Kind kind, Message message) {
 }
 
 }  // namespace
+
+std::string Utf8(const FenluxText& text) {
+  std::u16string units;
+  units.reserve(text.count);
+  for (std::size_t i = 0; i < text.count; ++i) units += static_cast<char16_t>(FenluxTextUnit(text, i));
+  return refhost::NarrowFromUtf16(units);
+}
 
 Message WholeMessage(Message message, std::uint64_t originalSize, std::string& buffer) {
   if (originalSize <= message.size()) return message;

@@ -9,6 +9,8 @@
 #include "refhost/base/report.h"
 #include "refhost/capture/format/packet.h"
 
+struct FenluxText;
+
 namespace fenlux::capture {
 
 using refhost::Report;
@@ -20,6 +22,9 @@ std::span<const std::uint8_t> WholeMessage(std::span<const std::uint8_t> message
 // The fields of a whole message: "record" is its type, and "error" says what is wrong with a malformed one. Accepts
 // every kind; a kRequestReply is read as a version reply.
 Report RecordFields(Kind kind, std::span<const std::uint8_t> message);
+
+// The text as UTF-8.
+std::string Utf8(const FenluxText& text);
 
 // The single field that a filter needs; nullopt if the message is malformed or of another kind.
 std::optional<std::uint32_t> CommandOf(std::span<const std::uint8_t> request);

@@ -14,7 +14,6 @@ using namespace pcapng;
 constexpr std::size_t kMaxInterfaces = 1024;
 // Decoding restores the zeros that were removed from a message. This limits how many a file can demand.
 constexpr std::uint64_t kMaxOriginalSize = std::uint64_t{1} << 20;
-constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
 std::string_view TextOf(std::span<const std::uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};

@@ -9,6 +9,8 @@
 
 namespace fenlux::capture {
 
+inline constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
+
 enum class Kind : std::uint8_t {
   kConnectContext = 1,
   kRequest = 2,

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include "fenlux/driver_protocol.h"
-#include "refhost/base/text/utf_text.h"
 #include "refhost/capture/decode/json_text.h"
 #include "refhost/capture/decode/record_fields.h"
 #include "refhost/capture/format/close_reasons.h"
@@ -17,12 +16,6 @@ namespace {
 
 constexpr std::size_t kMaxProblems = 10;
 constexpr std::size_t kMaxConnections = 65536;
-
-std::string Utf8(const FenluxText& text) {
-  std::u16string units;
-  for (std::size_t i = 0; i < text.count; ++i) units += static_cast<char16_t>(FenluxTextUnit(text, i));
-  return refhost::NarrowFromUtf16(units);
-}
 
 void AddRequest(const FenluxRequestView& view, ConnectionOutline& connection) {
   ObservedSettings& settings = connection.settings;

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "fenlux/driver_protocol.h"
-#include "refhost/base/text/utf_text.h"
 #include "refhost/capture/decode/exchange_report.h"
 #include "refhost/capture/decode/json_text.h"
 #include "refhost/capture/decode/record_fields.h"
@@ -15,16 +14,10 @@
 namespace fenlux::capture {
 namespace {
 
-constexpr std::size_t kMaxConnections = 500;
-constexpr std::size_t kMaxProblems = 100;
+constexpr std::size_t kMaxListedConnections = 500;
+constexpr std::size_t kMaxListedProblems = 100;
 constexpr std::size_t kMaxSlowest = 20;
 constexpr std::size_t kMaxKey = 300;  // of a path or a rule, in bytes
-
-std::string Utf8(const FenluxText& text) {
-  std::u16string units;
-  for (std::size_t i = 0; i < text.count; ++i) units += static_cast<char16_t>(FenluxTextUnit(text, i));
-  return refhost::NarrowFromUtf16(units);
-}
 
 std::string Shortened(std::string text) {
   if (text.size() <= kMaxKey) return text;
@@ -74,7 +67,7 @@ class Collector {
     const auto& bytes = exchange.message.bytes;
     const FenluxError error = FenluxParseConnectContext(bytes.data(), bytes.size(), &view);
     if (error != FENLUX_OK) AddMalformed(exchange, FenluxErrorText(error));
-    if (statistics.connections.size() == kMaxConnections) return;
+    if (statistics.connections.size() == kMaxListedConnections) return;
     statistics.connections.push_back({exchange.header.connection, exchange.message.time, std::nullopt, {}, 0, 0});
   }
 
@@ -168,7 +161,8 @@ class Collector {
   }
 
   void Show(const Exchange& exchange, std::string problem) {
-    if (statistics.problems.size() < kMaxProblems) statistics.problems.push_back(Shown(exchange, std::move(problem)));
+    if (statistics.problems.size() < kMaxListedProblems)
+      statistics.problems.push_back(Shown(exchange, std::move(problem)));
   }
 
   void AddSlow(const Exchange& exchange, std::uint64_t latency) {
@@ -216,7 +210,7 @@ CaptureStatistics CollectStatistics(std::istream& stream, const std::function<vo
                        .problem =
                            [&](const Problem& problem) {
                              ++statistics.damages;
-                             if (statistics.damage.size() < kMaxProblems) statistics.damage.push_back(problem);
+                             if (statistics.damage.size() < kMaxListedProblems) statistics.damage.push_back(problem);
                            },
                        .progress = progress});
   collector.Finish();

@@ -21,7 +21,7 @@ constexpr double kRight = 16;
 constexpr double kTop = 12;
 constexpr double kBottom = 34;
 constexpr double kPlotWidth = kWidth - kLeft - kRight;
-constexpr double kNanosecondsPerSecond = 1e9;
+constexpr double kNanosecondsInASecond = 1e9;
 
 // A chart with its frame. Coordinates are relative to the plot: x from 0 to 1, y from 0 (bottom) to 1.
 class Chart {
@@ -124,7 +124,7 @@ class LogScale {
 };
 
 std::string Seconds(double nanoseconds) {
-  const double seconds = nanoseconds / kNanosecondsPerSecond;
+  const double seconds = nanoseconds / kNanosecondsInASecond;
   return seconds < 10 ? fmt::format("{:.2f} s", seconds) : fmt::format("{:.0f} s", seconds);
 }
 
@@ -140,8 +140,8 @@ double DurationOf(const TimeLine& timeLine) {
 
 std::string ConnectionsChart(const CaptureStatistics& statistics) {
   constexpr double kRow = 22;
-  constexpr std::size_t kMaxRows = 40;
-  const std::size_t rows = std::min(statistics.connections.size(), kMaxRows);
+  constexpr std::size_t kMaxChartRows = 40;
+  const std::size_t rows = std::min(statistics.connections.size(), kMaxChartRows);
   const double duration = std::max<double>(static_cast<double>(statistics.end - statistics.begin), 1);
   const auto place = [&](std::uint64_t time) {
     const std::uint64_t since = time < statistics.begin ? 0 : time - statistics.begin;
@@ -164,7 +164,7 @@ std::string ConnectionsChart(const CaptureStatistics& statistics) {
 
 std::string RateChart(const TimeLine& timeLine) {
   Chart chart("Notifications per second over time");
-  const double seconds = static_cast<double>(timeLine.Interval()) / kNanosecondsPerSecond;
+  const double seconds = static_cast<double>(timeLine.Interval()) / kNanosecondsInASecond;
   std::uint64_t maxValue = 0;
   for (const LatencyHistogram& interval : timeLine.Intervals()) maxValue = std::max(maxValue, interval.Count());
   const double top = RoundUp(static_cast<double>(maxValue) / seconds);

@@ -1,7 +1,11 @@
 // Captures in memory, and the packets that a reader returns from them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -11,6 +15,13 @@
 #include "refhost/capture/format/capture_reader.h"
 
 namespace fenlux::testing {
+
+// The content of a file; fails the test if it cannot be read.
+inline std::string BytesOfFile(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  EXPECT_TRUE(stream) << file;
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
 
 // A packet that a reader returned, with copies of the data it points to.
 struct ReadPacket {

@@ -1,8 +1,6 @@
 // Decoding: records as named fields, exchanges, filters and texts.
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "refhost/capture/decode/capture_decoder.h"
@@ -20,13 +18,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-std::string Content(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  EXPECT_TRUE(stream) << file;
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
-std::string Vector(const std::string& name) { return Content(std::string(FENLUX_DRIVER_VECTORS) + "/" + name); }
+std::string Vector(const std::string& name) { return BytesOfFile(std::string(FENLUX_DRIVER_VECTORS) + "/" + name); }
 
 std::span<const std::uint8_t> AsBytes(const std::string& text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};

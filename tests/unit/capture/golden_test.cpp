@@ -1,8 +1,6 @@
 // The golden captures, which a script writes from the driver kit's test vectors, and the names in the dissector.
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
@@ -18,13 +16,9 @@ using namespace fenlux::capture;
 using refhost::Report;
 using ::testing::IsEmpty;
 
-std::string Content(const std::string& file) {
-  std::ifstream stream(std::string(FENLUX_SOURCE_DIR) + "/" + file, std::ios::binary);
-  EXPECT_TRUE(stream) << file;
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
+std::string SourceText(const std::string& file) { return BytesOfFile(std::string(FENLUX_SOURCE_DIR) + "/" + file); }
 
-std::string Golden(const std::string& name) { return Content("tests/unit/capture/golden/" + name + ".pcapng"); }
+std::string Golden(const std::string& name) { return SourceText("tests/unit/capture/golden/" + name + ".pcapng"); }
 
 std::vector<Report> DecodeGolden(const std::string& name) {
   std::vector<Report> reports;
@@ -88,7 +82,7 @@ TEST(GoldenCapture, EveryMalformedRecordIsNamed) {
 
 // The dissector for Wireshark is written in another language, so its names are compared one by one.
 TEST(GoldenCapture, TheDissectorHasTheSameNames) {
-  const std::string script = Content("share/wireshark/fenlux.lua");
+  const std::string script = SourceText("share/wireshark/fenlux.lua");
   struct Table {
     const char* name;
     std::string_view (*nameOf)(std::uint32_t);

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -20,10 +19,9 @@ using ::testing::IsEmpty;
 
 using Message = std::vector<std::uint8_t>;
 
-Message Vector(const std::string& name) {
-  std::ifstream stream(std::string(FENLUX_DRIVER_VECTORS) + "/" + name + ".bin", std::ios::binary);
-  EXPECT_TRUE(stream) << name;
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+Message MessageVector(const std::string& name) {
+  const std::string bytes = BytesOfFile(std::string(FENLUX_DRIVER_VECTORS) + "/" + name + ".bin");
+  return {bytes.begin(), bytes.end()};
 }
 
 std::vector<std::string> Fields(const std::optional<MessageDifference>& difference) {
@@ -39,7 +37,7 @@ Message With(Message message, std::size_t offset, std::uint8_t value) {
 }
 
 TEST(ReplayCompare, OnlyTheWrittenBytesOfAReplyAreCompared) {
-  const Message reply = Vector("reply/verdict-3");
+  const Message reply = MessageVector("reply/verdict-3");
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, reply, reply, {}));
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, reply, With(reply, 20, 0xaa), {}));
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, reply, With(reply, 155, 0xaa), {}));
@@ -54,14 +52,14 @@ TEST(ReplayCompare, OnlyTheWrittenBytesOfAReplyAreCompared) {
 }
 
 TEST(ReplayCompare, AMissingReplyIsADifference) {
-  const Message reply = Vector("reply/verdict-3");
+  const Message reply = MessageVector("reply/verdict-3");
   EXPECT_FALSE(CompareMessages(Kind::kNotificationReply, {}, {}, {}));
   EXPECT_THAT(Fields(CompareMessages(Kind::kNotificationReply, {}, reply, {})), ElementsAre("message"));
   EXPECT_THAT(Fields(CompareMessages(Kind::kNotificationReply, reply, {}, {})), ElementsAre("message"));
 }
 
 TEST(ReplayCompare, BytesAfterAPathAreNotCompared) {
-  const Message request = Vector("request/01-directory");
+  const Message request = MessageVector("request/01-directory");
   constexpr std::size_t kFlag = 16, kRoot = 17, kPath = 25;
   EXPECT_FALSE(CompareMessages(Kind::kRequest, request, With(request, request.size() - 1, 1), {}));
   EXPECT_THAT(Fields(CompareMessages(Kind::kRequest, request, With(request, kPath, 'Z'), {})), ElementsAre("path"));
@@ -76,7 +74,7 @@ TEST(ReplayCompare, BytesAfterAPathAreNotCompared) {
 }
 
 TEST(ReplayCompare, OnlyTheFormOfARequestIsComparedIfItsContentIsUnknown) {
-  const Message request = Vector("request/08-value");
+  const Message request = MessageVector("request/08-value");
   const Message other = With(request, 12, 99);
   EXPECT_THAT(Fields(CompareMessages(Kind::kRequest, request, other, {})), ElementsAre("value"));
   const ComparisonRules form{.requestContents = false, .rootNames = false};
@@ -128,7 +126,7 @@ ConnectionOutline OutlineOf(const std::vector<std::string>& requests, const std:
   if (!call.empty()) capture.Add(Kind::kCall, 0, call);
   std::uint64_t exchange = 0;
   for (const std::string& request : requests) {
-    const Message message = Vector("request/" + request);
+    const Message message = MessageVector("request/" + request);
     capture.Add(Kind::kRequest, ++exchange, {reinterpret_cast<const char*>(message.data()), message.size()});
   }
   std::istringstream stream(capture.Text());

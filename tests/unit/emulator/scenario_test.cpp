@@ -13,7 +13,7 @@ namespace {
 
 using namespace refhost;
 
-Scenario Read(const std::string& text, std::string& errorTexts) {
+Scenario ReadScenario(const std::string& text, std::string& errorTexts) {
   ConfigErrors errors;
   const ConfigDocument document(text, "/etc/host/scenario.toml", errors);
   Scenario scenario = ReadScenario(document.Root());
@@ -24,7 +24,7 @@ Scenario Read(const std::string& text, std::string& errorTexts) {
 // Reads a scenario of one step, which must be valid.
 NotifyStep ReadOneStep(const std::string& keys) {
   std::string errors;
-  const Scenario scenario = Read("[[steps]]\n" + keys, errors);
+  const Scenario scenario = ReadScenario("[[steps]]\n" + keys, errors);
   EXPECT_EQ(errors, "");
   EXPECT_EQ(scenario.steps.size(), 1u);
   return std::get<NotifyStep>(scenario.steps.at(0).action);
@@ -33,13 +33,13 @@ NotifyStep ReadOneStep(const std::string& keys) {
 // The errors of a scenario of one step.
 std::string ErrorsOf(const std::string& keys) {
   std::string errors;
-  Read("[[steps]]\n" + keys, errors);
+  ReadScenario("[[steps]]\n" + keys, errors);
   return errors;
 }
 
 TEST(Scenario, IsEmptyByDefault) {
   std::string errors;
-  const Scenario scenario = Read("", errors);
+  const Scenario scenario = ReadScenario("", errors);
   EXPECT_EQ(errors, "");
   EXPECT_EQ(scenario.threads, 2u);
   EXPECT_EQ(scenario.repeat, 1u);
@@ -48,7 +48,8 @@ TEST(Scenario, IsEmptyByDefault) {
 
 TEST(Scenario, ReadsItsSettingsAndFaults) {
   std::string errors;
-  const Scenario scenario = Read("name = 'n'\nthreads = 5\nrepeat = 0\n[faults]\nrefuse_connects = 2\n", errors);
+  const Scenario scenario =
+      ReadScenario("name = 'n'\nthreads = 5\nrepeat = 0\n[faults]\nrefuse_connects = 2\n", errors);
   EXPECT_EQ(errors, "");
   EXPECT_EQ(scenario.name, "n");
   EXPECT_EQ(scenario.threads, 5u);
@@ -136,7 +137,7 @@ TEST(Scenario, ReadsEndpointsAndRemoteWords) {
 
 TEST(Scenario, PlaysBothVariantsAsTwoSteps) {
   std::string errors;
-  const Scenario scenario = Read("[[steps]]\nnotify = 4101\npid = 1\nboth_variants = true\n", errors);
+  const Scenario scenario = ReadScenario("[[steps]]\nnotify = 4101\npid = 1\nboth_variants = true\n", errors);
   EXPECT_EQ(errors, "");
   ASSERT_EQ(scenario.steps.size(), 2u);
   for (std::size_t i = 0; i < 2; ++i) {
@@ -204,7 +205,7 @@ TEST(Scenario, SaysWhatIsWrongWithACapture) {
 
 TEST(Scenario, ReadsTheOtherSteps) {
   std::string errors;
-  const Scenario scenario = Read(R"(
+  const Scenario scenario = ReadScenario(R"(
 [[steps]]
 pause_ms = 20
 [[steps]]
@@ -216,7 +217,7 @@ await_request = 24
 times = 2
 limit_ms = 5
 )",
-                                 errors);
+                                         errors);
   EXPECT_EQ(errors, "");
   ASSERT_EQ(scenario.steps.size(), 4u);
   EXPECT_EQ(std::get<PauseStep>(scenario.steps[0].action).duration, std::chrono::milliseconds(20));

@@ -10,7 +10,7 @@ namespace {
 
 using namespace refhost;
 
-EmulatorSettings Read(const std::string& text, std::string& errorTexts) {
+EmulatorSettings ReadSettings(const std::string& text, std::string& errorTexts) {
   ConfigErrors errors;
   const ConfigDocument document(text, "/etc/host/host.toml", errors);
   const ConfigTable table = document.Root().Table("emulator");
@@ -28,13 +28,13 @@ void ExpectNextToTheConfiguration(const boost::filesystem::path& path, const std
 
 TEST(EmulatorSettings, HaveDefaults) {
   std::string errors;
-  EXPECT_EQ(Read("", errors), EmulatorSettings());
+  EXPECT_EQ(ReadSettings("", errors), EmulatorSettings());
   EXPECT_EQ(errors, "");
 }
 
 TEST(EmulatorSettings, AreReadCompletely) {
   std::string errors;
-  const EmulatorSettings settings = Read(R"([emulator]
+  const EmulatorSettings settings = ReadSettings(R"([emulator]
 source = "fanotify"
 driver_version = 7
 deadline_ms = 250
@@ -56,7 +56,7 @@ events = ["access", "exec"]
 threads = 4
 refusing_verdicts = [4]
 )",
-                                         errors);
+                                                 errors);
   EXPECT_EQ(errors, "");
   EXPECT_EQ(settings.source, EventSourceKind::kFanotify);
   EXPECT_EQ(settings.driverVersion, 7u);
@@ -84,13 +84,13 @@ refusing_verdicts = [4]
 
 TEST(EmulatorSettings, ResolveTheScenarioRelativeToTheConfiguration) {
   std::string errors;
-  ExpectNextToTheConfiguration(Read("[emulator]\nscenario = 'all.toml'\n", errors).scenarioFile, "all.toml");
+  ExpectNextToTheConfiguration(ReadSettings("[emulator]\nscenario = 'all.toml'\n", errors).scenarioFile, "all.toml");
   EXPECT_EQ(errors, "");
 }
 
 TEST(EmulatorSettings, ReportEveryErrorWithItsPosition) {
   std::string errors;
-  Read(R"([emulator]
+  ReadSettings(R"([emulator]
 source = "kernel"
 deadline_ms = 0
 surprise = 1
@@ -102,7 +102,7 @@ events = ["open", "close"]
 threads = 0
 refusing_verdicts = [9]
 )",
-       errors);
+               errors);
   for (const char* place : {":2:", ":3:", ":4:", ":6:", ":7:", ":9:", ":10:", ":11:"}) {
     EXPECT_NE(errors.find(std::string("host.toml") + place), std::string::npos) << place << "\n" << errors;
   }
@@ -112,7 +112,7 @@ refusing_verdicts = [9]
 
 TEST(EmulatorSettings, RefuseAScenarioForKernelEventsAndAnEmptyEventList) {
   std::string errors;
-  Read("[emulator]\nsource = 'fanotify'\nscenario = 'x.toml'\n[emulator.kernel]\nevents = []\n", errors);
+  ReadSettings("[emulator]\nsource = 'fanotify'\nscenario = 'x.toml'\n[emulator.kernel]\nevents = []\n", errors);
   EXPECT_NE(errors.find("kernel events have no scenario"), std::string::npos) << errors;
   EXPECT_NE(errors.find("names no event"), std::string::npos) << errors;
 }

@@ -14,7 +14,7 @@
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::chrono::seconds kTimeout{20};
+constexpr std::chrono::seconds kFlushTimeout{20};
 
 // A stream whose reader sleeps until it is woken. Never destroyed: a writer may still be blocked in it.
 class StuckBuffer final : public std::streambuf {
@@ -54,7 +54,7 @@ TEST(BoundedOutput, WritesInOrder) {
   BoundedOutput output(stream, "a test");
   EXPECT_TRUE(output.Write("one\n"));
   EXPECT_TRUE(output.Write("two\n"));
-  ASSERT_TRUE(output.Flush(kTimeout));
+  ASSERT_TRUE(output.Flush(kFlushTimeout));
   EXPECT_EQ(stream.str(), "one\ntwo\n");
 }
 
@@ -73,7 +73,7 @@ TEST(BoundedOutput, SaysWhyItCouldNotWrite) {
   BoundedOutput output(stream, "a test");
   EXPECT_EQ(output.Failure(), "");
   EXPECT_TRUE(output.Write("lost\n"));
-  ASSERT_TRUE(output.Flush(kTimeout));
+  ASSERT_TRUE(output.Flush(kFlushTimeout));
   EXPECT_NE(output.Failure(), "");
 }
 
@@ -87,9 +87,9 @@ TEST(BoundedOutput, NeverWaitsForAReaderAndDropsWhatDoesNotFit) {
     EXPECT_FALSE(output.Write("more"));
     EXPECT_FALSE(output.Flush(std::chrono::milliseconds(1)));
     stuck->buffer.WakeReader();
-    EXPECT_TRUE(output.Flush(kTimeout));
+    EXPECT_TRUE(output.Flush(kFlushTimeout));
     EXPECT_TRUE(output.Write("more"));
-    EXPECT_TRUE(output.Flush(kTimeout));
+    EXPECT_TRUE(output.Flush(kFlushTimeout));
   }
   EXPECT_EQ(stuck->buffer.Text(), text + text + "more");
 }
@@ -104,9 +104,9 @@ TEST(BoundedOutput, ContinuesAfterAFailure) {
   BoundedOutput output(stream, "a test");
   stream.setstate(std::ios::badbit);
   EXPECT_TRUE(output.Write("lost"));
-  ASSERT_TRUE(output.Flush(kTimeout));
+  ASSERT_TRUE(output.Flush(kFlushTimeout));
   EXPECT_TRUE(output.Write("written"));
-  ASSERT_TRUE(output.Flush(kTimeout));
+  ASSERT_TRUE(output.Flush(kFlushTimeout));
   EXPECT_EQ(stream.str(), "written");
 }
 

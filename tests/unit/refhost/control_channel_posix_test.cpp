@@ -24,11 +24,10 @@ namespace {
 using fenlux::testing::ControlErrorOf;
 using fenlux::testing::ControlServing;
 using fenlux::testing::FileText;
+using fenlux::testing::kRequestTimeout;
 using fenlux::testing::SetEnvironmentText;
 using fenlux::testing::TemporaryDirectory;
 using fenlux::testing::UnsetEnvironmentText;
-
-constexpr std::chrono::seconds kTimeout{10};
 
 mode_t ModeOf(const boost::filesystem::path& path) {
   struct stat status {};
@@ -100,7 +99,7 @@ TEST(ControlSocket, ReplacesASocketLeftByAKilledHost) {
   LeaveSocket(path);
   ASSERT_TRUE(boost::filesystem::exists(path));
   const ControlServing serving(path);
-  EXPECT_EQ(SendControlRequest(path, "hello", kTimeout), "re: hello");
+  EXPECT_EQ(SendControlRequest(path, "hello", kRequestTimeout), "re: hello");
 }
 
 TEST(ControlSocket, OnlyOneOfSeveralConcurrentHostsReplacesALeftover) {

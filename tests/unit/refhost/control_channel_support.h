@@ -14,6 +14,9 @@
 
 namespace fenlux::testing {
 
+// For a request that a listener is expected to answer.
+inline constexpr std::chrono::seconds kRequestTimeout{20};
+
 // Listens at a path, answers each request with "re: " and the request, and refuses with "no: " and the reason.
 class ControlServing {
  public:

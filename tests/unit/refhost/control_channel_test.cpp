@@ -16,17 +16,16 @@ using fenlux::testing::ConnectAndSend;
 using fenlux::testing::ControlErrorOf;
 using fenlux::testing::ControlServing;
 using fenlux::testing::kChannelName;
+using fenlux::testing::kRequestTimeout;
 using fenlux::testing::NewControlPath;
 using fenlux::testing::PieceClient;
 using fenlux::testing::TemporaryDirectory;
-
-constexpr std::chrono::seconds kTimeout{20};
 
 class ControlChannel : public ::testing::Test {
  protected:
   // Repeats the attempt until it succeeds. Returns false on timeout.
   static bool EventuallyTrue(const std::function<bool()>& attempt) {
-    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    const auto deadline = std::chrono::steady_clock::now() + kRequestTimeout;
     while (!attempt()) {
       if (std::chrono::steady_clock::now() >= deadline) return false;
     }
@@ -40,10 +39,10 @@ class ControlChannel : public ::testing::Test {
 TEST_F(ControlChannel, AnswersEachRequestAndDisappearsWhenStopped) {
   {
     const ControlServing serving(path);
-    EXPECT_EQ(SendControlRequest(path, "one", kTimeout), "re: one");
-    EXPECT_EQ(SendControlRequest(path, "two", kTimeout), "re: two");
+    EXPECT_EQ(SendControlRequest(path, "one", kRequestTimeout), "re: one");
+    EXPECT_EQ(SendControlRequest(path, "two", kRequestTimeout), "re: two");
     const std::string large(300'000, 'x');
-    EXPECT_EQ(SendControlRequest(path, large, kTimeout), "re: " + large);
+    EXPECT_EQ(SendControlRequest(path, large, kRequestTimeout), "re: " + large);
   }
   EXPECT_FALSE(ConnectAndSend(path, ""));
 }
@@ -55,7 +54,7 @@ TEST_F(ControlChannel, ServesConcurrentClientsInTurn) {
   for (int index = 0; index < 6; ++index) {
     clients.emplace_back([&, index] {
       const std::string request = std::to_string(index);
-      if (SendControlRequest(path, request, kTimeout) == "re: " + request) ++answered;
+      if (SendControlRequest(path, request, kRequestTimeout) == "re: " + request) ++answered;
     });
   }
   for (std::thread& client : clients) client.join();
@@ -66,7 +65,7 @@ TEST_F(ControlChannel, ServesOthersWhileAClientSendsItsRequestInPieces) {
   const ControlServing serving(path, {.requestTime = std::chrono::minutes(2)});
   PieceClient slow(path);
   ASSERT_TRUE(slow.Send("ha"));
-  EXPECT_EQ(SendControlRequest(path, "quick", kTimeout), "re: quick");
+  EXPECT_EQ(SendControlRequest(path, "quick", kRequestTimeout), "re: quick");
   ASSERT_TRUE(slow.Send("lf\n"));
   EXPECT_EQ(slow.Receive(), "re: half");
 }
@@ -78,7 +77,7 @@ TEST_F(ControlChannel, EndsARequestThatTakesTooLongEvenIfBytesKeepArriving) {
   while (dripping.Send("x")) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_TRUE(EventuallyTrue([this] {  // on a busy machine, this client can be too slow as well
     std::string answer;
-    ControlErrorOf([&] { answer = SendControlRequest(path, "next", kTimeout); });
+    ControlErrorOf([&] { answer = SendControlRequest(path, "next", kRequestTimeout); });
     return answer == "re: next";
   }));
 }
@@ -94,17 +93,18 @@ TEST_F(ControlChannel, SaysThatARequestDidNotArriveInTime) {
 
 TEST_F(ControlChannel, RefusesALongRequestWithoutReadingAllOfIt) {
   const ControlServing serving(path, {.requestBytes = 1000, .requestTime = std::chrono::minutes(2)});
-  EXPECT_EQ(SendControlRequest(path, std::string(1000, 'x'), kTimeout), "re: " + std::string(1000, 'x'));
-  EXPECT_EQ(SendControlRequest(path, std::string(1001, 'x'), kTimeout), "no: the request is longer than 1000 bytes");
-  EXPECT_EQ(SendControlRequest(path, std::string(8'000'000, 'x'), kTimeout),
+  EXPECT_EQ(SendControlRequest(path, std::string(1000, 'x'), kRequestTimeout), "re: " + std::string(1000, 'x'));
+  EXPECT_EQ(SendControlRequest(path, std::string(1001, 'x'), kRequestTimeout),
+            "no: the request is longer than 1000 bytes");
+  EXPECT_EQ(SendControlRequest(path, std::string(8'000'000, 'x'), kRequestTimeout),
             "no: the request is longer than 1000 bytes");
 }
 
 TEST_F(ControlChannel, AcceptsRequestsOfOneMebibyteByDefault) {
   const ControlServing serving(path);
   const std::string largest(std::size_t{1} << 20, 'x');
-  EXPECT_EQ(SendControlRequest(path, largest, kTimeout), "re: " + largest);
-  EXPECT_EQ(SendControlRequest(path, largest + "x", kTimeout), "no: the request is longer than 1048576 bytes");
+  EXPECT_EQ(SendControlRequest(path, largest, kRequestTimeout), "re: " + largest);
+  EXPECT_EQ(SendControlRequest(path, largest + "x", kRequestTimeout), "no: the request is longer than 1048576 bytes");
 }
 
 TEST_F(ControlChannel, ClientsBeyondTheLimitWaitForTheirTurn) {
@@ -113,7 +113,7 @@ TEST_F(ControlChannel, ClientsBeyondTheLimitWaitForTheirTurn) {
   auto second = std::make_unique<PieceClient>(path);
   ASSERT_TRUE(first->Send("a"));
   ASSERT_TRUE(second->Send("b"));
-  std::thread third([&] { EXPECT_EQ(SendControlRequest(path, "c", kTimeout), "re: c"); });
+  std::thread third([&] { EXPECT_EQ(SendControlRequest(path, "c", kRequestTimeout), "re: c"); });
   ASSERT_TRUE(second->Send("\n"));
   EXPECT_EQ(second->Receive(), "re: b");
   second.reset();
@@ -128,7 +128,7 @@ TEST_F(ControlChannel, RefusesAPathWhereAnotherHostListens) {
   EXPECT_EQ(error.find("another host is listening on the " + std::string(kChannelName) + " " + path.string() + "; "),
             0U)
       << error;
-  EXPECT_EQ(SendControlRequest(path, "again", kTimeout), "re: again");
+  EXPECT_EQ(SendControlRequest(path, "again", kRequestTimeout), "re: again");
 }
 
 TEST_F(ControlChannel, ReportsThatNoHostListens) {
@@ -140,7 +140,7 @@ TEST_F(ControlChannel, ReportsThatNoHostListens) {
 TEST_F(ControlChannel, SurvivesAClientThatDisconnectsInTheMiddleOfALine) {
   const ControlServing serving(path);
   ASSERT_TRUE(ConnectAndSend(path, "half"));
-  EXPECT_EQ(SendControlRequest(path, "next", kTimeout), "re: next");
+  EXPECT_EQ(SendControlRequest(path, "next", kRequestTimeout), "re: next");
 }
 
 }  // namespace

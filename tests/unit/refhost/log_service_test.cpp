@@ -16,7 +16,7 @@ using fenlux::testing::FileText;
 using fenlux::testing::TemporaryDirectory;
 
 constexpr std::size_t kOff = kSeverities;
-constexpr std::chrono::seconds kTimeout{20};
+constexpr std::chrono::seconds kDrainTimeout{20};
 
 LogSettings ToFile(const boost::filesystem::path& file, Severity level = Severity::kDetail) {
   LogSettings settings;
@@ -47,7 +47,7 @@ TEST(LogService, WritesEachOperationWithItsSeverity) {
   log.LogEvent(0x10003, "event");
   log.LogDetail(0x10003, "detail");
   log.Write(Severity::kEvent, 0x10003, "thread line", 7);
-  ASSERT_TRUE(log.Drain(kTimeout));
+  ASSERT_TRUE(log.Drain(kDrainTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   ASSERT_EQ(lines.size(), 7U);
   EXPECT_EQ(WithoutTime(lines[0]), "alert   alert");
@@ -67,7 +67,7 @@ TEST(LogService, WritesOneJsonObjectPerLine) {
   settings.json = true;
   LogService log(settings);
   log.LogProblem(0x10003, "a \"quoted\"\nline");
-  ASSERT_TRUE(log.Drain(kTimeout));
+  ASSERT_TRUE(log.Drain(kDrainTimeout));
   const std::vector<std::string> lines = LinesOf(settings.file);
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(lines[0].find(R"({"time":")"), 0U);
@@ -82,7 +82,7 @@ TEST(LogService, EscapesLineEndsAndOtherControlCharacters) {
   LogService log(ToFile(file));
   log.LogEvent(0, "a\nb\x1b[31m");
   log.LogEvent(0, "/x/\u202egpj.exe\u2028\\n");
-  ASSERT_TRUE(log.Drain(kTimeout));
+  ASSERT_TRUE(log.Drain(kDrainTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   ASSERT_EQ(lines.size(), 2U);
   EXPECT_EQ(WithoutTime(lines[0]), "event   a\\nb\\x1b[31m");
@@ -95,7 +95,7 @@ TEST(LogService, OmitsAndCountsLinesBelowTheThreshold) {
   LogService log(ToFile(file, Severity::kWarning));
   log.LogNotice(0, "no");
   log.LogWarning(0, "yes");
-  ASSERT_TRUE(log.Drain(kTimeout));
+  ASSERT_TRUE(log.Drain(kDrainTimeout));
   EXPECT_EQ(LinesOf(file).size(), 1U);
   const LogTotals totals = log.Totals();
   EXPECT_EQ(totals.unwanted, 1U);
@@ -118,7 +118,7 @@ TEST(LogService, KeepsOrderAndCountOfConcurrentLines) {
     });
   }
   for (std::thread& writer : writers) writer.join();
-  ASSERT_TRUE(log.Drain(kTimeout));
+  ASSERT_TRUE(log.Drain(kDrainTimeout));
   const std::vector<std::string> lines = LinesOf(file);
   const LogTotals totals = log.Totals();
   EXPECT_EQ(totals.written + totals.dropped, 3U * kLines);

@@ -12,7 +12,7 @@ namespace fenlux::refhost {
 namespace {
 
 constexpr char kFullDisk[] = "/dev/full";
-constexpr std::chrono::seconds kTimeout{20};
+constexpr std::chrono::seconds kLogTimeout{20};
 
 TEST(LogService, CountsABatchThatCannotBeFlushedAsLostAndSaysSoOnce) {
   if (!boost::filesystem::exists(kFullDisk)) GTEST_SKIP() << "no " << kFullDisk;
@@ -25,9 +25,9 @@ TEST(LogService, CountsABatchThatCannotBeFlushedAsLostAndSaysSoOnce) {
     LogService log(settings);
     for (int line = 0; line < 300; ++line) {
       log.LogEvent(0, "a line");
-      if (line % 100 == 0) log.Drain(kTimeout);  // several batches, shorter than the file's buffer
+      if (line % 100 == 0) log.Drain(kLogTimeout);  // several batches, shorter than the file's buffer
     }
-    EXPECT_TRUE(log.Drain(kTimeout));
+    EXPECT_TRUE(log.Drain(kLogTimeout));
     totals = log.Totals();
   }
   const std::string said = ::testing::internal::GetCapturedStderr();
@@ -64,7 +64,7 @@ TEST(LogService, CountsOnlyTheLinesWrittenToTheFullDisk) {
     LogService log(settings);
     log.LogEvent(0, "to the console");
     log.LogProblem(0, "to both");
-    EXPECT_TRUE(log.Drain(kTimeout));
+    EXPECT_TRUE(log.Drain(kLogTimeout));
     totals = log.Totals();
   }
   ::testing::internal::GetCapturedStderr();

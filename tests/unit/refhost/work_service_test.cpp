@@ -17,7 +17,7 @@
 namespace fenlux::refhost {
 namespace {
 
-std::uint32_t Own() { return static_cast<std::uint32_t>(::getpid()); }
+std::uint32_t OwnProcess() { return static_cast<std::uint32_t>(::getpid()); }
 
 TEST(WorkService, TreatsProcessesOfAConfiguredSystemImageAsTheSystems) {
   WorkService work({{"system32\\csrss.exe", "/proc/self/exe"}}, {});
@@ -26,8 +26,8 @@ TEST(WorkService, TreatsProcessesOfAConfiguredSystemImageAsTheSystems) {
   std::shared_ptr<ProcessIdList> found;
   work.FindProcessesByImage(found, path, 0);
   ASSERT_NE(found, nullptr);
-  EXPECT_NE(std::ranges::find(*found, Own()), found->end());
-  EXPECT_EQ(work.QueryProcessValue(Own(), 0), 0U);
+  EXPECT_NE(std::ranges::find(*found, OwnProcess()), found->end());
+  EXPECT_EQ(work.QueryProcessValue(OwnProcess(), 0), 0U);
 }
 
 TEST(WorkService, ResolvesOtherSystemImagesAgainstTheSystem) {
@@ -46,19 +46,19 @@ TEST(WorkService, ReportsAnUnknownProcess) {
   ::waitpid(child, nullptr, 0);
   WorkService work({}, {});
   EXPECT_EQ(work.QueryProcessValue(static_cast<std::uint32_t>(child), 0), kUnknownProcess);
-  EXPECT_NE(work.QueryProcessValue(Own(), 0), kUnknownProcess);
+  EXPECT_NE(work.QueryProcessValue(OwnProcess(), 0), kUnknownProcess);
 }
 
 TEST(WorkService, ReturnsTheImageAndTheCommandLineOfAProcess) {
   WorkService work({}, {});
   std::wstring wide;
   std::string narrow;
-  EXPECT_EQ(NarrowFromWide(work.GetProcessWideText(wide, Own(), 0)), OwnProgramPath().string());
-  EXPECT_EQ(work.GetProcessNarrowText(narrow, Own(), 0), ProcessCommandLine(Own()));
+  EXPECT_EQ(NarrowFromWide(work.GetProcessWideText(wide, OwnProcess(), 0)), OwnProgramPath().string());
+  EXPECT_EQ(work.GetProcessNarrowText(narrow, OwnProcess(), 0), ProcessCommandLine(OwnProcess()));
   std::shared_ptr<ProcessIdSet> running;
   work.GetRunningProcessIds(running, 0);
   ASSERT_NE(running, nullptr);
-  EXPECT_TRUE(running->contains(Own()));
+  EXPECT_TRUE(running->contains(OwnProcess()));
 }
 
 TEST(WorkService, ReadsTheWholeIdentityBlock) {

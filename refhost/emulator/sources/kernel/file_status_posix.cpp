@@ -13,7 +13,7 @@
 namespace fenlux::refhost {
 namespace {
 
-std::optional<FileStatus> StatusOf(int directory, const char* path, int flags) {
+std::optional<FileStatus> ReadStatus(int directory, const char* path, int flags) {
   struct statx status {};
   constexpr unsigned kWanted = STATX_INO | STATX_NLINK | STATX_MNT_ID;
   // Use the kernel's cached status, so that a file server cannot delay an event.
@@ -35,10 +35,10 @@ void ThrowIfLacking(int error) {
   if (error == ENOMEM) throw std::bad_alloc();
 }
 
-std::optional<FileStatus> StatusOf(int file) { return StatusOf(file, "", AT_EMPTY_PATH); }
+std::optional<FileStatus> StatusOf(int file) { return ReadStatus(file, "", AT_EMPTY_PATH); }
 
 std::optional<FileStatus> StatusOf(const std::string& path) {
-  return StatusOf(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW);
+  return ReadStatus(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW);
 }
 
 std::string LinkOf(int file) {
