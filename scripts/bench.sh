@@ -5,8 +5,8 @@
 #   scripts/bench.sh --json FILE      also writes the figures, the machine and the commit as JSON
 #   scripts/bench.sh --plots FOLDER   also draws them, as SVG files in this folder
 # The table has each figure's median and its ratio to its floor, the spread (half the distance between the quartiles, as
-# a percentage of the median), and the ratio to reach. Close everything else first: the last line says how busy the
-# machine was with other work. What needs root, like the guarded open, or a second core is left out without it.
+# a percentage of the median), and the target. Close everything else first: the last line says how busy the machine was
+# with other work. What needs root, like the guarded open, or a second core is left out without it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib/common.sh

@@ -8,19 +8,17 @@ set grid
 set key outside bottom center horizontal
 """
 
-RATIOS = HEADER + """set yrange [-0.7:{rows}-0.3] reverse
+BARS = HEADER + """set yrange [-0.7:{rows}-0.3] reverse
 set xrange [0:*]
 set ytics ({labels})
 set grid noytics
-plot $data using ($2/2):0:($2/2):(0.35) with boxxyerror fill solid 0.6 title 'ratio', \\
-     '' using 3:0 with points pointtype 2 pointsize 1.5 linewidth 2 title 'to reach'
 """
 
-OPENS = HEADER + """set yrange [-0.7:{rows}-0.3] reverse
-set xrange [0:*]
-set xlabel 'microseconds: median and quartiles'
-set ytics ({labels})
-set grid noytics
+RATIOS = BARS + """plot $data using ($2/2):0:($2/2):(0.35) with boxxyerror fill solid 0.6 title 'ratio', \\
+     '' using 3:0 with points pointtype 2 pointsize 1.5 linewidth 2 title 'target'
+"""
+
+OPENS = BARS + """set xlabel 'microseconds: median and quartiles'
 plot $data using ($2/2):0:($2/2):(0.35) with boxxyerror fill solid 0.6 title 'open', \\
      '' using 2:0:3:4 with xerrorbars linewidth 2 title 'quartiles'
 """
@@ -33,7 +31,7 @@ plot $data using 2:3 with linespoints linewidth 2 pointtype 7 title 'look-up of 
 
 
 def quoted(text):
-    """A gnuplot string without special characters."""
+    """A gnuplot string that stands for exactly this text."""
     return "'" + text.replace("'", "''") + "'"
 
 

@@ -23,6 +23,13 @@ using Arguments = std::vector<std::string>;
 inline constexpr char kAwaitOpening[] =
     "[[steps]]\nawait_request = 20\nlimit_ms = 240000\n[[steps]]\nawait_request = 24\nlimit_ms = 240000\n";
 inline constexpr char kSystemImage[] = "[system_images]\n'system32\\csrss.exe' = '${FENLUX_HOST_PROGRAM}'\n";
+inline constexpr char kSecretsRule[] = "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
+// A scenario with a refused event (if the host has a rule like kSecretsRule), an allowed one and one without an answer.
+// The host must have kSystemImage.
+inline const std::string kThreeEvents = std::string(kAwaitOpening) +
+                                        "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
+                                        "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
+                                        "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
 // For runs that need no driver.
 inline constexpr char kNoConnection[] = "[module]\nenabled = false\n";
 

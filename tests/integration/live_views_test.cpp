@@ -9,7 +9,6 @@ namespace {
 constexpr char kTraffic[] =
     "[[steps]]\nnotify = 4098\npath = '/srv/a.txt'\ncount = 20\n"
     "[[steps]]\nnotify = 4098\npath = '/srv/a.secret'\ncount = 5\nexpect_verdict = 4\n";
-constexpr char kLiveViewRules[] = "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
 
 class LiveViews : public ::testing::Test {
  protected:
@@ -44,7 +43,7 @@ TEST_F(LiveViews, StatusNamesVersionsProcessConnectionPolicyRulesAndQueues) {
 }
 
 TEST_F(LiveViews, StatusShowsTheLatencyOfTheLastSecondsAndMinutes) {
-  Start(kLiveViewRules, kTraffic);
+  Start(kSecretsRule, kTraffic);
   ASSERT_TRUE(host->WaitForError("[emulator] scenario finished"));
   const std::string json = setup.ControlJson({"status"});
   for (const std::string period : {"latency.last_minute.", "latency.last_10_minutes."}) {
@@ -93,7 +92,7 @@ TEST_F(LiveViews, HealthWithoutARunningHostIsOneLineAndExitCodeSeven) {
 }
 
 TEST_F(LiveViews, MetricsCountTheTraffic) {
-  Start(kLiveViewRules, kTraffic);
+  Start(kSecretsRule, kTraffic);
   ASSERT_TRUE(host->WaitForError("[emulator] scenario finished"));
   const std::string text = setup.Control({"metrics"}).out;
   EXPECT_TRUE(Contains(text, "fenlux_notifications_total{code=\"4098\"} 25\n")) << text;

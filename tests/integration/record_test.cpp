@@ -17,12 +17,7 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-const std::string kThreeRecordedEvents = std::string(kAwaitOpening) +
-                                         "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
-                                         "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
-                                         "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
-const std::string kRecordRules =
-    std::string(kSystemImage) + "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
+const std::string kRecordRules = std::string(kSystemImage) + kSecretsRule;
 
 class Record : public ::testing::Test {
  protected:
@@ -55,7 +50,7 @@ class Record : public ::testing::Test {
 TEST_F(Record, ARunIsRecordedCompletelyAndDecoded) {
   const std::string directory = setup.Directory("watched");
   setup.WriteHost("stop_at_end = true\n[policy]\ndirectories = ['watched', 'not-there']\n" + kRecordRules,
-                  kThreeRecordedEvents);
+                  kThreeEvents);
   const Outcome outcome = setup.Run(RunArguments(setup, {"--json", "--record", File()}));
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_EQ(JsonValue(outcome.out, "summary.recording.dropped"), "0");
@@ -97,7 +92,7 @@ TEST_F(Record, ARunIsRecordedCompletelyAndDecoded) {
 
 TEST_F(Record, TheConfigurationSaysWhereAndWhatIsRecorded) {
   setup.WriteHost("stop_at_end = true\n[capture]\nfile = 'port.pcapng'\nkinds = ['notifications']\n" + kRecordRules,
-                  kThreeRecordedEvents);
+                  kThreeEvents);
   ASSERT_EQ(setup.Run(RunArguments(setup)).code, 0);
   const std::vector<json> exchanges = Decode();
   EXPECT_TRUE(Find(exchanges, "request").is_null());
@@ -116,7 +111,7 @@ TEST_F(Record, AWrongTableIsReported) {
 }
 
 TEST_F(Record, OnlyACaptureIsReplaced) {
-  setup.WriteHost("stop_at_end = true\n" + std::string(kSystemImage), kThreeRecordedEvents);
+  setup.WriteHost("stop_at_end = true\n" + std::string(kSystemImage), kThreeEvents);
   setup.Write("port.pcapng", "a letter");
   const Outcome outcome = setup.Run(RunArguments(setup, {"--record", File()}));
   EXPECT_EQ(outcome.code, 2);
@@ -124,7 +119,7 @@ TEST_F(Record, OnlyACaptureIsReplaced) {
 }
 
 TEST_F(Record, AHostThatIsKilledLeavesCompleteBlocks) {
-  setup.WriteHost(kSystemImage, kThreeRecordedEvents);
+  setup.WriteHost(kSystemImage, kThreeEvents);
   for (int round = 0; round < 3; ++round) {
     HostProcess host(setup, RunArguments(setup, {"--record", File()}));
     ASSERT_TRUE(host.WaitForError("scenario finished"));
@@ -164,7 +159,7 @@ TEST_F(Record, ARunningHostIsRecordedOnRequest) {
 }
 
 TEST_F(Record, ACaptureIsFollowedAcrossItsRotation) {
-  setup.WriteHost("[capture]\nfile = 'port.pcapng'\nfiles = 2\n" + kRecordRules, kThreeRecordedEvents);
+  setup.WriteHost("[capture]\nfile = 'port.pcapng'\nfiles = 2\n" + kRecordRules, kThreeEvents);
   HostProcess first(setup, RunArguments(setup));
   ASSERT_TRUE(first.WaitForError("scenario finished"));
   HostProcess decode(setup, {"decode", "--follow", File()});

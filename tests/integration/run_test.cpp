@@ -10,10 +10,6 @@
 namespace fenlux::testing {
 namespace {
 
-const std::string kThreeEvents = std::string(kAwaitOpening) +
-                                 "[[steps]]\nnotify = 4098\npath = '/a/x.secret'\nexpect_verdict = 4\n"
-                                 "[[steps]]\nnotify = 4099\npath = '/a/plain'\nexpect_verdict = 3\n"
-                                 "[[steps]]\nnotify = 4113\nexpect_verdict = 0\n";
 const std::string kRunRules = std::string(kSystemImage) + "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
 
 TEST(Run, PlaysAScenarioToItsEnd) {

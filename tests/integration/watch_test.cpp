@@ -15,7 +15,6 @@
 namespace fenlux::testing {
 namespace {
 
-constexpr char kWatchRules[] = "[[judging.rules]]\nname = 'secrets'\npath = '*.secret'\ndecision = 3\n";
 constexpr char kWatchTraffic[] =
     "repeat = 0\n"
     "[[steps]]\nnotify = 4098\npath = '/srv/a.txt'\ncount = 3\n"
@@ -26,7 +25,7 @@ constexpr char kWatchTraffic[] =
 class Watch : public ::testing::Test {
  protected:
   void Start(const std::string& scenario) {
-    setup.WriteHost(kWatchRules, scenario);
+    setup.WriteHost(kSecretsRule, scenario);
     host = std::make_unique<HostProcess>(setup, RunArguments(setup));
     ASSERT_TRUE(host->WaitForError("Driver Interact Ready."));
   }

@@ -8,7 +8,9 @@ import unittest
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "lib"))
 
-from bench import Figure, print_table, summary_of, unit_for, verdict_of  # pylint: disable=wrong-import-position
+# pylint: disable=wrong-import-position
+from bench import print_table, verdict_of
+from bench_measure import Figure, summary_of, unit_for
 
 
 class Bench(unittest.TestCase):
@@ -43,7 +45,7 @@ class Bench(unittest.TestCase):
                          Figure("dispatch", "module", 120, "ns", 118, 121, "floor", 1.2, 1.25),
                          Figure("memory", "host", 9, "MiB", target=20)])
         self.assertEqual(out.getvalue().splitlines(), [
-            "                                               median       spread   ratio  to reach",
+            "                                               median       spread   ratio  target",
             "dispatch",
             "  floor                                        100.00 ns      1.0%",
             "  module                                       120.00 ns      1.2%    1.20  ≤ 1.25",

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "refhost/capture/format/packet.h"
 #include "refhost/capture/report/html_text.h"
 
 namespace fenlux::capture {
@@ -21,7 +22,6 @@ constexpr double kRight = 16;
 constexpr double kTop = 12;
 constexpr double kBottom = 34;
 constexpr double kPlotWidth = kWidth - kLeft - kRight;
-constexpr double kNanosecondsInASecond = 1e9;
 
 // A chart with its frame. Coordinates are relative to the plot: x from 0 to 1, y from 0 (bottom) to 1.
 class Chart {
@@ -124,7 +124,7 @@ class LogScale {
 };
 
 std::string Seconds(double nanoseconds) {
-  const double seconds = nanoseconds / kNanosecondsInASecond;
+  const double seconds = nanoseconds / static_cast<double>(kNanosecondsPerSecond);
   return seconds < 10 ? fmt::format("{:.2f} s", seconds) : fmt::format("{:.0f} s", seconds);
 }
 
@@ -164,7 +164,7 @@ std::string ConnectionsChart(const CaptureStatistics& statistics) {
 
 std::string RateChart(const TimeLine& timeLine) {
   Chart chart("Notifications per second over time");
-  const double seconds = static_cast<double>(timeLine.Interval()) / kNanosecondsInASecond;
+  const double seconds = static_cast<double>(timeLine.Interval()) / static_cast<double>(kNanosecondsPerSecond);
   std::uint64_t maxValue = 0;
   for (const LatencyHistogram& interval : timeLine.Intervals()) maxValue = std::max(maxValue, interval.Count());
   const double top = RoundUp(static_cast<double>(maxValue) / seconds);
