@@ -4,6 +4,7 @@
 #   scripts/test.sh --all        formatting and lint, all presets below, half a minute of scripts/soak.sh, a quick
 #                                scripts/bench.sh, and the plain scripts/test.sh on the other Debian release
 #   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
+# FENLUX_CMAKE_OPTIONS: more options for CMake, separated by spaces, for example -DCMAKE_UNITY_BUILD=ON
 # Ends with a line of counts for each preset, the tests that failed, and a line of totals.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a running test.
@@ -62,16 +63,18 @@ test_preset() {
   while read -r failure; do lines+=("  failed: $failure"); done < <(tail -n +2 <<<"$counts")
 }
 
-# Runs the plain test command on the other Debian release.
+# Runs the plain test command on the other Debian release. It compiles in batches there, because the preset dev of this
+# release compiles file by file.
 test_other_debian() {
   local release obstacle log=$dir/other-debian.log counts passes fails skips labels
+  local in_batches=FENLUX_CMAKE_OPTIONS=-DCMAKE_UNITY_BUILD=ON
   release=$(other_debian_release)
   obstacle=$(debian_obstacle)
   if [ -n "$obstacle" ]; then
     lines+=("Debian $release: skipped, because $obstacle")
     return
   fi
-  scripts/test_in_debian.sh "$release" scripts/test.sh 2>&1 | tee "$log" || broken=true
+  scripts/test_in_debian.sh "$release" env "$in_batches" scripts/test.sh 2>&1 | tee "$log" || broken=true
   counts=$(sed -n 's/^dev: \([0-9]\+\) passed, \([0-9]\+\) failed, \([0-9]\+\) skipped (\(.*\))$/\1 \2 \3 \4/p' "$log")
   if [ -z "$counts" ]; then
     lines+=("Debian $release: failed before any test ran; the reason is above") broken=true

@@ -26,13 +26,15 @@ answer_help() {
 fenlux_cache() { echo "${FENLUX_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/fenlux}"; }
 
 # build_preset PRESET [TARGET...]: configures and builds. Scripts that run at the same time take turns.
+# FENLUX_CMAKE_OPTIONS has more options for CMake, separated by spaces.
 build_preset() {
-  local preset=$1 log
+  local preset=$1 log options
   shift
+  read -ra options <<<"${FENLUX_CMAKE_OPTIONS:-}"
   mkdir -p build
   (
     flock 9
-    log=$(cmake --preset "$preset" 2>&1) || { echo "$log" >&2; exit 1; }
+    log=$(cmake --preset "$preset" "${options[@]}" 2>&1) || { echo "$log" >&2; exit 1; }
     cmake --build --preset "$preset" ${1:+--target "$@"} 9>&-
   ) 9>"build/.$preset.lock"
 }
