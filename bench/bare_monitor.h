@@ -17,14 +17,14 @@
 
 namespace fenlux::bench {
 
-// Watches the files of one directory on its own thread, until the process ends.
+// Watches the files of one directory on threads of its own, until the process ends.
 class BareMonitor {
  public:
   // Called with each event's open file before its operation is allowed; may be empty.
   using Look = std::function<void(int file)>;
 
   // Throws std::runtime_error if the system has no permission events or the process may not receive them.
-  BareMonitor(const std::string& directory, Look lookAtFile)
+  BareMonitor(const std::string& directory, Look lookAtFile, unsigned threads = 1)
       : group(::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE,
                               O_RDONLY | O_CLOEXEC | O_LARGEFILE | O_NONBLOCK)),
         look(std::move(lookAtFile)) {
@@ -32,7 +32,7 @@ class BareMonitor {
                                           FAN_OPEN_PERM | FAN_EVENT_ON_CHILD, AT_FDCWD, directory.c_str()) != 0) {
       throw std::runtime_error("no permission events: " + refhost::LastErrorText());
     }
-    std::thread([this] { Run(); }).detach();
+    for (unsigned i = 0; i < threads; ++i) std::thread([this] { Run(); }).detach();
   }
   BareMonitor(const BareMonitor&) = delete;
   BareMonitor& operator=(const BareMonitor&) = delete;

@@ -7,7 +7,6 @@
 #include <Poco/Net/HTTPResponse.h>
 #include <Poco/URI.h>
 #include <fmt/format.h>
-#include <sched.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -28,13 +27,14 @@
 
 #include "bench/bare_monitor.h"
 #include "bench/bind_mount.h"
+#include "bench/cores.h"
+#include "bench/guarding_host.h"
 #include "bench/opener.h"
 #include "refhost/app/metrics/host_metrics.h"
 #include "refhost/app/metrics/metrics_server.h"
 #include "refhost/app/platform/process_end.h"
 #include "refhost/app/recording/port_recording.h"
 #include "refhost/app/reference_host.h"
-#include "refhost/base/config/config_reader.h"
 #include "refhost/base/platform/error_text.h"
 #include "refhost/emulator/sources/kernel/event_paths.h"
 #include "tests/support/temporary_directory.h"
@@ -80,16 +80,6 @@ struct Cores {
   std::optional<int> opener;
 };
 
-void RunOn(const std::optional<int>& core) {
-  if (!core) return;
-  cpu_set_t cores;
-  CPU_ZERO(&cores);
-  CPU_SET(static_cast<unsigned>(*core), &cores);
-  if (::sched_setaffinity(0, sizeof(cores), &cores) != 0) {
-    throw std::runtime_error(fmt::format("cannot run on core {}: {}", *core, refhost::LastErrorText()));
-  }
-}
-
 // Looks up the path like a monitor that trusts what /proc shows.
 void ReadLink(int file) {
   char path[4096];
@@ -117,25 +107,6 @@ boost::filesystem::path WriteConfig(const TemporaryDirectory& files, const std::
   return files.Write("host.toml", "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['" + directory +
                                       "']\n[log]\nconsole = 'problem'\n[judging]\nlog = '" + decisionLog + "'\n" +
                                       rule + (programs ? programRule : std::string()));
-}
-
-std::unique_ptr<refhost::ReferenceHost> HostOf(const boost::filesystem::path& file) {
-  refhost::ConfigErrors errors;
-  refhost::HostConfig config = refhost::LoadHostConfig(file, errors);
-  if (!errors.Empty()) throw std::runtime_error(errors.Text());
-  auto host = std::make_unique<refhost::ReferenceHost>(file, std::move(config));
-  host->Start(FENLUX_MODULE_FILE);
-  return host;
-}
-
-// Waits until the host judges the events in its directory.
-void AwaitJudging(const refhost::ReferenceHost& host, Opener& opener, const std::string& file) {
-  for (int i = 0; i < 1000; ++i) {
-    opener.Open(file);
-    if (host.Facts().totals.answered > 0) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  throw std::runtime_error("the host judges nothing");
 }
 
 // Serves the host's metrics over HTTP and reads them on another thread, far more often than Prometheus does.
@@ -192,9 +163,9 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
     if (!jsonFile) throw std::runtime_error(fmt::format("{} cannot be written: {}", json, refhost::LastErrorText()));
   }
   KeepMountsPrivate();
-  RunOn(cores.opener);
+  if (cores.opener) RunOn({*cores.opener});
   Opener opener;  // inherits the core
-  RunOn(cores.monitors);
+  if (cores.monitors) RunOn({*cores.monitors});
   const TemporaryDirectory files;
   const auto directory = [&files](const char* name) { return files.MakeDirectory(name).string(); };
   std::vector<Variant> variants;

@@ -31,5 +31,5 @@ done
 
 scripts/setup.sh >&2
 if [[ " ${arguments[*]} " == *" --plots "* ]]; then scripts/setup.sh --tools >&2; fi
-build_preset release fenlux_bench fenlux_open_bench fenlux-host fenlux >&2
+build_preset release fenlux_bench fenlux_open_bench fenlux_open_scaling_bench fenlux-host fenlux >&2
 PYTHONDONTWRITEBYTECODE=1 exec python3 scripts/lib/bench.py --build build/release "${arguments[@]}"

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
 #include <string_view>
@@ -27,13 +28,23 @@ class Measurement final : public CMeasurement {
   Clock::time_point start = Clock::now();
 };
 
+// What Windows puts before paths that it passes to drivers, and before long ones.
+constexpr std::wstring_view kPrefixes[] = {L"\\??\\", L"\\\\?\\"};
+// Begins a path on another computer.
+constexpr std::wstring_view kComputer = L"\\\\";
+
 bool IsSeparator(wchar_t character) { return character == L'/' || character == L'\\'; }
 
 bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 
-// Whether the component that starts at `at` is ".".
-bool IsDotComponent(std::wstring_view path, std::size_t at) {
-  return path[at] == L'.' && (at + 1 == path.size() || IsSeparator(path[at + 1]));
+// The length of the components before the first with a name: further separators, and ".".
+std::size_t EmptyComponents(std::wstring_view path) {
+  std::size_t at = 0;
+  for (; at < path.size(); ++at) {
+    if (IsSeparator(path[at])) continue;
+    if (path[at] != L'.' || (at + 1 < path.size() && !IsSeparator(path[at + 1]))) break;
+  }
+  return at;
 }
 
 }  // namespace
@@ -77,26 +88,22 @@ std::wstring& UtilityService::ToWideString(std::wstring& out, const std::string&
 
 std::wstring& UtilityService::ToRecordString(std::wstring& out, const std::wstring& path) {
   std::wstring_view rest = path;
-  for (const std::wstring_view prefix : {std::wstring_view(L"\\??\\"), std::wstring_view(L"\\\\?\\")}) {
-    if (rest.substr(0, prefix.size()) == prefix) rest.remove_prefix(prefix.size());
+  for (const std::wstring_view prefix : kPrefixes) {
+    if (rest.starts_with(prefix)) rest.remove_prefix(prefix.size());
   }
   std::wstring normal;
   normal.reserve(rest.size());
-  std::size_t at = 0;
-  // Keep two backslashes at the start: they introduce the name of a computer.
-  if (rest.substr(0, 2) == L"\\\\") {
-    normal = L"\\\\";
-    at = 2;
+  if (rest.starts_with(kComputer)) {
+    normal = kComputer;
+    rest.remove_prefix(kComputer.size());
+    rest.remove_prefix(EmptyComponents(rest));
   }
-  while (at < rest.size()) {
-    const bool componentBegins = !normal.empty() && IsSeparator(normal.back());
-    if (componentBegins && IsSeparator(rest[at])) {
-      ++at;
-    } else if (componentBegins && IsDotComponent(rest, at)) {
-      at += at + 1 == rest.size() ? 1 : 2;
-    } else {
-      normal += rest[at++];
-    }
+  while (!rest.empty()) {
+    const auto separator = std::ranges::find_if(rest, IsSeparator);
+    const auto length = static_cast<std::size_t>(separator - rest.begin()) + (separator == rest.end() ? 0 : 1);
+    normal += rest.substr(0, length);
+    rest.remove_prefix(length);
+    rest.remove_prefix(EmptyComponents(rest));
   }
   return out = std::move(normal);
 }

@@ -12,7 +12,8 @@ import subprocess
 import sys
 import time
 
-from bench_measure import memory_figure, one_thread_figures, open_figures, start_figure, two_thread_figures
+from bench_measure import (memory_figure, one_thread_figures, open_figures, open_scaling_figures, start_figure,
+                           two_thread_figures)
 from bench_plots import draw
 from stress_host import Failed, permission_events
 
@@ -82,6 +83,8 @@ def main(build, quick, json_file, plots):
     obstacle = permission_events()
     if not obstacle:
         figures += open_figures(build, quick, cores)
+        if len(cores) > 1:
+            figures += open_scaling_figures(build, quick, cores)
     figures.append(start_figure(build, quick))
     if not obstacle and not quick:
         figures.append(memory_figure(build))

@@ -143,6 +143,27 @@ def open_figures(build, quick, cores):
     return figures
 
 
+def open_scaling_figures(build, quick, cores):
+    """Opens per time of two openers with two readers on two cores, against one of each on one core."""
+    with tempfile.NamedTemporaryFile(suffix=".json") as out:
+        run = subprocess.run([build / "fenlux_open_scaling_bench", "4" if quick else "60", "--cores", *cores, "--json",
+                              out.name], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False)
+        if run.returncode != 0:
+            raise Failed(f"fenlux_open_scaling_bench ended with {run.returncode}: {run.stderr}")
+        variants = json.load(out)
+    figures = []
+    for one, two in zip(variants[::2], variants[1::2]):
+        is_host = one["name"].startswith("host")
+        for variant in (one, two):
+            low, high = variant["quartiles_per_ms"]
+            figure = Figure("opens, as many programs as readers", variant["name"], variant["per_ms"], "1/ms", low, high)
+            if variant is two:
+                figure.floor, figure.ratio = one["name"], two["per_ms"] / one["per_ms"]
+                figure.target, figure.at_least = (1.7 if is_host else 0.0), True
+            figures.append(figure)
+    return figures
+
+
 # ---- the host as a process
 
 CONFIGURATION = "[policy]\ndirectories = ['.']\n[log]\nconsole = 'event'\n" + SYSTEM_IMAGES

@@ -48,7 +48,7 @@ def plot(script, rows, **values):
 
 def draw(figures, folder):
     """Writes one SVG file for each kind of figure that was measured."""
-    ratios = [(figure.group if figure.name in ("module", "two threads", "during a refresh")
+    ratios = [(figure.group if figure.name in ("module", "two threads", "during a refresh") or "readers" in figure.name
                else f"{figure.group}: {figure.name}", figure.ratio, figure.target)
               for figure in figures if figure.ratio and figure.target]
     plot(RATIOS, ratios, file=folder / "ratios.svg", title="Ratios to the floor, or to one thread")

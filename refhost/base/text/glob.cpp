@@ -2,15 +2,21 @@
 // at most the product of the lengths.
 #include "refhost/base/text/glob.h"
 
+#include <algorithm>
+
 #include "refhost/base/text/utf_text.h"
 
 namespace fenlux::refhost {
 namespace {
 
-constexpr std::wstring_view kSeparators = L"/\\";
 constexpr std::size_t kNone = std::wstring_view::npos;
 
-bool IsSeparator(wchar_t character) { return kSeparators.find(character) != kNone; }
+bool IsSeparator(wchar_t character) { return character == L'/' || character == L'\\'; }
+
+std::wstring_view LastComponent(std::wstring_view path) {
+  const auto begin = std::find_if(path.rbegin(), path.rend(), IsSeparator).base();
+  return path.substr(static_cast<std::size_t>(begin - path.begin()));
+}
 
 // A star of the pattern, and how much text it matches so far.
 struct Star {
@@ -21,15 +27,12 @@ struct Star {
 }  // namespace
 
 Glob::Glob(std::string_view patternText)
-    : pattern(WideFromNarrow(patternText)), lastComponentOnly(pattern.find_first_of(kSeparators) == kNone) {}
+    : pattern(WideFromNarrow(patternText)), lastComponentOnly(std::ranges::none_of(pattern, IsSeparator)) {}
 
 std::string Glob::Pattern() const { return NarrowFromWide(pattern); }
 
 bool Glob::Matches(std::wstring_view path) const {
-  if (lastComponentOnly) {
-    const std::size_t separator = path.find_last_of(kSeparators);
-    if (separator != kNone) path.remove_prefix(separator + 1);
-  }
+  if (lastComponentOnly) path = LastComponent(path);
   const std::wstring_view wanted = pattern;
   std::size_t at = 0;
   std::size_t text = 0;
@@ -37,14 +40,14 @@ bool Glob::Matches(std::wstring_view path) const {
   Star anywhere;
   while (text < path.size() || at < wanted.size()) {
     if (at < wanted.size()) {
-      if (wanted.substr(at, 2) == L"**") {
-        at += 2;
-        anywhere = {at, text};
-        inComponent = {};
-        continue;
-      }
       if (wanted[at] == L'*') {
-        inComponent = {++at, text};
+        ++at;
+        if (at == wanted.size() || wanted[at] != L'*') {
+          inComponent = {at, text};
+        } else {
+          anywhere = {++at, text};
+          inComponent = {};
+        }
         continue;
       }
       if (text < path.size() && (wanted[at] == L'?' ? !IsSeparator(path[text]) : wanted[at] == path[text])) {

@@ -1,4 +1,5 @@
-// All conversions decode one character at a time, so that each invalid unit becomes exactly one replacement.
+// All conversions decode one character at a time, so that each invalid unit becomes exactly one replacement. Before
+// that, they copy the ASCII characters that most texts consist of.
 #include "refhost/base/text/utf_text.h"
 
 #include <fmt/format.h>
@@ -7,6 +8,7 @@
 #include <boost/locale/utf.hpp>
 #include <cstdint>
 #include <iterator>
+#include <type_traits>
 
 namespace fenlux::refhost {
 namespace {
@@ -25,12 +27,19 @@ utf::code_point Decode(const Unit*& at, const Unit* end) {
   return kReplacement;
 }
 
+template <typename Unit>
+bool IsAscii(Unit unit) {
+  return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80;
+}
+
 template <typename Target, typename Unit>
 std::basic_string<Target> Convert(std::basic_string_view<Unit> text) {
-  std::basic_string<Target> converted;
+  const auto other = std::find_if_not(text.begin(), text.end(), IsAscii<Unit>);
+  std::basic_string<Target> converted(text.begin(), other);
+  if (other == text.end()) return converted;
   converted.reserve(text.size());
-  const Unit* at = text.data();
-  const Unit* const end = at + text.size();
+  const Unit* at = text.data() + converted.size();
+  const Unit* const end = text.data() + text.size();
   while (at != end) utf::utf_traits<Target>::encode(Decode(at, end), std::back_inserter(converted));
   return converted;
 }

@@ -108,6 +108,28 @@ TEST(Totals, StayConsistentUnderConcurrentCounting) {
   EXPECT_TRUE(counter.Snapshot().AddsUp());
 }
 
+TEST(Totals, AddUpIfAnotherThreadCountsTheEnd) {
+  TotalsCounter counter;
+  counter.Delivered(4097);
+  counter.Delivered(4098);
+  counter.KernelRead();
+  std::thread([&counter] {
+    counter.Late();
+    counter.KernelAnswered(false);
+    counter.Delivered(4097);
+    counter.Answered(4097, 2, nanoseconds(10));
+  }).join();
+
+  const EmulatorTotals totals = counter.Snapshot();
+  EXPECT_EQ(totals.delivered, 3u);
+  EXPECT_EQ(totals.inFlight, 1u);
+  EXPECT_EQ(totals.late, 1u);
+  EXPECT_EQ(totals.kernelInFlight, 0u);
+  EXPECT_EQ(totals.byCode, (std::map<std::uint32_t, std::uint64_t>{{4097, 2}, {4098, 1}}));
+  EXPECT_EQ(totals.latency.max, nanoseconds(10));
+  EXPECT_TRUE(totals.AddsUp());
+}
+
 TEST(Totals, EveryCauseHasItsOwnNameAndText) {
   std::set<std::string> names;
   std::set<std::string> texts;

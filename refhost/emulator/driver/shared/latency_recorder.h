@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "refhost/emulator/driver/shared/thread_part.h"
 #include "refhost/emulator/latency_counts.h"
 
 namespace fenlux::refhost {
@@ -15,7 +16,7 @@ namespace fenlux::refhost {
 class LatencyRecorder {
  public:
   void Add(std::chrono::nanoseconds latency) noexcept {
-    Part& part = parts[OwnPart()];
+    Part& part = parts[PartOfThisThread()];
     part.buckets[LatencyCounts::Bucket(latency)].fetch_add(1, std::memory_order_relaxed);
     const auto value = latency.count() < 0 ? std::uint64_t{0} : static_cast<std::uint64_t>(latency.count());
     part.sum.fetch_add(value, std::memory_order_relaxed);
@@ -48,9 +49,6 @@ class LatencyRecorder {
   }
 
  private:
-  // Threads beyond this number share parts.
-  static constexpr std::size_t kParts = 16;
-
   // Adjacent parts share no cache line that both write often: real latencies never fall into the first bucket.
   struct Part {
     std::array<std::atomic<std::uint64_t>, LatencyCounts::kBuckets> buckets{};
@@ -58,13 +56,7 @@ class LatencyRecorder {
     std::atomic<std::uint64_t> max{0};
   };
 
-  static std::size_t OwnPart() {
-    static std::atomic<std::size_t> threads{0};
-    thread_local const std::size_t part = threads.fetch_add(1, std::memory_order_relaxed) % kParts;
-    return part;
-  }
-
-  std::array<Part, kParts> parts{};
+  std::array<Part, kThreadParts> parts{};
 };
 
 }  // namespace fenlux::refhost

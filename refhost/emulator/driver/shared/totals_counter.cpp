@@ -5,9 +5,23 @@
 #include <bit>
 #include <new>
 #include <numeric>
+#include <optional>
 
 namespace fenlux::refhost {
 namespace {
+
+// Every plain count.
+constexpr std::uint64_t EmulatorTotals::*kCounts[] = {&EmulatorTotals::delivered,
+                                                      &EmulatorTotals::answered,
+                                                      &EmulatorTotals::unansweredByDesign,
+                                                      &EmulatorTotals::late,
+                                                      &EmulatorTotals::lost,
+                                                      &EmulatorTotals::inFlight,
+                                                      &EmulatorTotals::kernelEvents,
+                                                      &EmulatorTotals::kernelRefused,
+                                                      &EmulatorTotals::kernelAllowed,
+                                                      &EmulatorTotals::kernelRefusedUnjudged,
+                                                      &EmulatorTotals::kernelInFlight};
 
 std::uint64_t& Cause(EmulatorTotals& totals, UnjudgedCause cause) {
   return totals.unjudged[static_cast<std::size_t>(cause)];
@@ -54,6 +68,13 @@ void LatencyHistogram::Add(std::chrono::nanoseconds latency) {
   max = std::max(max, value);
 }
 
+void LatencyHistogram::Add(const LatencyHistogram& other) {
+  if (other.total == 0) return;
+  for (std::size_t bucket = 0; bucket < kBuckets; ++bucket) counts[bucket] += other.counts[bucket];
+  total += other.total;
+  max = std::max(max, other.max);
+}
+
 LatencySummary LatencyHistogram::Summary() const {
   LatencySummary summary;
   summary.count = total;
@@ -76,92 +97,107 @@ LatencySummary LatencyHistogram::Summary() const {
 }
 
 void TotalsCounter::Delivered(std::uint32_t code) noexcept {
-  const MutexLock lock(mutex);
-  ++totals.delivered;
-  ++totals.inFlight;
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  ++part.totals.delivered;
+  ++part.totals.inFlight;
   try {
-    ++codes[code].delivered;
+    ++part.codes[code].delivered;
   } catch (const std::bad_alloc&) {
-    ++withoutCode.delivered;
+    ++part.withoutCode.delivered;
   }
 }
 
 void TotalsCounter::Answered(std::uint32_t code, std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept {
   recent.Add(latency);
-  const MutexLock lock(mutex);
-  --totals.inFlight;
-  ++totals.answered;
-  const auto counts = codes.find(code);
-  VerdictCounts& verdicts = counts == codes.end() ? withoutCode.verdicts : counts->second.verdicts;
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  --part.totals.inFlight;
+  ++part.totals.answered;
+  const auto counts = part.codes.find(code);
+  VerdictCounts& verdicts = counts == part.codes.end() ? part.withoutCode.verdicts : counts->second.verdicts;
   ++verdicts[std::min<std::size_t>(verdict, records::kMaxVerdict)];
-  latencies.Add(latency);
+  part.latencies.Add(latency);
 }
 
 void TotalsCounter::UnansweredByDesign(std::chrono::nanoseconds latency) noexcept {
   recent.Add(latency);
-  const MutexLock lock(mutex);
-  --totals.inFlight;
-  ++totals.unansweredByDesign;
-  latencies.Add(latency);
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  --part.totals.inFlight;
+  ++part.totals.unansweredByDesign;
+  part.latencies.Add(latency);
 }
 
 void TotalsCounter::Late() noexcept {
-  const MutexLock lock(mutex);
-  --totals.inFlight;
-  ++totals.late;
-  ++Cause(totals, UnjudgedCause::kLate);
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  --part.totals.inFlight;
+  ++part.totals.late;
+  ++Cause(part.totals, UnjudgedCause::kLate);
 }
 
 void TotalsCounter::Lost(UnjudgedCause cause) noexcept {
-  const MutexLock lock(mutex);
-  --totals.inFlight;
-  ++totals.lost;
-  ++Cause(totals, cause);
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  --part.totals.inFlight;
+  ++part.totals.lost;
+  ++Cause(part.totals, cause);
 }
 
 void TotalsCounter::KernelRead() noexcept {
-  const MutexLock lock(mutex);
-  ++totals.kernelEvents;
-  ++totals.kernelInFlight;
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  ++part.totals.kernelEvents;
+  ++part.totals.kernelInFlight;
 }
 
 void TotalsCounter::KernelAnswered(bool refused) noexcept {
-  const MutexLock lock(mutex);
-  --totals.kernelInFlight;
-  ++(refused ? totals.kernelRefused : totals.kernelAllowed);
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  --part.totals.kernelInFlight;
+  ++(refused ? part.totals.kernelRefused : part.totals.kernelAllowed);
 }
 
 void TotalsCounter::KernelRefusedUnjudged() noexcept {
-  const MutexLock lock(mutex);
-  --totals.kernelInFlight;
-  ++totals.kernelRefused;
-  ++totals.kernelRefusedUnjudged;
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  --part.totals.kernelInFlight;
+  ++part.totals.kernelRefused;
+  ++part.totals.kernelRefusedUnjudged;
 }
 
 void TotalsCounter::Unjudged(UnjudgedCause cause) noexcept {
-  const MutexLock lock(mutex);
-  ++Cause(totals, cause);
+  Part& part = Own();
+  const MutexLock lock(part.mutex);
+  ++Cause(part.totals, cause);
+}
+
+void TotalsCounter::Part::AddTo(EmulatorTotals& sum, LatencyHistogram& latencySum) const {
+  for (std::uint64_t EmulatorTotals::*const count : kCounts) sum.*count += totals.*count;
+  for (std::size_t cause = 0; cause < totals.unjudged.size(); ++cause) sum.unjudged[cause] += totals.unjudged[cause];
+  const auto add = [&sum](std::uint32_t code, const CodeCounts& counts) {
+    if (counts.delivered > 0) sum.byCode[code] += counts.delivered;
+    for (std::uint32_t verdict = 0; verdict < counts.verdicts.size(); ++verdict) {
+      if (counts.verdicts[verdict] == 0) continue;
+      sum.byVerdict[verdict] += counts.verdicts[verdict];
+      sum.byCodeAndVerdict[code][verdict] += counts.verdicts[verdict];
+    }
+  };
+  for (const auto& [code, counts] : codes) add(code, counts);
+  add(0, withoutCode);
+  latencySum.Add(latencies);
 }
 
 EmulatorTotals TotalsCounter::Snapshot() const {
   EmulatorTotals snapshot;
-  LatencyHistogram latencyCounts;
+  LatencyHistogram latencies;
   {
-    const MutexLock lock(mutex);
-    snapshot = totals;
-    const auto add = [&snapshot](std::uint32_t code, const CodeCounts& counts) {
-      if (counts.delivered > 0) snapshot.byCode[code] += counts.delivered;
-      for (std::uint32_t verdict = 0; verdict < counts.verdicts.size(); ++verdict) {
-        if (counts.verdicts[verdict] == 0) continue;
-        snapshot.byVerdict[verdict] += counts.verdicts[verdict];
-        snapshot.byCodeAndVerdict[code][verdict] += counts.verdicts[verdict];
-      }
-    };
-    for (const auto& [code, counts] : codes) add(code, counts);
-    add(0, withoutCode);
-    latencyCounts = latencies;
+    std::array<std::optional<MutexLock>, kThreadParts> locks;
+    for (std::size_t index = 0; index < parts.size(); ++index) locks[index].emplace(parts[index].mutex);
+    for (const Part& part : parts) part.AddTo(snapshot, latencies);
   }
-  snapshot.latency = latencyCounts.Summary();
+  snapshot.latency = latencies.Summary();
   return snapshot;
 }
 

@@ -1,5 +1,5 @@
-// Counts the outcome of every notification. One lock makes each snapshot consistent; it is held only to count and to
-// copy.
+// Counts the outcome of every notification. Each thread counts in its own part, under a lock that only a snapshot
+// contends for. A snapshot takes all of these locks, so it is consistent.
 #pragma once
 
 #include <array>
@@ -11,6 +11,7 @@
 #include "common/thread_annotations.h"
 #include "kdi/driver_records.h"
 #include "refhost/emulator/driver/shared/latency_recorder.h"
+#include "refhost/emulator/driver/shared/thread_part.h"
 #include "refhost/emulator/emulator_totals.h"
 
 namespace fenlux::refhost {
@@ -19,6 +20,7 @@ namespace fenlux::refhost {
 class LatencyHistogram {
  public:
   void Add(std::chrono::nanoseconds latency);
+  void Add(const LatencyHistogram& other);
   LatencySummary Summary() const;
 
  private:
@@ -39,7 +41,7 @@ class TotalsCounter {
   // A notification goes to the module. Exactly one of the next four calls follows. If memory runs out for a new code,
   // counts it as code 0.
   void Delivered(std::uint32_t code) noexcept;
-  // `code` is the one passed to Delivered; `verdict` is one that a reply may have.
+  // On the thread that called Delivered. `code` is the one passed to it; `verdict` is one that a reply may have.
   void Answered(std::uint32_t code, std::uint32_t verdict, std::chrono::nanoseconds latency) noexcept;
   void UnansweredByDesign(std::chrono::nanoseconds latency) noexcept;
   void Late() noexcept;
@@ -52,7 +54,8 @@ class TotalsCounter {
   // Counts an event that was not delivered, or was answered without a verdict. Late and Lost count their own causes.
   void Unjudged(UnjudgedCause cause) noexcept;
 
-  EmulatorTotals Snapshot() const;
+  // Clang's analysis does not follow locks in a container.
+  EmulatorTotals Snapshot() const FENLUX_NO_THREAD_SAFETY_ANALYSIS;
   // Latencies in coarser buckets than those of Snapshot, for live views of the host. Takes no lock.
   LatencyRecorder& RecentLatencies() { return recent; }
 
@@ -63,12 +66,22 @@ class TotalsCounter {
     VerdictCounts verdicts{};
   };
 
+  // The counts of a thread. A notification may end on another thread, so a part alone need not add up, and what is in
+  // flight may be below 0 there, modulo 2^64.
+  struct alignas(64) Part {
+    void AddTo(EmulatorTotals& sum, LatencyHistogram& latencySum) const FENLUX_REQUIRES(mutex);
+
+    mutable Mutex mutex;
+    EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // without codes, verdicts and latency
+    std::map<std::uint32_t, CodeCounts> codes FENLUX_GUARDED_BY(mutex);
+    CodeCounts withoutCode FENLUX_GUARDED_BY(mutex);
+    LatencyHistogram latencies FENLUX_GUARDED_BY(mutex);
+  };
+
+  Part& Own() { return parts[PartOfThisThread()]; }
+
   LatencyRecorder recent;
-  mutable Mutex mutex;
-  EmulatorTotals totals FENLUX_GUARDED_BY(mutex);  // Snapshot fills in codes, verdicts and latency
-  std::map<std::uint32_t, CodeCounts> codes FENLUX_GUARDED_BY(mutex);
-  CodeCounts withoutCode FENLUX_GUARDED_BY(mutex);
-  LatencyHistogram latencies FENLUX_GUARDED_BY(mutex);
+  std::array<Part, kThreadParts> parts;
 };
 
 }  // namespace fenlux::refhost

@@ -34,7 +34,7 @@ struct WatchedDirectory {
 };
 using WatchedDirectories = std::map<FileIdentity, WatchedDirectory>;
 
-// Any thread.
+// Any thread. The constructor throws std::bad_alloc, and NoDescriptors.
 class EventPaths {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -64,6 +64,7 @@ class EventPaths {
 
   static Table WithMounts(Table table);
 
+  const OpenFileLinks links;
   Mutex writeMutex;  // one change at a time
   LiveValue<Table> table{Table()};
 };

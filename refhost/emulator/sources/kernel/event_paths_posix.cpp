@@ -27,10 +27,11 @@ std::string WithoutMark(std::string path, const FileStatus& file) {
 }
 
 // The only name of the file on this mount; nullopt if it has none or several, or if the handle is another file's.
-std::optional<std::string> OnlyName(const FileHandle& handle, const OpenDirectory& mount, const FileIdentity& wanted) {
+std::optional<std::string> OnlyName(const OpenFileLinks& links, const FileHandle& handle, const OpenDirectory& mount,
+                                    const FileIdentity& wanted) {
   const Descriptor file = handle.Open(mount.descriptor.Get());
   if (!file.Valid()) return std::nullopt;
-  std::string path = LinkOf(file.Get());
+  std::string path = links.PathOf(file.Get());
   if (path.empty()) return std::nullopt;
   const std::optional<FileStatus> named = StatusOf(path);
   if (!named || named->identity != wanted || named->names != 1) return std::nullopt;
@@ -45,7 +46,8 @@ const WatchedDirectory* WatchedParent(const WatchedDirectories& directories, std
 }
 
 // Looks up the file by its handle on each mount that has a watched directory on the file's device.
-std::optional<std::string> OnlyWatchedName(const WatchedDirectories& directories, int file, const FileStatus& status) {
+std::optional<std::string> OnlyWatchedName(const OpenFileLinks& links, const WatchedDirectories& directories, int file,
+                                           const FileStatus& status) {
   if (status.names != 1) return std::nullopt;
   const FileHandle handle(file);
   if (!handle.Valid()) return std::nullopt;
@@ -53,7 +55,7 @@ std::optional<std::string> OnlyWatchedName(const WatchedDirectories& directories
   for (const auto& [identity, directory] : directories) {
     const OpenDirectory& onMount = *directory.mount;
     if (identity.first != status.identity.first || !tried.insert(onMount.mountId).second) continue;
-    std::optional<std::string> name = OnlyName(handle, onMount, status.identity);
+    std::optional<std::string> name = OnlyName(links, handle, onMount, status.identity);
     if (!name) continue;
     const WatchedDirectory* const parent = WatchedParent(directories, *name);
     if (parent != nullptr && parent->mount->mountId == onMount.mountId) return name;
@@ -119,7 +121,7 @@ std::optional<std::string> EventPaths::PathOf(int file) const {
   const std::shared_ptr<const Table> known = table.Get();
   // A path shown through another mount is never looked up: it may lead to a file system that the opener controls.
   if (status->mount && known->mounts.contains(*status->mount)) {
-    std::string path = WithoutMark(LinkOf(file), *status);
+    std::string path = WithoutMark(links.PathOf(file), *status);
     if (path.empty()) return std::nullopt;
     const auto directory = known->mountOfPath.find(ParentOf(path));
     if (directory != known->mountOfPath.end() && directory->second == *status->mount) return path;
@@ -127,7 +129,7 @@ std::optional<std::string> EventPaths::PathOf(int file) const {
     const WatchedDirectory* const parent = WatchedParent(known->directories, path);
     if (parent != nullptr && parent->mount->mountId == *status->mount) return path;
   }
-  return OnlyWatchedName(known->directories, file, *status);
+  return OnlyWatchedName(links, known->directories, file, *status);
 }
 
 }  // namespace fenlux::refhost

@@ -95,6 +95,10 @@ class FanotifySource::Reader final : public AnswerRelease {
   void Run() {
     pollfd polled[] = {{source.group.Get(), POLLIN, 0}, {source.wake.Get(), POLLIN, 0}};
     while (!source.stopping) {
+      // Blocking in the read instead would save a call, but the watchdog reads, too: once a reader is free again, it
+      // may take the last event between the watchdog's check and its read, which would then block, and no deadline
+      // would be enforced.
+      //
       // If the kernel has no memory for polling, try again later: blocked operations need their reader.
       if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR) {
         source.driver->Wake().Sleep(std::chrono::milliseconds(1));

@@ -38,8 +38,19 @@ struct FileStatus {
 std::optional<FileStatus> StatusOf(int file);
 // Does not follow a symbolic link.
 std::optional<FileStatus> StatusOf(const std::string& path);
-// The path that /proc shows for an open file; empty if it is not absolute, or too long for the system.
-std::string LinkOf(int file);
+
+// The paths that /proc shows for this process's open files. Any thread.
+class OpenFileLinks {
+ public:
+  // Throws like ThrowIfLacking.
+  OpenFileLinks();
+  // Empty if the path is not absolute, or too long for the system, or if /proc is not mounted. Throws like
+  // ThrowIfLacking.
+  std::string PathOf(int file) const;
+
+ private:
+  const Descriptor directory;  // held open, because looking up /proc/self/fd takes longer than the rest
+};
 
 // Finds a file again, even under another name.
 class FileHandle {

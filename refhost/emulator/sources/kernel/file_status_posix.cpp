@@ -1,12 +1,12 @@
 // Reads the status of files, and opens them by their handles.
 #include "refhost/emulator/sources/kernel/file_status.h"
 
-#include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <new>
 
@@ -41,9 +41,15 @@ std::optional<FileStatus> StatusOf(const std::string& path) {
   return ReadStatus(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW);
 }
 
-std::string LinkOf(int file) {
+OpenFileLinks::OpenFileLinks() : directory(::open("/proc/self/fd", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+  if (!directory.Valid()) ThrowIfLacking(errno);
+}
+
+std::string OpenFileLinks::PathOf(int file) const {
+  std::array<char, 16> name{};  // the longest number has 11 characters
+  std::to_chars(name.begin(), name.end(), file);
   std::array<char, PATH_MAX> text;
-  const ssize_t length = ::readlink(fmt::format("/proc/self/fd/{}", file).c_str(), text.data(), text.size());
+  const ssize_t length = ::readlinkat(directory.Get(), name.data(), text.data(), text.size());
   if (length < 0) ThrowIfLacking(errno);
   if (length <= 0 || text.front() != '/') return {};
   return {text.data(), static_cast<std::size_t>(length)};

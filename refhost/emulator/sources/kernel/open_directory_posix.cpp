@@ -30,7 +30,7 @@ FoundDirectory Found(Descriptor descriptor) {
   std::string never = NeverWatched(status->identity);
   if (!never.empty()) return Refused(std::move(never));
   if (!status->mount) return Refused("its mount has no id; Linux 5.8 or later is needed");
-  std::string path = LinkOf(descriptor.Get());
+  std::string path = OpenFileLinks().PathOf(descriptor.Get());
   if (path.empty()) return Refused("its path is too long");
   return {std::make_shared<const OpenDirectory>(
               OpenDirectory{std::move(descriptor), status->identity, *status->mount, std::move(path)}),
