@@ -5,10 +5,10 @@ HEADER = """set terminal svg size 900,{height} font 'sans-serif,13' background '
 set output {file}
 set title '{title}'
 set grid
-set key outside bottom center horizontal
+set key outside top center horizontal
 """
 
-BARS = HEADER + """set yrange [-0.7:{rows}-0.3] reverse
+BARS = HEADER + """set yrange [{rows}-0.3:-0.7]
 set xrange [0:*]
 set ytics ({labels})
 set grid noytics
