@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/platform/error_text.h"
@@ -20,7 +21,7 @@ namespace fenlux::bench {
 // Watches the files of one directory on threads of its own, until the process ends.
 class BareMonitor {
  public:
-  // Called with each event's open file before its operation is allowed; may be empty.
+  // Called with each event's open file before its operation is allowed, on any of the threads; may be empty.
   using Look = std::function<void(int file)>;
 
   // Throws std::runtime_error if the system has no permission events or the process may not receive them.

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +14,8 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <fstream>
@@ -187,7 +190,8 @@ void Print(std::vector<Variant>& variants, const std::string& json) {
     hosts.push_back(std::make_unique<HostProcess>(files, variant.directory, variant.cores));
     hosts.back()->AwaitJudging(*openers.front(), variant.files.front());
   }
-  std::vector<std::unique_ptr<BareMonitor>> monitors;
+  // Never destroyed, because their threads use them until the process ends, even if this function throws.
+  auto& monitors = *new std::vector<std::unique_ptr<BareMonitor>>;
   for (const Variant& variant : variants) {
     if (variant.IsHost()) continue;
     RunOn(variant.cores);

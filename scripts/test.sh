@@ -4,7 +4,8 @@
 #   scripts/test.sh --all        formatting and lint, all presets below, half a minute of scripts/soak.sh, a quick
 #                                scripts/bench.sh, and the plain scripts/test.sh on the other Debian release
 #   scripts/test.sh PRESET...    these presets: dev, release, asan-ubsan, tsan, windows
-# FENLUX_CMAKE_OPTIONS: more options for CMake, separated by spaces, for example -DCMAKE_UNITY_BUILD=ON
+# FENLUX_CMAKE_OPTIONS: more options for CMake, separated by spaces, for example -DCMAKE_UNITY_BUILD=ON. CMake remembers
+# them; remove build/PRESET to undo them.
 # Ends with a line of counts for each preset, the tests that failed, and a line of totals.
 set -euo pipefail
 { # Bash reads this block as a whole, so changing the file does not affect a running test.

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Runs clang-tidy on the sources that a build compiles, and caches which had no findings.
 
-Sources with the same options are checked in batches: much faster, because most of the time goes into the headers that
-all of them include. If the build compiles in batches (CMake's unity builds), several of those are checked as one. A batch
-is not checked again until its preprocessed text (comments included, because they may suppress findings), its compiler
-options, .clang-tidy or clang-tidy itself changes.
+Sources with the same options are checked in batches, so that the headers that all of them include are checked once. If
+the build compiles in batches (CMake's unity builds), several of those are checked as one. A batch is not checked again
+until its preprocessed text (comments included, because they may suppress findings), its compiler options, .clang-tidy
+or clang-tidy itself changes.
 """
 import argparse
 import concurrent.futures
@@ -17,6 +17,8 @@ import shlex
 import subprocess
 import sys
 
+MAX_SOURCES = 24  # in a batch
+
 
 def checks_key():
     """The part of the cache key that applies to all files."""
@@ -27,9 +29,6 @@ def checks_key():
 def relative(path):
     """The path from this directory, without symbolic links."""
     return os.path.relpath(os.path.realpath(path), os.path.realpath("."))
-
-
-MAX_SOURCES = 24  # in a batch
 
 
 class Batch:
@@ -134,7 +133,10 @@ def check(batch, common, cache):
     if key and (cache / key).exists():
         return ""
     if batch.parts and not batch.compiles():  # names clash, or there is an error that the parts show
-        return "\n".join(filter(None, (check(part, common, cache) for part in batch.parts)))
+        findings = "\n".join(filter(None, (check(part, common, cache) for part in batch.parts)))
+        if key and not findings:
+            (cache / key).touch()
+        return findings
     file = os.path.abspath(batch.file)
     run = batch.run("clang-tidy", "--quiet", file, "--", *batch.options)
     if run.returncode == 0:

@@ -51,7 +51,7 @@ def draw(figures, folder):
     ratios = [(figure.group if figure.name in ("module", "two threads", "during a refresh") or "readers" in figure.name
                else f"{figure.group}: {figure.name}", figure.ratio, figure.target)
               for figure in figures if figure.ratio and figure.target]
-    plot(RATIOS, ratios, file=folder / "ratios.svg", title="Ratios to the floor, or to one thread")
+    plot(RATIOS, ratios, file=folder / "ratios.svg", title="Ratios to the floor, to one thread or to one reader")
     opens = [(f"{figure.group.removeprefix('open of a file, ')}: {figure.name}", figure.value, figure.low, figure.high)
              for figure in figures if figure.group.startswith("open of a file")]
     if opens:

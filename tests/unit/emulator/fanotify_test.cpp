@@ -2,7 +2,9 @@
 // skipped with the reason.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "refhost/base/platform/descriptor_posix.h"
 #include "refhost/base/text/utf_text.h"
@@ -21,6 +24,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -145,6 +149,35 @@ TEST_F(KernelEvents, AreJudgedEvenIfTheHostHasNoDescriptorLeft) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(other.Perform(file), 0);
   EXPECT_EQ(Totals().answered, 21u);
   EXPECT_EQ(Totals().kernelRefused, 0u);
+}
+
+enum OpenResult : int { kOpened, kErrorOfKernelEvents, kOtherEnd };
+
+// How opening the emulator ends in a process that may open only this many more descriptors, and cannot raise its limit.
+int OpenWithDescriptorsLeft(rlim_t left, const refhost::EmulatorSettings& settings) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const auto next = static_cast<rlim_t>(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const rlimit fewer{next + left + 1, next + left + 1};
+    if (::setrlimit(RLIMIT_NOFILE, &fewer) != 0) ::_exit(kOtherEnd);
+    try {
+      const DriverEmulator probe(settings);
+    } catch (const std::runtime_error& error) {  // what hosts catch
+      ::_exit(std::string_view(error.what()).starts_with("kernel events cannot be opened: ") ? kErrorOfKernelEvents
+                                                                                             : kOtherEnd);
+    }
+    ::_exit(kOpened);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : kOtherEnd;
+}
+
+TEST_F(KernelEvents, CannotBeOpenedWithTooFewDescriptors) {
+  WarmUpSanitizer();
+  std::vector<int> ends;
+  for (rlim_t left = 0; left < 5; ++left) ends.push_back(OpenWithDescriptorsLeft(left, settings));
+  EXPECT_THAT(ends, Each(kErrorOfKernelEvents));
 }
 
 TEST_F(KernelEvents, AreCountedIfTheKernelRefusesThemForLackOfDescriptors) {

@@ -1,6 +1,7 @@
 // The sums of the totals, and the quantiles of known times.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <set>
 #include <string>
 #include <thread>
@@ -92,20 +93,48 @@ TEST(Totals, EverySumIsChecked) {
 }
 
 TEST(Totals, StayConsistentUnderConcurrentCounting) {
+  constexpr std::uint32_t kThreads = 20;  // more than there are parts
+  constexpr std::uint32_t kEach = 400;
   TotalsCounter counter;
+  std::atomic<bool> done{false};
+  std::atomic<std::uint32_t> abandoned{0};
   std::vector<std::thread> threads;
-  for (std::uint32_t t = 0; t < 4; ++t) {
-    threads.emplace_back([&counter, t] {
-      for (int i = 0; i < 2000; ++i) {
-        counter.Delivered(4097 + t);
-        counter.Answered(4097, 2 + t, nanoseconds(i));
+  for (std::uint32_t t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&counter, &abandoned, t] {
+      for (std::uint32_t i = 0; i < kEach; ++i) {
+        counter.Delivered(4097 + t % 4);
+        if (i % 2 == 0) {
+          counter.Answered(4097 + t % 4, 2 + t % 4, nanoseconds(i));
+        } else {
+          ++abandoned;
+        }
       }
     });
   }
-  for (int i = 0; i < 200; ++i) ASSERT_TRUE(counter.Snapshot().AddsUp());
+  std::thread watchdog([&counter, &abandoned, &done] {
+    for (std::uint32_t ended = 0; !done || ended < abandoned;) {
+      if (ended < abandoned) {
+        counter.Late();
+        ++ended;
+      } else {
+        std::this_thread::yield();
+      }
+    }
+  });
+  bool consistent = true;
+  for (int i = 0; i < 200; ++i) consistent = counter.Snapshot().AddsUp() && consistent;
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(counter.Snapshot().answered, 8000u);
-  EXPECT_TRUE(counter.Snapshot().AddsUp());
+  done = true;
+  watchdog.join();
+  const EmulatorTotals totals = counter.Snapshot();
+  EXPECT_TRUE(consistent);
+  EXPECT_TRUE(totals.AddsUp());
+  EXPECT_EQ(totals.answered, kThreads * kEach / 2);
+  EXPECT_EQ(totals.late, kThreads * kEach / 2);
+  EXPECT_EQ(totals.inFlight, 0u);
+  EXPECT_EQ(totals.latency.count, kThreads * kEach / 2);
+  EXPECT_NEAR(static_cast<double>(totals.latency.p50.count()), kEach / 2, kEach * 0.03);
+  EXPECT_EQ(totals.latency.max, nanoseconds(kEach - 2));
 }
 
 TEST(Totals, AddUpIfAnotherThreadCountsTheEnd) {

@@ -88,7 +88,10 @@ TEST_F(UtilityServiceTest, NormalizesRecordPaths) {
       {L"\\??\\C:\\a\\\\b", L"C:\\a\\b"},
       {L"\\\\?\\C:\\a", L"C:\\a"},
       {L"\\\\server\\\\share", L"\\\\server\\share"},
+      {L"\\\\\\.\\server\\a", L"\\\\server\\a"},
       {L"./a", L"./a"},
+      {L"//./a", L"/a"},
+      {L"/.", L"/"},
       {L"", L""},
   };
   for (const auto& [path, expected] : cases) {

@@ -1,5 +1,5 @@
-// Counts the outcome of every notification. Each thread counts in its own part, under a lock that only a snapshot
-// contends for. A snapshot takes all of these locks, so it is consistent.
+// Counts the outcome of every notification. Threads count in separate parts, so they rarely wait for each other. A
+// snapshot locks all parts, so it is consistent.
 #pragma once
 
 #include <array>
@@ -66,9 +66,9 @@ class TotalsCounter {
     VerdictCounts verdicts{};
   };
 
-  // The counts of a thread. A notification may end on another thread, so a part alone need not add up, and what is in
-  // flight may be below 0 there, modulo 2^64.
-  struct alignas(64) Part {
+  // The counts of some threads. A notification may end on another thread, so a part alone need not add up, and what is
+  // in flight may be below 0 there, modulo 2^64. A snapshot locks the parts in ascending order; nothing else locks two.
+  struct Part {
     void AddTo(EmulatorTotals& sum, LatencyHistogram& latencySum) const FENLUX_REQUIRES(mutex);
 
     mutable Mutex mutex;

@@ -95,9 +95,9 @@ class FanotifySource::Reader final : public AnswerRelease {
   void Run() {
     pollfd polled[] = {{source.group.Get(), POLLIN, 0}, {source.wake.Get(), POLLIN, 0}};
     while (!source.stopping) {
-      // Blocking in the read instead would save a call, but the watchdog reads, too: once a reader is free again, it
-      // may take the last event between the watchdog's check and its read, which would then block, and no deadline
-      // would be enforced.
+      // Do not block in the read to save this call: the watchdog reads from the same group. A reader that is free again
+      // may take the last event between the watchdog's check and its read. The watchdog would then block, and enforce
+      // no deadline.
       //
       // If the kernel has no memory for polling, try again later: blocked operations need their reader.
       if (::poll(polled, std::size(polled), -1) < 0 && errno != EINTR) {
@@ -241,7 +241,11 @@ bool FanotifySource::RespondToOne() {
 
 std::shared_ptr<EventSource> MakeFanotifySource(std::shared_ptr<EmulatedDriver> driver,
                                                 const KernelEventSettings& settings, UnjudgedPolicy unjudged) {
-  return std::make_shared<FanotifySource>(std::move(driver), settings, unjudged);
+  try {
+    return std::make_shared<FanotifySource>(std::move(driver), settings, unjudged);
+  } catch (const NoDescriptors& error) {
+    throw std::runtime_error(std::string("kernel events cannot be opened: ") + error.what());
+  }
 }
 
 }  // namespace fenlux::refhost

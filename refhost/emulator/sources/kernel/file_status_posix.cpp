@@ -47,7 +47,7 @@ OpenFileLinks::OpenFileLinks() : directory(::open("/proc/self/fd", O_PATH | O_DI
 
 std::string OpenFileLinks::PathOf(int file) const {
   std::array<char, 16> name{};  // the longest number has 11 characters
-  std::to_chars(name.begin(), name.end(), file);
+  std::to_chars(name.data(), name.data() + name.size(), file);
   std::array<char, PATH_MAX> text;
   const ssize_t length = ::readlinkat(directory.Get(), name.data(), text.data(), text.size());
   if (length < 0) ThrowIfLacking(errno);

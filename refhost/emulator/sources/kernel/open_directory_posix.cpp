@@ -31,7 +31,7 @@ FoundDirectory Found(Descriptor descriptor) {
   if (!never.empty()) return Refused(std::move(never));
   if (!status->mount) return Refused("its mount has no id; Linux 5.8 or later is needed");
   std::string path = OpenFileLinks().PathOf(descriptor.Get());
-  if (path.empty()) return Refused("its path is too long");
+  if (path.empty()) return Refused("its path is too long, or /proc is not mounted");
   return {std::make_shared<const OpenDirectory>(
               OpenDirectory{std::move(descriptor), status->identity, *status->mount, std::move(path)}),
           {}};
