@@ -7,8 +7,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "common/mutex.h"
@@ -24,7 +24,8 @@ class CGlobalContext;
 class CUtility;
 class CWinWork;
 
-using ProcessInfoMap = std::map<std::uint32_t, std::shared_ptr<const CSingleProcessInfo>>;
+// Hashed, because every notification searches it. Only a refresh needs an order, and sorts the ids itself.
+using ProcessInfoMap = std::unordered_map<std::uint32_t, std::shared_ptr<const CSingleProcessInfo>>;
 
 class CAutoRefreshProcessInfo : public std::enable_shared_from_this<CAutoRefreshProcessInfo> {
  public:

@@ -1,4 +1,5 @@
 // Lookups and the refresh pass. The host is always queried outside the map's lock.
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -9,6 +10,13 @@
 #include "procinfo/auto_refresh_process_info.h"
 
 namespace fenlux {
+namespace {
+
+// How many processes a new map has room for: half as many again, and some. If lookups added more than that before the
+// next refresh, the map would grow under its lock and delay other lookups.
+std::size_t RoomFor(std::size_t processes) { return processes + processes / 2 + 256; }
+
+}  // namespace
 
 CWinWork& CAutoRefreshProcessInfo::Work() const {
   if (!work) throw std::runtime_error("[arpi] Bad win_work!");
@@ -63,23 +71,27 @@ void CAutoRefreshProcessInfo::FillEventProcessInfo(CArpRecord& record, CArpProce
 
 std::vector<std::uint32_t> CAutoRefreshProcessInfo::CachedProcessIds() {
   std::vector<std::uint32_t> processIds;
-  const SlowReaderLock lock(mapLock);
-  if (!processes) return processIds;
-  processIds.reserve(processes->size());
-  for (const auto& [processId, info] : *processes) processIds.push_back(processId);
+  {
+    const SlowReaderLock lock(mapLock);
+    if (!processes) return processIds;
+    processIds.reserve(processes->size());
+    for (const auto& [processId, info] : *processes) processIds.push_back(processId);
+  }
+  std::sort(processIds.begin(), processIds.end());
   return processIds;
 }
 
 void CAutoRefreshProcessInfo::RefreshAll() {
   auto fresh = std::make_shared<ProcessInfoMap>();
   const std::vector<std::uint32_t> cached = CachedProcessIds();
+  fresh->reserve(RoomFor(cached.size()));
   if (!cached.empty()) {
     std::shared_ptr<ProcessIdSet> running;
     Work().GetRunningProcessIds(running, 0);
     for (const std::uint32_t processId : cached) {
       const bool isRunning = running && running->contains(processId);
       if (auto info = isRunning ? BuildRecord(processId) : nullptr) {
-        fresh->emplace_hint(fresh->end(), processId, std::move(info));  // at the end: `cached` is in ascending order
+        fresh->try_emplace(processId, std::move(info));
       }
     }
   }
