@@ -1,9 +1,11 @@
 // A host whose services write to no memory that two delivery threads share, for benchmarks of several threads.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "fenlux/default_services.h"
@@ -43,24 +45,40 @@ class UnsharedHost : public DefaultServices {
   NotificationHandler handler;  // set when the connection is opened
 
  private:
-  // Drops requests; its connection ends at once.
+  // Drops requests; its connection lasts until it is closed.
   struct IdlePortClient final : CPortClient {
     void Connect() override {}
     void Start() override {}
-    void Wait() override {}
-    void Close() override {}
+    void Wait() override { closed.wait(false); }
+    void Close() override {
+      closed = true;
+      closed.notify_all();
+    }
     void Send(const std::shared_ptr<CBuf>& /*request*/, std::shared_ptr<CBuf>& /*reply*/, bool /*flag*/) override {}
+    std::atomic<bool> closed{false};
   };
 
   const std::shared_ptr<ProcessIdSet> running = std::make_shared<ProcessIdSet>();
 };
 
-// An UnsharedHost and its connected driver interface.
-struct UnsharedConnection {
-  UnsharedConnection() { interact->RunDriverConnection(); }
+// An UnsharedHost and its driver interface, connected until this object is destroyed.
+class UnsharedConnection {
+ public:
+  UnsharedConnection() {
+    while (!interact->IsDriverReady()) std::this_thread::yield();
+  }
+  ~UnsharedConnection() {
+    interact->StopInteract();
+    worker.join();
+  }
+  UnsharedConnection(const UnsharedConnection&) = delete;
+  UnsharedConnection& operator=(const UnsharedConnection&) = delete;
 
   const std::shared_ptr<UnsharedHost> host = std::make_shared<UnsharedHost>(8);
   const std::shared_ptr<CWinDriverInteract> interact = std::make_shared<CWinDriverInteract>(host);
+
+ private:
+  std::thread worker{[this] { interact->RunDriverConnection(); }};
 };
 
 }  // namespace fenlux::bench

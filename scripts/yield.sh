@@ -34,7 +34,7 @@ done
 # Programs and their concurrent tests. The other tests run on one thread. FaultInjection is left out too: it makes each
 # call fail in turn, with at most one worker at a time, which takes long and depends little on the order of threads.
 tests=(
-  "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:*Connect*:FenluxImpl.*:InteractLifecycle.*:*PolicyWorker*:RefreshThread.*:StripedMutex.*-FaultInjection*"
+  "fenlux_unit_tests AtomicHandle.*:Concurrency.*:ModuleConcurrency.*:*Connect*:FenluxImpl.*:InteractLifecycle.*:*PolicyWorker*:RefreshThread.*:StripedHandle.*:StripedMutex.*-FaultInjection*"
   "fenlux_emulator_tests Delivery.*:Faults.*:PortClient.*:Totals.*"
   "fenlux_emulator_module_tests *"
   "fenlux_refhost_tests ControlChannel.*:LiveValue.*:LogService.*:NetService.*:RecordRegister.*"

@@ -3,15 +3,12 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <mutex>
-#include <thread>
 #include <tuple>
-#include <type_traits>
 
 #include "common/random_yield.h"
 #include "common/thread_annotations.h"
+#include "common/thread_group.h"
 
 namespace fenlux {
 
@@ -30,27 +27,10 @@ class FENLUX_CAPABILITY("mutex") StripedMutex {
   friend class ReaderLock;
   friend class SlowReaderLock;
   friend class WriterLock;
-  static constexpr std::size_t kCacheLine = 64;
-  static constexpr std::size_t kGroups = 16;
   struct alignas(kCacheLine) Stripe {
     std::mutex mutex;
   };
-  using Stripes = std::array<Stripe, 1 + kGroups>;  // that of slow readers is the first
-
-  // Ids of threads are often at equal distances. Two multiplications mix them, so that threads are spread over the
-  // groups as if at random, in a fraction of the time of std::hash.
-  static std::size_t GroupOfThisThread() {
-    constexpr std::uint64_t kFactor = 0x9E37'79B9'7F4A'7C15;
-    static_assert(kGroups == 16, "the group is the top four bits");
-    const std::thread::id thread = std::this_thread::get_id();
-    std::uint64_t number = 0;
-    static_assert(sizeof(thread) <= sizeof(number) && std::is_trivially_copyable_v<std::thread::id>);
-    std::memcpy(&number, &thread, sizeof(thread));
-    number *= kFactor;
-    number ^= number >> 32;
-    number *= kFactor;
-    return static_cast<std::size_t>(number >> 60);
-  }
+  using Stripes = std::array<Stripe, 1 + kThreadGroups>;  // that of slow readers is the first
 
   std::mutex& OfThisThread() {
     YieldAtRandom();

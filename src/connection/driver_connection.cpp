@@ -3,6 +3,7 @@
 // Runs on the connection worker, which spends most of the time blocked in Wait. From Start on, delivery threads call
 // the notification handler that is made here.
 #include "common/log_codes.h"
+#include "common/striped_handle.h"
 #include "kdi/win_driver_interact.h"
 
 namespace fenlux {
@@ -13,7 +14,8 @@ void CWinDriverInteract::RunDriverConnection() {
     return;
   }
   autoRefresh->Start();
-  const auto client = OpenPortClient();
+  const StripedHandle<CWinDriverInteract> self(std::static_pointer_cast<CWinDriverInteract>(weak_from_this().lock()));
+  const auto client = OpenPortClient(self);
   client->Connect();
   client->Start();
   ready = true;
@@ -27,7 +29,7 @@ void CWinDriverInteract::RunDriverConnection() {
   log->LogEvent(kLogCode, LocalizedText("Driver interact exit."));
 }
 
-std::shared_ptr<CPortClient> CWinDriverInteract::OpenPortClient() {
+std::shared_ptr<CPortClient> CWinDriverInteract::OpenPortClient(const StripedHandle<CWinDriverInteract>& self) {
   std::shared_ptr<CBuf> connectContext;
   utility->CreateBuffer(connectContext, true, sizeof(records::ConnectContext), false);
   if (!connectContext) throw std::runtime_error("[wdi] no connect context buffer!");
@@ -36,11 +38,14 @@ std::shared_ptr<CPortClient> CWinDriverInteract::OpenPortClient() {
   fields.version = records::kConnectVersion;
   fields.clientType = records::ClientType(clientTypeFlag);
 
-  // Weak, because this object owns the port client, which keeps the handler.
-  const NotificationHandler handler = [weakSelf = weak_from_this()](const void* message,
-                                                                    std::uint32_t size) -> std::shared_ptr<CBuf> {
-    const auto self = std::static_pointer_cast<CWinDriverInteract>(weakSelf.lock());
-    return self ? self->DispatchNotification(message, size) : nullptr;
+  // Weak, because this object owns the port client, which keeps the handler. During the connection, every group of
+  // delivery threads locks a handle of its own; a count that all of them change would make them wait for each other.
+  const auto weakStriped = std::make_shared<const WeakStripedHandle<CWinDriverInteract>>(self);
+  const NotificationHandler handler = [weakStriped, weak = weak_from_this()](
+                                          const void* message, std::uint32_t size) -> std::shared_ptr<CBuf> {
+    auto interact = weakStriped->Lock();
+    if (!interact) interact = std::static_pointer_cast<CWinDriverInteract>(weak.lock());  // after the connection
+    return interact ? interact->DispatchNotification(message, size) : nullptr;
   };
 
   std::string portName;

@@ -15,6 +15,7 @@
 
 #include "common/atomic_handle.h"
 #include "common/mutex.h"
+#include "common/striped_handle.h"
 #include "kdi/driver_records.h"
 #include "kdi/kdi_base.h"
 #include "kdi/request.h"
@@ -79,7 +80,7 @@ class CWinDriverInteract final : public CKDIBase {
   struct ModeSwitch;
 
   // The connection (connection/).
-  std::shared_ptr<CPortClient> OpenPortClient();
+  std::shared_ptr<CPortClient> OpenPortClient(const StripedHandle<CWinDriverInteract>& self);
   void RegisterSystemImage(records::SystemProcess kind, const char* image);
   // Makes a reply with room for `contextSize` bytes after the fixed part and verdict 8. Throws what the host throws.
   std::shared_ptr<CBuf> CreateReply(std::uint32_t contextSize);

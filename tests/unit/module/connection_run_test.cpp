@@ -248,6 +248,14 @@ TEST_F(ConnectionRun, TheHandlerDoesNotKeepTheInterfaceAlive) {
   EXPECT_TRUE(Gate().Entries().empty()) << "a destroyed interface dispatches nothing";
 }
 
+TEST_F(ConnectionRun, TheConnectionsOwnHandlesEndWithIt) {
+  const auto interact = Fresh();
+  Gate().OnCall("CPortClient::Wait", [&] { EXPECT_GT(interact.use_count(), 1); });
+  interact->RunDriverConnection();
+  Settle();
+  EXPECT_EQ(interact.use_count(), 1);
+}
+
 TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {
   auto interact = ReadyInteract();
   const std::weak_ptr<CWinDriverInteract> weak = interact;
