@@ -1,12 +1,15 @@
 // Registration of 10,000 monitored directories in one batch, compared with creating, filling and sending its buffers.
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <boost/filesystem/operations.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "bench/allocation_counter.h"
 #include "bench/connected_interact.h"
+#include "common/log_codes.h"
 #include "kdi/driver_records.h"
 
 namespace fenlux::bench {
@@ -61,7 +64,7 @@ void RegisterFloor(benchmark::State& state) {
   }
 }
 
-// The floor plus the file status that every request contains, which no implementation can avoid.
+// The floor plus the file status that every request contains.
 void RegisterFloorWithStatus(benchmark::State& state) {
   ConnectedInteract connected;
   const auto paths = WidePaths(*connected.host.Utility());
@@ -76,8 +79,36 @@ void RegisterFloorWithStatus(benchmark::State& state) {
   }
 }
 
+// Every host call that the contract requires for a path that does not exist: also the copy of the root name, the narrow
+// text for the log, and the line in the log.
+void RegisterFloorWithAllCalls(benchmark::State& state) {
+  ConnectedInteract connected;
+  CUtility& utility = *connected.host.Utility();
+  const auto paths = WidePaths(utility);
+  const auto narrowPaths = Paths();
+  const auto client = connected.host.PortClient();
+  const auto log = connected.host.Context()->GetLog();
+  const std::wstring noRootName;
+  for (auto _ : state) {
+    for (std::size_t index = 0; index < paths.size(); ++index) {
+      boost::system::error_code error;
+      benchmark::DoNotOptimize(boost::filesystem::status(narrowPaths[index], error));
+      std::array<std::uint8_t, sizeof(records::MonitorObjectRequest::rootName)> rootName;
+      utility.CopyToField(rootName.data(), static_cast<std::uint32_t>(rootName.size()), noRootName);
+      benchmark::DoNotOptimize(rootName);
+      SendBuffer(connected, *client, paths[index]);
+      std::string narrow;
+      utility.ToNarrowString(narrow, paths[index]);
+      log->LogEvent(kLogCode, "[Add Monitor OK!][obj path]=" + narrow);
+    }
+  }
+}
+
 BENCHMARK(RegisterFloor)->Name("register 10000 paths/floor")->Unit(benchmark::kMillisecond);
 BENCHMARK(RegisterFloorWithStatus)->Name("register 10000 paths/floor with file status")->Unit(benchmark::kMillisecond);
+BENCHMARK(RegisterFloorWithAllCalls)
+    ->Name("register 10000 paths/floor with all host calls")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(RegisterModule)->Name("register 10000 paths/module")->Unit(benchmark::kMillisecond);
 
 }  // namespace
