@@ -32,25 +32,27 @@ Block BlockAt(const std::uint8_t* bytes, std::size_t index) {
 bool Widen(const std::uint8_t* bytes, std::wstring& text) {
   wchar_t* const characters = text.data();
   const std::size_t length = text.size();
-  std::uint16_t anySurrogate = 0;  // not bool, so that the loop over a block can be vectorized
   if (length < kBlockSize) {
+    bool anySurrogate = false;
     for (std::size_t index = 0; index < length; ++index) {
       const std::uint16_t unit = Utf16Unit(bytes, index);
-      anySurrogate |= static_cast<std::uint16_t>(IsSurrogate(unit));
+      anySurrogate |= IsSurrogate(unit);
       characters[index] = static_cast<wchar_t>(unit);
     }
-    return anySurrogate != 0;
+    return anySurrogate;
   }
+  // A flag for each place of a block: to combine the flags in every block would take as long as the rest.
+  Block surrogates{};
   const auto widenBlock = [&](std::size_t first) {
     const Block block = BlockAt(bytes, first);
     for (std::size_t index = 0; index < kBlockSize; ++index) {
-      anySurrogate |= static_cast<std::uint16_t>(IsSurrogate(block[index]));
+      surrogates[index] |= static_cast<std::uint16_t>(IsSurrogate(block[index]));
       characters[first + index] = static_cast<wchar_t>(block[index]);
     }
   };
   for (std::size_t first = 0; length - first > kBlockSize; first += kBlockSize) widenBlock(first);
   widenBlock(length - kBlockSize);  // may overlap the block before it
-  return anySurrogate != 0;
+  return std::any_of(surrogates.begin(), surrogates.end(), [](std::uint16_t flag) { return flag != 0; });
 }
 
 void JoinSurrogates(std::wstring& text) {
