@@ -11,7 +11,7 @@
 namespace fenlux::bench {
 namespace {
 
-// As many as on a busy machine, so that a search of the process cache takes as many steps as there.
+// As many as on a busy machine.
 constexpr std::uint32_t kCachedProcesses = 1000;
 
 void Run(bool module, bool twoPaths, long count) {

@@ -10,7 +10,7 @@ namespace fenlux::bench {
 namespace {
 
 UnsharedConnection& Connection() {
-  static UnsharedConnection& connection = *new UnsharedConnection;  // its refresh thread never ends
+  static UnsharedConnection& connection = *new UnsharedConnection;  // its threads never end
   return connection;
 }
 

@@ -61,24 +61,15 @@ class UnsharedHost : public DefaultServices {
   const std::shared_ptr<ProcessIdSet> running = std::make_shared<ProcessIdSet>();
 };
 
-// An UnsharedHost and its driver interface, connected until this object is destroyed.
-class UnsharedConnection {
- public:
+// An UnsharedHost and its driver interface, which stays connected. Never destroy it: its threads do not end.
+struct UnsharedConnection {
   UnsharedConnection() {
+    std::thread([this] { interact->RunDriverConnection(); }).detach();
     while (!interact->IsDriverReady()) std::this_thread::yield();
   }
-  ~UnsharedConnection() {
-    interact->StopInteract();
-    worker.join();
-  }
-  UnsharedConnection(const UnsharedConnection&) = delete;
-  UnsharedConnection& operator=(const UnsharedConnection&) = delete;
 
   const std::shared_ptr<UnsharedHost> host = std::make_shared<UnsharedHost>(8);
   const std::shared_ptr<CWinDriverInteract> interact = std::make_shared<CWinDriverInteract>(host);
-
- private:
-  std::thread worker{[this] { interact->RunDriverConnection(); }};
 };
 
 }  // namespace fenlux::bench

@@ -1,7 +1,8 @@
-// Weak handles that many threads lock at the same time without writing to the same memory.
+// Weak handles that threads of different groups lock without writing to the same memory.
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <memory>
 #include <utility>
 
@@ -40,7 +41,7 @@ class WeakStripedHandle {
 
   // Returns a handle that keeps the object alive, or an empty one if the StripedHandle was destroyed and no handle from
   // here is left. Any thread.
-  std::shared_ptr<T> Lock() const { return handles[GroupOfThisThread()].lock(); }
+  std::shared_ptr<T> Lock() const noexcept { return handles[GroupOfThisThread()].lock(); }
 
  private:
   std::array<std::weak_ptr<T>, kThreadGroups> handles;

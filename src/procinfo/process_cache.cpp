@@ -12,9 +12,9 @@
 namespace fenlux {
 namespace {
 
-// How many processes a new map has room for: half as many again, and some. If lookups added more than that before the
-// next refresh, the map would grow under its lock and delay other lookups.
-std::size_t RoomFor(std::size_t processes) { return processes + processes / 2 + 256; }
+// How many processes a new map has room for: half as many again, and some. If lookups add more than that before the
+// next refresh, the map grows under its lock, and other lookups wait.
+std::size_t RoomFor(std::size_t processes) { return processes + processes / 2 + 1024; }
 
 }  // namespace
 

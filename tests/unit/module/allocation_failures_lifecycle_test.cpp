@@ -131,6 +131,23 @@ TEST_F(AllocationFailures, AFailedRefreshKeepsTheCache) {
   });
 }
 
+TEST_F(AllocationFailures, ACacheThatCannotGrowKeepsItsRecords) {
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
+  info->RefreshAll();
+  Gate().SetJournal(false);
+  const auto first = info->GetProcessInfo(1);
+  const std::size_t usual = AllocationsOf([&] { info->GetProcessInfo(2); });
+  int failures = 0;
+  for (std::uint32_t process = 3; process <= 3000; ++process) {
+    const Attempt attempt = WithFailure(usual + 1, [&] { info->GetProcessInfo(process); });  // that of the larger map
+    EXPECT_EQ(attempt.threw, attempt.failed);
+    failures += attempt.failed ? 1 : 0;
+    EXPECT_TRUE(info->GetProcessInfo(process));
+  }
+  EXPECT_GT(failures, 0) << "the cache did not grow";
+  EXPECT_EQ(info->GetProcessInfo(1), first);
+}
+
 TEST_P(AllocationFailuresOperations, CompleteOrThrowAndTheInterfaceKeepsWorking) {
   const auto interact = ReadyInteract();
   FailEveryAllocation(GetParam().name, [&](std::size_t n) {

@@ -141,6 +141,27 @@ TEST_F(Concurrency, LookupsAndRefreshesShareTheCache) {
   EXPECT_FALSE(wrong);
 }
 
+TEST_F(Concurrency, TheCacheGrowsWhileOthersSearchIt) {
+  constexpr std::uint32_t kProcesses = 3000;  // more than a new cache has room for
+  Settings().running = [] { return std::set<std::uint64_t>{}; };
+  const auto info = std::make_shared<CAutoRefreshProcessInfo>(host.Context());
+  info->RefreshAll();
+  Gate().SetJournal(false);
+  std::atomic<bool> wrong{false};
+  const auto lookUp = [&] {
+    for (std::uint32_t process = 1; process <= kProcesses; ++process) {
+      const auto record = info->GetProcessInfo(process);
+      if (!record || record->narrowInfo != "narrow-" + std::to_string(process)) wrong = true;
+      const auto earlier = info->GetProcessInfo(1 + process / 2);
+      if (!earlier || earlier->narrowInfo != "narrow-" + std::to_string(1 + process / 2)) wrong = true;
+    }
+  };
+  RunTogether({lookUp, lookUp, lookUp});
+  EXPECT_FALSE(wrong);
+  const auto cached = info->GetProcessInfo(kProcesses);
+  EXPECT_EQ(info->GetProcessInfo(kProcesses), cached);
+}
+
 TEST_F(Concurrency, AStopFromAnyThreadAtAnyTimeEndsTheRun) {
   Settings().waitBlocks = true;
   for (int round = 0; round < 100; ++round) {

@@ -248,12 +248,48 @@ TEST_F(ConnectionRun, TheHandlerDoesNotKeepTheInterfaceAlive) {
   EXPECT_TRUE(Gate().Entries().empty()) << "a destroyed interface dispatches nothing";
 }
 
-TEST_F(ConnectionRun, TheConnectionsOwnHandlesEndWithIt) {
+TEST_F(ConnectionRun, ANotificationDuringTheConnectionDoesNotChangeTheCountThatAllThreadsShare) {
   const auto interact = Fresh();
-  Gate().OnCall("CPortClient::Wait", [&] { EXPECT_GT(interact.use_count(), 1); });
+  long before = 0;
+  long during = 0;
+  Gate().OnCall("CAoArp::Evaluate", [&] { during = interact.use_count(); });
+  Gate().OnCall("CPortClient::Wait", [&] {
+    before = interact.use_count();
+    EXPECT_TRUE(host.PortClient()->Deliver(NotificationBuilder(4098).Build()));
+  });
   interact->RunDriverConnection();
   Settle();
+  EXPECT_GT(before, 1) << "the connection has no handles of its own";
+  EXPECT_EQ(during, before);
+  EXPECT_EQ(interact.use_count(), 1) << "handles of the connection are left";
+}
+
+TEST_F(ConnectionRun, AFailedConnectionLeavesNoHandles) {
+  Gate().FailAt("CPortClient::Connect", 1, Failure::kStandard);
+  const auto interact = Fresh();
+  EXPECT_ANY_THROW(interact->RunDriverConnection());
   EXPECT_EQ(interact.use_count(), 1);
+}
+
+TEST_F(ConnectionRun, ANotificationThatOutlivesTheConnectionKeepsTheInterfaceAlive) {
+  Settings().waitBlocks = true;
+  auto interact = Fresh();
+  const std::weak_ptr<CWinDriverInteract> weak = interact;
+  std::thread worker([own = interact] { own->RunDriverConnection(); });
+  ASSERT_TRUE(Gate().AwaitCount("CPortClient::Wait", 1));
+  const auto client = host.PortClient();
+  bool aliveInside = false;
+  Gate().OnCall("CAoArp::Evaluate", [&] {
+    interact->StopInteract();
+    worker.join();
+    interact.reset();
+    aliveInside = !weak.expired();
+  });
+  const auto reply = client->Deliver(NotificationBuilder(4098).Build());
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(BytesOf(reply).at(12), 2) << "judged";
+  EXPECT_TRUE(aliveInside);
+  EXPECT_TRUE(weak.expired());
 }
 
 TEST_F(ConnectionRun, TheHandlerKeepsTheInterfaceAliveWhileItRuns) {

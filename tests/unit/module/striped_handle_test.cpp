@@ -86,23 +86,29 @@ TEST(StripedHandle, ThreadsOfDifferentGroupsHaveDifferentCounts) {
 
 TEST(StripedHandle, ManyThreadsLockItWhileItEnds) {
   Handles handles;
+  const std::weak_ptr<Number> object = handles.object;
   constexpr int kThreads = 8;
   std::atomic<int> running{0};
   std::atomic<int> wrong{0};
+  std::atomic<bool> ended{false};
   std::vector<std::thread> threads;
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&] {
       ++running;
-      while (const auto locked = handles.weak.Lock()) {
-        if (locked->value != 7) ++wrong;
+      while (!ended) {
+        const auto locked = handles.weak.Lock();
+        if (locked && locked->value != 7) ++wrong;
       }
     });
   }
   while (running < kThreads) std::this_thread::yield();
   handles.object.reset();
   handles.striped.reset();
+  ended = true;  // threads of one group may keep the object alive for each other until here
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(wrong, 0);
+  EXPECT_TRUE(object.expired());
+  EXPECT_FALSE(handles.weak.Lock());
 }
 
 }  // namespace fenlux::testing

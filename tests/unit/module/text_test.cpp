@@ -148,6 +148,17 @@ TEST(WideText, AsciiPathsRoundTrip) {
   }
 }
 
+TEST(WideText, PathsOfOtherCharactersRoundTripWhereverTheCharacterIs) {
+  for (wchar_t character = 0; character <= 0x100; ++character) {
+    for (const std::size_t position : {0, 1, 39}) {
+      std::wstring text(40, L'a');
+      text[position] = character;
+      EXPECT_EQ(WideFromPath(PathFromWide(text)), text) << static_cast<int>(character) << " at " << position;
+    }
+  }
+  EXPECT_EQ(PathFromWide(L"a\x7F\x80").native().size(), sizeof(wchar_t) == 2 ? 3u : 4u) << "U+0080 takes two bytes";
+}
+
 TEST(WideText, InvalidUtf8IsAnError) {
   if (std::is_same_v<boost::filesystem::path::value_type, wchar_t>) GTEST_SKIP() << "paths are wide here";
   EXPECT_ANY_THROW(WideFromPath(std::string("/\xFF\xFE")));
