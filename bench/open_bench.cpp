@@ -100,13 +100,14 @@ constexpr std::chrono::milliseconds kPolicyPause{50};
 
 // The configuration of a host that judges every open in the directory by rules, one of which names a program if
 // `programs` is set.
-boost::filesystem::path WriteConfig(const TemporaryDirectory& files, const std::string& directory, bool programs,
-                                    const char* decisionLog) {
+boost::filesystem::path WriteConfig(const TemporaryDirectory& files, const std::string& directory,
+                                    std::uint32_t readers, bool programs, const char* decisionLog) {
   const std::string rule = "[[judging.rules]]\npath = '*.secret'\ndecision = 3\n";
   const std::string programRule = "[[judging.rules]]\npath = '*.txt'\nprocess = 'no-such-program'\ndecision = 3\n";
   return files.Write("host.toml", "[emulator]\nsource = 'fanotify'\n[emulator.kernel]\ndirectories = ['" + directory +
-                                      "']\n[log]\nconsole = 'problem'\n[judging]\nlog = '" + decisionLog + "'\n" +
-                                      rule + (programs ? programRule : std::string()));
+                                      "']\nthreads = " + std::to_string(readers) +
+                                      "\n[log]\nconsole = 'problem'\n[judging]\nlog = '" + decisionLog + "'\n" + rule +
+                                      (programs ? programRule : std::string()));
 }
 
 // Serves the host's metrics over HTTP and reads them on another thread, far more often than Prometheus does.
@@ -156,7 +157,8 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
 }
 
 // Ends the process: neither the monitors' threads nor the module's can be joined.
-[[noreturn]] void Run(std::size_t rounds, std::string_view mode, const Cores& cores, const std::string& json) {
+[[noreturn]] void Run(std::size_t rounds, std::string_view mode, const Cores& cores, std::uint32_t readers,
+                      const std::string& json) {
   std::ofstream jsonFile;
   if (!json.empty()) {
     jsonFile.open(json);
@@ -187,7 +189,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
   const std::string guarded = directory("guarded");
   add("host with the module", "guarded");
   const bool programs = mode == "programs";
-  const auto host = HostOf(WriteConfig(files, guarded, programs, "refused"));
+  const auto host = HostOf(WriteConfig(files, guarded, readers, programs, "refused"));
   AwaitJudging(*host, opener, variants.back().file);
   Variant further = variants.back();
   further.recorded = mode == "recorded";
@@ -201,7 +203,7 @@ std::vector<std::uint64_t> Opens(const Variant& variant, Opener& opener, refhost
   if (further.recorded || further.decisionLog != nullptr) variants.push_back(further);
   const auto prepare = [&](const Variant& variant) {
     if (variant.decisionLog == nullptr) return;
-    WriteConfig(files, guarded, programs, variant.decisionLog);
+    WriteConfig(files, guarded, readers, programs, variant.decisionLog);
     if (!host->Reload().errors.empty()) throw std::runtime_error("the host does not reload its configuration");
     std::this_thread::sleep_for(kPolicyPause);
   };
@@ -276,11 +278,14 @@ int main(int count, char** arguments) {
   line.add_option("--core", cores.monitors, "the core of the monitors and the host")->check(CLI::NonNegativeNumber);
   line.add_option("--opener-core", cores.opener, "the core of the process that opens the files")
       ->check(CLI::NonNegativeNumber);
+  std::uint32_t readers = fenlux::refhost::KernelEventSettings{}.threads;
+  line.add_option("--readers", readers, fmt::format("threads of the host that read events ({})", readers))
+      ->check(CLI::PositiveNumber);
   std::string json;
   line.add_option("--json", json, "also write medians and quartiles to this file");
   CLI11_PARSE(line, count, arguments);
   try {
-    fenlux::bench::Run(rounds, mode, cores, json);
+    fenlux::bench::Run(rounds, mode, cores, readers, json);
   } catch (const std::exception& error) {
     fmt::print(stderr, "fenlux_open_bench: {}\n", error.what());
   }

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -51,13 +52,18 @@ Descriptor NewSocket() {
 const sockaddr* Generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
 
 // Returns 0 or the error. It is EAGAIN if the listener's queue stays full: without the time limit, connect would wait
-// for room indefinitely.
+// for room indefinitely. A signal, or a stop and continuation of this process, interrupts a wait with a time limit.
 int Connect(const Descriptor& socket, const sockaddr_un& address, std::chrono::milliseconds limit) {
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
-  const timeval time{static_cast<time_t>(seconds.count()),
-                     static_cast<suseconds_t>(std::chrono::microseconds(limit - seconds).count())};
-  ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
-  return ::connect(socket.Get(), Generic(address), sizeof(address)) == 0 ? 0 : errno;
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (true) {
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return EAGAIN;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timeval time{static_cast<time_t>(seconds.count()), static_cast<suseconds_t>((left - seconds).count())};
+    ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
+    if (::connect(socket.Get(), Generic(address), sizeof(address)) == 0) return 0;
+    if (errno != EINTR) return errno;
+  }
 }
 
 // The directory must be owned by the user and accessible to the user only.

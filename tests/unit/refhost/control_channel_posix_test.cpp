@@ -5,8 +5,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <barrier>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -191,6 +193,48 @@ TEST(ControlSocket, ANewHostDoesNotWaitForeverForOneThatAcceptsNoConnection) {
   const auto path = directory.Path() / "s";
   const FullListener full(path);
   EXPECT_THROW(ControlListener{path}, ControlChannelBusy);
+}
+
+// Interrupts the calls of the thread that made it, again and again.
+class Signals {
+ public:
+  Signals() = default;
+  ~Signals() {
+    ended = true;
+    sender.join();
+    ::sigaction(SIGUSR2, &before, nullptr);
+  }
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
+ private:
+  // Returns the action before.
+  static struct sigaction IgnoreSignal() {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    struct sigaction before {};
+    ::sigaction(SIGUSR2, &action, &before);
+    return before;
+  }
+
+  const struct sigaction before = IgnoreSignal();  // first: the thread sends at once
+  std::atomic<bool> ended{false};
+  std::thread sender{[this, thread = ::pthread_self()] {
+    while (!ended) {
+      ::pthread_kill(thread, SIGUSR2);
+      std::this_thread::yield();
+    }
+  }};
+};
+
+TEST(ControlSocket, SignalsNeitherEndNorProlongTheWaitForAHost) {
+  const TemporaryDirectory directory;
+  const auto path = directory.Path() / "s";
+  const FullListener full(path);
+  const Signals signals;
+  EXPECT_EQ(ControlErrorOf([&] { SendControlRequest(path, "", std::chrono::milliseconds(100)); }),
+            "no host reachable on the control socket " + path.string() +
+                ": a host listens there, but does not accept clients; is it stopped?");
 }
 
 // Sets the user's runtime directory for the duration of a test.
