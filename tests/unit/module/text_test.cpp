@@ -150,7 +150,7 @@ TEST(WideText, AsciiPathsRoundTrip) {
 
 TEST(WideText, PathsOfOtherCharactersRoundTripWhereverTheCharacterIs) {
   for (wchar_t character = 0; character <= 0x100; ++character) {
-    for (const std::size_t position : {0, 1, 39}) {
+    for (const std::size_t position : {std::size_t{0}, std::size_t{1}, std::size_t{39}}) {
       std::wstring text(40, L'a');
       text[position] = character;
       EXPECT_EQ(WideFromPath(PathFromWide(text)), text) << static_cast<int>(character) << " at " << position;
