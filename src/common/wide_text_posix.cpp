@@ -71,7 +71,7 @@ void JoinSurrogates(std::wstring& text) {
   text.resize(written);
 }
 
-// Most paths are ASCII. Copying their characters takes a tenth of the time that the facet takes to convert them.
+// Most paths are ASCII, and copying their characters is faster than having the facet convert them.
 template <class Text>
 bool IsAscii(const Text& text) {
   return std::all_of(text.begin(), text.end(), [](auto character) { return character >= 0 && character < 0x80; });

@@ -80,6 +80,7 @@ class CWinDriverInteract final : public CKDIBase {
   struct ModeSwitch;
 
   // The connection (connection/).
+  // `self` refers to this object; the notification handler keeps weak handles to it.
   std::shared_ptr<CPortClient> OpenPortClient(const StripedHandle<CWinDriverInteract>& self);
   void RegisterSystemImage(records::SystemProcess kind, const char* image);
   // Makes a reply with room for `contextSize` bytes after the fixed part and verdict 8. Throws what the host throws.
