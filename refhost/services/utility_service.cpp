@@ -91,20 +91,19 @@ std::wstring& UtilityService::ToRecordString(std::wstring& out, const std::wstri
   for (const std::wstring_view prefix : kPrefixes) {
     if (rest.starts_with(prefix)) rest.remove_prefix(prefix.size());
   }
-  std::wstring normal;
-  normal.reserve(rest.size());
+  std::wstring normal(rest.size(), L'\0');
+  wchar_t* end = normal.data();
   if (rest.starts_with(kComputer)) {
-    normal = kComputer;
+    end = std::ranges::copy(kComputer, end).out;
     rest.remove_prefix(kComputer.size());
     rest.remove_prefix(EmptyComponents(rest));
   }
-  while (!rest.empty()) {
-    const auto separator = std::ranges::find_if(rest, IsSeparator);
-    const auto length = static_cast<std::size_t>(separator - rest.begin()) + (separator == rest.end() ? 0 : 1);
-    normal += rest.substr(0, length);
-    rest.remove_prefix(length);
-    rest.remove_prefix(EmptyComponents(rest));
+  for (std::size_t at = 0; at < rest.size();) {
+    const wchar_t character = rest[at++];
+    *end++ = character;
+    if (IsSeparator(character)) at += EmptyComponents(rest.substr(at));
   }
+  normal.resize(static_cast<std::size_t>(end - normal.data()));
   return out = std::move(normal);
 }
 

@@ -27,14 +27,11 @@ utf::code_point Decode(const Unit*& at, const Unit* end) {
   return kReplacement;
 }
 
-template <typename Unit>
-bool IsAscii(Unit unit) {
-  return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80;
-}
-
 template <typename Target, typename Unit>
 std::basic_string<Target> Convert(std::basic_string_view<Unit> text) {
-  const auto other = std::find_if_not(text.begin(), text.end(), IsAscii<Unit>);
+  // A closure, unlike a pointer to a function, is inlined.
+  const auto isAscii = [](Unit unit) { return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80; };
+  const auto other = std::find_if_not(text.begin(), text.end(), isAscii);
   std::basic_string<Target> converted(text.begin(), other);
   if (other == text.end()) return converted;
   converted.reserve(text.size());

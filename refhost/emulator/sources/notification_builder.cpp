@@ -2,6 +2,7 @@
 #include "refhost/emulator/sources/notification_builder.h"
 
 #include <algorithm>
+#include <boost/endian/conversion.hpp>
 #include <cstring>
 #include <stdexcept>
 
@@ -15,11 +16,11 @@ std::size_t TextSize(const std::u16string& text) { return text.empty() ? 0 : (te
 std::uint8_t* AppendText(std::uint8_t* out, const std::u16string& text) {
   if (text.empty()) return out;
   for (const char16_t unit : text) {
-    *out++ = static_cast<std::uint8_t>(unit & 0xff);
-    *out++ = static_cast<std::uint8_t>(unit >> 8);
+    boost::endian::store_little_u16(out, unit);
+    out += sizeof(unit);
   }
-  *out++ = 0;
-  *out++ = 0;
+  boost::endian::store_little_u16(out, 0);
+  out += sizeof(char16_t);
   return out;
 }
 
