@@ -1,5 +1,5 @@
 // A scanner that implements just enough of TOML to skip strings and comments. After the first syntax error, its result
-// does not matter, because the parser stops there.
+// does not matter, because the parser stops there; but it reads to the end of a value without quotes before it does.
 #include "refhost/base/config/toml_text.h"
 
 #include <algorithm>
@@ -45,6 +45,14 @@ std::size_t SkipString(std::string_view text, std::size_t at) {
   return text.size();
 }
 
+// Whether the quote at `at` begins a string. The parser takes a quote that directly follows another character of a
+// value as part of that value. A dot may precede a quote both there and in a key, so a quote after a dot begins no
+// string.
+bool BeginsString(std::string_view text, std::size_t at) {
+  constexpr std::string_view kBefore = " \t\r\n=[{,";
+  return at == 0 || kBefore.find(text[at - 1]) != std::string_view::npos;
+}
+
 TextPlace PlaceAt(std::string_view text, std::size_t at) {
   const std::string_view before = text.substr(0, at);
   const std::size_t lineStart = before.rfind('\n') + 1;  // 0 if there is no line end
@@ -65,7 +73,7 @@ std::optional<TextPlace> FindStrayCharacter(std::string_view text) {
   while (at < text.size()) {
     if (text[at] == '#') {
       at = std::min(text.find('\n', at), text.size());
-    } else if (text[at] == '"' || text[at] == '\'') {
+    } else if ((text[at] == '"' || text[at] == '\'') && BeginsString(text, at)) {
       at = SkipString(text, at);
     } else if (!IsAllowed(text[at])) {
       return PlaceAt(text, at);

@@ -17,7 +17,7 @@ struct TextPlace {
 
 // The first character outside strings and comments that is not printable ASCII, a tab or a line end. TOML allows no
 // other characters there. Check this before parsing, because the library's parser has undefined behaviour for some of
-// them.
+// them. Characters in a quoted part of a dotted key, after the dot, count as outside.
 std::optional<TextPlace> FindStrayCharacter(std::string_view text);
 
 }  // namespace fenlux::refhost

@@ -139,6 +139,8 @@ TEST(ConfigReader, ReportsCharactersThatAreAllowedOnlyInStringsAndComments) {
                                                          "1:9"},
                                                         {"a = \"\"\"x\n\"\"\"\"\"\xE2\x82\xAC", "2:6"},
                                                         {"a = '' \xC2\xA0", "1:8"},
+                                                        {"a = 5::x\"\"\"\xEF\xB8\xBF\"\"\"\n", "1:12"},
+                                                        {"a = 5.'\xC3\xA9'\n", "1:8"},
                                                         {"[\x01]\n", "1:2"},
                                                         {"a = 1 # \xC3\xA9\n\x7F", "2:1"},
                                                         {"\xFF", "1:1"}}) {
