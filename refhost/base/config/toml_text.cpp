@@ -21,7 +21,7 @@ std::size_t CountQuotes(std::string_view text, std::size_t at, char quote) {
   return std::min(end, text.size()) - at;
 }
 
-// The position after the string whose first quote is at `at`.
+// The position after the string whose first quote is at `at`, or of a character that may not follow a backslash in it.
 std::size_t SkipString(std::string_view text, std::size_t at) {
   const char quote = text[at];
   const std::size_t opening = CountQuotes(text, at, quote);
@@ -30,6 +30,7 @@ std::size_t SkipString(std::string_view text, std::size_t at) {
   at += multiline ? kDelimiterLength : 1;
   while (at < text.size()) {
     if (text[at] == '\\' && quote == '"') {
+      if (at + 1 < text.size() && !IsAllowed(text[at + 1])) return at + 1;  // for the caller to find
       at += 2;
     } else if (text[at] == quote) {
       const std::size_t closing = CountQuotes(text, at, quote);

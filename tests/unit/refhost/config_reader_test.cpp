@@ -129,7 +129,8 @@ TEST(ConfigReader, ReportsOnlyTheSyntaxErrorOfAFile) {
 }
 
 TEST(ConfigReader, ReportsCharactersThatAreAllowedOnlyInStringsAndComments) {
-  const std::string reason = ": (syntax): only printable ASCII characters are allowed outside strings and comments\n";
+  const std::string reason =
+      ": (syntax): only printable ASCII characters are allowed outside strings and comments and after a backslash\n";
   for (const auto& [text, place] :
        std::vector<std::pair<std::string, std::string>>{{"\xC3\xA9 = 1\n", "1:1"},
                                                         {"a = 1\nport = 1 \xCB\xBF\n", "2:10"},
@@ -141,6 +142,8 @@ TEST(ConfigReader, ReportsCharactersThatAreAllowedOnlyInStringsAndComments) {
                                                         {"a = '' \xC2\xA0", "1:8"},
                                                         {"a = 5::x\"\"\"\xEF\xB8\xBF\"\"\"\n", "1:12"},
                                                         {"a = 5.'\xC3\xA9'\n", "1:8"},
+                                                        {"a = \"\"\"x\\\xEF\xBB\xBE\"\"\"\n", "1:10"},
+                                                        {"a = \"\\\xC3\xA9\"\n", "1:7"},
                                                         {"[\x01]\n", "1:2"},
                                                         {"a = 1 # \xC3\xA9\n\x7F", "2:1"},
                                                         {"\xFF", "1:1"}}) {
