@@ -147,7 +147,7 @@ const WrongInput kInputs[] = {
      "@/none.toml:1:1: (file): cannot be read: No such file or directory; check the path\n"},
     // Settings.
     {"syntax error", "[mod\u00fcle]\n", kCheck, 2,
-     "@/host.toml:1:5: (syntax): only printable ASCII characters are allowed outside strings and comments and after a "
+     "@/host.toml:1:5: (syntax): only printable ASCII characters are allowed outside strings and comments, and after a "
      "backslash\n"},
     {"mistyped section", "[judgin]\n", kCheck, 2,
      "@/host.toml:1:2: judgin: is not a known key; did you mean \"judging\"?\n"},

@@ -32,7 +32,7 @@ ConfigDocument::ConfigDocument(std::string_view text, const boost::filesystem::p
 void ConfigDocument::Parse(std::string_view text) {
   if (const std::optional<TextPlace> stray = FindStrayCharacter(text)) {
     ReportSyntax(stray->line, stray->column,
-                 "only printable ASCII characters are allowed outside strings and comments and after a backslash");
+                 "only printable ASCII characters are allowed outside strings and comments, and after a backslash");
     return;
   }
   try {

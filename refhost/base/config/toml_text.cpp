@@ -1,5 +1,5 @@
 // A scanner that implements just enough of TOML to skip strings and comments. After the first syntax error, its result
-// does not matter, because the parser stops there; but it reads to the end of a value without quotes before it does.
+// does not matter, because the parser stops there, or at the end of a value without quotes that contains the error.
 #include "refhost/base/config/toml_text.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ std::size_t CountQuotes(std::string_view text, std::size_t at, char quote) {
   return std::min(end, text.size()) - at;
 }
 
-// The position after the string whose first quote is at `at`, or of a character that may not follow a backslash in it.
+// The position after the string whose first quote is at `at`, or of a stray character in it.
 std::size_t SkipString(std::string_view text, std::size_t at) {
   const char quote = text[at];
   const std::size_t opening = CountQuotes(text, at, quote);
@@ -30,8 +30,11 @@ std::size_t SkipString(std::string_view text, std::size_t at) {
   at += multiline ? kDelimiterLength : 1;
   while (at < text.size()) {
     if (text[at] == '\\' && quote == '"') {
-      if (at + 1 < text.size() && !IsAllowed(text[at + 1])) return at + 1;  // for the caller to find
-      at += 2;
+      // At the end of a line, it removes the white space that follows.
+      const std::size_t next = text.find_first_not_of(" \t\r\n", at + 1);
+      if (next == std::string_view::npos) return text.size();
+      if (!IsAllowed(text[next])) return next;
+      at = next == at + 1 ? at + 2 : next;
     } else if (text[at] == quote) {
       const std::size_t closing = CountQuotes(text, at, quote);
       if (!multiline) return at + 1;
@@ -46,9 +49,8 @@ std::size_t SkipString(std::string_view text, std::size_t at) {
   return text.size();
 }
 
-// Whether the quote at `at` begins a string. The parser takes a quote that directly follows another character of a
-// value as part of that value. A dot may precede a quote both there and in a key, so a quote after a dot begins no
-// string.
+// Whether the quote at `at` begins a string. In a value without quotes, it is part of the value for the parser. A dot
+// can come before a quote in such a value and in a key; in doubt, the quote begins no string.
 bool BeginsString(std::string_view text, std::size_t at) {
   constexpr std::string_view kBefore = " \t\r\n=[{,";
   return at == 0 || kBefore.find(text[at - 1]) != std::string_view::npos;

@@ -15,9 +15,10 @@ struct TextPlace {
   bool operator==(const TextPlace&) const = default;
 };
 
-// The first character outside strings and comments, or after a backslash in a string, that is not printable ASCII, a
-// tab or a line end. TOML allows no other characters there. Check this before parsing, because the library's parser has
-// undefined behaviour for some of them. Characters in a quoted part of a dotted key, after the dot, count as outside.
+// The first stray character: one that is not printable ASCII, a tab or a line end, and is outside strings and comments
+// or follows a backslash in a string, even after white space. Check this before parsing, because the library's parser
+// has undefined behaviour for some of them. TOML allows them only in two of these places: after a backslash at the end
+// of a line, and in a quoted part of a key after a dot.
 std::optional<TextPlace> FindStrayCharacter(std::string_view text);
 
 }  // namespace fenlux::refhost

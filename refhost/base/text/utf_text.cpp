@@ -29,7 +29,7 @@ utf::code_point Decode(const Unit*& at, const Unit* end) {
 
 template <typename Target, typename Unit>
 std::basic_string<Target> Convert(std::basic_string_view<Unit> text) {
-  // A closure, unlike a pointer to a function, is inlined.
+  // A lambda, because the compiler does not inline calls through a pointer to a function here.
   const auto isAscii = [](Unit unit) { return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80; };
   const auto other = std::find_if_not(text.begin(), text.end(), isAscii);
   std::basic_string<Target> converted(text.begin(), other);

@@ -130,7 +130,7 @@ TEST(ConfigReader, ReportsOnlyTheSyntaxErrorOfAFile) {
 
 TEST(ConfigReader, ReportsCharactersThatAreAllowedOnlyInStringsAndComments) {
   const std::string reason =
-      ": (syntax): only printable ASCII characters are allowed outside strings and comments and after a backslash\n";
+      ": (syntax): only printable ASCII characters are allowed outside strings and comments, and after a backslash\n";
   for (const auto& [text, place] :
        std::vector<std::pair<std::string, std::string>>{{"\xC3\xA9 = 1\n", "1:1"},
                                                         {"a = 1\nport = 1 \xCB\xBF\n", "2:10"},
@@ -144,6 +144,7 @@ TEST(ConfigReader, ReportsCharactersThatAreAllowedOnlyInStringsAndComments) {
                                                         {"a = 5.'\xC3\xA9'\n", "1:8"},
                                                         {"a = \"\"\"x\\\xEF\xBB\xBE\"\"\"\n", "1:10"},
                                                         {"a = \"\\\xC3\xA9\"\n", "1:7"},
+                                                        {"a = \"\"\"x\\ \n\n \xC3\xA9\"\"\"\n", "3:2"},
                                                         {"[\x01]\n", "1:2"},
                                                         {"a = 1 # \xC3\xA9\n\x7F", "2:1"},
                                                         {"\xFF", "1:1"}}) {
@@ -160,12 +161,14 @@ TEST(ConfigReader, AcceptsAnyLettersInStringsAndComments) {
       "'\xC3\xA9' = '\xE2\x82\xAC\\'\r\n"
       "b = \"\"\"\"\xC3\xA9\"\"\xC3\xA9\n\\\"\"\"\xC3\xA9\"\"\"\n"
       "c = \'\'\'\xC3\xA9\'\n\xC3\xA9\'\'\'\'\n"
-      "d = \"\"\t# \xC3\xA9\n");
+      "d = \"\"\t# \xC3\xA9\n"
+      "e = \"\"\"\\\n  x\xC3\xA9 \\\n\"\"\"\n");
   EXPECT_EQ(parsed.root.Text("a", ""), "\xC3\xA9\"\xC3\xA9");
   EXPECT_EQ(parsed.root.Text("\xC3\xA9", ""), "\xE2\x82\xAC\\");
   EXPECT_EQ(parsed.root.Text("b", ""), "\"\xC3\xA9\"\"\xC3\xA9\n\"\"\"\xC3\xA9");
   EXPECT_EQ(parsed.root.Text("c", ""), "\xC3\xA9\'\n\xC3\xA9\'");
   EXPECT_EQ(parsed.root.Text("d", "none"), "");
+  EXPECT_EQ(parsed.root.Text("e", ""), "x\xC3\xA9 ");
   EXPECT_EQ(parsed.errors.Text(), "");
 }
 
